@@ -1,0 +1,29 @@
+// Reads a model and everything that it imports.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "compiler/Ast.h"
+#include "compiler/Diagnostic.h"
+#include "compiler/Source.h"
+
+namespace kelc {
+
+// The models of a run. `models` has every import before the models that import it, and `main` last.
+struct ModelSet {
+  std::vector<std::unique_ptr<SourceFile>> files;  // in the order in which they were opened
+  std::vector<std::unique_ptr<Model>> models;
+  std::vector<std::unique_ptr<Decl>> framework;  // what models can name without importing it
+  Model* main = nullptr;
+};
+
+// Lexes and parses the file at `path` and, found through `includeDirs`, its imports. `includePath` is where the header
+// of the model itself will stand on the include path, without extension. False when the file at `path` cannot be read;
+// every other mistake is in `diagnostics`, and the set is not to be used when there is one.
+bool load(std::filesystem::path const& path, std::string const& includePath,
+          std::vector<std::filesystem::path> const& includeDirs, Diagnostics& diagnostics, ModelSet& set);
+
+}  // namespace kelc
