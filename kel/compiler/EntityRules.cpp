@@ -1,0 +1,376 @@
+#include "compiler/EntityRules.h"
+
+#include <set>
+
+#include "compiler/Names.h"
+
+namespace kelc {
+
+namespace {
+
+// Ids are 16 bits wide, and the highest two mean no attribute.
+constexpr std::size_t maxAttributes = 65534;
+// Names are looked up along the chain of bases.
+constexpr unsigned maxBases = 64;
+
+// The framework's declarations have no position.
+std::vector<Note> noteAt(Loc const& loc, std::string const& text) {
+  if (!loc.file) return {};
+  return {{loc, text}};
+}
+
+std::vector<Note> declaredHere(Decl const& decl) {
+  return noteAt(decl.name.loc, inQuotes(decl.name.text) + " is declared here");
+}
+
+char const* word(Modifier::Kind kind) {
+  switch (kind) {
+    case Modifier::Kind::inc: return "inc";
+    case Modifier::Kind::nonnull: return "nonnull";
+    case Modifier::Kind::counter: return "counter";
+    case Modifier::Kind::readonly: return "readonly";
+    case Modifier::Kind::nolog: return "nolog";
+    case Modifier::Kind::onChange: return "onChange";
+  }
+  return "";
+}
+
+std::string parameterTypes(EntityDecl const& entity) {
+  std::string list;
+  for (Attribute const* param : entity.allParams()) {
+    list += (list.empty() ? "" : ", ") + spelled(param->shape.target);
+  }
+  return "(" + list + ")";
+}
+
+bool sameSignature(Operation const& a, Operation const& b) {
+  if (a.params.size() != b.params.size() || a.isConst != b.isConst) return false;
+  for (std::size_t i = 0; i < a.params.size(); ++i) {
+    if (!sameType(a.params[i].shape.target, b.params[i].shape.target)) return false;
+  }
+  if (!a.result || !b.result) return !a.result && !b.result;
+  return sameType(*a.result, *b.result);
+}
+
+}  // namespace
+
+void EntityRules::resolveBase(Model const& model, EntityDecl& entity) const {
+  if (!entity.baseName) return;
+  QName const& name = *entity.baseName;
+  Decl const* const decl = scope_.find(model, name.text);
+  auto const refuse = [&](std::string const& why) {
+    diagnostics_.error(name.loc, "the base " + inQuotes(name.text) + why,
+                       decl ? declaredHere(*decl) : std::vector<Note>());
+  };
+  if (!decl) return refuse(" is unknown");
+  if (decl->kind == Decl::Kind::external) return refuse(" is only 'extern', and cannot be derived from");
+  if (decl->kind != Decl::Kind::entity) return refuse(" is not an entity");
+  if (!decl->model) {
+    if (decl->name.text != "Entity") refuse(" cannot be derived from");
+    return;
+  }
+  if (decl == &entity) return refuse(" is the entity itself");
+  if (decl->model == &model && entity.name.loc < decl->name.loc) return refuse(" is declared only behind its use");
+  auto const* const base = static_cast<EntityDecl const*>(decl);
+  if (base->depth == maxBases) return refuse(" is the end of a chain of more than 64 bases");
+  entity.base = base;
+  entity.depth = base->depth + 1;
+}
+
+void EntityRules::check(EntityDecl& entity) {
+  Members& members = members_[&entity];
+  if (entity.base) members.attributes = members_[entity.base].attributes;
+  for (Attribute& param : entity.params) checkParam(param);
+  for (Attribute& attribute : entity.attributes) checkAttribute(entity, attribute);
+  for (Attribute const& param : entity.params) enterAttribute(entity, param);
+  for (Attribute const& attribute : entity.attributes) enterAttribute(entity, attribute);
+  for (Operation const& op : entity.operations) {
+    checkOperation(entity, op);
+    enterOperation(entity, op);
+  }
+  for (Attribute const& attribute : entity.attributes) checkModifiers(entity, attribute);
+  checkAttributeCount(entity);
+}
+
+// --- attributes ---
+
+void EntityRules::checkParam(Attribute& param) const {
+  types_.checkName(param.name);
+  types_.checkSingle(param.shape, "a constructor parameter");
+}
+
+void EntityRules::checkAttribute(EntityDecl const& entity, Attribute& attribute) const {
+  types_.checkName(attribute.name);
+  if (attribute.name.text == "impl" && entity.hasImpl) {
+    diagnostics_.error(attribute.name.loc, "an entity with 'impl' has an 'impl' of its own");
+  }
+  if (attribute.kind == Attribute::Kind::constant) return checkConstant(attribute);
+  if (!checkShape(attribute) || !attribute.init) return;
+  if (attribute.kind == Attribute::Kind::value) {
+    types_.checkLiteral(*attribute.init, attribute.shape.target);
+  } else {
+    diagnostics_.error(attribute.init->loc, "only a single value has a default");
+  }
+}
+
+void EntityRules::checkConstant(Attribute const& attribute) const {
+  if (attribute.shape.kind != Shape::Kind::single) {
+    types_.checkSingle(attribute.shape, "a constant");
+  } else if (types_.checkValue(attribute.shape.target, "a constant")) {
+    types_.checkLiteral(*attribute.init, attribute.shape.target);
+  }
+}
+
+bool EntityRules::checkShape(Attribute& attribute) const {
+  switch (attribute.shape.kind) {
+    case Shape::Kind::single: return checkSingle(attribute);
+    case Shape::Kind::keyed: return checkKeyed(attribute);
+    case Shape::Kind::queue: return checkQueue(attribute);
+  }
+  return false;
+}
+
+bool EntityRules::checkSingle(Attribute& attribute) const {
+  TypeRef const& target = attribute.shape.target;
+  if (attribute.own) {
+    attribute.kind = Attribute::Kind::singleton;
+    return checkOwned(target) != nullptr;
+  }
+  attribute.kind = target.isRef ? Attribute::Kind::pointer : Attribute::Kind::value;
+  return target.isRef ? types_.checkPointer(target) : checkPlainValue(target);
+}
+
+bool EntityRules::checkKeyed(Attribute& attribute) const {
+  Shape& shape = attribute.shape;
+  if (attribute.own) {
+    attribute.kind = Attribute::Kind::entities;
+    EntityDecl const* const entity = checkOwned(shape.target);
+    if (shape.key.type.isRef) {
+      diagnostics_.error(shape.key.type.name.loc, "an owned collection cannot be keyed by pointers");
+      return false;
+    }
+    if (!entity || !types_.checkKey(shape)) return false;
+    checkMemberKey(*entity, shape.target, shape.key.type, "key");
+    return true;
+  }
+  attribute.kind = shape.key.isField ? Attribute::Kind::valuesByField : Attribute::Kind::values;
+  if (shape.target.isRef) attribute.kind = Attribute::Kind::pointers;
+  bool const target = shape.target.isRef ? types_.checkPointer(shape.target) : checkPlainValue(shape.target);
+  return target && types_.checkKey(shape);
+}
+
+bool EntityRules::checkQueue(Attribute& attribute) const {
+  Shape const& shape = attribute.shape;
+  attribute.kind = attribute.own ? Attribute::Kind::entityQueue : Attribute::Kind::valueQueue;
+  bool const index = shape.index.resolved() && !shape.index.isRef && isInteger(shape.index.builtin);
+  if (!index && shape.index.resolved()) {
+    diagnostics_.error(shape.index.name.loc, "the index of a queue is an integer type");
+  }
+  if (attribute.own) {
+    EntityDecl const* const entity = checkOwned(shape.target);
+    if (entity && index && !entity->allParams().empty()) checkMemberKey(*entity, shape.target, shape.index, "index");
+    return entity && index;
+  }
+  if (shape.target.isRef) {
+    diagnostics_.error(shape.target.name.loc, "a queue cannot hold pointers");
+    return false;
+  }
+  return checkPlainValue(shape.target) && index;
+}
+
+bool EntityRules::checkPlainValue(TypeRef const& type) const {
+  if (!type.decl || !type.decl->isEntity()) return types_.checkValue(type, "an attribute");
+  diagnostics_.error(type.name.loc, inQuotes(type.name.text) + " is an entity: it stands behind 'own' or 'ref'",
+                     declaredHere(*type.decl));
+  return false;
+}
+
+// The entity when it can be made and owned.
+EntityDecl const* EntityRules::checkOwned(TypeRef const& type) const {
+  if (!type.resolved()) return nullptr;
+  auto const refuse = [&](std::string const& text) {
+    diagnostics_.error(type.name.loc, text, type.decl ? declaredHere(*type.decl) : std::vector<Note>());
+  };
+  std::string const name = inQuotes(type.name.text);
+  EntityDecl const* const entity = entityDecl(type);
+  if (type.isRef) {
+    refuse("'own' and 'ref' exclude each other");
+  } else if (type.is(Decl::Kind::external)) {
+    refuse(name + " is only 'extern', and can only stand behind 'ref'");
+  } else if (!entity) {
+    refuse("'own' needs an entity: " + name + " is none");
+  } else if (entity->abstract) {
+    refuse(name + " is abstract: nothing can own one");
+  } else {
+    if (type.hasArgs) checkArguments(type, *entity);
+    return entity;
+  }
+  return nullptr;
+}
+
+void EntityRules::checkArguments(TypeRef const& type, EntityDecl const& entity) const {
+  std::vector<Attribute const*> const params = entity.allParams();
+  for (TypeRef const& arg : type.args) {
+    if (!arg.resolved()) return;
+  }
+  bool same = params.size() == type.args.size();
+  for (std::size_t i = 0; same && i < params.size(); ++i) {
+    TypeRef const& param = params[i]->shape.target;
+    same = !param.resolved() || sameType(param, type.args[i]);
+  }
+  if (same) return;
+  diagnostics_.error(type.name.loc, inQuotes(type.name.text) + " is made from " + parameterTypes(entity),
+                     declaredHere(entity));
+}
+
+// An owned member's key or index is its first constructor parameter.
+void EntityRules::checkMemberKey(EntityDecl const& entity, TypeRef const& type, TypeRef const& key,
+                                 char const* role) const {
+  std::vector<Attribute const*> const params = entity.allParams();
+  std::string const name = inQuotes(type.name.text);
+  if (params.empty()) {
+    return diagnostics_.error(type.name.loc, name + " has no constructor parameter to be its " + role,
+                              declaredHere(entity));
+  }
+  Attribute const& first = *params.front();
+  if (!first.shape.target.resolved() || sameType(first.shape.target, key)) return;
+  std::string const written = inQuotes(first.name.text + " : " + spelled(first.shape.target));
+  diagnostics_.error(key.name.loc, std::string("the ") + role + " of " + name + " is its parameter " + written,
+                     noteAt(first.name.loc, "the parameter is declared here"));
+}
+
+void EntityRules::checkAttributeCount(EntityDecl const& entity) const {
+  if (members_.at(&entity).attributes <= maxAttributes) return;
+  diagnostics_.error(entity.name.loc, inQuotes(entity.name.text) + " has more than 65534 attributes");
+}
+
+// --- modifiers ---
+
+void EntityRules::checkModifiers(EntityDecl const& entity, Attribute const& attribute) const {
+  std::set<Modifier::Kind> seen;
+  for (Modifier const& modifier : attribute.modifiers) {
+    std::string const name = inQuotes(word(modifier.kind));
+    if (!seen.insert(modifier.kind).second) {
+      diagnostics_.error(modifier.loc, name + " is there already");
+    } else if (char const* const needed = misplaced(modifier.kind, attribute)) {
+      diagnostics_.error(modifier.loc, name + " needs " + needed);
+    } else if (modifier.kind == Modifier::Kind::onChange) {
+      checkOnChange(entity, modifier.operation);
+    }
+  }
+}
+
+// What the attribute is not and would have to be; null when all is well, or not known because of another mistake.
+char const* EntityRules::misplaced(Modifier::Kind kind, Attribute const& attribute) const {
+  TypeRef const& target = attribute.shape.target;
+  if (!target.resolved()) return nullptr;
+  switch (kind) {
+    case Modifier::Kind::inc:
+      return attribute.kind == Attribute::Kind::value && isInteger(target.builtin) ? nullptr : "an integer";
+    case Modifier::Kind::nonnull:
+      return attribute.kind == Attribute::Kind::pointers ? nullptr : "a collection of pointers";
+    case Modifier::Kind::counter:
+      return attribute.kind == Attribute::Kind::values && target.builtin == Builtin::u8 ? nullptr
+                                                                                        : "a collection of U8";
+    default: return nullptr;
+  }
+}
+
+void EntityRules::checkOnChange(EntityDecl const& entity, Ident const& name) const {
+  Member const* const found = find(&entity, &Members::accessors, name.text);
+  if (!found || !found->operation) {
+    diagnostics_.error(name.loc, inQuotes(entity.name.text) + " has no operation " + inQuotes(name.text));
+  } else if (!found->operation->params.empty()) {
+    diagnostics_.error(name.loc, "the operation of 'onChange' has no arguments",
+                       {{found->loc, inQuotes(name.text) + " is declared here"}});
+  }
+}
+
+// --- operations ---
+
+void EntityRules::checkOperation(EntityDecl const& entity, Operation const& op) const {
+  types_.checkName(op.name);
+  std::map<std::string, Loc> seen;
+  for (Param const& param : op.params) {
+    types_.checkName(param.name);
+    types_.checkSingle(param.shape, "a parameter");
+    auto const [earlier, added] = seen.emplace(param.name.text, param.name.loc);
+    if (added) continue;
+    diagnostics_.error(param.name.loc, "parameter " + inQuotes(param.name.text) + " is declared already",
+                       {{earlier->second, "the earlier parameter"}});
+  }
+  if (op.result) types_.checkValueOrPointer(*op.result, "a result");
+  if (op.binding == Operation::Binding::overrideOp) checkOverride(entity, op);
+}
+
+void EntityRules::checkOverride(EntityDecl const& entity, Operation const& op) const {
+  Member const* const found = entity.base ? find(entity.base, &Members::accessors, op.name.text) : nullptr;
+  Operation const* const base = found ? found->operation : nullptr;
+  std::string const name = inQuotes(op.name.text);
+  if (!base) {
+    diagnostics_.error(op.name.loc, name + " overrides nothing");
+  } else if (base->binding == Operation::Binding::plain) {
+    diagnostics_.error(op.name.loc, name + " overrides an operation that is not virtual",
+                       {{found->loc, "the operation of the base"}});
+  } else if (!sameSignature(*base, op)) {
+    diagnostics_.error(op.name.loc, name + " overrides an operation of another signature",
+                       {{found->loc, "the operation of the base"}});
+  }
+}
+
+// --- names ---
+
+EntityRules::Member const* EntityRules::find(EntityDecl const* entity, NameTable table, std::string const& name) const {
+  for (; entity; entity = entity->base) {
+    auto const members = members_.find(entity);
+    if (members == members_.end()) continue;
+    auto const found = (members->second.*table).find(name);
+    if (found != (members->second.*table).end()) return &found->second;
+  }
+  return nullptr;
+}
+
+void EntityRules::enterAttribute(EntityDecl const& entity, Attribute const& attribute) {
+  ++members_[&entity].attributes;
+  Member const member{"attribute " + inQuotes(attribute.name.text), attribute.name.loc, nullptr};
+  // One error an attribute: where its own name clashes, its accessors do as well.
+  for (std::string const& name : accessorNames(attribute)) {
+    if (!enter(entity, &Members::accessors, name, member, name != attribute.name.text)) return;
+  }
+  std::string const reactor = reactorName(attribute);
+  if (!reactor.empty()) enter(entity, &Members::reactors, reactor, member, true);
+}
+
+void EntityRules::enterOperation(EntityDecl const& entity, Operation const& op) {
+  Member const member{"operation " + inQuotes(op.name.text), op.name.loc, &op};
+  Member const* const earlier = find(&entity, &Members::accessors, op.name.text);
+  bool const overrides = op.binding == Operation::Binding::overrideOp && earlier && earlier->operation;
+  if (overrides && members_[&entity].accessors.count(op.name.text) == 0) {
+    members_[&entity].accessors[op.name.text] = member;
+    return;
+  }
+  enter(entity, &Members::accessors, op.name.text, member, false);
+}
+
+// False, with an error, when the name is taken. `isAccessor`: the name was not written in the model.
+bool EntityRules::enter(EntityDecl const& entity, NameTable table, std::string const& name, Member const& member,
+                        bool isAccessor) {
+  bool const reactor = table == &Members::reactors;
+  std::string const generated = std::string(reactor ? "reactor " : "accessor ") + inQuotes(name) + " of ";
+  std::string const what = (isAccessor ? generated : std::string()) + member.what;
+  if (reactor ? isReactorMember(name) : isEntityMember(name) || name == entity.name.text) {
+    diagnostics_.error(member.loc, what + " takes a name that every entity has");
+    return false;
+  }
+  Member const* const earlier = find(&entity, table, name);
+  if (earlier) {
+    bool const same = !isAccessor && earlier->what == member.what;
+    diagnostics_.error(member.loc, what + (same ? " is declared already" : " clashes with " + earlier->what),
+                       {{earlier->loc, earlier->what + " is declared here"}});
+    return false;
+  }
+  (members_[&entity].*table).emplace(name, member);
+  return true;
+}
+
+}  // namespace kelc

@@ -1,0 +1,47 @@
+// What names stand for.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "compiler/Ast.h"
+#include "compiler/Diagnostic.h"
+#include "compiler/Loader.h"
+
+namespace kelc {
+
+// The declarations of all models of a run and of the framework, by their full names.
+class Scope {
+ public:
+  // Enters the framework's declarations, which the set owns then like all others, and those of all models, which get
+  // their full names. Reports names declared twice and factories that take the name of something else.
+  void collect(ModelSet& set, Diagnostics& diagnostics);
+
+  // What a name means in a model: looked up in its namespace and then in each enclosing one, among what the model and
+  // its imports declare. Null when it means nothing.
+  Decl const* find(Model const& model, std::string const& name) const;
+
+ private:
+  // Who took a full name.
+  struct Taken {
+    std::string what;  // "'Port'", "the factory of 'Port'"
+    Loc loc;
+  };
+
+  void enterFramework(ModelSet& set, std::unique_ptr<Decl> decl, char const* name, char const* header);
+  void enter(Model const& model, Decl& decl, Diagnostics& diagnostics);
+  void enterExtern(Model const& model, ExternDecl& decl, Diagnostics& diagnostics);
+  void take(std::string const& qualified, Taken const& by, Diagnostics& diagnostics);
+  Decl const* findFull(Model const& model, std::string const& qualified) const;
+
+  std::unordered_map<std::string, Decl const*> declared_;
+  std::unordered_map<std::string, std::vector<ExternDecl const*>> externs_;
+  std::unordered_map<std::string, Taken> taken_;
+  std::map<Model const*, std::set<Model const*>> visible_;  // itself and its imports, transitively
+};
+
+}  // namespace kelc
