@@ -1,0 +1,88 @@
+#include "compiler/Options.h"
+
+namespace kelc {
+
+char const usage[] =
+    "usage: kelc [option]... FILE.kel\n"
+    "Reads a model and writes the C++ of its types, NAME.h and NAME.cpp.\n"
+    "  -I DIR              look for imported models below DIR; may be repeated\n"
+    "  -o OUTDIR           write below OUTDIR instead of the working directory\n"
+    "  --name NAME         the path of the header on the include path, without its\n"
+    "                      extension (\"Zuk/PathTrie\"); the model's base name unless given\n"
+    "  --depfile FILE      write what the output depends on, in the form of make\n"
+    "  --deptarget TARGET  what FILE says depends on it; the header unless given\n"
+    "  --stubs             print the signatures of the operations, and write nothing\n"
+    "  --help              print this text\n";
+
+namespace {
+
+// A path below some directory: the header is found by it, and must not escape from OUTDIR.
+bool isName(std::string const& name) {
+  std::filesystem::path const path(name);
+  if (name.empty() || path.is_absolute() || !path.has_filename()) return false;
+  for (auto const& part : path) {
+    if (part == "." || part == "..") return false;
+  }
+  return name.find_first_of("\"\\\n") == std::string::npos;
+}
+
+class CommandLine {
+ public:
+  CommandLine(std::vector<std::string> const& args, Options& options) : args_(args), options_(options) {}
+
+  std::string parse() {
+    while (at_ < args_.size() && error_.empty()) argument(args_[at_++]);
+    if (!error_.empty() || options_.help) return error_;
+    if (options_.input.empty()) return "no model given";
+    if (options_.name.empty()) options_.name = options_.input.stem().string();
+    if (!isName(options_.name)) return "'" + options_.name + "' is no path below the include path";
+    if (options_.includeDirs.empty()) options_.includeDirs.emplace_back(".");
+    return {};
+  }
+
+ private:
+  void argument(std::string const& arg) {
+    if (arg == "-I") {
+      options_.includeDirs.emplace_back(valueOf(arg));
+    } else if (arg.rfind("-I", 0) == 0) {
+      options_.includeDirs.emplace_back(arg.substr(2));
+    } else if (arg == "-o") {
+      options_.outDir = valueOf(arg);
+    } else if (arg == "--name") {
+      options_.name = valueOf(arg);
+    } else if (arg == "--depfile") {
+      options_.depfile = valueOf(arg);
+    } else if (arg == "--deptarget") {
+      options_.depTarget = valueOf(arg);
+    } else if (arg == "--stubs") {
+      options_.stubs = true;
+    } else if (arg == "--help") {
+      options_.help = true;
+    } else if (arg.empty() || arg[0] == '-') {
+      error_ = "unknown option '" + arg + "'";
+    } else if (!options_.input.empty()) {
+      error_ = "more than one model given";
+    } else {
+      options_.input = arg;
+    }
+  }
+
+  std::string valueOf(std::string const& option) {
+    if (at_ < args_.size() && !args_[at_].empty()) return args_[at_++];
+    error_ = "'" + option + "' needs a value";
+    return {};
+  }
+
+  std::vector<std::string> const& args_;
+  Options& options_;
+  std::size_t at_ = 0;
+  std::string error_;
+};
+
+}  // namespace
+
+std::string parseOptions(std::vector<std::string> const& args, Options& options) {
+  return CommandLine(args, options).parse();
+}
+
+}  // namespace kelc
