@@ -1,0 +1,158 @@
+// The checker against models that say, on the offending lines, what it has to say of them:
+//
+//   a : Nothing;  // expected-error: unknown type 'Nothing'
+//
+// Every `.kel` in `models` is compiled by itself; missing and unexpected diagnostics both fail. What is below
+// `models/import` is compiled as an import of those.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <sstream>
+
+#include "ModelTest.h"
+
+namespace kelc::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// One `file:line: severity: text` each, sorted.
+using Lines = std::vector<std::string>;
+
+std::string line(std::string const& path, std::size_t number, std::string const& rest) {
+  return fs::path(path).filename().string() + ":" + std::to_string(number) + ": " + rest;
+}
+
+void addExpected(SourceFile const& file, Lines& expected) {
+  static std::string const mark = "expected-";
+  std::istringstream in(file.text);
+  std::string text;
+  for (std::size_t number = 1; std::getline(in, text); ++number) {
+    for (std::size_t at = text.find(mark); at != std::string::npos;) {
+      std::size_t const start = at + mark.size();
+      at = text.find(mark, start);
+      std::size_t const end = at == std::string::npos ? text.size() : text.rfind("  // ", at);
+      expected.push_back(line(file.path, number, text.substr(start, end - start)));
+    }
+  }
+}
+
+Lines expectedIn(ModelSet const& set) {
+  Lines expected;
+  for (auto const& file : set.files) addExpected(*file, expected);
+  std::sort(expected.begin(), expected.end());
+  return expected;
+}
+
+Lines found(Diagnostics const& diagnostics) {
+  Lines all;
+  for (Diagnostic const& d : diagnostics.sorted()) {
+    all.push_back(line(d.loc.file->path, d.loc.line, "error: " + d.text));
+    for (Note const& note : d.notes) all.push_back(line(note.loc.file->path, note.loc.line, "note: " + note.text));
+  }
+  std::sort(all.begin(), all.end());
+  return all;
+}
+
+std::string difference(Lines const& expected, Lines const& actual) {
+  std::ostringstream out;
+  Lines only;
+  std::set_difference(expected.begin(), expected.end(), actual.begin(), actual.end(), std::back_inserter(only));
+  for (std::string const& text : only) out << "missing:    " << text << '\n';
+  only.clear();
+  std::set_difference(actual.begin(), actual.end(), expected.begin(), expected.end(), std::back_inserter(only));
+  for (std::string const& text : only) out << "unexpected: " << text << '\n';
+  return out.str();
+}
+
+std::vector<std::string> models() {
+  std::vector<std::string> names;
+  for (auto const& entry : fs::directory_iterator(dataDir() / "models")) {
+    if (entry.path().extension() == ".kel") names.push_back(entry.path().stem().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class Checker : public testing::TestWithParam<std::string> {};
+
+TEST_P(Checker, SaysWhatTheModelExpects) {
+  Compiled const compiled(dataDir() / "models" / (GetParam() + ".kel"));
+  ASSERT_TRUE(compiled.readable);
+  EXPECT_EQ(difference(expectedIn(compiled.set), found(compiled.diagnostics)), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, Checker, testing::ValuesIn(models()), [](auto const& tested) { return tested.param; });
+
+std::string firstError(std::string const& text) {
+  TemporaryDir const dir;
+  Compiled const compiled(dir.write("Model.kel", text));
+  std::vector<Diagnostic> const errors = compiled.diagnostics.sorted();
+  return errors.empty() ? "" : errors.front().text;
+}
+
+std::string entityWithAttributes(std::size_t count) {
+  std::string text = "namespace N; entity E {";
+  for (std::size_t i = 0; i < count; ++i) text += "a" + std::to_string(i) + "x:U8;";
+  return text + "}";
+}
+
+TEST(Limits, AttributesOfOneEntity) {
+  EXPECT_EQ(firstError(entityWithAttributes(65534)), "");
+  EXPECT_EQ(firstError(entityWithAttributes(65535)), "'E' has more than 65534 attributes");
+}
+
+TEST(Limits, ChainOfBases) {
+  auto const chain = [](int length) {
+    std::string text = "namespace N; entity E0 {}";
+    for (int i = 1; i <= length; ++i) {
+      text += "entity E" + std::to_string(i) + ":E" + std::to_string(i - 1) + "{}";
+    }
+    return text;
+  };
+  EXPECT_EQ(firstError(chain(64)), "");
+  EXPECT_EQ(firstError(chain(65)), "the base 'E64' is the end of a chain of more than 64 bases");
+}
+
+TEST(Limits, Identifiers) {
+  EXPECT_EQ(firstError("namespace N; enum " + std::string(255, 'x') + "{a}"), "");
+  EXPECT_EQ(firstError("namespace N; enum " + std::string(256, 'x') + "{a}"), "identifier longer than 255 characters");
+}
+
+TEST(Positions, AreThoseOfTheOffendingToken) {
+  TemporaryDir const dir;
+  fs::path const path = dir.write("Model.kel", "namespace N;\r\n\tvalue V { a : Nothing; }\n");
+  std::ostringstream out;
+  Compiled(path).diagnostics.print(out);
+  EXPECT_EQ(out.str(), path.string() + ":2:16: error: unknown type 'Nothing'\n");
+}
+
+// Whatever a file holds, the compiler comes to an end with a tree or with errors.
+TEST(Robustness, SurvivesMangledModels) {
+  TemporaryDir const dir;
+  std::string const original = readFile(dataDir() / "models" / "valid.kel");
+  std::mt19937 random(4711);
+  auto const below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+  for (int round = 0; round < 1500; ++round) {
+    std::string text = original;
+    for (std::size_t edits = 1 + below(8); edits > 0; --edits) {
+      std::size_t const from = below(text.size()), size = below(30);
+      std::string const other = original.substr(below(original.size()), below(30));
+      text.replace(from, size, below(4) == 0 ? std::string(1, static_cast<char>(random())) : other);
+    }
+    ASSERT_TRUE(Compiled(dir.write("Model.kel", text)).readable);
+  }
+}
+
+TEST(Robustness, SurvivesLongRuns) {
+  for (std::string const piece :
+       {"{", "(", "[", "a:", "::", "value V{a:", "entity E(", "\"", "/*", "-", "ref ", "\xff"}) {
+    std::string text = "namespace N; ";
+    for (int i = 0; i < 20000; ++i) text += piece;
+    EXPECT_NE(firstError(text), "") << piece;
+  }
+}
+
+}  // namespace
+}  // namespace kelc::test
