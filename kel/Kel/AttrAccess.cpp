@@ -1,0 +1,53 @@
+#include "Kel/AttrAccess.h"
+
+#include "Kel/Entity.h"
+
+namespace Kel {
+
+GenericIf::Ptr AttrAccess::get(KelAttr const& attr, void const*, GenericIf const*, bool) const {
+  throwOpNotSupportedException(attr.fullName(), "attribute");
+}
+void AttrAccess::set(KelAttr const& attr, Entity&, GenericIf const*, GenericIf const*) const {
+  throwOpNotSupportedException(attr.fullName(), "attributeIs");
+}
+void AttrAccess::del(KelAttr const& attr, Entity&, GenericIf const*) const {
+  throwOpNotSupportedException(attr.fullName(), "attributeDel");
+}
+void AttrAccess::enq(KelAttr const& attr, Entity&, GenericIf const*) const {
+  throwOpNotSupportedException(attr.fullName(), "attributeSQEnq");
+}
+void AttrAccess::deq(KelAttr const& attr, Entity&) const {
+  throwOpNotSupportedException(attr.fullName(), "attributeSQDeq");
+}
+void AttrAccess::op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const*, GenericIf const*) const {
+  if (op == AttributeOp::notify && !attr.isCollection() && !attr.isFunction() && !attr.isConstant())
+    return e.notify(attr.id());
+  throwOpNotSupportedException(attr.fullName(), "attributeOp");
+}
+GenericIf::Ptr AttrAccess::call(KelAttr const& attr, Entity const&, bool, GenericIf::Args const&) const {
+  throwOpNotSupportedException(attr.fullName(), "attributeCall");
+}
+std::unique_ptr<AttrIterator> AttrAccess::iterator(KelAttr const& attr, Entity const&, GenericIf const*) const {
+  throwOpNotSupportedException(attr.fullName(), "attributeIterator");
+}
+U32 AttrAccess::count(KelAttr const& attr, Entity const&) const {
+  throwOpNotSupportedException(attr.fullName(), "attributeCount");
+}
+
+bool AttrAccess::equal(Entity const&, Entity const&) const { return false; }
+void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const {}
+Entity* AttrAccess::single(Entity const&) const { return nullptr; }
+void AttrAccess::point(KelAttr const&, Entity&, Entity*) const {}
+U32 AttrAccess::memberEnd(Entity const&) const { return 0; }
+Entity* AttrAccess::memberAt(Entity const&, U32) const { return nullptr; }
+Entity* AttrAccess::memberLike(Entity const&, Entity const&, U32) const { return nullptr; }
+Entity* AttrAccess::newLike(KelAttr const& attr, Entity&, Entity const&) const {
+  throwOpNotSupportedException(attr.fullName(), "newLike");
+}
+void AttrAccess::reserveMembers(Entity&, U32) const {}
+Entity* AttrAccess::child(Entity const&, std::string_view) const { return nullptr; }
+void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const {}
+void AttrAccess::takeChildren(Entity&, std::vector<Ptr<Entity>>&) const {}
+void AttrAccess::dropPointers(Entity&) const {}
+
+}  // namespace Kel

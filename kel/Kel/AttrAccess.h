@@ -1,0 +1,72 @@
+// How the attributes of objects are reached without knowing their type: one access object for each kind of storage,
+// shared by all attributes of that kind and reached through the attribute's record. Two doors to the same storage: the
+// boxed operations behind GenericIf, and the typed operations that the copy engine's inner loop works with, which
+// neither allocate nor format.
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "Kel/GenericIf.h"
+
+namespace Kel {
+
+// An iterator over a collection, as the collection itself has it; GenericIf::AttributeIterator wraps it.
+class AttrIterator {
+ public:
+  virtual ~AttrIterator() = default;
+  virtual bool nonNull() const = 0;
+  virtual GenericIf::Ptr key() const = 0;
+  virtual GenericIf::Ptr obj(bool constView) const = 0;
+  virtual void inc() = 0;
+  virtual std::unique_ptr<AttrIterator> clone() const = 0;
+};
+
+class AttrAccess {
+ public:
+  virtual ~AttrAccess() = default;
+
+  // Boxed. `object` is the Entity, or the value for a field of a value type. Writers notify reactors. What a kind of
+  // storage does not have raises through throwOpNotSupportedException.
+  virtual GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const;
+  virtual void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const;
+  virtual void del(KelAttr const& attr, Entity& e, GenericIf const* key) const;
+  virtual void enq(KelAttr const& attr, Entity& e, GenericIf const* value) const;
+  virtual void deq(KelAttr const& attr, Entity& e) const;
+  virtual void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const;
+  virtual GenericIf::Ptr call(KelAttr const& attr, Entity const& e, bool constView, GenericIf::Args const& args) const;
+  // From the start, or on the member under the key.
+  virtual std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const;
+  virtual U32 count(KelAttr const& attr, Entity const& e) const;
+
+  // Typed. Whether the attribute's whole content is equal in two entities of the same type: values and collections of
+  // values; pointers by identity. Never called for owned entities.
+  virtual bool equal(Entity const& a, Entity const& b) const;
+  // Copies a single value across and notifies; the values differ.
+  virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
+  // Of a singleton or a pointer: the entity, or null.
+  virtual Entity* single(Entity const& e) const;
+  // Points a single pointer at a target of the right type, and notifies.
+  virtual void point(KelAttr const& attr, Entity& e, Entity* target) const;
+  // Owned members by position (hash maps; `memberEnd` is 0 elsewhere): null at a gap.
+  virtual U32 memberEnd(Entity const& e) const;
+  virtual Entity* memberAt(Entity const& e, U32 position) const;
+  // The owned member with the same key as a member of another entity's same attribute, or null; `hint` is where the
+  // other one stands.
+  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
+  // A new owned singleton or member with the constructor parameters of another; the key must be free. Notifies.
+  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
+  virtual void reserveMembers(Entity& e, U32 count) const;
+
+  // The owned entity under a printed key (the empty one: the singleton), or null.
+  virtual Entity* child(Entity const& e, std::string_view key) const;
+  // Calls back with every owned entity.
+  virtual void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const;
+  // Moves every owned entity out, silently.
+  virtual void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const;
+  // Forgets every pointer, silently.
+  virtual void dropPointers(Entity& e) const;
+};
+
+}  // namespace Kel

@@ -1,0 +1,86 @@
+// Between C++ values and reflective objects.
+#pragma once
+
+#include "Kel/Entity.h"
+#include "Kel/GenericIf.h"
+
+namespace Kel {
+
+template <class T>
+struct PtrTraits {
+  static constexpr bool isPtr = false, isConst = false;
+  using target = void;
+};
+template <class T>
+struct PtrTraits<Ptr<T>> {
+  static constexpr bool isPtr = true, isConst = std::is_const_v<T>;
+  using target = std::remove_const_t<T>;
+};
+template <class T>
+inline constexpr bool isPtrType = PtrTraits<T>::isPtr;
+template <class T>
+inline constexpr bool isConstPtrType = PtrTraits<T>::isConst;
+
+// The type record of an argument or member: of the target for a pointer.
+template <class T>
+KelType const* typeOfArg() {
+  if constexpr (isPtrType<T>)
+    return TypeOf<typename PtrTraits<T>::target>::type();
+  else
+    return TypeOf<T>::type();
+}
+
+template <class T>
+GenericIf::Ptr box(T const& value) {
+  if constexpr (isPtrType<T>) {
+    using Target = typename PtrTraits<T>::target;
+    if constexpr (std::is_same_v<Target, GenericIf>)
+      return GenericIf::Ptr(const_cast<GenericIf*>(value.ptr()));
+    else if constexpr (!std::is_base_of_v<Entity, Target>)
+      return GenericIf::ofObject(TypeOf<Target>::type(), value);
+    else if constexpr (isConstPtrType<T>)
+      return GenericIf::Ptr(const_cast<GenericIf*>(GenericIf::ofEntity(Ptr<Entity const>(value)).ptr()));
+    else
+      return GenericIf::ofEntity(Ptr<Entity>(value));
+  } else {
+    return GenericIf::of(value);
+  }
+}
+
+// As `box`, and read-only when `constView` is set.
+template <class T>
+GenericIf::Ptr boxView(T const& value, bool constView) {
+  if constexpr (isPtrType<T>) {
+    if constexpr (std::is_base_of_v<Entity, typename PtrTraits<T>::target>)
+      if (constView) return box(Ptr<typename PtrTraits<T>::target const>(value));
+  }
+  return box(value);
+}
+
+[[noreturn]] void throwWrongType(String8 const& where, KelType const* expected, GenericIf const* got);
+
+// The C++ value of a reflective object; null is a null pointer. `where` names the attribute for the error.
+template <class T>
+T unbox(GenericIf const* value, String8 const& where) {
+  if constexpr (!isPtrType<T>) {
+    if (!value || value->type() != TypeOf<T>::type()) throwWrongType(where, TypeOf<T>::type(), value);
+    return value->attrVal<T>();
+  } else {
+    using Target = typename PtrTraits<T>::target;
+    if (!value) return nullptr;
+    if constexpr (std::is_same_v<Target, GenericIf>) {
+      return T(const_cast<GenericIf*>(value));
+    } else if constexpr (!std::is_base_of_v<Entity, Target>) {
+      auto* object = dynamic_cast<Target const*>(value->object());
+      if (!object) throwWrongType(where, TypeOf<Target>::type(), value);
+      return T(object);
+    } else {
+      if (!value->isEntity() || !value->type()->isA(TypeOf<Target>::type()))
+        throwWrongType(where, TypeOf<Target>::type(), value);
+      if (!isConstPtrType<T> && value->isConst()) throwConstException(where);
+      return T(const_cast<Target*>(static_cast<Target const*>(value->entityConst().ptr())));
+    }
+  }
+}
+
+}  // namespace Kel

@@ -1,0 +1,63 @@
+// Counts by key, for logs that are written far more often than they are read.
+//
+// `increment` appends to a list (nothing is looked up; one more of the same key in a row costs a comparison of
+// pointers); the counts are made from it when the map is next read. A count is an unsigned 8-bit number and wraps.
+#pragma once
+
+#include <vector>
+
+#include "Kel/HashMap.h"
+
+namespace Kel {
+
+template <class K>
+class CounterMap {
+ public:
+  using key_type = K;
+  using mapped_type = U8;
+  using Iterator = typename HashMap<K, U8>::Iterator;
+
+  void increment(K const& key) {
+    if (!deferred_.empty() && same(deferred_.back().key, key))
+      ++deferred_.back().value;
+    else
+      deferred_.push_back({key, 1});
+  }
+
+  U32 members() const { return counts().members(); }
+  bool empty() const { return deferred_.empty() && counts_.empty(); }
+  template <class Key>
+  U8 const* find(Key const& key) const {
+    return counts().find(key);
+  }
+  U8 value(K const& key) const { return counts().value(key); }
+  bool set(K const& key, U8 value) { return counts().set(key, value); }
+  bool erase(K const& key) { return counts().erase(key); }
+  void clear() {
+    deferred_.clear();
+    counts_.clear();
+  }
+  bool operator==(CounterMap const& o) const { return counts() == o.counts(); }
+  Iterator iterator() const { return counts().iterator(); }
+  Iterator iterator(K const& key) const { return counts().iterator(key); }
+
+ private:
+  static bool same(String8 const& a, String8 const& b) { return a.sharesBytes(b); }
+  template <class T>
+  static bool same(T const& a, T const& b) {
+    return a == b;
+  }
+  // Settles what was deferred.
+  HashMap<K, U8>& counts() const {
+    if (deferred_.empty()) return counts_;
+    counts_.reserve(static_cast<U32>(counts_.members() + deferred_.size()));
+    for (auto const& d : deferred_) counts_.set(d.key, static_cast<U8>(counts_.value(d.key) + d.value));
+    deferred_ = {};
+    return counts_;
+  }
+
+  mutable std::vector<KeyedSlot<K, U8>> deferred_;
+  mutable HashMap<K, U8> counts_;
+};
+
+}  // namespace Kel

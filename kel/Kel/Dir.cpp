@@ -1,0 +1,250 @@
+#include "Kel/Dir.h"
+
+#include <vector>
+
+#include "Kel/AttrStorage.h"
+#include "Kel/TypeBuilder.h"
+
+namespace Kel {
+
+Dir::Dir(Name name, Dir* parent) : Entity(std::move(name)) {
+  if (!parent) return;
+  // Nobody holds the new directory yet: a handle that comes and goes meanwhile must not destroy it.
+  isNondestructingIs(true);
+  parent->entryIs(Entity::Ptr(this));
+  isNondestructingIs(false);
+}
+
+Dir::~Dir() = default;
+
+Kel::Ptr<Dir::EntryState> Dir::entry(Name const& name) { return Kel::Ptr<EntryState>(entryState_.find(name)); }
+Kel::Ptr<Dir::EntryState const> Dir::entry(Name const& name) const {
+  return Kel::Ptr<EntryState const>(entryState_.find(name));
+}
+
+Entity::Ptr Dir::entityRef(Name const& name) {
+  EntryState* state = entryState_.find(name);
+  if (!state) return nullptr;
+  if (!state->entity_) {
+    KelType const* type = KelType::find(state->typeName_);
+    if (!type || !type->isEntity())
+      throwTypeException(fullName() + "/" + name,
+                         String8("Entity is the wrong type: no entity type '") + state->typeName_ + "'");
+    attach(*state, type->newEntity(name));
+  }
+  return state->entity_;
+}
+
+Entity::PtrConst Dir::entityRef(Name const& name) const {
+  EntryState const* state = entryState_.find(name);
+  return state ? Entity::PtrConst(state->entity_) : nullptr;
+}
+
+void Dir::attach(EntryState& state, Entity::Ptr const& entity) {
+  state.entity_ = entity;
+  adopt(*entity, entryStateAttr);
+  Name const name = state.name();
+  notify(entryStateAttr, &name);
+}
+
+Kel::Ptr<Dir::EntryState> Dir::newEntryState(Name const& name, String8 const& typeName) {
+  if (entryState_.find(name)) throwNameInUseException(fullName() + "/" + name + " is taken");
+  Kel::Ptr<EntryState> state(new EntryState(name, typeName));
+  entryState_.insert(state);
+  adopt(*state, entryStateAttr);
+  notify(entryStateAttr, &name);
+  return state;
+}
+
+Kel::Ptr<Dir::EntryState> Dir::entryStateIs(Name const& name, String8 const& typeName) {
+  Kel::Ptr<EntryState> state = entry(name);
+  if (state && state->typeName_ == typeName) return state;
+  if (state) entryStateDel(name);
+  return newEntryState(name, typeName);
+}
+
+Entity::Ptr Dir::newEntity(String8 const& typeName, Name const& name) {
+  KelType const* type = KelType::find(typeName);
+  if (!type || !type->isEntity())
+    throwTypeException(fullName() + "/" + name, String8("Entity is the wrong type: no entity type '") + typeName + "'");
+  return type->newEntity(name, this);
+}
+
+void Dir::entryIs(Entity::Ptr const& entity) {
+  if (!entity) throwNullValidPtr();
+  if (entity->parent()) throwRangeException(entity->fullName() + " has a parent already");
+  if (entity.ptr() == root()) throwRangeException(fullName() + " cannot be put below itself");
+  attach(*newEntryState(entity->name(), entity->typeName()), entity);
+}
+
+void Dir::entryStateDel(Name const& name) {
+  Name const key = name;  // may be the entry's own
+  Kel::Ptr<EntryState> state = entryState_.take(key);
+  if (!state) return;
+  if (state->entity_) leaveTree(std::exchange(state->entity_, nullptr));
+  leaveTree(state);
+  notify(entryStateAttr, &key);
+}
+
+void Dir::entryStateDelAll() {
+  std::vector<Name> names;
+  for (auto it = entryState_.iteratorConst(); it; ++it) names.push_back(it.key());
+  for (Name const& name : names) entryStateDel(name);
+}
+
+Dir::Ptr dirFactory(Name const& name) { return Dir::Ptr(new Dir(name)); }
+
+// --- Reflection ---
+
+namespace {
+
+// The names of the entries that are directories.
+class SubdirAccess final : public AttrAccess {
+ public:
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool) const override {
+    auto const& dir = static_cast<Dir const&>(*static_cast<Entity const*>(object));
+    Name const name = unboxKey<Name>(attr, key);
+    return isSubdir(dir.entry(name)) ? GenericIf::of(true) : GenericIf::Ptr();
+  }
+  std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override;
+  U32 count(KelAttr const&, Entity const& e) const override { return static_cast<U32>(names(e).size()); }
+
+ private:
+  static bool isSubdir(Kel::Ptr<Dir::EntryState const> const& state) {
+    return state && state->entityTypeName() == Dir::_fwkType()->fullTypeName();
+  }
+  static std::vector<Name> names(Entity const& e) {
+    std::vector<Name> list;
+    for (auto it = static_cast<Dir const&>(e).entryStateIteratorConst(); it; ++it)
+      if (isSubdir(it.ptr())) list.push_back(it.key());
+    return list;
+  }
+};
+
+// Over the names as they were when it was made.
+class SubdirIterator final : public AttrIterator {
+ public:
+  explicit SubdirIterator(std::vector<Name> names) : names_(std::move(names)) {}
+  bool nonNull() const override { return at_ < names_.size(); }
+  GenericIf::Ptr key() const override { return box(names_[at_]); }
+  GenericIf::Ptr obj(bool) const override { return box(true); }
+  void inc() override { ++at_; }
+  std::unique_ptr<AttrIterator> clone() const override { return std::make_unique<SubdirIterator>(*this); }
+
+ private:
+  std::vector<Name> names_;
+  std::size_t at_ = 0;
+};
+
+std::unique_ptr<AttrIterator> SubdirAccess::iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const {
+  std::vector<Name> list = names(e);
+  if (key) std::erase_if(list, [name = unboxKey<Name>(attr, key)](Name const& n) { return !(n == name); });
+  return std::make_unique<SubdirIterator>(std::move(list));
+}
+
+}  // namespace
+
+// Entry states, and with them the children.
+struct DirAccess final : AttrAccess {
+  static Dir const& dirOf(Entity const& e) { return static_cast<Dir const&>(e); }
+  static Dir& dirOf(Entity& e) { return static_cast<Dir&>(e); }
+
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override {
+    Dir const& dir = dirOf(*static_cast<Entity const*>(object));
+    return boxView(Kel::Ptr<Dir::EntryState>(dir.entryState_.find(unboxKey<Name>(attr, key))), constView);
+  }
+  void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override {
+    auto const [name, typeName] = nameAndType(attr, key, value);
+    dirOf(e).entryStateIs(name, typeName);
+  }
+  void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
+    dirOf(e).entryStateDel(unboxKey<Name>(attr, key));
+  }
+  void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
+    switch (op) {
+      case AttributeOp::create: {
+        auto const [name, typeName] = nameAndType(attr, key, value);
+        dirOf(e).newEntryState(name, typeName);
+        return;
+      }
+      case AttributeOp::deleteAll: return dirOf(e).entryStateDelAll();
+      case AttributeOp::notify: return dirOf(e).entryStateNotify(unboxKey<Name>(attr, key));
+      default: return AttrAccess::op(attr, e, op, key, value);
+    }
+  }
+  std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override {
+    auto& states = const_cast<Dir&>(dirOf(e)).entryState_;
+    return boxedIterator<MemberPtr>(key ? states.iterator(unboxKey<Name>(attr, key)) : states.iterator());
+  }
+  U32 count(KelAttr const&, Entity const& e) const override { return dirOf(e).entryStates(); }
+  Entity* child(Entity const& e, std::string_view key) const override { return dirOf(e).entryState_.find(key); }
+
+  void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
+    for (auto it = dirOf(e).entryState_.iteratorConst(); it; ++it)
+      if (it->entity_) visit(it->entity_.ptr(), context);
+  }
+  void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
+    for (auto it = dirOf(e).entryState_.iterator(); it; ++it) {
+      if (it->entity_) into.push_back(std::move(it->entity_));
+      into.push_back(it.ptr());
+    }
+    dirOf(e).entryState_.clear();
+  }
+
+ private:
+  struct NameAndType {
+    Name name;
+    String8 typeName;
+  };
+  static NameAndType nameAndType(KelAttr const& attr, GenericIf const* key, GenericIf const* value) {
+    auto const args = creationArgs(attr, key, value);
+    if (args.size() != 2) throwUnknownArgException(attr.fullName(), "name and typeName expected");
+    Name const name = unbox<Name>(args[0].ptr(), attr.fullName());
+    if (key && !(unboxKey<Name>(attr, key) == name))
+      throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
+    return {name, unbox<String8>(args[1].ptr(), attr.fullName())};
+  }
+};
+
+KelType const* Dir::_fwkType() {
+  static KelType const* const type = [] {
+    constexpr unsigned plain = KelAttrIntrospectionFlags::writable | KelAttrIntrospectionFlags::logging;
+    EntityTypeBuilder<Dir> b("Kel::Dir", Entity::_fwkType());
+    b.params<&Entity::name>(nameAttr, {"name"});
+    b.collectionAttr(subdirAttr, "subdir", new SubdirAccess, &TypeOf<bool>::type, KelAttrIntrospectionFlags::logging,
+                     &TypeOf<Name>::type);
+    b.collectionAttr(entryStateAttr, "entryState", new DirAccess, &EntryState::_fwkType,
+                     plain | KelAttrIntrospectionFlags::instantiating, &TypeOf<Name>::type);
+    b.constructs<&Entity::name>();
+    return b.done();
+  }();
+  return type;
+}
+
+KelType const* Dir::EntryState::_fwkType() {
+  static KelType const* const type = [] {
+    EntityTypeBuilder<EntryState> b("Kel::Dir::EntryState", Entity::_fwkType());
+    b.params<&Entity::name, &EntryState::entityTypeName>(nameAttr, {"name", "typeName"});
+    b.pointer(entityPtrAttr, "entityPtr", &EntryState::entity_);
+    b.readonly();
+    b.nolog();
+    b.constructs<&Entity::name, &EntryState::entityTypeName>();
+    return b.done();
+  }();
+  return type;
+}
+
+static TypeRegistration const dirRegistration(&Dir::_fwkType);
+static TypeRegistration const entryStateRegistration(&Dir::EntryState::_fwkType);
+
+Dir::Ptr Dir::Notifiee::notifier() const { return Dir::Ptr(const_cast<Dir*>(static_cast<Dir const*>(bound().ptr()))); }
+Dir::PtrConst Dir::NotifieeConst::notifier() const { return Dir::PtrConst(static_cast<Dir const*>(bound().ptr())); }
+
+void Dir::Notifiee::dispatch(AttributeId id, void const* key) {
+  if (id == entryStateAttr) onEntryState(*static_cast<Name const*>(key));
+}
+void Dir::NotifieeConst::dispatch(AttributeId id, void const* key) {
+  if (id == entryStateAttr) onEntryState(*static_cast<Name const*>(key));
+}
+
+}  // namespace Kel

@@ -1,0 +1,119 @@
+// Entities: the nodes of the tree.
+//
+// An entity has a name, a type, a parent and the parent's attribute through which it is held. Owners are the attribute
+// that instantiated it, or its directory; a child's link to its parent does not count. An entity that its owner deletes
+// leaves the tree: its parent becomes null, and it and everything below it drop their pointer attributes, so that
+// entities that point at each other do not keep each other alive. A handle that somebody still holds stays valid and
+// reads that way. Dropping the last handle of a root lets go of the whole tree, at any depth, without deep recursion.
+//
+// One thread at a time per tree. An entity without reactors, attributes and children costs 56 bytes and its name.
+#pragma once
+
+#include <iosfwd>
+#include <vector>
+
+#include "Kel/Assert.h"
+#include "Kel/KelType.h"
+#include "Kel/Notifiee.h"
+#include "Kel/Ptr.h"
+#include "Kel/String8.h"
+
+namespace Kel {
+
+// A path as a look-up key. Absolute paths begin with '/', relative ones with a component or with '.' and an attribute.
+class EntityUriPath {
+ public:
+  explicit EntityUriPath(String8 path) : path_(std::move(path)) {}
+  String8 const& path() const { return path_; }
+
+ private:
+  String8 path_;
+};
+
+class Entity : public VFPtrInterface {
+ public:
+  using Ptr = Kel::Ptr<Entity>;
+  using PtrConst = Kel::Ptr<Entity const>;
+  using Notifiee = EntityNotifiee;
+  using NotifieeConst = EntityNotifiee;
+
+  ~Entity() override;
+  Entity(Entity const&) = delete;
+  Entity& operator=(Entity const&) = delete;
+
+  // The ids of a type's own attributes continue its base's.
+  enum Attribute : AttributeId { endAttr = 0 };
+
+  static KelType const* _fwkType();
+  virtual KelType const* type() const = 0;
+  String8 const& typeName() const { return type()->fullTypeName(); }
+
+  // The key by which its owner holds it, as it prints.
+  Name const& name() const { return name_; }
+  // The path from the tree's root, whose own full name is empty. An entry of a directory adds "/name", a singleton
+  // ".attribute", a member of a collection or queue ".attribute/key". Cost: the length of the path.
+  String8 fullName() const;
+  // The same text.
+  String8 uriPath() const { return fullName(); }
+
+  // The entity at a path, or null. An absolute path is looked up from this entity's tree's root, any other from this
+  // entity; "" is null. Keys stand in a path as they print, and may hold '/' and '.': at each step the shortest
+  // component that names a child and lets the rest resolve is taken. Look-up goes through containment only. Cost: a
+  // hash look-up a step in the usual case.
+  Ptr entity(EntityUriPath const& path) { return Ptr(const_cast<Entity*>(lookup(path.path()))); }
+  PtrConst entity(EntityUriPath const& path) const { return PtrConst(lookup(path.path())); }
+  Ptr entity(String8 const& path) { return Ptr(const_cast<Entity*>(lookup(path))); }
+  PtrConst entity(String8 const& path) const { return PtrConst(lookup(path)); }
+
+  Entity* parent() { return parent_; }
+  Entity const* parent() const { return parent_; }
+  Entity const* root() const;
+  // Low level: moves the links to the parent only. Whoever calls it has put the entity where it says it is.
+  void parentIs(Ptr const& parent) { parent_ = parent.ptr(); }
+  KelAttr const* parentAttr() const;
+  AttributeId parentAttrId() const { return parentAttrId_; }
+  void parentAttrIdIs(AttributeId id) { parentAttrId_ = id; }
+
+  // The printable form of one attribute; see GenericIf::attributeString.
+  String8 attributeString(AttributeId id) const;
+
+  // --- For generated code ---
+
+  // Takes a new child into the tree under the attribute `id`.
+  void adopt(Entity& child, AttributeId id) {
+    child.parent_ = this;
+    child.parentAttrId_ = id;
+  }
+  // Takes a child that its owner has let go of out of the tree.
+  static void leaveTree(Ptr child) noexcept;
+  // Tells the reactors that an attribute changed; `key` points at the key of the changed member, of the collection's
+  // key type.
+  void notify(AttributeId id, void const* key = nullptr) const {
+    if (reactors_) notifyReactors(id, key);
+  }
+  bool hasReactors() const { return reactors_ != nullptr; }
+
+ protected:
+  explicit Entity(Name name = Name()) : name_(std::move(name)) {}
+  void destroySelf() noexcept override;
+
+ private:
+  friend class EntityNotifiee;
+  friend class Dismantling;
+  Entity const* lookup(String8 const& path) const;
+  void notifyReactors(AttributeId id, void const* key) const;
+
+  Name name_;
+  Entity* parent_ = nullptr;
+  mutable ReactorList* reactors_ = nullptr;
+  AttributeId parentAttrId_ = noAttribute;
+};
+
+// The entity's full name; "<null>" for null.
+std::ostream& operator<<(std::ostream& out, Entity const* entity);
+template <class T>
+requires std::is_base_of_v<Entity, T> std::ostream& operator<<(std::ostream& out, Ptr<T> const& entity) {
+  return out << static_cast<Entity const*>(entity.ptr());
+}
+
+}  // namespace Kel

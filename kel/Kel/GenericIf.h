@@ -1,0 +1,287 @@
+// The reflective interface.
+//
+// A `GenericIf` is a counted object that stands for a value (builtin, enumerator, value type), an entity (mutable or
+// const), another counted object of the framework, or a list of these. Scalars, enumerators and strings are held
+// inline; entities and larger values are referred to. Through it any attribute of any type is read and written by id,
+// with the same effects, reactors included, as the generated accessors have. Names are resolved once, with
+// `attributeId`.
+//
+// Errors name the type and the attribute: UnknownAttrException, TypeException (a value of another type),
+// BadIndexAttrException (a key missing, not wanted or of another type), ConstException (a write through a handle to
+// const), OpNotSupportedException (an operation that this kind of attribute does not have), UnknownArgException (a
+// call), NameInUseException, RangeException. A failed write changes nothing.
+#pragma once
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "Kel/Exception.h"
+#include "Kel/KelType.h"
+
+namespace Kel {
+
+class AttrIterator;
+struct ValueHolder;
+
+// An operation on an attribute beyond set and delete.
+enum class AttributeOp : U8 {
+  increment,  // xInc(), or a counter collection's member
+  deleteAll,  // xDelAll()
+  notify,     // xNotify()
+  create,     // newX: as attributeIs, but a taken key raises NameInUseException
+};
+
+class GenericIf final : public VFPtrInterface {
+ public:
+  using Ptr = Kel::Ptr<GenericIf>;
+  using PtrConst = Kel::Ptr<GenericIf const>;
+  class List;
+  class AttributeIterator;
+  // The arguments of a call, by name, in any order.
+  using Args = std::vector<std::pair<String8, PtrConst>>;
+
+  // Making one. A null entity or object gives null.
+  template <class T>
+  static Ptr of(T const& value);
+  static Ptr ofEntity(Kel::Ptr<Entity> const& entity);
+  static PtrConst ofEntity(Kel::Ptr<Entity const> const& entity);
+  static Ptr ofObject(KelType const* type, Kel::Ptr<PtrInterface const> const& object);
+  static Ptr ofEnum(KelType const* type, S32 value);
+  static Ptr ofHolder(KelType const* type, Kel::Ptr<ValueHolder> const& holder);
+
+  // What it holds: for an entity, its own (most derived) type.
+  KelType const* type() const { return type_; }
+  bool isConst() const { return const_; }
+  bool isEntity() const { return entity_ != nullptr; }
+  bool isList() const { return list_ != nullptr; }
+  // The entity; null when it is none (`entity` also when it is const).
+  Kel::Ptr<Entity> entity() const;
+  Kel::Ptr<Entity const> entityConst() const;
+  PtrInterface const* object() const { return object_.ptr(); }
+  S32 enumValue() const { return scalar_.s32; }
+  List const* list() const { return list_; }
+
+  // A pointer to the builtin when it is exactly of type T, else null.
+  template <class T>
+  T const* attrValPtr() const;
+  // The value; raises TypeException when it is of another type.
+  template <class T>
+  T attrVal() const;
+
+  // Two values of the same type: the type's own comparison. Raises NoImplementationException when it has none,
+  // TypeException when the types differ.
+  bool valueEqual(GenericIf const& other) const;
+  // The plain text of a value, the full name of an entity.
+  String8 text() const;
+  String8 strep() const;
+
+  // Attributes. A key is null where the attribute is no collection; a queue's key is its index.
+  AttributeId attributeId(String8 const& name) const;
+  KelAttr const* attr(AttributeId id) const;
+  Ptr attribute(AttributeId id, PtrConst const& key = nullptr);
+  PtrConst attribute(AttributeId id, PtrConst const& key = nullptr) const;
+  // Sets the attribute, or sets or creates the member under the key. A null value clears a pointer. For an
+  // instantiating attribute the value is a `List` of the constructor arguments, or null where the key alone will do; a
+  // member that is there with other parameters is replaced, one with the same is kept.
+  void attributeIs(AttributeId id, PtrConst const& key, PtrConst const& value) const;
+  // Deletes the member under the key, resets a value to its default, clears a pointer, deletes a singleton. What is not
+  // there is not an error.
+  void attributeDel(AttributeId id, PtrConst const& key = nullptr) const;
+  // Appends to a queue: a value, or for owned entities a List of the constructor arguments after the index.
+  void attributeSQEnq(AttributeId id, PtrConst const& value) const;
+  // Removes the head of a queue; raises RangeException "linkqueue index out of range" when it is empty.
+  void attributeSQDeq(AttributeId id) const;
+  void attributeOp(AttributeOp op, AttributeId id, PtrConst const& key = nullptr,
+                   PtrConst const& value = nullptr) const;
+  // Calls a callable attribute; null when it has no result.
+  Ptr attributeCall(AttributeId id, Args const& args) const;
+
+  AttributeIterator attributeIterator(AttributeId id);
+  AttributeIterator attributeIterator(AttributeId id) const;
+  AttributeIterator attributeIteratorConst(AttributeId id) const;
+  // Positioned at a key; on no member when the key is absent.
+  AttributeIterator attributeIteratorKey(AttributeId id, PtrConst const& key) const;
+  AttributeIterator attributeIteratorKeyConst(AttributeId id, PtrConst const& key) const;
+  // The number of members of a collection.
+  U32 attributeCount(AttributeId id) const;
+
+  // A printable form of the attribute: a value's text, a pointer's target's name, a collection's members in brackets.
+  String8 attributeString(AttributeId id) const;
+
+  ~GenericIf() override;
+
+ protected:
+  explicit GenericIf(KelType const* type, bool isConst) : type_(type), const_(isConst) {}
+
+ private:
+  friend class List;
+  struct Attr;  // an attribute of this object, checked
+  KelAttr const& checked(AttributeId id) const;
+  KelAttr const& checkedCollection(AttributeId id) const;
+  Entity& writableEntity(KelAttr const& attr) const;
+  void const* base() const;
+
+  KelType const* type_;
+  Entity const* entity_ = nullptr;
+  List* list_ = nullptr;
+  bool const_;
+  Kel::Ptr<PtrInterface const> object_;  // keeps the entity, the value or the object
+  String8 string_;
+  union Scalar {
+    bool boolT;
+    char charT;
+    Kel::S8 s8;
+    Kel::U8 u8;
+    Kel::S16 s16;
+    Kel::U16 u16;
+    Kel::S32 s32;
+    Kel::U32 u32;
+    long longT;
+    Kel::S64 s64;
+    Kel::U64 u64 = 0;
+    Kel::F32 f32;
+    Kel::F64 f64;
+    char* charPtr;
+    char const* constCharPtr;
+  } scalar_;
+
+  template <class T, class Self>
+  static auto* slot(Self* self);
+};
+
+// Holds a value of a value type behind a GenericIf.
+struct ValueHolder : VFPtrInterface {
+  virtual void const* value() const = 0;
+};
+
+// An ordered list of reflective objects, such as the constructor arguments of an entity to be made.
+class GenericIf::List : public VFPtrInterface {
+ public:
+  using Ptr = Kel::Ptr<List>;
+  List() = default;
+  void objectEnq(GenericIf::PtrConst const& object) { objects_.push_back(object); }
+  std::vector<GenericIf::PtrConst> const& objects() const { return objects_; }
+  U32 size() const { return static_cast<U32>(objects_.size()); }
+  // The list as a reflective object, to be handed to attributeIs. The list must not change afterwards.
+  static GenericIf::Ptr genericIf(Ptr const& list);
+
+ private:
+  std::vector<GenericIf::PtrConst> objects_;
+};
+
+// An iterator over a collection attribute. It keeps the owner alive; deleting the member under it, in whatever way,
+// leaves it ready to be advanced.
+class GenericIf::AttributeIterator {
+ public:
+  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, std::unique_ptr<AttrIterator> it, bool isConst);
+  AttributeIterator(AttributeIterator const& o);
+  AttributeIterator(AttributeIterator&& o) noexcept;
+  AttributeIterator& operator=(AttributeIterator o) noexcept;
+  ~AttributeIterator();
+
+  // Whether it is on a member.
+  bool attributeIterator_nonNull() const;
+  GenericIf::PtrConst attributeIterator_iterKey() const;  // null for a null pointer key
+  GenericIf::Ptr attributeIterator_iterObj() const;       // null for a null pointer member
+  void attributeIterator_iterInc();
+  AttributeIterator attributeIterator_iterClone() const { return *this; }
+  void attributeIterator_iterDel();
+
+  explicit operator bool() const { return attributeIterator_nonNull(); }
+  GenericIf::PtrConst key() const { return attributeIterator_iterKey(); }
+  GenericIf::Ptr obj() const { return attributeIterator_iterObj(); }
+  AttributeIterator& operator++() {
+    attributeIterator_iterInc();
+    return *this;
+  }
+
+ private:
+  GenericIf::PtrConst owner_;
+  KelAttr const* attr_;
+  std::unique_ptr<AttrIterator> it_;
+  bool const_;
+};
+
+// The text of a value, the full name of an entity, "<null>" for null.
+std::ostream& operator<<(std::ostream& out, GenericIf::PtrConst const& object);
+
+// --- Implementation of the templates ---
+
+template <class V>
+struct ValueHolderOf final : ValueHolder {
+  explicit ValueHolderOf(V const& v) : held(v) {}
+  void const* value() const override { return &held; }
+  V held;
+};
+
+template <class T, class Self>
+auto* GenericIf::slot(Self* self) {
+  auto& s = self->scalar_;
+  if constexpr (std::is_same_v<T, String8>)
+    return &self->string_;
+  else if constexpr (std::is_same_v<T, bool>)
+    return &s.boolT;
+  else if constexpr (std::is_same_v<T, char>)
+    return &s.charT;
+  else if constexpr (std::is_same_v<T, Kel::S8>)
+    return &s.s8;
+  else if constexpr (std::is_same_v<T, Kel::U8>)
+    return &s.u8;
+  else if constexpr (std::is_same_v<T, Kel::S16>)
+    return &s.s16;
+  else if constexpr (std::is_same_v<T, Kel::U16>)
+    return &s.u16;
+  else if constexpr (std::is_same_v<T, Kel::S32>)
+    return &s.s32;
+  else if constexpr (std::is_same_v<T, Kel::U32>)
+    return &s.u32;
+  else if constexpr (std::is_same_v<T, long>)
+    return &s.longT;
+  else if constexpr (std::is_same_v<T, Kel::S64>)
+    return &s.s64;
+  else if constexpr (std::is_same_v<T, Kel::U64>)
+    return &s.u64;
+  else if constexpr (std::is_same_v<T, Kel::F32>)
+    return &s.f32;
+  else if constexpr (std::is_same_v<T, Kel::F64>)
+    return &s.f64;
+  else if constexpr (std::is_same_v<T, char*>)
+    return &s.charPtr;
+  else
+    return &s.constCharPtr;
+}
+
+template <class T>
+GenericIf::Ptr GenericIf::of(T const& value) {
+  if constexpr (BuiltinType<T>) {
+    Ptr made(new GenericIf(TypeOf<T>::type(), false));
+    *slot<T>(made.ptr()) = value;
+    return made;
+  } else if constexpr (std::is_enum_v<T>) {
+    return ofEnum(TypeOf<T>::type(), static_cast<Kel::S32>(value));
+  } else {
+    return ofHolder(TypeOf<T>::type(), Kel::Ptr<ValueHolder>(new ValueHolderOf<T>(value)));
+  }
+}
+
+template <class T>
+T const* GenericIf::attrValPtr() const {
+  static_assert(BuiltinType<T>);
+  return type_ == TypeOf<T>::type() ? slot<T>(this) : nullptr;
+}
+
+template <class T>
+T GenericIf::attrVal() const {
+  if (type_ != TypeOf<T>::type())
+    throwTypeException(type_ ? type_->fullTypeName() : String8("list"),
+                       TypeOf<T>::type()->fullTypeName() + " expected");
+  if constexpr (BuiltinType<T>)
+    return *slot<T>(this);
+  else if constexpr (std::is_enum_v<T>)
+    return static_cast<T>(scalar_.s32);
+  else
+    return static_cast<ValueHolderOf<T> const*>(object_.ptr())->held;
+}
+
+}  // namespace Kel

@@ -1,0 +1,374 @@
+// Hash maps.
+//
+// Members lie in one array in slot order, with an index of hashes beside it (none up to 8 slots: a short map is
+// searched). Walking a map walks memory in order: the order of insertion, until members are deleted and later
+// insertions close the gaps. Look-up takes a key or, for strings, a view. An empty map is one null pointer.
+//
+// An iterator stays valid whatever is inserted or deleted meanwhile; deleting the member under it leaves it ready to be
+// advanced. It must not outlive the map. A map with live iterators does not close gaps. One thread at a time.
+#pragma once
+
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "Kel/MemPool.h"
+#include "Kel/Ptr.h"
+#include "Kel/String8.h"
+
+namespace Kel {
+
+class Entity;
+
+// Hashes of key types; never 0, which marks a gap.
+inline U32 mixHash(U64 h) {
+  h *= 0x9e3779b97f4a7c15ull;
+  h ^= h >> 32;
+  return static_cast<U32>(h) | 1u;
+}
+template <class K>
+U32 keyHash(K const& key) {
+  if constexpr (std::is_same_v<K, String8>)
+    return key.hash();
+  else if constexpr (std::is_enum_v<K>)
+    return mixHash(static_cast<U64>(static_cast<S64>(key)));
+  else if constexpr (std::is_floating_point_v<K>)
+    return mixHash(std::hash<K>()(key));
+  else if constexpr (std::is_integral_v<K>)
+    return mixHash(static_cast<U64>(key));
+  else
+    return mixHash(key.hash());
+}
+template <class T>
+U32 keyHash(Ptr<T> const& key) {
+  return mixHash(reinterpret_cast<std::uintptr_t>(key.ptr()));
+}
+inline U32 keyHash(std::string_view key) { return key.empty() ? String8().hash() : hashBytes(key.data(), key.size()); }
+
+// What does not depend on the members' type: the array of hashes, the index, growth and deletion.
+class HashMapGeneric {
+ public:
+  static constexpr U32 none = 0xffffffff;
+  static constexpr U32 longestUnindexed = 8;
+
+  HashMapGeneric() = default;
+  HashMapGeneric(HashMapGeneric const&) = delete;
+  HashMapGeneric& operator=(HashMapGeneric const&) = delete;
+
+  U32 members() const { return rep_ ? rep_->live : 0; }
+  bool empty() const { return members() == 0; }
+
+  // Slots, for walking by position: members are at the slots below `slotEnd` for which `slotLive` answers true.
+  U32 slotEnd() const { return rep_ ? rep_->used : 0; }
+  bool slotLive(U32 slot) const { return hashes()[slot] != 0; }
+  U32 slotHash(U32 slot) const { return hashes()[slot]; }
+  U32 nextSlot(U32 slot) const {
+    U32 const end = slotEnd();
+    while (slot < end && hashes()[slot] == 0) ++slot;
+    return slot;
+  }
+
+  // Held by an iterator: while there is one, slots keep their numbers.
+  class Pin {
+   public:
+    explicit Pin(HashMapGeneric const* map) : map_(map) { ++map_->pins_; }
+    Pin(Pin const& o) : Pin(o.map_) {}
+    Pin& operator=(Pin const& o) {
+      ++o.map_->pins_;
+      --map_->pins_;
+      map_ = o.map_;
+      return *this;
+    }
+    ~Pin() { --map_->pins_; }
+
+   private:
+    HashMapGeneric const* map_;
+  };
+
+ protected:
+  // Moves `count` slots for which the hash is not 0 from one array to another, one after the other.
+  using Relocate = void (*)(void* to, void* from, U32 const* hashes, U32 count, bool close) noexcept;
+  struct SlotType {
+    std::size_t size;
+    Relocate relocate;
+  };
+
+  struct Rep {
+    U32 used;    // slots handed out, gaps included
+    U32 live;    // members
+    U32 cap;     // slots there are
+    U32 mask;    // of the index; 0: no index
+    U64* index;  // open addressing, linear probing: slot + 1 in the low half, hash in the high half; 0: free
+  };
+
+  U32* hashes() const { return reinterpret_cast<U32*>(rep_ + 1); }
+  char* slots() const { return reinterpret_cast<char*>(rep_ + 1) + slotsOffset(rep_->cap); }
+
+  // Walks the candidates for a hash: `probe` starts as given by `firstProbe`; answers a slot with that hash, or none.
+  struct Probe {
+    U32 at;
+  };
+  U32 findNext(U32 hash, Probe& probe) const {
+    if (!rep_) return none;
+    U32 const* h = hashes();
+    if (!rep_->index) {
+      for (U32 slot = probe.at; slot < rep_->used; ++slot) {
+        if (h[slot] == hash) {
+          probe.at = slot + 1;
+          return slot;
+        }
+      }
+      return none;
+    }
+    U32 const mask = rep_->mask;
+    for (U32 i = probe.at;; ++i) {
+      U64 const entry = rep_->index[(hash + i) & mask];
+      if (entry == 0) return none;
+      if (static_cast<U32>(entry >> 32) != hash) continue;
+      U32 const slot = static_cast<U32>(entry) - 1;
+      if (h[slot] != hash) continue;  // a gap since
+      probe.at = i + 1;
+      return slot;
+    }
+  }
+
+  // Makes room for one more member and enters its hash; the caller constructs the slot. Strong guarantee.
+  U32 newSlot(U32 hash, SlotType const& type);
+  // Makes the slot a gap; the caller has destroyed its content.
+  void deleteSlot(U32 slot) noexcept;
+  void reserveSlots(U32 count, SlotType const& type);
+  // After all slots were destroyed.
+  void emptyAllBuckets(SlotType const& type) noexcept;
+  void swapRep(HashMapGeneric& o) noexcept { std::swap(rep_, o.rep_); }
+
+  Rep* rep_ = nullptr;
+
+ private:
+  static std::size_t slotsOffset(U32 cap) { return (cap * sizeof(U32) + 7) & ~std::size_t(7); }
+  static std::size_t bytes(U32 cap, SlotType const& type) { return sizeof(Rep) + slotsOffset(cap) + cap * type.size; }
+  void resize(U32 cap, bool close, SlotType const& type);
+  void rebuildIndex();
+
+  mutable U32 pins_ = 0;
+};
+
+// A map whose slots hold their key: `KeyOf::key(slot)` gives it.
+template <class K, class Slot, class KeyOf>
+class DenseHash : public HashMapGeneric {
+ public:
+  using key_type = K;
+
+  ~DenseHash() { clear(); }
+
+  template <class Key>
+  U32 findSlot(Key const& key, U32 hash) const {
+    Probe probe{0};
+    for (;;) {
+      U32 const slot = findNext(hash, probe);
+      if (slot == none || KeyOf::key(at(slot)) == key) return slot;
+    }
+  }
+  template <class Key>
+  U32 findSlot(Key const& key) const {
+    return rep_ ? findSlot(key, keyHash(key)) : none;
+  }
+  // As findSlot, but looks at one slot first: two maps of which one is a copy of the other agree in slots.
+  template <class Key>
+  U32 findSlotNear(Key const& key, U32 hash, U32 hint) const {
+    if (hint < slotEnd() && slotHash(hint) == hash && KeyOf::key(at(hint)) == key) return hint;
+    return findSlot(key, hash);
+  }
+
+  Slot& at(U32 slot) { return slotArray()[slot]; }
+  Slot const& at(U32 slot) const { return slotArray()[slot]; }
+  void reserve(U32 count) { reserveSlots(count, slotType()); }
+
+  void clear() noexcept {
+    if (!rep_) return;
+    for (U32 slot = nextSlot(0); slot < slotEnd(); slot = nextSlot(slot + 1)) at(slot).~Slot();
+    emptyAllBuckets(slotType());
+  }
+
+ protected:
+  template <class... Args>
+  Slot& emplace(U32 hash, Args&&... args) {
+    U32 const slot = newSlot(hash, slotType());
+    return *new (&slotArray()[slot]) Slot{std::forward<Args>(args)...};
+  }
+  Slot takeSlot(U32 slot) noexcept {
+    Slot taken(std::move(at(slot)));
+    at(slot).~Slot();
+    deleteSlot(slot);
+    return taken;
+  }
+
+ private:
+  Slot* slotArray() const { return reinterpret_cast<Slot*>(slots()); }
+  static void relocate(void* to, void* from, U32 const* hashes, U32 count, bool close) noexcept {
+    auto* source = static_cast<Slot*>(from);
+    auto* target = static_cast<Slot*>(to);
+    for (U32 i = 0; i < count; ++i, ++source) {
+      if (hashes[i] != 0) {
+        new (target) Slot(std::move(*source));
+        source->~Slot();
+      }
+      if (hashes[i] != 0 || !close) ++target;
+    }
+  }
+  static SlotType const& slotType() {
+    static_assert(alignof(Slot) <= 8);
+    static constexpr SlotType type{sizeof(Slot), &relocate};
+    return type;
+  }
+};
+
+template <class K, class V>
+struct KeyedSlot {
+  K key;
+  V value;
+};
+struct KeyedSlotKey {
+  template <class Slot>
+  static auto const& key(Slot const& slot) {
+    return slot.key;
+  }
+};
+
+// Values by key.
+template <class K, class V>
+class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
+  using Base = DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey>;
+
+ public:
+  using mapped_type = V;
+
+  template <class Key>
+  V const* find(Key const& key) const {
+    U32 const slot = this->findSlot(key);
+    return slot == Base::none ? nullptr : &this->at(slot).value;
+  }
+  // The value under the key, or a default one.
+  V value(K const& key) const {
+    V const* v = find(key);
+    return v ? *v : V();
+  }
+  // Sets or inserts; answers whether the map changed.
+  bool set(K const& key, V const& value) {
+    U32 const hash = keyHash(key);
+    U32 const slot = this->rep_ ? this->findSlot(key, hash) : Base::none;
+    if (slot == Base::none) {
+      this->emplace(hash, key, value);
+      return true;
+    }
+    V& held = this->at(slot).value;
+    if (held == value) return false;
+    held = value;
+    return true;
+  }
+  bool erase(K const& key) {
+    U32 const slot = this->findSlot(key);
+    if (slot == Base::none) return false;
+    this->takeSlot(slot);
+    return true;
+  }
+  bool operator==(HashMap const& o) const {
+    if (this->members() != o.members()) return false;
+    for (U32 s = this->nextSlot(0); s < this->slotEnd(); s = this->nextSlot(s + 1)) {
+      U32 const other = o.findSlotNear(this->at(s).key, this->slotHash(s), s);
+      if (other == Base::none || !(o.at(other).value == this->at(s).value)) return false;
+    }
+    return true;
+  }
+
+  class Iterator {
+   public:
+    explicit Iterator(HashMap const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}
+    Iterator(HashMap const* map, K const& key) : map_(map), pin_(map), slot_(map->findSlot(key)) {}
+    explicit operator bool() const { return slot_ < map_->slotEnd() && map_->slotLive(slot_); }
+    K const& key() const { return map_->at(slot_).key; }
+    V const& value() const { return map_->at(slot_).value; }
+    V const& operator*() const { return value(); }
+    V const* operator->() const { return &value(); }
+    Iterator& operator++() {
+      if (slot_ < map_->slotEnd()) slot_ = map_->nextSlot(slot_ + 1);
+      return *this;
+    }
+
+   private:
+    HashMap const* map_;
+    HashMapGeneric::Pin pin_;
+    U32 slot_;
+  };
+  Iterator iterator() const { return Iterator(this); }
+  Iterator iterator(K const& key) const { return Iterator(this, key); }
+};
+
+// The key of an entity in its owner's collection: its first constructor parameter. Generated code specialises it for
+// entities whose key is not their name.
+template <class T>
+struct EntityKey {
+  using type = Name;
+  static Name const& key(T const& entity) { return entity.name(); }
+};
+
+template <class T>
+struct EntityMapKey {
+  static decltype(auto) key(Ptr<T> const& slot) { return EntityKey<T>::key(*slot); }
+};
+
+// Owned entities, found by the key that they carry.
+template <class T>
+class EntityMap : public DenseHash<typename EntityKey<T>::type, Ptr<T>, EntityMapKey<T>> {
+  using Base = DenseHash<typename EntityKey<T>::type, Ptr<T>, EntityMapKey<T>>;
+
+ public:
+  using K = typename EntityKey<T>::type;
+  using entity_type = T;
+
+  template <class Key>
+  T* find(Key const& key) const {
+    U32 const slot = this->findSlot(key);
+    return slot == Base::none ? nullptr : this->at(slot).ptr();
+  }
+  // The key must not be taken.
+  void insert(Ptr<T> entity) {
+    U32 const hash = keyHash(static_cast<K const&>(EntityKey<T>::key(*entity)));
+    this->emplace(hash, std::move(entity));
+  }
+  // Takes the member out; null when there is none.
+  Ptr<T> take(K const& key) {
+    U32 const slot = this->findSlot(key);
+    return slot == Base::none ? Ptr<T>() : this->takeSlot(slot);
+  }
+  Ptr<T> takeAt(U32 slot) { return this->takeSlot(slot); }
+
+  // `E` is T or T const.
+  template <class E>
+  class IteratorOf {
+   public:
+    explicit IteratorOf(EntityMap const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}
+    IteratorOf(EntityMap const* map, K const& key) : map_(map), pin_(map), slot_(map->findSlot(key)) {}
+    explicit operator bool() const { return slot_ < map_->slotEnd() && map_->slotLive(slot_); }
+    K key() const { return EntityKey<T>::key(*map_->at(slot_)); }
+    Ptr<E> ptr() const { return map_->at(slot_); }
+    E* operator->() const { return map_->at(slot_).ptr(); }
+    E& operator*() const { return *map_->at(slot_); }
+    IteratorOf& operator++() {
+      if (slot_ < map_->slotEnd()) slot_ = map_->nextSlot(slot_ + 1);
+      return *this;
+    }
+
+   private:
+    EntityMap const* map_;
+    HashMapGeneric::Pin pin_;
+    U32 slot_;
+  };
+  using Iterator = IteratorOf<T>;
+  using IteratorConst = IteratorOf<T const>;
+  Iterator iterator() { return Iterator(this); }
+  IteratorConst iteratorConst() const { return IteratorConst(this); }
+  Iterator iterator(K const& key) { return Iterator(this, key); }
+  IteratorConst iteratorConst(K const& key) const { return IteratorConst(this, key); }
+};
+
+}  // namespace Kel

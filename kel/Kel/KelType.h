@@ -1,0 +1,317 @@
+// Type and attribute records.
+//
+// Every type of the framework and of a model has one `KelType`, made on first use, registered by name and never changed
+// or destroyed afterwards; records may be read on any thread. A record lists the type's attributes: by id (dense, a
+// derived type continues its base's) and in the order of the attribute queue (constructor parameters first, then
+// declaration order, inherited attributes before own ones).
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+#include <vector>
+
+#include "Kel/Ptr.h"
+#include "Kel/String8.h"
+
+namespace Kel {
+
+class AttrAccess;
+class Dir;
+class Entity;
+class GenericIf;
+class KelAttr;
+class KelType;
+
+// What the framework knows of the values of a type, for code that has no type at compile time.
+struct ValueOps {
+  void (*print)(void const* value, std::ostream& out);
+  String8 (*strep)(void const* value);
+  // Reads a value's strep and advances `begin`; raises RangeException.
+  Ptr<GenericIf> (*parse)(char const*& begin, char const* end);
+  Ptr<GenericIf> (*box)(void const* value);
+  bool (*equal)(void const* a, void const* b);  // null: the type has no comparison operator
+};
+
+// Records refer to each other in circles, so they refer through functions and look each other up when first asked.
+using TypeFunction = KelType const* (*)();
+
+// An argument of a callable attribute or of a constructor.
+struct KelArg {
+  String8 name;
+  TypeFunction typeFunction;
+  bool pointer;
+  KelType const* type() const { return typeFunction(); }
+};
+
+// The constructor arguments of what an instantiating attribute creates.
+class KelConstraint {
+ public:
+  explicit KelConstraint(std::vector<KelArg> const& args) : args_(args) {}
+  // The n-th argument, or null past the last.
+  KelArg const* argPtr(unsigned int n) const { return n < args_.size() ? &args_[n] : nullptr; }
+  unsigned int args() const { return static_cast<unsigned int>(args_.size()); }
+
+ private:
+  std::vector<KelArg> const& args_;
+};
+
+// A record of another type, looked up once.
+class TypeLink {
+ public:
+  TypeLink() = default;
+  void functionIs(TypeFunction function) { function_ = function; }
+  KelType const* get() const {
+    KelType const* type = type_.load(std::memory_order_acquire);
+    if (!type && function_) type_.store(type = function_(), std::memory_order_release);
+    return type;
+  }
+
+ private:
+  TypeFunction function_ = nullptr;
+  mutable std::atomic<KelType const*> type_{nullptr};
+};
+
+// The flags of an attribute that the reflective interface shows.
+class KelAttrIntrospectionFlags {
+ public:
+  enum Flag : U8 { writable = 1, logging = 2, instantiating = 4, pointer = 8, function = 16, ctorParam = 32 };
+  // Raises RangeException "KelAttrIntrospectionFlags::value > 0x3f not allowed".
+  KelAttrIntrospectionFlags(unsigned int value);
+  U8 value() const { return value_; }
+  bool has(Flag flag) const { return (value_ & flag) != 0; }
+
+ private:
+  U8 value_;
+};
+
+class KelAttr final : public PtrInterface {
+ public:
+  using Ptr = Kel::Ptr<KelAttr>;
+  using PtrConst = Kel::Ptr<KelAttr const>;
+  enum class Collection : U8 { none, hashMap, orderedMap, queue };
+
+  String8 const& name() const { return name_; }
+  // "Cli::Session::Status::root", for messages.
+  String8 const& fullName() const { return fullName_; }
+  AttributeId id() const { return id_; }
+  KelType const* ownerType() const { return owner_; }
+
+  // The type of the value, or of the entity that is owned or pointed at; of a collection's members; of a call's result
+  // (null: none).
+  KelType const* type() const { return type_.get(); }
+  // The type of a collection's keys (a queue's index); null for anything else.
+  KelType const* keyType() const { return keyType_.get(); }
+  bool keyIsPtr() const { return keyIsPtr_; }
+
+  Collection collectionKind() const { return collection_; }
+  bool isCollection() const { return collection_ != Collection::none; }
+  bool isQueue() const { return collection_ == Collection::queue; }
+  // A builtin, enumerator or value; entities held as owner; a pointer to one held elsewhere; a callable.
+  bool isValue() const;
+  bool isEntity() const;
+  bool isPtr() const { return flags_.has(KelAttrIntrospectionFlags::pointer); }
+  bool isFunction() const { return flags_.has(KelAttrIntrospectionFlags::function); }
+  // A pointer through which the target cannot be changed.
+  bool isConstPtr() const { return constPtr_; }
+  bool isConstant() const { return constant_; }
+
+  bool instantiating() const { return flags_.has(KelAttrIntrospectionFlags::instantiating); }
+  bool writable() const { return flags_.has(KelAttrIntrospectionFlags::writable); }
+  bool logging() const { return flags_.has(KelAttrIntrospectionFlags::logging); }
+  bool ctorParam() const { return flags_.has(KelAttrIntrospectionFlags::ctorParam); }
+  // Logging, writable and no constructor parameter.
+  bool copiable() const { return logging() && writable() && !ctorParam(); }
+  KelAttrIntrospectionFlags flags() const { return flags_; }
+
+  // Of an instantiating attribute: the constructor arguments of what it creates.
+  KelConstraint constraint() const;
+  // Of a callable attribute: its arguments.
+  std::vector<KelArg> const& args() const { return args_; }
+
+  // How the attribute of an object is reached; for the framework's own use.
+  AttrAccess const& access() const { return *access_; }
+  void (*afterChange() const)(Entity&) { return afterChange_; }
+
+ private:
+  friend class TypeBuilderBase;
+  KelAttr(AttrAccess const* access) : access_(access) { isNondestructingIs(true); }
+
+  String8 name_, fullName_;
+  KelType const* owner_ = nullptr;
+  TypeLink type_, keyType_;
+  AttributeId id_ = noAttribute;
+  KelAttrIntrospectionFlags flags_ = 0;
+  Collection collection_ = Collection::none;
+  bool keyIsPtr_ = false, constPtr_ = false, constant_ = false;
+  std::vector<KelArg> args_;
+  AttrAccess const* access_;
+  void (*afterChange_)(Entity&) = nullptr;
+};
+
+std::ostream& operator<<(std::ostream& out, KelAttr const& attr);
+
+class KelType final : public PtrInterface {
+ public:
+  enum class Kind : U8 { builtin, enumeration, value, entity, object };
+  enum class Builtin : U8 {
+    none,
+    boolT,
+    charT,
+    s8,
+    u8,
+    s16,
+    u16,
+    s32,
+    u32,
+    longT,
+    s64,
+    u64,
+    f32,
+    f64,
+    charPtr,
+    constCharPtr,
+    string
+  };
+
+  // The registered type of that full name, or null.
+  static KelType const* find(String8 const& fullTypeName);
+
+  String8 const& name() const { return name_; }
+  String8 const& fullTypeName() const { return fullName_; }
+  Kind kind() const { return kind_; }
+  Builtin builtin() const { return builtin_; }
+  bool isEntity() const { return kind_ == Kind::entity; }
+  bool isEnum() const { return kind_ == Kind::enumeration; }
+  bool isBuiltin() const { return kind_ == Kind::builtin; }
+  // A builtin, an enumeration or a value type.
+  bool isValue() const { return kind_ <= Kind::value; }
+  bool isAbstract() const { return !construct_ && isEntity(); }
+  KelType const* base() const { return base_; }
+  // Whether this is `other` or derived from it. Cost: the length of the chain.
+  bool isA(KelType const* other) const;
+
+  // The n-th attribute of the attribute queue, null past the end.
+  KelAttr const* attributeQ(unsigned int n) const { return n < queue_.size() ? queue_[n] : nullptr; }
+  std::vector<KelAttr const*> const& attributeQ() const { return queue_; }
+  // By id; null when there is none.
+  KelAttr const* attr(AttributeId id) const { return id < attrs_.size() ? attrs_[id] : nullptr; }
+  // By name: `findAttr` answers null, `getAttr` raises UnknownAttrException. Cost: a hash look-up.
+  KelAttr const* findAttr(std::string_view name) const;
+  KelAttr const* getAttr(std::string_view name) const;
+
+  std::vector<KelArg> const& ctorArgs() const { return ctorArgs_; }
+  std::vector<KelType const*> const& nestedTypes() const { return nested_; }
+
+  // Of a value type: whether it converts automatically to its representation type, and the attribute that holds its
+  // value (null: it has none).
+  bool autoconvertToRepType() const { return autoconvert_; }
+  KelAttr const* valAttr() const { return valAttr_; }
+  ValueOps const& valueOps() const { return ops_; }
+
+  // Enumerators in the order of their values.
+  struct Enumerator {
+    String8 name;
+    S32 value;
+  };
+  std::vector<Enumerator> const& enumerators() const { return enumerators_; }
+
+  // A new entity of this type with that name, an entry of the directory when one is given. The type must be created by
+  // a name alone; further constructor parameters get their defaults. Raises TypeException for a type that cannot be
+  // made so, NameInUseException for a taken name.
+  Ptr<Entity> newEntity(Name const& name, Dir* dir = nullptr) const;
+  // A new entity from all its constructor arguments in order. Raises TypeException, UnknownArgException.
+  Ptr<Entity> newEntity(std::vector<Ptr<GenericIf const>> const& args) const;
+
+  // The reflective interface of an object.
+  Ptr<GenericIf> genericIf(Ptr<Entity> const& object) const;
+  Ptr<GenericIf const> genericIf(Ptr<Entity const> const& object) const;
+  // Of a raw value of this type, which is copied; `isValue` must be true.
+  Ptr<GenericIf> genericIf(void const* value, bool isValue = true) const;
+  // From a plain text (no quotes): numbers, names of enumerators, booleans "true"/"false" and "True"/"False"; a value
+  // type from its strep. Raises RangeException saying what was expected.
+  Ptr<GenericIf> genericFromText(std::string_view text) const;
+
+  // For the framework and the copy engine: the constructor parameters of two entities of exactly this type are equal;
+  // a new entity with the parameters of another. Null where a parameter is a pointer.
+  bool (*paramsEqual() const)(Entity const& a, Entity const& b) { return paramsEqual_; }
+  Entity* (*newLike() const)(Entity const& like) { return newLike_; }
+  // Attributes that own entities, attributes that hold pointers, whether anything below may hold pointers.
+  std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
+  std::vector<KelAttr const*> const& ptrAttrs() const { return ptrAttrs_; }
+  bool pointersBelow() const;
+
+ private:
+  friend class TypeBuilderBase;
+  KelType() { isNondestructingIs(true); }
+
+  String8 name_, fullName_;
+  Kind kind_ = Kind::builtin;
+  Builtin builtin_ = Builtin::none;
+  bool autoconvert_ = false;
+  mutable std::atomic<S8> pointersBelow_{-1};
+  KelType const* base_ = nullptr;
+  std::vector<KelAttr const*> attrs_, queue_, ownAttrs_, ptrAttrs_;
+  std::vector<KelArg> ctorArgs_;
+  std::vector<KelType const*> nested_;
+  std::vector<Enumerator> enumerators_;
+  KelAttr const* valAttr_ = nullptr;
+  ValueOps ops_{};
+  struct NameIndex;
+  NameIndex const* index_ = nullptr;
+  Ptr<Entity> (*construct_)(std::vector<Ptr<GenericIf const>> const& args, KelType const& type) = nullptr;
+  bool (*paramsEqual_)(Entity const&, Entity const&) = nullptr;
+  Entity* (*newLike_)(Entity const&) = nullptr;
+};
+
+// The type's full name.
+std::ostream& operator<<(std::ostream& out, KelType const& type);
+
+// Registers a type when its library is loaded, so that it can be found by name before anybody used it.
+struct TypeRegistration {
+  explicit TypeRegistration(KelType const* (*fwkType)());
+};
+
+// The record of a C++ type: builtins, model values and enumerations, entities, and the framework's counted objects.
+template <class T>
+struct TypeOf {
+  static KelType const* type() {
+    if constexpr (std::is_enum_v<T>)
+      return _fwkType(T{});
+    else
+      return T::_fwkType();
+  }
+};
+
+KelType const* builtinType(KelType::Builtin builtin);
+template <>
+struct TypeOf<KelAttr> {
+  static KelType const* type();
+};
+template <>
+struct TypeOf<GenericIf> {
+  static KelType const* type();
+};
+template <>
+struct TypeOf<void> {
+  static KelType const* type() { return nullptr; }
+};
+
+// clang-format off
+#define KEL_BUILTIN(T, which)                                                              \
+  template <> struct TypeOf<T> {                                                           \
+    static constexpr KelType::Builtin builtin = KelType::Builtin::which;                   \
+    static KelType const* type() { return builtinType(builtin); }                          \
+  };
+KEL_BUILTIN(bool, boolT) KEL_BUILTIN(char, charT) KEL_BUILTIN(S8, s8) KEL_BUILTIN(U8, u8) KEL_BUILTIN(S16, s16)
+KEL_BUILTIN(U16, u16) KEL_BUILTIN(S32, s32) KEL_BUILTIN(U32, u32) KEL_BUILTIN(long, longT) KEL_BUILTIN(S64, s64)
+KEL_BUILTIN(U64, u64) KEL_BUILTIN(F32, f32) KEL_BUILTIN(F64, f64) KEL_BUILTIN(char*, charPtr)
+KEL_BUILTIN(char const*, constCharPtr) KEL_BUILTIN(String8, string)
+#undef KEL_BUILTIN
+    // clang-format on
+
+    template <class T>
+    concept BuiltinType = requires {
+  TypeOf<T>::builtin;
+};
+
+}  // namespace Kel

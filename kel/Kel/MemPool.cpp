@@ -1,0 +1,110 @@
+#include "Kel/MemPool.h"
+
+#include <mutex>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define KEL_POOL_OFF 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer)
+#define KEL_POOL_OFF 1
+#endif
+#endif
+
+namespace Kel {
+
+#ifdef KEL_POOL_OFF
+
+void* KelMemPool::allocate(std::size_t size) { return ::operator new(size); }
+void KelMemPool::release(void* block, std::size_t) noexcept { ::operator delete(block); }
+
+#else
+
+namespace {
+
+struct FreeBlock {
+  FreeBlock* next;
+};
+
+constexpr std::size_t classes = KelMemPool::maxBlock / KelMemPool::granule;
+constexpr std::size_t chunkSize = 64 * 1024;
+
+struct Lists {
+  FreeBlock* head[classes] = {};
+  char* bump = nullptr;
+  char* bumpEnd = nullptr;
+};
+
+std::mutex orphansLock;
+FreeBlock* orphans[classes];
+
+// What a thread had left goes to whoever needs it next. The lists themselves are trivially destructible, so that
+// objects with static storage may still be released after this destructor ran.
+struct HandOver {
+  Lists* lists;
+  ~HandOver();
+};
+
+thread_local Lists lists;
+thread_local HandOver handOver{&lists};
+
+HandOver::~HandOver() {
+  std::lock_guard<std::mutex> guard(orphansLock);
+  for (std::size_t c = 0; c < classes; ++c) {
+    while (FreeBlock* block = lists->head[c]) {
+      lists->head[c] = block->next;
+      block->next = orphans[c];
+      orphans[c] = block;
+    }
+  }
+}
+
+FreeBlock* adoptOrphans(std::size_t c) {
+  std::lock_guard<std::mutex> guard(orphansLock);
+  FreeBlock* adopted = orphans[c];
+  orphans[c] = nullptr;
+  return adopted;
+}
+
+void* refill(Lists& mine, std::size_t c) {
+  (void)handOver.lists;  // makes sure that the hand-over runs when this thread ends
+  std::size_t const size = (c + 1) * KelMemPool::granule;
+  if (static_cast<std::size_t>(mine.bumpEnd - mine.bump) < size) {
+    if (FreeBlock* adopted = adoptOrphans(c)) {
+      mine.head[c] = adopted->next;
+      return adopted;
+    }
+    mine.bump = static_cast<char*>(::operator new(chunkSize));
+    mine.bumpEnd = mine.bump + chunkSize;
+  }
+  void* block = mine.bump;
+  mine.bump += size;
+  return block;
+}
+
+}  // namespace
+
+void* KelMemPool::allocate(std::size_t size) {
+  if (size > maxBlock) return ::operator new(size);
+  std::size_t const c = size == 0 ? 0 : (size - 1) / granule;
+  Lists& mine = lists;
+  if (FreeBlock* block = mine.head[c]) {
+    mine.head[c] = block->next;
+    return block;
+  }
+  return refill(mine, c);
+}
+
+void KelMemPool::release(void* block, std::size_t size) noexcept {
+  if (size > maxBlock) {
+    ::operator delete(block);
+    return;
+  }
+  std::size_t const c = size == 0 ? 0 : (size - 1) / granule;
+  auto* freed = static_cast<FreeBlock*>(block);
+  freed->next = lists.head[c];
+  lists.head[c] = freed;
+}
+
+#endif
+
+}  // namespace Kel

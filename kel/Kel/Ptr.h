@@ -1,0 +1,148 @@
+// Counted handles.
+//
+// Copying a `Ptr` increments the count of the object that it points at, dropping one decrements it; the object is
+// destroyed with its last handle. Counts are atomic: handles may be copied and dropped on any thread. The objects
+// themselves are not locked; a tree of entities belongs to one thread at a time.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <iosfwd>
+#include <type_traits>
+#include <utility>
+
+#include "Kel/MemPool.h"
+#include "Kel/Types.h"
+
+namespace Kel {
+
+// The common base of all counted objects. A new object has a count of 0 and belongs to nobody until a handle takes it.
+class PtrInterface {
+ public:
+  PtrInterface() = default;
+  PtrInterface(PtrInterface const&) : refs_(0) {}
+  PtrInterface& operator=(PtrInterface const&) { return *this; }
+  virtual ~PtrInterface() = default;
+
+  void refInc() const noexcept { refs_.fetch_add(1, std::memory_order_relaxed); }
+  void refDec() const noexcept {
+    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) lastRefGone();
+  }
+  U32 refs() const noexcept { return refs_.load(std::memory_order_relaxed); }
+
+  // Marks an object that is not to be destroyed with its last reference (one with static or automatic storage).
+  void isNondestructingIs(bool on) noexcept { nondestructing_ = on; }
+  bool isNondestructing() const noexcept { return nondestructing_; }
+
+ protected:
+  // Destroys the object. A class whose instances own long chains of others overrides it to let go of them without
+  // deep recursion.
+  virtual void destroySelf() noexcept { delete this; }
+
+  // Spare bytes beside the count, for derived classes.
+  U8 bits_ = 0;
+
+ private:
+  void lastRefGone() const noexcept {
+    if (!nondestructing_) const_cast<PtrInterface*>(this)->destroySelf();
+  }
+
+  mutable std::atomic<U32> refs_{0};
+  bool nondestructing_ = false;
+};
+
+// Counted objects whose memory comes from the framework's pool.
+class VFPtrInterface : public PtrInterface {
+ public:
+  static void* operator new(std::size_t size) { return KelMemPool::allocate(size); }
+  static void* operator new(std::size_t, void* place) noexcept { return place; }
+  static void operator delete(void* block, std::size_t size) noexcept { KelMemPool::release(block, size); }
+};
+
+// A counted reference to a T, or null. `Ptr<T const>` gives read-only access. The size of a pointer.
+template <class T>
+class Ptr {
+ public:
+  using element_type = T;
+
+  Ptr() noexcept = default;
+  Ptr(std::nullptr_t) noexcept {}
+  Ptr(T* object) noexcept : p_(object) {
+    if (p_) p_->refInc();
+  }
+  Ptr(Ptr const& o) noexcept : Ptr(o.p_) {}
+  Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+  template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
+  Ptr(Ptr<U> const& o) noexcept : Ptr(o.ptr()) {}
+  template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
+  Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}
+  ~Ptr() {
+    if (p_) p_->refDec();
+  }
+  Ptr& operator=(Ptr const& o) noexcept {
+    Ptr(o).swap(*this);
+    return *this;
+  }
+  Ptr& operator=(Ptr&& o) noexcept {
+    Ptr(std::move(o)).swap(*this);
+    return *this;
+  }
+
+  T* ptr() const noexcept { return p_; }
+  T* operator->() const noexcept { return p_; }
+  T& operator*() const noexcept { return *p_; }
+  explicit operator bool() const noexcept { return p_ != nullptr; }
+  void swap(Ptr& o) noexcept { std::swap(p_, o.p_); }
+
+  // Gives the counted reference away: the caller owes one `refDec`.
+  T* release() noexcept { return std::exchange(p_, nullptr); }
+
+  template <class U>
+  bool operator==(Ptr<U> const& o) const noexcept {
+    return p_ == o.ptr();
+  }
+  bool operator==(std::nullptr_t) const noexcept { return p_ == nullptr; }
+
+ private:
+  T* p_ = nullptr;
+};
+
+// The same object seen as another type of its hierarchy; null when it is not one. Cost: a dynamic_cast.
+template <class To, class From>
+Ptr<To> ptrCast(Ptr<From> const& from) {
+  return Ptr<To>(dynamic_cast<To*>(from.ptr()));
+}
+
+// Throws Kel::RangeException "null ValidPtr".
+[[noreturn]] void throwNullValidPtr();
+
+// A handle that is never null: making one from null raises "null ValidPtr".
+template <class T>
+class ValidPtr {
+ public:
+  template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
+  ValidPtr(Ptr<U> const& p) : p_(p) {
+    if (!p_) throwNullValidPtr();
+  }
+  operator Ptr<T> const&() const noexcept { return p_; }
+  Ptr<T> const& handle() const noexcept { return p_; }
+  T* ptr() const noexcept { return p_.ptr(); }
+  T* operator->() const noexcept { return p_.ptr(); }
+  T& operator*() const noexcept { return *p_; }
+
+ private:
+  Ptr<T> p_;
+};
+
+template <class T>
+ValidPtr<T> validPtr(Ptr<T> const& p) {
+  return ValidPtr<T>(p);
+}
+
+}  // namespace Kel
+
+template <class T>
+struct std::hash<Kel::Ptr<T>> {
+  std::size_t operator()(Kel::Ptr<T> const& p) const noexcept { return std::hash<T*>()(p.ptr()); }
+};

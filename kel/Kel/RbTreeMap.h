@@ -1,0 +1,146 @@
+// Ordered maps: iteration in ascending key order.
+//
+// An iterator keeps the key that it is on: it stays valid whatever is inserted or deleted meanwhile, and deleting the
+// member under it leaves it ready to be advanced. It must not outlive the map. Look-up and each step cost O(log n).
+#pragma once
+
+#include <map>
+#include <optional>
+
+#include "Kel/HashMap.h"
+
+namespace Kel {
+
+// Orders keys: builtins and strings by value, value types field by field (their generated `compare`, whatever operators
+// they have of their own).
+struct KeyLess {
+  using is_transparent = void;
+  template <class A, class B>
+  bool operator()(A const& a, B const& b) const {
+    if constexpr (requires { a.compare(b); })
+      return a.compare(b) < 0;
+    else if constexpr (std::is_convertible_v<A const&, std::string_view>)
+      return std::string_view(a) < std::string_view(b);
+    else
+      return a < b;
+  }
+};
+
+template <class K, class V>
+class RbTreeMap {
+ public:
+  using key_type = K;
+  using mapped_type = V;
+
+  U32 members() const { return static_cast<U32>(map_.size()); }
+  bool empty() const { return map_.empty(); }
+  template <class Key>
+  V const* find(Key const& key) const {
+    auto const it = map_.find(key);
+    return it == map_.end() ? nullptr : &it->second;
+  }
+  V value(K const& key) const {
+    V const* v = find(key);
+    return v ? *v : V();
+  }
+  bool set(K const& key, V const& value) {
+    auto const [it, inserted] = map_.try_emplace(key, value);
+    if (inserted) return true;
+    if (it->second == value) return false;
+    it->second = value;
+    return true;
+  }
+  bool erase(K const& key) { return map_.erase(key) != 0; }
+  void clear() { map_.clear(); }
+  bool operator==(RbTreeMap const& o) const { return map_ == o.map_; }
+
+  class Iterator {
+   public:
+    explicit Iterator(RbTreeMap const* map) : map_(map) {
+      if (!map_->map_.empty()) key_ = map_->map_.begin()->first;
+    }
+    Iterator(RbTreeMap const* map, K const& key) : map_(map) {
+      if (map_->find(key)) key_ = key;
+    }
+    explicit operator bool() const { return key_ && map_->find(*key_); }
+    K const& key() const { return *key_; }
+    V const& value() const { return *map_->find(*key_); }
+    V const& operator*() const { return value(); }
+    V const* operator->() const { return &value(); }
+    Iterator& operator++() {
+      if (!key_) return *this;
+      auto const it = map_->map_.upper_bound(*key_);
+      if (it == map_->map_.end())
+        key_.reset();
+      else
+        key_ = it->first;
+      return *this;
+    }
+
+   private:
+    RbTreeMap const* map_;
+    std::optional<K> key_;
+  };
+  Iterator iterator() const { return Iterator(this); }
+  Iterator iterator(K const& key) const { return Iterator(this, key); }
+
+ private:
+  std::map<K, V, KeyLess> map_;
+};
+
+// Owned entities in the order of the key that they carry.
+template <class T>
+class EntityTree {
+ public:
+  using K = typename EntityKey<T>::type;
+  using key_type = K;
+  using entity_type = T;
+
+  U32 members() const { return map_.members(); }
+  bool empty() const { return map_.empty(); }
+  template <class Key>
+  T* find(Key const& key) const {
+    Ptr<T> const* held = map_.find(key);
+    return held ? held->ptr() : nullptr;
+  }
+  void insert(Ptr<T> entity) {
+    K const key = EntityKey<T>::key(*entity);
+    map_.set(key, entity);
+  }
+  Ptr<T> take(K const& key) {
+    Ptr<T> taken(find(key));
+    if (taken) map_.erase(key);
+    return taken;
+  }
+  void clear() { map_.clear(); }
+
+  template <class E>
+  class IteratorOf {
+   public:
+    explicit IteratorOf(EntityTree const* tree) : it_(tree->map_.iterator()) {}
+    IteratorOf(EntityTree const* tree, K const& key) : it_(tree->map_.iterator(key)) {}
+    explicit operator bool() const { return static_cast<bool>(it_); }
+    K const& key() const { return it_.key(); }
+    Ptr<E> ptr() const { return it_.value(); }
+    E* operator->() const { return it_.value().ptr(); }
+    E& operator*() const { return *it_.value(); }
+    IteratorOf& operator++() {
+      ++it_;
+      return *this;
+    }
+
+   private:
+    typename RbTreeMap<K, Ptr<T>>::Iterator it_;
+  };
+  using Iterator = IteratorOf<T>;
+  using IteratorConst = IteratorOf<T const>;
+  Iterator iterator() { return Iterator(this); }
+  IteratorConst iteratorConst() const { return IteratorConst(this); }
+  Iterator iterator(K const& key) { return Iterator(this, key); }
+  IteratorConst iteratorConst(K const& key) const { return IteratorConst(this, key); }
+
+ private:
+  RbTreeMap<K, Ptr<T>> map_;
+};
+
+}  // namespace Kel

@@ -1,0 +1,236 @@
+#include "Kel/Strep.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+namespace Kel {
+
+namespace {
+
+void skipBlanks(char const*& begin, char const* end) {
+  while (begin != end && (*begin == ' ' || *begin == '\t' || *begin == '\n' || *begin == '\r')) ++begin;
+}
+
+[[noreturn]] void throwPremature(char const* typeName) {
+  throwRangeException(String8("premature end of value type ") + typeName);
+}
+
+[[noreturn]] void throwExpected(std::string_view what, S64 column) {
+  throwRangeException(String8(what) + " expected at column " + std::to_string(column));
+}
+
+// The digits, letters and signs that a number or a word may consist of.
+std::string_view word(char const* begin, char const* end) {
+  char const* at = begin;
+  auto part = [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '+' || c == '-' ||
+           c == '.';
+  };
+  while (at != end && part(*at)) ++at;
+  return {begin, static_cast<std::size_t>(at - begin)};
+}
+
+template <class T>
+void parseNumber(char const*& begin, char const* end, T* v) {
+  char const* const start = begin;
+  skipBlanks(begin, end);
+  std::string const name = TypeOf<T>::type()->name().str();
+  if (begin == end) throwPremature(name.c_str());
+  std::string_view const text = word(begin, end);
+  T parsed{};
+  auto const [rest, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+  if (error == std::errc::result_out_of_range) throwRangeException(String8(text) + " is out of the range of " + name);
+  if (error != std::errc() || rest != text.data() + text.size()) throwExpected(name, begin - start);
+  *v = parsed;
+  begin = rest;
+}
+
+template <class T>
+String8 number(T v) {
+  std::array<char, 40> text;
+  auto const [end, error] = std::to_chars(text.data(), text.data() + text.size(), v);
+  (void)error;
+  return String8(std::string_view(text.data(), static_cast<std::size_t>(end - text.data())));
+}
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+String8 quoted(std::string_view text) {
+  std::string out = "'";
+  for (char c : text) {
+    switch (c) {
+      case '\'': out += "\\'"; break;
+      case '\\': out += "\\\\"; break;
+      case '\n': out += "\\n"; break;
+      case '\t': out += "\\t"; break;
+      case '\r': out += "\\r"; break;
+      default:
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+          std::array<char, 8> hex;
+          std::snprintf(hex.data(), hex.size(), "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+          out += hex.data();
+        } else {
+          out += c;
+        }
+    }
+  }
+  out += '\'';
+  return String8(out);
+}
+
+// The character behind a backslash at `begin`; leaves `begin` on its last character.
+char escaped(char const*& begin, char const* end, char const* start) {
+  switch (*begin) {
+    case '\'': return '\'';
+    case '\\': return '\\';
+    case 'n': return '\n';
+    case 't': return '\t';
+    case 'r': return '\r';
+    case 'x':
+      if (end - begin < 3) throwPremature("String8");
+      if (hexDigit(begin[1]) >= 0 && hexDigit(begin[2]) >= 0) {
+        begin += 2;
+        return static_cast<char>(hexDigit(begin[-1]) * 16 + hexDigit(begin[0]));
+      }
+      break;
+    default: break;
+  }
+  throwExpected("escape sequence", begin - start);
+}
+
+String8 parseQuoted(char const*& begin, char const* end, char const* typeName) {
+  char const* const start = begin;
+  skipBlanks(begin, end);
+  if (begin == end) throwPremature(typeName);
+  if (*begin != '\'') throwExpected("quoted string", begin - start);
+  std::string text;
+  for (++begin; begin != end; ++begin) {
+    if (*begin == '\'') {
+      ++begin;
+      return String8(text);
+    }
+    if (*begin == '\\') {
+      if (++begin == end) break;
+      text += escaped(begin, end, start);
+    } else {
+      text += *begin;
+    }
+  }
+  throwPremature(typeName);
+}
+
+}  // namespace
+
+String8 valueToStrep(bool v) { return v ? "True" : "False"; }
+String8 valueToStrep(char v) { return quoted(std::string_view(&v, 1)); }
+String8 valueToStrep(S8 v) { return number(static_cast<int>(v)); }
+String8 valueToStrep(U8 v) { return number(static_cast<unsigned>(v)); }
+String8 valueToStrep(S16 v) { return number(v); }
+String8 valueToStrep(U16 v) { return number(v); }
+String8 valueToStrep(S32 v) { return number(v); }
+String8 valueToStrep(U32 v) { return number(v); }
+String8 valueToStrep(long v) { return number(v); }
+String8 valueToStrep(S64 v) { return number(v); }
+String8 valueToStrep(U64 v) { return number(v); }
+String8 valueToStrep(F32 v) { return number(v); }
+String8 valueToStrep(F64 v) { return number(v); }
+String8 valueToStrep(char const* v) { return quoted(v ? v : ""); }
+String8 valueToStrep(String8 const& v) { return quoted(v); }
+String8 plainText(F64 v) { return number(v); }
+
+void sequenceToValue(char const*& begin, char const* end, bool* v) {
+  char const* const start = begin;
+  skipBlanks(begin, end);
+  if (begin == end) throwPremature("bool");
+  std::string_view const text = word(begin, end);
+  if (text != "True" && text != "False") throwExpected("True or False", begin - start);
+  *v = text == "True";
+  begin += text.size();
+}
+
+void sequenceToValue(char const*& begin, char const* end, char* v) {
+  char const* const start = begin;
+  String8 const text = parseQuoted(begin, end, "char");
+  if (text.chars() != 1) throwExpected("one quoted character", begin - start);
+  *v = text[0];
+}
+
+void sequenceToValue(char const*& begin, char const* end, S8* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, U8* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, S16* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, U16* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, S32* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, U32* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, long* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, S64* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, U64* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, F32* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, F64* v) { parseNumber(begin, end, v); }
+void sequenceToValue(char const*& begin, char const* end, String8* v) { *v = parseQuoted(begin, end, "String8"); }
+
+void throwJunk(S64 column, char const* typeName) {
+  throwRangeException(String8("junk at column ") + std::to_string(column) + " deserializing " + typeName);
+}
+
+ValueParser::ValueParser(char const* fullTypeName, char const* typeName, char const*& begin, char const* end)
+    : typeName_(typeName), begin_(begin), start_(begin), end_(end) {
+  expect("Value");
+  expect("(");
+  expect("'" + std::string(fullTypeName) + "'");
+  expect(",");
+  expect("**");
+  expect("{");
+}
+
+void ValueParser::expect(std::string_view token) {
+  skipBlanks(begin_, end_);
+  for (char c : token) {
+    if (begin_ == end_) throwPremature(typeName_);
+    if (*begin_ != c) throwExpected(token, begin_ - start_);
+    ++begin_;
+  }
+}
+
+bool ValueParser::nextField() {
+  skipBlanks(begin_, end_);
+  if (begin_ == end_) throwPremature(typeName_);
+  if (*begin_ == '}') {
+    expect("}");
+    expect(")");
+    return false;
+  }
+  if (!first_) expect(",");
+  first_ = false;
+  field_ = parseQuoted(begin_, end_, typeName_);
+  expect(":");
+  return true;
+}
+
+void ValueParser::unknown() const { throwRangeException(String8(typeName_) + " has no such attribute: " + field_); }
+
+void ValueParser::failed(RangeException const& e) const {
+  throwRangeException(String8(typeName_) + "." + field_ + ": " + e.message());
+}
+
+S32 parseEnumerator(char const* typeName, EnumName const* names, std::size_t count, char const*& begin,
+                    char const* end) {
+  String8 const text = parseQuoted(begin, end, typeName);
+  for (std::size_t i = 0; i < count; ++i)
+    if (text == names[i].name) return names[i].value;
+  throwRangeException(String8(typeName) + " has no such value: " + text);
+}
+
+String8 enumeratorName(char const* typeName, EnumName const* names, std::size_t count, S32 value) {
+  for (std::size_t i = 0; i < count; ++i)
+    if (names[i].value == value) return names[i].name;
+  return String8(typeName) + "(" + std::to_string(value) + ")";
+}
+
+}  // namespace Kel

@@ -1,0 +1,116 @@
+// The text form of values ("strep"): what prints and parses back.
+//
+// Strings stand in single quotes, with backslash escapes for quote, backslash and control bytes (\n, \t, \r, \xHH);
+// integers are decimal; floating-point numbers print in the fewest digits that read back the same ("inf", "-inf",
+// "nan"); booleans are True and False; an enumerator is its name in single quotes; a value type is "Value('Ns::Type',
+// ** {'field': …, 'field': …})".
+//
+// Parsers read from [begin, end), skip blanks before each token, and leave `begin` behind what they read. All errors
+// are RangeExceptions: input that runs out is "premature end of value type T", a wrong token says what was expected and
+// at which column (from 0).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "Kel/Exception.h"
+#include "Kel/KelType.h"
+#include "Kel/String8.h"
+
+namespace Kel {
+
+String8 valueToStrep(bool v);
+String8 valueToStrep(char v);
+String8 valueToStrep(S8 v);
+String8 valueToStrep(U8 v);
+String8 valueToStrep(S16 v);
+String8 valueToStrep(U16 v);
+String8 valueToStrep(S32 v);
+String8 valueToStrep(U32 v);
+String8 valueToStrep(long v);
+String8 valueToStrep(S64 v);
+String8 valueToStrep(U64 v);
+String8 valueToStrep(F32 v);
+String8 valueToStrep(F64 v);
+String8 valueToStrep(char const* v);
+String8 valueToStrep(String8 const& v);
+
+void sequenceToValue(char const*& begin, char const* end, bool* v);
+void sequenceToValue(char const*& begin, char const* end, char* v);
+void sequenceToValue(char const*& begin, char const* end, S8* v);
+void sequenceToValue(char const*& begin, char const* end, U8* v);
+void sequenceToValue(char const*& begin, char const* end, S16* v);
+void sequenceToValue(char const*& begin, char const* end, U16* v);
+void sequenceToValue(char const*& begin, char const* end, S32* v);
+void sequenceToValue(char const*& begin, char const* end, U32* v);
+void sequenceToValue(char const*& begin, char const* end, long* v);
+void sequenceToValue(char const*& begin, char const* end, S64* v);
+void sequenceToValue(char const*& begin, char const* end, U64* v);
+void sequenceToValue(char const*& begin, char const* end, F32* v);
+void sequenceToValue(char const*& begin, char const* end, F64* v);
+void sequenceToValue(char const*& begin, char const* end, String8* v);
+
+// Parses a whole text; characters left after the value (trailing blanks are characters too) raise "junk at column %lld
+// deserializing %s" with the column of the first of them and the short type name.
+[[noreturn]] void throwJunk(S64 column, char const* typeName);
+template <class T>
+T strepToValue(String8 const& text);
+
+// The parts of a value type's parser; generated code drives it:
+//
+//     ValueParser p("Ns::T", "T", begin, end);
+//     while (p.nextField())
+//       if (p.is("cmd")) p.read(&cmd_); else if (p.is("id")) p.read(&id_); else p.unknown();
+class ValueParser {
+ public:
+  ValueParser(char const* fullTypeName, char const* typeName, char const*& begin, char const* end);
+  // Reads up to the next field's ':'; false after the closing brace and parenthesis.
+  bool nextField();
+  bool is(char const* name) const { return field_ == name; }
+  [[noreturn]] void unknown() const;
+  template <class T>
+  void read(T* v) {
+    try {
+      sequenceToValue(begin_, end_, v);
+    } catch (RangeException const& e) {
+      failed(e);
+    }
+  }
+
+ private:
+  void expect(std::string_view token);
+  [[noreturn]] void failed(RangeException const& e) const;
+
+  char const* typeName_;
+  char const*& begin_;
+  char const* start_;
+  char const* end_;
+  bool first_ = true;
+  String8 field_;
+};
+
+// Reads a quoted enumerator: its value, or a RangeException naming the text and the type.
+struct EnumName {
+  char const* name;
+  S32 value;
+};
+S32 parseEnumerator(char const* typeName, EnumName const* names, std::size_t count, char const*& begin,
+                    char const* end);
+// The name of an enumerator, or "Type(7)".
+String8 enumeratorName(char const* typeName, EnumName const* names, std::size_t count, S32 value);
+
+// Plain text of builtins, without quotes; booleans as "true" and "false".
+String8 plainText(F64 v);
+
+template <class T>
+T strepToValue(String8 const& text) {
+  char const* const begin = text.charPtr();
+  char const* const end = begin + text.chars();
+  char const* at = begin;
+  T v{};
+  sequenceToValue(at, end, &v);
+  if (at != end) throwJunk(at - begin, TypeOf<T>::type()->name().str().c_str());
+  return v;
+}
+
+}  // namespace Kel

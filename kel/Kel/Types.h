@@ -1,0 +1,27 @@
+// The framework's names for the builtin types, and the few types that everything else shares.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Kel {
+
+using U8 = unsigned char;
+using U16 = unsigned short;
+using U32 = unsigned int;
+using U64 = unsigned long long;
+using S8 = signed char;
+using S16 = short;
+using S32 = int;
+using S64 = long long;
+using F32 = float;
+using F64 = double;
+
+// A time or a duration in seconds; "never" is positive infinity.
+using Seconds = double;
+
+// Names one attribute of one type: a dense index, stable under inheritance (a derived type continues its base's ids).
+using AttributeId = U16;
+inline constexpr AttributeId noAttribute = 0xffff;
+
+}  // namespace Kel
