@@ -1,0 +1,63 @@
+// A JSON document with what a configuration loader wants to know beyond its values: where each of them stands, numbers
+// as they are written, members in their order, and which member names were given twice.
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace ConfigDb {
+
+// Lines and columns count from 1; a column is a byte.
+struct JsonPlace {
+  std::size_t line = 1;
+  std::size_t column = 1;
+};
+
+struct JsonValue {
+  enum class Kind { null, boolean, number, string, array, object };
+  using Member = std::pair<std::string, JsonValue>;
+
+  Kind kind = Kind::null;
+  JsonPlace place;
+  std::string text;              // of a string its characters; of a number, a boolean and null the literal
+  std::vector<JsonValue> items;  // of an array
+  std::vector<Member> members;   // of an object; of equal names the last one
+
+  bool isObject() const { return kind == Kind::object; }
+  JsonValue const* find(std::string_view name) const;
+};
+
+// "an object", "a string", …
+char const* kindName(JsonValue::Kind kind);
+
+// A member name that an object has twice or more, once a repetition.
+struct JsonDuplicate {
+  std::vector<std::string> path;  // the names on the way to it, its own last
+  JsonPlace place;
+};
+
+struct JsonDocument {
+  JsonValue value;
+  std::vector<JsonDuplicate> duplicates;
+};
+
+class JsonError : public std::runtime_error {
+ public:
+  JsonError(JsonPlace where, std::string const& what) : std::runtime_error(what), place(where) {}
+  JsonPlace place;
+};
+
+// What a document may have at most; beyond it is an error like any other.
+struct JsonLimits {
+  std::size_t depth = 64;
+  std::size_t values = 4000000;
+};
+
+// Raises JsonError.
+JsonDocument parseJson(std::string_view text, JsonLimits const& limits);
+
+}  // namespace ConfigDb

@@ -1,0 +1,42 @@
+// Loads the configuration of a switch from a file of the config_db form (table, key, field, value) into a directory: a
+// tree of the entities that ConfigDb.kel declares. Everything is made and written through the reflective interface.
+#pragma once
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Kel/Dir.h"
+
+namespace ConfigDb {
+
+// The file cannot be loaded: unreadable, no JSON, or of another shape. The message begins with the file, and with line
+// and column where there are any.
+class LoadError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What a load met on its way.
+struct Report {
+  // One a complaint, in the order of the file: "file: TABLE|key: field: what is wrong, what was done about it".
+  std::vector<std::string> complaints;
+  // The tables that were loaded, with the number of their entries. An address of an interface is an entry.
+  std::map<std::string, unsigned> entries;
+
+  unsigned entryCount() const;
+};
+
+struct SessionRoot {
+  std::string path;      // relative to the directory loaded into: "network/ports"
+  std::string typeName;  // "ConfigDb::Ports"
+};
+
+// The entities that a load makes in directories, in the order of their paths. They are all there after every load.
+std::vector<SessionRoot> const& sessionRoots();
+
+// Nothing is changed when it raises LoadError; directories that are there are used, session roots must not be.
+void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report);
+
+}  // namespace ConfigDb

@@ -1,0 +1,94 @@
+#include "examples/config_db/Source.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "examples/config_db/Loader.h"
+#include "examples/config_db/TableMap.h"
+
+namespace ConfigDb {
+
+namespace {
+
+constexpr std::uintmax_t maxFileSize = 64U << 20;
+
+[[noreturn]] void fail(std::string const& file, std::string const& what) { throw LoadError(file + ": " + what); }
+
+[[noreturn]] void fail(std::string const& file, JsonPlace place, std::string const& what) {
+  fail(file + ":" + std::to_string(place.line) + ":" + std::to_string(place.column), what);
+}
+
+std::string contents(std::string const& file) {
+  std::error_code error;
+  auto const status = std::filesystem::status(file, error);
+  if (error || !std::filesystem::exists(status)) fail(file, "cannot be read: " + error.message());
+  if (!std::filesystem::is_regular_file(status)) fail(file, "is no regular file");
+  std::uintmax_t const size = std::filesystem::file_size(file, error);
+  if (error) fail(file, "cannot be read: " + error.message());
+  if (size > maxFileSize) fail(file, "is bigger than " + std::to_string(maxFileSize) + " bytes");
+  std::ifstream in(file, std::ios::binary);
+  std::string text(static_cast<std::size_t>(size), '\0');
+  in.read(text.data(), static_cast<std::streamsize>(text.size()));
+  if (!in) fail(file, "cannot be read");
+  return text;
+}
+
+bool holdsTables(JsonValue const& value) {
+  return std::any_of(value.members.begin(), value.members.end(),
+                     [](JsonValue::Member const& member) { return findTable(member.first); });
+}
+
+// Tables and entries of the model must be objects; null will do for one that is empty.
+void checkShape(Source const& source) {
+  auto const check = [&](std::string const& name, JsonValue const& value) {
+    if (value.isObject() || value.kind == JsonValue::Kind::null) return;
+    fail(source.file, value.place, name + ": an object expected, not " + kindName(value.kind));
+  };
+  for (auto const& [tableName, table] : source.tables().members) {
+    if (!findTable(tableName)) continue;
+    check(tableName, table);
+    for (auto const& [key, entry] : table.members) check(tableName + "|" + key, entry);
+  }
+}
+
+}  // namespace
+
+JsonValue const& Source::tables() const {
+  return wrapper.empty() ? document.value : document.value.members.front().second;
+}
+
+Source readSource(std::string const& file) {
+  Source source;
+  source.file = file;
+  std::string const text = contents(file);
+  try {
+    source.document = parseJson(text, JsonLimits());
+  } catch (JsonError const& e) {
+    fail(file, e.place, e.what());
+  }
+  JsonValue const& value = source.document.value;
+  if (!value.isObject())
+    fail(file, value.place, std::string("an object of tables expected, not ") + kindName(value.kind));
+  if (value.members.size() == 1 && !holdsTables(value) && holdsTables(value.members.front().second))
+    source.wrapper = value.members.front().first;
+  checkShape(source);
+  return source;
+}
+
+std::vector<std::string> duplicateComplaints(Source const& source) {
+  std::vector<std::string> complaints;
+  for (JsonDuplicate const& duplicate : source.document.duplicates) {
+    std::size_t const first = !source.wrapper.empty() && duplicate.path.size() > 1 ? 1 : 0;
+    std::string where;
+    for (std::size_t i = first; i < duplicate.path.size(); ++i)
+      where += (i == first ? "" : i == first + 1 ? "|" : ": ") + duplicate.path[i];
+    complaints.push_back(source.file + ": " + where + ": given again in line " + std::to_string(duplicate.place.line) +
+                         ", the last one taken");
+  }
+  return complaints;
+}
+
+}  // namespace ConfigDb

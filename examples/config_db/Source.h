@@ -1,0 +1,26 @@
+// A configuration file, read and checked for its shape; nothing is loaded yet.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "examples/config_db/Json.h"
+
+namespace ConfigDb {
+
+struct Source {
+  std::string file;
+  JsonDocument document;
+  std::string wrapper;  // the name of the only member, when the tables are wrapped in it; else empty
+
+  // The object that holds the tables.
+  JsonValue const& tables() const;
+};
+
+// Raises LoadError.
+Source readSource(std::string const& file);
+
+// The complaints about names that are given more than once.
+std::vector<std::string> duplicateComplaints(Source const& source);
+
+}  // namespace ConfigDb

@@ -1,0 +1,50 @@
+// Where the tables of a file are in the tree, and which attributes their fields are. What follows from the type records
+// by rule is not stated here.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Kel/KelType.h"
+
+namespace ConfigDb {
+
+struct Root {
+  char const* path;  // relative to the directory loaded into
+  char const* type;  // full type name
+};
+
+// A part of a composite key. Its value is kept in an attribute of the entry, or of a child of the entry that the part
+// is the key of.
+struct KeyPart {
+  std::string attribute;  // of the entry, or of the child; empty: the part is in the name only
+  std::string child;      // the child collection; empty: none
+  bool optional = false;  // the first part of a key may be missing
+};
+
+struct Table {
+  char const* name;
+  char const* root;       // its root's path
+  char const* attribute;  // the root's attribute that holds the entries
+  // The parts of the key, by '|'. A part is an attribute's name, nothing, or "child.attribute"; a '?' behind it:
+  // optional. "=word": the one key there is, of a singleton.
+  char const* key;
+
+  bool isSingleton() const { return key[0] == '='; }
+  std::vector<KeyPart> keyParts() const;
+};
+
+std::span<Root const> roots();
+std::span<Table const> tables();
+// Null when the model does not have it.
+Table const* findTable(std::string_view name);
+
+// The attribute that has the values of all fields of a table whose field names are data; null for any other table.
+char const* mapAttribute(Table const& table);
+
+// The attribute of `type` (an entry of the table, or a child of one) that a field is; null when there is none.
+Kel::KelAttr const* attributeOf(Table const& table, Kel::KelType const& type, std::string_view field);
+
+}  // namespace ConfigDb

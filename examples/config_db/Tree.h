@@ -1,0 +1,48 @@
+// The tree while it is loaded: the session roots, not yet below any directory.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Kel/Dir.h"
+#include "Kel/GenericIf.h"
+#include "examples/config_db/TableMap.h"
+
+namespace ConfigDb {
+
+class Tree {
+ public:
+  Tree();
+
+  Kel::KelType const& entryType(Table const& table) const { return *places_.at(&table).attr->type(); }
+  // The entry of that name, made when it is missing; null when no entry of the table can have the name.
+  Kel::GenericIf::Ptr entry(Table const& table, std::string const& name);
+  // The same for a member of an entry's child collection.
+  static Kel::GenericIf::Ptr child(Kel::GenericIf::Ptr const& entry, std::string const& collection,
+                                   std::string const& name);
+
+  // The entry of a table of that type that a text, "name" or "[TABLE|name]", refers to; or what is wrong with it.
+  struct Found {
+    Kel::Entity::Ptr entity;
+    std::string problem;
+  };
+  Found referred(Kel::KelType const& type, std::string_view text) const;
+
+  // Puts the roots into directories below `into`. Raises LoadError, and then has changed nothing.
+  void attach(std::string const& file, Kel::Dir::Ptr const& into) const;
+
+ private:
+  struct Place {
+    Kel::GenericIf::Ptr root;
+    Kel::KelAttr const* attr;
+  };
+  std::vector<Table const*> const& tablesOf(Kel::KelType const& type) const;
+
+  std::map<std::string, Kel::GenericIf::Ptr> roots_;
+  std::map<Table const*, Place> places_;
+  mutable std::map<Kel::KelType const*, std::vector<Table const*>> tablesOf_;
+};
+
+}  // namespace ConfigDb
