@@ -100,13 +100,16 @@ class ValueRules {
   void checkFieldName(ValueDecl const& decl, Field const& field, std::map<std::string, Loc>& seen) const {
     std::string const& name = field.name.text;
     types_.checkName(field.name);
-    if (isValueMember(name) || name == decl.name.text) {
-      diagnostics_.error(field.name.loc, "every value type has a " + inQuotes(name) + " of its own");
+    for (std::string const& taken : {name, name + "Is", name + "_"}) {
+      if (isValueMember(taken) || taken == decl.name.text || taken == decl.name.text + "Is") {
+        return diagnostics_.error(field.name.loc, "every value type has a " + inQuotes(taken) + " of its own");
+      }
+      auto const [earlier, added] = seen.emplace(taken, field.name.loc);
+      if (added) continue;
+      std::string const why = name == taken ? " is declared already" : ": " + inQuotes(taken) + " is taken";
+      return diagnostics_.error(field.name.loc, "field " + inQuotes(name) + why,
+                                {{earlier->second, "the earlier field"}});
     }
-    auto const [earlier, added] = seen.emplace(name, field.name.loc);
-    if (added) return;
-    diagnostics_.error(field.name.loc, "field " + inQuotes(name) + " is declared already",
-                       {{earlier->second, "the earlier field"}});
   }
 
   bool checkFieldType(ValueDecl const& decl, Field const& field) const {
@@ -156,9 +159,6 @@ class ValueRules {
     };
     if (!decl.has(Trait::Kind::noCompare) && value->has(Trait::Kind::noCompare)) {
       refuse(" is 'noCompare', so what contains it has to be");
-    }
-    if (decl.has(Trait::Kind::ordered) && !value->has(Trait::Kind::ordered)) {
-      refuse(" is not 'ordered', so what contains it cannot be");
     }
     if (decl.isHashed() && !value->isHashed()) refuse(" is not hashed, so what contains it cannot be");
   }

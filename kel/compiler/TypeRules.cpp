@@ -152,8 +152,6 @@ bool TypeRules::checkKeyType(TypeRef const& type, bool ordered, Loc loc) const {
   char const* missing = nullptr;
   if (value->has(Trait::Kind::noCompare)) {
     missing = "is 'noCompare'";
-  } else if (ordered && !value->has(Trait::Kind::ordered)) {
-    missing = "is not 'ordered'";
   } else if (!ordered && !value->isHashed()) {
     missing = "is neither 'hashed' nor 'xorHashed'";
   }
