@@ -35,6 +35,10 @@ char const* word(Modifier::Kind kind) {
   return "";
 }
 
+bool isCounter(Attribute const& a) {
+  return a.kind == Attribute::Kind::values && a.shape.target.builtin == Builtin::u8 && !a.shape.key.ordered;
+}
+
 std::string parameterTypes(EntityDecl const& entity) {
   std::string list;
   for (Attribute const* param : entity.allParams()) {
@@ -80,6 +84,10 @@ void EntityRules::resolveBase(Model const& model, EntityDecl& entity) const {
 void EntityRules::check(EntityDecl& entity) {
   Members& members = members_[&entity];
   if (entity.base) members.attributes = members_[entity.base].attributes;
+  if (isEntityMember(entity.name.text)) {
+    diagnostics_.error(entity.name.loc, inQuotes(entity.name.text) + " means something else in an entity's class");
+  }
+  checkNameOfEntity(entity);
   for (Attribute& param : entity.params) checkParam(param);
   for (Attribute& attribute : entity.attributes) checkAttribute(entity, attribute);
   for (Attribute const& param : entity.params) enterAttribute(entity, param);
@@ -95,14 +103,43 @@ void EntityRules::check(EntityDecl& entity) {
 // --- attributes ---
 
 void EntityRules::checkParam(Attribute& param) const {
+  TypeRef const& type = param.shape.target;
   types_.checkName(param.name);
-  types_.checkSingle(param.shape, "a constructor parameter");
+  if (!types_.checkSingle(param.shape, "a constructor parameter")) return;
+  ValueDecl const* const value = type.isRef ? nullptr : valueDecl(type);
+  if (!value || !value->has(Trait::Kind::noCompare)) return;
+  diagnostics_.error(type.name.loc,
+                     inQuotes(value->name.text) + " is 'noCompare', and cannot be a constructor parameter",
+                     declaredHere(*value));
+}
+
+// The framework keeps every entity's name: it is the key under which its owner holds it.
+void EntityRules::checkNameOfEntity(EntityDecl const& entity) const {
+  auto const refuse = [&](Ident const& name) {
+    if (name.text != "name") return;
+    diagnostics_.error(name.loc,
+                       "'name' is every entity's name: only the first constructor parameter, a Name, is called so");
+  };
+  for (Attribute const& param : entity.params) {
+    bool const first = &param == entity.allParams().front();
+    bool const isName = param.shape.kind == Shape::Kind::single && !param.shape.target.isRef &&
+                        param.shape.target.builtin == Builtin::string;
+    if (!first || !isName) refuse(param.name);
+  }
+  for (Attribute const& attribute : entity.attributes) refuse(attribute.name);
+  for (Operation const& op : entity.operations) refuse(op.name);
 }
 
 void EntityRules::checkAttribute(EntityDecl const& entity, Attribute& attribute) const {
   types_.checkName(attribute.name);
-  if (attribute.name.text == "impl" && entity.hasImpl) {
-    diagnostics_.error(attribute.name.loc, "an entity with 'impl' has an 'impl' of its own");
+  if (entity.hasImpl && (attribute.name.text == "impl" || attribute.name.text == "impl_")) {
+    diagnostics_.error(attribute.name.loc,
+                       "an entity with 'impl' has an " + inQuotes(attribute.name.text) + " of its own");
+  }
+  char const initial = attribute.name.text.front();
+  if (attribute.isCollection() && initial >= 'A' && initial <= 'Z') {
+    diagnostics_.error(attribute.name.loc,
+                       "the name of a collection begins with a small letter: its iterators take the other");
   }
   if (attribute.kind == Attribute::Kind::constant) return checkConstant(attribute);
   if (!checkShape(attribute) || !attribute.init) return;
@@ -269,9 +306,7 @@ char const* EntityRules::misplaced(Modifier::Kind kind, Attribute const& attribu
       return attribute.kind == Attribute::Kind::value && isInteger(target.builtin) ? nullptr : "an integer";
     case Modifier::Kind::nonnull:
       return attribute.kind == Attribute::Kind::pointers ? nullptr : "a collection of pointers";
-    case Modifier::Kind::counter:
-      return attribute.kind == Attribute::Kind::values && target.builtin == Builtin::u8 ? nullptr
-                                                                                        : "a collection of U8";
+    case Modifier::Kind::counter: return isCounter(attribute) ? nullptr : "a collection of U8 that is not 'ordered'";
     default: return nullptr;
   }
 }
@@ -333,8 +368,8 @@ EntityRules::Member const* EntityRules::find(EntityDecl const* entity, NameTable
 void EntityRules::enterAttribute(EntityDecl const& entity, Attribute const& attribute) {
   ++members_[&entity].attributes;
   Member const member{"attribute " + inQuotes(attribute.name.text), attribute.name.loc, nullptr};
-  // One error an attribute: where its own name clashes, its accessors do as well.
-  for (std::string const& name : accessorNames(attribute)) {
+  // One error an attribute: where its own name clashes, those made from it do as well.
+  for (std::string const& name : namesOf(attribute)) {
     if (!enter(entity, &Members::accessors, name, member, name != attribute.name.text)) return;
   }
   std::string const reactor = reactorName(attribute);
@@ -349,14 +384,16 @@ void EntityRules::enterOperation(EntityDecl const& entity, Operation const& op) 
     members_[&entity].accessors[op.name.text] = member;
     return;
   }
-  enter(entity, &Members::accessors, op.name.text, member, false);
+  for (std::string const& name : namesOf(op)) {
+    if (!enter(entity, &Members::accessors, name, member, name != op.name.text)) return;
+  }
 }
 
 // False, with an error, when the name is taken. `isAccessor`: the name was not written in the model.
 bool EntityRules::enter(EntityDecl const& entity, NameTable table, std::string const& name, Member const& member,
                         bool isAccessor) {
   bool const reactor = table == &Members::reactors;
-  std::string const generated = std::string(reactor ? "reactor " : "accessor ") + inQuotes(name) + " of ";
+  std::string const generated = inQuotes(name) + " of ";
   std::string const what = (isAccessor ? generated : std::string()) + member.what;
   if (reactor ? isReactorMember(name) : isEntityMember(name) || name == entity.name.text) {
     diagnostics_.error(member.loc, what + " takes a name that every entity has");

@@ -38,6 +38,7 @@ class EntityRules {
   using NameTable = std::map<std::string, Member> Members::*;
 
   void checkParam(Attribute& param) const;
+  void checkNameOfEntity(EntityDecl const& entity) const;
   void checkAttribute(EntityDecl const& entity, Attribute& attribute) const;
   void checkConstant(Attribute const& attribute) const;
   bool checkShape(Attribute& attribute) const;

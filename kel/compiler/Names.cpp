@@ -1,6 +1,7 @@
 #include "compiler/Names.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <iterator>
 
 namespace kelc {
@@ -8,6 +9,10 @@ namespace kelc {
 namespace {
 
 // Tables are sorted, so that a look-up is a binary search.
+template <std::size_t count>
+constexpr bool isSorted(std::string_view const (&table)[count]) {
+  return std::is_sorted(std::begin(table), std::end(table));
+}
 template <std::size_t count>
 bool contains(std::string_view const (&sorted)[count], std::string_view name) {
   return std::binary_search(std::begin(sorted), std::end(sorted), name);
@@ -56,17 +61,47 @@ constexpr BuiltinWord builtins[] = {
 };
 
 constexpr std::string_view entityMembers[] = {
-    "Attribute", "Impl",  "Notifiee",    "NotifieeConst", "Ptr",    "PtrConst",
-    "_fwkType",  "adopt", "destroySelf", "leaveTree",     "notify", "type",
+    "Attribute", "Base",  "Impl",        "Notifiee", "NotifieeConst", "Ptr",    "PtrConst", "_fwkType",
+    "adopt",     "bits_", "destroySelf", "endAttr",  "leaveTree",     "notify", "type",
 };
 
-constexpr std::string_view valueMembers[] = {"_fwkType", "hash"};
+// What else an entity inherits from the framework: an attribute may hide it.
+constexpr std::string_view frameworkMembers[] = {
+    "Entity",
+    "EntityNotifiee",
+    "PtrInterface",
+    "VFPtrInterface",
+    "attributeString",
+    "entity",
+    "fullName",
+    "hasReactors",
+    "isNondestructing",
+    "isNondestructingIs",
+    "name",
+    "parent",
+    "parentAttr",
+    "parentAttrId",
+    "parentAttrIdIs",
+    "parentIs",
+    "refDec",
+    "refInc",
+    "refs",
+    "root",
+    "typeName",
+    "uriPath",
+};
+
+constexpr std::string_view valueMembers[] = {"_fwkType", "compare", "hash"};
 
 constexpr std::string_view reactorMembers[] = {"bind", "bound", "dispatch", "notifier", "notifierIs"};
 
 constexpr std::string_view namespaceMembers[] = {
     "Kel", "_fwkType", "sequenceToValue", "std", "stringValue", "valueToStrep",
 };
+
+static_assert(isSorted(cppKeywords) && isSorted(macros) && isSorted(modelWords));
+static_assert(isSorted(entityMembers) && isSorted(valueMembers) && isSorted(reactorMembers) &&
+              isSorted(namespaceMembers));
 
 }  // namespace
 
@@ -104,27 +139,56 @@ std::string_view builtinName(Builtin type) {
   return {};
 }
 
-std::vector<std::string> accessorNames(Attribute const& attribute) {
+std::vector<std::string> namesOf(Attribute const& attribute) {
   using Kind = Attribute::Kind;
   std::string const& x = attribute.name.text;
-  std::string const newX = "new" + upperFirst(x);
-  std::vector<std::string> names = {x};
+  std::vector<std::string> names = {x, x + "Attr"};
   auto const add = [&](std::initializer_list<char const*> suffixes) {
     for (char const* suffix : suffixes) names.push_back(x + suffix);
   };
-  if (attribute.kind == Kind::parameter || attribute.kind == Kind::constant) return names;
+  if (attribute.kind == Kind::constant) return names;
+  names.push_back(x + "_");
+  if (attribute.kind == Kind::parameter) return names;
   add({"Del", "Notify"});
-  if (attribute.isCollection()) add({"DelAll", "s", "Iterator", "IteratorConst"});
+  if (attribute.isCollection()) {
+    add({"DelAll", "s", "Iterator", "IteratorConst"});
+    names.insert(names.end(), {upperFirst(x) + "Iterator", upperFirst(x) + "IteratorConst"});
+  }
   if (attribute.shape.kind == Shape::Kind::queue) {
     add({"Enq", "Deq"});
     return names;
   }
   add({"Is"});
   bool const makesMembers = attribute.isCollection() || attribute.kind == Kind::singleton;
-  if (makesMembers) names.push_back(newX);
-  if (attribute.kind == Kind::values || attribute.kind == Kind::valuesByField) add({"Has"});
+  if (makesMembers) names.push_back("new" + upperFirst(x));
+  if (makesMembers && !attribute.own) add({"Has"});
   if (attribute.has(Modifier::Kind::inc)) add({"Inc"});
   if (attribute.has(Modifier::Kind::counter)) add({"CounterInc"});
+  return names;
+}
+
+std::vector<std::string> namesOf(Operation const& op) {
+  if (!hasId(op)) return {op.name.text};
+  return {op.name.text, op.name.text + "Attr"};
+}
+
+bool hasId(Operation const& op) { return !op.hidden && op.binding != Operation::Binding::overrideOp; }
+
+std::set<std::string> memberNames(EntityDecl const& entity) {
+  std::set<std::string> names(std::begin(entityMembers), std::end(entityMembers));
+  names.insert(std::begin(frameworkMembers), std::end(frameworkMembers));
+  names.insert(std::begin(reactorMembers), std::end(reactorMembers));
+  for (EntityDecl const* e = &entity; e; e = e->base) {
+    auto const add = [&](auto const& members) {
+      for (auto const& member : members) {
+        for (std::string const& name : namesOf(member)) names.insert(name);
+      }
+    };
+    add(e->params);
+    add(e->attributes);
+    add(e->operations);
+    for (Attribute const& a : e->attributes) names.insert(reactorName(a));
+  }
   return names;
 }
 

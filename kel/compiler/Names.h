@@ -1,6 +1,7 @@
 // The names that generated code takes, and those that it cannot.
 #pragma once
 
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,8 +22,14 @@ bool isModelWord(std::string_view name);
 Builtin builtinOf(std::string_view name);
 std::string_view builtinName(Builtin type);
 
-// The accessors that an attribute makes, its own name first.
-std::vector<std::string> accessorNames(Attribute const& attribute);
+// The names that an attribute takes in its class, its own first: accessors, member variable, id, iterator types.
+std::vector<std::string> namesOf(Attribute const& attribute);
+// The same for an operation.
+std::vector<std::string> namesOf(Operation const& op);
+// Whether the operation is an attribute of its type, and has an id: not when it is hidden or has that of its base.
+bool hasId(Operation const& op);
+// The names that mean something else inside an entity's class than outside of it.
+std::set<std::string> memberNames(EntityDecl const& entity);
 // `onX`: the attribute's part in the reactor classes; empty when it cannot change.
 std::string reactorName(Attribute const& attribute);
 // The function that makes an entity.
