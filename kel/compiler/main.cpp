@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "compiler/Diagnostic.h"
+#include "compiler/Emit.h"
 #include "compiler/Loader.h"
 #include "compiler/Options.h"
 #include "compiler/Output.h"
@@ -28,10 +29,29 @@ bool readModel(kelc::Options const& options, kelc::ModelSet& set, kelc::Diagnost
   return diagnostics.empty();
 }
 
+std::vector<kelc::OutputFile> outputs(kelc::Options const& options, kelc::ModelSet const& set) {
+  kelc::Generated const generated = kelc::emit(set);
+  std::string const stem = (options.outDir / options.name).string();
+  std::vector<kelc::OutputFile> files = {{stem + ".h", generated.header}, {stem + ".cpp", generated.source}};
+  if (!options.depfile.empty()) {
+    std::vector<std::string> sources;
+    for (auto const& file : set.files) sources.push_back(file->path);
+    std::string const target = options.depTarget.empty() ? stem + ".h" : options.depTarget;
+    files.push_back({options.depfile, kelc::dependencyRule(target, sources)});
+  }
+  return files;
+}
+
 int compile(kelc::Options const& options) {
   kelc::ModelSet set;
   kelc::Diagnostics diagnostics;
-  return readModel(options, set, diagnostics) ? 0 : failed;
+  if (!readModel(options, set, diagnostics)) return failed;
+  if (options.stubs) {
+    std::cout << kelc::emitStubs(set);
+    return 0;
+  }
+  std::string const wrong = kelc::writeFiles(outputs(options, set));
+  return wrong.empty() ? 0 : report(wrong);
 }
 
 }  // namespace
@@ -40,7 +60,7 @@ int main(int argc, char** argv) {
   kelc::Options options;
   std::string const wrong = kelc::parseOptions(std::vector<std::string>(argv + 1, argv + argc), options);
   if (!wrong.empty()) {
-    std::cerr << "kelc: " << wrong << '\n' << kelc::usage;
+    std::cerr << "kelc: " << wrong << "; see 'kelc --help'\n";
     return misused;
   }
   if (options.help) {

@@ -1,0 +1,63 @@
+// Writes the C++ of a checked model.
+#pragma once
+
+#include <string>
+
+#include "compiler/Ast.h"
+#include "compiler/CppModel.h"
+#include "compiler/CppTypes.h"
+#include "compiler/Loader.h"
+
+namespace kelc {
+
+struct Generated {
+  std::string header;
+  std::string source;
+};
+
+// The header and the source of the set's main model.
+Generated emit(ModelSet const& set);
+// What the model expects to be written by hand: the operations, empty.
+std::string emitStubs(ModelSet const& set);
+
+// --- Parts of it ---
+
+// Declarations go to the header, definitions to the source.
+struct Texts {
+  CppText header;
+  CppText source;
+};
+
+// An empty line and a line that names a part of a file.
+void heading(CppText& out, std::string const& what);
+
+void emitEnum(EnumDecl const& decl, Texts& out);
+// The table that the definitions of an enumeration stand on.
+void emitEnumNames(EnumDecl const& decl, CppText& source);
+void emitValue(ValueDecl const& decl, CppTypes const& types, Texts& out);
+
+// What identifies an entity in its owner: whether it is the entity's name, which the framework keeps, or a parameter of
+// another name, which then gets an `EntityKey`.
+bool isKeyedByName(EntityDecl const& entity);
+bool hasEntityKey(EntityDecl const& entity);
+void emitEntityKey(EntityDecl const& entity, CppTypes const& types, CppText& header);
+void emitEntityKeyBody(EntityDecl const& entity, CppTypes const& types, CppText& header);
+
+void emitEntity(EntityDecl const& entity, CppTypes const& types, Texts& out);
+void emitReactors(EntityDecl const& entity, CppTypes const& types, Texts& out);
+// The definition of an entity's `_fwkType`.
+Lines typeRecord(EntityDecl const& entity, CppTypes const& types);
+
+// The accessors of an attribute, its member variable, and the types that go with it.
+void addAccessors(CppClass& into, Attribute const& attribute, CppTypes const& types);
+CppMethod operationMethod(Operation const& op, CppTypes const& types);
+
+// Attributes, constants and those operations that are attributes, too, in the order of their ids.
+struct IdMember {
+  Attribute const* attribute = nullptr;
+  Operation const* operation = nullptr;
+  Ident const& name() const { return attribute ? attribute->name : operation->name; }
+};
+std::vector<IdMember> idMembers(EntityDecl const& entity);
+
+}  // namespace kelc

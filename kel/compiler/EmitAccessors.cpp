@@ -1,0 +1,428 @@
+#include <algorithm>
+
+#include "compiler/Emit.h"
+#include "compiler/Names.h"
+#include "compiler/TypeRules.h"
+
+namespace kelc {
+
+namespace {
+
+// The accessors of one attribute. Templates that copy or destroy pointers need the type that they point at, which the
+// header may only know by name: whatever does so is defined in the source.
+class Accessors {
+ public:
+  Accessors(CppClass& into, Attribute const& attribute, CppTypes const& types)
+      : class_(into),
+        a_(attribute),
+        types_(types),
+        shape_(attribute.shape),
+        x_(attribute.name.text),
+        slot_(x_ + "_"),
+        id_(x_ + "Attr"),
+        newX_("new" + upperFirst(x_)),
+        readers_(into.group()),
+        writers_(attribute.has(Modifier::Kind::readonly) ? into.protectedGroup() : readers_) {
+    Modifier const* const onChange = attribute.modifier(Modifier::Kind::onChange);
+    if (onChange) after_ = onChange->operation.text + "();";
+  }
+
+  void add() {
+    using Kind = Attribute::Kind;
+    switch (a_.kind) {
+      case Kind::value: return value();
+      case Kind::pointer: return pointer();
+      case Kind::singleton: return singleton();
+      case Kind::values:
+      case Kind::valuesByField:
+      case Kind::pointers: return collection();
+      case Kind::entities: return entities();
+      case Kind::valueQueue: return valueQueue();
+      case Kind::entityQueue: return entityQueue();
+      case Kind::constant: return constant();
+      case Kind::parameter: return;  // has none but its reader
+    }
+  }
+
+ private:
+  // --- what several kinds share ---
+
+  TypeRef const& target() const { return shape_.target; }
+  TypeRef const& keyType() const { return shape_.kind == Shape::Kind::queue ? shape_.index : shape_.key.type; }
+  std::string notified(std::string const& key = {}) const {
+    return "notify(" + id_ + (key.empty() ? "" : ", &" + key) + ");";
+  }
+  void field(std::string const& type, std::string const& initial = {}) {
+    class_.fields.push_back(type + " " + slot_ + (initial.empty() ? ";" : " = " + initial + ";"));
+  }
+  CppMethod& read(std::string const& result, std::string const& name) { return readers_.add(result, name); }
+  CppMethod& write(std::string const& result, std::string const& name) { return writers_.add(result, name); }
+  bool holdsPointers() const { return target().isRef || (shape_.kind == Shape::Kind::keyed && keyType().isRef); }
+  void define(CppMethod& method, std::string const& statement) const {
+    if (holdsPointers()) {
+      method.does({statement});
+    } else {
+      method.inlined(statement);
+    }
+  }
+
+  // The statements, and then what the model hangs on the attribute.
+  Lines thenAfter(Lines body) const {
+    if (!after_.empty()) body.push_back(after_);
+    return body;
+  }
+  Lines ifChanged(std::string const& change, std::string const& key) const {
+    if (after_.empty()) return {"if (" + change + ") " + notified(key)};
+    return {"if (!" + change + ") return;", notified(key), after_};
+  }
+
+  void addNotify() {
+    CppMethod& method = read("void", x_ + "Notify").asConst();
+    if (a_.isCollection()) method.takes(types_.param(keyType()), keyName());
+    method.inlined(notified(a_.isCollection() ? keyName() : ""));
+  }
+  std::string keyName() const { return shape_.kind == Shape::Kind::queue ? "index" : "key"; }
+  void addCount() { read("Kel::U32", x_ + "s").asConst().inlined("return " + slot_ + ".members();"); }
+
+  // Iterators through which the members cannot be changed whatever the collection is.
+  void addIterators(std::string const& storage) {
+    std::string const type = upperFirst(x_) + "Iterator";
+    class_.types.push_back("using " + type + " = " + storage + "::Iterator;");
+    class_.types.push_back("using " + type + "Const = " + type + ";");
+    for (std::string const suffix : {"", "Const"}) {
+      define(read(type + suffix, x_ + "Iterator" + suffix).resultNested().asConst(),
+             "return " + slot_ + ".iterator();");
+    }
+  }
+
+  // --- single values ---
+
+  void constant() {
+    std::string const type = types_.type(target());
+    std::string const prefix = isScalar(target()) ? "static constexpr" : "static";
+    std::string const value = types_.initialValue(target(), a_.init);
+    read(type, x_).prefixed(prefix).inlined("return " + value + ";");
+  }
+
+  void value() {
+    std::string const initial = types_.initialValue(target(), a_.init);
+    read(types_.param(target()), x_).asConst().inlined("return " + slot_ + ";");
+    addSetter();
+    if (a_.has(Modifier::Kind::inc)) write("void", x_ + "Inc").inlined(x_ + "Is(" + incremented() + ");");
+    write("void", x_ + "Del").inlined(x_ + "Is(" + initial + ");");
+    addNotify();
+    field(types_.type(target()), types_.initial(target(), a_.init));
+  }
+
+  // Wraps round, signed types as well.
+  std::string incremented() const {
+    std::string sum = slot_ + " + 1";
+    if (target().builtin == Builtin::s32) sum = "static_cast<Kel::U32>(" + slot_ + ") + 1";
+    if (target().builtin == Builtin::s64) sum = "static_cast<Kel::U64>(" + slot_ + ") + 1";
+    return "static_cast<" + types_.type(target()) + ">(" + sum + ")";
+  }
+
+  void pointer() {
+    read(types_.param(target()), x_).asConst().inlined("return " + slot_ + ";");
+    addSetter();
+    write("void", x_ + "Del").does({x_ + "Is(nullptr);"});
+    addNotify();
+    field(types_.type(target()));
+  }
+
+  void addSetter() {
+    std::string const param = cppParam(x_);
+    Lines body;
+    if (isComparable(target())) body.push_back("if (" + slot_ + " == " + param + ") return;");
+    body.push_back(slot_ + " = " + param + ";");
+    body.push_back(notified());
+    write("void", x_ + "Is").takes(types_.param(target()), param).does(thenAfter(body));
+  }
+
+  // --- collections of values and pointers ---
+
+  std::string storage() const {
+    std::string const key = types_.type(keyType());
+    if (a_.has(Modifier::Kind::counter)) return "Kel::CounterMap<" + key + ">";
+    return (shape_.key.ordered ? "Kel::RbTreeMap<" : "Kel::HashMap<") + key + ", " + types_.type(target()) + ">";
+  }
+
+  void collection() {
+    std::string const key = types_.param(keyType());
+    define(read(types_.type(target()), x_).takes(key, "key").asConst(), "return " + slot_ + ".value(key);");
+    define(read("bool", x_ + "Has").takes(key, "key").asConst(), "return " + slot_ + ".find(key) != nullptr;");
+    addValueWriters();
+    if (a_.has(Modifier::Kind::counter)) addCounter();
+    addValueDeleters();
+    addCount();
+    addIterators(storage());
+    addNotify();
+    field(storage());
+  }
+
+  void addValueWriters() {
+    bool const byField = a_.kind == Attribute::Kind::valuesByField;
+    std::string const key = byField ? "value." + shape_.key.field.text + "()" : "key";
+    CppMethod& set = write("void", x_ + "Is");
+    if (!byField) set.takes(types_.param(keyType()), "key");
+    set.takes(types_.param(target()), "value");
+    Lines body;
+    if (byField) body.push_back(types_.type(keyType()) + " const key = " + key + ";");
+    if (a_.has(Modifier::Kind::nonnull))
+      body.push_back("if (!value) Kel::throwNullMember(*type()->attr(" + id_ + "));");
+    Lines const change = ifChanged(slot_ + ".set(key, value)", "key");
+    body.insert(body.end(), change.begin(), change.end());
+    set.does(body);
+
+    CppMethod& create = write("void", newX_);
+    if (!byField) create.takes(types_.param(keyType()), "key");
+    create.takes(types_.param(target()), "value");
+    create.does(
+        {"if (" + x_ + "Has(" + key + ")) Kel::Own::taken(type(), " + id_ + ", " + printed(keyType(), key) + ");",
+         x_ + "Is(" + (byField ? "value" : "key, value") + ");"});
+  }
+
+  // Does not settle what was counted before: appending is all that a count costs.
+  void addCounter() {
+    Lines body = {slot_ + ".increment(key);",
+                  after_.empty() ? "if (hasReactors()) " + notified("key") : notified("key")};
+    write("void", x_ + "CounterInc").takes(types_.param(keyType()), "key").does(thenAfter(body));
+  }
+
+  void addValueDeleters() {
+    CppMethod& del = write("void", x_ + "Del").takes(types_.param(keyType()), "key");
+    if (isScalar(keyType())) {
+      del.does(ifChanged(slot_ + ".erase(key)", "key"));
+    } else {
+      // The key that is passed may be the member's own.
+      Lines body = {types_.type(keyType()) + " const gone = key;"};
+      Lines const change = ifChanged(slot_ + ".erase(gone)", "gone");
+      body.insert(body.end(), change.begin(), change.end());
+      del.does(body);
+    }
+    std::string const eraseAll = "Kel::eraseAllValues(*this, " + slot_ + ", " + id_ + ");";
+    CppMethod& delAll = write("void", x_ + "DelAll");
+    if (after_.empty()) return define(delAll, eraseAll);
+    delAll.does({"if (" + slot_ + ".empty()) return;", eraseAll, after_});
+  }
+
+  static std::string printed(TypeRef const& type, std::string const& key) {
+    if (type.builtin == Builtin::string) return key;
+    if (!type.isRef) return "Kel::box(" + key + ")->text()";
+    std::string const text = type.decl->qualified == "Kel::GenericIf" ? "text()" : "fullName()";
+    return key + " ? " + key + "->" + text + " : Kel::String8()";
+  }
+
+  // --- owned entities ---
+
+  EntityDecl const& member() const { return *entityDecl(target()); }
+  std::string memberType() const { return types_.name(member()); }
+  std::string ptr() const { return "Kel::Ptr<" + memberType() + ">"; }
+  std::string ptrConst() const { return "Kel::Ptr<" + memberType() + " const>"; }
+
+  // What a member is made from; `skip` parameters are supplied by the owner.
+  std::vector<CppParam> makeParams(std::size_t skip = 0) const {
+    std::vector<CppParam> all;
+    for (Attribute const* p : member().allParams()) {
+      if (skip > 0) {
+        --skip;
+      } else {
+        all.push_back({types_.param(p->shape.target), cppParam(p->name.text)});
+      }
+    }
+    return all;
+  }
+  static Lines names(std::vector<CppParam> const& params) {
+    Lines all;
+    for (CppParam const& p : params) all.push_back(p.name);
+    return all;
+  }
+  std::string made(Lines const& args) const { return "new " + memberType() + "(" + joined(args) + ")"; }
+  // A local variable beside parameters whose names the model chose.
+  static std::string local(std::string name, std::vector<CppParam> const& params) {
+    auto const taken = [&] {
+      return std::any_of(params.begin(), params.end(), [&](CppParam const& p) { return p.name == name; });
+    };
+    while (taken()) name += "Here";
+    return name;
+  }
+
+  void singleton() {
+    readers_.comment =
+        "`" + newX_ + "` raises NameInUseException when there is one; `" + x_ + "Is` keeps one with the same key.";
+    if (member().allParams().empty())
+      readers_.comment = "`" + newX_ + "` raises NameInUseException when there is one; `" + x_ + "Is` keeps it.";
+    read(ptr() + " const&", x_).inlined("return " + slot_ + ";");
+    read(ptrConst(), x_).asConst().does({"return " + slot_ + ";"});
+    std::vector<CppParam> const params = makeParams();
+    Lines const put = putNew(params);
+    Lines create = {"if (" + slot_ + ") Kel::Own::taken(type(), " + id_ + ", " + slot_ + "->name());"};
+    create.insert(create.end(), put.begin(), put.end());
+    write(ptr(), newX_).takes(params).does(create);
+    std::string same;
+    if (!params.empty()) same = " && " + slot_ + "->" + member().allParams()[0]->name.text + "() == " + params[0].name;
+    Lines keep = {"if (" + slot_ + same + ") return " + slot_ + ";"};
+    keep.insert(keep.end(), put.begin(), put.end());
+    write(ptr(), x_ + "Is").takes(params).does(keep);
+    write("void", x_ + "Del").does(thenAfter({"if (!" + slot_ + ") return;", put1(ptr() + "()")}));
+    addNotify();
+    field(ptr());
+  }
+
+  std::string put1(std::string const& what) const {
+    return "Kel::Own::put(*this, " + slot_ + ", " + id_ + ", " + what + ");";
+  }
+  Lines putNew(std::vector<CppParam> const& params) const {
+    std::string const var = local("made", params);
+    Lines body = thenAfter({ptr() + " const " + var + "(" + made(names(params)) + ");", put1(var)});
+    body.push_back("return " + var + ";");
+    return body;
+  }
+
+  void entities() {
+    readers_.comment =
+        "`" + newX_ + "` raises NameInUseException for a taken key; `" + x_ + "Is` answers the member that has it.";
+    std::string const map = (shape_.key.ordered ? "Kel::EntityTree<" : "Kel::EntityMap<") + memberType() + ">";
+    std::string const key = types_.param(keyType());
+    std::string const iterator = upperFirst(x_) + "Iterator";
+    read(ptr(), x_).takes(key, "key").does({"return " + ptr() + "(" + slot_ + ".find(key));"});
+    read(ptrConst(), x_).takes(key, "key").asConst().does({"return " + ptrConst() + "(" + slot_ + ".find(key));"});
+    addMemberWriters();
+    addCount();
+    class_.types.push_back("using " + iterator + " = " + map + "::Iterator;");
+    class_.types.push_back("using " + iterator + "Const = " + map + "::IteratorConst;");
+    read(iterator, x_ + "Iterator").inlined("return " + slot_ + ".iterator();");
+    read(iterator + "Const", x_ + "IteratorConst").asConst().inlined("return " + slot_ + ".iteratorConst();");
+    addNotify();
+    field(map);
+  }
+
+  void addMemberWriters() {
+    std::vector<CppParam> const params = makeParams();
+    std::string const args = joined(names(params));
+    std::string const own = "(*this, " + slot_ + ", " + id_;
+    std::string const insert = "Kel::Own::insert" + own + ", " + ptr() + "(" + made(names(params)) + "));";
+    CppMethod& create = write(ptr(), newX_).takes(params);
+    if (after_.empty()) {
+      create.does({"return " + insert});
+    } else {
+      std::string const var = local("made", params);
+      create.does({ptr() + " const " + var + " = " + insert, after_, "return " + var + ";"});
+    }
+    std::string const held = local("held", params);
+    std::string const find = slot_ + ".find(" + params[0].name + ")";
+    write(ptr(), x_ + "Is")
+        .takes(params)
+        .does({"if (" + memberType() + "* const " + held + " = " + find + ") return " + ptr() + "(" + held + ");",
+               "return " + newX_ + "(" + args + ");"});
+    std::string const erase = "Kel::Own::erase" + own + ", " + types_.type(keyType()) + "(key))";
+    Lines const deletes = after_.empty() ? Lines{erase + ";"} : Lines{"if (" + erase + ") " + after_};
+    write("void", x_ + "Del").takes(types_.param(keyType()), "key").does(deletes);
+    Lines all = {"Kel::Own::eraseAll" + own + ");"};
+    if (!after_.empty()) all = {"if (" + slot_ + ".empty()) return;", all[0], after_};
+    write("void", x_ + "DelAll").does(all);
+  }
+
+  // --- queues ---
+
+  std::string queueStorage(std::string const& held) const {
+    return "Kel::LinkQueue<" + held + ", " + types_.type(keyType()) + ">";
+  }
+  std::string headIndex() const {
+    std::string const index = types_.type(keyType());
+    return index + " const index = " + slot_ + ".empty() ? " + index + "(0) : " + slot_ + ".iterator().key();";
+  }
+  void addDelAll() { write("void", x_ + "DelAll").does({"while (!" + slot_ + ".empty()) " + x_ + "Deq();"}); }
+
+  void valueQueue() {
+    std::string const index = types_.type(keyType());
+    std::string const type = types_.type(target());
+    Lines enq = thenAfter({index + " const index = " + slot_ + ".enq(value);", notified("index")});
+    enq.push_back("return index;");
+    write(index, x_ + "Enq").takes(types_.param(target()), "value").does(enq).commented("The index that it got.");
+    Lines deq = thenAfter({headIndex(), type + " const value = " + slot_ + ".deq();", notified("index")});
+    deq.push_back("return value;");
+    write(type, x_ + "Deq").does(deq);
+    read(type, x_).takes(index, "index").asConst().inlined("return " + slot_ + ".get(index);");
+    write("void", x_ + "Del").takes(index, "index").does(ifChanged(slot_ + ".erase(index)", "index"));
+    addDelAll();
+    addCount();
+    addIterators(queueStorage(type));
+    addNotify();
+    field(queueStorage(type));
+  }
+
+  void entityQueue() {
+    std::string const index = types_.type(keyType());
+    addEnqueue();
+    Lines deq = thenAfter({headIndex(), ptr() + " const gone = " + slot_ + ".deq();", "Kel::Entity::leaveTree(gone);",
+                           notified("index")});
+    deq.push_back("return gone;");
+    write(ptr(), x_ + "Deq").does(deq).commented("The member, which has left the tree.");
+    read(ptr(), x_)
+        .takes(index, "index")
+        .does({ptr() + " const* const held = " + slot_ + ".find(index);", "return held ? *held : " + ptr() + "();"});
+    read(ptrConst(), x_)
+        .takes(index, "index")
+        .asConst()
+        .does({ptr() + " const* const held = " + slot_ + ".find(index);", "return held ? *held : " + ptr() + "();"});
+    write("void", x_ + "Del")
+        .takes(index, "index")
+        .does(thenAfter({"if (!" + slot_ + ".find(index)) return;",
+                         "Kel::Entity::leaveTree(" + slot_ + ".take(index));", notified("index")}));
+    addDelAll();
+    addCount();
+    addQueueIterators();
+    addNotify();
+    field(queueStorage(ptr()));
+  }
+
+  void addQueueIterators() {
+    std::string const type = upperFirst(x_) + "Iterator";
+    class_.types.push_back("using " + type + " = " + queueStorage(ptr()) + "::Iterator;");
+    class_.types.push_back("using " + type + "Const = " + type + ";");
+    read(type, x_ + "Iterator").resultNested().does({"return " + slot_ + ".iterator();"});
+    read(type + "Const", x_ + "IteratorConst").resultNested().asConst().does({"return " + slot_ + ".iterator();"});
+  }
+
+  void addEnqueue() {
+    bool const indexed = !member().allParams().empty();
+    std::vector<CppParam> const params = makeParams(1);
+    Lines args = names(params);
+    if (indexed) args.insert(args.begin(), slot_ + ".nextIndex()");
+    std::string const var = local("made", params);
+    std::string const index = local("index", params);
+    Lines body = {ptr() + " const " + var + "(" + made(args) + ");",
+                  types_.type(keyType()) + " const " + index + " = " + slot_ + ".enq(" + var + ");",
+                  "adopt(*" + var + ", " + id_ + ");", notified(index)};
+    body = thenAfter(body);
+    body.push_back("return " + var + ";");
+    write(ptr(), x_ + "Enq").takes(params).does(body);
+  }
+
+  CppClass& class_;
+  Attribute const& a_;
+  CppTypes const& types_;
+  Shape const& shape_;
+  std::string const x_, slot_, id_, newX_;
+  std::string after_;
+  CppGroup& readers_;
+  CppGroup& writers_;
+};
+
+}  // namespace
+
+void addAccessors(CppClass& into, Attribute const& attribute, CppTypes const& types) {
+  Accessors(into, attribute, types).add();
+}
+
+CppMethod operationMethod(Operation const& op, CppTypes const& types) {
+  CppMethod method(op.result ? types.type(*op.result) : "void", op.name.text);
+  for (Param const& p : op.params) method.takes(types.opParam(p.shape.target), p.name.text);
+  if (op.isConst) method.asConst();
+  if (op.binding == Operation::Binding::virtualOp) method.prefixed("virtual");
+  if (op.binding == Operation::Binding::overrideOp) method.suffixed("override");
+  return method;
+}
+
+}  // namespace kelc
