@@ -48,13 +48,13 @@ void FieldWriter::complain(Entry const& entry, std::string const& field, std::st
   complaints_.add(entry.label + ": " + field, what);
 }
 
-// The value or the entity that the text stands for. Null when it stands for none, which is said together with what was
-// done.
+// The value or the entity that the text stands for, or null. When it should stand for one, a complaint says so together
+// with what was done.
 GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& field, Kel::KelType const& type,
                                       bool pointer, std::string_view text, char const* done) const {
   if (pointer) {
     Tree::Found const found = tree_.referred(type, text);
-    if (!found.entity) complain(entry, field, found.problem + ", " + done);
+    if (!found.problem.empty()) complain(entry, field, found.problem + ", " + done);
     return GenericIf::ofEntity(found.entity);
   }
   GenericIf::Ptr const value = valueFromText(type, text);

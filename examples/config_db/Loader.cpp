@@ -45,6 +45,9 @@ class Load {
 
   void run(Kel::Dir::Ptr const& into) {
     report_.complaints = duplicateComplaints(source_);
+    if (!source_.wrapper.empty())
+      for (auto const& [name, value] : source_.document.value.members)
+        if (name != source_.wrapper) complaints_.add(name, "beside \"" + source_.wrapper + "\", ignored");
     for (auto const& [name, table] : source_.tables().members) {
       if (Table const* const known = findTable(name))
         makeEntries(*known, table);

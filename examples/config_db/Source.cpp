@@ -41,6 +41,17 @@ bool holdsTables(JsonValue const& value) {
                      [](JsonValue::Member const& member) { return findTable(member.first); });
 }
 
+// The member that holds the tables, in a document that does not hold them itself.
+std::string wrapperIn(std::string const& file, JsonValue const& value) {
+  std::string wrapper;
+  for (auto const& [name, member] : value.members) {
+    if (!holdsTables(member)) continue;
+    if (!wrapper.empty()) fail(file, member.place, "tables in \"" + wrapper + "\" and in \"" + name + "\"");
+    wrapper = name;
+  }
+  return wrapper;
+}
+
 // Tables and entries of the model must be objects; null will do for one that is empty.
 void checkShape(Source const& source) {
   auto const check = [&](std::string const& name, JsonValue const& value) {
@@ -56,9 +67,7 @@ void checkShape(Source const& source) {
 
 }  // namespace
 
-JsonValue const& Source::tables() const {
-  return wrapper.empty() ? document.value : document.value.members.front().second;
-}
+JsonValue const& Source::tables() const { return wrapper.empty() ? document.value : *document.value.find(wrapper); }
 
 Source readSource(std::string const& file) {
   Source source;
@@ -72,8 +81,7 @@ Source readSource(std::string const& file) {
   JsonValue const& value = source.document.value;
   if (!value.isObject())
     fail(file, value.place, std::string("an object of tables expected, not ") + kindName(value.kind));
-  if (value.members.size() == 1 && !holdsTables(value) && holdsTables(value.members.front().second))
-    source.wrapper = value.members.front().first;
+  if (!holdsTables(value)) source.wrapper = wrapperIn(file, value);
   checkShape(source);
   return source;
 }
@@ -81,7 +89,8 @@ Source readSource(std::string const& file) {
 std::vector<std::string> duplicateComplaints(Source const& source) {
   std::vector<std::string> complaints;
   for (JsonDuplicate const& duplicate : source.document.duplicates) {
-    std::size_t const first = !source.wrapper.empty() && duplicate.path.size() > 1 ? 1 : 0;
+    bool const wrapped = !source.wrapper.empty() && duplicate.path.front() == source.wrapper;
+    std::size_t const first = wrapped && duplicate.path.size() > 1 ? 1 : 0;
     std::string where;
     for (std::size_t i = first; i < duplicate.path.size(); ++i)
       where += (i == first ? "" : i == first + 1 ? "|" : ": ") + duplicate.path[i];

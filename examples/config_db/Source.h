@@ -11,7 +11,7 @@ namespace ConfigDb {
 struct Source {
   std::string file;
   JsonDocument document;
-  std::string wrapper;  // the name of the only member, when the tables are wrapped in it; else empty
+  std::string wrapper;  // the name of the member that the tables are wrapped in; empty when they are not
 
   // The object that holds the tables.
   JsonValue const& tables() const;

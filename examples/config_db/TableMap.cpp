@@ -168,6 +168,10 @@ Table const* findTable(std::string_view name) {
   return found == std::end(tableTable) ? nullptr : found;
 }
 
+bool isImplied(Table const& table, std::string_view entry) {
+  return std::string_view(table.name) == "VRF" && entry == "default";
+}
+
 char const* mapAttribute(Table const& table) { return renamed(table.name, "*"); }
 
 Kel::KelAttr const* attributeOf(Table const& table, Kel::KelType const& type, std::string_view field) {

@@ -41,6 +41,9 @@ std::span<Table const> tables();
 // Null when the model does not have it.
 Table const* findTable(std::string_view name);
 
+// Whether the table has that entry on every device, without the file having it: a reference to it is null.
+bool isImplied(Table const& table, std::string_view entry);
+
 // The attribute that has the values of all fields of a table whose field names are data; null for any other table.
 char const* mapAttribute(Table const& table);
 

@@ -102,6 +102,7 @@ Tree::Found Tree::referred(Kel::KelType const& type, std::string_view text) cons
     auto const& [root, attr] = places_.at(table);
     auto const found = root->attribute(attr->id(), GenericIf::of(Kel::Name(name)));
     if (found) return {found->entity(), {}};
+    if (isImplied(*table, name)) return {};
   }
   return {nullptr, "there is no " + names + " \"" + std::string(trimmed(text)) + "\""};
 }

@@ -23,7 +23,8 @@ class Tree {
   static Kel::GenericIf::Ptr child(Kel::GenericIf::Ptr const& entry, std::string const& collection,
                                    std::string const& name);
 
-  // The entry of a table of that type that a text, "name" or "[TABLE|name]", refers to; or what is wrong with it.
+  // The entry of a table of that type that a text, "name" or "[TABLE|name]", refers to; or what is wrong with it;
+  // or neither, for one that needs no entry.
   struct Found {
     Kel::Entity::Ptr entity;
     std::string problem;
