@@ -45,6 +45,7 @@ Entity* AttrAccess::newLike(KelAttr const& attr, Entity&, Entity const&) const {
   throwOpNotSupportedException(attr.fullName(), "newLike");
 }
 void AttrAccess::reserveMembers(Entity&, U32) const {}
+bool AttrAccess::sameShape(Entity const&, Entity const&) const { return false; }
 Entity* AttrAccess::child(Entity const&, std::string_view) const { return nullptr; }
 void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const {}
 void AttrAccess::takeChildren(Entity&, std::vector<Ptr<Entity>>&) const {}

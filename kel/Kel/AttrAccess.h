@@ -58,6 +58,9 @@ class AttrAccess {
   // A new owned singleton or member with the constructor parameters of another; the key must be free. Notifies.
   virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
   virtual void reserveMembers(Entity& e, U32 count) const;
+  // Whether the members of two entities stand at the same positions under keys of the same hashes: almost certainly the
+  // same keys, found out without touching a member. False where members have no positions.
+  virtual bool sameShape(Entity const& a, Entity const& b) const;
 
   // The owned entity under a printed key (the empty one: the singleton), or null.
   virtual Entity* child(Entity const& e, std::string_view key) const;

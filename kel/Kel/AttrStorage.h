@@ -47,6 +47,9 @@ K unboxKey(KelAttr const& attr, GenericIf const* key) {
 template <class V>
 class ValueAccess final : public AttrAccess {
  public:
+  // Where in an entity the value lies, for loops that compare many.
+  V Entity::*slot() const { return slot_; }
+
   ValueAccess(V Entity::*slot, V initial, bool counter)
       : slot_(slot), initial_(std::move(initial)), counter_(counter) {}
 
@@ -391,7 +394,7 @@ class OwnedMapAccess final : public AttrAccess {
   }
   Entity* memberAt(Entity const& e, U32 position) const override {
     if constexpr (dense)
-      return (e.*slot_).slotLive(position) ? (e.*slot_).at(position).ptr() : nullptr;
+      return position < (e.*slot_).slotEnd() && (e.*slot_).slotLive(position) ? (e.*slot_).at(position).ptr() : nullptr;
     else
       return AttrAccess::memberAt(e, position);
   }
@@ -413,6 +416,12 @@ class OwnedMapAccess final : public AttrAccess {
   }
   void reserveMembers(Entity& e, U32 count) const override {
     if constexpr (dense) (e.*slot_).reserve(count);
+  }
+  bool sameShape(Entity const& a, Entity const& b) const override {
+    if constexpr (dense)
+      return (a.*slot_).sameHashes(b.*slot_);
+    else
+      return false;
   }
   Entity* child(Entity const& e, std::string_view key) const override {
     M const& map = e.*slot_;

@@ -8,6 +8,8 @@
 
 namespace Kel {
 
+std::atomic<U64> Entity::departures_{0};
+
 Entity::~Entity() { delete reactors_; }
 
 KelType const* Entity::_fwkType() {
@@ -201,6 +203,7 @@ thread_local Dismantling* Dismantling::current_ = nullptr;
 void Entity::destroySelf() noexcept { Dismantling::add(*this); }
 
 void Entity::leaveTree(Ptr child) noexcept {
+  departures_.fetch_add(1, std::memory_order_relaxed);
   child->parent_ = nullptr;
   child->parentAttrId_ = noAttribute;
   if (child->refs() > 1) dropPointersBelow(*child);

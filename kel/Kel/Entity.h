@@ -69,7 +69,10 @@ class Entity : public VFPtrInterface {
   Entity const* parent() const { return parent_; }
   Entity const* root() const;
   // Low level: moves the links to the parent only. Whoever calls it has put the entity where it says it is.
-  void parentIs(Ptr const& parent) { parent_ = parent.ptr(); }
+  void parentIs(Ptr const& parent) {
+    parent_ = parent.ptr();
+    departures_.fetch_add(1, std::memory_order_relaxed);
+  }
   KelAttr const* parentAttr() const;
   AttributeId parentAttrId() const { return parentAttrId_; }
   void parentAttrIdIs(AttributeId id) { parentAttrId_ = id; }
@@ -92,6 +95,9 @@ class Entity : public VFPtrInterface {
     if (reactors_) notifyReactors(id, key);
   }
   bool hasReactors() const { return reactors_ != nullptr; }
+  // Counts the entities that have left a tree, in the whole process: while it stands still, what a path led to is
+  // there.
+  static U64 departures() { return departures_.load(std::memory_order_relaxed); }
 
  protected:
   explicit Entity(Name name = Name()) : name_(std::move(name)) {}
@@ -102,6 +108,8 @@ class Entity : public VFPtrInterface {
   friend class Dismantling;
   Entity const* lookup(String8 const& path) const;
   void notifyReactors(AttributeId id, void const* key) const;
+
+  static std::atomic<U64> departures_;
 
   Name name_;
   Entity* parent_ = nullptr;

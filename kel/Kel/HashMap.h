@@ -8,6 +8,7 @@
 // advanced. It must not outlive the map. A map with live iterators does not close gaps. One thread at a time.
 #pragma once
 
+#include <cstring>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -62,6 +63,10 @@ class HashMapGeneric {
   U32 slotEnd() const { return rep_ ? rep_->used : 0; }
   bool slotLive(U32 slot) const { return hashes()[slot] != 0; }
   U32 slotHash(U32 slot) const { return hashes()[slot]; }
+  bool sameHashes(HashMapGeneric const& o) const {
+    U32 const end = slotEnd();
+    return end == o.slotEnd() && (end == 0 || std::memcmp(hashes(), o.hashes(), end * sizeof(U32)) == 0);
+  }
   U32 nextSlot(U32 slot) const {
     U32 const end = slotEnd();
     while (slot < end && hashes()[slot] == 0) ++slot;

@@ -1,0 +1,81 @@
+// Which edits stay out of the log.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyCompare.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+bool AttributeEditLogBypass::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, AttributeEdit const&, Kel::String,
+                                                    Kel::Ptr<Kel::GenericIf const> const&) {
+  Kel::throwNoImplementationException("bypassAttributeEditLog");
+}
+
+bool AttributeEditBypassTable::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const& ec, AttributeEdit const& edit,
+                                                      Kel::String path, Kel::Ptr<Kel::GenericIf const> const& value) {
+  if (!value) return false;
+  auto const check = [&](Kel::String const& name, Kel::String const& type) {
+    return checkBypassAttributeEditLog(attributeEditBypassEntry(AttributeEdit(name, type, edit.editType())), ec, path,
+                                       value);
+  };
+  Kel::String const& name = edit.attributeName();
+  Kel::String const& type = edit.attributeType();
+  if (check(name, type)) return true;
+  if (!name.empty() && check("", type)) return true;
+  if (!type.empty() && check(name, "")) return true;
+  return !name.empty() && !type.empty() && check("", "");
+}
+
+namespace {
+
+bool covers(AttributeEditBypassEntry const& entry, Kel::String8 const& path) {
+  for (auto it = entry.parentPathIterator(); it; ++it)
+    if (path.view().substr(0, it.key().chars()) == it.key()) return true;
+  return false;
+}
+
+// Copies the default values into the entity that is about to be deleted: what is logged meanwhile is what it held
+// beside them. The entity dies, so nobody sees what was written; in compare mode nothing is written.
+bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dying) {
+  AttributeEditLog const& log = *Kel::validPtr(ec.attributeEditLog());
+  Kel::U32 const before = log.attributeEditEntrys();
+  KEL_TRACE(7) << "attributeEditLog entries before copying: " << before;
+  Kel::String8 const path = ec.dest() ? pathBelow(*ec.dest(), *dying) : Kel::String8();
+  for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
+    if (!attr->copiable()) continue;
+    KEL_TRACE(7) << "copy " << attr->name();
+    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(attr));
+  }
+  Kel::U32 const after = log.attributeEditEntrys();
+  KEL_TRACE(7) << "attributeEditLog entries after copying: " << after;
+  return before == after;
+}
+
+// Only an entity that the deleted attribute owns can be compared with a default one; the target of a pointer is not the
+// engine's to write.
+Kel::Ptr<Kel::Entity> ownedEntity(Kel::GenericIf::PtrConst const& value, AttributeEdit const& edit) {
+  Kel::Ptr<Kel::Entity> const entity = entityOf(value);
+  if (!entity || !entity->parent()) return nullptr;
+  Kel::KelAttr const* holder = entity->parentAttr();
+  bool const named = edit.attributeName().empty() || (holder && holder->name() == edit.attributeName());
+  return holder && holder->instantiating() && named ? entity : nullptr;
+}
+
+}  // namespace
+
+bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec,
+                                 Kel::String path, Kel::GenericIf::PtrConst const& value) {
+  if (!aeBypass) return false;
+  KEL_TRACE(5) << aeBypass->attributeEdit().attributeName() << " in attributeEditBypassTable";
+  if (!covers(*aeBypass, path)) return false;
+  Kel::Ptr<Kel::Entity> const dying = ownedEntity(value, aeBypass->attributeEdit());
+  if (!dying || !aeBypass->defaultEnt()) return true;
+  KEL_ASSERT(aeBypass->attributeEdit().editType() == AttributeEditType::del_);
+  KEL_TRACE(5) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
+  return holdsDefaultsOnly(*aeBypass, *ec, dying);
+}
+
+}  // namespace Cli::Session

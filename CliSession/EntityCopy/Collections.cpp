@@ -1,0 +1,207 @@
+// Keyed collections and queues.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyCompare.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+namespace {
+
+// A pointer key of the destination as its counterpart in the source: by path where it lies below the destination's
+// root, itself elsewhere. Null for an entity that has left its tree, or whose counterpart is not there.
+Kel::GenericIf::PtrConst sourceKey(EntityCopy const& ec, Kel::GenericIf::PtrConst const& destKey) {
+  Kel::Ptr<Kel::Entity const> const key = entityConstOf(destKey);
+  if (!key || !ec.src() || !ec.dest()) return destKey;
+  char separator = 0;
+  Kel::String8 const relative = pathBelow(*ec.dest(), *key, &separator);
+  if (relative.empty()) return key->parent() ? destKey : nullptr;
+  Kel::String8 const fullName = ec.src()->fullName() + std::string_view(&separator, 1) + relative;
+  return Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity const>(entityInTree(*ec.src(), fullName)));
+}
+
+// Whether the destination's member may stay, as far as the source's member under the same key says.
+bool memberStays(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& destMember,
+                 Kel::GenericIf::PtrConst const& srcMember) {
+  // A pointer's changed target is one set; only set against null counts as missing.
+  if (attr.isPtr()) return !destMember == !srcMember;
+  return attrEqual(attr, destMember, srcMember);
+}
+
+}  // namespace
+
+bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                                  Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
+  Kel::GenericIf::Ptr const destGif = genericIf(dest);
+  Kel::GenericIf::PtrConst const srcGif = genericIf(src);
+  Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
+  KEL_TRACE(2) << "doCopyCollection"
+               << ": " << attr->name();
+  Kel::KelType const* keyType = attr->keyType();
+  KEL_TRACE(3) << "Key is of type " << keyType->name() << " (internal=" << keyType->isEntity()
+               << ", pointer=" << attr->keyIsPtr() << ")";
+  if (!attr->keyIsPtr()) checkValueType(*keyType);
+
+  bool differs = false;
+  Kel::U32 deleted = 0, examined = 0;
+  for (auto it = destGif->attributeIterator(destOwn.id()); it; ++it) {
+    ++examined;
+    Kel::GenericIf::PtrConst const key = it.key();
+    Kel::GenericIf::PtrConst const srcKey = attr->keyIsPtr() ? sourceKey(*this, key) : key;
+    if (srcKey || !key) {
+      auto const found = srcGif->attributeIteratorKeyConst(attr->id(), srcKey);
+      if (found && memberStays(*attr, it.obj(), found.obj())) continue;
+    }
+    ++deleted;
+    differs |= attributeDel(dest, attr, key);
+    if (stop()) return differs;
+  }
+  KEL_TRACE(3) << "Deleted " << deleted << " members out of " << examined;
+
+  Kel::U32 copied = 0;
+  for (auto it = srcGif->attributeIteratorConst(attr->id()); it; ++it) {
+    Kel::GenericIf::PtrConst const srcKey = it.key();
+    if (!srcKey) {
+      KEL_TRACE(3) << "Key is NULL";
+      continue;
+    }
+    Kel::GenericIf::PtrConst const srcMember = it.obj();
+    Kel::GenericIf::PtrConst destKey = srcKey;
+    if (attr->keyIsPtr()) {
+      Kel::Ptr<Kel::Entity> const target =
+          resolvePtr(src, entityConstOf(srcKey), srcKey, srcMember, dest, nullptr, path, attr);
+      if (!target) continue;
+      destKey = genericIf(target);
+    }
+    differs |= doCopyCollectionMember(dest, src, path, srcKey, destKey, srcMember, attr);
+    ++copied;
+    if (stop()) return differs;
+  }
+  KEL_TRACE(3) << "copied " << copied << " members";
+  return differs;
+}
+
+bool EntityCopy::doCopyCollectionMember(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                                        Kel::String path, Kel::Ptr<Kel::GenericIf const> const& srcIndex,
+                                        Kel::Ptr<Kel::GenericIf const> const& index,
+                                        Kel::Ptr<Kel::GenericIf const> const& srcMember,
+                                        Kel::Ptr<Kel::KelAttr const> const& attr) {
+  KEL_TRACE(2) << "doCopyCollectionMember"
+               << ": " << srcMember;
+  if (attr->isValue()) {
+    KEL_TRACE(3) << "Member is a value";
+    bool const changed = attributeIs(dest, attr, index, srcMember, nullptr)->changed();
+    if (!stop()) KEL_TRACE(3) << "Collection is not instantiating";
+    return changed;
+  }
+  KEL_TRACE(3) << "Member is not a value";
+  if (attr->isPtr()) {
+    KEL_TRACE(3) << srcMember << " is a pointer, copying target";
+    bool const changed = copyPtrMember(*this, dest, src, path, attr, srcIndex, index);
+    if (!stop()) KEL_TRACE(3) << "Collection is not instantiating";
+    return changed;
+  }
+  Kel::GenericIf::Ptr const destGif = genericIf(dest);
+  Kel::AttributeId const destId = destAttribute(*dest, *attr).id();
+  Kel::GenericIf::Ptr destMember = destGif->attribute(destId, index);
+  ParamList const params(new Kel::GenericIf::List);
+  bool const create = constructorParams(entityConstOf(destMember), entityConstOf(srcMember), *attr, params);
+  if (!destMember) {
+    KEL_TRACE(3) << "Member does not exist in dest";
+  } else {
+    KEL_TRACE(3) << "Member exists in dest";
+    KEL_TRACE(3) << "Collection is instantiating";
+    KEL_TRACE(3) << (create ? "Constructor parameters changed" : "Constructor parameters did not change");
+  }
+  KEL_TRACE(3) << "Collection is instantiating, processing member";
+  bool changed = false;
+  if (create) {
+    KEL_TRACE(3) << "Re-creating item";
+    changed = attributeIs(dest, attr, index, Kel::GenericIf::List::genericIf(params), nullptr)->changed();
+    if (stop() || stopAtFirstDiff()) return changed;
+    destMember = destGif->attribute(destId, index);
+  } else {
+    KEL_TRACE(3) << "Getting pre-existing item";
+  }
+  if (destMember) {
+    KEL_TRACE(3) << "Traversing child";
+    changed |= handleEntity(destMember, srcMember, attr, path);
+  } else {
+    KEL_TRACE(3) << "No child, we're done";
+  }
+  return changed;
+}
+
+namespace {
+
+// The member that an append has just made.
+Kel::GenericIf::Ptr newestMember(Kel::Ptr<Kel::Entity> const& dest, Kel::AttributeId id) {
+  Kel::GenericIf::Ptr newest;
+  for (auto it = genericIf(dest)->attributeIterator(id); it; ++it) newest = it.obj();
+  return newest;
+}
+
+// Everything that the two halves of a queue's copy share.
+struct QueueCopy {
+  EntityCopy& ec;
+  Kel::Ptr<Kel::Entity> const& dest;
+  Kel::String8 const& path;
+  Kel::Ptr<Kel::KelAttr const> const& attr;
+  Kel::AttributeId destId;
+  bool entities;
+
+  // Appends one member; false when the engine is to stop.
+  bool append(Kel::GenericIf::PtrConst const& srcMember) {
+    if (!entities) {
+      ec.attributeAdd(dest, attr, srcMember);
+      return !ec.stop();
+    }
+    ParamList const params(new Kel::GenericIf::List);
+    constructorParams(entityConstOf(srcMember), *attr, params);
+    ec.attributeAdd(dest, attr, Kel::GenericIf::List::genericIf(params));
+    if (ec.stop()) return false;
+    if (!ec.stopAtFirstDiff()) ec.handleEntity(newestMember(dest, destId), srcMember, attr, path);
+    return !ec.stop();
+  }
+};
+
+}  // namespace
+
+bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                             Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
+  KEL_TRACE(2) << "doCopyQueue"
+               << ": " << attr->name();
+  bool const entities = attr->type()->isEntity();
+  if (!entities) checkValue(*attr);
+  QueueCopy copy{*this, dest, path, attr, destAttribute(*dest, *attr).id(), entities};
+  auto srcIt = genericIf(src)->attributeIteratorConst(attr->id());
+  auto destIt = genericIf(dest)->attributeIterator(copy.destId);
+  bool differs = false;
+  while (srcIt && destIt) {
+    Kel::GenericIf::PtrConst const srcMember = srcIt.obj();
+    Kel::GenericIf::Ptr const destMember = destIt.obj();
+    if (attrEqual(*attr, destMember, srcMember)) {
+      if (entities) differs |= handleEntity(destMember, srcMember, attr, path);
+      if (stop()) return differs;
+      ++srcIt;
+    } else {
+      differs |= attributeDel(dest, attr, destIt.key());
+      if (stop()) return true;
+    }
+    ++destIt;
+  }
+  for (; destIt; ++destIt) {
+    differs |= attributeDel(dest, attr, destIt.key());
+    if (stop()) return true;
+  }
+  for (; srcIt; ++srcIt) {
+    if (!copy.append(srcIt.obj())) return true;
+    differs = true;
+  }
+  return differs;
+}
+
+}  // namespace Cli::Session

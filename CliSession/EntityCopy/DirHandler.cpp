@@ -1,0 +1,100 @@
+// Directories, entry by entry.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+bool EntityCopyDirHandler::isPlainSessionHandler() const { return false; }
+
+namespace {
+
+// The reconciliation of one directory. Its steps answer false when the engine is to stop.
+class DirCopy {
+ public:
+  DirCopy(EntityCopy& ec, Kel::Dir& dest, Kel::Dir const& src) : ec_(ec), dest_(dest), src_(src) {}
+
+  bool differs = false;
+
+  bool deleteExtra() {
+    for (auto it = dest_.entryStateIterator(); it; ++it) {
+      auto const srcState = src_.entry(it.key());
+      if (srcState && srcState->entityTypeName() == it->entityTypeName()) continue;
+      if (!record(AttributeEditType::del_, it.ptr())) return false;
+      KEL_TRACE(9) << "Deleting entryState " << it.key() << " in " << dirName();
+      if (!ec_.stopAtFirstDiff()) dest_.entryStateDel(it.key());
+    }
+    return true;
+  }
+
+  bool createMissing() {
+    for (auto it = src_.entryStateIteratorConst(); it; ++it) {
+      if (dest_.entry(it.key())) continue;
+      if (!record(AttributeEditType::set_, it.ptr())) return false;
+      KEL_TRACE(9) << "Creating entryState " << it.key() << " in " << dirName();
+      if (!ec_.stopAtFirstDiff()) dest_.entryStateIs(it.key(), it->entityTypeName());
+    }
+    return true;
+  }
+
+  bool copyChildren(Kel::String8 const& path) {
+    for (auto it = src_.entryStateIteratorConst(); it; ++it) {
+      Kel::Ptr<Kel::Entity const> const srcChild = it->entityPtr();
+      if (!srcChild) continue;
+      auto const destState = dest_.entry(it.key());
+      if (!destState || !destState->entityPtr())
+        if (!record(AttributeEditType::set_, it.ptr())) return false;
+      KEL_TRACE(9) << "Creating entityPtr " << it.key() << " in " << dirName();
+      // A child that a comparison would have to make is not descended into.
+      Kel::Ptr<Kel::Entity> const destChild =
+          ec_.stopAtFirstDiff() ? (destState ? destState->entityPtr() : nullptr) : dest_.entityRef(it.key());
+      if (destChild) differs |= ec_.doCopyEntity(destChild, srcChild, path + "/" + it.key());
+      if (ec_.stop()) return false;
+    }
+    return true;
+  }
+
+  Kel::String8 dirName() const { return dest_.name().empty() ? Kel::String8("<unknown>") : dest_.name(); }
+
+ private:
+  // Logs the edit of an entry.
+  bool record(AttributeEditType editType, Kel::Ptr<Kel::Dir::EntryState const> const& entry) {
+    AttributeEdit const edit("entryState", "Kel::Dir::EntryState", editType);
+    bool const counts =
+        !ec_.attributeEditLog() || logEdit(ec_, edit, dest_.fullName(), genericIf(Kel::Ptr<Kel::Entity const>(entry)));
+    differs |= counts || !ec_.stopAtFirstDiff();
+    return !ec_.stop();
+  }
+
+  EntityCopy& ec_;
+  Kel::Dir& dest_;
+  Kel::Dir const& src_;
+};
+
+}  // namespace
+
+bool EntityCopyDirHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
+                                        Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  Kel::Ptr<Kel::Dir> const destDir = Kel::ptrCast<Kel::Dir>(dest);
+  Kel::Ptr<Kel::Dir const> const srcDir = Kel::ptrCast<Kel::Dir const>(src);
+  if (!destDir || !srcDir) return EntityCopyGlobalSessionHandler::handleEntity(ec, dest, src, path);
+  if (path.empty() && ec->src()) path = pathBelow(*ec->src(), *src);
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyDirHandler::handleEntity(const "
+                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
+                  "Kel::Entity>&, Kel::String8)"
+               << ": " << path;
+  if (ec->stopAtFirstDiff()) ensureLog(*ec);
+  DirCopy copy(*ec, *destDir, *srcDir);
+  copy.differs = ec->doCopyAttrByName(dest, src, path, "subdir");
+  Kel::KelAttr const* aidx = Kel::Dir::_fwkType()->findAttr("entryState");
+  KEL_ASSERT(aidx);
+  if (!copy.deleteExtra() || !copy.createMissing() || !copy.copyChildren(path)) return true;
+  KEL_TRACE(9) << "handleEntity"
+               << ": " << copy.dirName() << " completed (" << copy.differs << ")";
+  return copy.differs;
+}
+
+}  // namespace Cli::Session

@@ -1,0 +1,90 @@
+// What the engine keeps for itself, beside what the model shows.
+#pragma once
+
+#include <unordered_map>
+
+#include "CliSession/EntityCopy.h"
+#include "CliSession/EntityCopy/TypedWalk.h"
+#include "Kel/Assert.h"
+
+namespace Cli::Session {
+
+// Entities are copied by recursion; a deeper tree is refused with a RangeException.
+inline constexpr Kel::U32 maxEntityDepth = 1000;
+
+class EntityCopy::Impl {
+ public:
+  Kel::U32 depth = 0;
+
+  // The deferred pointers by what they will set, so that meeting one again supersedes its record.
+  struct PendingKey {
+    Kel::Entity const* dest;
+    Kel::KelAttr const* attr;
+    bool operator==(PendingKey const&) const = default;
+  };
+  struct PendingHash {
+    std::size_t operator()(PendingKey const& key) const {
+      return std::hash<void const*>()(key.dest) ^ (std::hash<void const*>()(key.attr) << 1);
+    }
+  };
+  TypedWalk walk;
+
+  std::unordered_multimap<PendingKey, Kel::Ptr<AttributeCopy>, PendingHash> pending;
+
+  static Impl& of(EntityCopy& ec) {
+    if (!ec.impl()) ec.impl() = std::make_shared<Impl>();
+    return *ec.impl();
+  }
+};
+
+// One level down in the walk. Descending without bound would end on the machine's stack.
+class Depth {
+ public:
+  explicit Depth(EntityCopy::Impl& impl) : depth_(impl.depth) {
+    if (depth_ >= maxEntityDepth)
+      Kel::throwRangeException("entities nested deeper than " + std::to_string(maxEntityDepth) + " cannot be copied");
+    ++depth_;
+  }
+  ~Depth() { --depth_; }
+  Depth(Depth const&) = delete;
+  Depth& operator=(Depth const&) = delete;
+
+ private:
+  Kel::U32& depth_;
+};
+
+// The attribute of the destination that stands for one of the source: its own where the types agree, else the one of
+// that name. Raises UnknownAttrException, with the path, when there is none.
+Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr);
+
+// `doCopyPtr` for a member whose key differs between the trees.
+bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                   Kel::String8 const& path, Kel::Ptr<Kel::KelAttr const> const& attr,
+                   Kel::GenericIf::PtrConst const& srcIndex, Kel::GenericIf::PtrConst const& index);
+
+// Forgets what was deferred for the same place: there is one record per destination, attribute and index.
+void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr,
+                      Kel::GenericIf::PtrConst const& srcIndex);
+
+// Records a path in a session handler's `copied` trie.
+void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
+
+// `addAttributeEditBypassEntry`, and whether the edit counts as a difference: a bypassed one does not.
+bool logEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
+             Kel::GenericIf::PtrConst const& value);
+
+// Makes the engine's log, where it has none.
+void ensureLog(EntityCopy& ec);
+
+inline Kel::GenericIf::Ptr genericIf(Kel::Ptr<Kel::Entity> const& e) { return Kel::GenericIf::ofEntity(e); }
+inline Kel::GenericIf::PtrConst genericIf(Kel::Ptr<Kel::Entity const> const& e) { return Kel::GenericIf::ofEntity(e); }
+
+// A generic object as an entity; null when it is none.
+inline Kel::Ptr<Kel::Entity> entityOf(Kel::GenericIf::PtrConst const& object) {
+  return object ? object->entity() : nullptr;
+}
+inline Kel::Ptr<Kel::Entity const> entityConstOf(Kel::GenericIf::PtrConst const& object) {
+  return object ? object->entityConst() : nullptr;
+}
+
+}  // namespace Cli::Session

@@ -1,0 +1,54 @@
+// The plain handler and the handler tables.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyUtils.h"
+
+namespace Cli::Session {
+
+bool EntityCopyHandler::isPlainSessionHandler() const { return false; }
+
+bool EntityCopyHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
+                                     Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  if (!ec->stopAtFirstDiff()) Kel::throwNoImplementationException("handleEntity");
+  return ec->doCopyEntityAttrs(dest, src, path, nullptr);
+}
+
+PtrTarget EntityCopyHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const&) {
+  if (!ec->stopAtFirstDiff()) Kel::throwNoImplementationException("resolveEntityPtr");
+  return PtrTarget("", false);
+}
+
+void EntityCopyCustomHandlerTable::registerCustomCopyHandler(EntityPath const& path, Kel::String typeName,
+                                                             Kel::Ptr<EntityCopyGlobalSessionHandler> const& handler) {
+  Kel::validPtr(handler);
+  if (typeName.empty())
+    pathSpecificHandlerIs(path.value(), handler);
+  else
+    typeSpecificHandlersIs(typeName)->pathSpecificIs(path, handler);
+}
+
+Kel::Ptr<EntityCopyGlobalSessionHandler> EntityCopyCustomHandlerTable::findCustomCopyHandler(
+    Kel::String path, Kel::String typeName) const {
+  if (Kel::Ptr<EntityCopyGlobalSessionHandler> const exact = pathSpecificHandler(path)) return exact;
+  Kel::Ptr<EntityCopyHandlerMap const> const map = typeSpecificHandlers(typeName);
+  if (!map) return nullptr;
+  // Keys come in text order, so that of several that match the shortest wins. They match by characters, not components.
+  for (auto it = map->pathSpecificIterator(); it; ++it) {
+    Kel::String const& key = it.key().value();
+    if (path.view().substr(0, key.chars()) == key.view()) return it.value();
+  }
+  return nullptr;
+}
+
+void EntityCopyCustomHandlerTable::registerEntityCopyFilter(Kel::Ptr<EntityCopyFilterDir> const& filterDir,
+                                                            EntityPath const& path, Kel::String typeName,
+                                                            Kel::Ptr<AttributeFilter> const& attrs) {
+  Kel::Ptr<EntityCopyFilter> const filter = Kel::validPtr(filterDir)->ecfIs(HandlerContext(path, typeName));
+  if (attrs) {
+    Kel::Ptr<AttributeFilter> const filtered = filter->filteredAttributeIs();
+    for (auto it = attrs->attributeNameIterator(); it; ++it) filtered->attributeNameIs(it.key(), true);
+  }
+  registerCustomCopyHandler(path, typeName, filter);
+}
+
+}  // namespace Cli::Session

@@ -1,0 +1,175 @@
+// Pointers, and those that wait for their targets.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include <iostream>
+
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+namespace {
+
+using Index = Kel::GenericIf::PtrConst;
+
+bool sameIndex(Index const& a, Index const& b) {
+  if (!a || !b) return !a && !b;
+  if (a->isEntity() || b->isEntity()) return a->entityConst() == b->entityConst();
+  return a->type() == b->type() && a->text() == b->text();
+}
+
+}  // namespace
+
+void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr, Index const& srcIndex) {
+  EntityCopy::Impl& impl = EntityCopy::Impl::of(ec);
+  auto [it, end] = impl.pending.equal_range({&dest, &attr});
+  while (it != end) {
+    if (sameIndex(it->second->srcIndex(), srcIndex)) {
+      ec.pendingAttrDel(it->second);
+      it = impl.pending.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
+namespace {
+
+void forget(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
+  EntityCopy::Impl& impl = EntityCopy::Impl::of(ec);
+  auto [it, end] = impl.pending.equal_range({record->dest().ptr(), record->attribute().ptr()});
+  for (; it != end; ++it) {
+    if (it->second == record) {
+      impl.pending.erase(it);
+      break;
+    }
+  }
+  ec.pendingAttrDel(record);
+}
+
+bool sameTree(Kel::Entity const& a, Kel::Entity const& b) { return a.root() == b.root(); }
+
+}  // namespace
+
+bool EntityCopy::doCopyPtr(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src, Kel::String path,
+                           Kel::Ptr<Kel::KelAttr const> const& attr, Kel::Ptr<Kel::GenericIf const> const& index) {
+  return copyPtrMember(*this, dest, src, path, attr, index, index);
+}
+
+bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                   Kel::String8 const& path, Kel::Ptr<Kel::KelAttr const> const& attr, Index const& srcIndex,
+                   Index const& index) {
+  KEL_TRACE(2) << "doCopyPtr"
+               << ": " << attr->name();
+  Kel::GenericIf::PtrConst const srcMember = genericIf(src)->attribute(attr->id(), srcIndex);
+  Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(srcMember);
+  Kel::GenericIf::PtrConst value;
+  if (srcTarget) {
+    Kel::Ptr<Kel::Entity> const target = ec.resolvePtr(src, srcTarget, srcIndex, srcMember, dest, index, path, attr);
+    if (!target) return false;
+    value = genericIf(target);
+  } else {
+    KEL_TRACE(3) << "Target is not set";
+    if (ec.pendingAttrs() > 0) supersedePending(ec, *dest, *attr, srcIndex);
+  }
+  return ec.attributeIs(dest, attr, index, value, nullptr)->changed();
+}
+
+Kel::Ptr<Kel::Entity> EntityCopy::resolvePtr(Kel::Ptr<Kel::Entity const> const& src,
+                                             Kel::Ptr<Kel::Entity const> const& srcTarget,
+                                             Kel::Ptr<Kel::GenericIf const> const& srcIndex,
+                                             Kel::Ptr<Kel::GenericIf const> const& srcMember,
+                                             Kel::Ptr<Kel::Entity> const& dest,
+                                             Kel::Ptr<Kel::GenericIf const> const& indexValue, Kel::String path,
+                                             Kel::Ptr<Kel::KelAttr const> const& attr) {
+  KEL_TRACE(2) << "resolvePtr"
+               << ": " << attr->name();
+  if (pendingAttrs() > 0) supersedePending(*this, *dest, *attr, srcIndex);
+  PtrTarget const t = Kel::validPtr(handler())->resolveEntityPtr(Ptr(this), srcTarget);
+  if (t.copiable()) {
+    KEL_TRACE(3) << "Target is copiable";
+    Kel::Ptr<Kel::Entity> const target = entityInTree(*dest, t.target());
+    if (!target) KEL_TRACE(3) << "Target not found: " << t.target();
+    return target;
+  }
+  KEL_TRACE(3) << "Target is not copiable, deferring";
+  Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(attr, dest, path);
+  record->srcIs(src);
+  record->srcIndexIs(srcIndex);
+  record->srcMemberIs(srcMember);
+  record->indexValueIs(indexValue);
+  // What was asked for is the key itself, or what the attribute points at.
+  bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
+  if (isKey) {
+    record->srcIndexFullNameIs(srcTarget->fullName());
+    record->destIndexFullNameIs(t.target());
+  } else {
+    record->srcValueFullNameIs(srcTarget->fullName());
+    record->destValueFullNameIs(t.target());
+  }
+  pendingAttrIs(record, true);
+  Impl::of(*this).pending.emplace(Impl::PendingKey{dest.ptr(), attr.ptr()}, record);
+  return nullptr;
+}
+
+namespace {
+
+[[noreturn]] void unableToSet(AttributeCopy const& record, Kel::String8 const& srcName, Kel::String8 const& destName) {
+  std::cerr << "Unable to set " << record.attribute()->name() << " in " << record.dest() << ": " << srcName
+            << " exists and " << destName << " doesn't" << std::endl;
+  KEL_ASSERT(false);
+  std::abort();
+}
+
+// Sets one deferred pointer key, or value, whose target is there now.
+void setDeferred(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record, Kel::Ptr<Kel::Entity> const& target) {
+  if (!record->destIndexFullName().empty()) {
+    KEL_TRACE(3) << "Setting deferred target key " << record->destIndexFullName();
+    ec.doCopyCollectionMember(record->dest(), record->src(), record->path(), record->srcIndex(), genericIf(target),
+                              record->srcMember(), record->attribute());
+    if (ec.stop()) return;
+    KEL_TRACE(3) << "Deferred target key " << record->destIndexFullName() << " set";
+  } else {
+    KEL_TRACE(3) << "Setting deferred target " << record->destValueFullName();
+    KEL_TRACE(3) << " attributeIs: " << record->attribute()->name() << ", " << record->dest()
+                 << " idx, srcIdx: " << record->indexValue() << " " << record->srcIndex() << " target: " << target
+                 << " gif( target ): " << Kel::GenericIf::PtrConst(genericIf(target));
+    ec.attributeIs(record->dest(), record->attribute(), record->indexValue(), genericIf(target), nullptr);
+    if (ec.stop()) return;
+    KEL_TRACE(3) << "Deferred target " << record->destValueFullName() << " set";
+  }
+  forget(ec, record);
+}
+
+}  // namespace
+
+void EntityCopy::doCopyPendingAttrs(bool force) {
+  KEL_TRACE(2) << "doCopyPendingAttrs"
+               << ": "
+               << " force: " << force;
+  Ptr const self(this);
+  for (auto it = pendingAttrIterator(); it; ++it) {
+    Kel::Ptr<AttributeCopy> const record = it.key();
+    bool const isKey = !record->destIndexFullName().empty();
+    Kel::String8 const& name = isKey ? record->destIndexFullName() : record->destValueFullName();
+    if (!dest() || !sameTree(*record->dest(), *dest())) {
+      forget(*this, record);  // what was to be set has left its tree
+      continue;
+    }
+    KEL_TRACE(3) << (isKey ? "Looking for deferred target key " : "Looking for deferred target ") << name;
+    if (Kel::Ptr<Kel::Entity> const target = entityInTree(*record->dest(), name)) {
+      setDeferred(*this, record, target);
+    } else {
+      KEL_TRACE(3) << "Target still doesn't exist. Skipping " << name;
+      if (force) unableToSet(*record, isKey ? record->srcIndexFullName() : record->srcValueFullName(), name);
+    }
+    if (stop()) return;
+  }
+  KEL_TRACE(2) << "doCopyPendingAttrs"
+               << ": "
+               << "completed";
+}
+
+}  // namespace Cli::Session

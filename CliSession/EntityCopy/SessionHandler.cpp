@@ -1,0 +1,120 @@
+// The handler of a whole session copy.
+#define KEL_SOURCE_NAME "CliSession"
+#include "CliSession/CliSession.h"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("CliSession")
+
+namespace Cli::Session {
+
+bool EntityCopyGlobalSessionHandler::isPlainSessionHandler() const { return true; }
+
+void EntityCopyGlobalSessionHandler::postAttributeCopyChanged() {
+  auto const head = postAttributeCopyIterator();
+  postAttributeCopyMetadataIs(PostAttributeCopyMetadata(head ? head.key() : 0, postAttributeCopys()));
+}
+
+void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path) {
+  // A "*" in the last component is no path that a trie could hold; what has it is simply not marked.
+  if (path.empty() || path.view().substr(path.view().find_last_of("/.") + 1).find('*') != std::string_view::npos)
+    return;
+  Kel::validPtr(handler.copied())->prefixIs(path, Zuk::prefixTrieStateFactory());
+}
+
+bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
+                                                  Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler::handleEntity(const "
+                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
+                  "Kel::Entity>&, Kel::String8)"
+               << ": " << path;
+  KEL_ASSERT(sessionStatus());
+  KEL_ASSERT(sessionStatus()->rootTrie());
+  bool result = false;
+  if (src) {
+    if (!copied()) newCopied("entity");
+    if (copied()->hasPrefix(path)) {
+      KEL_TRACE(8) << "handleEntity() skipping " << path;
+      return false;
+    }
+    bool const isRoot = sessionStatus()->rootTrie()->isPrefix(path);
+    Kel::String8 const& typeName = src->type()->fullTypeName();
+    if (handlerTable()) {
+      if (auto const custom = handlerTable()->findCustomCopyHandler(path, typeName)) {
+        KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
+        result = custom->handleEntity(ec, dest, src, path);
+        if (isRoot) markCopied(*this, path);
+        return result;
+      }
+    }
+    if (isRoot) {
+      for (Kel::KelAttr const* attr : src->type()->attributeQ()) {
+        if (!attr->copiable()) continue;
+        result |= ec->doCopyAttrByName(dest, src, path, attr->name());
+        if (ec->stop()) break;
+        if (attr->instantiating()) markCopied(*this, path + "." + attr->name());
+      }
+      KEL_TRACE(9) << " mark " << path << " as copied.";
+      markCopied(*this, path);
+    }
+    if (!isRoot) result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
+  } else {
+    result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
+  }
+  KEL_TRACE(9) << "handleEntity"
+               << " of " << path << " completed (" << result << ")";
+  return result;
+}
+
+namespace {
+
+// The session root that a destination path lies in is made where it is missing, so that the pointer has somewhere to
+// lead.
+void ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char separator) {
+  Kel::String8 const destRoot = ec.dest()->fullName() + std::string_view(&separator, 1) + root;
+  if (entityInTree(*ec.dest(), destRoot) || ec.stopAtFirstDiff()) return;
+  Kel::Ptr<Kel::Dir> const source(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(ec.src().ptr())));
+  status.doCreateSessionRoot(source, Kel::ptrCast<Kel::Dir>(ec.dest()), root);
+  Kel::Ptr<Kel::Entity> const made = entityInTree(*ec.dest(), destRoot);
+  KEL_ASSERT_TEXT(made, "ec->dest()->entity( destTargetFullName )");
+}
+
+}  // namespace
+
+PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec,
+                                                           Kel::Ptr<Kel::Entity const> const& src) {
+  KEL_TRACE(8) << "virtual Cli::Session::PtrTarget "
+                  "Cli::Session::EntityCopyGlobalSessionHandler::resolveEntityPtr(const "
+                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<const Kel::Entity>&)"
+               << ": " << src;
+  KEL_ASSERT(sessionStatus());
+  KEL_ASSERT(sessionStatus()->rootTrie());
+  Kel::String8 const srcFullName = src->fullName();
+  char separator = '/';
+  Kel::String8 const relative = ec->src() ? pathBelow(*ec->src(), *src, &separator) : Kel::String8();
+  Kel::String8 destTargetFullName = srcFullName;
+  if (!relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative)) {
+    KEL_TRACE(9) << "Target is internal";
+    Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
+    KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
+    destTargetFullName = ec->dest()->fullName() + std::string_view(&separator, 1) + relative;
+    ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator);
+  } else {
+    KEL_TRACE(9) << "Target is external or already pointing to dest";
+    if (externalDest()) {
+      KEL_TRACE(9) << "Destination for external pointers is set to " << externalDest()->fullName();
+      if (!relative.empty())
+        destTargetFullName = externalDest()->fullName() + std::string_view(&separator, 1) + relative;
+    }
+  }
+  if (destTargetFullName == srcFullName)
+    KEL_TRACE(9) << "destTargetFullName needs no translation (" << destTargetFullName << ")";
+  else
+    KEL_TRACE(9) << "destTargetFullName: " << destTargetFullName;
+  bool const exists = ec->dest() && !destTargetFullName.empty() &&
+                      entityInTree(*ec->dest(), Kel::EntityUriPath(destTargetFullName).path());
+  return PtrTarget(destTargetFullName, exists);
+}
+
+}  // namespace Cli::Session

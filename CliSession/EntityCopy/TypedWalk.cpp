@@ -1,0 +1,337 @@
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/TypedWalk.h"
+
+#include "CliSession/CliSession.h"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/AttrStorage.h"
+#include "Kel/Trace.h"
+#include "Zuk/PathSplit.h"
+
+namespace Cli::Session {
+
+// What holds for one call of copyAttrs.
+struct TypedWalk::Run {
+  EntityCopy& ec;
+  EntityCopyGlobalSessionHandler& handler;
+  EntityCopy::Impl& impl;
+  bool compare;      // nothing is changed
+  bool nestedRoots;  // session roots lie below the entity that the walk began with
+};
+
+// An entity of the walk, and how it was reached. Its path is made when somebody asks; it is kept alive, and its
+// collections from moving their members, once anything runs that might change the trees behind the walk's back.
+struct TypedWalk::Frame {
+  Frame(Frame* upper, Kel::Entity& destEntity, Kel::Entity const& srcEntity, Kel::KelAttr const* through)
+      : up(upper), dest(destEntity), src(srcEntity), reachedThrough(through) {}
+
+  Frame* const up;
+  Kel::Entity& dest;
+  Kel::Entity const& src;
+  Kel::KelAttr const* const reachedThrough;
+  Kel::KelAttr const* walking = nullptr;  // the collection that is being walked
+  bool havePath = false, haveLogPath = false, held = false;
+  Kel::String8 pathText, logPathText;
+  Kel::Ptr<Kel::Entity> destHold;
+  Kel::Ptr<Kel::Entity const> srcHold;
+  std::unique_ptr<Kel::AttrIterator> srcPin, destPin;
+
+  // The path that the walk has, relative to the source.
+  Kel::String8 const& path() {
+    if (!havePath) pathText = below(up->path());
+    havePath = true;
+    return pathText;
+  }
+  // The path under which edits are counted, relative to the destination.
+  Kel::String8 const& logPath(EntityCopy const& ec) {
+    if (!haveLogPath) logPathText = up ? below(up->logPath(ec)) : pathBelow(*ec.dest(), dest);
+    haveLogPath = true;
+    return logPathText;
+  }
+  void hold() {
+    for (Frame* f = this; f && !f->held; f = f->up) {
+      f->held = true;
+      f->destHold = Kel::Ptr<Kel::Entity>(&f->dest);
+      f->srcHold = Kel::Ptr<Kel::Entity const>(&f->src);
+      if (!f->walking) continue;
+      f->srcPin = f->walking->access().iterator(*f->walking, f->src, nullptr);
+      f->destPin = f->walking->access().iterator(*f->walking, f->dest, nullptr);
+    }
+  }
+
+ private:
+  Kel::String8 below(Kel::String8 const& parent) const {
+    std::string_view const attr = reachedThrough->name(), name = dest.name();
+    std::string text;
+    text.reserve(parent.chars() + attr.size() + name.size() + 2);
+    text.append(parent.view()).append(1, '.').append(attr);
+    if (reachedThrough->isCollection() && !name.empty()) text.append(1, '/').append(name);
+    return Kel::String8(text);
+  }
+};
+
+bool TypedWalk::possible(EntityCopy const& ec) {
+  static Kel::TraceHandle const* const handles[] = {
+      &Kel::TraceHandle::get("EntityCopy"), &Kel::TraceHandle::get("EntityCopyUtils"),
+      &Kel::TraceHandle::get("CliSession"), &Kel::TraceHandle::get("PathTrie"), &Kel::TraceHandle::get("PrefixTrie")};
+  for (Kel::TraceHandle const* handle : handles)
+    if (handle->any()) return false;
+  if (!ec.dest() || !ec.src() || !ec.handler() || !ec.handler()->isPlainSessionHandler()) return false;
+  AttributeEditLog const* log = ec.attributeEditLog().ptr();
+  // Rules that look at each edit want it boxed.
+  return !ec.attributeEditBypassChecker() && log && log->attributeEditDebugConfigs() == 0 &&
+         log->attributeEditDebugTypeConfigs() == 0;
+}
+
+// --- Plans ---
+
+TypedWalk::Step TypedWalk::makeStep(Kel::KelAttr const& attr) {
+  Step step;
+  step.attr = &attr;
+  step.access = &attr.access();
+  if (attr.afterChange()) return step;
+  auto const slotted = [&]<class T>(Step::Kind kind, T Kel::Entity::*Step::Slot::*where) {
+    auto const* access = dynamic_cast<Kel::ValueAccess<T> const*>(step.access);
+    if (!access) return false;
+    step.kind = kind;
+    step.slot.*where = access->slot();
+    return true;
+  };
+  if (attr.isCollection()) {
+    if (attr.isValue()) step.kind = Step::values;
+    bool const dense = attr.instantiating() && attr.collectionKind() == Kel::KelAttr::Collection::hashMap;
+    if (dense && attr.type()->paramsEqual()) step.kind = Step::members;
+  } else if (attr.instantiating()) {
+    if (attr.type()->paramsEqual()) step.kind = Step::singleton;
+  } else if (attr.isPtr()) {
+    if (attr.type()->isEntity()) step.kind = Step::pointer;
+  } else if (attr.isValue() && attr.type()->valueOps().equal) {
+    step.kind = Step::value;
+    slotted(Step::string, &Step::Slot::string) || slotted(Step::boolean, &Step::Slot::boolean) ||
+        slotted(Step::u8, &Step::Slot::u8) || slotted(Step::u16, &Step::Slot::u16) ||
+        slotted(Step::u32, &Step::Slot::u32) || slotted(Step::u64, &Step::Slot::u64) ||
+        slotted(Step::f64, &Step::Slot::f64);
+  }
+  return step;
+}
+
+TypedWalk::Plan& TypedWalk::planOf(Kel::KelType const& type) {
+  std::unique_ptr<Plan>& plan = plans_[&type];
+  if (plan) return *plan;
+  plan = std::make_unique<Plan>();
+  Plan& made = *plan;
+  made.type = &type;
+  made.keyOnly = type.ctorArgs().size() == 1;
+  for (Kel::KelAttr const* attr : type.attributeQ())
+    if (attr->copiable()) made.steps.push_back(makeStep(*attr));
+  return made;
+}
+
+// --- The walk ---
+
+namespace {
+
+// Whether a trie holds prefixes below a path.
+bool rootsBelow(Zuk::PathTrie const& trie, std::string_view path) {
+  if (path.empty()) return !trie.empty();
+  Zuk::PathSplit const split = Zuk::splitPath(path);
+  Kel::Ptr<Zuk::PathTrie const> const next = trie.child(Kel::Name(split.first));
+  if (!next) return false;
+  return split.more ? rootsBelow(*next, split.rest) : !next->empty();
+}
+
+}  // namespace
+
+bool TypedWalk::copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path) {
+  auto& handler = static_cast<EntityCopyGlobalSessionHandler&>(*ec.handler());
+  Kel::Ptr<Status> const& status = handler.sessionStatus();
+  Run run{ec, handler, EntityCopy::Impl::of(ec), ec.stopAtFirstDiff(),
+          status && status->rootTrie() && rootsBelow(*status->rootTrie(), path)};
+  Targets const now{Kel::Entity::departures(), &handler, ec.dest().ptr(), ec.src().ptr()};
+  if (!(now == targetsOf_)) {
+    targets_.clear();
+    targetsOf_ = now;
+  }
+  Frame frame(nullptr, dest, src, nullptr);
+  frame.pathText = path;
+  frame.havePath = true;
+  return attrs(run, frame, planOf(*src.type()));
+}
+
+bool TypedWalk::attrs(Run& run, Frame& frame, Plan& plan) {
+  bool differs = false;
+  for (Step& s : plan.steps) {
+    if (!step(run, frame, s)) continue;
+    differs = true;
+    if (run.compare && run.ec.stop()) break;
+  }
+  return differs;
+}
+
+// Hands one attribute to the boxed operation.
+bool TypedWalk::boxed(Run& run, Frame& frame, Step const& step) {
+  frame.hold();
+  return run.ec.doCopyAttr(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src), frame.path(),
+                           Kel::KelAttr::PtrConst(step.attr));
+}
+
+bool TypedWalk::step(Run& run, Frame& frame, Step& step) {
+  Kel::Entity& dest = frame.dest;
+  Kel::Entity const& src = frame.src;
+  bool equal = false;
+  switch (step.kind) {
+    case Step::string: equal = dest.*step.slot.string == src.*step.slot.string; break;
+    case Step::boolean: equal = dest.*step.slot.boolean == src.*step.slot.boolean; break;
+    case Step::u8: equal = dest.*step.slot.u8 == src.*step.slot.u8; break;
+    case Step::u16: equal = dest.*step.slot.u16 == src.*step.slot.u16; break;
+    case Step::u32: equal = dest.*step.slot.u32 == src.*step.slot.u32; break;
+    case Step::u64: equal = dest.*step.slot.u64 == src.*step.slot.u64; break;
+    case Step::f64: equal = dest.*step.slot.f64 == src.*step.slot.f64; break;
+    case Step::value: equal = step.access->equal(dest, src); break;
+    case Step::values: return !step.access->equal(dest, src) && boxed(run, frame, step);
+    case Step::pointer: return copyPointer(run, frame, step);
+    case Step::singleton: return copySingleton(run, frame, step);
+    case Step::members: return copyMembers(run, frame, step);
+    case Step::boxed: return boxed(run, frame, step);
+  }
+  if (equal) return false;
+  if (!maySet(run, frame, step)) return boxed(run, frame, step);
+  countSet(run, frame, step);
+  step.access->copyValue(*step.attr, dest, src);
+  return true;
+}
+
+// Whether a write can be made and counted here: nobody reacts to it.
+bool TypedWalk::maySet(Run const& run, Frame const& frame, Step const&) {
+  return !run.compare && !frame.dest.hasReactors();
+}
+
+void TypedWalk::countSet(Run& run, Frame& frame, Step& step) {
+  Kel::Ptr<AttributeEditLog> const& log = run.ec.attributeEditLog();
+  if (!step.entry || step.entry->parent() != log.ptr())
+    step.entry = log->attributeEditEntryIs(
+        AttributeEdit(step.attr->name(), frame.dest.type()->fullTypeName(), AttributeEditType::set_));
+  step.entry->pathCounterCounterInc(frame.logPath(run.ec));
+}
+
+// The entity of the destination that a pointer's target stands for; null where that takes the boxed road to find out.
+Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarget) {
+  if (targetsOf_.departures != Kel::Entity::departures()) {
+    targets_.clear();
+    targetsOf_.departures = Kel::Entity::departures();
+  }
+  if (auto const known = targets_.find(&srcTarget); known != targets_.end()) return known->second;
+  frame.hold();
+  PtrTarget const target =
+      run.handler.resolveEntityPtr(EntityCopy::Ptr(&run.ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
+  if (!target.copiable()) return nullptr;
+  Kel::Entity* const found = entityInTree(frame.dest, target.target()).ptr();
+  if (found && targetsOf_.departures == Kel::Entity::departures()) targets_.emplace(&srcTarget, found);
+  return found;
+}
+
+bool TypedWalk::copyPointer(Run& run, Frame& frame, Step& step) {
+  Kel::Entity* const srcTarget = step.access->single(frame.src);
+  Kel::Entity* const destTarget = step.access->single(frame.dest);
+  if (!srcTarget && !destTarget && run.ec.pendingAttrs() == 0) return false;
+  Kel::Entity* const wanted = srcTarget ? counterpart(run, frame, *srcTarget) : nullptr;
+  bool const settled =
+      wanted && (wanted == destTarget || (maySet(run, frame, step) && wanted->type()->isA(step.attr->type())));
+  if (!settled) return boxed(run, frame, step);
+  if (run.ec.pendingAttrs() > 0) supersedePending(run.ec, frame.dest, *step.attr, nullptr);
+  if (wanted == destTarget) return false;
+  countSet(run, frame, step);
+  step.access->point(*step.attr, frame.dest, wanted);
+  return true;
+}
+
+bool TypedWalk::copySingleton(Run& run, Frame& frame, Step& step) {
+  Kel::Entity* const srcChild = step.access->single(frame.src);
+  Kel::Entity* destChild = step.access->single(frame.dest);
+  if (!srcChild && !destChild) return false;
+  if (!srcChild) return boxed(run, frame, step);
+  bool created = false;
+  if (!destChild) {
+    if (!maySet(run, frame, step)) return boxed(run, frame, step);
+    countSet(run, frame, step);
+    destChild = step.access->newLike(*step.attr, frame.dest, *srcChild);
+    created = true;
+  } else if (!step.attr->type()->paramsEqual()(*destChild, *srcChild)) {
+    return boxed(run, frame, step);
+  }
+  bool const differs = descend(run, frame, step, *destChild, *srcChild);
+  return created || differs;
+}
+
+bool TypedWalk::copyMembers(Run& run, Frame& frame, Step& step) {
+  Kel::AttrAccess const& access = *step.access;
+  Kel::U32 const destEnd = access.memberEnd(frame.dest);
+  if (!step.child) step.child = &planOf(*step.attr->type());
+  // First what the source lacks, or has with other parameters, is deleted. Where both have the same keys at the same
+  // positions there is no such member; should equal hashes have stood for different keys, the copy finds out and begins
+  // again the long way.
+  bool const sameShape = step.child->keyOnly && access.sameShape(frame.dest, frame.src);
+  for (Kel::U32 i = 0; !sameShape && i < destEnd; ++i) {
+    Kel::Entity const* const member = access.memberAt(frame.dest, i);
+    if (!member) continue;
+    Kel::Entity const* const other = access.memberLike(frame.src, *member, i);
+    if (!other || !step.attr->type()->paramsEqual()(*member, *other)) return boxed(run, frame, step);
+  }
+  if (destEnd == 0 && !run.compare) access.reserveMembers(frame.dest, access.count(*step.attr, frame.src));
+  Kel::KelAttr const* const outer = std::exchange(frame.walking, step.attr);
+  bool differs = false;
+  for (Kel::U32 i = 0; i < access.memberEnd(frame.src); ++i) {
+    Kel::Entity const* const srcMember = access.memberAt(frame.src, i);
+    if (!srcMember) continue;
+    differs |= copyMember(run, frame, step, *srcMember, i);
+    if (run.compare && run.ec.stop()) break;
+  }
+  frame.walking = outer;
+  if (sameShape && access.count(*step.attr, frame.dest) != access.count(*step.attr, frame.src))
+    differs |= boxed(run, frame, step);
+  return differs;
+}
+
+bool TypedWalk::copyMember(Run& run, Frame& frame, Step& step, Kel::Entity const& srcMember, Kel::U32 position) {
+  Kel::Entity* destMember = step.access->memberLike(frame.dest, srcMember, position);
+  bool created = false;
+  if (!destMember) {
+    if (!maySet(run, frame, step)) {
+      frame.hold();
+      Kel::GenericIf::Ptr const src = genericIf(Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(&srcMember)));
+      Kel::GenericIf::PtrConst const key = src->attribute(src->attributeId(step.attr->type()->ctorArgs().front().name));
+      return run.ec.doCopyCollectionMember(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src),
+                                           frame.path(), key, key, src, Kel::KelAttr::PtrConst(step.attr));
+    }
+    countSet(run, frame, step);
+    destMember = step.access->newLike(*step.attr, frame.dest, srcMember);
+    created = true;
+  }
+  bool const differs = descend(run, frame, step, *destMember, srcMember);
+  return created || differs;
+}
+
+namespace {
+
+// Whether the handler may have something of its own to say about an entity of this type.
+bool needsHandler(EntityCopyGlobalSessionHandler const& handler, Kel::KelType const& type) {
+  if (!handler.copied() || !handler.copied()->empty()) return true;
+  EntityCopyCustomHandlerTable const* table = handler.handlerTable().ptr();
+  return table && (table->pathSpecificHandlers() > 0 || table->typeSpecificHandlers(type.fullTypeName()));
+}
+
+}  // namespace
+
+bool TypedWalk::descend(Run& run, Frame& frame, Step& step, Kel::Entity& dest, Kel::Entity const& src) {
+  Frame child(&frame, dest, src, step.attr);
+  if (run.nestedRoots || dest.hasReactors() || needsHandler(run.handler, *src.type())) {
+    child.hold();
+    return run.ec.handleEntity(Kel::GenericIf::ofEntity(child.destHold), Kel::GenericIf::ofEntity(child.srcHold),
+                               Kel::KelAttr::PtrConst(step.attr), frame.path());
+  }
+  if (!step.child) step.child = &planOf(*src.type());
+  Depth const depth(run.impl);
+  return attrs(run, child, *step.child);
+}
+
+}  // namespace Cli::Session

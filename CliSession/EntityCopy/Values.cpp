@@ -1,0 +1,199 @@
+// Values, singletons and constructor parameters.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyCompare.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+bool EntityCopy::doCopyValue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                             Kel::Ptr<Kel::KelAttr const> const& attr) {
+  KEL_TRACE(2) << "doCopyValue"
+               << ": " << attr->name();
+  Kel::GenericIf::PtrConst const value = genericIf(src)->attribute(attr->id());
+  bool const changed = attributeIs(dest, attr, nullptr, value, nullptr)->changed();
+  if (!stop()) checkValue(*attr);
+  return changed;
+}
+
+bool EntityCopy::doCopySingleton(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                                 Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
+  KEL_TRACE(2) << "doCopySingleton"
+               << ": " << attr->name();
+  Kel::GenericIf::Ptr const destGif = genericIf(dest);
+  Kel::AttributeId const destId = destAttribute(*dest, *attr).id();
+  Kel::GenericIf::PtrConst const srcChild = genericIf(src)->attribute(attr->id());
+  Kel::GenericIf::Ptr destChild = destGif->attribute(destId);
+  bool differs = false;
+  if (entityConstOf(srcChild)) {
+    KEL_TRACE(3) << "Child is set";
+    ParamList const params(new Kel::GenericIf::List);
+    bool const changed = constructorParams(entityConstOf(destChild), entityConstOf(srcChild), *attr, params);
+    if (destChild && changed) {
+      differs |= attributeDel(dest, attr, nullptr);
+      if (stop()) return differs;
+    }
+    if (changed) {
+      KEL_TRACE(3) << "Re-creating entity";
+      differs |= attributeIs(dest, attr, nullptr, Kel::GenericIf::List::genericIf(params), nullptr)->changed();
+      if (stop()) return differs;
+    }
+    // In a comparison that keeps the edit out of the log nothing was made, and what is there has other parameters.
+    if (changed && stopAtFirstDiff()) return differs;
+    destChild = destGif->attribute(destId);
+    differs |= handleEntity(destChild, srcChild, attr, path);
+  } else if (entityConstOf(destChild)) {
+    KEL_TRACE(3) << "Deleting dest child";
+    differs |= attributeDel(dest, attr, nullptr);
+  }
+  return differs;
+}
+
+namespace {
+
+char const* const pointerParam = "Pointers in constructor parameters are not supported by EntityCopy";
+
+// Reads a constructor parameter of an entity and appends it to the list.
+Kel::GenericIf::PtrConst addParam(Kel::Ptr<Kel::Entity const> const& src, Kel::String8 const& name,
+                                  ParamList const& params, bool pointer) {
+  KEL_TRACE(3) << "Adding " << name;
+  Kel::GenericIf::PtrConst const gif = genericIf(src);
+  Kel::GenericIf::PtrConst const value = gif->attribute(gif->attributeId(name));
+  KEL_ASSERT_TEXT(!pointer || !value, pointerParam);
+  params->objectEnq(value);
+  return value;
+}
+
+// A queue supplies the first parameter of its members, their index.
+unsigned int firstParam(Kel::KelAttr const& attr) { return attr.isQueue() ? 1 : 0; }
+
+}  // namespace
+
+bool constructorParams(Kel::Ptr<Kel::Entity const> const& dest, Kel::Ptr<Kel::Entity const> const& src,
+                       Kel::KelAttr const& attr, ParamList const& params) {
+  if (!dest) {
+    constructorParams(src, attr, params);
+    return true;
+  }
+  Kel::KelType const* srcT = src->type();
+  Kel::KelType const* destT = dest->type();
+  KEL_ASSERT(srcT);
+  KEL_ASSERT(destT);
+  KEL_TRACE(3) << "Comparing constructor params for " << attr.name();
+  bool differs = srcT != destT;
+  Kel::GenericIf::PtrConst const destGif = genericIf(dest);
+  Kel::KelConstraint const args = attr.constraint();
+  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n) {
+    Kel::KelAttr const* destAttr = destT->getAttr(arg->name);
+    Kel::GenericIf::PtrConst const srcParamGif = addParam(src, arg->name, params, destAttr->isPtr());
+    Kel::GenericIf::PtrConst const destParamGif = destGif->attribute(destAttr->id());
+    bool const equal = valueTypeEqual(destParamGif, srcParamGif);
+    KEL_TRACE(3) << arg->name << (equal ? " does not differ" : " differs");
+    differs |= !equal;
+  }
+  KEL_TRACE(3) << "Done comparing constructor params for " << attr.name();
+  return differs;
+}
+
+void constructorParams(Kel::Ptr<Kel::Entity const> const& src, Kel::KelAttr const& attr, ParamList const& params) {
+  KEL_TRACE(3) << "Extracting constructor params for " << attr.name();
+  Kel::KelConstraint const args = attr.constraint();
+  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n)
+    addParam(src, arg->name, params, src->type()->getAttr(arg->name)->isPtr());
+  KEL_TRACE(3) << "Done extracting constructor params for " << attr.name();
+}
+
+namespace {
+
+template <class T>
+bool sameBuiltin(Kel::GenericIf const& a, Kel::GenericIf const& b) {
+  return *a.attrValPtr<T>() == *b.attrValPtr<T>();
+}
+
+bool builtinEqual(Kel::GenericIf const& a, Kel::GenericIf const& b) {
+  using B = Kel::KelType::Builtin;
+  switch (a.type()->builtin()) {
+    case B::boolT: return sameBuiltin<bool>(a, b);
+    case B::f64: return sameBuiltin<Kel::F64>(a, b);
+    case B::f32: return sameBuiltin<Kel::F32>(a, b);
+    case B::u64: return sameBuiltin<Kel::U64>(a, b);
+    case B::s64: return sameBuiltin<Kel::S64>(a, b);
+    case B::u32: return sameBuiltin<Kel::U32>(a, b);
+    case B::s32: return sameBuiltin<Kel::S32>(a, b);
+    case B::u16: return sameBuiltin<Kel::U16>(a, b);
+    case B::s16: return sameBuiltin<Kel::S16>(a, b);
+    case B::u8: return sameBuiltin<Kel::U8>(a, b);
+    case B::s8: return sameBuiltin<Kel::S8>(a, b);
+    case B::longT: return sameBuiltin<long>(a, b);
+    case B::charT: return sameBuiltin<char>(a, b);
+    case B::charPtr: return sameBuiltin<char*>(a, b);
+    case B::constCharPtr: return sameBuiltin<char const*>(a, b);
+    case B::string: return sameBuiltin<Kel::String8>(a, b);
+    case B::none: break;
+  }
+  throw Kel::Exception("Unknown builtin type");
+}
+
+// For value types: nothing where the type has no comparison operator.
+enum class Comparison { equal, different, unavailable };
+
+Comparison ownComparison(Kel::GenericIf const& a, Kel::GenericIf const& b) {
+  Kel::Expect const expect(Kel::Exception::noImplementationId);
+  try {
+    return a.valueEqual(b) ? Comparison::equal : Comparison::different;
+  } catch (Kel::NoImplementationException const&) {
+    return Comparison::unavailable;
+  }
+}
+
+}  // namespace
+
+bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst const& b) {
+  if (!a || !b) return !a && !b;
+  Kel::KelType const* type = a->type();
+  if (type != b->type()) return false;
+  if (type->isEntity() || type->kind() == Kel::KelType::Kind::object)
+    return a->entityConst() == b->entityConst() && a->object() == b->object();
+  if (type->isBuiltin()) {
+    KEL_TRACE(4) << "Comparing builtin " << type->name();
+    return builtinEqual(*a, *b);
+  }
+  if (type->isEnum()) {
+    KEL_TRACE(4) << "Comparing enum " << type->name();
+    return a->enumValue() == b->enumValue();
+  }
+  KEL_TRACE(4) << "Comparing " << type->name();
+  Comparison const own = ownComparison(*a, *b);
+  if (own != Comparison::unavailable) return own == Comparison::equal;
+  Kel::KelAttr const* rep = type->valAttr();
+  KEL_ASSERT_TEXT(!type->autoconvertToRepType() && rep, "No comparison operator found");
+  KEL_TRACE(4) << "Convert " << type->name() << " to " << rep->type()->name();
+  return valueTypeEqual(a->attribute(rep->id()), b->attribute(rep->id()));
+}
+
+bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest, Kel::GenericIf::PtrConst const& src) {
+  KEL_TRACE(4) << "attrEqual"
+               << ": " << attr.name();
+  if (!attr.type()->isEntity()) return valueTypeEqual(dest, src);
+  if (!dest || !src) return !dest && !src;
+  return !constructorParams(entityConstOf(dest), entityConstOf(src), attr, ParamList(new Kel::GenericIf::List));
+}
+
+void checkValue(Kel::KelAttr const& attr) {
+  KEL_TRACE(4) << "checkValue"
+               << ": " << attr.name();
+  checkValueType(*attr.type());
+}
+
+void checkValueType(Kel::KelType const& type) {
+  for (Kel::KelAttr const* field : type.attributeQ()) {
+    KEL_TRACE(4) << "Checking " << field->name();
+    KEL_ASSERT_TEXT(field->isValue() || field->isFunction(),
+                    "Value types with attributes that are not value types are not "
+                    "supported by EntityCopy");
+  }
+}
+
+}  // namespace Cli::Session

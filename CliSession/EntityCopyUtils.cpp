@@ -1,0 +1,54 @@
+#include "CliSession/EntityCopyUtils.h"
+
+#include <cstring>
+
+#include "Kel/Assert.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopyUtils")
+
+namespace Cli::Session {
+
+Kel::String8 relativePath(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 absolutePath, char* separator) {
+  KEL_ASSERT_TEXT(root && !absolutePath.empty(), "root && absolutePath");
+  Kel::String8 const rootPath = root->fullName();
+  Kel::U32 const n = rootPath.chars();
+  Kel::String8 result;
+  if (n + 1 < absolutePath.chars() && std::memcmp(absolutePath.charPtr(), rootPath.charPtr(), n) == 0) {
+    result = absolutePath.substr(n + 1);
+    if (separator) *separator = absolutePath[n];
+  }
+  KEL_TRACE(9) << "relativePath"
+               << ": " << absolutePath << " is " << result << " relative to " << rootPath;
+  return result;
+}
+
+bool isBelow(Kel::Entity const& entity, Kel::Entity const& root) {
+  for (Kel::Entity const* e = entity.parent(); e; e = e->parent())
+    if (e == &root) return true;
+  return false;
+}
+
+Kel::String8 pathBelow(Kel::Entity const& root, Kel::Entity const& entity, char* separator) {
+  if (!isBelow(entity, root)) return {};
+  return relativePath(Kel::Ptr<Kel::Entity const>(&root), entity.fullName(), separator);
+}
+
+Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 const& fullName) {
+  Kel::String8 const rootPath = root->fullName();
+  std::string_view const name = fullName;
+  std::size_t const n = rootPath.chars();
+  if (name.size() <= n || name.substr(0, n) != rootPath.view() || (name[n] != '/' && name[n] != '.')) return {};
+  return relativePath(root, fullName);
+}
+
+Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName) {
+  auto* root = const_cast<Kel::Entity*>(member.root());
+  return root->entity(fullName);
+}
+
+bool operator>=(EntityPath const& a, EntityPath const& b) { return a.value().chars() <= b.value().chars(); }
+bool operator<=(EntityPath const& a, EntityPath const& b) { return a.value().chars() >= b.value().chars(); }
+bool operator>(EntityPath const& a, EntityPath const& b) { return !(a <= b); }
+
+}  // namespace Cli::Session
