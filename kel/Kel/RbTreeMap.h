@@ -46,7 +46,8 @@ class RbTreeMap {
   bool set(K const& key, V const& value) {
     auto const [it, inserted] = map_.try_emplace(key, value);
     if (inserted) return true;
-    if (it->second == value) return false;
+    if constexpr (requires { value == value; })
+      if (it->second == value) return false;
     it->second = value;
     return true;
   }
