@@ -96,14 +96,13 @@ class RootSkeleton {
 
   void makeFinal(Kel::Name const& name) {
     if (auto const exists = dest_->entry(name)) {
-      KEL_TRACE(5) << "doCreateSessionRoot"
-                   << " final " << name << " of type " << typeName_ << " already created in " << dest_;
+      KEL_TRACE(5) << "doCreateSessionRoot final " << name << " of type " << typeName_ << " already created in "
+                   << dest_;
       KEL_ASSERT_TEXT(exists->entityTypeName() == typeName_, "exists->typeName() == typeName");
       dest_->entityRef(name);
       return;
     }
-    KEL_TRACE(5) << "doCreateSessionRoot"
-                 << " creating final " << name << " " << typeName_;
+    KEL_TRACE(5) << "doCreateSessionRoot creating final " << name << " " << typeName_;
     Kel::Ptr<Kel::Entity> const made = dest_->newEntity(typeName_, name);
     KEL_TRACE(5) << "e type: " << made->type()->fullTypeName();
   }
@@ -276,8 +275,7 @@ void Status::doCreateCleanConfig(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Di
 }
 
 bool Status::doCleanConfig(Kel::String sessionName) {
-  KEL_TRACE(8) << "bool Cli::Session::Status::doCleanConfig(Kel::String)"
-               << " for " << sessionName;
+  KEL_TRACE(8) << "bool Cli::Session::Status::doCleanConfig(Kel::String) for " << sessionName;
   if (cleanConfig() && cleanConfigStatus() && cleanConfigStatus()->cleanConfigComplete())
     return doReplaceConfig(cleanConfig(), sessionName);
   KEL_TRACE(9) << "clean-config is not yet complete";

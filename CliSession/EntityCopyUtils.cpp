@@ -18,8 +18,7 @@ Kel::String8 relativePath(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 
     result = absolutePath.substr(n + 1);
     if (separator) *separator = absolutePath[n];
   }
-  KEL_TRACE(9) << "relativePath"
-               << ": " << absolutePath << " is " << result << " relative to " << rootPath;
+  KEL_TRACE(9) << "relativePath: " << absolutePath << " is " << result << " relative to " << rootPath;
   return result;
 }
 

@@ -125,8 +125,8 @@ bool PathTrie::isLeaf(Kel::String path) const {
 // --- Changes ---
 
 void PathTrie::prefixIs(Kel::String path, Kel::Ptr<PathTrieState> const& state) {
-  KEL_TRACE(8) << "virtual void Zuk::PathTrie::prefixIs(Kel::String, const Kel::Ptr<Zuk::PathTrieState>&)"
-               << " adding " << path << " to " << fullName() << ", state: " << formOf(state.ptr());
+  KEL_TRACE(8) << "virtual void Zuk::PathTrie::prefixIs(Kel::String, const Kel::Ptr<Zuk::PathTrieState>&) adding "
+               << path << " to " << fullName() << ", state: " << formOf(state.ptr());
   PathSplit const split = splitPath(path);
   if (!split.more) {
     Kel::S64 const starPos = path.pos('*');
@@ -164,8 +164,8 @@ void PathTrie::prefixDel(Kel::String path) {
 }
 
 void PathTrie::upgradeState(Kel::Ptr<PathTrieState> const& state, bool inheritedOnly) {
-  KEL_TRACE(8) << "virtual void Zuk::PathTrie::upgradeState(const Kel::Ptr<Zuk::PathTrieState>&, bool)"
-               << " for " << fullName() << ", inherited state:" << formOf(state.ptr());
+  KEL_TRACE(8) << "virtual void Zuk::PathTrie::upgradeState(const Kel::Ptr<Zuk::PathTrieState>&, bool) for "
+               << fullName() << ", inherited state:" << formOf(state.ptr());
   Kel::validPtr(PathTrie::state())->upgradeState(state, inheritedOnly);
 }
 
@@ -178,8 +178,8 @@ void PathTrie::append(Kel::Ptr<PathTrie const> const& target) {
 // then takes over what is inheritable of the nearest recorded node above it in the target.
 void PathTrie::appendInternal(Kel::Ptr<PathTrie const> const& target, Kel::Ptr<PathTrieState> const& inheritedState) {
   KEL_TRACE(8) << "void Zuk::PathTrie::appendInternal(const Kel::Ptr<const Zuk::PathTrie>&, "
-                  "const Kel::Ptr<Zuk::PathTrieState>&)"
-               << " inherited State:" << formOf(inheritedState.ptr()) << ", while merging " << target;
+                  "const Kel::Ptr<Zuk::PathTrieState>&) inherited State:"
+               << formOf(inheritedState.ptr()) << ", while merging " << target;
   for (auto it = target->childIterator(); it; ++it) {
     Kel::Ptr<PathTrie const> const from = it.value();
     Kel::Ptr<PathTrie> into = child(it.key());

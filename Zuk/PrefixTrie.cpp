@@ -35,9 +35,9 @@ Kel::String mergedFlags(Kel::String const& own, Kel::String const& added, bool i
 std::ostream& operator<<(std::ostream& out, PrefixTrieState const& state) { return out << state.outputForm(); }
 
 bool PrefixTrieState::upgradeState(Kel::Ptr<PathTrieState> const& newState, bool inheritedOnly) {
-  KEL_TRACE(8) << "virtual bool Zuk::PrefixTrieState::upgradeState(const Kel::Ptr<Zuk::PathTrieState>&, bool)"
-               << " newState: " << (newState ? newState->outputForm() : Kel::String())
-               << " inheritedOnly: " << inheritedOnly;
+  KEL_TRACE(8)
+      << "virtual bool Zuk::PrefixTrieState::upgradeState(const Kel::Ptr<Zuk::PathTrieState>&, bool) newState: "
+      << (newState ? newState->outputForm() : Kel::String()) << " inheritedOnly: " << inheritedOnly;
   Kel::Ptr<PrefixTrieState> const newPrefixState = Kel::ptrCast<PrefixTrieState>(newState);
   KEL_ASSERT(newPrefixState);
   if (!inheritedOnly) {

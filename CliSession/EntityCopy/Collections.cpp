@@ -38,8 +38,7 @@ bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Ke
   Kel::GenericIf::Ptr const destGif = genericIf(dest);
   Kel::GenericIf::PtrConst const srcGif = genericIf(src);
   Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
-  KEL_TRACE(2) << "doCopyCollection"
-               << ": " << attr->name();
+  KEL_TRACE(2) << "doCopyCollection: " << attr->name();
   Kel::KelType const* keyType = attr->keyType();
   KEL_TRACE(3) << "Key is of type " << keyType->name() << " (internal=" << keyType->isEntity()
                << ", pointer=" << attr->keyIsPtr() << ")";
@@ -89,8 +88,7 @@ bool EntityCopy::doCopyCollectionMember(Kel::Ptr<Kel::Entity> const& dest, Kel::
                                         Kel::Ptr<Kel::GenericIf const> const& index,
                                         Kel::Ptr<Kel::GenericIf const> const& srcMember,
                                         Kel::Ptr<Kel::KelAttr const> const& attr) {
-  KEL_TRACE(2) << "doCopyCollectionMember"
-               << ": " << srcMember;
+  KEL_TRACE(2) << "doCopyCollectionMember: " << srcMember;
   if (attr->isValue()) {
     KEL_TRACE(3) << "Member is a value";
     bool const changed = attributeIs(dest, attr, index, srcMember, nullptr)->changed();
@@ -172,8 +170,7 @@ struct QueueCopy {
 
 bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                              Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
-  KEL_TRACE(2) << "doCopyQueue"
-               << ": " << attr->name();
+  KEL_TRACE(2) << "doCopyQueue: " << attr->name();
   bool const entities = attr->type()->isEntity();
   if (!entities) checkValue(*attr);
   QueueCopy copy{*this, dest, path, attr, destAttribute(*dest, *attr).id(), entities};

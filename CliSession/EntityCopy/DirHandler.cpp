@@ -84,16 +84,15 @@ bool EntityCopyDirHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr
   if (path.empty() && ec->src()) path = pathBelow(*ec->src(), *src);
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyDirHandler::handleEntity(const "
                   "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8)"
-               << ": " << path;
+                  "Kel::Entity>&, Kel::String8): "
+               << path;
   if (ec->stopAtFirstDiff()) ensureLog(*ec);
   DirCopy copy(*ec, *destDir, *srcDir);
   copy.differs = ec->doCopyAttrByName(dest, src, path, "subdir");
   Kel::KelAttr const* aidx = Kel::Dir::_fwkType()->findAttr("entryState");
   KEL_ASSERT(aidx);
   if (!copy.deleteExtra() || !copy.createMissing() || !copy.copyChildren(path)) return true;
-  KEL_TRACE(9) << "handleEntity"
-               << ": " << copy.dirName() << " completed (" << copy.differs << ")";
+  KEL_TRACE(9) << "handleEntity: " << copy.dirName() << " completed (" << copy.differs << ")";
   return copy.differs;
 }
 

@@ -64,8 +64,7 @@ void EntityCopy::handleCopyRoots() {
   }
   Ptr const self(this);
   RunEnd const runEnd{*this};
-  KEL_TRACE(1) << "handleCopyRoots"
-               << ": " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
+  KEL_TRACE(1) << "handleCopyRoots: " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";
     for (auto it = srcCopyRootIterator(); it; ++it) {
@@ -86,15 +85,12 @@ void EntityCopy::handleCopyRoots() {
     if (stop()) return;
   }
   doCopyPendingAttrs(false);
-  KEL_TRACE(1) << "handleCopyRoots"
-               << ": "
-               << "completed";
+  KEL_TRACE(1) << "handleCopyRoots: completed";
 }
 
 bool EntityCopy::doCopyEntity(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                               Kel::String path) {
-  KEL_TRACE(1) << "doCopyEntity"
-               << ": " << path;
+  KEL_TRACE(1) << "doCopyEntity: " << path;
   Depth const depth(Impl::of(*this));
   return Kel::validPtr(handler())->handleEntity(Ptr(this), dest, src, path);
 }
@@ -131,8 +127,9 @@ bool EntityCopy::doCopyEntityAttrs(Kel::Ptr<Kel::Entity> const& destEntity,
   Kel::KelType const* destT = destEntity->type();
   KEL_ASSERT(srcT);
   KEL_ASSERT(destT);
-  KEL_TRACE(1) << "doCopyEntityAttrs"
-               << ": " << path;
+  KEL_TRACE(1) << "doCopyEntityAttrs: " << path;
+  if (!filter && srcT == destT && TypedWalk::possible(*this))
+    return Impl::of(*this).walk.copyAttrs(*this, *destEntity, *srcEntity, path);
   bool differs = false;
   Kel::U32 filtered = 0;
   for (Kel::KelAttr const* attr : srcT->attributeQ()) {
@@ -155,8 +152,7 @@ bool EntityCopy::doCopyEntityAttrs(Kel::Ptr<Kel::Entity> const& destEntity,
 
 bool EntityCopy::doCopyAttrByName(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                                   Kel::String path, Kel::Name attrName) {
-  KEL_TRACE(2) << "doCopyAttrByName"
-               << ": " << attrName;
+  KEL_TRACE(2) << "doCopyAttrByName: " << attrName;
   Kel::KelAttr const* attrIdx = Kel::validPtr(src)->type()->findAttr(attrName);
   KEL_ASSERT(attrIdx);
   return doCopyAttr(dest, src, path, Kel::KelAttr::PtrConst(attrIdx));
@@ -185,8 +181,7 @@ bool attrCopiable(Kel::KelAttr const& attr) {
 bool EntityCopy::doCopyAttr(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src, Kel::String path,
                             Kel::Ptr<Kel::KelAttr const> const& attr) {
   if (!attrCopiable(*attr)) return false;
-  KEL_TRACE(2) << "doCopyAttr"
-               << ": " << attr->name();
+  KEL_TRACE(2) << "doCopyAttr: " << attr->name();
   if (attr->isQueue()) return doCopyQueue(dest, src, path, attr);
   if (attr->isCollection()) return doCopyCollection(dest, src, path, attr);
   if (attr->type()->isEntity()) {

@@ -45,9 +45,8 @@ void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
 
 bool logEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
              Kel::GenericIf::PtrConst const& value) {
-  KEL_TRACE(5) << "addAttributeEditBypassEntry"
-               << ": " << edit.attributeName() << ", " << edit.attributeType() << ", " << edit.editType() << ", "
-               << path;
+  KEL_TRACE(5) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType() << ", "
+               << edit.editType() << ", " << path;
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
   Kel::String8 const relative = ec.dest() ? pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), path) : Kel::String8();
   if (log) takeAction(debugAction(*log, edit, relative), edit);
@@ -104,8 +103,7 @@ Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(Kel::Ptr<Kel::Entity> const&
                                                     Kel::Ptr<Kel::GenericIf const> const& value,
                                                     Kel::Ptr<Kel::GenericIf const> const& result) {
   Kel::GenericIf::Ptr const gif = genericIf(dest);
-  KEL_TRACE(2) << "attributeIs"
-               << ": setting " << attr->name();
+  KEL_TRACE(2) << "attributeIs: setting " << attr->name();
   Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
   if (alreadySo(*gif, destOwn, index, value, result)) return attributeIsReturnFactory(false, value);
   bool changed = false;
@@ -117,8 +115,7 @@ Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(Kel::Ptr<Kel::Entity> const&
 bool EntityCopy::attributeDel(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::KelAttr const> const& attr,
                               Kel::Ptr<Kel::GenericIf const> const& index) {
   Kel::GenericIf::Ptr const gif = genericIf(dest);
-  KEL_TRACE(2) << "attributeDel"
-               << ": deleting " << attr->name();
+  KEL_TRACE(2) << "attributeDel: deleting " << attr->name();
   Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
   bool changed = false;
   if (toBeApplied(*this, *dest, *attr, AttributeEditType::del_, gif->attribute(destOwn.id(), index), changed))
@@ -128,8 +125,7 @@ bool EntityCopy::attributeDel(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::K
 
 bool EntityCopy::attributeAdd(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::KelAttr const> const& attr,
                               Kel::Ptr<Kel::GenericIf const> const& value) {
-  KEL_TRACE(2) << "attributeAdd"
-               << ": adding " << attr->name();
+  KEL_TRACE(2) << "attributeAdd: adding " << attr->name();
   bool changed = false;
   if (toBeApplied(*this, *dest, *attr, AttributeEditType::set_, value, changed))
     genericIf(dest)->attributeSQEnq(destAttribute(*dest, *attr).id(), value);
@@ -137,8 +133,7 @@ bool EntityCopy::attributeAdd(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::K
 }
 
 bool EntityCopy::attributeRemove(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::KelAttr const> const& attr) {
-  KEL_TRACE(2) << "attributeRemove"
-               << ": removing " << attr->name();
+  KEL_TRACE(2) << "attributeRemove: removing " << attr->name();
   Kel::GenericIf::Ptr const gif = genericIf(dest);
   Kel::AttributeId const id = destAttribute(*dest, *attr).id();
   auto const head = gif->attributeIterator(id);

@@ -14,8 +14,8 @@ bool EntityCopyFilter::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel
                                     Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyFilter::handleEntity(const "
                   "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8)"
-               << ": " << path;
+                  "Kel::Entity>&, Kel::String8): "
+               << path;
   Kel::Ptr<EntityCopyGlobalSessionHandler> const marking = Kel::ptrCast<EntityCopyGlobalSessionHandler>(ec->handler());
   bool result = false;
   if (preAttribute()) {

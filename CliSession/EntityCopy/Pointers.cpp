@@ -61,8 +61,7 @@ bool EntityCopy::doCopyPtr(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Enti
 bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                    Kel::String8 const& path, Kel::Ptr<Kel::KelAttr const> const& attr, Index const& srcIndex,
                    Index const& index) {
-  KEL_TRACE(2) << "doCopyPtr"
-               << ": " << attr->name();
+  KEL_TRACE(2) << "doCopyPtr: " << attr->name();
   Kel::GenericIf::PtrConst const srcMember = genericIf(src)->attribute(attr->id(), srcIndex);
   Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(srcMember);
   Kel::GenericIf::PtrConst value;
@@ -84,8 +83,7 @@ Kel::Ptr<Kel::Entity> EntityCopy::resolvePtr(Kel::Ptr<Kel::Entity const> const& 
                                              Kel::Ptr<Kel::Entity> const& dest,
                                              Kel::Ptr<Kel::GenericIf const> const& indexValue, Kel::String path,
                                              Kel::Ptr<Kel::KelAttr const> const& attr) {
-  KEL_TRACE(2) << "resolvePtr"
-               << ": " << attr->name();
+  KEL_TRACE(2) << "resolvePtr: " << attr->name();
   if (pendingAttrs() > 0) supersedePending(*this, *dest, *attr, srcIndex);
   PtrTarget const t = Kel::validPtr(handler())->resolveEntityPtr(Ptr(this), srcTarget);
   if (t.copiable()) {
@@ -146,9 +144,7 @@ void setDeferred(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record, Kel::Ptr
 }  // namespace
 
 void EntityCopy::doCopyPendingAttrs(bool force) {
-  KEL_TRACE(2) << "doCopyPendingAttrs"
-               << ": "
-               << " force: " << force;
+  KEL_TRACE(2) << "doCopyPendingAttrs:  force: " << force;
   Ptr const self(this);
   for (auto it = pendingAttrIterator(); it; ++it) {
     Kel::Ptr<AttributeCopy> const record = it.key();
@@ -167,9 +163,7 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     }
     if (stop()) return;
   }
-  KEL_TRACE(2) << "doCopyPendingAttrs"
-               << ": "
-               << "completed";
+  KEL_TRACE(2) << "doCopyPendingAttrs: completed";
 }
 
 }  // namespace Cli::Session

@@ -27,8 +27,8 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
                                                   Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler::handleEntity(const "
                   "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8)"
-               << ": " << path;
+                  "Kel::Entity>&, Kel::String8): "
+               << path;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
   bool result = false;
@@ -62,8 +62,7 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
   } else {
     result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
   }
-  KEL_TRACE(9) << "handleEntity"
-               << " of " << path << " completed (" << result << ")";
+  KEL_TRACE(9) << "handleEntity of " << path << " completed (" << result << ")";
   return result;
 }
 
@@ -86,8 +85,8 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
                                                            Kel::Ptr<Kel::Entity const> const& src) {
   KEL_TRACE(8) << "virtual Cli::Session::PtrTarget "
                   "Cli::Session::EntityCopyGlobalSessionHandler::resolveEntityPtr(const "
-                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<const Kel::Entity>&)"
-               << ": " << src;
+                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<const Kel::Entity>&): "
+               << src;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
   Kel::String8 const srcFullName = src->fullName();

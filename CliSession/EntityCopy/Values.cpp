@@ -10,8 +10,7 @@ namespace Cli::Session {
 
 bool EntityCopy::doCopyValue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                              Kel::Ptr<Kel::KelAttr const> const& attr) {
-  KEL_TRACE(2) << "doCopyValue"
-               << ": " << attr->name();
+  KEL_TRACE(2) << "doCopyValue: " << attr->name();
   Kel::GenericIf::PtrConst const value = genericIf(src)->attribute(attr->id());
   bool const changed = attributeIs(dest, attr, nullptr, value, nullptr)->changed();
   if (!stop()) checkValue(*attr);
@@ -20,8 +19,7 @@ bool EntityCopy::doCopyValue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::En
 
 bool EntityCopy::doCopySingleton(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                                  Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
-  KEL_TRACE(2) << "doCopySingleton"
-               << ": " << attr->name();
+  KEL_TRACE(2) << "doCopySingleton: " << attr->name();
   Kel::GenericIf::Ptr const destGif = genericIf(dest);
   Kel::AttributeId const destId = destAttribute(*dest, *attr).id();
   Kel::GenericIf::PtrConst const srcChild = genericIf(src)->attribute(attr->id());
@@ -174,16 +172,14 @@ bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst 
 }
 
 bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest, Kel::GenericIf::PtrConst const& src) {
-  KEL_TRACE(4) << "attrEqual"
-               << ": " << attr.name();
+  KEL_TRACE(4) << "attrEqual: " << attr.name();
   if (!attr.type()->isEntity()) return valueTypeEqual(dest, src);
   if (!dest || !src) return !dest && !src;
   return !constructorParams(entityConstOf(dest), entityConstOf(src), attr, ParamList(new Kel::GenericIf::List));
 }
 
 void checkValue(Kel::KelAttr const& attr) {
-  KEL_TRACE(4) << "checkValue"
-               << ": " << attr.name();
+  KEL_TRACE(4) << "checkValue: " << attr.name();
   checkValueType(*attr.type());
 }
 
