@@ -266,7 +266,8 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
       return true;
     }
     V& held = this->at(slot).value;
-    if (held == value) return false;
+    if constexpr (requires { value == value; })
+      if (held == value) return false;
     held = value;
     return true;
   }
