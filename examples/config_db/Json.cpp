@@ -1,12 +1,13 @@
 #include "examples/config_db/Json.h"
 
 #include <unordered_map>
+#include <utility>
 
 namespace ConfigDb {
 
 JsonValue const* JsonValue::find(std::string_view name) const {
-  for (Member const& member : members)
-    if (member.first == name) return &member.second;
+  for (JsonMember const& member : members)
+    if (member.name == name) return &member.value;
   return nullptr;
 }
 
@@ -146,9 +147,9 @@ class Parser {
     value(read);
     path_.pop_back();
     if (added)
-      out.members.emplace_back(std::move(name), std::move(read));
+      out.members.push_back({std::move(name), std::move(read)});
     else
-      out.members[found->second].second = std::move(read);
+      out.members[found->second].value = std::move(read);
   }
 
   void array(JsonValue& out) {

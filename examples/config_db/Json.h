@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace ConfigDb {
@@ -17,18 +16,24 @@ struct JsonPlace {
   std::size_t column = 1;
 };
 
+struct JsonMember;
+
 struct JsonValue {
   enum class Kind { null, boolean, number, string, array, object };
-  using Member = std::pair<std::string, JsonValue>;
 
   Kind kind = Kind::null;
   JsonPlace place;
-  std::string text;              // of a string its characters; of a number, a boolean and null the literal
-  std::vector<JsonValue> items;  // of an array
-  std::vector<Member> members;   // of an object; of equal names the last one
+  std::string text;                 // of a string its characters; of a number, a boolean and null the literal
+  std::vector<JsonValue> items;     // of an array
+  std::vector<JsonMember> members;  // of an object; of equal names the last one
 
   bool isObject() const { return kind == Kind::object; }
   JsonValue const* find(std::string_view name) const;
+};
+
+struct JsonMember {
+  std::string name;
+  JsonValue value;
 };
 
 // "an object", "a string", …

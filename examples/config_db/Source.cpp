@@ -38,7 +38,7 @@ std::string contents(std::string const& file) {
 
 bool holdsTables(JsonValue const& value) {
   return std::any_of(value.members.begin(), value.members.end(),
-                     [](JsonValue::Member const& member) { return findTable(member.first); });
+                     [](JsonMember const& member) { return findTable(member.name); });
 }
 
 // The member that holds the tables, in a document that does not hold them itself.
