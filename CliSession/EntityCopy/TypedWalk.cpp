@@ -15,8 +15,11 @@ struct TypedWalk::Run {
   EntityCopy& ec;
   EntityCopyGlobalSessionHandler& handler;
   EntityCopy::Impl& impl;
-  bool compare;      // nothing is changed
-  bool nestedRoots;  // session roots lie below the entity that the walk began with
+  bool compare;          // nothing is changed
+  Kel::Entity& destTop;  // what the walk began with
+  Kel::Entity const& srcTop;
+  bool inSessionRoot;  // the walk began with a session root or below one
+  bool nestedRoots;    // session roots lie below the entity that it began with
 };
 
 // An entity of the walk, and how it was reached. Its path is made when somebody asks; it is kept alive, and its
@@ -145,8 +148,15 @@ bool rootsBelow(Zuk::PathTrie const& trie, std::string_view path) {
 bool TypedWalk::copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path) {
   auto& handler = static_cast<EntityCopyGlobalSessionHandler&>(*ec.handler());
   Kel::Ptr<Status> const& status = handler.sessionStatus();
-  Run run{ec, handler, EntityCopy::Impl::of(ec), ec.stopAtFirstDiff(),
-          status && status->rootTrie() && rootsBelow(*status->rootTrie(), path)};
+  Zuk::PathTrie const* roots = status ? status->rootTrie().ptr() : nullptr;
+  Run run{ec,
+          handler,
+          EntityCopy::Impl::of(ec),
+          ec.stopAtFirstDiff(),
+          dest,
+          src,
+          roots && !path.empty() && roots->hasPrefix(path),
+          roots && rootsBelow(*roots, path)};
   Targets const now{Kel::Entity::departures(), &handler, ec.dest().ptr(), ec.src().ptr()};
   if (!(now == targetsOf_)) {
     targets_.clear();
@@ -214,6 +224,22 @@ void TypedWalk::countSet(Run& run, Frame& frame, Step& step) {
   step.entry->pathCounterCounterInc(frame.logPath(run.ec));
 }
 
+namespace {
+
+// The entity below `destTop` that stands where `src` stands below `srcTop`: found step by step by what holds it,
+// without any path. Null when there is none, or when a step is one that only a path can take.
+Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
+  if (&src == &srcTop) return &destTop;
+  Kel::KelAttr const* const held = src.parentAttr();
+  if (!held) return nullptr;
+  Kel::Entity* const parent = standIn(*src.parent(), srcTop, destTop);
+  if (!parent || parent->type() != src.parent()->type()) return nullptr;
+  if (!held->isCollection()) return held->access().single(*parent);
+  return held->access().memberLike(*parent, src, 0);
+}
+
+}  // namespace
+
 // The entity of the destination that a pointer's target stands for; null where that takes the boxed road to find out.
 Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarget) {
   if (targetsOf_.departures != Kel::Entity::departures()) {
@@ -221,11 +247,17 @@ Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarg
     targetsOf_.departures = Kel::Entity::departures();
   }
   if (auto const known = targets_.find(&srcTarget); known != targets_.end()) return known->second;
-  frame.hold();
-  PtrTarget const target =
-      run.handler.resolveEntityPtr(EntityCopy::Ptr(&run.ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
-  if (!target.copiable()) return nullptr;
-  Kel::Entity* const found = entityInTree(frame.dest, target.target()).ptr();
+  Kel::Entity* found = nullptr;
+  if (run.inSessionRoot && !run.nestedRoots && isBelow(srcTarget, run.srcTop)) {
+    found = standIn(srcTarget, run.srcTop, run.destTop);
+  }
+  if (!found) {
+    frame.hold();
+    PtrTarget const target =
+        run.handler.resolveEntityPtr(EntityCopy::Ptr(&run.ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
+    if (!target.copiable()) return nullptr;
+    found = entityInTree(frame.dest, target.target()).ptr();
+  }
   if (found && targetsOf_.departures == Kel::Entity::departures()) targets_.emplace(&srcTarget, found);
   return found;
 }
