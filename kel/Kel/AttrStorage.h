@@ -29,18 +29,28 @@ inline void wantNoKey(KelAttr const& attr, GenericIf const* key) {
 // The arguments of a creation: those of a list, the one value, or the key alone.
 std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key, GenericIf const* value);
 
-// A key; a null reflective object is a null pointer key.
+// A key to look something up by; a null reflective object is a null pointer key. To find what is held under a pointer a
+// read-only handle to it will do.
 template <class K>
 K unboxKey(KelAttr const& attr, GenericIf const* key) {
-  if (!key && !isPtrType<K>) throwKeyWanted(attr);
   if constexpr (isPtrType<K>) {
-    return unbox<K>(key, attr.fullName());
+    using Target = typename PtrTraits<K>::target;
+    return K(const_cast<Target*>(unbox<Ptr<Target const>>(key, attr.fullName()).ptr()));
   } else {
+    if (!key) throwKeyWanted(attr);
     if (key->type() != TypeOf<K>::type())
       throwBadIndexAttrException(attr.fullName(),
                                  String8("key of type ") + TypeOf<K>::type()->fullTypeName() + " expected");
     return key->attrVal<K>();
   }
+}
+// A key to be stored.
+template <class K>
+K unboxNewKey(KelAttr const& attr, GenericIf const* key) {
+  if constexpr (isPtrType<K>)
+    return unbox<K>(key, attr.fullName());
+  else
+    return unboxKey<K>(attr, key);
 }
 
 // One value.
@@ -282,7 +292,7 @@ class MapAccess final : public AttrAccess {
   }
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override {
     V const v = unbox<V>(value, attr.fullName());
-    K const k = key || !keyOf_ ? unboxKey<K>(attr, key) : keyOf_(v);
+    K const k = key || !keyOf_ ? unboxNewKey<K>(attr, key) : keyOf_(v);
     if (keyOf_ && !(keyOf_(v) == k)) throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
     if constexpr (isPtrType<V>)
       if (nonNull_ && !v) throwNullMember(attr);

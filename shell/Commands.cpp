@@ -1,0 +1,204 @@
+#include "Commands.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <ostream>
+
+#include "Kel/Exception.h"
+#include "Reflect.h"
+
+namespace Shell {
+
+namespace {
+
+// Words are separated by blanks; double quotes keep blanks together, a backslash takes the next character as it is.
+std::vector<std::string> split(std::string const& line) {
+  std::vector<std::string> words;
+  std::string word;
+  bool quoted = false, started = false;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    char const c = line[i];
+    if (c == '\\' && i + 1 < line.size()) {
+      word += line[++i];
+      started = true;
+    } else if (c == '"') {
+      quoted = !quoted;
+      started = true;
+    } else if (!quoted && (c == ' ' || c == '\t')) {
+      if (started) words.push_back(word);
+      word.clear();
+      started = false;
+    } else {
+      word += c;
+      started = true;
+    }
+  }
+  if (quoted) Kel::throwRangeException("a quote is not closed");
+  if (started) words.push_back(word);
+  return words;
+}
+
+}  // namespace
+
+struct Commands::Command {
+  char const* name;
+  char const* usage;
+  char const* help;
+  std::size_t least, most;  // words after the name
+  Outcome (Commands::*run)(Words const&);
+};
+
+std::vector<Commands::Command> const& Commands::table() {
+  constexpr std::size_t any = 1000;
+  static std::vector<Command> const commands = {
+      {"session", "session open NAME", "open a session; a new one is filled from the running configuration", 2, 2,
+       &Commands::session},
+      {"roots", "roots", "the session's roots, with the entities and attributes in each", 0, 0, &Commands::roots},
+      {"show", "show PATH", "an entity's attributes, or one attribute", 1, 1, &Commands::show},
+      {"set", "set PATH VALUE...", "set an attribute or a member in the session; an owned member is created", 1, any,
+       &Commands::set},
+      {"delete", "delete PATH", "delete a member or an entity in the session, or reset an attribute", 1, 1,
+       &Commands::del},
+      {"compare", "compare", "the first difference between the session and the running configuration", 0, 0,
+       &Commands::compare},
+      {"replace", "replace", "fill the session from the running configuration again", 0, 0, &Commands::replace},
+      {"log", "log [all]", "the edits that filling the session made, by attribute; 'all': by path", 0, 1,
+       &Commands::log},
+      {"help", "help", "this list", 0, 0, &Commands::help},
+      {"exit", "exit", "leave", 0, 0, &Commands::quit},
+  };
+  return commands;
+}
+
+std::vector<std::string> Commands::names() {
+  std::vector<std::string> names;
+  for (Command const& command : table()) names.emplace_back(command.name);
+  return names;
+}
+
+Outcome Commands::run(std::string const& line) {
+  try {
+    Words words = split(line);
+    if (words.empty() || words.front().front() == '#') return Outcome::ok;
+    for (Command const& command : table()) {
+      if (words.front() != command.name) continue;
+      words.erase(words.begin());
+      if (words.size() < command.least || words.size() > command.most) {
+        err_ << "usage: " << command.usage << "\n";
+        return Outcome::failed;
+      }
+      return (this->*command.run)(words);
+    }
+    err_ << "'" << words.front() << "': no such command; 'help' lists them\n";
+  } catch (Kel::Exception const& e) {
+    err_ << e.what() << "\n";
+  }
+  return Outcome::failed;
+}
+
+Outcome Commands::help(Words const&) {
+  for (Command const& command : table()) out_ << std::left << std::setw(22) << command.usage << command.help << "\n";
+  return Outcome::ok;
+}
+
+Outcome Commands::session(Words const& words) {
+  if (words[0] != "open") {
+    err_ << "usage: session open NAME\n";
+    return Outcome::failed;
+  }
+  workspace_.sessionOpen(words[1]);
+  out_ << "session " << words[1] << " is open, " << workspace_.sessionRoots().size() << " roots\n";
+  return Outcome::ok;
+}
+
+Outcome Commands::roots(Words const&) {
+  Kel::Dir::Ptr const dir = workspace_.sessionDir();
+  Counts total;
+  auto const line = [this](std::string const& path, std::string const& type, Counts const& counts) {
+    out_ << std::left << std::setw(24) << path << std::setw(26) << type << std::right << std::setw(6) << counts.entities
+         << " entities" << std::setw(8) << counts.attributes << " attributes\n";
+  };
+  for (std::string const& path : workspace_.sessionRoots()) {
+    Kel::Entity::Ptr const root = dir->entity(Kel::String(path));
+    if (!root) continue;
+    Counts const counts = countBelow(root);
+    line(path, root->typeName().str(), counts);
+    total.entities += counts.entities;
+    total.attributes += counts.attributes;
+  }
+  line("total", "", total);
+  return Outcome::ok;
+}
+
+Outcome Commands::show(Words const& words) {
+  Target const target = locate(workspace_.sessionDir(), words[0]);
+  if (!target.attr) {
+    for (std::string const& line : describe(target.entity)) out_ << line << "\n";
+    return Outcome::ok;
+  }
+  Kel::GenericIf::Ptr const gif = Kel::GenericIf::ofEntity(target.entity);
+  if (target.key)
+    out_ << Kel::GenericIf::PtrConst(gif->attribute(target.attr->id(), target.key)) << "\n";
+  else
+    out_ << gif->attributeString(target.attr->id()) << "\n";
+  return Outcome::ok;
+}
+
+Outcome Commands::set(Words const& words) {
+  Kel::Dir::Ptr const dir = workspace_.sessionDir();
+  setFromText(dir, locate(dir, words[0]), {words.begin() + 1, words.end()});
+  return Outcome::ok;
+}
+
+Outcome Commands::del(Words const& words) {
+  deleteTarget(locate(workspace_.sessionDir(), words[0]));
+  return Outcome::ok;
+}
+
+Outcome Commands::compare(Words const&) {
+  Workspace::Difference const difference = workspace_.compare();
+  if (!difference.found) {
+    out_ << "equal\n";
+    return Outcome::ok;
+  }
+  out_ << "differs at " << (difference.path.empty() ? "." : difference.path) << ": " << difference.edit.editType()
+       << " " << difference.edit.attributeName() << " of " << difference.edit.attributeType() << "\n";
+  return Outcome::differs;
+}
+
+Outcome Commands::replace(Words const&) {
+  workspace_.sessionReplace();
+  out_ << "session " << workspace_.sessionName() << " is filled from the running configuration\n";
+  return Outcome::ok;
+}
+
+Outcome Commands::log(Words const& words) {
+  bool const all = !words.empty();
+  if (all && words[0] != "all") {
+    err_ << "usage: log [all]\n";
+    return Outcome::failed;
+  }
+  auto const log = workspace_.sessionLog();
+  std::vector<std::string> lines;
+  std::size_t places = 0;
+  if (log) {
+    for (auto entry = log->attributeEditEntryIteratorConst(); entry; ++entry) {
+      Cli::Session::AttributeEdit const& edit = entry->attributeEdit();
+      std::string const name =
+          (stringValue(edit.editType()) + " " + edit.attributeType() + "::" + edit.attributeName()).str();
+      places += entry->pathCounters();
+      if (!all) lines.push_back(name + " at " + std::to_string(entry->pathCounters()) + " paths");
+      for (auto path = entry->pathCounterIterator(); all && path; ++path)
+        lines.push_back(name + " at " + (path.key().empty() ? "." : path.key().str()) + " x" +
+                        std::to_string(path.value()));
+    }
+  }
+  std::sort(lines.begin(), lines.end());
+  for (std::string const& line : lines) out_ << line << "\n";
+  out_ << places << " edited attributes\n";
+  return Outcome::ok;
+}
+
+Outcome Commands::quit(Words const&) { return Outcome::quit; }
+
+}  // namespace Shell
