@@ -20,8 +20,8 @@ class LoadError : public std::runtime_error {
 
 // What a load met on its way.
 struct Report {
-  // One a complaint: about names given twice, then tables and keys, then fields. "file: TABLE|key: field: what is wrong,
-  // what was done about it".
+  // First about names given twice, then about tables and keys, then about fields:
+  // "file: TABLE|key: field: what is wrong, what was done about it".
   std::vector<std::string> complaints;
   // The tables that were loaded, with the number of their entries. An address of an interface is an entry.
   std::map<std::string, unsigned> entries;
