@@ -56,7 +56,8 @@ Case const cases[] = {
 };
 
 TEST(ConfigDbValues, OneSpelling) {
-  ASSERT_FALSE(sessionRoots().empty());  // the library with the types is there
+  ASSERT_FALSE(sessionRoots().empty());        // the library with the types is there,
+  ASSERT_TRUE(Kel::TypeOf<Kel::U16>::type());  // and the builtin types are made
   for (Case const& c : cases) {
     Kel::KelType const* const type = Kel::KelType::find(c.type);
     ASSERT_TRUE(type) << c.type;
