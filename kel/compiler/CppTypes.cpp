@@ -98,11 +98,22 @@ CppTypes::CppTypes(ModelSet const& set, Model const& model) : nameSpace_(model.n
     addAll(other->externs);
   }
   addAll(set.framework);
+  for (auto const& other : set.models) {
+    for (auto const& decl : other->entities) hideParams(*decl);
+  }
 }
 
-CppTypes CppTypes::inside(std::set<std::string> memberNames) const {
+// A parameter hides a type from the parameters behind it. That of an entity may stand in any owner's accessors.
+void CppTypes::hideParams(EntityDecl const& entity) {
+  for (Attribute const& param : entity.params) hidden_.insert(param.name.text);
+  for (Operation const& op : entity.operations) {
+    for (Param const& param : op.params) hidden_.insert(param.name.text);
+  }
+}
+
+CppTypes CppTypes::inside(std::set<std::string> const& memberNames) const {
   CppTypes types = *this;
-  types.hidden_ = std::move(memberNames);
+  types.hidden_.insert(memberNames.begin(), memberNames.end());
   return types;
 }
 

@@ -29,7 +29,7 @@ class CppTypes {
   CppTypes(ModelSet const& set, Model const& model);
 
   // The same, inside a class whose members have these names.
-  CppTypes inside(std::set<std::string> memberNames) const;
+  CppTypes inside(std::set<std::string> const& memberNames) const;
 
   std::string name(Decl const& decl) const;
   // By value: "Kel::U32", "Pair", "Kel::Ptr<Port const>".
@@ -45,11 +45,12 @@ class CppTypes {
 
  private:
   std::string literal(TypeRef const& type, Literal const& literal) const;
+  void hideParams(EntityDecl const& entity);
   bool needsGlobal(std::string const& qualified) const;
 
   std::string nameSpace_;
   std::set<std::string> known_;   // the full names of all namespaces and declarations
-  std::set<std::string> hidden_;  // what the names of members hide
+  std::set<std::string> hidden_;  // what the names of members and parameters hide
 };
 
 }  // namespace kelc

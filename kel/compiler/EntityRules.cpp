@@ -89,7 +89,7 @@ void EntityRules::check(EntityDecl& entity) {
   }
   checkNameOfEntity(entity);
   for (Attribute& param : entity.params) checkParam(param);
-  for (Attribute& attribute : entity.attributes) checkAttribute(entity, attribute);
+  for (Attribute& attribute : entity.attributes) checkAttribute(attribute);
   for (Attribute const& param : entity.params) enterAttribute(entity, param);
   for (Attribute const& attribute : entity.attributes) enterAttribute(entity, attribute);
   for (Operation const& op : entity.operations) {
@@ -130,12 +130,8 @@ void EntityRules::checkNameOfEntity(EntityDecl const& entity) const {
   for (Operation const& op : entity.operations) refuse(op.name);
 }
 
-void EntityRules::checkAttribute(EntityDecl const& entity, Attribute& attribute) const {
+void EntityRules::checkAttribute(Attribute& attribute) const {
   types_.checkName(attribute.name);
-  if (entity.hasImpl && (attribute.name.text == "impl" || attribute.name.text == "impl_")) {
-    diagnostics_.error(attribute.name.loc,
-                       "an entity with 'impl' has an " + inQuotes(attribute.name.text) + " of its own");
-  }
   char const initial = attribute.name.text.front();
   if (attribute.isCollection() && initial >= 'A' && initial <= 'Z') {
     diagnostics_.error(attribute.name.loc,
@@ -395,6 +391,10 @@ bool EntityRules::enter(EntityDecl const& entity, NameTable table, std::string c
   bool const reactor = table == &Members::reactors;
   std::string const generated = inQuotes(name) + " of ";
   std::string const what = (isAccessor ? generated : std::string()) + member.what;
+  if (entity.hasImpl && (name == "impl" || name == "impl_")) {
+    diagnostics_.error(member.loc, what + " takes a name that an entity with 'impl' has");
+    return false;
+  }
   if (reactor ? isReactorMember(name) : isEntityMember(name) || name == entity.name.text) {
     diagnostics_.error(member.loc, what + " takes a name that every entity has");
     return false;

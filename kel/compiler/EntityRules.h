@@ -39,7 +39,7 @@ class EntityRules {
 
   void checkParam(Attribute& param) const;
   void checkNameOfEntity(EntityDecl const& entity) const;
-  void checkAttribute(EntityDecl const& entity, Attribute& attribute) const;
+  void checkAttribute(Attribute& attribute) const;
   void checkConstant(Attribute const& attribute) const;
   bool checkShape(Attribute& attribute) const;
   bool checkSingle(Attribute& attribute) const;

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "ModelTest.h"
+#include "compiler/Emit.h"
 
 namespace kelc::test {
 namespace {
@@ -141,7 +142,11 @@ TEST(Robustness, SurvivesMangledModels) {
       std::string const other = original.substr(below(original.size()), below(30));
       text.replace(from, size, below(4) == 0 ? std::string(1, static_cast<char>(random())) : other);
     }
-    ASSERT_TRUE(Compiled(dir.write("Model.kel", text)).readable);
+    Compiled const compiled(dir.write("Model.kel", text));
+    ASSERT_TRUE(compiled.readable);
+    if (compiled.diagnostics.empty()) {
+      EXPECT_FALSE(emit(compiled.set).source.empty());
+    }
   }
 }
 

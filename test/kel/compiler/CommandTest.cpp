@@ -1,0 +1,112 @@
+// The command: its exit status, what it writes and what it leaves alone.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+
+#include "ModelTest.h"
+#include "compiler/Options.h"
+#include "compiler/Output.h"
+
+namespace kelc::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Command : public testing::Test {
+ protected:
+  // The exit status; what it printed is in `printed`.
+  int run(std::string const& args) {
+    fs::path const log = dir_.path() / "log";
+    std::string const line = "cd " + dir_.path().string() + " && " + KELC + " " + args + " > log 2>&1";
+    int const status = std::system(line.c_str());
+    printed = readFile(log);
+    fs::remove(log);
+    return WEXITSTATUS(status);
+  }
+  void write(std::string const& name, std::string const& text) {
+    fs::create_directories((dir_.path() / name).parent_path());
+    dir_.write(name, text);
+  }
+  std::string read(std::string const& name) { return readFile(dir_.path() / name); }
+  std::size_t files() {
+    auto const all = fs::recursive_directory_iterator(dir_.path());
+    return static_cast<std::size_t>(
+        std::count_if(begin(all), end(all), [](auto const& e) { return !e.is_directory(); }));
+  }
+
+  TemporaryDir const dir_;
+  std::string printed;
+};
+
+TEST_F(Command, WritesHeaderSourceAndDependencies) {
+  write("src/Zuk/A.kel", "namespace N; enum E { a }");
+  write("src/Zuk/B.kel", "namespace N; import \"Zuk/A.kel\"; value V { e : E; }");
+  EXPECT_EQ(run("-I src -o gen --name Zuk/B --depfile gen/B.d src/Zuk/B.kel"), 0);
+  EXPECT_EQ(printed, "");
+  EXPECT_NE(read("gen/Zuk/B.h").find("#include \"Zuk/A.h\""), std::string::npos);
+  EXPECT_NE(read("gen/Zuk/B.cpp").find("#include \"Zuk/B.h\""), std::string::npos);
+  EXPECT_EQ(read("gen/B.d"), "gen/Zuk/B.h: \\\n  src/Zuk/B.kel \\\n  src/Zuk/A.kel\n");
+  EXPECT_EQ(files(), 5u);
+}
+
+TEST_F(Command, LeavesFilesAloneThatDidNotChange) {
+  write("A.kel", "namespace N; enum E { a }");
+  ASSERT_EQ(run("A.kel"), 0);
+  auto const written = fs::last_write_time(dir_.path() / "A.h") - std::chrono::hours(1);
+  fs::last_write_time(dir_.path() / "A.h", written);
+  ASSERT_EQ(run("A.kel"), 0);
+  EXPECT_EQ(fs::last_write_time(dir_.path() / "A.h"), written);
+  write("A.kel", "namespace N; enum E { a, b }");
+  ASSERT_EQ(run("A.kel"), 0);
+  EXPECT_NE(fs::last_write_time(dir_.path() / "A.h"), written);
+}
+
+TEST_F(Command, LeavesNothingBehindAfterAnError) {
+  write("A.kel", "namespace N; enum E { a, a }");
+  EXPECT_EQ(run("--depfile A.d A.kel"), 1);
+  EXPECT_EQ(printed,
+            "A.kel:1:26: error: 'a' is declared already\n"
+            "A.kel:1:23: note: the earlier enumerator\n");
+  EXPECT_EQ(files(), 1u);
+}
+
+TEST_F(Command, LeavesNothingBehindWhenItCannotWrite) {
+  write("A.kel", "namespace N; enum E { a }");
+  fs::create_directory(dir_.path() / "A.cpp.new");  // in the way of the second file
+  EXPECT_EQ(run("A.kel"), 1);
+  EXPECT_EQ(printed, "kelc: cannot write './A.cpp'\n");
+  EXPECT_EQ(files(), 1u);
+}
+
+TEST_F(Command, SaysWhatIsWrongWithItsArguments) {
+  write("A.kel", "namespace N;");
+  EXPECT_EQ(run(""), 2);
+  EXPECT_EQ(printed, "kelc: no model given; see 'kelc --help'\n");
+  EXPECT_EQ(run("A.kel A.kel"), 2);
+  EXPECT_EQ(run("--fast A.kel"), 2);
+  EXPECT_EQ(run("A.kel -o"), 2);
+  EXPECT_EQ(run("--name ../A A.kel"), 2);
+  EXPECT_EQ(run("--help"), 0);
+  EXPECT_EQ(printed, usage);
+  EXPECT_EQ(run("B.kel"), 1);
+  EXPECT_EQ(printed, "kelc: cannot read 'B.kel'\n");
+}
+
+TEST_F(Command, PrintsStubsAndWritesNothing) {
+  write("A.kel", "namespace N; entity E { op f(a : U8) const -> String; }");
+  EXPECT_EQ(run("--stubs A.kel"), 0);
+  EXPECT_EQ(printed,
+            "#include \"A.h\"\n\nnamespace N {\n\n"
+            "Kel::String E::f(Kel::U8 a) const { return {}; }\n\n}  // namespace N\n");
+  EXPECT_EQ(files(), 1u);
+}
+
+TEST(Dependencies, EscapeWhatMakeWouldRead) {
+  EXPECT_EQ(dependencyRule("a b", {"c#d", "$e"}), "a\\ b: \\\n  c\\#d \\\n  $$e\n");
+}
+
+}  // namespace
+}  // namespace kelc::test

@@ -1,0 +1,5 @@
+// Entities that the sample model only knows by name; they are made from a model of their own.
+#pragma once
+
+#include "Sample/Extern.h"
+#include "Sample/Stranger.h"
