@@ -131,7 +131,7 @@ Outcome Commands::roots(Words const&) {
 }
 
 Outcome Commands::show(Words const& words) {
-  Target const target = locate(workspace_.sessionDir(), words[0]);
+  Target const target = locateExisting(workspace_.sessionDir(), words[0]);
   if (!target.attr) {
     for (std::string const& line : describe(target.entity)) out_ << line << "\n";
     return Outcome::ok;
@@ -151,7 +151,7 @@ Outcome Commands::set(Words const& words) {
 }
 
 Outcome Commands::del(Words const& words) {
-  deleteTarget(locate(workspace_.sessionDir(), words[0]));
+  deleteTarget(locateExisting(workspace_.sessionDir(), words[0]));
   return Outcome::ok;
 }
 

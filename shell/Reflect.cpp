@@ -80,6 +80,16 @@ Target locate(Kel::Dir::Ptr const& dir, std::string const& path) {
   Kel::throwRangeException(Kel::String("'") + path + "': '" + deepest + "' has no such attribute or member");
 }
 
+Target locateExisting(Kel::Dir::Ptr const& dir, std::string const& path) {
+  Target target = locate(dir, path);
+  if (target.key) {
+    GenericIf::PtrConst const gif = GenericIf::ofEntity(Kel::Entity::PtrConst(target.entity));
+    if (!gif->attributeIteratorKeyConst(target.attr->id(), target.key))
+      Kel::throwRangeException(Kel::String("'") + path + "': no such member");
+  }
+  return target;
+}
+
 // --- Changes ---
 
 namespace {
@@ -99,8 +109,9 @@ GenericIf::Ptr argumentsFromText(Target const& target, std::vector<std::string> 
   Kel::KelConstraint const wanted = target.attr->constraint();
   std::size_t const supplied = args.size() + (target.attr->isQueue() ? 1 : 0);
   if (supplied + texts.size() != wanted.args())
-    Kel::throwRangeException(Kel::String(target.text()) + ": " + std::to_string(wanted.args() - supplied) +
-                             " constructor arguments expected");
+    Kel::throwRangeException(Kel::String(target.text()) + ": a new " + target.attr->type()->name() + " takes " +
+                             std::to_string(wanted.args() - supplied) + " values after its key, " +
+                             std::to_string(texts.size()) + " given");
   for (std::size_t i = 0; i < texts.size(); ++i)
     args.push_back(wanted.argPtr(static_cast<unsigned>(supplied + i))->type()->genericFromText(texts[i]));
   return listOf(args);

@@ -32,6 +32,8 @@ struct Target {
 // Finds what a path below a directory names: "network/ports.port/Ethernet1", "….mtu", "….members/Ethernet4". A member
 // need not be there. Raises RangeException saying how far the path led.
 Target locate(Kel::Dir::Ptr const& dir, std::string const& path);
+// The same, for what must be there: raises RangeException for a member that is not.
+Target locateExisting(Kel::Dir::Ptr const& dir, std::string const& path);
 
 // Sets an attribute or member from texts: a value's plain text, a pointer's path below `dir` (or "null"), the
 // constructor arguments of an owned entity after its key. Raises RangeException, and what the reflective interface

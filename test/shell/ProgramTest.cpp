@@ -1,0 +1,102 @@
+// The programs as processes: exit status and output.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+namespace {
+
+struct Result {
+  int status;
+  std::string output;  // both streams
+};
+
+Result run(std::string const& command) {
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), nullptr);
+  Result result{-1, {}};
+  std::array<char, 4096> buffer;
+  while (std::size_t const n = fread(buffer.data(), 1, buffer.size(), pipe.get()))
+    result.output.append(buffer.data(), n);
+  int const status = pclose(pipe.release());
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+  return result;
+}
+
+std::string fileText(std::string const& path) {
+  std::ifstream in(path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+class TempFile {
+ public:
+  explicit TempFile(std::string const& content) : path_(testing::TempDir() + "config-" + std::to_string(::getpid())) {
+    std::ofstream(path_) << content;
+  }
+  ~TempFile() { std::filesystem::remove(path_); }
+  std::string const& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+std::string const sample = SOURCE_DIR "/examples/config_db/leaf.json";
+
+TEST(CliSession, EndsWithTheStatusOfItsLastCommand) {
+  EXPECT_EQ(0, run(CLI_SESSION " " + sample + " -c 'session open s' -c compare").status);
+  std::string const edit = " -c 'session open s' -c 'set network/ports.port/Ethernet0.mtu 1' -c compare";
+  EXPECT_EQ(1, run(CLI_SESSION " " + sample + edit).status);
+  EXPECT_EQ(0, run(CLI_SESSION " " + sample + edit + " -c replace").status);
+  EXPECT_EQ(2, run(CLI_SESSION " " + sample + " -c nonsense -c 'session open s'").status);
+  EXPECT_EQ(1,
+            run("printf 'session open s\\ndelete network/vlans.vlan/Vlan101\\ncompare\\n' | " CLI_SESSION " " + sample)
+                .status);
+  EXPECT_EQ(2, run(CLI_SESSION).status);
+  EXPECT_EQ(0, run(CLI_SESSION " --help").status);
+}
+
+TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
+  struct Case {
+    char const* content;
+    char const* error;
+  };
+  Case const cases[] = {
+      {"", ""},
+      {"{", ""},
+      {"[1, 2]", ""},
+      {"{\"PORT\": 3}", "PORT"},
+      {"{\"PORT\": {\"Ethernet1\": [1]}}", "PORT|Ethernet1"},
+      {"{\"PORT\": {\"Ethernet1\": {\"mtu\": }}}", ":1:"},
+      {"\xff\xfe\x00", ""},
+  };
+  for (Case const& c : cases) {
+    TempFile const file(c.content);
+    Result const result = run(CLI_SESSION " " + file.path() + " -c help");
+    EXPECT_EQ(2, result.status) << c.content << "\n" << result.output;
+    EXPECT_EQ(0u, result.output.find(file.path())) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find(c.error)) << result.output;
+  }
+  EXPECT_EQ(2, run(CLI_SESSION " /nonexistent.json").status);
+  EXPECT_EQ(2, run(CLI_SESSION " /").status);
+}
+
+// What the README shows is what the tests compile and run.
+TEST(Quickstart, PrintsTheEditsAndIsShownInTheReadme) {
+  Result const result = run(QUICKSTART);
+  EXPECT_EQ(0, result.status);
+  EXPECT_EQ("set port at switch x1\nset mtu at switch.port/Ethernet1 x1\n", result.output);
+  std::string const readme = fileText(SOURCE_DIR "/README.md");
+  for (char const* file : {"/examples/quickstart/Switch.kel", "/examples/quickstart/main.cpp"})
+    EXPECT_NE(std::string::npos, readme.find(fileText(std::string(SOURCE_DIR) + file))) << file;
+  EXPECT_NE(std::string::npos, readme.find(result.output));
+}
+
+}  // namespace
