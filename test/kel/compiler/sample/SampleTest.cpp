@@ -127,7 +127,8 @@ TEST(GeneratedValue, ComparesFieldByField) {
   EXPECT_GE(b, a);
   EXPECT_NE(a.hash(), b.hash());
   EXPECT_LT(Types::One(1).compare(Types::One(2)), 0);
-  Kel::String const& text = Types::Text("converts");
+  Types::Text const value("converts");
+  Kel::String const& text = value;
   EXPECT_EQ(text, "converts");
 }
 
