@@ -13,13 +13,14 @@ namespace Cli::Session {
 // What holds for one call of copyAttrs.
 struct TypedWalk::Run {
   EntityCopy& ec;
-  EntityCopyGlobalSessionHandler& handler;
+  Kel::Ptr<EntityCopyGlobalSessionHandler> const handler;
   EntityCopy::Impl& impl;
-  bool compare;          // nothing is changed
   Kel::Entity& destTop;  // what the walk began with
   Kel::Entity const& srcTop;
-  bool inSessionRoot;  // the walk began with a session root or below one
-  bool nestedRoots;    // session roots lie below the entity that it began with
+  bool compare;                // nothing is changed
+  bool mayWrite = false;       // edits are made and counted here
+  bool inSessionRoot = false;  // the walk began with a session root or below one
+  bool nestedRoots = false;    // session roots lie below the entity that it began with
 };
 
 // An entity of the walk, and how it was reached. Its path is made when somebody asks; it is kept alive, and its
@@ -33,7 +34,7 @@ struct TypedWalk::Frame {
   Kel::Entity const& src;
   Kel::KelAttr const* const reachedThrough;
   Kel::KelAttr const* walking = nullptr;  // the collection that is being walked
-  bool havePath = false, haveLogPath = false, held = false;
+  bool havePath = false, haveLogPath = false;
   Kel::String8 pathText, logPathText;
   Kel::Ptr<Kel::Entity> destHold;
   Kel::Ptr<Kel::Entity const> srcHold;
@@ -52,14 +53,20 @@ struct TypedWalk::Frame {
     return logPathText;
   }
   void hold() {
-    for (Frame* f = this; f && !f->held; f = f->up) {
-      f->held = true;
-      f->destHold = Kel::Ptr<Kel::Entity>(&f->dest);
-      f->srcHold = Kel::Ptr<Kel::Entity const>(&f->src);
-      if (!f->walking) continue;
+    for (Frame* f = this; f; f = f->up) {
+      if (!f->destHold) {
+        f->destHold = Kel::Ptr<Kel::Entity>(&f->dest);
+        f->srcHold = Kel::Ptr<Kel::Entity const>(&f->src);
+      }
+      if (!f->walking || f->srcPin) continue;
       f->srcPin = f->walking->access().iterator(*f->walking, f->src, nullptr);
       f->destPin = f->walking->access().iterator(*f->walking, f->dest, nullptr);
     }
+  }
+  void walkEnds() {
+    walking = nullptr;
+    srcPin.reset();
+    destPin.reset();
   }
 
  private:
@@ -79,7 +86,9 @@ bool TypedWalk::possible(EntityCopy const& ec) {
       &Kel::TraceHandle::get("CliSession"), &Kel::TraceHandle::get("PathTrie"), &Kel::TraceHandle::get("PrefixTrie")};
   for (Kel::TraceHandle const* handle : handles)
     if (handle->any()) return false;
-  if (!ec.dest() || !ec.src() || !ec.handler() || !ec.handler()->isPlainSessionHandler()) return false;
+  if (!ec.dest() || !ec.src() || !ec.handler() || !ec.handler()->isPlainSessionHandler() || ec.stop()) return false;
+  Kel::Ptr<Status> const& status = static_cast<EntityCopyGlobalSessionHandler const&>(*ec.handler()).sessionStatus();
+  if (!status || !status->rootTrie()) return false;
   AttributeEditLog const* log = ec.attributeEditLog().ptr();
   // Rules that look at each edit want it boxed.
   return !ec.attributeEditBypassChecker() && log && log->attributeEditDebugConfigs() == 0 &&
@@ -101,7 +110,7 @@ TypedWalk::Step TypedWalk::makeStep(Kel::KelAttr const& attr) {
     return true;
   };
   if (attr.isCollection()) {
-    if (attr.isValue()) step.kind = Step::values;
+    if (attr.isValue() && !attr.keyIsPtr()) step.kind = Step::values;
     bool const dense = attr.instantiating() && attr.collectionKind() == Kel::KelAttr::Collection::hashMap;
     if (dense && attr.type()->paramsEqual()) step.kind = Step::members;
   } else if (attr.instantiating()) {
@@ -147,21 +156,17 @@ bool rootsBelow(Zuk::PathTrie const& trie, std::string_view path) {
 
 bool TypedWalk::copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path) {
   auto& handler = static_cast<EntityCopyGlobalSessionHandler&>(*ec.handler());
-  Kel::Ptr<Status> const& status = handler.sessionStatus();
-  Zuk::PathTrie const* roots = status ? status->rootTrie().ptr() : nullptr;
+  Zuk::PathTrie const& roots = *handler.sessionStatus()->rootTrie();
   Run run{ec,
-          handler,
+          Kel::Ptr<EntityCopyGlobalSessionHandler>(&handler),
           EntityCopy::Impl::of(ec),
-          ec.stopAtFirstDiff(),
           dest,
           src,
-          roots && !path.empty() && roots->hasPrefix(path),
-          roots && rootsBelow(*roots, path)};
-  Targets const now{Kel::Entity::departures(), &handler, ec.dest().ptr(), ec.src().ptr()};
-  if (!(now == targetsOf_)) {
-    targets_.clear();
-    targetsOf_ = now;
-  }
+          ec.stopAtFirstDiff()};
+  run.mayWrite = !run.compare;
+  run.inSessionRoot = !path.empty() && roots.hasPrefix(path);
+  run.nestedRoots = rootsBelow(roots, path);
+  if (run.impl.depth == 0) targets_.clear();  // of an earlier run
   Frame frame(nullptr, dest, src, nullptr);
   frame.pathText = path;
   frame.havePath = true;
@@ -171,8 +176,7 @@ bool TypedWalk::copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& 
 bool TypedWalk::attrs(Run& run, Frame& frame, Plan& plan) {
   bool differs = false;
   for (Step& s : plan.steps) {
-    if (!step(run, frame, s)) continue;
-    differs = true;
+    differs |= step(run, frame, s);
     if (run.compare && run.ec.stop()) break;
   }
   return differs;
@@ -181,9 +185,14 @@ bool TypedWalk::attrs(Run& run, Frame& frame, Plan& plan) {
 // Hands one attribute to the boxed operation.
 bool TypedWalk::boxed(Run& run, Frame& frame, Step const& step) {
   frame.hold();
-  return run.ec.doCopyAttr(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src), frame.path(),
-                           Kel::KelAttr::PtrConst(step.attr));
+  bool const differs = run.ec.doCopyAttr(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src),
+                                         frame.path(), Kel::KelAttr::PtrConst(step.attr));
+  anythingMayHaveRun(run);
+  return differs;
 }
+
+// Handlers and reactors may have given the copy rules of its own.
+void TypedWalk::anythingMayHaveRun(Run& run) { run.mayWrite = !run.compare && possible(run.ec); }
 
 bool TypedWalk::step(Run& run, Frame& frame, Step& step) {
   Kel::Entity& dest = frame.dest;
@@ -205,16 +214,14 @@ bool TypedWalk::step(Run& run, Frame& frame, Step& step) {
     case Step::boxed: return boxed(run, frame, step);
   }
   if (equal) return false;
-  if (!maySet(run, frame, step)) return boxed(run, frame, step);
+  if (!maySet(run, frame)) return boxed(run, frame, step);
   countSet(run, frame, step);
   step.access->copyValue(*step.attr, dest, src);
   return true;
 }
 
 // Whether a write can be made and counted here: nobody reacts to it.
-bool TypedWalk::maySet(Run const& run, Frame const& frame, Step const&) {
-  return !run.compare && !frame.dest.hasReactors();
-}
+bool TypedWalk::maySet(Run const& run, Frame const& frame) { return run.mayWrite && !frame.dest.hasReactors(); }
 
 void TypedWalk::countSet(Run& run, Frame& frame, Step& step) {
   Kel::Ptr<AttributeEditLog> const& log = run.ec.attributeEditLog();
@@ -242,9 +249,9 @@ Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Ent
 
 // The entity of the destination that a pointer's target stands for; null where that takes the boxed road to find out.
 Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarget) {
-  if (targetsOf_.departures != Kel::Entity::departures()) {
+  if (departures_ != Kel::Entity::departures()) {
     targets_.clear();
-    targetsOf_.departures = Kel::Entity::departures();
+    departures_ = Kel::Entity::departures();
   }
   if (auto const known = targets_.find(&srcTarget); known != targets_.end()) return known->second;
   Kel::Entity* found = nullptr;
@@ -254,11 +261,11 @@ Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarg
   if (!found) {
     frame.hold();
     PtrTarget const target =
-        run.handler.resolveEntityPtr(EntityCopy::Ptr(&run.ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
+        run.handler->resolveEntityPtr(EntityCopy::Ptr(&run.ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
     if (!target.copiable()) return nullptr;
     found = entityInTree(frame.dest, target.target()).ptr();
   }
-  if (found && targetsOf_.departures == Kel::Entity::departures()) targets_.emplace(&srcTarget, found);
+  if (found && departures_ == Kel::Entity::departures()) targets_.emplace(&srcTarget, found);
   return found;
 }
 
@@ -268,7 +275,7 @@ bool TypedWalk::copyPointer(Run& run, Frame& frame, Step& step) {
   if (!srcTarget && !destTarget && run.ec.pendingAttrs() == 0) return false;
   Kel::Entity* const wanted = srcTarget ? counterpart(run, frame, *srcTarget) : nullptr;
   bool const settled =
-      wanted && (wanted == destTarget || (maySet(run, frame, step) && wanted->type()->isA(step.attr->type())));
+      wanted && (wanted == destTarget || (maySet(run, frame) && wanted->type()->isA(step.attr->type())));
   if (!settled) return boxed(run, frame, step);
   if (run.ec.pendingAttrs() > 0) supersedePending(run.ec, frame.dest, *step.attr, nullptr);
   if (wanted == destTarget) return false;
@@ -284,7 +291,7 @@ bool TypedWalk::copySingleton(Run& run, Frame& frame, Step& step) {
   if (!srcChild) return boxed(run, frame, step);
   bool created = false;
   if (!destChild) {
-    if (!maySet(run, frame, step)) return boxed(run, frame, step);
+    if (!maySet(run, frame)) return boxed(run, frame, step);
     countSet(run, frame, step);
     destChild = step.access->newLike(*step.attr, frame.dest, *srcChild);
     created = true;
@@ -310,7 +317,7 @@ bool TypedWalk::copyMembers(Run& run, Frame& frame, Step& step) {
     if (!other || !step.attr->type()->paramsEqual()(*member, *other)) return boxed(run, frame, step);
   }
   if (destEnd == 0 && !run.compare) access.reserveMembers(frame.dest, access.count(*step.attr, frame.src));
-  Kel::KelAttr const* const outer = std::exchange(frame.walking, step.attr);
+  frame.walking = step.attr;
   bool differs = false;
   for (Kel::U32 i = 0; i < access.memberEnd(frame.src); ++i) {
     Kel::Entity const* const srcMember = access.memberAt(frame.src, i);
@@ -318,7 +325,7 @@ bool TypedWalk::copyMembers(Run& run, Frame& frame, Step& step) {
     differs |= copyMember(run, frame, step, *srcMember, i);
     if (run.compare && run.ec.stop()) break;
   }
-  frame.walking = outer;
+  frame.walkEnds();
   if (sameShape && access.count(*step.attr, frame.dest) != access.count(*step.attr, frame.src))
     differs |= boxed(run, frame, step);
   return differs;
@@ -328,12 +335,15 @@ bool TypedWalk::copyMember(Run& run, Frame& frame, Step& step, Kel::Entity const
   Kel::Entity* destMember = step.access->memberLike(frame.dest, srcMember, position);
   bool created = false;
   if (!destMember) {
-    if (!maySet(run, frame, step)) {
+    if (!maySet(run, frame)) {
       frame.hold();
       Kel::GenericIf::Ptr const src = genericIf(Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(&srcMember)));
       Kel::GenericIf::PtrConst const key = src->attribute(src->attributeId(step.attr->type()->ctorArgs().front().name));
-      return run.ec.doCopyCollectionMember(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src),
-                                           frame.path(), key, key, src, Kel::KelAttr::PtrConst(step.attr));
+      bool const differs =
+          run.ec.doCopyCollectionMember(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src),
+                                        frame.path(), key, key, src, Kel::KelAttr::PtrConst(step.attr));
+      anythingMayHaveRun(run);
+      return differs;
     }
     countSet(run, frame, step);
     destMember = step.access->newLike(*step.attr, frame.dest, srcMember);
@@ -356,10 +366,13 @@ bool needsHandler(EntityCopyGlobalSessionHandler const& handler, Kel::KelType co
 
 bool TypedWalk::descend(Run& run, Frame& frame, Step& step, Kel::Entity& dest, Kel::Entity const& src) {
   Frame child(&frame, dest, src, step.attr);
-  if (run.nestedRoots || dest.hasReactors() || needsHandler(run.handler, *src.type())) {
+  if (run.nestedRoots || dest.hasReactors() || needsHandler(*run.handler, *src.type())) {
     child.hold();
-    return run.ec.handleEntity(Kel::GenericIf::ofEntity(child.destHold), Kel::GenericIf::ofEntity(child.srcHold),
-                               Kel::KelAttr::PtrConst(step.attr), frame.path());
+    bool const differs =
+        run.ec.handleEntity(Kel::GenericIf::ofEntity(child.destHold), Kel::GenericIf::ofEntity(child.srcHold),
+                            Kel::KelAttr::PtrConst(step.attr), frame.path());
+    anythingMayHaveRun(run);
+    return differs;
   }
   if (!step.child) step.child = &planOf(*src.type());
   Depth const depth(run.impl);

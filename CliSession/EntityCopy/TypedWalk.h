@@ -65,22 +65,16 @@ class TypedWalk {
   bool copyMember(Run& run, Frame& frame, Step& step, Kel::Entity const& srcMember, Kel::U32 position);
   bool descend(Run& run, Frame& frame, Step& step, Kel::Entity& dest, Kel::Entity const& src);
   bool boxed(Run& run, Frame& frame, Step const& step);
-  static bool maySet(Run const& run, Frame const& frame, Step const& step);
+  static bool maySet(Run const& run, Frame const& frame);
+  static void anythingMayHaveRun(Run& run);
   static void countSet(Run& run, Frame& frame, Step& step);
   Kel::Entity* counterpart(Run& run, Frame& frame, Kel::Entity& srcTarget);
 
   std::unordered_map<Kel::KelType const*, std::unique_ptr<Plan>> plans_;
 
-  // Where the targets of pointers lie in the destination, as long as nothing leaves a tree and the copy is the same.
-  struct Targets {
-    Kel::U64 departures = 0;
-    Kel::Entity const* handler = nullptr;
-    Kel::Entity const* dest = nullptr;
-    Kel::Entity const* src = nullptr;
-    bool operator==(Targets const&) const = default;
-  };
-  Targets targetsOf_;
+  // Where the targets of pointers lie in the destination, as long as nothing leaves a tree and the run is the same.
   std::unordered_map<Kel::Entity const*, Kel::Entity*> targets_;
+  Kel::U64 departures_ = 0;
 };
 
 }  // namespace Cli::Session
