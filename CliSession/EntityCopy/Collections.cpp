@@ -12,7 +12,7 @@ namespace Cli::Session {
 namespace {
 
 // A pointer key of the destination as its counterpart in the source: by path where it lies below the destination's
-// root, itself elsewhere. Null for an entity that has left its tree, or whose counterpart is not there.
+// root, itself elsewhere. Null for an entity that has left its tree, or is about to, or whose counterpart is not there.
 Kel::GenericIf::PtrConst sourceKey(EntityCopy const& ec, Kel::GenericIf::PtrConst const& destKey) {
   Kel::Ptr<Kel::Entity const> const key = entityConstOf(destKey);
   if (!key || !ec.src() || !ec.dest()) return destKey;
@@ -20,7 +20,9 @@ Kel::GenericIf::PtrConst sourceKey(EntityCopy const& ec, Kel::GenericIf::PtrCons
   Kel::String8 const relative = pathBelow(*ec.dest(), *key, &separator);
   if (relative.empty()) return key->parent() ? destKey : nullptr;
   Kel::String8 const fullName = ec.src()->fullName() + std::string_view(&separator, 1) + relative;
-  return Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity const>(entityInTree(*ec.src(), fullName)));
+  Kel::Ptr<Kel::Entity const> const found = entityInTree(*ec.src(), fullName);
+  if (!found || !outlivesRun(ec, *key, *found)) return nullptr;
+  return genericIf(found);
 }
 
 // Whether the destination's member may stay, as far as the source's member under the same key says.

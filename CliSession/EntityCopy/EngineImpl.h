@@ -66,6 +66,11 @@ bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<K
 void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr,
                       Kel::GenericIf::PtrConst const& srcIndex);
 
+// Whether an entity of the destination outlives the run as the counterpart of one of the source: neither it nor what
+// holds it has other constructor parameters, so that it would be deleted and made anew. A pointer to one that does not
+// waits for its successor.
+bool outlivesRun(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src);
+
 // Records a path in a session handler's `copied` trie.
 void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
 

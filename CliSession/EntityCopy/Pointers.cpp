@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
 
@@ -110,6 +111,28 @@ Kel::Ptr<Kel::Entity> EntityCopy::resolvePtr(Kel::Ptr<Kel::Entity const> const& 
   pendingAttrIs(record, true);
   Impl::of(*this).pending.emplace(Impl::PendingKey{dest.ptr(), attr.ptr()}, record);
   return nullptr;
+}
+
+namespace {
+
+bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
+  if (a.type() != b.type()) return false;
+  if (auto const paramsEqual = a.type()->paramsEqual()) return paramsEqual(a, b);
+  auto const aGif = genericIf(Kel::Ptr<Kel::Entity const>(&a)), bGif = genericIf(Kel::Ptr<Kel::Entity const>(&b));
+  for (Kel::KelArg const& arg : a.type()->ctorArgs()) {
+    Kel::AttributeId const id = aGif->attributeId(arg.name);
+    if (!valueTypeEqual(aGif->attribute(id), bGif->attribute(id))) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool outlivesRun(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src) {
+  Kel::Entity const *d = &dest, *s = &src;
+  for (; d && s && d != ec.dest().ptr() && s != ec.src().ptr(); d = d->parent(), s = s->parent())
+    if (!madeAlike(*d, *s)) return false;
+  return true;
 }
 
 namespace {

@@ -1,5 +1,7 @@
 // The handler of a whole session copy.
 #define KEL_SOURCE_NAME "CliSession"
+#include <typeinfo>
+
 #include "CliSession/CliSession.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
@@ -9,7 +11,10 @@ KEL_TRACE_MODULE("CliSession")
 
 namespace Cli::Session {
 
-bool EntityCopyGlobalSessionHandler::isPlainSessionHandler() const { return true; }
+// Not a derived one, of a model or in C++: it may override what the engine would do itself.
+bool EntityCopyGlobalSessionHandler::isPlainSessionHandler() const {
+  return typeid(*this) == typeid(EntityCopyGlobalSessionHandler);
+}
 
 void EntityCopyGlobalSessionHandler::postAttributeCopyChanged() {
   auto const head = postAttributeCopyIterator();
@@ -93,7 +98,8 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   char separator = '/';
   Kel::String8 const relative = ec->src() ? pathBelow(*ec->src(), *src, &separator) : Kel::String8();
   Kel::String8 destTargetFullName = srcFullName;
-  if (!relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative)) {
+  bool const internal = !relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative);
+  if (internal) {
     KEL_TRACE(9) << "Target is internal";
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
@@ -111,9 +117,10 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
     KEL_TRACE(9) << "destTargetFullName needs no translation (" << destTargetFullName << ")";
   else
     KEL_TRACE(9) << "destTargetFullName: " << destTargetFullName;
-  bool const exists = ec->dest() && !destTargetFullName.empty() &&
-                      entityInTree(*ec->dest(), Kel::EntityUriPath(destTargetFullName).path());
-  return PtrTarget(destTargetFullName, exists);
+  Kel::Ptr<Kel::Entity> found;
+  if (ec->dest() && !destTargetFullName.empty())
+    found = entityInTree(*ec->dest(), Kel::EntityUriPath(destTargetFullName).path());
+  return PtrTarget(destTargetFullName, found && (!internal || outlivesRun(*ec, *found, *src)));
 }
 
 }  // namespace Cli::Session

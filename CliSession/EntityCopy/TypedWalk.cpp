@@ -257,6 +257,7 @@ Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarg
   Kel::Entity* found = nullptr;
   if (run.inSessionRoot && !run.nestedRoots && isBelow(srcTarget, run.srcTop)) {
     found = standIn(srcTarget, run.srcTop, run.destTop);
+    if (found && !outlivesRun(run.ec, *found, srcTarget)) return nullptr;
   }
   if (!found) {
     frame.hold();
