@@ -1,0 +1,165 @@
+// A tree with a source and a destination, two session roots in each, and what lies outside.
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "CliSession/CliSession.h"
+#include "CliSession/Tree.h"
+#include "Kel/Dir.h"
+#include "Plant.h"
+#include "Zuk/Traces.h"
+
+namespace Tests {
+
+using Cli::Session::EntityCopy;
+
+// Everything that a log counts, as `editsBetween` writes it.
+inline Edits editsOf(Cli::Session::AttributeEditLog const& log) {
+  Edits edits;
+  for (auto it = log.attributeEditEntryIteratorConst(); it; ++it) {
+    auto const& edit = it.key();
+    for (auto path = it->pathCounterIterator(); path; ++path)
+      edits[std::string(edit.attributeType().view()) + "::" + std::string(edit.attributeName().view()) + " " +
+            std::string(stringValue(edit.editType()).view()) + " " + std::string(path.key().view())] = path.value();
+  }
+  return edits;
+}
+inline std::string textOf(Edits const& edits) {
+  std::string text;
+  for (auto const& [edit, count] : edits) text += edit + " x" + std::to_string(count) + "\n";
+  return text;
+}
+
+// A run, and what it found out.
+struct Outcome {
+  Edits edits;
+  bool stopped;      // a comparison found a difference
+  Kel::U32 pending;  // pointers that still wait
+};
+
+struct World {
+  Kel::Dir::Ptr root = Kel::dirFactory("");
+  Kel::Dir::Ptr src = Kel::Dir::Ptr(new Kel::Dir("src", root.ptr()));
+  Kel::Dir::Ptr dest = Kel::Dir::Ptr(new Kel::Dir("dest", root.ptr()));
+  Kel::Dir::Ptr outside = Kel::Dir::Ptr(new Kel::Dir("outside", root.ptr()));
+  Cli::Session::Status::Ptr status = Cli::Session::statusFactory("status");
+
+  explicit World(std::initializer_list<char const*> roots = {"hall", "sys/annex"}) {
+    status->initialize();
+    for (char const* path : roots) rootIs(path, "Plant::Hall");
+    status->doCreateSessionRoots(skeleton(), src);
+    status->doCreateSessionRoots(src, dest);
+    outside->newEntity("Plant::Bolt", "stranger");
+    outside->newEntity("Plant::Hall", "foreign");
+    src->newEntity("Plant::Bolt", "loose");  // in the source, but below no session root
+  }
+
+  void rootIs(char const* path, char const* typeName) {
+    Kel::Ptr<Zuk::PrefixTrieState> const state = Zuk::prefixTrieStateFactory();
+    state->pTypenameIs(typeName);
+    status->rootIs(path, true);
+    status->rootTrie()->prefixIs(path, state);
+  }
+  // Makes another directory with empty session roots.
+  Kel::Dir::Ptr dir(char const* name) {
+    Kel::Dir::Ptr const made(new Kel::Dir(name, root.ptr()));
+    status->doCreateSessionRoots(src, made);
+    return made;
+  }
+  static Kel::Ptr<Plant::Hall> hall(Kel::Dir::Ptr const& in, char const* path = "hall") {
+    return Kel::ptrCast<Plant::Hall>(in->entity(path));
+  }
+
+  // Fills both roots of a directory; pointers stay among them, what is outside, and the loose bolt.
+  std::vector<Kel::Entity*> targets(Kel::Dir::Ptr const& in) const {
+    std::vector<Kel::Entity*> all{outside->entityRef("stranger").ptr(), outside->entityRef("foreign").ptr(),
+                                  src->entityRef("loose").ptr()};
+    for (auto it = status->rootIterator(); it; ++it)
+      for (Kel::Entity* e : entitiesOf(*in->entity(it.key())))
+        // The members of a queue have other indices elsewhere: a path does not tell their counterparts.
+        if (e->fullName().pos(".job/") == Kel::String8::npos) all.push_back(e);
+    return all;
+  }
+  void fill(Kel::Dir::Ptr const& in, Generator& generator, int depth = 2) {
+    for (auto it = status->rootIterator(); it; ++it) generator.fill(*in->entity(it.key()), depth);
+    for (auto it = status->rootIterator(); it; ++it) generator.point(*in->entity(it.key()), targets(in));
+  }
+  void mutate(Kel::Dir::Ptr const& in, Generator& generator, int times) {
+    for (int i = 0; i < times; ++i)
+      for (auto it = status->rootIterator(); it; ++it) generator.mutate(*in->entity(it.key()), targets(in));
+    for (auto it = status->rootIterator(); it; ++it) dropOrphans(*in->entity(it.key()));
+  }
+  // The session roots of a directory.
+  Scope scope(Kel::Dir::Ptr const& in) const {
+    Scope made{*in, {}};
+    for (auto it = status->rootIterator(); it; ++it)
+      if (EntityPtr const e = in->entity(it.key())) made.roots.push_back(e.ptr());
+    return made;
+  }
+  std::string dump(Kel::Dir::Ptr const& in) const {
+    std::string text;
+    Scope const all = scope(in);
+    for (Kel::Entity const* e : all.roots) text += Tests::dump(*e, all);
+    return text;
+  }
+  Edits edits(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from) const {
+    Edits all;
+    Scope const destScope = scope(to), srcScope = scope(from);
+    for (auto it = status->rootIterator(); it; ++it)
+      for (auto const& [edit, count] :
+           editsBetween(*to->entity(it.key()), destScope, *from->entity(it.key()), srcScope))
+        all[edit] += count;
+    return all;
+  }
+
+  Kel::Ptr<Cli::Session::EntityCopyGlobalSessionHandler> handler() const {
+    auto const made = Cli::Session::entityCopyGlobalSessionHandlerFactory();
+    made->sessionStatusIs(status);
+    return made;
+  }
+  // A copy that has everything but its destination, whose setting runs it.
+  EntityCopy::Ptr copyFrom(Kel::Dir::Ptr const& from, bool compare = false) const {
+    EntityCopy::Ptr const ec = Cli::Session::entityCopyFactory();
+    ec->stopAtFirstDiffIs(compare);
+    ec->handlerIs(handler());
+    ec->attributeEditLogIs(Cli::Session::attributeEditLogFactory());
+    for (auto it = status->rootIterator(); it; ++it)
+      if (EntityPtrConst const srcRoot = Kel::Dir::PtrConst(from)->entity(it.key())) ec->srcCopyRootIs(srcRoot, true);
+    ec->srcIs(from);
+    return ec;
+  }
+  Outcome run(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from, bool compare = false) const {
+    EntityCopy::Ptr const ec = copyFrom(from, compare);
+    ec->destIs(to);
+    return {editsOf(*ec->attributeEditLog()), ec->stop(), ec->pendingAttrs()};
+  }
+  Outcome copy() const { return run(dest, src); }
+  // Whether a comparison finds a difference.
+  bool differs(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from) const { return run(to, from, true).stopped; }
+
+ private:
+  // A source to make the source's own roots from: one that has nothing says so on standard error.
+  Kel::Dir::Ptr skeleton() {
+    Kel::Dir::Ptr const top = Kel::dirFactory("");
+    for (auto it = status->rootIterator(); it; ++it) {
+      Kel::Dir* at = top.ptr();
+      std::string_view rest = it.key();
+      for (std::size_t end; (end = rest.find('/')) != std::string_view::npos; rest.remove_prefix(end + 1)) {
+        Kel::Name const name(rest.substr(0, end));
+        EntityPtr next = at->entityRef(name);
+        if (!next) next = at->newEntity("Kel::Dir", name);
+        at = static_cast<Kel::Dir*>(next.ptr());
+      }
+      at->newEntity("Plant::Hall", Kel::Name(rest));
+    }
+    return top;
+  }
+};
+
+// While it lives the engine takes the road that shows each step.
+struct BoxedRoad : Traces {
+  BoxedRoad() : Traces("EntityCopyUtils", 1u << 0) {}
+};
+
+}  // namespace Tests
