@@ -4,11 +4,11 @@ top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 say() { printf '%s\n' "$*" >&2; }
 
-# Installs the packages that are not there.
+# Installs the packages of some groups ('build' unless others are named) that are not there.
 install_packages() {
-  local missing=()
-  local package
-  while read -r package; do
+  local missing=() group package
+  while read -r group package; do
+    [[ " ${*:-build} " == *" $group "* ]] || continue
     dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
   done < <(grep -v '^#' "$top/scripts/packages.txt")
   [ ${#missing[@]} -eq 0 ] && return

@@ -1,5 +1,8 @@
 #include "examples/config_db/Json.h"
 
+#include <algorithm>
+#include <iterator>
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 #include <utility>
 
@@ -25,254 +28,158 @@ char const* kindName(JsonValue::Kind kind) {
 
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-// The length of the well-formed UTF-8 sequence that `text` begins with; 0 when it is none.
-std::size_t utf8Length(std::string_view text) {
-  auto const byte = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
-  unsigned const first = byte(0);
-  if (first < 0x80) return 1;
-  std::size_t const length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-  if (first < 0xc2 || first > 0xf4) return 0;
-  // What the first byte leaves to the second: no overlong forms, no surrogates, nothing above U+10FFFF.
-  unsigned const low = first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
-  unsigned const high = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
-  if (byte(1) < low || byte(1) > high) return 0;
-  for (std::size_t i = 2; i < length; ++i)
-    if (byte(i) < 0x80 || byte(i) > 0xbf) return 0;
-  return length;
-}
-
-void appendUtf8(std::string& out, unsigned code) {
-  auto const add = [&](unsigned byte) { out += static_cast<char>(byte); };
-  if (code < 0x80) return add(code);
-  if (code < 0x800) {
-    add(0xc0 | code >> 6);
-  } else {
-    if (code < 0x10000) {
-      add(0xe0 | code >> 12);
-    } else {
-      add(0xf0 | code >> 18);
-      add(0x80 | (code >> 12 & 0x3f));
-    }
-    add(0x80 | (code >> 6 & 0x3f));
-  }
-  add(0x80 | (code & 0x3f));
-}
-
-class Parser {
+// Feeds the parser and knows how far it has read: the parser itself says where it is in errors only.
+class CountingIterator {
  public:
-  Parser(std::string_view text, JsonLimits const& limits) : text_(text), limits_(limits) {}
+  using iterator_category = std::input_iterator_tag;
+  using value_type = char;
+  using difference_type = std::ptrdiff_t;
+  using pointer = char const*;
+  using reference = char const&;
 
-  JsonDocument document() {
-    if (text_.substr(0, 3) == "\xef\xbb\xbf") at_ = lineStart_ = 3;
-    value(document_.value);
-    skipBlanks();
-    if (at_ < text_.size()) fail("text after the end of the value");
+  CountingIterator(char const* at, char const** reached) : at_(at), reached_(reached) {}
+  char const& operator*() const { return *at_; }
+  CountingIterator& operator++() {
+    *reached_ = ++at_;
+    return *this;
+  }
+  bool operator==(CountingIterator const& o) const { return at_ == o.at_; }
+  bool operator!=(CountingIterator const& o) const { return at_ != o.at_; }
+
+ private:
+  char const* at_;
+  char const** reached_;
+};
+
+// Takes what the parser finds, event by event.
+class Builder final : public nlohmann::json_sax<nlohmann::json> {
+ public:
+  Builder(std::string_view text, JsonLimits const& limits) : text_(text), limits_(limits) {
+    if (text_.substr(0, 3) == "\xef\xbb\xbf") last_ = lineStart_ = 3;
+  }
+
+  JsonDocument build() {
+    reached_ = text_.data();
+    char const* const end = text_.data() + text_.size();
+    nlohmann::json::sax_parse(CountingIterator(text_.data(), &reached_), CountingIterator(end, &reached_), this);
     return std::move(document_);
   }
 
- private:
-  JsonPlace here() const { return {line_, at_ - lineStart_ + 1}; }
-  [[noreturn]] void fail(std::string const& what) const { throw JsonError(here(), what); }
-  char peek() const { return at_ < text_.size() ? text_[at_] : '\0'; }
-
-  void skipBlanks() {
-    for (; at_ < text_.size(); ++at_) {
-      char const c = text_[at_];
-      if (c == '\n') {
-        ++line_;
-        lineStart_ = at_ + 1;
-      } else if (c != ' ' && c != '\t' && c != '\r') {
-        return;
-      }
-    }
+  bool null() override { return scalar(JsonValue::Kind::null, "null"); }
+  bool boolean(bool v) override { return scalar(JsonValue::Kind::boolean, v ? "true" : "false"); }
+  bool number_integer(number_integer_t v) override { return scalar(JsonValue::Kind::number, std::to_string(v)); }
+  bool number_unsigned(number_unsigned_t v) override { return scalar(JsonValue::Kind::number, std::to_string(v)); }
+  bool number_float(number_float_t, string_t const& literal) override {
+    return scalar(JsonValue::Kind::number, literal);
   }
+  bool string(string_t& v) override { return scalar(JsonValue::Kind::string, std::move(v)); }
+  bool binary(binary_t&) override { return false; }
 
-  bool take(char c) {
-    skipBlanks();
-    if (at_ >= text_.size() || text_[at_] != c) return false;
-    ++at_;
+  bool start_object(std::size_t) override { return open(JsonValue::Kind::object); }
+  bool start_array(std::size_t) override { return open(JsonValue::Kind::array); }
+  bool end_object() override { return close(); }
+  bool end_array() override { return close(); }
+
+  // A name that is there already keeps its position and gets the later value.
+  bool key(string_t& name) override {
+    JsonPlace const place = nextPlace();
+    Open& top = open_.back();
+    auto const [found, added] = top.index.emplace(name, top.value->members.size());
+    if (added) {
+      top.value->members.push_back({name, JsonValue()});
+    } else {
+      top.value->members[found->second].value = JsonValue();
+      document_.duplicates.push_back({pathTo(name), place});
+    }
+    member_ = &top.value->members[found->second].value;
+    top.name = std::move(name);
     return true;
   }
 
-  void expect(char c, char const* what) {
-    if (!take(c)) fail(at_ < text_.size() ? std::string(what) + " expected" : "the text ends too early");
+  bool parse_error(std::size_t position, std::string const&, nlohmann::json::exception const& e) override {
+    std::string what = e.what();
+    // Behind the library's own prefix and its words for the place.
+    if (std::size_t const column = what.find("column "); column != std::string::npos)
+      if (std::size_t const colon = what.find(": ", column); colon != std::string::npos) what.erase(0, colon + 2);
+    throw JsonError(placeOf(position == 0 ? 0 : position - 1), what);
   }
 
-  void value(JsonValue& out) {
-    skipBlanks();
-    out.place = here();
-    if (++values_ > limits_.values) fail("more than " + std::to_string(limits_.values) + " values");
-    switch (peek()) {
-      case '{': return object(out);
-      case '[': return array(out);
-      case '"': return string(out);
-      case 't': return literal(out, JsonValue::Kind::boolean, "true");
-      case 'f': return literal(out, JsonValue::Kind::boolean, "false");
-      case 'n': return literal(out, JsonValue::Kind::null, "null");
-      default: return number(out);
-    }
-  }
-
-  void enter() {
-    if (++depth_ > limits_.depth) fail("nested deeper than " + std::to_string(limits_.depth) + " levels");
-    ++at_;
-  }
-
-  void object(JsonValue& out) {
-    enter();
-    out.kind = JsonValue::Kind::object;
+ private:
+  struct Open {
+    JsonValue* value;
     std::unordered_map<std::string, std::size_t> index;
-    if (!take('}')) {
-      do {
-        member(out, index);
-      } while (take(','));
-      expect('}', "',' or '}'");
+    std::string name;  // of the member that is being read
+  };
+
+  JsonPlace placeOf(std::size_t at) {
+    at = std::min(at, text_.size());
+    for (; counted_ < at; ++counted_) {
+      if (text_[counted_] != '\n') continue;
+      ++line_;
+      lineStart_ = counted_ + 1;
     }
-    --depth_;
+    return {line_, at - std::min(at, lineStart_) + 1};
   }
 
-  // A name that is there already keeps its position and gets the later value.
-  void member(JsonValue& out, std::unordered_map<std::string, std::size_t>& index) {
-    skipBlanks();
-    JsonPlace const place = here();
-    if (peek() != '"') fail(at_ < text_.size() ? "a member name in quotes expected" : "the text ends too early");
-    std::string name = characters();
-    path_.push_back(name);
-    auto const [found, added] = index.emplace(name, out.members.size());
-    if (!added) document_.duplicates.push_back({path_, place});
-    expect(':', "':'");
-    JsonValue read;
-    value(read);
-    path_.pop_back();
-    if (added)
-      out.members.push_back({std::move(name), std::move(read)});
-    else
-      out.members[found->second].value = std::move(read);
+  // Where the token that was just read begins: behind the last one, after blanks and separators.
+  JsonPlace nextPlace() {
+    std::size_t const start = text_.find_first_not_of(" \t\r\n,:", last_);
+    last_ = static_cast<std::size_t>(reached_ - text_.data());
+    return placeOf(std::min(start, last_));
   }
 
-  void array(JsonValue& out) {
-    enter();
-    out.kind = JsonValue::Kind::array;
-    if (!take(']')) {
-      do {
-        value(out.items.emplace_back());
-      } while (take(','));
-      expect(']', "',' or ']'");
+  std::vector<std::string> pathTo(std::string const& name) const {
+    std::vector<std::string> path;
+    for (std::size_t i = 0; i + 1 < open_.size(); ++i)
+      if (open_[i].value->isObject()) path.push_back(open_[i].name);
+    path.push_back(name);
+    return path;
+  }
+
+  // The place in the document for the next value.
+  JsonValue& next(JsonValue::Kind kind) {
+    JsonPlace const place = nextPlace();
+    if (++values_ > limits_.values) throw JsonError(place, "more than " + std::to_string(limits_.values) + " values");
+    JsonValue* value = &document_.value;
+    if (!open_.empty()) {
+      Open& top = open_.back();
+      value = top.value->isObject() ? member_ : &top.value->items.emplace_back();
     }
-    --depth_;
+    value->kind = kind;
+    value->place = place;
+    return *value;
   }
 
-  void string(JsonValue& out) {
-    out.kind = JsonValue::Kind::string;
-    out.text = characters();
+  bool scalar(JsonValue::Kind kind, std::string text) {
+    next(kind).text = std::move(text);
+    return true;
   }
 
-  std::string characters() {
-    std::string out;
-    for (++at_; peek() != '"';) {
-      if (at_ >= text_.size()) fail("the text ends within a string");
-      if (static_cast<unsigned char>(text_[at_]) < 0x20) fail("a control character within a string");
-      if (text_[at_] == '\\') {
-        escape(out);
-        continue;
-      }
-      std::size_t const length = utf8Length(text_.substr(at_));
-      if (length == 0) fail("bytes that are no UTF-8");
-      out += text_.substr(at_, length);
-      at_ += length;
-    }
-    ++at_;
-    return out;
+  bool open(JsonValue::Kind kind) {
+    JsonValue& value = next(kind);
+    if (open_.size() >= limits_.depth)
+      throw JsonError(value.place, "nested deeper than " + std::to_string(limits_.depth) + " levels");
+    open_.push_back({&value, {}, {}});
+    return true;
   }
 
-  void escape(std::string& out) {
-    constexpr std::string_view names = "\"\\/bfnrt";
-    constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
-    ++at_;
-    if (peek() == 'u') return appendUtf8(out, escapedCode());
-    std::size_t const i = peek() ? names.find(peek()) : std::string_view::npos;
-    if (i == std::string_view::npos) fail("an unknown escape");
-    out += meanings[i];
-    ++at_;
-  }
-
-  unsigned escapedCode() {
-    unsigned const high = hexUnit();
-    if (high < 0xd800 || high > 0xdfff) return high;
-    unsigned low = 0;
-    if (high < 0xdc00 && text_.substr(at_, 2) == "\\u") {
-      ++at_;
-      low = hexUnit();
-    }
-    if (low < 0xdc00 || low > 0xdfff) fail("half a surrogate pair");
-    return 0x10000 + ((high - 0xd800) << 10) + (low - 0xdc00);
-  }
-
-  // On the 'u' of an escape; leaves the four digits behind.
-  unsigned hexUnit() {
-    unsigned code = 0;
-    for (int i = 0; i < 4; ++i) {
-      ++at_;
-      char const c = peek();
-      char const lower = static_cast<char>(c | 0x20);
-      bool const letter = lower >= 'a' && lower <= 'f';
-      if (!isDigit(c) && !letter) fail("four hexadecimal digits expected");
-      code = code * 16 + static_cast<unsigned>(letter ? lower - 'a' + 10 : c - '0');
-    }
-    ++at_;
-    return code;
-  }
-
-  void literal(JsonValue& out, JsonValue::Kind kind, std::string_view word) {
-    if (text_.substr(at_, word.size()) != word) fail("a value expected");
-    out.kind = kind;
-    out.text = word;
-    at_ += word.size();
-  }
-
-  void digits() {
-    if (!isDigit(peek())) fail("a digit expected");
-    while (isDigit(peek())) ++at_;
-  }
-
-  void number(JsonValue& out) {
-    if (at_ >= text_.size()) fail("the text ends too early");
-    std::size_t const begin = at_;
-    if (peek() == '-') ++at_;
-    if (at_ == begin && !isDigit(peek())) fail("a value expected");
-    if (peek() == '0') {
-      ++at_;
-    } else {
-      digits();
-    }
-    if (peek() == '.') {
-      ++at_;
-      digits();
-    }
-    if (peek() == 'e' || peek() == 'E') {
-      ++at_;
-      if (peek() == '+' || peek() == '-') ++at_;
-      digits();
-    }
-    out.kind = JsonValue::Kind::number;
-    out.text = text_.substr(begin, at_ - begin);
+  bool close() {
+    last_ = static_cast<std::size_t>(reached_ - text_.data());
+    open_.pop_back();
+    return true;
   }
 
   std::string_view text_;
   JsonLimits const limits_;
-  std::size_t at_ = 0;
-  std::size_t line_ = 1;
-  std::size_t lineStart_ = 0;
-  std::size_t depth_ = 0;
-  std::size_t values_ = 0;
-  std::vector<std::string> path_;
+  char const* reached_ = nullptr;
+  std::size_t last_ = 0, counted_ = 0, line_ = 1, lineStart_ = 0, values_ = 0;
+  std::vector<Open> open_;  // no value moves while something in it is open
+  JsonValue* member_ = nullptr;
   JsonDocument document_;
 };
 
 }  // namespace
 
-JsonDocument parseJson(std::string_view text, JsonLimits const& limits) { return Parser(text, limits).document(); }
+JsonDocument parseJson(std::string_view text, JsonLimits const& limits) { return Builder(text, limits).build(); }
 
 }  // namespace ConfigDb
