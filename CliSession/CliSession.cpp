@@ -158,7 +158,8 @@ void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
 // Deletes a root that an earlier copy filled and that the source no longer has, so that it is made afresh, empty.
 void deleteRoot(Kel::Ptr<Kel::Dir> const& dir, Kel::String const& path) {
   Kel::Ptr<Kel::Entity> const root = dir->entity(path);
-  if (root && root->parent()) static_cast<Kel::Dir*>(root->parent())->entryDel(root->name());
+  // A path with a "." in it may have led past the directories.
+  if (auto* const parent = root ? dynamic_cast<Kel::Dir*>(root->parent()) : nullptr) parent->entryDel(root->name());
 }
 
 char const* const replaceSignature =

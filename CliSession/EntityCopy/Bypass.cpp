@@ -69,12 +69,12 @@ Kel::Ptr<Kel::Entity> ownedEntity(Kel::GenericIf::PtrConst const& value, Attribu
 bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec,
                                  Kel::String path, Kel::GenericIf::PtrConst const& value) {
   if (!aeBypass) return false;
-  KEL_TRACE(5) << aeBypass->attributeEdit().attributeName() << " in attributeEditBypassTable";
+  KEL_TRACE(3) << aeBypass->attributeEdit().attributeName() << " in attributeEditBypassTable";
   if (!covers(*aeBypass, path)) return false;
   Kel::Ptr<Kel::Entity> const dying = ownedEntity(value, aeBypass->attributeEdit());
   if (!dying || !aeBypass->defaultEnt()) return true;
   KEL_ASSERT(aeBypass->attributeEdit().editType() == AttributeEditType::del_);
-  KEL_TRACE(5) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
+  KEL_TRACE(3) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
   return holdsDefaultsOnly(*aeBypass, *ec, dying);
 }
 

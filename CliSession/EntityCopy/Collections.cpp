@@ -44,7 +44,12 @@ bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Ke
   Kel::KelType const* keyType = attr->keyType();
   KEL_TRACE(3) << "Key is of type " << keyType->name() << " (internal=" << keyType->isEntity()
                << ", pointer=" << attr->keyIsPtr() << ")";
-  if (!attr->keyIsPtr()) checkValueType(*keyType);
+  if (!attr->keyIsPtr()) {
+    KEL_TRACE(4) << "checkValue: " << attr->name();
+    checkValueType(*keyType);
+  }
+  // Every member that the source has now will be met again.
+  if (pendingAttrs() > 0) supersedePending(*this, *dest, *attr);
 
   bool differs = false;
   Kel::U32 deleted = 0, examined = 0;
@@ -98,24 +103,20 @@ bool EntityCopy::doCopyCollectionMember(Kel::Ptr<Kel::Entity> const& dest, Kel::
     return changed;
   }
   KEL_TRACE(3) << "Member is not a value";
+  Kel::GenericIf::Ptr const destGif = genericIf(dest);
+  Kel::AttributeId const destId = destAttribute(*dest, *attr).id();
+  Kel::GenericIf::Ptr destMember = destGif->attribute(destId, index);
+  KEL_TRACE(3) << (destMember ? "Member exists in dest" : "Member does not exist in dest");
   if (attr->isPtr()) {
     KEL_TRACE(3) << srcMember << " is a pointer, copying target";
     bool const changed = copyPtrMember(*this, dest, src, path, attr, srcIndex, index);
     if (!stop()) KEL_TRACE(3) << "Collection is not instantiating";
     return changed;
   }
-  Kel::GenericIf::Ptr const destGif = genericIf(dest);
-  Kel::AttributeId const destId = destAttribute(*dest, *attr).id();
-  Kel::GenericIf::Ptr destMember = destGif->attribute(destId, index);
+  if (destMember) KEL_TRACE(3) << "Collection is instantiating";
   ParamList const params(new Kel::GenericIf::List);
   bool const create = constructorParams(entityConstOf(destMember), entityConstOf(srcMember), *attr, params);
-  if (!destMember) {
-    KEL_TRACE(3) << "Member does not exist in dest";
-  } else {
-    KEL_TRACE(3) << "Member exists in dest";
-    KEL_TRACE(3) << "Collection is instantiating";
-    KEL_TRACE(3) << (create ? "Constructor parameters changed" : "Constructor parameters did not change");
-  }
+  if (destMember) KEL_TRACE(3) << (create ? "Constructor parameters changed" : "Constructor parameters did not change");
   KEL_TRACE(3) << "Collection is instantiating, processing member";
   bool changed = false;
   if (create) {
@@ -137,13 +138,6 @@ bool EntityCopy::doCopyCollectionMember(Kel::Ptr<Kel::Entity> const& dest, Kel::
 
 namespace {
 
-// The member that an append has just made.
-Kel::GenericIf::Ptr newestMember(Kel::Ptr<Kel::Entity> const& dest, Kel::AttributeId id) {
-  Kel::GenericIf::Ptr newest;
-  for (auto it = genericIf(dest)->attributeIterator(id); it; ++it) newest = it.obj();
-  return newest;
-}
-
 // Everything that the two halves of a queue's copy share.
 struct QueueCopy {
   EntityCopy& ec;
@@ -152,19 +146,30 @@ struct QueueCopy {
   Kel::Ptr<Kel::KelAttr const> const& attr;
   Kel::AttributeId destId;
   bool entities;
+  Kel::GenericIf::PtrConst last;  // the key of the last member that stays
 
-  // Appends one member; false when the engine is to stop.
+  // Appends one member; answers whether that is a difference.
   bool append(Kel::GenericIf::PtrConst const& srcMember) {
-    if (!entities) {
-      ec.attributeAdd(dest, attr, srcMember);
-      return !ec.stop();
-    }
+    if (!entities) return ec.attributeAdd(dest, attr, srcMember);
     ParamList const params(new Kel::GenericIf::List);
     constructorParams(entityConstOf(srcMember), *attr, params);
-    ec.attributeAdd(dest, attr, Kel::GenericIf::List::genericIf(params));
-    if (ec.stop()) return false;
-    if (!ec.stopAtFirstDiff()) ec.handleEntity(newestMember(dest, destId), srcMember, attr, path);
-    return !ec.stop();
+    bool const differs = ec.attributeAdd(dest, attr, Kel::GenericIf::List::genericIf(params));
+    if (!ec.stopAtFirstDiff()) ec.handleEntity(newestMember(), srcMember, attr, path);
+    return differs;
+  }
+
+ private:
+  // The member that an append has just made.
+  Kel::GenericIf::Ptr newestMember() {
+    Kel::GenericIf::Ptr const gif = genericIf(dest);
+    auto it = last ? gif->attributeIteratorKey(destId, last) : gif->attributeIterator(destId);
+    if (!it) it = gif->attributeIterator(destId);  // somebody has deleted what stood there
+    Kel::GenericIf::Ptr newest;
+    for (; it; ++it) {
+      newest = it.obj();
+      last = it.key();
+    }
+    return newest;
   }
 };
 
@@ -175,7 +180,7 @@ bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::En
   KEL_TRACE(2) << "doCopyQueue: " << attr->name();
   bool const entities = attr->type()->isEntity();
   if (!entities) checkValue(*attr);
-  QueueCopy copy{*this, dest, path, attr, destAttribute(*dest, *attr).id(), entities};
+  QueueCopy copy{*this, dest, path, attr, destAttribute(*dest, *attr).id(), entities, nullptr};
   auto srcIt = genericIf(src)->attributeIteratorConst(attr->id());
   auto destIt = genericIf(dest)->attributeIterator(copy.destId);
   bool differs = false;
@@ -185,6 +190,7 @@ bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::En
     if (attrEqual(*attr, destMember, srcMember)) {
       if (entities) differs |= handleEntity(destMember, srcMember, attr, path);
       if (stop()) return differs;
+      copy.last = destIt.key();
       ++srcIt;
     } else {
       differs |= attributeDel(dest, attr, destIt.key());
@@ -197,8 +203,8 @@ bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::En
     if (stop()) return true;
   }
   for (; srcIt; ++srcIt) {
-    if (!copy.append(srcIt.obj())) return true;
-    differs = true;
+    differs |= copy.append(srcIt.obj());
+    if (stop()) return true;
   }
   return differs;
 }

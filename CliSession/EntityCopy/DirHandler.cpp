@@ -48,9 +48,10 @@ class DirCopy {
       if (!destState || !destState->entityPtr())
         if (!record(AttributeEditType::set_, it.ptr())) return false;
       KEL_TRACE(9) << "Creating entityPtr " << it.key() << " in " << dirName();
-      // A child that a comparison would have to make is not descended into.
+      // A child that a comparison would have to make, or make anew, is not descended into.
+      bool const sameType = destState && destState->entityTypeName() == it->entityTypeName();
       Kel::Ptr<Kel::Entity> const destChild =
-          ec_.stopAtFirstDiff() ? (destState ? destState->entityPtr() : nullptr) : dest_.entityRef(it.key());
+          ec_.stopAtFirstDiff() ? (sameType ? destState->entityPtr() : nullptr) : dest_.entityRef(it.key());
       if (destChild) differs |= ec_.doCopyEntity(destChild, srcChild, path + "/" + it.key());
       if (ec_.stop()) return false;
     }

@@ -21,7 +21,7 @@ void dropAnonymousPending(EntityCopy& ec) {
   if (!ec.stopAtFirstDiff()) return;
   for (auto it = ec.pendingAttrIterator(); it; ++it) {
     Kel::Ptr<AttributeCopy> const record = it.key();
-    if (record->destValueFullName().empty() && record->destIndexFullName().empty()) ec.pendingAttrDel(record);
+    if (record->destValueFullName().empty() && record->destIndexFullName().empty()) forgetPending(ec, record);
   }
 }
 
@@ -31,9 +31,9 @@ struct RunEnd {
 };
 
 // Where a copy root's counterpart lies; empty for what is not below the source.
-Kel::String8 counterpartName(EntityCopy const& ec, Kel::Entity const& srcRoot) {
+Kel::String8 counterpartName(EntityCopy const& ec, Kel::Ptr<Kel::Entity const> const& srcRoot) {
   char separator = 0;
-  Kel::String8 const relative = pathBelow(*ec.src(), srcRoot, &separator);
+  Kel::String8 const relative = srcRoot ? pathBelow(*ec.src(), *srcRoot, &separator) : Kel::String8();
   if (relative.empty()) return {};
   return ec.dest()->fullName() + std::string_view(&separator, 1) + relative;
 }
@@ -69,8 +69,8 @@ void EntityCopy::handleCopyRoots() {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";
     for (auto it = srcCopyRootIterator(); it; ++it) {
       Kel::Ptr<Kel::Entity const> const srcRoot = it.key();
-      KEL_TRACE(1) << "srcCopyRoot: " << srcRoot->fullName();
-      Kel::String8 const destFullName = counterpartName(*this, *srcRoot);
+      KEL_TRACE(1) << "srcCopyRoot: " << srcRoot;
+      Kel::String8 const destFullName = counterpartName(*this, srcRoot);
       KEL_ASSERT_TEXT(!destFullName.empty(), "destFullName");
       KEL_TRACE(1) << "Root in dest: " << destFullName;
       Kel::Ptr<Kel::Entity> const destRoot = entityInTree(*dest(), destFullName);

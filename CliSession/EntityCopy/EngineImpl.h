@@ -65,13 +65,18 @@ bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<K
 // Forgets what was deferred for the same place: there is one record per destination, attribute and index.
 void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr,
                       Kel::GenericIf::PtrConst const& srcIndex);
+// The same for all members of a collection.
+void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr);
+// Forgets one record.
+void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record);
 
 // Whether an entity of the destination outlives the run as the counterpart of one of the source: neither it nor what
 // holds it has other constructor parameters, so that it would be deleted and made anew. A pointer to one that does not
 // waits for its successor.
 bool outlivesRun(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src);
 
-// Records a path in a session handler's `copied` trie.
+// Records a path in a session handler's `copied` trie. A "*" is a wildcard to a trie: what has one is simply not
+// marked.
 void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
 
 // `addAttributeEditBypassEntry`, and whether the edit counts as a difference: a bypassed one does not.

@@ -36,9 +36,14 @@ void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr cons
   }
 }
 
-namespace {
+void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr) {
+  EntityCopy::Impl& impl = EntityCopy::Impl::of(ec);
+  auto const [begin, end] = impl.pending.equal_range({&dest, &attr});
+  for (auto it = begin; it != end; ++it) ec.pendingAttrDel(it->second);
+  impl.pending.erase(begin, end);
+}
 
-void forget(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
+void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
   EntityCopy::Impl& impl = EntityCopy::Impl::of(ec);
   auto [it, end] = impl.pending.equal_range({record->dest().ptr(), record->attribute().ptr()});
   for (; it != end; ++it) {
@@ -49,6 +54,8 @@ void forget(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
   }
   ec.pendingAttrDel(record);
 }
+
+namespace {
 
 bool sameTree(Kel::Entity const& a, Kel::Entity const& b) { return a.root() == b.root(); }
 
@@ -161,7 +168,7 @@ void setDeferred(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record, Kel::Ptr
     if (ec.stop()) return;
     KEL_TRACE(3) << "Deferred target " << record->destValueFullName() << " set";
   }
-  forget(ec, record);
+  forgetPending(ec, record);
 }
 
 }  // namespace
@@ -173,8 +180,8 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     Kel::Ptr<AttributeCopy> const record = it.key();
     bool const isKey = !record->destIndexFullName().empty();
     Kel::String8 const& name = isKey ? record->destIndexFullName() : record->destValueFullName();
-    if (!dest() || !sameTree(*record->dest(), *dest())) {
-      forget(*this, record);  // what was to be set has left its tree
+    if (!dest() || !record->dest() || !sameTree(*record->dest(), *dest())) {
+      forgetPending(*this, record);  // what was to be set has left its tree
       continue;
     }
     KEL_TRACE(3) << (isKey ? "Looking for deferred target key " : "Looking for deferred target ") << name;

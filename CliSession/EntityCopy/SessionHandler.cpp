@@ -22,11 +22,24 @@ void EntityCopyGlobalSessionHandler::postAttributeCopyChanged() {
 }
 
 void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path) {
-  // A "*" in the last component is no path that a trie could hold; what has it is simply not marked.
-  if (path.empty() || path.view().substr(path.view().find_last_of("/.") + 1).find('*') != std::string_view::npos)
-    return;
+  if (path.empty() || path.pos('*') != Kel::String8::npos) return;
   Kel::validPtr(handler.copied())->prefixIs(path, Zuk::prefixTrieStateFactory());
 }
+
+namespace {
+
+// Whether a path, or what it lies below, was marked. Marks hold no "*", so that a path with one lies below a mark when
+// what stands before the component with the "*" does.
+bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
+  std::string_view text = path;
+  if (std::size_t const star = text.find('*'); star != std::string_view::npos) {
+    std::size_t const component = text.substr(0, star).find_last_of("/.");
+    text = text.substr(0, component == std::string_view::npos ? 0 : component);
+  }
+  return !text.empty() && copied.hasPrefix(text);
+}
+
+}  // namespace
 
 bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                                   Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
@@ -39,7 +52,7 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
   bool result = false;
   if (src) {
     if (!copied()) newCopied("entity");
-    if (copied()->hasPrefix(path)) {
+    if (wasCopied(*copied(), path)) {
       KEL_TRACE(8) << "handleEntity() skipping " << path;
       return false;
     }
@@ -100,23 +113,23 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   Kel::String8 destTargetFullName = srcFullName;
   bool const internal = !relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative);
   if (internal) {
-    KEL_TRACE(9) << "Target is internal";
+    KEL_TRACE(3) << "Target is internal";
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
     destTargetFullName = ec->dest()->fullName() + std::string_view(&separator, 1) + relative;
     ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator);
   } else {
-    KEL_TRACE(9) << "Target is external or already pointing to dest";
+    KEL_TRACE(3) << "Target is external or already pointing to dest";
     if (externalDest()) {
-      KEL_TRACE(9) << "Destination for external pointers is set to " << externalDest()->fullName();
+      KEL_TRACE(3) << "Destination for external pointers is set to " << externalDest()->fullName();
       if (!relative.empty())
         destTargetFullName = externalDest()->fullName() + std::string_view(&separator, 1) + relative;
     }
   }
   if (destTargetFullName == srcFullName)
-    KEL_TRACE(9) << "destTargetFullName needs no translation (" << destTargetFullName << ")";
+    KEL_TRACE(3) << "destTargetFullName needs no translation (" << destTargetFullName << ")";
   else
-    KEL_TRACE(9) << "destTargetFullName: " << destTargetFullName;
+    KEL_TRACE(3) << "destTargetFullName: " << destTargetFullName;
   Kel::Ptr<Kel::Entity> found;
   if (ec->dest() && !destTargetFullName.empty())
     found = entityInTree(*ec->dest(), Kel::EntityUriPath(destTargetFullName).path());
