@@ -182,14 +182,14 @@ Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, Kel::String const
   return Kel::validPtr(Kel::ptrCast<Kel::Dir>(Kel::validPtr(dir)->entityRef(sessionName))).handle();
 }
 
-char const* traceable(Kel::String const& path) { return path.empty() ? "<unknown>" : ""; }
+Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::String("<unknown>") : path; }
 
 // Builds the skeletons of all roots and registers what there is to copy.
 void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& session,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
-    KEL_TRACE(9) << "Adding CliSession root" << traceable(path) << path;
+    KEL_TRACE(9) << "Adding CliSession root" << orUnknown(path);
     Kel::Ptr<Kel::Entity const> const srcRoot = Kel::Ptr<Kel::Dir const>(src)->entity(path);
     for (Kel::Ptr<Kel::Dir> const& dir : {session, ancestor}) {
       if (!srcRoot) deleteRoot(dir, path);
@@ -257,7 +257,7 @@ void Status::doCreateCleanConfig(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Di
   ec->attributeEditBypassCheckerIs(attributeEditBypassTable());
   for (auto it = rootIterator(); it; ++it) {
     Kel::String const path = it.key();
-    KEL_TRACE(9) << "Adding CliSession root " << traceable(path) << path;
+    KEL_TRACE(9) << "Adding CliSession root " << orUnknown(path);
     if (Kel::Ptr<Kel::Entity const> const srcRoot = Kel::Ptr<Kel::Dir const>(src)->entity(path))
       ec->srcCopyRootIs(srcRoot, true);
     else

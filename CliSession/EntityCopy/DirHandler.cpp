@@ -8,8 +8,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-bool EntityCopyDirHandler::isPlainSessionHandler() const { return false; }
-
 namespace {
 
 // The reconciliation of one directory. Its steps answer false when the engine is to stop.

@@ -8,8 +8,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-bool EntityCopyFilter::isPlainSessionHandler() const { return false; }
-
 bool EntityCopyFilter::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                     Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyFilter::handleEntity(const "

@@ -5,8 +5,6 @@
 
 namespace Cli::Session {
 
-bool EntityCopyHandler::isPlainSessionHandler() const { return false; }
-
 bool EntityCopyHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                      Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
   if (!ec->stopAtFirstDiff()) Kel::throwNoImplementationException("handleEntity");

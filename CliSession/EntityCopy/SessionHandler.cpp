@@ -1,7 +1,5 @@
 // The handler of a whole session copy.
 #define KEL_SOURCE_NAME "CliSession"
-#include <typeinfo>
-
 #include "CliSession/CliSession.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
@@ -10,11 +8,6 @@
 KEL_TRACE_MODULE("CliSession")
 
 namespace Cli::Session {
-
-// Not a derived one, of a model or in C++: it may override what the engine would do itself.
-bool EntityCopyGlobalSessionHandler::isPlainSessionHandler() const {
-  return typeid(*this) == typeid(EntityCopyGlobalSessionHandler);
-}
 
 void EntityCopyGlobalSessionHandler::postAttributeCopyChanged() {
   auto const head = postAttributeCopyIterator();

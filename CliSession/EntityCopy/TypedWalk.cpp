@@ -1,6 +1,8 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/TypedWalk.h"
 
+#include <typeinfo>
+
 #include "CliSession/CliSession.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
@@ -86,8 +88,11 @@ bool TypedWalk::possible(EntityCopy const& ec) {
       &Kel::TraceHandle::get("CliSession"), &Kel::TraceHandle::get("PathTrie"), &Kel::TraceHandle::get("PrefixTrie")};
   for (Kel::TraceHandle const* handle : handles)
     if (handle->any()) return false;
-  if (!ec.dest() || !ec.src() || !ec.handler() || !ec.handler()->isPlainSessionHandler() || ec.stop()) return false;
-  Kel::Ptr<Status> const& status = static_cast<EntityCopyGlobalSessionHandler const&>(*ec.handler()).sessionStatus();
+  if (!ec.dest() || !ec.src() || !ec.handler() || ec.stop()) return false;
+  // A handler derived from the session handler, by a model or in C++, may override what is done here.
+  EntityCopyHandler const& handler = *ec.handler();
+  if (typeid(handler) != typeid(EntityCopyGlobalSessionHandler)) return false;
+  Kel::Ptr<Status> const& status = static_cast<EntityCopyGlobalSessionHandler const&>(handler).sessionStatus();
   if (!status || !status->rootTrie()) return false;
   AttributeEditLog const* log = ec.attributeEditLog().ptr();
   // Rules that look at each edit want it boxed.
