@@ -1,0 +1,377 @@
+// The walk, values, singletons and constructor parameters.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "CliSession/EntityCopyCompare.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "CliSession/World.h"
+
+namespace {
+
+using namespace Tests;
+namespace S = Cli::Session;
+
+struct Engine : testing::Test {
+  World world;
+  Kel::Ptr<Plant::Hall> src = World::hall(world.src), dest = World::hall(world.dest);
+
+  static Kel::KelAttr::PtrConst attr(Kel::Ptr<Plant::Hall> const& e, char const* name) {
+    return Kel::KelAttr::PtrConst(e->type()->getAttr(name));
+  }
+  // An engine whose operations can be called by themselves.
+  EntityCopy::Ptr engine(bool compare = false) const {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src, compare);
+    ec->srcCopyRootDelAll();
+    ec->handlerIs(world.handler());
+    bool const stop = ec->stopAtFirstDiff();
+    ec->stopAtFirstDiffIs(false);  // a comparison would begin with the destination
+    ec->destIs(world.dest);
+    ec->stopAtFirstDiffIs(stop);
+    return ec;
+  }
+  static Edits log(EntityCopy::Ptr const& ec) { return editsOf(*ec->attributeEditLog()); }
+};
+using EngineDeathTest = Engine;
+
+TEST_F(Engine, WaitsForSourceAndDestination) {
+  EntityCopy::Ptr const ec = S::entityCopyFactory();
+  Traces const traces("EntityCopy");
+  ec->srcIs(world.src);
+  EXPECT_TRUE(traces.has("EntityCopy/1 Not ready yet: src: /src, dest: <null>")) << traces.text();
+  std::size_t const before = traces.lines.size();
+  ec->srcIs(world.src);
+  EXPECT_EQ(traces.lines.size(), before) << "the same value ran it again";
+  ec->destIs(world.dest);
+  EXPECT_TRUE(traces.inOrder({"EntityCopy/1 handleCopyRoots: /dest (dest), /src (src)",
+                              "EntityCopy/2 doCopyPendingAttrs:  force: 0",
+                              "EntityCopy/2 doCopyPendingAttrs: completed", "EntityCopy/1 handleCopyRoots: completed"}))
+      << traces.text();
+  EXPECT_FALSE(ec->handler()) << "nothing was to be walked";
+  ec->ancestorIs(world.src);
+  EXPECT_EQ(traces.count("EntityCopy/1 handleCopyRoots: completed"), 2u);
+}
+
+TEST_F(Engine, TracesItsStepsInOrder) {
+  src->u32Is(7);
+  src->newPart();
+  src->newBolt("b")->lockedIs(true);
+  Traces const traces("EntityCopy");
+  world.copy();
+  EXPECT_TRUE(traces.inOrder({"EntityCopy/1 2 srcCopyRoots",
+                              "EntityCopy/1 srcCopyRoot: /src/hall",
+                              "EntityCopy/1 Root in dest: /dest/hall",
+                              "EntityCopy/1 doCopyEntityAttrs: hall",
+                              "EntityCopy/9 Skipping constructor parameter name",
+                              "EntityCopy/2 doCopyAttr: u32",
+                              "EntityCopy/2 doCopyValue: u32",
+                              "EntityCopy/2 attributeIs: setting u32",
+                              "EntityCopy/4 Comparing builtin U32",
+                              "EntityCopy/5 addAttributeEditBypassEntry: u32, Plant::Hall, set, /dest/hall",
+                              "EntityCopy/5 Logged",
+                              "EntityCopy/4 checkValue: u32",
+                              "EntityCopy/2 doCopySingleton: part",
+                              "EntityCopy/3 Child is set",
+                              "EntityCopy/3 Extracting constructor params for part",
+                              "EntityCopy/3 Done extracting constructor params for part",
+                              "EntityCopy/3 Re-creating entity",
+                              "EntityCopy/1 Path changed from hall to hall.part",
+                              "EntityCopy/1 doCopyEntityAttrs: hall.part",
+                              "EntityCopy/2 doCopyCollection: bolt",
+                              "EntityCopy/3 Key is of type String8 (internal=0, pointer=0)",
+                              "EntityCopy/3 Deleted 0 members out of 0",
+                              "EntityCopy/2 doCopyCollectionMember: /src/hall.bolt/b",
+                              "EntityCopy/3 Member is not a value",
+                              "EntityCopy/3 Member does not exist in dest",
+                              "EntityCopy/3 Extracting constructor params for bolt",
+                              "EntityCopy/3 Adding name",
+                              "EntityCopy/3 Collection is instantiating, processing member",
+                              "EntityCopy/3 Re-creating item",
+                              "EntityCopy/3 Traversing child",
+                              "EntityCopy/1 Path changed from hall to hall.bolt/b",
+                              "EntityCopy/3 copied 1 members",
+                              "EntityCopy/9 Skipping non-logging attribute limit",
+                              "EntityCopy/9 Skipping non-logging attribute seen",
+                              "EntityCopy/9 Skipping non-writable attribute closed",
+                              "EntityCopy/9 Skipping non-logging attribute weigh",
+                              "EntityCopy/1 handleCopyRoots: completed"}))
+      << traces.text();
+  std::size_t const step = static_cast<std::size_t>(
+      std::find(traces.lines.begin(), traces.lines.end(), "EntityCopy/1 Path changed from hall to hall.part") -
+      traces.lines.begin());
+  EXPECT_EQ(traces.functions.at(step), "EntityCopy:chPath");
+}
+
+TEST_F(Engine, LeavesOutWhatIsNotToBeCopied) {
+  src->seenIs(5);
+  src->visitsInc();
+  world.copy();
+  EXPECT_EQ(dest->seen(), 0u);
+  EXPECT_EQ(dest->visits(), 1u);
+  EXPECT_EQ(dest->limit(), 7u);
+  EXPECT_FALSE(engine()->doCopyAttrByName(dest, src, "hall", "seen"));
+}
+
+TEST_F(Engine, StopsAtTheFirstOfTwoDifferences) {
+  src->flagIs(true);
+  src->u8Is(1);
+  World::hall(world.src, "sys/annex")->u8Is(1);
+  for (bool boxed : {false, true}) {
+    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+    Outcome const found = world.run(world.dest, world.src, true);
+    EXPECT_TRUE(found.stopped);
+    EXPECT_EQ(textOf(found.edits), "Plant::Hall::flag set hall x1\n");
+  }
+  EXPECT_FALSE(dest->flag());
+}
+
+TEST_F(Engine, AComparisonWithAFilledLogStopsAtOnce) {
+  src->newPart()->noteIs("same");
+  world.copy();
+  src->part()->countIs(1);
+  src->u8Is(1);
+  for (bool boxed : {false, true}) {
+    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+    EntityCopy::Ptr const ec = engine(true);
+    ec->attributeEditLog()->newAttributeEditEntry(S::AttributeEdit("old", "Old", S::AttributeEditType::set_));
+    EXPECT_TRUE(ec->stop());
+    EXPECT_FALSE(ec->doCopyEntityAttrs(dest, src, "hall", nullptr)) << "it walked on to u8";
+    EXPECT_FALSE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "it walked on to count";
+    EXPECT_TRUE(log(ec).empty());
+  }
+}
+
+TEST_F(Engine, ComparesWholeTreesWithoutAHandler) {
+  EntityCopy::Ptr const ec = S::entityCopyFactory();
+  ec->stopAtFirstDiffIs(true);
+  ec->srcIs(src);
+  ec->destIs(dest);
+  ASSERT_TRUE(ec->handler());
+  EXPECT_EQ(ec->handler()->type(), S::EntityCopyHandler::_fwkType());
+  EXPECT_FALSE(ec->stop());
+  src->newBolt("b");
+  ec->handleCopyRoots();
+  EXPECT_TRUE(ec->stop());
+  EXPECT_EQ(textOf(log(ec)), "Plant::Hall::bolt set  x1\n");
+  EXPECT_EQ(dest->bolts(), 0u);
+}
+
+TEST_F(Engine, ThePlainHandlerPassesPointersByAndKeepsNoRecords) {
+  EntityCopy::Ptr const ec = S::entityCopyFactory();
+  ec->stopAtFirstDiffIs(true);
+  src->newBolt("b");
+  dest->newBolt("b");
+  src->favouriteIs(src->bolt("b"));
+  ec->srcIs(src);
+  ec->destIs(dest);
+  EXPECT_FALSE(ec->stop());
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+}
+
+TEST_F(Engine, RefusesACopyWithoutAHandlerOfItsOwn) {
+  EntityCopy::Ptr const ec = S::entityCopyFactory();
+  ec->srcCopyRootIs(src, true);
+  ec->srcIs(world.src);
+  try {
+    ec->destIs(world.dest);
+    FAIL() << "copied";
+  } catch (Kel::NoImplementationException const& e) {
+    EXPECT_NE(std::string_view(e.message()).find("handleEntity"), std::string_view::npos) << e.message();
+  }
+  try {
+    ec->handler()->resolveEntityPtr(ec, src);
+    FAIL() << "resolved";
+  } catch (Kel::NoImplementationException const& e) {
+    EXPECT_NE(std::string_view(e.message()).find("resolveEntityPtr"), std::string_view::npos) << e.message();
+  }
+}
+
+TEST_F(Engine, FiltersByName) {
+  src->u8Is(1);
+  src->u16Is(2);
+  S::AttributeFilter::Ptr const filter = S::attributeFilterFactory();
+  filter->attributeNameIs("u8", true);
+  filter->attributeNameIs("u16", false);
+  filter->attributeNameIs("unknown", false);  // neither filters nor counts
+  Traces const traces("EntityCopy");
+  EXPECT_TRUE(engine()->doCopyEntityAttrs(dest, src, "hall", filter));
+  EXPECT_EQ(dest->u8(), 0);
+  EXPECT_EQ(dest->u16(), 2);
+  EXPECT_TRUE(traces.has("EntityCopy/2 hall: attribute u8 filtered (not copied).")) << traces.text();
+}
+
+TEST_F(EngineDeathTest, AssertsItsPreconditions) {
+  S::AttributeFilter::Ptr const filter = S::attributeFilterFactory();
+  filter->attributeNameIs("zz", true);
+  std::string const filterText = R"(!filter \|\| filter->attributeNames\(\) == filtered \|\| stopAtFirstDiff\(\))";
+  EXPECT_DEATH(engine()->doCopyEntityAttrs(dest, src, "hall", filter), filterText);
+  src->u8Is(1);
+  EXPECT_TRUE(engine(true)->doCopyEntityAttrs(dest, src, "hall", filter)) << "a comparison that was cut short";
+  EXPECT_DEATH(engine()->doCopyEntityAttrs(nullptr, src, "", nullptr), "Assertion 'destEntity' failed");
+  EXPECT_DEATH(engine()->doCopyEntityAttrs(dest, nullptr, "", nullptr), "Assertion 'srcEntity' failed");
+  EXPECT_DEATH(engine()->doCopyAttrByName(dest, src, "", "zz"),
+               "bool Cli::Session::EntityCopy::doCopyAttrByName.*Assertion 'attrIdx' failed");
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  EXPECT_DEATH((ec->srcCopyRootIs(world.src, true), ec->destIs(world.dest)), "Assertion 'destFullName' failed");
+  EXPECT_DEATH((ec->srcCopyRootIs(world.outside, true), ec->destIs(world.dest)), "Assertion 'destFullName' failed");
+  EXPECT_DEATH((ec->srcCopyRootIs(nullptr, true), ec->destIs(world.dest)), "Assertion 'destFullName' failed");
+  EXPECT_DEATH((world.dest->entryDel("hall"), ec->destIs(world.dest)),
+               "EntityCopy:[0-9]+: .*handleCopyRoots.*Assertion 'destRoot' failed");
+}
+
+TEST_F(Engine, CopiesAcrossTypesByName) {
+  EntityPtr const bolt = world.outside->entityRef("stranger");
+  try {
+    engine()->doCopyEntityAttrs(bolt, src, "hall", nullptr);
+    FAIL() << "copied";
+  } catch (Kel::UnknownAttrException const& e) {
+    EXPECT_EQ(e.message(), "/outside/stranger: Plant::Bolt has no attribute 'flag'");
+  }
+}
+
+TEST_F(Engine, ReplacesASingletonWithOtherParameters) {
+  src->newGearbox("g", 12, Plant::Size(1, 2), Plant::Grade::fine)->wearIs(1);
+  Kel::Ptr<Plant::Gear> const old = dest->newGearbox("g", 11, Plant::Size(1, 2), Plant::Grade::fine);
+  old->newPin("p");
+  Outcome const outcome = world.copy();
+  EXPECT_NE(dest->gearbox(), old);
+  EXPECT_EQ(dest->gearbox()->teeth(), 12);
+  EXPECT_FALSE(dest->gearbox()->pin()) << "what it had is gone";
+  EXPECT_EQ(outcome.edits, (Edits{{"Plant::Hall::gearbox del hall", 1},
+                                  {"Plant::Hall::gearbox set hall", 1},
+                                  {"Plant::Gear::wear set hall.gearbox", 1}}));
+  Kel::Ptr<Plant::Gear> const kept = dest->gearbox();
+  src->gearbox()->wearIs(2);
+  world.copy();
+  EXPECT_EQ(dest->gearbox(), kept) << "equal parameters, yet it was made anew";
+}
+
+TEST_F(Engine, DeletesASingletonThatTheSourceLacks) {
+  dest->newAxle("a");
+  Traces const traces("EntityCopy");
+  EXPECT_EQ(textOf(world.copy().edits), "Plant::Hall::axle del hall x1\n");
+  EXPECT_TRUE(traces.has("EntityCopy/3 Deleting dest child"));
+  EXPECT_FALSE(dest->axle());
+}
+
+TEST_F(Engine, AComparisonStopsBeforeAReplacement) {
+  src->newAxle("a");
+  dest->newAxle("b");
+  EXPECT_EQ(textOf(world.run(world.dest, world.src, true).edits), "Plant::Hall::axle del hall x1\n");
+  EXPECT_EQ(dest->axle()->name(), "b");
+}
+
+TEST_F(EngineDeathTest, RefusesPointersAmongParameters) {
+  src->newLeash("l", nullptr);
+  world.copy();
+  ASSERT_TRUE(dest->leash());
+  src->leashDel();
+  src->newLeash("l", src->boltIs("post"));
+  EXPECT_DEATH(world.copy(), "Pointers in constructor parameters are not supported by EntityCopy");
+  // Null in the source alone is a difference.
+  src->leashDel();
+  src->newLeash("l", nullptr);
+  dest->leashDel();
+  dest->newLeash("l", dest->boltIs("post"));
+  world.copy();
+  EXPECT_FALSE(dest->leash()->post());
+}
+
+TEST_F(Engine, ComparesValues) {
+  auto const equal = [](auto const& a, auto const& b) {
+    return S::valueTypeEqual(Kel::GenericIf::of(a), Kel::GenericIf::of(b));
+  };
+  EXPECT_TRUE(S::valueTypeEqual(nullptr, nullptr));
+  EXPECT_FALSE(S::valueTypeEqual(nullptr, Kel::GenericIf::of(false)));
+  EXPECT_TRUE(equal(Kel::U64(~0ull), Kel::U64(~0ull)));
+  EXPECT_FALSE(equal(Kel::U32(1), Kel::U64(1)));
+  EXPECT_FALSE(equal(std::numeric_limits<Kel::F64>::quiet_NaN(), std::numeric_limits<Kel::F64>::quiet_NaN()));
+  EXPECT_TRUE(equal(0.0, -0.0));
+  EXPECT_FALSE(equal(Plant::Grade::raw, Plant::Grade::pure));
+  EXPECT_TRUE(equal(Plant::Size(1, 2), Plant::Size(1, 2)));
+  Traces const traces("EntityCopy", 1u << 4);
+  EXPECT_TRUE(equal(Plant::Serial("a"), Plant::Serial("a")));
+  EXPECT_FALSE(equal(Plant::Serial("a"), Plant::Serial("b")));
+  EXPECT_TRUE(traces.inOrder({"EntityCopy/4 Comparing Serial", "EntityCopy/4 Convert Serial to String8",
+                              "EntityCopy/4 Comparing builtin String8"}))
+      << traces.text();
+}
+
+TEST_F(Engine, RefusesATreeThatIsTooDeep) {
+  Kel::Ptr<Plant::Hall> at = src;
+  for (int i = 0; i < 1100; ++i) at = at->newAnnex("a");
+  for (bool boxed : {false, true}) {
+    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+    EXPECT_THROW(world.copy(), Kel::RangeException);
+  }
+}
+
+TEST_F(Engine, IsCalledByName) {
+  src->u8Is(4);
+  EntityCopy::Ptr const ec = engine();
+  Kel::GenericIf::Ptr const gif = Kel::GenericIf::ofEntity(EntityPtr(ec));
+  auto const object = [](EntityPtr const& e) { return Kel::GenericIf::PtrConst(Kel::GenericIf::ofEntity(e)); };
+  Kel::GenericIf::Ptr const result =
+      gif->attributeCall(gif->attributeId("doCopyAttrByName"), {{"attrName", Kel::GenericIf::of(Kel::String8("u8"))},
+                                                                {"path", Kel::GenericIf::of(Kel::String8("hall"))},
+                                                                {"src", object(src)},
+                                                                {"dest", object(dest)}});
+  EXPECT_TRUE(result->attrVal<bool>());
+  EXPECT_EQ(dest->u8(), 4);
+  for (char const* op : {"handleCopyRoots",
+                         "doCopyEntity",
+                         "doCopyEntityAttrs",
+                         "doCopyAttrByName",
+                         "doCopyAttr",
+                         "doCopySingleton",
+                         "doCopyCollection",
+                         "doCopyCollectionMember",
+                         "doCopyQueue",
+                         "doCopyPtr",
+                         "doCopyValue",
+                         "doCopyPendingAttrs",
+                         "resolvePtr",
+                         "handleEntity",
+                         "attributeIs",
+                         "attributeDel",
+                         "attributeAdd",
+                         "attributeRemove",
+                         "addAttributeEditBypassEntry",
+                         "stop"})
+    EXPECT_TRUE(gif->attr(gif->attributeId(op))->isFunction()) << op;
+}
+
+// --- Relative paths ---
+
+TEST_F(Engine, MakesPathsRelative) {
+  Kel::Dir::Ptr const a(new Kel::Dir("a", world.root.ptr()));
+  Kel::Dir::Ptr const b(new Kel::Dir("b", a.ptr()));
+  char separator = '-';
+  EXPECT_EQ(S::relativePath(a, "/a/b/c", &separator), "b/c");
+  EXPECT_EQ(separator, '/');
+  EXPECT_EQ(S::relativePath(a, "/a.b/c", &separator), "b/c");
+  EXPECT_EQ(separator, '.');
+  separator = '-';
+  for (char const* path : {"/a", "/a/", "/x/b", "x"}) EXPECT_EQ(S::relativePath(a, path, &separator), "") << path;
+  EXPECT_EQ(separator, '-') << "stored without a result";
+  EXPECT_EQ(S::relativePath(b, "/a/bc/d", &separator), "/d") << "the character in between is not looked at";
+  EXPECT_EQ(separator, 'c');
+  Traces const traces("EntityCopyUtils");
+  S::relativePath(a, "/a/b");
+  EXPECT_TRUE(traces.has("EntityCopyUtils/9 relativePath: /a/b is b relative to /a")) << traces.text();
+  EXPECT_DEATH(S::relativePath(nullptr, "/a"), "Assertion 'root && absolutePath' failed");
+  EXPECT_DEATH(S::relativePath(a, ""), "Assertion 'root && absolutePath' failed");
+}
+
+TEST(EntityPath, ComparesByLengthTheWrongWayRound) {
+  S::EntityPath const one("a"), other("b"), longer("aa");
+  EXPECT_TRUE(one >= other && one <= other && !(one > other));
+  EXPECT_TRUE(longer <= one && !(longer >= one) && !(longer > one));
+  EXPECT_TRUE(one >= longer && one > longer);
+  EXPECT_FALSE(one == other);
+  std::ostringstream out;
+  out << one << " " << valueToStrep(one);
+  EXPECT_EQ(out.str(), "a 'a'");
+}
+
+}  // namespace

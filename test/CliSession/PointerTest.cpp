@@ -1,0 +1,225 @@
+// Pointers, pointer collections and keys, and what is deferred.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "CliSession/World.h"
+
+namespace {
+
+using namespace Tests;
+namespace S = Cli::Session;
+
+struct Pointers : testing::TestWithParam<bool> {
+  World world;
+  Kel::Ptr<Plant::Hall> src = World::hall(world.src), dest = World::hall(world.dest);
+  std::unique_ptr<BoxedRoad> road = GetParam() ? std::make_unique<BoxedRoad>() : nullptr;
+  EntityPtr stranger = world.outside->entityRef("stranger");
+};
+INSTANTIATE_TEST_SUITE_P(Typed, Pointers, testing::Values(false));
+INSTANTIATE_TEST_SUITE_P(Boxed, Pointers, testing::Values(true));
+
+TEST_P(Pointers, LeadToTheCounterpart) {
+  Kel::Ptr<Plant::Hall> const annex = World::hall(world.src, "sys/annex");
+  src->favouriteIs(annex->newBolt("far"));                  // in another root, copied later
+  annex->favouriteIs(src->newAnnex("x")->newShelf("a.b"));  // in an earlier one
+  src->anythingIs(src);
+  src->neighbourIs(annex);
+  src->chosenIs("out", Kel::ptrCast<Plant::Bolt>(stranger));
+  src->chosenIs("null", nullptr);
+  Outcome const outcome = world.copy();
+  EXPECT_EQ(outcome.pending, 0u);
+  Kel::Ptr<Plant::Hall> const destAnnex = World::hall(world.dest, "sys/annex");
+  EXPECT_EQ(dest->favourite(), destAnnex->bolt("far"));
+  EXPECT_EQ(destAnnex->favourite(), dest->annex("x")->shelf("a.b"));
+  EXPECT_EQ(dest->anything(), EntityPtr(dest));
+  EXPECT_EQ(dest->neighbour(), destAnnex);
+  EXPECT_EQ(EntityPtr(dest->chosen("out")), stranger);
+  EXPECT_TRUE(dest->chosenHas("null"));
+}
+
+TEST_P(Pointers, AreSetToNullAndMembersBetweenSetAndNullAreReplaced) {
+  Kel::Ptr<Plant::Bolt> const bolt = Kel::ptrCast<Plant::Bolt>(stranger);
+  dest->favouriteIs(bolt);
+  dest->chosenIs("a", bolt);
+  src->chosenIs("a", nullptr);
+  src->chosenIs("b", bolt);
+  dest->chosenIs("b", nullptr);
+  src->chosenIs("c", bolt);
+  dest->chosenIs("c", Kel::ptrCast<Plant::Bolt>(world.src->entityRef("loose")));
+  Edits const edits = world.copy().edits;
+  EXPECT_EQ(edits, (Edits{{"Plant::Hall::chosen del hall", 2},
+                          {"Plant::Hall::chosen set hall", 3},
+                          {"Plant::Hall::favourite set hall", 1}}));
+  EXPECT_FALSE(dest->favourite());
+  EXPECT_FALSE(dest->chosen("a"));
+  EXPECT_EQ(dest->chosen("c"), bolt);
+}
+
+TEST_P(Pointers, KeysAreTranslatedAndWaitForTheirTargets) {
+  Kel::Ptr<Plant::Hall> const annex = World::hall(world.src, "sys/annex");
+  src->weightIs(src->newBolt("near"), 1);
+  src->weightIs(annex->newBolt("far"), 2);
+  src->weightIs(Kel::ptrCast<Plant::Bolt>(stranger), 3);
+  dest->weightIs(dest->newBolt("near"), 1);
+  dest->weightIs(dest->newShelf("gone"), 9);
+  Outcome const outcome = world.copy();
+  EXPECT_EQ(outcome.edits.at("Plant::Hall::weight set hall"), 2u);
+  EXPECT_EQ(outcome.edits.at("Plant::Hall::weight del hall"), 1u);
+  EXPECT_EQ(dest->weights(), 3u);
+  EXPECT_EQ(dest->weight(World::hall(world.dest, "sys/annex")->bolt("far")), 2u);
+  EXPECT_EQ(dest->weight(Kel::ptrCast<Plant::Bolt>(stranger)), 3u);
+}
+
+TEST_P(Pointers, TargetsThatAreMadeAnewAreWaitedFor) {
+  src->newAxle("new");
+  src->newBolt("b")->peerIs(src->axle());
+  src->weightIs(src->axle(), 1);
+  World::hall(world.src, "sys/annex")->newGearbox("g", 2, Plant::Size(), Plant::Grade::raw)->newPin("pin");
+  src->favouriteIs(World::hall(world.src, "sys/annex")->gearbox()->pin());
+  dest->newAxle("old");
+  dest->newBolt("b")->peerIs(dest->axle());
+  dest->weightIs(dest->axle(), 1);
+  World::hall(world.dest, "sys/annex")->newGearbox("g", 1, Plant::Size(), Plant::Grade::raw)->newPin("pin");
+  world.copy();
+  EXPECT_EQ(dest->bolt("b")->peer(), dest->axle());
+  EXPECT_EQ(dest->favourite(), World::hall(world.dest, "sys/annex")->gearbox()->pin());
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
+
+// A copy of the first root alone: what points into the second waits.
+struct Deferred : Pointers {
+  EntityCopy::Ptr ec = world.copyFrom(world.src);
+  Kel::Ptr<Plant::Hall> annex = World::hall(world.src, "sys/annex");
+  void SetUp() override {
+    src->favouriteIs(annex->newBolt("late"));
+    src->weightIs(annex->bolt("late"), 5);
+    src->chosenIs("c", annex->bolt("late"));
+    ec->srcCopyRootDel(annex);
+    ec->destIs(world.dest);
+  }
+  Kel::Ptr<Plant::Bolt> arrive() { return World::hall(world.dest, "sys/annex")->boltIs("late"); }
+};
+INSTANTIATE_TEST_SUITE_P(Typed, Deferred, testing::Values(false));
+INSTANTIATE_TEST_SUITE_P(Boxed, Deferred, testing::Values(true));
+
+TEST_P(Deferred, RecordsSayWhatWillBeSet) {
+  ASSERT_EQ(ec->pendingAttrs(), 3u);
+  EXPECT_FALSE(dest->favourite());
+  for (auto it = ec->pendingAttrIterator(); it; ++it) {
+    S::AttributeCopy const& record = *it.key();
+    bool const isKey = record.attribute()->name() == "weight";
+    EXPECT_EQ(record.dest(), EntityPtr(dest));
+    EXPECT_EQ(record.src(), EntityPtrConst(src));
+    EXPECT_EQ(record.path(), "hall");
+    EXPECT_EQ(record.srcIndexFullName(), isKey ? "/src/sys/annex.bolt/late" : "");
+    EXPECT_EQ(record.destIndexFullName(), isKey ? "/dest/sys/annex.bolt/late" : "");
+    EXPECT_EQ(record.srcValueFullName(), isKey ? "" : "/src/sys/annex.bolt/late");
+    EXPECT_EQ(record.destValueFullName(), isKey ? "" : "/dest/sys/annex.bolt/late");
+    EXPECT_EQ(static_cast<bool>(record.srcIndex()), record.attribute()->name() != "favourite");
+  }
+}
+
+TEST_P(Deferred, AreSetOnceTheirTargetsCome) {
+  Kel::Ptr<Plant::Bolt> const late = arrive();
+  Traces const traces("EntityCopy");
+  ec->doCopyPendingAttrs(false);
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+  EXPECT_EQ(dest->favourite(), late);
+  EXPECT_EQ(dest->chosen("c"), late);
+  EXPECT_EQ(dest->weight(late), 5u);
+  std::string const name = "/dest/sys/annex.bolt/late";
+  for (std::string const& line :
+       {"Looking for deferred target key " + name, "Setting deferred target key " + name,
+        "Deferred target key " + name + " set", "Looking for deferred target " + name,
+        "Setting deferred target " + name, "Deferred target " + name + " set",
+        " attributeIs: favourite, /dest/hall idx, srcIdx: <null> <null> target: " + name + " gif( target ): " + name})
+    EXPECT_TRUE(traces.has("EntityCopy/3 " + line)) << line << "\n" << traces.text();
+  EXPECT_EQ(editsOf(*ec->attributeEditLog()).at("Plant::Hall::favourite set hall"), 1u);
+}
+
+TEST_P(Deferred, StayUntilThenAndAreSupersededWhenMetAgain) {
+  Traces traces("EntityCopy");
+  ec->doCopyPendingAttrs(false);
+  EXPECT_EQ(ec->pendingAttrs(), 3u);
+  EXPECT_EQ(traces.count("EntityCopy/3 Target still doesn't exist. Skipping /dest/sys/annex.bolt/late"), 3u);
+  ec->handleCopyRoots();
+  EXPECT_EQ(ec->pendingAttrs(), 3u) << "met again, recorded twice";
+  src->favouriteIs(Kel::ptrCast<Plant::Bolt>(stranger));
+  src->chosenDel("c");
+  src->weightDel(annex->bolt("late"));
+  ec->handleCopyRoots();
+  EXPECT_EQ(ec->pendingAttrs(), 0u) << "the source points elsewhere now";
+  arrive();
+  ec->doCopyPendingAttrs(true);
+  EXPECT_EQ(EntityPtr(dest->favourite()), stranger);
+  EXPECT_EQ(dest->chosens(), 0u);
+  EXPECT_EQ(dest->weights(), 0u);
+}
+
+TEST_P(Deferred, AreDroppedWithTheirDestination) {
+  world.dest->entryDel("hall");
+  ec->doCopyPendingAttrs(true);
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+}
+
+TEST_P(Deferred, AreFatalWhenForced) {
+  EXPECT_DEATH(ec->doCopyPendingAttrs(true),
+               "Unable to set [a-z]+ in /dest/hall: /src/sys/annex.bolt/late exists and /dest/sys/annex.bolt/late "
+               "doesn't\n.*Assertion 'false' failed");
+}
+
+TEST_P(Pointers, ToAnEntityThatHasLeftItsTreeWaitForEver) {
+  src->newBolt("b");
+  src->favouriteIs(src->bolt("b"));
+  src->anythingIs(src->bolt("b"));
+  src->boltDel("b");
+  dest->favouriteIs(Kel::ptrCast<Plant::Bolt>(stranger));
+  Outcome const outcome = world.copy();
+  EXPECT_EQ(outcome.pending, 2u);
+  EXPECT_EQ(EntityPtr(dest->favourite()), stranger) << "left untouched";
+}
+
+TEST_P(Pointers, GoToTheExternalDestinationWhenThereIsOne) {
+  Kel::Dir::Ptr const elsewhere(new Kel::Dir("elsewhere", world.root.ptr()));
+  EntityPtr const twin = elsewhere->newEntity("Plant::Bolt", "loose");
+  src->favouriteIs(Kel::ptrCast<Plant::Bolt>(world.src->entityRef("loose")));
+  src->anythingIs(stranger);
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  auto const handler = Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler());
+  ec->destIs(world.dest);
+  EXPECT_EQ(EntityPtr(dest->favourite()), world.src->entityRef("loose"));
+  handler->externalDestIs(elsewhere);
+  ec->handleCopyRoots();
+  EXPECT_EQ(EntityPtr(dest->favourite()), twin);
+  EXPECT_EQ(dest->anything(), stranger) << "it does not lie below the source";
+}
+
+TEST_P(Pointers, TraceHowTheyAreResolved) {
+  src->favouriteIs(src->newBolt("b"));
+  src->anythingIs(stranger);
+  Traces const traces("CliSession");
+  world.copy();
+  std::string const signature =
+      "CliSession/8 virtual Cli::Session::PtrTarget "
+      "Cli::Session::EntityCopyGlobalSessionHandler::resolveEntityPtr(const "
+      "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<const Kel::Entity>&): ";
+  EXPECT_TRUE(traces.inOrder({signature + "/src/hall.bolt/b", "CliSession/3 Target is internal",
+                              "CliSession/3 destTargetFullName: /dest/hall.bolt/b", signature + "/outside/stranger",
+                              "CliSession/3 Target is external or already pointing to dest",
+                              "CliSession/3 destTargetFullName needs no translation (/outside/stranger)"}))
+      << traces.text();
+}
+
+TEST_P(Pointers, MakeTheSessionRootThatTheyLeadInto) {
+  World::hall(world.src, "sys/annex")->newBolt("b");
+  src->favouriteIs(World::hall(world.src, "sys/annex")->bolt("b"));
+  world.dest->entryDel("sys");
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+  ec->destIs(world.dest);
+  EXPECT_TRUE(World::hall(world.dest, "sys/annex")) << "it was not made";
+  EXPECT_EQ(ec->pendingAttrs(), 1u);
+}
+
+}  // namespace
