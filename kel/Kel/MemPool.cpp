@@ -24,6 +24,12 @@ namespace {
 struct FreeBlock {
   FreeBlock* next;
 };
+// What is left of a chunk, when it is passed on.
+struct FreeChunk {
+  FreeChunk* next;
+  char* end;
+};
+static_assert(sizeof(FreeChunk) <= KelMemPool::granule);
 
 constexpr std::size_t classes = KelMemPool::maxBlock / KelMemPool::granule;
 constexpr std::size_t chunkSize = 64 * 1024;
@@ -36,6 +42,7 @@ struct Lists {
 
 std::mutex orphansLock;
 FreeBlock* orphans[classes];
+FreeChunk* orphanChunks;
 
 // What a thread had left goes to whoever needs it next. The lists themselves are trivially destructible, so that
 // objects with static storage may still be released after this destructor ran.
@@ -56,6 +63,9 @@ HandOver::~HandOver() {
       orphans[c] = block;
     }
   }
+  if (lists->bump == lists->bumpEnd) return;
+  orphanChunks = new (lists->bump) FreeChunk{orphanChunks, lists->bumpEnd};
+  lists->bump = lists->bumpEnd;
 }
 
 FreeBlock* adoptOrphans(std::size_t c) {
@@ -65,16 +75,34 @@ FreeBlock* adoptOrphans(std::size_t c) {
   return adopted;
 }
 
+bool adoptChunk(Lists& mine, std::size_t size) {
+  std::lock_guard<std::mutex> guard(orphansLock);
+  FreeChunk* const chunk = orphanChunks;
+  if (!chunk || static_cast<std::size_t>(chunk->end - reinterpret_cast<char*>(chunk)) < size) return false;
+  orphanChunks = chunk->next;
+  mine.bump = reinterpret_cast<char*>(chunk);
+  mine.bumpEnd = chunk->end;
+  return true;
+}
+
+// Makes sure that the hand-over runs when this thread ends.
+void willHandOver() {
+  Lists* volatile used = handOver.lists;
+  (void)used;
+}
+
 void* refill(Lists& mine, std::size_t c) {
-  (void)handOver.lists;  // makes sure that the hand-over runs when this thread ends
+  willHandOver();
   std::size_t const size = (c + 1) * KelMemPool::granule;
   if (static_cast<std::size_t>(mine.bumpEnd - mine.bump) < size) {
     if (FreeBlock* adopted = adoptOrphans(c)) {
       mine.head[c] = adopted->next;
       return adopted;
     }
-    mine.bump = static_cast<char*>(::operator new(chunkSize));
-    mine.bumpEnd = mine.bump + chunkSize;
+    if (!adoptChunk(mine, size)) {
+      mine.bump = static_cast<char*>(::operator new(chunkSize));
+      mine.bumpEnd = mine.bump + chunkSize;
+    }
   }
   void* block = mine.bump;
   mine.bump += size;
@@ -101,8 +129,10 @@ void KelMemPool::release(void* block, std::size_t size) noexcept {
   }
   std::size_t const c = size == 0 ? 0 : (size - 1) / granule;
   auto* freed = static_cast<FreeBlock*>(block);
-  freed->next = lists.head[c];
-  lists.head[c] = freed;
+  Lists& mine = lists;
+  if (!mine.head[c]) willHandOver();  // a thread may release what it never made
+  freed->next = mine.head[c];
+  mine.head[c] = freed;
 }
 
 #endif
