@@ -1,5 +1,6 @@
 #include "Kel/Trace.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -17,7 +18,7 @@ struct Setting {
 };
 
 struct Registry {
-  std::mutex lock;
+  std::recursive_mutex lock;  // a handle that is made by name registers itself
   std::map<std::string, std::unique_ptr<TraceHandle>> handles;
   std::vector<TraceHandle*> all;
   std::vector<Setting> settings;
@@ -83,14 +84,21 @@ std::string_view moduleName(std::string_view file) {
 
 TraceHandle::TraceHandle(std::string name, bool enable) : name_(std::move(name)) {
   Registry& r = registry();
+  std::lock_guard<std::recursive_mutex> guard(r.lock);
   levelsIs(enable ? allLevels : 0);
   applySettings(*this, r.settings);
   r.all.push_back(this);
 }
 
+TraceHandle::~TraceHandle() {
+  Registry& r = registry();
+  std::lock_guard<std::recursive_mutex> guard(r.lock);
+  r.all.erase(std::find(r.all.begin(), r.all.end(), this));
+}
+
 TraceHandle& TraceHandle::get(std::string const& name) {
   Registry& r = registry();
-  std::lock_guard<std::mutex> guard(r.lock);
+  std::lock_guard<std::recursive_mutex> guard(r.lock);
   std::unique_ptr<TraceHandle>& handle = r.handles[name];
   if (!handle) handle = std::make_unique<TraceHandle>(name, false);
   return *handle;
@@ -98,7 +106,7 @@ TraceHandle& TraceHandle::get(std::string const& name) {
 
 void TraceHandle::settingsIs(std::string const& settings) {
   Registry& r = registry();
-  std::lock_guard<std::mutex> guard(r.lock);
+  std::lock_guard<std::recursive_mutex> guard(r.lock);
   r.settings = parseSettings(settings);
   for (TraceHandle* handle : r.all) applySettings(*handle, r.settings);
 }
@@ -112,14 +120,14 @@ void TraceHandle::refresh() { active_ = registry().coverage ? allLevels : levels
 
 TraceSink traceSinkIs(TraceSink sink) {
   Registry& r = registry();
-  std::lock_guard<std::mutex> guard(r.lock);
+  std::lock_guard<std::recursive_mutex> guard(r.lock);
   std::swap(r.sink, sink);
   return sink;
 }
 
 void coverageStreamIs(std::ostream* stream) {
   Registry& r = registry();
-  std::lock_guard<std::mutex> guard(r.lock);
+  std::lock_guard<std::recursive_mutex> guard(r.lock);
   r.coverage = stream;
   for (TraceHandle* handle : r.all) handle->refresh();
 }
@@ -131,7 +139,7 @@ void traceHelper(TraceHandle const& handle, int level, char const* file, int lin
   text << record.handle << "/" << level << " " << record.module << ":" << line << " " << function << ": " << message
        << "\n";
   Registry& r = registry();
-  std::unique_lock<std::mutex> guard(r.lock);
+  std::unique_lock<std::recursive_mutex> guard(r.lock);
   if (std::ostream* coverage = r.coverage) *coverage << text.str();
   if (!(handle.levels() & (1u << level))) return;
   TraceSink const sink = r.sink;

@@ -44,6 +44,9 @@ class TraceHandle {
 
   // Registers the handle; `enable` switches all its levels on.
   TraceHandle(std::string name, bool enable);
+  ~TraceHandle();
+  TraceHandle(TraceHandle const&) = delete;
+  TraceHandle& operator=(TraceHandle const&) = delete;
   // The handle of that name, made on first use; it lives to the end of the process.
   static TraceHandle& get(std::string const& name);
   // Applies a setting in the form of the environment variable to the handles that are there and to later ones.
