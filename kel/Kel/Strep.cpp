@@ -17,9 +17,20 @@ void skipBlanks(char const*& begin, char const* end) {
   throwRangeException(String8("premature end of value type ") + typeName);
 }
 
-[[noreturn]] void throwExpected(std::string_view what, S64 column) {
-  throwRangeException(String8(what) + " expected at column " + std::to_string(column));
-}
+// A wrong token. The parser of a field counts columns from where the field begins; whoever reads the whole value adds
+// where that is.
+class WrongToken : public RangeException {
+ public:
+  WrongToken(String8 what, S64 column)
+      : RangeException(what + " expected at column " + std::to_string(column)), what_(what), column_(column) {}
+  WrongToken in(String8 const& field, S64 start) const { return WrongToken(field + ": " + what_, start + column_); }
+
+ private:
+  String8 what_;
+  S64 column_;
+};
+
+[[noreturn]] void throwExpected(std::string_view what, S64 column) { throw WrongToken(String8(what), column); }
 
 // The digits, letters and signs that a number or a word may consist of.
 std::string_view word(char const* begin, char const* end) {
@@ -105,8 +116,8 @@ char escaped(char const*& begin, char const* end, char const* start) {
   throwExpected("escape sequence", begin - start);
 }
 
-String8 parseQuoted(char const*& begin, char const* end, char const* typeName) {
-  char const* const start = begin;
+// Columns are counted from `start`.
+String8 parseQuoted(char const*& begin, char const* end, char const* typeName, char const* start) {
   skipBlanks(begin, end);
   if (begin == end) throwPremature(typeName);
   if (*begin != '\'') throwExpected("quoted string", begin - start);
@@ -157,7 +168,7 @@ void sequenceToValue(char const*& begin, char const* end, bool* v) {
 
 void sequenceToValue(char const*& begin, char const* end, char* v) {
   char const* const start = begin;
-  String8 const text = parseQuoted(begin, end, "char");
+  String8 const text = parseQuoted(begin, end, "char", start);
   if (text.chars() != 1) throwExpected("one quoted character", begin - start);
   *v = text[0];
 }
@@ -173,7 +184,9 @@ void sequenceToValue(char const*& begin, char const* end, S64* v) { parseNumber(
 void sequenceToValue(char const*& begin, char const* end, U64* v) { parseNumber(begin, end, v); }
 void sequenceToValue(char const*& begin, char const* end, F32* v) { parseNumber(begin, end, v); }
 void sequenceToValue(char const*& begin, char const* end, F64* v) { parseNumber(begin, end, v); }
-void sequenceToValue(char const*& begin, char const* end, String8* v) { *v = parseQuoted(begin, end, "String8"); }
+void sequenceToValue(char const*& begin, char const* end, String8* v) {
+  *v = parseQuoted(begin, end, "String8", begin);
+}
 
 void throwJunk(S64 column, char const* typeName) {
   throwRangeException(String8("junk at column ") + std::to_string(column) + " deserializing " + typeName);
@@ -208,20 +221,23 @@ bool ValueParser::nextField() {
   }
   if (!first_) expect(",");
   first_ = false;
-  field_ = parseQuoted(begin_, end_, typeName_);
+  field_ = parseQuoted(begin_, end_, typeName_, start_);
   expect(":");
+  fieldStart_ = begin_;
   return true;
 }
 
 void ValueParser::unknown() const { throwRangeException(String8(typeName_) + " has no such attribute: " + field_); }
 
 void ValueParser::failed(RangeException const& e) const {
-  throwRangeException(String8(typeName_) + "." + field_ + ": " + e.message());
+  String8 const field = String8(typeName_) + "." + field_;
+  if (auto const* wrong = dynamic_cast<WrongToken const*>(&e)) throw wrong->in(field, fieldStart_ - start_);
+  throwRangeException(field + ": " + e.message());
 }
 
 S32 parseEnumerator(char const* typeName, EnumName const* names, std::size_t count, char const*& begin,
                     char const* end) {
-  String8 const text = parseQuoted(begin, end, typeName);
+  String8 const text = parseQuoted(begin, end, typeName, begin);
   for (std::size_t i = 0; i < count; ++i)
     if (text == names[i].name) return names[i].value;
   throwRangeException(String8(typeName) + " has no such value: " + text);

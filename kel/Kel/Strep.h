@@ -85,6 +85,7 @@ class ValueParser {
   char const*& begin_;
   char const* start_;
   char const* end_;
+  char const* fieldStart_ = nullptr;
   bool first_ = true;
   String8 field_;
 };
