@@ -1,9 +1,9 @@
 // Queues: members in the order of insertion, each with an index.
 //
-// Indices are handed out upwards and wrap round; a member keeps its index for as long as it is in the queue, and no two
-// members share one. Appending to a queue whose oldest and newest members are a whole index space apart raises
-// RangeException "linkqueue index space full"; an index without a member raises "linkqueue index out of range" where
-// one is needed. Iterators behave as those of the ordered map.
+// Indices are handed out upwards from 0 and wrap round (those of a signed type into its negative half); a member keeps
+// its index for as long as it is in the queue, and no two members share one. Appending to a queue whose oldest and
+// newest members are a whole index space apart raises RangeException "linkqueue index space full"; an index without a
+// member raises "linkqueue index out of range" where one is needed. Iterators behave as those of the ordered map.
 #pragma once
 
 #include <limits>
@@ -24,7 +24,7 @@ class LinkQueue {
 
   // The index that the next member will get.
   I nextIndex() const {
-    if (!map_.empty() && next_ - head() > std::numeric_limits<I>::max())
+    if (!map_.empty() && next_ - head() > std::numeric_limits<Space>::max())
       throwRangeException("linkqueue index space full");
     return static_cast<I>(next_);
   }
@@ -79,11 +79,13 @@ class LinkQueue {
   Iterator iterator(I index) const { return Iterator(map_.iterator(sequence(index))); }
 
  private:
+  using Space = std::make_unsigned_t<I>;
+
   U64 head() const { return map_.iterator().key(); }
   // The number in the order of insertion that stands behind an index: the first from the head on that shows as it.
   U64 sequence(I index) const {
     U64 const start = map_.empty() ? next_ : head();
-    return start + static_cast<I>(index - static_cast<I>(start));
+    return start + static_cast<Space>(static_cast<U64>(index) - start);
   }
   V takeAt(U64 sequence) {
     V taken = *map_.find(sequence);
