@@ -4,6 +4,7 @@
 // pointers); the counts are made from it when the map is next read. A count is an unsigned 8-bit number and wraps.
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "Kel/HashMap.h"
@@ -47,10 +48,14 @@ class CounterMap {
   static bool same(T const& a, T const& b) {
     return a == b;
   }
+  static constexpr std::size_t maxReserve = 1u << 24;
+
   // Settles what was deferred.
   HashMap<K, U8>& counts() const {
     if (deferred_.empty()) return counts_;
-    counts_.reserve(static_cast<U32>(counts_.members() + deferred_.size()));
+    // Many at once; a few at a time must not grow it a few at a time.
+    if (deferred_.size() > counts_.members())
+      counts_.reserve(static_cast<U32>(std::min<std::size_t>(counts_.members() + deferred_.size(), maxReserve)));
     for (auto const& d : deferred_) counts_.set(d.key, static_cast<U8>(counts_.value(d.key) + d.value));
     deferred_ = {};
     return counts_;
