@@ -34,7 +34,7 @@ U32 keyHash(K const& key) {
   else if constexpr (std::is_enum_v<K>)
     return mixHash(static_cast<U64>(static_cast<S64>(key)));
   else if constexpr (std::is_floating_point_v<K>)
-    return mixHash(std::hash<K>()(key));
+    return key == key ? mixHash(std::hash<K>()(key)) : mixHash(1);
   else if constexpr (std::is_integral_v<K>)
     return mixHash(static_cast<U64>(key));
   else
@@ -45,6 +45,15 @@ U32 keyHash(Ptr<T> const& key) {
   return mixHash(reinterpret_cast<std::uintptr_t>(key.ptr()));
 }
 inline U32 keyHash(std::string_view key) { return key.empty() ? String8().hash() : hashBytes(key.data(), key.size()); }
+
+// Equality of keys: a NaN is as good a key as another, or it could never be deleted.
+template <class A, class B>
+bool sameKey(A const& a, B const& b) {
+  if constexpr (std::is_floating_point_v<A>)
+    return a == b || (a != a && b != b);
+  else
+    return a == b;
+}
 
 // What does not depend on the members' type: the array of hashes, the index, growth and deletion.
 class HashMapGeneric {
@@ -170,7 +179,7 @@ class DenseHash : public HashMapGeneric {
     Probe probe{0};
     for (;;) {
       U32 const slot = findNext(hash, probe);
-      if (slot == none || KeyOf::key(at(slot)) == key) return slot;
+      if (slot == none || sameKey(KeyOf::key(at(slot)), key)) return slot;
     }
   }
   template <class Key>
@@ -180,7 +189,7 @@ class DenseHash : public HashMapGeneric {
   // As findSlot, but looks at one slot first: two maps of which one is a copy of the other agree in slots.
   template <class Key>
   U32 findSlotNear(Key const& key, U32 hash, U32 hint) const {
-    if (hint < slotEnd() && slotHash(hint) == hash && KeyOf::key(at(hint)) == key) return hint;
+    if (hint < slotEnd() && slotHash(hint) == hash && sameKey(KeyOf::key(at(hint)), key)) return hint;
     return findSlot(key, hash);
   }
 
@@ -197,8 +206,11 @@ class DenseHash : public HashMapGeneric {
  protected:
   template <class... Args>
   Slot& emplace(U32 hash, Args&&... args) {
+    // Made before there is room for it: what it is made of may lie in this very map, and making it may fail.
+    static_assert(std::is_nothrow_move_constructible_v<Slot>);
+    Slot made{std::forward<Args>(args)...};
     U32 const slot = newSlot(hash, slotType());
-    return *new (&slotArray()[slot]) Slot{std::forward<Args>(args)...};
+    return *new (&slotArray()[slot]) Slot(std::move(made));
   }
   Slot takeSlot(U32 slot) noexcept {
     Slot taken(std::move(at(slot)));

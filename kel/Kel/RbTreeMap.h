@@ -21,6 +21,8 @@ struct KeyLess {
       return a.compare(b) < 0;
     else if constexpr (std::is_convertible_v<A const&, std::string_view>)
       return std::string_view(a) < std::string_view(b);
+    else if constexpr (std::is_floating_point_v<A>)
+      return a < b || (a == a && b != b);  // a NaN stands behind all numbers
     else
       return a < b;
   }
@@ -52,6 +54,11 @@ class RbTreeMap {
     return true;
   }
   bool erase(K const& key) { return map_.erase(key) != 0; }
+  // Of a map keyed by strings: whether some key begins so.
+  bool anyKeyBegins(std::string_view prefix) const {
+    auto const it = map_.lower_bound(prefix);
+    return it != map_.end() && it->first.view().substr(0, prefix.size()) == prefix;
+  }
   void clear() { map_.clear(); }
   bool operator==(RbTreeMap const& o) const { return map_ == o.map_; }
 
@@ -113,6 +120,7 @@ class EntityTree {
     if (taken) map_.erase(key);
     return taken;
   }
+  bool anyKeyBegins(std::string_view prefix) const { return map_.anyKeyBegins(prefix); }
   void clear() { map_.clear(); }
 
   template <class E>
