@@ -29,7 +29,8 @@ class PtrInterface {
   void refDec() const noexcept {
     if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) lastRefGone();
   }
-  U32 refs() const noexcept { return refs_.load(std::memory_order_relaxed); }
+  // Whoever sees 1 and holds that handle sees all that the former holders did.
+  U32 refs() const noexcept { return refs_.load(std::memory_order_acquire); }
 
   // Marks an object that is not to be destroyed with its last reference (one with static or automatic storage).
   void isNondestructingIs(bool on) noexcept { nondestructing_ = on; }
@@ -40,7 +41,7 @@ class PtrInterface {
   // deep recursion.
   virtual void destroySelf() noexcept { delete this; }
 
-  // Spare bytes beside the count, for derived classes.
+  // A spare byte beside the count, for derived classes.
   U8 bits_ = 0;
 
  private:
@@ -48,8 +49,8 @@ class PtrInterface {
     if (!nondestructing_) const_cast<PtrInterface*>(this)->destroySelf();
   }
 
-  mutable std::atomic<U32> refs_{0};
   bool nondestructing_ = false;
+  mutable std::atomic<U32> refs_{0};
 };
 
 // Counted objects whose memory comes from the framework's pool.
