@@ -11,7 +11,17 @@ Dir::Dir(Name name, Dir* parent) : Entity(std::move(name)) {
   if (!parent) return;
   // Nobody holds the new directory yet: a handle that comes and goes meanwhile must not destroy it.
   isNondestructingIs(true);
-  parent->entryIs(Entity::Ptr(this));
+  try {
+    parent->entryIs(Entity::Ptr(this));
+  } catch (...) {
+    // A reactor of the parent threw: there will be no directory, so there must be no entry.
+    if (this->parent() == parent) {
+      Kel::Ptr<EntryState> const state = parent->entryState_.take(this->name());
+      state->entity_.release();
+      leaveTree(state);
+    }
+    throw;
+  }
   isNondestructingIs(false);
 }
 
@@ -23,7 +33,7 @@ Kel::Ptr<Dir::EntryState const> Dir::entry(Name const& name) const {
 }
 
 Entity::Ptr Dir::entityRef(Name const& name) {
-  EntryState* state = entryState_.find(name);
+  Kel::Ptr<EntryState> const state = entry(name);  // held: a reactor may delete the entry
   if (!state) return nullptr;
   if (!state->entity_) {
     KelType const* type = KelType::find(state->typeName_);
@@ -35,9 +45,11 @@ Entity::Ptr Dir::entityRef(Name const& name) {
   return state->entity_;
 }
 
-Entity::PtrConst Dir::entityRef(Name const& name) const {
+Entity::PtrConst Dir::entityRef(Name const& name) const { return Entity::PtrConst(child(name)); }
+
+Entity const* Dir::child(std::string_view name) const {
   EntryState const* state = entryState_.find(name);
-  return state ? Entity::PtrConst(state->entity_) : nullptr;
+  return state ? state->entity_.ptr() : nullptr;
 }
 
 void Dir::attach(EntryState& state, Entity::Ptr const& entity) {
@@ -70,11 +82,28 @@ Entity::Ptr Dir::newEntity(String8 const& typeName, Name const& name) {
   return type->newEntity(name, this);
 }
 
+namespace {
+
+bool hasChildren(Entity const& e) {
+  bool any = false;
+  for (KelAttr const* attr : e.type()->ownAttrs())
+    attr->access().eachChild(
+        e, [](Entity*, void* found) { *static_cast<bool*>(found) = true; }, &any);
+  return any;
+}
+
+}  // namespace
+
 void Dir::entryIs(Entity::Ptr const& entity) {
   if (!entity) throwNullValidPtr();
   if (entity->parent()) throwRangeException(entity->fullName() + " has a parent already");
-  if (entity.ptr() == root()) throwRangeException(fullName() + " cannot be put below itself");
-  attach(*newEntryState(entity->name(), entity->typeName()), entity);
+  // Only what has children can hold this; deep trees are built from the root down without walking up each time.
+  if (entity.ptr() == this || (hasChildren(*entity) && entity.ptr() == root()))
+    throwRangeException(fullName() + " cannot be put below itself");
+  Kel::Ptr<EntryState> const state = newEntryState(entity->name(), entity->typeName());
+  // Reactors have seen the entry state by now: one may have deleted it, or asked for its entity and so made another.
+  if (state->parent() != this || state->entity_) throwRangeException(fullName() + "/" + state->name() + " has changed");
+  attach(*state, entity);
 }
 
 void Dir::entryStateDel(Name const& name) {
@@ -224,7 +253,7 @@ KelType const* Dir::_fwkType() {
 KelType const* Dir::EntryState::_fwkType() {
   static KelType const* const type = [] {
     EntityTypeBuilder<EntryState> b("Kel::Dir::EntryState", Entity::_fwkType());
-    b.params<&Entity::name, &EntryState::entityTypeName>(nameAttr, {"name", "typeName"});
+    b.params<&Entity::name, &EntryState::entityTypeName>(entryNameAttr, {"name", "typeName"});
     b.pointer(entityPtrAttr, "entityPtr", &EntryState::entity_);
     b.readonly();
     b.nolog();

@@ -44,6 +44,10 @@ class Dir : public Entity {
   // made from the entry state's type; raises TypeException when that type is unknown or cannot be made from a name.
   Entity::Ptr entityRef(Name const& name);
   Entity::PtrConst entityRef(Name const& name) const;
+  // The child of that name, or null; for look-ups, which take no handle and no copy of the name.
+  Entity const* child(std::string_view name) const;
+  // Whether the name of some entry begins so.
+  bool anyNameBegins(std::string_view prefix) const { return entryState_.anyKeyBegins(prefix); }
 
   // The entry state of that name: made when it is missing, replaced when it is of another type.
   Kel::Ptr<EntryState> entryStateIs(Name const& name, String8 const& typeName);
@@ -70,7 +74,7 @@ class Dir::EntryState : public Entity {
  public:
   using Ptr = Kel::Ptr<EntryState>;
   using PtrConst = Kel::Ptr<EntryState const>;
-  enum Attribute : AttributeId { nameAttr, typeNameAttr, entityPtrAttr, endAttr };
+  enum EntryAttribute : AttributeId { entryNameAttr, typeNameAttr, entityPtrAttr };
 
   EntryState(Name name, String8 typeName) : Entity(std::move(name)), typeName_(std::move(typeName)) {}
   static KelType const* _fwkType();

@@ -76,56 +76,79 @@ std::size_t nextEnd(std::string_view path, std::size_t from) {
   return at == std::string_view::npos ? path.size() : at;
 }
 
-Entity const* childOf(Entity const& e, KelAttr const* attr, std::string_view key) {
-  if (attr) return attr->access().child(e, key);
-  return static_cast<Dir const&>(e).entityRef(Name(key)).ptr();
-}
+// A collection or directory whose members' keys a path goes on with, and the key that was tried last.
+struct Choice {
+  Entity const* owner;
+  KelAttr const* attr;  // null: the entries of a directory
+  std::size_t key, end;
+};
 
-// Resolves what follows an entity. Backtracking only happens where a key holds a separator; its depth is the number of
-// components, which `limit` bounds.
-Entity const* resolve(Entity const& from, std::string_view path, U32 limit);
+// Walks a path. Choices are kept, not recursed into: a path may be as long as a tree is deep.
+class Resolver {
+ public:
+  explicit Resolver(std::string_view path) : path_(path) { choices_.reserve(16); }
 
-// Tries the keys that `path` may begin with, shortest first.
-Entity const* resolveKey(Entity const& e, KelAttr const* attr, std::string_view path, U32 limit) {
-  if (path.empty()) return nullptr;
-  for (std::size_t end = nextEnd(path, 0);; end = nextEnd(path, end + 1)) {
-    if (end > 0) {
-      if (Entity const* child = childOf(e, attr, path.substr(0, end)))
-        if (Entity const* found = resolve(*child, path.substr(end), limit)) return found;
+  Entity const* from(Entity const& e) { return run(&e); }
+  Entity const* fromEntryOf(Entity const& dir) {
+    choices_.push_back({&dir, nullptr, 0, 0});
+    return run(nullptr);
+  }
+
+ private:
+  Entity const* run(Entity const* at) {
+    while (!at || at_ < path_.size()) {
+      if (at) at = step(*at);
+      while (!at && !choices_.empty()) at = nextMember();
+      if (!at) return nullptr;
     }
-    if (end >= path.size()) return nullptr;
+    return at;
   }
-}
 
-Entity const* resolve(Entity const& from, std::string_view path, U32 limit) {
-  if (path.empty()) return &from;
-  if (limit == 0) return nullptr;
-  if (path.front() == '/') {
-    if (from.type() != Dir::_fwkType()) return nullptr;
-    return resolveKey(from, nullptr, path.substr(1), limit - 1);
+  // Goes to a singleton, or notes a choice of members.
+  Entity const* step(Entity const& e) {
+    if (path_[at_] == '/') {
+      if (e.type() == Dir::_fwkType()) choices_.push_back({&e, nullptr, at_ + 1, at_ + 1});
+      return nullptr;
+    }
+    std::size_t const end = nextEnd(path_, at_ + 1);
+    KelAttr const* attr = path_[at_] == '.' ? e.type()->findAttr(path_.substr(at_ + 1, end - at_ - 1)) : nullptr;
+    if (!attr || !attr->instantiating()) return nullptr;
+    if (attr->isCollection()) {
+      if (end < path_.size() && path_[end] == '/') choices_.push_back({&e, attr, end + 1, end + 1});
+      return nullptr;
+    }
+    at_ = end;
+    return attr->access().child(e, {});
   }
-  std::size_t const end = nextEnd(path, 1);
-  KelAttr const* attr = path.front() == '.' ? from.type()->findAttr(path.substr(1, end - 1)) : nullptr;
-  if (!attr || !attr->instantiating()) return nullptr;
-  if (attr->isCollection()) {
-    if (end >= path.size() || path[end] != '/') return nullptr;
-    return resolveKey(from, attr, path.substr(end + 1), limit - 1);
-  }
-  Entity const* child = childOf(from, attr, {});
-  return child ? resolve(*child, path.substr(end), limit - 1) : nullptr;
-}
 
-constexpr U32 maxPathDepth = 10000;
+  // The member under the next longer key of the last choice; a choice without one is given up.
+  Entity const* nextMember() {
+    Choice& c = choices_.back();
+    if (c.end > c.key && !c.attr && c.end < path_.size() &&
+        !static_cast<Dir const*>(c.owner)->anyNameBegins(path_.substr(c.key, c.end + 1 - c.key)))
+      c.end = path_.size();
+    if (c.end >= path_.size()) {
+      choices_.pop_back();
+      return nullptr;
+    }
+    at_ = c.end = nextEnd(path_, c.end + 1);
+    std::string_view const key = path_.substr(c.key, c.end - c.key);
+    return c.attr ? c.attr->access().child(*c.owner, key) : static_cast<Dir const*>(c.owner)->child(key);
+  }
+
+  std::string_view path_;
+  std::size_t at_ = 0;
+  std::vector<Choice> choices_;
+};
 
 }  // namespace
 
 Entity const* Entity::lookup(String8 const& path) const {
   if (path.empty()) return nullptr;
   std::string_view const text = path;
-  if (text.front() == '/') return resolve(*root(), text, maxPathDepth);
-  if (text.front() == '.') return resolve(*this, text, maxPathDepth);
-  if (type() != Dir::_fwkType()) return nullptr;
-  return resolveKey(*this, nullptr, text, maxPathDepth);
+  if (text.front() == '/') return Resolver(text).from(*root());
+  if (text.front() == '.') return Resolver(text).from(*this);
+  return type() == Dir::_fwkType() ? Resolver(text).fromEntryOf(*this) : nullptr;
 }
 
 // --- Leaving the tree, and the end ---
@@ -163,6 +186,7 @@ class Dismantling {
       current_->waiting_.push_back({&e, true});
       return;
     }
+    Entity::departures_.fetch_add(1, std::memory_order_relaxed);
     Dismantling run;
     current_ = &run;
     run.waiting_.push_back({&e, true});
@@ -184,11 +208,10 @@ class Dismantling {
     while (!children_.empty()) {
       Ptr<Entity> child = std::move(children_.back());
       children_.pop_back();
-      if (child->refs() > 1 || child->isNondestructing()) {
-        child->parent_ = nullptr;  // somebody holds it: it stays, out of the tree
-      } else {
-        waiting_.push_back({child.release(), false});  // nobody else does: its count is left at 1 and never read again
-      }
+      child->parent_ = nullptr;
+      child->parentAttrId_ = noAttribute;
+      // What somebody holds stays, out of the tree. Of anything else the count is left at 1 and never read again.
+      if (child->refs() == 1 && !child->isNondestructing()) waiting_.push_back({child.release(), false});
     }
     delete entity;
   }
