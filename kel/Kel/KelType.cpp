@@ -1,6 +1,6 @@
 #include "Kel/KelType.h"
 
-#include <charconv>
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <ostream>
@@ -23,6 +23,7 @@ struct TypeRegistry {
   std::mutex lock;
   std::map<std::string_view, KelType const*> byName;
   std::vector<TypeFunction> announced;
+  std::recursive_mutex making;  // held while announced types are made: who looks one up meanwhile waits for it
 };
 
 TypeRegistry& typeRegistry() {
@@ -47,13 +48,19 @@ TypeRegistration::TypeRegistration(KelType const* (*fwkType)()) {
 
 KelType const* KelType::find(String8 const& fullTypeName) {
   TypeRegistry& r = typeRegistry();
-  std::vector<TypeFunction> announced;
   {
-    std::lock_guard<std::mutex> guard(r.lock);
-    announced.swap(r.announced);
+    std::lock_guard<std::recursive_mutex> making(r.making);
+    std::vector<TypeFunction> announced;
+    {
+      std::lock_guard<std::mutex> guard(r.lock);
+      announced.swap(r.announced);
+    }
+    for (TypeFunction function : announced) function();
   }
-  for (TypeFunction function : announced) function();
   Dir::_fwkType();
+  builtinType(Builtin::none);  // makes all builtins
+  TypeOf<KelAttr>::type();
+  TypeOf<GenericIf>::type();
   std::lock_guard<std::mutex> guard(r.lock);
   auto const it = r.byName.find(fullTypeName.view());
   return it == r.byName.end() ? nullptr : it->second;
@@ -90,13 +97,14 @@ KelAttr const* KelType::getAttr(std::string_view name) const {
 bool KelType::pointersBelow() const {
   S8 known = pointersBelow_.load(std::memory_order_relaxed);
   if (known >= 0) return known != 0;
-  if (this == Dir::_fwkType()) {
-    known = 1;
-  } else {
-    pointersBelow_.store(0, std::memory_order_relaxed);  // ends the recursion of a type that owns its own kind
-    known = ptrAttrs_.empty() ? 0 : 1;
-    for (KelAttr const* attr : ownAttrs_)
-      if (attr->type()->pointersBelow()) known = 1;
+  // Types may own each other in circles: only what was asked for is known for certain, and stored, at the end.
+  known = 0;
+  std::vector<KelType const*> reached{this};
+  for (std::size_t i = 0; i < reached.size() && known == 0; ++i) {
+    KelType const& type = *reached[i];
+    if (&type == Dir::_fwkType() || !type.ptrAttrs_.empty()) known = 1;  // a directory holds anything
+    for (KelAttr const* attr : type.ownAttrs_)
+      if (std::find(reached.begin(), reached.end(), attr->type()) == reached.end()) reached.push_back(attr->type());
   }
   pointersBelow_.store(known, std::memory_order_relaxed);
   return known != 0;
@@ -116,11 +124,7 @@ GenericIf::PtrConst defaultArg(KelArg const& arg) {
   if (arg.pointer) return nullptr;
   KelType const* type = arg.type();
   if (type->isEnum()) return GenericIf::ofEnum(type, type->enumerators().front().value);
-  if (type->kind() == KelType::Kind::value)
-    return type->genericFromText(String8("Value('") + type->fullTypeName() + "', ** {})");
-  return type->builtin() == KelType::Builtin::string  ? GenericIf::of(String8())
-         : type->builtin() == KelType::Builtin::boolT ? GenericIf::of(false)
-                                                      : type->genericFromText("0");
+  return type->valueOps().initial();
 }
 
 }  // namespace
@@ -303,11 +307,16 @@ struct CharPtrOps {
   static GenericIf::Ptr parse(char const*&, char const*) { throwRangeException("a character pointer cannot be read"); }
 };
 
+template <class T>
+GenericIf::Ptr initialOf() {
+  return GenericIf::of(T{});
+}
+
 template <class T, template <class> class Ops = BuiltinOps>
 KelType const* makeBuiltin(char const* name) {
   TypeBuilderBase b(name, KelType::Kind::builtin, nullptr);
   b.setBuiltin(TypeOf<T>::builtin);
-  b.setOps({&Ops<T>::print, &Ops<T>::strep, &Ops<T>::parse, &Ops<T>::box, &Ops<T>::equal});
+  b.setOps({&Ops<T>::print, &Ops<T>::strep, &Ops<T>::parse, &Ops<T>::box, &Ops<T>::equal, &initialOf<T>});
   return b.done();
 }
 

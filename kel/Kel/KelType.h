@@ -30,6 +30,7 @@ struct ValueOps {
   Ptr<GenericIf> (*parse)(char const*& begin, char const* end);
   Ptr<GenericIf> (*box)(void const* value);
   bool (*equal)(void const* a, void const* b);  // null: the type has no comparison operator
+  Ptr<GenericIf> (*initial)();                  // the value that a declaration without one starts with
 };
 
 // Records refer to each other in circles, so they refer through functions and look each other up when first asked.
@@ -208,7 +209,7 @@ class KelType final : public PtrInterface {
   KelAttr const* valAttr() const { return valAttr_; }
   ValueOps const& valueOps() const { return ops_; }
 
-  // Enumerators in the order of their values.
+  // Enumerators in the order of the model.
   struct Enumerator {
     String8 name;
     S32 value;

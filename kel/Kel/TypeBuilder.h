@@ -70,13 +70,14 @@ struct ValueOpsOf {
     return GenericIf::of(v);
   }
   static GenericIf::Ptr box(void const* value) { return GenericIf::of(of(value)); }
+  static GenericIf::Ptr initial() { return GenericIf::of(V{}); }
   static bool equal(void const* a, void const* b) {
     if constexpr (requires(V const& x) { x == x; }) return of(a) == of(b);
     return false;
   }
   static constexpr ValueOps ops() {
     constexpr bool comparable = requires(V const& x) { x == x; };
-    return {&print, &strep, &parse, &box, comparable ? &equal : nullptr};
+    return {&print, &strep, &parse, &box, comparable ? &equal : nullptr, &initial};
   }
 };
 
