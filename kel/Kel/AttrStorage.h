@@ -3,6 +3,7 @@
 #pragma once
 
 #include <charconv>
+#include <optional>
 
 #include "Kel/AttrAccess.h"
 #include "Kel/Box.h"
@@ -20,12 +21,18 @@ inline void changed(KelAttr const& attr, Entity& e, void const* key = nullptr) {
 }
 
 [[noreturn]] void throwKeyWanted(KelAttr const& attr);
+[[noreturn]] void throwKeyType(KelAttr const& attr, KelType const* expected);
 [[noreturn]] void throwNoKeyWanted(KelAttr const& attr);
 [[noreturn]] void throwNullMember(KelAttr const& attr);
 [[noreturn]] void throwTaken(KelAttr const& attr, String8 const& key);
 inline void wantNoKey(KelAttr const& attr, GenericIf const* key) {
   if (key) throwNoKeyWanted(attr);
 }
+// Whether two entities of the same type have the same constructor parameters; pointers are the same when their targets
+// are.
+bool sameParams(Entity const& a, Entity const& b);
+// For messages; a null key is the key of a collection keyed by pointers.
+inline String8 keyText(GenericIf::PtrConst const& key) { return key ? key->text() : String8("<null>"); }
 // The arguments of a creation: those of a list, the one value, or the key alone.
 std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key, GenericIf const* value);
 
@@ -35,22 +42,23 @@ template <class K>
 K unboxKey(KelAttr const& attr, GenericIf const* key) {
   if constexpr (isPtrType<K>) {
     using Target = typename PtrTraits<K>::target;
+    if constexpr (std::is_base_of_v<Entity, Target>)
+      if (key && !(key->isEntity() && key->type()->isA(TypeOf<Target>::type()))) throwKeyType(attr, typeOfArg<K>());
     return K(const_cast<Target*>(unbox<Ptr<Target const>>(key, attr.fullName()).ptr()));
   } else {
     if (!key) throwKeyWanted(attr);
-    if (key->type() != TypeOf<K>::type())
-      throwBadIndexAttrException(attr.fullName(),
-                                 String8("key of type ") + TypeOf<K>::type()->fullTypeName() + " expected");
+    if (key->type() != TypeOf<K>::type()) throwKeyType(attr, TypeOf<K>::type());
     return key->attrVal<K>();
   }
 }
 // A key to be stored.
 template <class K>
 K unboxNewKey(KelAttr const& attr, GenericIf const* key) {
+  K const any = unboxKey<K>(attr, key);
   if constexpr (isPtrType<K>)
     return unbox<K>(key, attr.fullName());
   else
-    return unboxKey<K>(attr, key);
+    return any;
 }
 
 // One value.
@@ -231,10 +239,6 @@ class SingletonAccess final : public AttrAccess {
   }
 
  private:
-  static bool sameParams(Entity const& a, Entity const& b) {
-    auto* equal = a.type()->paramsEqual();
-    return equal ? equal(a, b) : a.name() == b.name();
-  }
   void put(KelAttr const& attr, Entity& e, Ptr<Entity> const& made) const {
     if (e.*slot_) Entity::leaveTree(std::exchange(e.*slot_, nullptr));
     e.*slot_ = Ptr<E>(static_cast<E*>(made.ptr()));
@@ -244,6 +248,18 @@ class SingletonAccess final : public AttrAccess {
 
   Ptr<E> Entity::*slot_;
 };
+
+// The integer that prints as `text`: nothing where no integer does.
+template <class I>
+std::optional<I> printedInteger(std::string_view text) {
+  I value{};
+  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  bool const plain = text == "0" || text.find_first_of("123456789") == (text.substr(0, 1) == "-" ? 1u : 0u);
+  if (error != std::errc() || end != text.data() + text.size() || !plain) return std::nullopt;
+  return value;
+}
+template <class K>
+inline constexpr bool isIntegerKey = std::is_integral_v<K> && !std::is_same_v<K, bool> && !std::is_same_v<K, char>;
 
 // The iterator of a collection behind the reflective interface; `Member` gives the member of the iterator's position.
 template <class It, class Member>
@@ -307,7 +323,7 @@ class MapAccess final : public AttrAccess {
     K const k = key || !keyOf_ || !value ? unboxKey<K>(attr, key) : keyOf_(unbox<V>(value, attr.fullName()));
     if (op == AttributeOp::notify) return e.notify(attr.id(), &k);
     if (op == AttributeOp::create) {
-      if ((e.*slot_).find(k)) throwTaken(attr, box(k)->text());
+      if ((e.*slot_).find(k)) throwTaken(attr, keyText(box(k)));
       return set(attr, e, key, value);
     }
     if constexpr (requires(M & m) { m.increment(k); }) {
@@ -337,7 +353,8 @@ class MapAccess final : public AttrAccess {
     std::vector<K> keys;
     for (auto it = (e.*slot_).iterator(); it; ++it) keys.push_back(it.key());
     for (K const& k : keys)
-      if ((e.*slot_).erase(k)) changed(attr, e, &k);
+      if ((e.*slot_).erase(k)) e.notify(attr.id(), &k);
+    if (auto* after = attr.afterChange(); after && !keys.empty()) after(e);
   }
 
   M Entity::*slot_;
@@ -362,15 +379,14 @@ class OwnedMapAccess final : public AttrAccess {
     Ptr<Entity> const made = make(attr, key, value);
     K const k = keyOf(*made);
     if (E* old = (e.*slot_).find(k)) {
-      auto* equal = old->type()->paramsEqual();
-      if (!equal || equal(*old, *made)) return;
+      if (sameParams(*old, *made)) return;
       Entity::leaveTree((e.*slot_).take(k));
     }
     put(attr, e, made);
   }
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
     K const k = unboxKey<K>(attr, key);
-    drop(attr, e, k);
+    if (take(e, k)) changed(attr, e, &k);
   }
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
     if (op == AttributeOp::create) {
@@ -381,7 +397,9 @@ class OwnedMapAccess final : public AttrAccess {
     if (op == AttributeOp::deleteAll) {
       std::vector<K> keys;
       for (auto it = (e.*slot_).iteratorConst(); it; ++it) keys.push_back(it.key());
-      for (K const& k : keys) drop(attr, e, k);
+      for (K const& k : keys)
+        if (take(e, k)) e.notify(attr.id(), &k);
+      if (auto* after = attr.afterChange(); after && !keys.empty()) after(e);
       return;
     }
     if (op == AttributeOp::notify) {
@@ -437,6 +455,9 @@ class OwnedMapAccess final : public AttrAccess {
     M const& map = e.*slot_;
     if constexpr (std::is_same_v<K, String8>) {
       return map.find(key);
+    } else if constexpr (isIntegerKey<K>) {
+      auto const number = printedInteger<K>(key);
+      return number ? map.find(*number) : nullptr;
     } else {
       for (auto it = map.iteratorConst(); it; ++it)
         if (it->name() == key) return const_cast<E*>(it.ptr().ptr());
@@ -472,11 +493,11 @@ class OwnedMapAccess final : public AttrAccess {
     K const k = keyOf(*made);
     changed(attr, e, &k);
   }
-  void drop(KelAttr const& attr, Entity& e, K const& k) const {
+  bool take(Entity& e, K const& k) const {
     Ptr<E> gone = (e.*slot_).take(k);
-    if (!gone) return;
+    if (!gone) return false;
     Entity::leaveTree(std::move(gone));
-    changed(attr, e, &k);
+    return true;
   }
 
   M Entity::*slot_;
@@ -534,7 +555,7 @@ class QueueAccess final : public AttrAccess {
   Q Entity::*slot_;
 };
 
-// A queue of owned entities; the index is their first constructor parameter.
+// A queue of owned entities; the index is their first constructor parameter, if they have one.
 template <class Q>
 class OwnedQueueAccess final : public AttrAccess {
   using E = typename Q::mapped_type::element_type;
@@ -555,7 +576,7 @@ class OwnedQueueAccess final : public AttrAccess {
     std::vector<GenericIf::PtrConst> args =
         value ? creationArgs(attr, nullptr, value) : std::vector<GenericIf::PtrConst>();
     I const i = (e.*slot_).nextIndex();
-    args.insert(args.begin(), GenericIf::of(i));
+    if (!TypeOf<E>::type()->ctorArgs().empty()) args.insert(args.begin(), GenericIf::of(i));
     Ptr<Entity> const made = TypeOf<E>::type()->newEntity(args);
     (e.*slot_).enq(Ptr<E>(static_cast<E*>(made.ptr())));
     e.adopt(*made, attr.id());
@@ -581,9 +602,9 @@ class OwnedQueueAccess final : public AttrAccess {
   }
   U32 count(KelAttr const&, Entity const& e) const override { return (e.*slot_).members(); }
   Entity* child(Entity const& e, std::string_view key) const override {
-    for (auto it = (e.*slot_).iterator(); it; ++it)
-      if (it.value()->name() == key) return it.value().ptr();
-    return nullptr;
+    auto const index = printedInteger<I>(key);
+    Ptr<E> const* member = index ? (e.*slot_).find(*index) : nullptr;
+    return member ? member->ptr() : nullptr;
   }
   void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
     for (auto it = (e.*slot_).iterator(); it; ++it) visit(it.value().ptr(), context);

@@ -151,11 +151,14 @@ void GenericIf::attributeDel(AttributeId id, PtrConst const& key) const {
 void GenericIf::attributeSQEnq(AttributeId id, PtrConst const& value) const {
   KelAttr const& a = checked(id);
   Entity& e = writableEntity(a);
+  if (a.isQueue() && !a.writable()) throwOpNotSupportedException(a.fullName(), "attributeSQEnq");
   a.access().enq(a, e, value.ptr());
 }
 void GenericIf::attributeSQDeq(AttributeId id) const {
   KelAttr const& a = checked(id);
-  a.access().deq(a, writableEntity(a));
+  Entity& e = writableEntity(a);
+  if (a.isQueue() && !a.writable()) throwOpNotSupportedException(a.fullName(), "attributeSQDeq");
+  a.access().deq(a, e);
 }
 void GenericIf::attributeOp(AttributeOp op, AttributeId id, PtrConst const& key, PtrConst const& value) const {
   KelAttr const& a = checked(id);
@@ -266,6 +269,9 @@ void throwWrongType(String8 const& where, KelType const* expected, GenericIf con
 }
 
 void throwKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullName(), "a key is needed"); }
+void throwKeyType(KelAttr const& attr, KelType const* expected) {
+  throwBadIndexAttrException(attr.fullName(), String8("key of type ") + expected->fullTypeName() + " expected");
+}
 void throwNoKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullName(), "no collection, so no key"); }
 void throwNullMember(KelAttr const& attr) {
   throwRangeException(String8("null _") + attr.name() + " parameter to mutator for " + attr.fullName() +
@@ -284,6 +290,19 @@ std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf con
   throwUnknownArgException(attr.fullName(), "constructor arguments are needed");
 }
 
+bool sameParams(Entity const& a, Entity const& b) {
+  if (auto* equal = a.type()->paramsEqual()) return equal(a, b);
+  for (KelAttr const* attr : a.type()->attributeQ()) {
+    if (!attr->ctorParam()) continue;
+    AttrAccess const& access = attr->access();
+    bool const same = attr->isPtr()
+                          ? access.single(a) == access.single(b)
+                          : access.get(*attr, &a, nullptr, true)->valueEqual(*access.get(*attr, &b, nullptr, true));
+    if (!same) return false;
+  }
+  return true;
+}
+
 GenericIf const* callArg(KelAttr const& attr, GenericIf::Args const& args, std::size_t n) {
   for (auto const& [name, value] : args)
     if (name == attr.args()[n].name) return value.ptr();
@@ -291,10 +310,14 @@ GenericIf const* callArg(KelAttr const& attr, GenericIf::Args const& args, std::
 }
 
 void checkCallArgs(KelAttr const& attr, GenericIf::Args const& args) {
-  for (auto const& [name, value] : args) {
+  for (auto const& given : args) {
+    String8 const& name = given.first;
     bool known = false;
     for (KelArg const& arg : attr.args()) known = known || arg.name == name;
     if (!known) throwUnknownArgException(attr.fullName(), String8("unknown argument '") + name + "'");
+    for (auto const& other : args)
+      if (&other != &given && other.first == name)
+        throwUnknownArgException(attr.fullName(), String8("argument '") + name + "' is given twice");
   }
 }
 
