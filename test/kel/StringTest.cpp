@@ -1,0 +1,181 @@
+// Strings and handles.
+#include <set>
+#include <thread>
+#include <unordered_set>
+
+#include "Support.h"
+
+namespace Gadgets {
+namespace {
+
+TEST(String8, CopiesShareTheirBytes) {
+  String8 const a("some text");
+  String8 const b = a;
+  String8 c("other");
+  c = b;
+  EXPECT_TRUE(a.sharesBytes(c));
+  EXPECT_EQ(a.charPtr(), c.charPtr());
+  EXPECT_FALSE(a.sharesBytes(String8("some text")));
+  EXPECT_TRUE(String8().sharesBytes(String8("")));
+  EXPECT_TRUE(a.sharesBytes(a.substr(0)));
+  EXPECT_TRUE(a.sharesBytes(a + ""));
+}
+
+TEST(String8, BehavesAsStandardStrings) {
+  Random random(1);
+  for (int i = 0; i < 3000; ++i) {
+    String8 const a = random.of<String8>(), b = random.once(2) ? random.of<String8>() : String8(a.str());
+    std::string const s = a.str(), t = b.str();
+    EXPECT_EQ(a == b, s == t);
+    EXPECT_EQ(a < b, s < t);
+    EXPECT_EQ(a >= b, s >= t);
+    EXPECT_EQ((a + b).str(), s + t);
+    String8 sum = a;
+    sum += b;
+    EXPECT_EQ(sum, a + b);
+    if (a == b) {
+      EXPECT_EQ(a.hash(), b.hash());
+    }
+    EXPECT_EQ(a.hash(), keyHash(a.view()));
+    EXPECT_NE(a.hash(), 0u);
+    S64 const from = static_cast<S64>(random.below(20)) - 3;
+    std::size_t const at = s.find(t.substr(0, 1), static_cast<std::size_t>(std::max<S64>(from, 0)));
+    EXPECT_EQ(a.pos(t.substr(0, 1), from), at == std::string::npos ? String8::npos : static_cast<S64>(at));
+  }
+}
+
+TEST(String8, SubstrClampsBothEnds) {
+  String8 const s("abc");
+  EXPECT_EQ(s.substr(1), "bc");
+  EXPECT_EQ(s.substr(1, 1), "b");
+  EXPECT_EQ(s.substr(3), "");
+  EXPECT_EQ(s.substr(std::numeric_limits<S64>::max()), "");
+  EXPECT_EQ(s.substr(std::numeric_limits<S64>::min(), 2), "ab");
+  EXPECT_EQ(s.substr(0, std::numeric_limits<unsigned>::max()), "abc");
+  EXPECT_EQ(s.substr(2, 0), "");
+  EXPECT_EQ(String8().substr(1, 1), "");
+}
+
+TEST(String8, MayBecomeAPartOfItself) {
+  String8 s("abcdef");
+  s.init(s.charPtr(), 2, 3);
+  EXPECT_EQ(s, "cde");
+  s = s;
+  s += s;
+  EXPECT_EQ(s, "cdecde");
+  String8 moved = std::move(s);
+  EXPECT_EQ(moved, "cdecde");
+}
+
+TEST(String8, HashesSpread) {
+  std::unordered_set<U32> hashes;
+  for (int i = 0; i < 50000; ++i) hashes.insert(String8("Ethernet" + std::to_string(i)).hash());
+  EXPECT_GT(hashes.size(), 49990u);
+}
+
+TEST(String8, CopiesOnManyThreads) {
+  String8 const shared("shared by all");
+  auto work = [&shared] {
+    for (int i = 0; i < 20000; ++i) {
+      String8 const copy = shared;
+      String8 const own = copy + std::to_string(i);
+      if (own.hash() == 0) FAIL();
+    }
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(shared, "shared by all");
+}
+
+// --- Handles ---
+
+struct Counted : VFPtrInterface {
+  explicit Counted(int& n) : alive(n) { ++alive; }
+  ~Counted() override { --alive; }
+  int& alive;
+};
+struct Derived : Counted {
+  using Counted::Counted;
+};
+
+TEST(Ptr, TheLastHandleDestroys) {
+  int alive = 0;
+  {
+    Ptr<Derived> a(new Derived(alive));
+    Ptr<Counted const> b = a;
+    EXPECT_EQ(a->refs(), 2u);
+    Ptr<Counted> c = std::move(a);
+    EXPECT_EQ(a, nullptr);
+    EXPECT_EQ(b->refs(), 2u);
+    c = c;
+    c = nullptr;
+    EXPECT_EQ(alive, 1);
+    EXPECT_TRUE(ptrCast<Derived const>(b));
+    EXPECT_FALSE(ptrCast<Part const>(Entity::PtrConst(partFactory("p"))) == nullptr);
+    EXPECT_FALSE(ptrCast<Plain>(Entity::Ptr(partFactory("p"))));
+  }
+  EXPECT_EQ(alive, 0);
+}
+
+TEST(Ptr, NondestructingObjectsOutliveTheirHandles) {
+  int alive = 0;
+  Counted held(alive);
+  held.isNondestructingIs(true);
+  { Ptr<Counted> const handle(&held); }
+  EXPECT_EQ(alive, 1);
+}
+
+TEST(Ptr, ValidPtrIsNeverNull) {
+  int alive = 0;
+  ValidPtr<Counted> const valid = validPtr(Ptr<Counted>(new Counted(alive)));
+  EXPECT_EQ(valid->alive, 1);
+  EXPECT_EQ(messageOf<RangeException>([] { validPtr(Ptr<Counted>()); }), "null ValidPtr");
+}
+
+TEST(Ptr, CountsAreAtomic) {
+  int alive = 0;
+  Ptr<Counted> const shared(new Counted(alive));
+  auto work = [&shared] {
+    for (int i = 0; i < 50000; ++i) Ptr<Counted const> const copy = shared;
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(shared->refs(), 1u);
+}
+
+// What a thread made may be released by another, which need not make anything itself, and is there for a third.
+TEST(MemPool, BlocksPassFromThreadToThread) {
+  for (int round = 0; round < 20; ++round) {
+    std::vector<String8> made;
+    std::thread([&made] {
+      for (int i = 0; i < 3000; ++i) made.push_back("string " + std::to_string(i));
+    }).join();
+    std::thread([&made] { std::vector<String8>().swap(made); }).join();
+  }
+  SUCCEED();
+}
+
+#if !defined(__SANITIZE_ADDRESS__)
+// Blocks that a thread held when it ended are handed out again instead of new ones.
+TEST(MemPool, ThreadsThatEndLeaveNothingBehind) {
+  std::set<void*> seen;
+  std::size_t first = 0;
+  for (int round = 0; round < 10; ++round) {
+    std::vector<void*> blocks;
+    std::thread([&] {
+      for (int i = 0; i < 1000; ++i) blocks.push_back(KelMemPool::allocate(512));
+    }).join();
+    std::thread([&] {
+      for (void* block : blocks) KelMemPool::release(block, 512);
+    }).join();
+    seen.insert(blocks.begin(), blocks.end());
+    if (round == 0) first = seen.size();
+  }
+  EXPECT_LT(seen.size(), 2 * first);
+}
+#endif
+
+}  // namespace
+}  // namespace Gadgets
