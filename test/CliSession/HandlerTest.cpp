@@ -1,0 +1,282 @@
+// Handler tables, custom handlers, directories, filters, and the session handler's marks.
+#include <gtest/gtest.h>
+
+#include "CliSession/World.h"
+
+namespace {
+
+using namespace Tests;
+namespace S = Cli::Session;
+using SessionHandler = S::EntityCopyGlobalSessionHandler;
+
+// Overrides in C++ what it is asked, and says what that was.
+struct Recorder : SessionHandler {
+  std::vector<std::string> visits, targets;
+  bool goOn = true;
+  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
+                    Kel::String path) override {
+    visits.emplace_back(path.view());
+    return goOn && ec->doCopyEntityAttrs(dest, src, path, nullptr);
+  }
+  S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& src) override {
+    targets.emplace_back(src->fullName().view());
+    return SessionHandler::resolveEntityPtr(ec, src);
+  }
+};
+
+struct Handlers : testing::Test {
+  World world;
+  Kel::Ptr<Plant::Hall> src = World::hall(world.src), dest = World::hall(world.dest);
+  S::EntityCopyCustomHandlerTable::Ptr table = S::entityCopyCustomHandlerTableFactory("table", world.root);
+  Kel::Ptr<Recorder> recorder = Kel::Ptr<Recorder>(new Recorder);
+
+  // A copy whose session handler looks into the table.
+  EntityCopy::Ptr copyWithTable(bool compare = false) const {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src, compare);
+    Kel::ptrCast<SessionHandler>(ec->handler())->handlerTableIs(table);
+    recorder->sessionStatusIs(world.status);
+    return ec;
+  }
+};
+using HandlersDeathTest = Handlers;
+
+TEST_F(Handlers, AreFoundByExactPathThenByTypeAndPrefix) {
+  Kel::Ptr<SessionHandler> made[5];
+  for (auto& handler : made) handler = world.handler();
+  table->registerCustomCopyHandler(S::EntityPath("/x"), "T", made[0]);
+  table->registerCustomCopyHandler(S::EntityPath("/x/y"), "T", made[1]);
+  table->registerCustomCopyHandler(S::EntityPath("/a/b"), "T", made[2]);
+  table->registerCustomCopyHandler(S::EntityPath("/a/b/c"), "", made[3]);
+  EXPECT_EQ(table->findCustomCopyHandler("/x/y/z", "T"), made[0]) << "the smaller key wins";
+  EXPECT_EQ(table->findCustomCopyHandler("/a/bc", "T"), made[2]) << "characters are compared, not components";
+  EXPECT_EQ(table->findCustomCopyHandler("/a/b/c", "T"), made[3]);
+  EXPECT_EQ(table->findCustomCopyHandler("/a/b/c", "Other"), made[3]);
+  EXPECT_EQ(table->findCustomCopyHandler("/a/b/c/d", "T"), made[2]);
+  EXPECT_FALSE(table->findCustomCopyHandler("/a/b", "Other"));
+  EXPECT_FALSE(table->findCustomCopyHandler("/a", "T"));
+  EXPECT_EQ(table->typeSpecificHandlerss(), 1u) << "looking up has made something";
+  table->registerCustomCopyHandler(S::EntityPath("/x"), "T", made[4]);
+  EXPECT_EQ(table->findCustomCopyHandler("/x", "T"), made[4]) << "it was not replaced";
+  table->registerCustomCopyHandler(S::EntityPath(""), "T", made[0]);
+  EXPECT_EQ(table->findCustomCopyHandler("/a/bc", "T"), made[0]) << "the empty key matches everything";
+  EXPECT_THROW(table->registerCustomCopyHandler(S::EntityPath(""), "T", nullptr), Kel::RangeException);
+}
+
+TEST_F(Handlers, CustomOnesTakeOver) {
+  src->u8Is(1);
+  src->newBolt("a")->lockedIs(true);
+  src->newBolt("b")->lockedIs(true);
+  table->registerCustomCopyHandler(S::EntityPath("hall.bolt/a"), "", recorder);
+  recorder->goOn = false;
+  Traces const traces("CliSession");
+  copyWithTable()->destIs(world.dest);
+  EXPECT_EQ(recorder->visits, std::vector<std::string>{"hall.bolt/a"});
+  EXPECT_FALSE(dest->bolt("a")->locked());
+  EXPECT_TRUE(dest->bolt("b")->locked());
+  EXPECT_TRUE(traces.has("CliSession/9 Custom handling for hall.bolt/a, Plant::Bolt")) << traces.text();
+}
+
+TEST_F(Handlers, CustomOnesOfATypeCatchCopyRootsUnderTheEmptyPath) {
+  table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Hall", recorder);
+  src->newAnnex("x");
+  copyWithTable()->destIs(world.dest);
+  EXPECT_EQ(recorder->visits, (std::vector<std::string>{"", "hall.annex/x", ""}));
+}
+
+TEST_F(Handlers, ADerivedOneKeepsItsOverridesWhenItIsTheEngines) {
+  src->newBolt("b")->peerIs(src->newShelf("s"));
+  EntityCopy::Ptr const ec = copyWithTable();
+  ec->handlerIs(recorder);
+  ec->destIs(world.dest);
+  EXPECT_EQ(recorder->visits, (std::vector<std::string>{"", "hall.bolt/b", "hall.shelf/s", ""}));
+  EXPECT_EQ(recorder->targets.front(), "/src/hall.shelf/s");
+  EXPECT_EQ(dest->bolt("b")->peer(), dest->shelf("s"));
+}
+
+TEST_F(Handlers, MarkSessionRootsThatTheyAreGivenByPath) {
+  src->u8Is(1);
+  src->newPart();
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDelAll();
+  ec->destIs(world.dest);
+  auto const handler = Kel::ptrCast<SessionHandler>(ec->handler());
+  Traces const traces("CliSession");
+  EXPECT_TRUE(handler->handleEntity(ec, dest, src, "hall"));
+  EXPECT_TRUE(handler->copied()->isPrefix("hall"));
+  EXPECT_TRUE(handler->copied()->isPrefix("hall.part"));
+  EXPECT_FALSE(handler->copied()->isPrefix("hall.u8"));
+  EXPECT_EQ(handler->copied()->name(), "entity");
+  dest->u8Is(9);
+  EXPECT_FALSE(handler->handleEntity(ec, dest, src, "hall"));
+  EXPECT_FALSE(handler->handleEntity(ec, dest, src, "hall.annex/x"));
+  EXPECT_EQ(dest->u8(), 9);
+  EXPECT_TRUE(traces.inOrder({"CliSession/9  mark hall as copied.", "CliSession/9 handleEntity of hall completed (1)",
+                              "CliSession/8 handleEntity() skipping hall",
+                              "CliSession/8 handleEntity() skipping hall.annex/x"}))
+      << traces.text();
+  handler->copiedDel();
+  EXPECT_TRUE(handler->handleEntity(ec, dest, src, "hall"));
+}
+
+TEST_F(HandlersDeathTest, AssertWhatTheyNeed) {
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  auto const handler = Kel::ptrCast<SessionHandler>(ec->handler());
+  EXPECT_DEATH(handler->handleEntity(ec, dest, nullptr, "hall"), "Assertion 'srcEntity' failed");
+  handler->sessionStatusIs(S::statusFactory("bare"));
+  EXPECT_DEATH(ec->destIs(world.dest), "Assertion 'sessionStatus\\(\\)->rootTrie\\(\\)' failed");
+  handler->sessionStatusIs(nullptr);
+  EXPECT_DEATH(ec->destIs(world.dest), "CliSession:[0-9]+: .*handleEntity.*Assertion 'sessionStatus\\(\\)' failed");
+  EXPECT_DEATH(ec->doCopyEntityAttrs((src->newPart(), dest), src, "hall", nullptr), "'sessionStatus\\(\\)' failed");
+}
+
+// --- Filters ---
+
+TEST_F(Handlers, AFilterIsMadeOnceAndGathersNames) {
+  S::EntityCopyFilterDir::Ptr const dir = S::entityCopyFilterDirFactory("filters");
+  S::AttributeFilter::Ptr const names = S::attributeFilterFactory();
+  names->attributeNameIs("u8", false);
+  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Hall", names);
+  auto const filter = dir->ecf(S::HandlerContext(S::EntityPath(""), "Plant::Hall"));
+  ASSERT_TRUE(filter);
+  EXPECT_TRUE(filter->filteredAttribute()->attributeName("u8")) << "every name is set to true";
+  names->attributeNameDelAll();
+  names->attributeNameIs("u16", true);
+  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Hall", names);
+  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Hall", nullptr);
+  EXPECT_EQ(dir->ecfs(), 1u);
+  EXPECT_EQ(filter->filteredAttribute()->attributeNames(), 2u);
+  EXPECT_EQ(table->findCustomCopyHandler("", "Plant::Hall"), Kel::Ptr<SessionHandler>(filter));
+  EXPECT_THROW(table->registerEntityCopyFilter(nullptr, S::EntityPath(""), "T", names), Kel::RangeException);
+}
+
+TEST_F(Handlers, AFilterCopiesBeforeAndAfterInOrder) {
+  S::EntityCopyFilterDir::Ptr const dir = S::entityCopyFilterDirFactory("filters");
+  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Hall", nullptr);
+  auto const filter = dir->ecf(S::HandlerContext(S::EntityPath(""), "Plant::Hall"));
+  filter->newPreAttribute()->attributeNameIs(2, "u8");
+  filter->preAttribute()->attributeNameIs(1, "part");
+  filter->newPostAttribute()->attributeNameIs(1, "u16");
+  filter->newFilteredAttribute();
+  for (char const* name : {"u8", "u16"}) filter->filteredAttribute()->attributeNameIs(name, true);
+  src->newPart()->noteIs("n");
+  src->u8Is(1);
+  src->u16Is(2);
+  src->u32Is(3);
+  EntityCopy::Ptr const ec = copyWithTable();
+  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+  Traces const traces("EntityCopy", 1u << 2);
+  ec->destIs(world.dest);
+  EXPECT_TRUE(traces.inOrder({"EntityCopy/2 doCopyAttrByName: part", "EntityCopy/2 doCopyAttrByName: u8",
+                              "EntityCopy/2 doCopyAttr: u32", "EntityCopy/2 doCopyAttr: part",
+                              "EntityCopy/2 doCopyAttrByName: u16"}))
+      << traces.text();
+  EXPECT_EQ(traces.count("EntityCopy/2 doCopyAttr: u8"), 1u);
+  EXPECT_EQ(traces.count("EntityCopy/2 doCopyValue: note"), 1u) << "what was marked was visited again";
+  auto const copied = Kel::ptrCast<SessionHandler>(ec->handler())->copied();
+  EXPECT_TRUE(copied->isPrefix("hall.part"));
+  EXPECT_TRUE(copied->isPrefix("hall.u8"));
+  EXPECT_FALSE(copied->isPrefix("hall.u16")) << "post-attributes are not marked";
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
+
+TEST_F(Handlers, AStarInAKeyIsNoWildcardToTheMarks) {
+  S::EntityCopyFilterDir::Ptr const dir = S::entityCopyFilterDirFactory("filters");
+  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Slot", nullptr);
+  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Hall", nullptr);
+  for (auto it = dir->ecfIterator(); it; ++it) it->newPreAttribute()->attributeNameIs(1, "part");
+  for (char const* key : {"a*", "a", "*", "b*"}) src->newAnnex(key)->newPart()->noteIs(key);
+  for (int i = 0; i < 2; ++i) copyWithTable()->destIs(world.dest);
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
+
+// --- Directories ---
+
+struct Directories : Handlers {
+  Kel::Dir::Ptr srcDir{new Kel::Dir("d", world.src.ptr())}, destDir{new Kel::Dir("d", world.dest.ptr())};
+  void SetUp() override {
+    recorder->sessionStatusIs(world.status);
+    table->registerCustomCopyHandler(S::EntityPath(""), "Kel::Dir", handlerOf());
+  }
+  Kel::Ptr<SessionHandler> handlerOf() const {
+    auto const handler = S::entityCopyDirHandlerFactory();
+    handler->sessionStatusIs(world.status);
+    return handler;
+  }
+  EntityCopy::Ptr copyDir(bool compare = false) const {
+    EntityCopy::Ptr const ec = copyWithTable(compare);
+    ec->srcCopyRootDelAll();
+    ec->srcCopyRootIs(srcDir, true);
+    return ec;
+  }
+  Edits run(bool compare = false) const {
+    EntityCopy::Ptr const ec = copyDir(compare);
+    ec->destIs(world.dest);
+    return editsOf(*ec->attributeEditLog());
+  }
+};
+
+TEST_F(Directories, AreReconciledEntryByEntry) {
+  Kel::Dir::Ptr const sub(new Kel::Dir("sub", srcDir.ptr()));
+  Kel::ptrCast<Plant::Bolt>(sub->newEntity("Plant::Bolt", "deep"))->lockedIs(true);
+  srcDir->newEntity("Plant::Bolt", "both");
+  srcDir->newEntryState("announced", "Plant::Bolt");
+  destDir->newEntity("Plant::Bolt", "both");
+  destDir->newEntity("Plant::Bolt", "old");
+  destDir->newEntity("Plant::Bolt", "sub");  // of another type
+  EXPECT_EQ(run(true), (Edits{{"Kel::Dir::EntryState::entryState del d", 1}}));
+  EXPECT_TRUE(destDir->entry("old"));
+  Traces const traces("EntityCopy", 1u << 9);
+  // What is made with its entity counts twice: as an entry, and as an entity that was not there.
+  EXPECT_EQ(run(), (Edits{{"Kel::Dir::EntryState::entryState del d", 2},
+                          {"Kel::Dir::EntryState::entryState set d", 3},
+                          {"Kel::Dir::EntryState::entryState set d/sub", 2},
+                          {"Plant::Bolt::locked set d/sub/deep", 1}}));
+  EXPECT_TRUE(
+      traces.inOrder({"EntityCopy/9 Deleting entryState old in d", "EntityCopy/9 Deleting entryState sub in d",
+                      "EntityCopy/9 Creating entryState announced in d", "EntityCopy/9 Creating entryState sub in d",
+                      "EntityCopy/9 Creating entityPtr both in d", "EntityCopy/9 Creating entityPtr sub in d",
+                      "EntityCopy/9 Creating entityPtr deep in sub", "EntityCopy/9 handleEntity: sub completed (1)",
+                      "EntityCopy/9 handleEntity: d completed (1)"}))
+      << traces.text();
+  EXPECT_FALSE(destDir->entry("old"));
+  EXPECT_FALSE(destDir->entry("announced")->entityPtr()) << "what is only announced stays so";
+  EXPECT_NE(destDir->entity("sub/deep"), srcDir->entity("sub/deep"));
+  EXPECT_EQ(run(), Edits{});
+  EXPECT_EQ(run(true), Edits{});
+}
+
+TEST_F(Directories, WithoutAHandlerGetEntriesAlone) {
+  table->typeSpecificHandlersDelAll();
+  Kel::ptrCast<Plant::Bolt>(srcDir->newEntity("Plant::Bolt", "b"))->lockedIs(true);
+  destDir->newEntity("Plant::Bolt", "old");
+  run();
+  EXPECT_FALSE(destDir->entry("old"));
+  ASSERT_TRUE(destDir->entry("b"));
+  EXPECT_FALSE(destDir->entry("b")->entityPtr()) << "an entity of the source, or a visited child";
+}
+
+TEST_F(Directories, AHandlerFallsBackOnOtherEntities) {
+  auto const handler = handlerOf();
+  src->u8Is(3);
+  EntityCopy::Ptr const ec = copyDir();
+  ec->destIs(world.dest);
+  EXPECT_TRUE(handler->handleEntity(ec, dest, src, "hall"));
+  EXPECT_EQ(dest->u8(), 3);
+}
+
+// --- The queue of what is put off ---
+
+TEST_F(Handlers, TheQueueOfPostCopiesKeepsItsBooks) {
+  auto const handler = world.handler();
+  handler->postAttributeCopyEnq(dest, src, "hall", "u8");
+  handler->postAttributeCopyEnq(dest, src, "hall", "u16");
+  EXPECT_EQ(handler->postAttributeCopyMetadata(), S::PostAttributeCopyMetadata(0, 2));
+  EXPECT_EQ(handler->postAttributeCopy(1)->attrName(), "u16");
+  EXPECT_EQ(handler->postAttributeCopy(1)->idx(), 1u);
+  handler->postAttributeCopyDeq();
+  EXPECT_EQ(handler->postAttributeCopyMetadata(), S::PostAttributeCopyMetadata(1, 1));
+  handler->postAttributeCopyDelAll();
+  EXPECT_EQ(handler->postAttributeCopyMetadata().members(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,407 @@
+// The session manager, driven as its owner does: by name.
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "CliSession/World.h"
+
+namespace {
+
+using namespace Tests;
+namespace S = Cli::Session;
+using Kel::GenericIf;
+
+GenericIf::PtrConst boxed(EntityPtr const& e) { return GenericIf::PtrConst(GenericIf::ofEntity(e)); }
+GenericIf::PtrConst boxed(char const* text) { return GenericIf::of(Kel::String8(text)); }
+
+struct Session : testing::Test {
+  World world;
+  S::Status::Ptr status = world.status;
+  Kel::Dir::Ptr sessions{new Kel::Dir("sessions", world.root.ptr())};
+  Kel::Dir::Ptr ancestors{new Kel::Dir("ancestors", world.root.ptr())};
+  Kel::Dir::Ptr session{new Kel::Dir("s1", sessions.ptr())}, ancestor{new Kel::Dir("s1", ancestors.ptr())};
+  S::Config::Ptr config = S::configFactory("config");
+  Kel::Ptr<S::PendingChangeConfig> change;
+  Kel::Ptr<S::PendingChangeStatus> pending;
+  Kel::Ptr<Plant::Hall> src = World::hall(world.src);
+
+  void SetUp() override {
+    config->initialize();
+    change = config->pendingChangeConfigDir()->newConfig("s1", true, false, false, 10.0);
+    pending = status->pendingChangeStatusDir()->newStatus("s1", change, 10.0, 1);
+    status->sessionDirIs(sessions);
+    status->ancestorDirIs(ancestors);
+  }
+  GenericIf::Ptr call(char const* op, GenericIf::Args const& args) const {
+    GenericIf::Ptr const gif = GenericIf::ofEntity(EntityPtr(status));
+    return gif->attributeCall(gif->attributeId(op), args);
+  }
+  bool replace(Kel::Dir::Ptr const& from, char const* name = "s1") const {
+    return call("doReplaceConfig", {{"sessionName", boxed(name)}, {"src", boxed(from)}})->attrVal<bool>();
+  }
+  Edits edits() const { return editsOf(*pending->attributeEditLog()); }
+};
+using SessionDeathTest = Session;
+
+TEST_F(Session, IsInitialized) {
+  EXPECT_EQ(config->pendingChangeConfigDir()->name(), "pendingChangeConfig");
+  S::Status::Ptr const fresh = S::statusFactory("fresh");
+  EXPECT_FALSE(fresh->pendingChangeStatusDir() || fresh->rootTrie() || fresh->sessionDir() || fresh->inHandlerTable());
+  EXPECT_EQ(fresh->numRestartAttempts(), 0);
+  EXPECT_FALSE(fresh->commitInProgress());
+  EXPECT_EQ(fresh->cleanConfigCompleted(), 0.0);
+  fresh->initialize();
+  EXPECT_EQ(fresh->pendingChangeStatusDir()->name(), "pendingChangeStatus");
+  EXPECT_EQ(fresh->rootTrie()->name(), "root");
+  EXPECT_TRUE(fresh->rootTrie()->empty());
+  auto const kept = fresh->rootTrie();
+  fresh->initialize();
+  EXPECT_EQ(fresh->rootTrie(), kept);
+  fresh->numRestartAttemptsIs(0xffff);
+  fresh->numRestartAttemptsInc();
+  EXPECT_EQ(fresh->numRestartAttempts(), 0) << "16 bits";
+}
+
+// --- Session roots ---
+
+TEST_F(Session, MakesTheSkeletonOfARoot) {
+  Kel::Dir::Ptr const into(new Kel::Dir("into", world.root.ptr()));
+  src->u8Is(3);
+  {
+    Traces const traces("CliSession");
+    call("doCreateSessionRoots", {{"src", boxed(world.src)}, {"dest", boxed(into)}});
+    std::string const one =
+        "void Cli::Session::Status::doCreateSessionRoot(const Kel::Ptr<Kel::Dir>&, const "
+        "Kel::Ptr<Kel::Dir>&, Kel::String)status path: ";
+    EXPECT_TRUE(traces.inOrder(
+        {"CliSession/8 void Cli::Session::Status::doCreateSessionRoots(const "
+         "Kel::Ptr<Kel::Dir>&, const Kel::Ptr<Kel::Dir>&)status",
+         "CliSession/8 " + one + "hall", "CliSession/5 doCreateSessionRoot creating final hall Plant::Hall",
+         "CliSession/5 e type: Plant::Hall", "CliSession/8 " + one + "sys/annex",
+         "CliSession/5 doCreateSessionRoot creating final annex Plant::Hall"}))
+        << traces.text();
+  }
+  ASSERT_TRUE(World::hall(into, "sys/annex"));
+  EXPECT_EQ(World::hall(into)->u8(), 0) << "content is copied";
+  EntityPtr const made = into->entity("hall");
+  Traces const traces("CliSession", 1u << 5);
+  status->doCreateSessionRoot(world.src, into, "hall");
+  EXPECT_EQ(traces.lines,
+            (std::vector<std::string>{
+                "CliSession/5 doCreateSessionRoot final hall of type Plant::Hall already created in /into"}));
+  EXPECT_EQ(into->entity("hall"), made);
+}
+
+TEST_F(Session, ARootMissingInTheSourceWarnsAndIsMade) {
+  Kel::Dir::Ptr const into(new Kel::Dir("into", world.root.ptr()));
+  world.src->entryDel("hall");
+  testing::internal::CaptureStderr();
+  status->doCreateSessionRoot(world.src, into, "hall");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "path hall is not a mount point in src (/src)\n");
+  EXPECT_TRUE(World::hall(into));
+  world.src->entryDel("sys");
+  testing::internal::CaptureStderr();
+  status->doCreateSessionRoot(world.src, into, "sys/annex");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "of a missing ancestor nobody speaks";
+  EXPECT_TRUE(World::hall(into, "sys/annex"));
+}
+
+TEST_F(Session, RefusesBadRootsBeforeMakingAnything) {
+  Kel::Dir::Ptr const into(new Kel::Dir("into", world.root.ptr()));
+  for (char const* path : {"", "/hall", "sys//annex", "hall/", "/"}) {
+    try {
+      status->doCreateSessionRoot(world.src, into, path);
+      FAIL() << path;
+    } catch (Kel::RangeException const& e) {
+      EXPECT_NE(std::string_view(e.message()).find(std::string("'") + path + "'"), std::string_view::npos);
+    }
+  }
+  world.rootIs("odd/root", "No::Such");
+  for (char const* path : {"odd/root", "un/known"}) {
+    try {
+      status->doCreateSessionRoot(world.src, into, path);
+      FAIL() << path;
+    } catch (Kel::Exception const& e) {
+      EXPECT_NE(std::string_view(e.message()).find(path), std::string_view::npos) << e.message();
+    }
+  }
+  into->newEntity("Plant::Bolt", "sys");
+  EXPECT_THROW(status->doCreateSessionRoot(world.src, into, "sys/annex"), Kel::Exception);
+  EXPECT_THROW(status->doCreateSessionRoot(world.src, nullptr, "hall"), Kel::RangeException);
+  EXPECT_THROW(status->doCreateSessionRoot(nullptr, into, "hall"), Kel::RangeException);
+  EXPECT_EQ(into->entryStates(), 1u);
+}
+
+TEST_F(SessionDeathTest, AssertsThatRootsAreWhatTheySayTheyAre) {
+  Kel::Dir::Ptr const into(new Kel::Dir("into", world.root.ptr()));
+  into->newEntity("Plant::Bolt", "hall");
+  EXPECT_DEATH(status->doCreateSessionRoot(world.src, into, "hall"), "'exists->typeName\\(\\) == typeName' failed");
+  into->entryDel("hall");
+  world.src->entryDel("hall");
+  world.src->newEntity("Plant::Bolt", "hall");
+  EXPECT_DEATH(status->doCreateSessionRoot(world.src, into, "hall"),
+               "CliSession:[0-9]+: .*'e->type\\(\\) == typeName'");
+  world.src->entryDel("sys");
+  world.src->newEntity("Plant::Bolt", "sys");
+  EXPECT_DEATH(status->doCreateSessionRoot(world.src, into, "sys/annex"),
+               "'systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"' failed");
+}
+
+TEST_F(Session, CreatingASessionDoesNothing) {
+  call("doCreateSession", {{"dir", boxed(session)}, {"sessionName", boxed("s1")}});
+  status->doCreateSession("", nullptr);
+  EXPECT_EQ(session->entryStates(), 0u);
+}
+
+// --- Config replacement ---
+
+TEST_F(Session, IsFilledTwice) {
+  Generator generator(1);
+  world.fill(world.src, generator);
+  EXPECT_TRUE(replace(world.src));
+  EXPECT_EQ(world.dump(session), world.dump(world.src));
+  EXPECT_EQ(world.dump(ancestor), world.dump(world.src));
+  EXPECT_EQ(pending->locals(), 2u);
+  EXPECT_EQ(pending->local("sys/annex"), session->entity("sys/annex"));
+  EXPECT_EQ(pending->localPrefix()->name(), "localPrefix");
+  EXPECT_TRUE(pending->localPrefix()->isPrefix("hall") && pending->localPrefix()->isPrefix("sys/annex"));
+  EXPECT_FALSE(pending->attributeEditLog()) << "nobody asked for a log";
+  for (char const* path : {"hall", "sys/annex"}) {
+    for (std::string const& pointer : pointersInto(*session->entity(path), *world.src))
+      EXPECT_NE(pointer.find("-> /src/loose"), std::string::npos) << pointer;
+    EXPECT_TRUE(pointersInto(*ancestor->entity(path), *session).empty());
+  }
+}
+
+TEST_F(Session, PointersAcrossRootsAreSetAtTheEnd) {
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("b"));
+  EXPECT_TRUE(replace(world.src));
+  EXPECT_EQ(World::hall(session)->favourite(), World::hall(session, "sys/annex")->bolt("b"));
+  EXPECT_EQ(World::hall(ancestor)->favourite(), World::hall(ancestor, "sys/annex")->bolt("b"));
+}
+
+TEST_F(Session, RefusalsSayWhy) {
+  std::string const signature =
+      "CliSession/8 bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String) for ";
+  Traces const traces("CliSession");
+  EXPECT_FALSE(replace(nullptr));
+  EXPECT_FALSE(replace(world.src, "nobody"));
+  pending->completedIs(true);
+  EXPECT_FALSE(replace(world.src));
+  EXPECT_EQ(traces.lines,
+            (std::vector<std::string>{signature + "s1 returning because srcRoot is NULL",
+                                      signature + "nobody from /src", "CliSession/9 No session found under name nobody",
+                                      signature + "s1 from /src", "CliSession/9 Session s1 already completed."}));
+  EXPECT_EQ(session->entryStates(), 0u);
+}
+
+TEST_F(Session, NeedsBothDirectoriesBeforeAnythingIsMade) {
+  ancestors->entryDel("s1");
+  for (int i = 0; i < 3; ++i) {
+    try {
+      replace(world.src);
+      FAIL() << "replaced";
+    } catch (Kel::RangeException const& e) {
+      EXPECT_EQ(e.message(), "null ValidPtr");
+    }
+    EXPECT_EQ(session->entryStates(), 0u);
+    if (i == 0) ancestors->newEntity("Plant::Bolt", "s1");
+    if (i == 1) status->ancestorDirIs(nullptr);
+  }
+}
+
+TEST_F(Session, ARootMissingInTheSourceIsEmptyEvenIfItWasFilled) {
+  src->u8Is(3);
+  replace(world.src);
+  world.src->entryDel("hall");
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(replace(world.src));
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(World::hall(session)->u8(), 0);
+  EXPECT_EQ(World::hall(ancestor)->u8(), 0);
+  EXPECT_EQ(pending->local("hall"), session->entity("hall"));
+}
+
+TEST_F(Session, KeepsALogOfWhatChanged) {
+  change->logAttributeEditsIs(true);
+  Generator generator(7);
+  world.fill(world.src, generator);
+  src->newBolt("gone");
+  replace(world.src);
+  auto const log = pending->attributeEditLog();
+  ASSERT_TRUE(log);
+  EXPECT_EQ(edits().at("Plant::Hall::bolt set hall"), src->bolts()) << "the ancestor's copy is counted too";
+  Edits const before = edits();
+  replace(world.src);
+  EXPECT_EQ(pending->attributeEditLog(), log);
+  EXPECT_EQ(edits(), before) << "an unchanged session has edits";
+  log->attributeEditEntryDelAll();
+  src->u64Is(src->u64() + 1);
+  replace(world.src);
+  EXPECT_EQ(edits(), (Edits{{"Plant::Hall::u64 set hall", 1}}));
+  log->attributeEditEntryDelAll();
+  src->boltDel("gone");
+  replace(world.src);
+  EXPECT_EQ(edits(), (Edits{{"Plant::Hall::bolt del hall", 1}}));
+  EXPECT_EQ(world.dump(ancestor), world.dump(world.src));
+}
+
+TEST_F(Session, UsesTheBypassTableAndTheInHandlerTable) {
+  change->logAttributeEditsIs(true);
+  auto const table = S::attributeEditBypassTableFactory("bypass");
+  table->newAttributeEditBypassEntry(S::AttributeEdit("u8", "Plant::Hall", S::AttributeEditType::set_))
+      ->parentPathIs("", true);
+  status->attributeEditBypassTableIs(table);
+  auto const handlers = S::entityCopyCustomHandlerTableFactory("in", world.root);
+  auto const filters = S::entityCopyFilterDirFactory("filters");
+  auto const names = S::attributeFilterFactory();
+  names->attributeNameIs("u16", true);
+  handlers->registerEntityCopyFilter(filters, S::EntityPath(""), "Plant::Hall", names);
+  src->u8Is(1);
+  src->u16Is(1);
+  status->handlerTableIs(handlers);
+  replace(world.src);
+  EXPECT_EQ(World::hall(session)->u16(), 1) << "handlerTable is not for this";
+  EXPECT_EQ(edits(), (Edits{{"Plant::Hall::u16 set hall", 1}}));
+  status->inHandlerTableIs(handlers);
+  src->u16Is(2);
+  replace(world.src);
+  EXPECT_EQ(World::hall(session)->u16(), 1);
+}
+
+// Puts one attribute off to after the main copy.
+struct Later : S::EntityCopyGlobalSessionHandler {
+  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
+                    Kel::String path) override {
+    Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler())->postAttributeCopyEnq(dest, src, path, "u8");
+    return false;
+  }
+};
+
+TEST_F(Session, CopiesWhatWasPutOff) {
+  auto const handlers = S::entityCopyCustomHandlerTableFactory("in", world.root);
+  handlers->registerCustomCopyHandler(S::EntityPath(""), "Plant::Hall",
+                                      Kel::Ptr<S::EntityCopyGlobalSessionHandler>(new Later));
+  status->inHandlerTableIs(handlers);
+  src->u8Is(5);
+  src->u16Is(6);
+  replace(world.src);
+  for (Kel::Dir::Ptr const& dir : {session, ancestor}) {
+    EXPECT_EQ(World::hall(dir)->u8(), 5);
+    EXPECT_EQ(World::hall(dir)->u16(), 0);
+  }
+}
+
+// --- The clean configuration ---
+
+TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
+  Kel::Dir::Ptr const clean(new Kel::Dir("clean", world.root.ptr()));
+  auto const progress = S::cleanConfigStatusFactory("progress");
+  src->u8Is(3);
+  world.src->entryDel("sys");
+  Traces const traces("CliSession");
+  EXPECT_FALSE(call("doCleanConfig", {{"sessionName", boxed("s1")}})->attrVal<bool>());
+  EXPECT_TRUE(traces.inOrder({"CliSession/8 bool Cli::Session::Status::doCleanConfig(Kel::String) for s1",
+                              "CliSession/9 clean-config is not yet complete"}));
+  EXPECT_THROW(status->doCreateCleanConfig(world.src, clean), Kel::RangeException) << "without a status of its own";
+  status->cleanConfigStatusIs(progress);
+  status->cleanConfigIs(clean);
+  call("doCreateCleanConfig", {{"src", boxed(world.src)}, {"dest", boxed(clean)}});
+  EXPECT_TRUE(
+      traces.inOrder({"CliSession/8 void Cli::Session::Status::doCreateCleanConfig(const "
+                      "Kel::Ptr<Kel::Dir>&, const Kel::Ptr<Kel::Dir>&)",
+                      "CliSession/9 Adding CliSession root hall", "CliSession/9 Adding CliSession root sys/annex",
+                      "CliSession/5  session root sys/annex not found; leave empty."}))
+      << traces.text();
+  EXPECT_TRUE(progress->cleanConfigComplete());
+  EXPECT_TRUE(progress->cleanConfigRoot("hall") && progress->cleanConfigRoot("sys/annex"));
+  ASSERT_TRUE(World::hall(clean, "sys/annex"));
+  src->u8Is(9);
+  EXPECT_TRUE(status->doCleanConfig("s1"));
+  EXPECT_EQ(World::hall(session)->u8(), 3);
+  EXPECT_FALSE(status->doCleanConfig("nobody"));
+}
+
+// --- The model ---
+
+TEST(SessionModel, HasItsDefaults) {
+  auto const tunables = S::cliConfigFactory("cli");
+  EXPECT_EQ(tunables->sessionProcessTimeout(), 3600.0);
+  EXPECT_EQ(tunables->maxSavedSessions(), 1u);
+  EXPECT_FALSE(tunables->rollbackCommitsAutomatically());
+  EXPECT_EQ(tunables->maxOpenSessions(), 5);
+  EXPECT_EQ(tunables->processPollInterval(), 900.0);
+  static_assert(std::is_same_v<decltype(tunables->maxOpenSessions()), Kel::U8> ||
+                std::is_same_v<decltype(tunables->maxOpenSessions()), Kel::U8 const&>);
+
+  auto const change = S::pendingChangeConfigFactory("s", true, false, true, 2.5);
+  EXPECT_EQ(change->expirationTime(), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(change->committedCount(), 0u);
+  EXPECT_FALSE(change->committed() || change->temporary() || change->logAttributeEdits() || change->automatic());
+  EXPECT_TRUE(change->immediate() && change->global());
+  EXPECT_EQ(change->startTime(), 2.5);
+
+  auto const status = S::pendingChangeStatusFactory("s", change, 2.5, 4);
+  EXPECT_EQ(status->state(), S::SessionState::pending);
+  EXPECT_EQ(status->expirationTime(), 0.0);
+  EXPECT_EQ(status->attempted() + status->clears(), 0u);
+  EXPECT_FALSE(status->completed() || status->success() || status->cleared() || status->sessionRoots() ||
+               status->ancestorRoots() || status->localPrefix() || status->attributeEditLog());
+  EXPECT_EQ(status->version(), 4u);
+  status->clearsInc();
+  EXPECT_EQ(status->clears(), 1u);
+  EXPECT_EQ(status->newAttributeEditLog(), status->attributeEditLog());
+}
+
+TEST(SessionModel, ConstantsAndParametersRefuseWrites) {
+  auto const write = [](EntityPtr const& e, char const* name, GenericIf::PtrConst const& value) {
+    GenericIf::Ptr const gif = GenericIf::ofEntity(e);
+    gif->attributeIs(gif->attributeId(name), nullptr, value);
+  };
+  EntityPtr const tunables = S::cliConfigFactory("cli");
+  for (char const* name : {"defaultSessionProcessTimeout", "defaultProcessPollInterval"})
+    EXPECT_THROW(write(tunables, name, GenericIf::of(1.0)), Kel::OpNotSupportedException) << name;
+  EXPECT_THROW(write(tunables, "defaultMaxSavedSessions", GenericIf::of(Kel::U32(1))), Kel::OpNotSupportedException);
+  EXPECT_THROW(write(tunables, "defaultMaxOpenSessions", GenericIf::of(Kel::U8(1))), Kel::OpNotSupportedException);
+  EntityPtr const status = S::pendingChangeStatusFactory("s", nullptr, 0.0, 4);
+  EXPECT_THROW(write(status, "version", GenericIf::of(Kel::U32(5))), Kel::OpNotSupportedException);
+}
+
+TEST(SessionModel, DeclaresItsAttributesInOrder) {
+  auto const names = [](Kel::KelType const* type) {
+    std::string text;
+    for (Kel::KelAttr const* attr : type->attributeQ()) text += std::string(attr->name().view()) + " ";
+    return text;
+  };
+  EXPECT_EQ(names(S::PendingChangeConfig::_fwkType()),
+            "name immediate automatic global startTime userString target commandDir committed committedCount "
+            "expirationTime temporary logAttributeEdits ");
+  EXPECT_EQ(names(S::PendingChangeStatus::_fwkType()),
+            "name config startTime version local localPrefix sessionRoots ancestorRoots error clears cleared "
+            "commandResponse attempted completed success expirationTime state attributeEditLog ");
+  EXPECT_EQ(names(S::OpenSessionStatus::_fwkType()), "processId session ");
+  EXPECT_EQ(names(S::Status::_fwkType()),
+            "name pendingChangeStatusDir root rootTrie rootsComplete sessionDir ancestorDir cleanConfig "
+            "cleanConfigStatus cleanConfigComplete cleanConfigCompleted handlerTable inHandlerTable "
+            "attributeEditBypassTable commitInProgress numRestartAttempts initialize doCreateSessionRoot "
+            "doCreateSessionRoots doCreateCleanConfig doCreateSession doReplaceConfig doCleanConfig ");
+  EXPECT_EQ(names(S::EntityCopy::_fwkType())
+                .find("dest ancestor src srcCopyRoot handler attributeEditLog stopAtFirstDiff stop "
+                      "attributeEditBypassChecker pendingAttr handleCopyRoots "),
+            0u);
+}
+
+TEST(SessionModel, CarriesCommands) {
+  auto const dir = S::pendingChangeConfigFactory("s", true, true, true, 0.0)->newCommandDir(3);
+  EXPECT_EQ(dir->id(), 3u);
+  dir->commandIdInc();
+  dir->newCommand(S::CommandRequest(S::SessionCommand::commit, dir->commandId()));
+  EXPECT_EQ(dir->command(1).cmd(), S::SessionCommand::commit);
+  dir->responseIs(1, "done");
+  EXPECT_NE(S::CommandRequest(S::SessionCommand::abort, 1), S::CommandRequest(S::SessionCommand::abort, 2));
+  EXPECT_EQ(stringValue(static_cast<S::SessionCommand>(6)), "SessionCommand(6)");
+  EXPECT_EQ(stringValue(static_cast<S::SessionState>(7)), "SessionState(7)");
+  EXPECT_EQ(stringValue(static_cast<S::AttributeDebugAction>(3)), "AttributeDebugAction(3)");
+}
+
+}  // namespace
