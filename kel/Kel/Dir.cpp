@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "Kel/AttrStorage.h"
+#include "Kel/AttrMaps.h"
 #include "Kel/TypeBuilder.h"
 
 namespace Kel {

@@ -3,6 +3,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "Kel/AttrCalls.h"
 #include "Kel/AttrStorage.h"
 #include "Kel/Entity.h"
 #include "Kel/Model.h"

@@ -43,6 +43,23 @@ std::string_view word(char const* begin, char const* end) {
   return {begin, static_cast<std::size_t>(at - begin)};
 }
 
+// Whether all of `text` is one number.
+template <class T>
+std::from_chars_result wholeNumber(std::string_view text, T& v) {
+  std::from_chars_result result = std::from_chars(text.data(), text.data() + text.size(), v);
+  if (result.ec == std::errc() && result.ptr != text.data() + text.size()) result.ec = std::errc::invalid_argument;
+  return result;
+}
+
+// Whether more input might have made a number of `text`.
+template <class T>
+bool beginsNumber(std::string_view text) {
+  T ignored{};
+  for (char const* rest : {"0", "inf", "nf", "f", "nan", "an", "n"})
+    if (wholeNumber(std::string(text) + rest, ignored).ec == std::errc()) return true;
+  return false;
+}
+
 template <class T>
 void parseNumber(char const*& begin, char const* end, T* v) {
   char const* const start = begin;
@@ -51,11 +68,12 @@ void parseNumber(char const*& begin, char const* end, T* v) {
   if (begin == end) throwPremature(name.c_str());
   std::string_view const text = word(begin, end);
   T parsed{};
-  auto const [rest, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+  std::errc const error = wholeNumber(text, parsed).ec;
   if (error == std::errc::result_out_of_range) throwRangeException(String8(text) + " is out of the range of " + name);
-  if (error != std::errc() || rest != text.data() + text.size()) throwExpected(name, begin - start);
+  if (error != std::errc() && text.data() + text.size() == end && beginsNumber<T>(text)) throwPremature(name.c_str());
+  if (error != std::errc()) throwExpected(name, begin - start);
   *v = parsed;
-  begin = rest;
+  begin += text.size();
 }
 
 template <class T>
@@ -161,7 +179,11 @@ void sequenceToValue(char const*& begin, char const* end, bool* v) {
   skipBlanks(begin, end);
   if (begin == end) throwPremature("bool");
   std::string_view const text = word(begin, end);
-  if (text != "True" && text != "False") throwExpected("True or False", begin - start);
+  if (text != "True" && text != "False") {
+    auto begins = [text](std::string_view name) { return name.substr(0, text.size()) == text; };
+    if (begin + text.size() == end && (begins("True") || begins("False"))) throwPremature("bool");
+    throwExpected("True or False", begin - start);
+  }
   *v = text == "True";
   begin += text.size();
 }

@@ -16,6 +16,9 @@
 
 #include <initializer_list>
 
+#include "Kel/AttrCalls.h"
+#include "Kel/AttrMaps.h"
+#include "Kel/AttrQueues.h"
 #include "Kel/AttrStorage.h"
 #include "Kel/Strep.h"
 

@@ -1,0 +1,122 @@
+// Attribute storage: queues of values and of owned entities; see AttrStorage.h.
+#pragma once
+
+#include "Kel/AttrMaps.h"
+#include "Kel/LinkQueue.h"
+
+namespace Kel {
+
+// What queues of values and of entities have in common.
+template <class Q>
+class AnyQueueAccess : public AttrAccess {
+ protected:
+  using V = typename Q::mapped_type;
+  using I = typename Q::key_type;
+
+ public:
+  explicit AnyQueueAccess(Q Entity::*slot) : slot_(slot) {}
+
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override {
+    V const* v = (static_cast<Entity const*>(object)->*slot_).find(unboxKey<I>(attr, key));
+    return v ? boxView(*v, constView) : GenericIf::Ptr();
+  }
+  void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
+    if (op == AttributeOp::deleteAll) {
+      while (!(e.*slot_).empty()) deq(attr, e);
+    } else if (op == AttributeOp::notify) {
+      I const i = unboxKey<I>(attr, key);
+      e.notify(attr.id(), &i);
+    } else {
+      AttrAccess::op(attr, e, op, key, value);
+    }
+  }
+  std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override {
+    Q const& queue = e.*slot_;
+    return boxedIterator<MemberValue>(key ? queue.iterator(unboxKey<I>(attr, key)) : queue.iterator());
+  }
+  U32 count(KelAttr const&, Entity const& e) const override { return (e.*slot_).members(); }
+
+ protected:
+  Q Entity::*slot_;
+};
+
+// A queue of values.
+template <class Q>
+class QueueAccess final : public AnyQueueAccess<Q> {
+  using typename AnyQueueAccess<Q>::I;
+  using AnyQueueAccess<Q>::slot_;
+  using typename AnyQueueAccess<Q>::V;
+
+ public:
+  using AnyQueueAccess<Q>::AnyQueueAccess;
+
+  void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
+    I const i = unboxKey<I>(attr, key);
+    if ((e.*slot_).erase(i)) changed(attr, e, &i);
+  }
+  void enq(KelAttr const& attr, Entity& e, GenericIf const* value) const override {
+    I const i = (e.*slot_).enq(unbox<V>(value, attr.fullName()));
+    changed(attr, e, &i);
+  }
+  void deq(KelAttr const& attr, Entity& e) const override {
+    I const i = (e.*slot_).empty() ? I(0) : (e.*slot_).iterator().key();
+    (e.*slot_).deq();
+    changed(attr, e, &i);
+  }
+  bool equal(Entity const& a, Entity const& b) const override {
+    if constexpr (requires(V const& v) { v == v; })
+      return a.*slot_ == b.*slot_;
+    else
+      return false;
+  }
+};
+
+// A queue of owned entities; the index is their first constructor parameter, if they have one.
+template <class Q>
+class OwnedQueueAccess final : public AnyQueueAccess<Q> {
+  using typename AnyQueueAccess<Q>::I;
+  using AnyQueueAccess<Q>::slot_;
+  using E = typename Q::mapped_type::element_type;
+
+ public:
+  using AnyQueueAccess<Q>::AnyQueueAccess;
+
+  void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
+    I const i = unboxKey<I>(attr, key);
+    if ((e.*slot_).find(i)) drop(attr, e, i);
+  }
+  void enq(KelAttr const& attr, Entity& e, GenericIf const* value) const override {
+    std::vector<GenericIf::PtrConst> args =
+        value ? creationArgs(attr, nullptr, value) : std::vector<GenericIf::PtrConst>();
+    I const i = (e.*slot_).nextIndex();
+    if (!TypeOf<E>::type()->ctorArgs().empty()) args.insert(args.begin(), GenericIf::of(i));
+    Ptr<Entity> const made = TypeOf<E>::type()->newEntity(args);
+    (e.*slot_).enq(Ptr<E>(static_cast<E*>(made.ptr())));
+    e.adopt(*made, attr.id());
+    changed(attr, e, &i);
+  }
+  void deq(KelAttr const& attr, Entity& e) const override {
+    if ((e.*slot_).empty()) throwRangeException("linkqueue index out of range");
+    drop(attr, e, (e.*slot_).iterator().key());
+  }
+  Entity* child(Entity const& e, std::string_view key) const override {
+    auto const index = printedInteger<I>(key);
+    Ptr<E> const* member = index ? (e.*slot_).find(*index) : nullptr;
+    return member ? member->ptr() : nullptr;
+  }
+  void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
+    for (auto it = (e.*slot_).iterator(); it; ++it) visit(it.value().ptr(), context);
+  }
+  void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
+    for (auto it = (e.*slot_).iterator(); it; ++it) into.push_back(it.value());
+    (e.*slot_).clear();
+  }
+
+ private:
+  void drop(KelAttr const& attr, Entity& e, I i) const {
+    Entity::leaveTree((e.*slot_).take(i));
+    changed(attr, e, &i);
+  }
+};
+
+}  // namespace Kel
