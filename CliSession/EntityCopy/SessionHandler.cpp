@@ -84,6 +84,10 @@ namespace {
 void ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char separator) {
   Kel::String8 const destRoot = ec.dest()->fullName() + std::string_view(&separator, 1) + root;
   if (entityInTree(*ec.dest(), destRoot) || ec.stopAtFirstDiff()) return;
+  // Only an entry of a directory is made here: what lies inside an entity is there when the walk has been.
+  Kel::Ptr<Kel::Entity const> const srcRoot =
+      entityInTree(*ec.src(), ec.src()->fullName() + std::string_view(&separator, 1) + root);
+  if (!srcRoot || !dynamic_cast<Kel::Dir const*>(srcRoot->parent())) return;
   Kel::Ptr<Kel::Dir> const source(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(ec.src().ptr())));
   status.doCreateSessionRoot(source, Kel::ptrCast<Kel::Dir>(ec.dest()), root);
   Kel::Ptr<Kel::Entity> const made = entityInTree(*ec.dest(), destRoot);

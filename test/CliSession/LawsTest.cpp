@@ -16,6 +16,10 @@ constexpr unsigned seeds = 200;
 struct RandomWorld : World {
   Generator generator;
   explicit RandomWorld(unsigned seed) : generator(seed) {
+    // Session roots may lie below session roots.
+    if (seed % 4 == 3)
+      for (char const* nested : {"hall.part", "hall.annex/one", "sys/annex.bolt", "sys/annex.gearbox.pin"})
+        status->rootTrie()->prefixIs(nested, Zuk::prefixTrieStateFactory());
     fill(src, generator);
     // Destinations of three kinds: empty, a source's near relation, something else altogether.
     if (seed % 3 == 1) {
