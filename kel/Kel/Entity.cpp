@@ -37,6 +37,15 @@ bool isDirEntry(Entity const& e) {
          e.type() != Dir::EntryState::_fwkType();
 }
 
+// The key of a member in a path: its name, or for a member of a queue without one, its index. Cost of the latter: a
+// walk.
+String8 keyInPath(Entity const& e, KelAttr const& attr) {
+  if (!attr.isQueue() || !e.type()->ctorArgs().empty()) return e.name();
+  for (auto it = attr.access().iterator(attr, *e.parent(), nullptr); it->nonNull(); it->inc())
+    if (it->obj(true)->entityConst().ptr() == &e) return it->key()->text();
+  return e.name();
+}
+
 }  // namespace
 
 String8 Entity::fullName() const {
@@ -56,7 +65,7 @@ String8 Entity::fullName() const {
     path += attr->name().view();
     if (attr->isCollection()) {
       path += '/';
-      path += e.name_.view();
+      path += keyInPath(e, *attr).view();
     }
   }
   return String8(path);

@@ -119,6 +119,11 @@ TEST(Paths, IntegerKeysAreFoundAsTheyPrintOnly) {
   for (int i = 0; i < 3; ++i) q->queuedEnq("x");
   EXPECT_EQ(q->entity(".queued/2"), q->queued(2));
   EXPECT_EQ(q->entity(".queued/02"), nullptr);
+  // A member without a name stands under its index.
+  for (int i = 0; i < 3; ++i) q->plainEnq();
+  q->plainDeq();
+  EXPECT_EQ(q->plain(2)->fullName(), ".plain/2");
+  EXPECT_EQ(q->entity(".plain/2"), q->plain(2));
 }
 
 TEST(Paths, AMissingEndOfALongPathIsFoundOutSoon) {
