@@ -60,8 +60,9 @@ TEST(String8, MayBecomeAPartOfItself) {
   String8 s("abcdef");
   s.init(s.charPtr(), 2, 3);
   EXPECT_EQ(s, "cde");
-  s = s;
-  s += s;
+  String8 const& same = s;
+  s = same;
+  s += same;
   EXPECT_EQ(s, "cdecde");
   String8 moved = std::move(s);
   EXPECT_EQ(moved, "cdecde");
@@ -108,7 +109,8 @@ TEST(Ptr, TheLastHandleDestroys) {
     Ptr<Counted> c = std::move(a);
     EXPECT_EQ(a, nullptr);
     EXPECT_EQ(b->refs(), 2u);
-    c = c;
+    Ptr<Counted> const& same = c;
+    c = same;
     c = nullptr;
     EXPECT_EQ(alive, 1);
     EXPECT_TRUE(ptrCast<Derived const>(b));
