@@ -96,6 +96,7 @@ TEST(Cost, MembersOfACopyAreFoundWithoutAllocating) {
   for (AttributeId id : {Owner::partsAttr, Owner::numberedAttr}) {
     AttrAccess const& access = Owner::_fwkType()->attr(id)->access();
     EXPECT_TRUE(access.sameShape(*t.ownerA, *t.ownerB));
+    ASSERT_TRUE(Owner::_fwkType()->attr(id)->type());  // records are made when they are first asked for
     std::size_t const before = allocations;
     U32 found = 0;
     for (U32 at = 0; at < access.memberEnd(*t.ownerA); ++at) {
