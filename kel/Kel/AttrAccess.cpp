@@ -50,5 +50,20 @@ Entity* AttrAccess::child(Entity const&, std::string_view) const { return nullpt
 void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const {}
 void AttrAccess::takeChildren(Entity&, std::vector<Ptr<Entity>>&) const {}
 void AttrAccess::dropPointers(Entity&) const {}
+void AttrAccess::write(void const*, AttrLogOut&) const { throwNoImplementationException("AttrAccess::write"); }
+void AttrAccess::read(KelAttr const& attr, void*, AttrLogIn&) const {
+  throwOpNotSupportedException(attr.fullName(), "read");
+}
+void AttrAccess::eachOwned(Entity const& e, OwnedVisit visit, void* context) const {
+  struct To {
+    OwnedVisit visit;
+    void* context;
+  } to{visit, context};
+  eachChild(
+      e, [](Entity* child, void* all) { static_cast<To*>(all)->visit(child, 0, static_cast<To*>(all)->context); }, &to);
+}
+void AttrAccess::restore(KelAttr const& attr, Entity&, Ptr<Entity> const&, U64) const {
+  throwOpNotSupportedException(attr.fullName(), "restore");
+}
 
 }  // namespace Kel

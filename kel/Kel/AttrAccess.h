@@ -12,6 +12,9 @@
 
 namespace Kel {
 
+class AttrLogIn;
+class AttrLogOut;
+
 // An iterator over a collection, as the collection itself has it; GenericIf::AttributeIterator wraps it.
 class AttrIterator {
  public:
@@ -70,6 +73,19 @@ class AttrAccess {
   virtual void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const;
   // Forgets every pointer, silently.
   virtual void dropPointers(Entity& e) const;
+
+  // For the attribute log (AttrLog.h). Whether the content follows from other attributes, and so stays out of it.
+  virtual bool derived() const { return false; }
+  // The content, without the owned entities themselves; `object` as for `get`.
+  virtual void write(void const* object, AttrLogOut& out) const;
+  // Reads it back, silently, into an object in which the attribute still is as it was made.
+  virtual void read(KelAttr const& attr, void* object, AttrLogIn& in) const;
+  // Calls back with everything that is owned, in the order in which `restore` takes it; `sequence` numbers the members
+  // of a queue. The default is `eachChild`.
+  using OwnedVisit = void (*)(Entity* owned, U64 sequence, void* context);
+  virtual void eachOwned(Entity const& e, OwnedVisit visit, void* context) const;
+  // Puts an entity that was read back under its owner, silently. Raises what a write of it would.
+  virtual void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64 sequence) const;
 };
 
 }  // namespace Kel

@@ -108,6 +108,26 @@ class MapAccess final : public AttrAccess {
   void dropPointers(Entity& e) const override {
     if constexpr (isPtrType<K> || isPtrType<V>) (e.*slot_).clear();
   }
+  void write(void const* object, AttrLogOut& out) const override {
+    M const& map = static_cast<Entity const*>(object)->*slot_;
+    out.put(map.members());
+    for (auto it = map.iterator(); it; ++it) {
+      streamOut<K>(out, it.key());
+      streamOut<V>(out, it.value());
+    }
+  }
+  void read(KelAttr const& attr, void* object, AttrLogIn& in) const override {
+    M& map = static_cast<Entity*>(object)->*slot_;
+    for (U32 left = in.get<U32>(); left > 0; --left) {
+      K const k = streamIn<K>(in);
+      if (map.find(k)) in.bad(attr.fullName() + ": '" + keyText(box(k)) + "' is there twice");
+      V const v = streamIn<V>(in);
+      if (keyOf_ && !(keyOf_(v) == k)) in.bad(attr.fullName() + ": the key is not the member's own");
+      if constexpr (isPtrType<V>)
+        if (nonNull_ && !v) in.bad(attr.fullName() + ": a null member");
+      map.set(k, v);
+    }
+  }
 
  private:
   // Keys are gathered first: a reactor may change the collection.
@@ -237,6 +257,15 @@ class OwnedMapAccess final : public AttrAccess {
       for (auto it = (e.*slot_).iterator(); it; ++it) into.push_back(it.ptr());
     }
     (e.*slot_).clear();
+  }
+  void write(void const*, AttrLogOut&) const override {}
+  void read(KelAttr const&, void*, AttrLogIn&) const override {}
+  void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64) const override {
+    Ptr<E> const member = restored<E>(attr, child);
+    M& map = owner.*slot_;
+    if (map.find(EntityKey<E>::key(*member))) throwTaken(attr, child->name());
+    map.insert(member);
+    owner.adopt(*child, attr.id());
   }
 
  private:

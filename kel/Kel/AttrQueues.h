@@ -37,6 +37,10 @@ class AnyQueueAccess : public AttrAccess {
   U32 count(KelAttr const&, Entity const& e) const override { return (e.*slot_).members(); }
 
  protected:
+  static void setNext(KelAttr const& attr, Q& queue, U64 next, AttrLogIn const& in) {
+    if (!queue.nextSequenceIs(next)) in.bad(attr.fullName() + ": the next index does not follow the members'");
+  }
+
   Q Entity::*slot_;
 };
 
@@ -68,6 +72,24 @@ class QueueAccess final : public AnyQueueAccess<Q> {
       return a.*slot_ == b.*slot_;
     else
       return false;
+  }
+  void write(void const* object, AttrLogOut& out) const override {
+    Q const& queue = static_cast<Entity const*>(object)->*slot_;
+    out.put(queue.members());
+    for (auto it = queue.iterator(); it; ++it) {
+      out.put(it.sequence());
+      streamOut<V>(out, it.value());
+    }
+    out.put(queue.nextSequence());
+  }
+  void read(KelAttr const& attr, void* object, AttrLogIn& in) const override {
+    Q& queue = static_cast<Entity*>(object)->*slot_;
+    for (U32 left = in.get<U32>(); left > 0; --left) {
+      U64 const sequence = in.get<U64>();
+      if (!queue.follows(sequence)) in.bad(attr.fullName() + ": the indices do not ascend");
+      queue.restore(sequence, streamIn<V>(in));
+    }
+    this->setNext(attr, queue, in.get<U64>(), in);
   }
 };
 
@@ -110,6 +132,24 @@ class OwnedQueueAccess final : public AnyQueueAccess<Q> {
   void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
     for (auto it = (e.*slot_).iterator(); it; ++it) into.push_back(it.value());
     (e.*slot_).clear();
+  }
+  void write(void const* object, AttrLogOut& out) const override {
+    out.put((static_cast<Entity const*>(object)->*slot_).nextSequence());
+  }
+  void read(KelAttr const& attr, void* object, AttrLogIn& in) const override {
+    this->setNext(attr, static_cast<Entity*>(object)->*slot_, in.get<U64>(), in);
+  }
+  void eachOwned(Entity const& e, AttrAccess::OwnedVisit visit, void* context) const override {
+    for (auto it = (e.*slot_).iterator(); it; ++it) visit(it.value().ptr(), it.sequence(), context);
+  }
+  void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64 sequence) const override {
+    Ptr<E> const member = restored<E>(attr, child);
+    Q& queue = owner.*slot_;
+    bool const named =
+        TypeOf<E>::type()->ctorArgs().empty() || printedInteger<I>(child->name()) == static_cast<I>(sequence);
+    if (!queue.follows(sequence) || !named) throwRangeException("linkqueue index out of range");
+    queue.restore(sequence, member);
+    owner.adopt(*child, attr.id());
   }
 
  private:

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Kel/AttrAccess.h"
+#include "Kel/AttrLogStream.h"
 #include "Kel/Box.h"
 
 namespace Kel {
@@ -19,6 +20,7 @@ inline void changed(KelAttr const& attr, Entity& e, void const* key = nullptr) {
 [[noreturn]] void throwNoKeyWanted(KelAttr const& attr);
 [[noreturn]] void throwNullMember(KelAttr const& attr);
 [[noreturn]] void throwTaken(KelAttr const& attr, String8 const& key);
+[[noreturn]] void throwWrongEntity(KelAttr const& attr, Entity const& given);
 inline void wantNoKey(KelAttr const& attr, GenericIf const* key) {
   if (key) throwNoKeyWanted(attr);
 }
@@ -53,6 +55,13 @@ K unboxNewKey(KelAttr const& attr, GenericIf const* key) {
     return unbox<K>(key, attr.fullName());
   else
     return any;
+}
+
+// An entity that was read, as what the attribute owns.
+template <class E>
+Ptr<E> restored(KelAttr const& attr, Ptr<Entity> const& child) {
+  if (!child->type()->isA(TypeOf<E>::type())) throwWrongEntity(attr, *child);
+  return Ptr<E>(static_cast<E*>(child.ptr()));
 }
 
 // One value.
@@ -92,6 +101,12 @@ class ValueAccess final : public AttrAccess {
   void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const override {
     dest.*slot_ = src.*slot_;
     changed(attr, dest);
+  }
+  void write(void const* object, AttrLogOut& out) const override {
+    streamOut(out, static_cast<Entity const*>(object)->*slot_);
+  }
+  void read(KelAttr const&, void* object, AttrLogIn& in) const override {
+    static_cast<Entity*>(object)->*slot_ = streamIn<V>(in);
   }
 
  private:
@@ -136,17 +151,27 @@ class GetterAccess final : public AttrAccess {
     }
     return nullptr;
   }
+  void write(void const* object, AttrLogOut& out) const override {
+    streamOut(out, of(*static_cast<Entity const*>(object)));
+  }
 
  private:
   static decltype(auto) of(Entity const& e) { return (static_cast<T const&>(e).*Getter)(); }
 };
 
-template <class V, auto Getter>
+template <class V, auto Getter, auto Setter>
 class FieldAccess final : public AttrAccess {
  public:
   GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool) const override {
     wantNoKey(attr, key);
     return box((static_cast<V const*>(object)->*Getter)());
+  }
+  void write(void const* object, AttrLogOut& out) const override {
+    streamOut(out, (static_cast<V const*>(object)->*Getter)());
+  }
+  void read(KelAttr const&, void* object, AttrLogIn& in) const override {
+    using F = std::decay_t<decltype((std::declval<V const&>().*Getter)())>;
+    (static_cast<V*>(object)->*Setter)(streamIn<F>(in));
   }
 };
 
@@ -179,6 +204,12 @@ class PtrAccess final : public AttrAccess {
     if constexpr (std::is_base_of_v<Entity, E>) assign(attr, e, Ptr<E>(static_cast<E*>(target)));
   }
   void dropPointers(Entity& e) const override { e.*slot_ = nullptr; }
+  void write(void const* object, AttrLogOut& out) const override {
+    streamOut(out, static_cast<Entity const*>(object)->*slot_);
+  }
+  void read(KelAttr const&, void* object, AttrLogIn& in) const override {
+    static_cast<Entity*>(object)->*slot_ = streamIn<Ptr<E>>(in);
+  }
 
  private:
   void assign(KelAttr const& attr, Entity& e, Ptr<E> target) const {
@@ -230,6 +261,13 @@ class SingletonAccess final : public AttrAccess {
   }
   void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
     if (e.*slot_) into.push_back(std::move(e.*slot_));
+  }
+  void write(void const*, AttrLogOut&) const override {}
+  void read(KelAttr const&, void*, AttrLogIn&) const override {}
+  void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64) const override {
+    if (owner.*slot_) throwTaken(attr, (owner.*slot_)->name());
+    owner.*slot_ = restored<E>(attr, child);
+    owner.adopt(*child, attr.id());
   }
 
  private:

@@ -137,6 +137,7 @@ class SubdirAccess final : public AttrAccess {
   }
   std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override;
   U32 count(KelAttr const&, Entity const& e) const override { return static_cast<U32>(names(e).size()); }
+  bool derived() const override { return true; }
 
  private:
   static bool isSubdir(Kel::Ptr<Dir::EntryState const> const& state) {
@@ -218,6 +219,28 @@ struct DirAccess final : AttrAccess {
       into.push_back(it.ptr());
     }
     dirOf(e).entryState_.clear();
+  }
+  void write(void const*, AttrLogOut&) const override {}
+  void read(KelAttr const&, void*, AttrLogIn&) const override {}
+  // Each entry state, and behind it its child.
+  void eachOwned(Entity const& e, OwnedVisit visit, void* context) const override {
+    for (auto it = dirOf(e).entryState_.iteratorConst(); it; ++it) {
+      visit(const_cast<Dir::EntryState*>(it.ptr().ptr()), 0, context);
+      if (it->entity_) visit(it->entity_.ptr(), 0, context);
+    }
+  }
+  void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64) const override {
+    auto& states = dirOf(owner).entryState_;
+    Dir::EntryState* const state = states.find(child->name());
+    if (child->type() == Dir::EntryState::_fwkType()) {
+      if (state) throwTaken(attr, child->name());
+      states.insert(Kel::Ptr<Dir::EntryState>(static_cast<Dir::EntryState*>(child.ptr())));
+    } else {
+      if (!state || state->typeName_ != child->typeName()) throwWrongEntity(attr, *child);
+      if (state->entity_) throwTaken(attr, child->name());
+      state->entity_ = child;
+    }
+    owner.adopt(*child, attr.id());
   }
 
  private:

@@ -281,6 +281,10 @@ void throwNullMember(KelAttr const& attr) {
 void throwTaken(KelAttr const& attr, String8 const& key) {
   throwNameInUseException(attr.fullName() + ": '" + key + "' is taken");
 }
+void throwWrongEntity(KelAttr const& attr, Entity const& given) {
+  throwTypeException(attr.fullName(), String8("Entity is the wrong type: ") + given.typeName() + " '" + given.name() +
+                                          "' does not belong there");
+}
 void Own::taken(KelType const* owner, AttributeId id, String8 const& key) { throwTaken(*owner->attr(id), key); }
 
 std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key, GenericIf const* value) {

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "Kel/AttrAccess.h"
+#include "Kel/AttrLog.h"
 #include "Kel/Dir.h"
 #include "Kel/Entity.h"
 #include "Kel/TypeBuilder.h"
@@ -263,6 +264,7 @@ KelType const* TypeBuilderBase::done() {
     if (attr->isPtr() || attr->keyIsPtr()) t.ptrAttrs_.push_back(attr);
   }
   t.index_ = index;
+  t.attrLogSa_ = new KelNboAttrLogSa(t);
   TypeRegistry& r = typeRegistry();
   std::lock_guard<std::mutex> guard(r.lock);
   r.byName.emplace(t.fullName_.view(), &t);
@@ -311,12 +313,16 @@ template <class T>
 GenericIf::Ptr initialOf() {
   return GenericIf::of(T{});
 }
+template <class T>
+GenericIf::Ptr readOne(AttrLogIn& in) {
+  return GenericIf::of(streamIn<T>(in));
+}
 
 template <class T, template <class> class Ops = BuiltinOps>
 KelType const* makeBuiltin(char const* name) {
   TypeBuilderBase b(name, KelType::Kind::builtin, nullptr);
   b.setBuiltin(TypeOf<T>::builtin);
-  b.setOps({&Ops<T>::print, &Ops<T>::strep, &Ops<T>::parse, &Ops<T>::box, &Ops<T>::equal, &initialOf<T>});
+  b.setOps({&Ops<T>::print, &Ops<T>::strep, &Ops<T>::parse, &Ops<T>::box, &Ops<T>::equal, &initialOf<T>, &readOne<T>});
   return b.done();
 }
 

@@ -16,10 +16,12 @@
 namespace Kel {
 
 class AttrAccess;
+class AttrLogIn;
 class Dir;
 class Entity;
 class GenericIf;
 class KelAttr;
+class KelNboAttrLogSa;
 class KelType;
 
 // What the framework knows of the values of a type, for code that has no type at compile time.
@@ -31,6 +33,7 @@ struct ValueOps {
   Ptr<GenericIf> (*box)(void const* value);
   bool (*equal)(void const* a, void const* b);  // null: the type has no comparison operator
   Ptr<GenericIf> (*initial)();                  // the value that a declaration without one starts with
+  Ptr<GenericIf> (*read)(AttrLogIn& in);        // from an attribute log
 };
 
 // Records refer to each other in circles, so they refer through functions and look each other up when first asked.
@@ -223,6 +226,9 @@ class KelType final : public PtrInterface {
   // A new entity from all its constructor arguments in order. Raises TypeException, UnknownArgException.
   Ptr<Entity> newEntity(std::vector<Ptr<GenericIf const>> const& args) const;
 
+  // How objects of the type are streamed; see AttrLog.h.
+  KelNboAttrLogSa const& attrLogSa() const { return *attrLogSa_; }
+
   // The reflective interface of an object.
   Ptr<GenericIf> genericIf(Ptr<Entity> const& object) const;
   Ptr<GenericIf const> genericIf(Ptr<Entity const> const& object) const;
@@ -259,6 +265,7 @@ class KelType final : public PtrInterface {
   ValueOps ops_{};
   struct NameIndex;
   NameIndex const* index_ = nullptr;
+  KelNboAttrLogSa const* attrLogSa_ = nullptr;
   Ptr<Entity> (*construct_)(std::vector<Ptr<GenericIf const>> const& args, KelType const& type) = nullptr;
   bool (*paramsEqual_)(Entity const&, Entity const&) = nullptr;
   Entity* (*newLike_)(Entity const&) = nullptr;

@@ -24,8 +24,7 @@ class LinkQueue {
 
   // The index that the next member will get.
   I nextIndex() const {
-    if (!map_.empty() && next_ - head() > std::numeric_limits<Space>::max())
-      throwRangeException("linkqueue index space full");
+    if (!map_.empty() && next_ - head() > spaceMax) throwRangeException("linkqueue index space full");
     return static_cast<I>(next_);
   }
   I enq(V const& value) {
@@ -64,6 +63,8 @@ class LinkQueue {
     explicit Iterator(typename RbTreeMap<U64, V>::Iterator it) : it_(it) {}
     explicit operator bool() const { return static_cast<bool>(it_); }
     I key() const { return static_cast<I>(it_.key()); }
+    // The number in the order of insertion; the index is what shows of it.
+    U64 sequence() const { return it_.key(); }
     V const& value() const { return it_.value(); }
     V const& operator*() const { return value(); }
     V const* operator->() const { return &value(); }
@@ -75,11 +76,27 @@ class LinkQueue {
    private:
     typename RbTreeMap<U64, V>::Iterator it_;
   };
+  // To put a queue back as it was: its members by their numbers in the order of insertion, and the number of the next.
+  // Whether a member of that number can come behind those that are there; puts it there; sets the next number, or
+  // answers that it is none that these members can be followed by.
+  bool follows(U64 sequence) const {
+    return map_.empty() || (sequence > *map_.lastKey() && sequence - head() <= spaceMax);
+  }
+  void restore(U64 sequence, V const& value) { map_.set(sequence, value); }
+  U64 nextSequence() const { return next_; }
+  bool nextSequenceIs(U64 next) {
+    if (next > farthest || (!map_.empty() && (next <= *map_.lastKey() || next - 1 - head() > spaceMax))) return false;
+    next_ = next;
+    return true;
+  }
+
   Iterator iterator() const { return Iterator(map_.iterator()); }
   Iterator iterator(I index) const { return Iterator(map_.iterator(sequence(index))); }
 
  private:
   using Space = std::make_unsigned_t<I>;
+  static constexpr U64 spaceMax = std::numeric_limits<Space>::max();
+  static constexpr U64 farthest = U64(1) << 63;  // no queue gets there by itself, and from there none comes to the end
 
   U64 head() const { return map_.iterator().key(); }
   // The number in the order of insertion that stands behind an index: the first from the head on that shows as it.

@@ -59,6 +59,8 @@ class RbTreeMap {
     auto const it = map_.lower_bound(prefix);
     return it != map_.end() && it->first.view().substr(0, prefix.size()) == prefix;
   }
+  // The greatest key; null when the map is empty.
+  K const* lastKey() const { return map_.empty() ? nullptr : &map_.rbegin()->first; }
   void clear() { map_.clear(); }
   bool operator==(RbTreeMap const& o) const { return map_ == o.map_; }
 

@@ -74,13 +74,14 @@ struct ValueOpsOf {
   }
   static GenericIf::Ptr box(void const* value) { return GenericIf::of(of(value)); }
   static GenericIf::Ptr initial() { return GenericIf::of(V{}); }
+  static GenericIf::Ptr read(AttrLogIn& in) { return GenericIf::of(streamIn<V>(in)); }
   static bool equal(void const* a, void const* b) {
     if constexpr (requires(V const& x) { x == x; }) return of(a) == of(b);
     return false;
   }
   static constexpr ValueOps ops() {
     constexpr bool comparable = requires(V const& x) { x == x; };
-    return {&print, &strep, &parse, &box, comparable ? &equal : nullptr, &initial};
+    return {&print, &strep, &parse, &box, comparable ? &equal : nullptr, &initial, &read};
   }
 };
 
@@ -90,20 +91,21 @@ class ValueTypeBuilder : public TypeBuilderBase {
   explicit ValueTypeBuilder(char const* fullName) : TypeBuilderBase(fullName, KelType::Kind::value, nullptr) {
     setOps(ValueOpsOf<V>::ops());
   }
-  template <auto Getter>
+  // A field, by its reader and its writer.
+  template <auto Getter, auto Setter>
   void field(char const* name) {
-    fieldAttr<Getter>(name);
+    fieldAttr<Getter, Setter>(name);
   }
-  template <auto Getter>
+  template <auto Getter, auto Setter>
   void representationField(char const* name, bool autoconvert) {
-    representation(fieldAttr<Getter>(name), autoconvert);
+    representation(fieldAttr<Getter, Setter>(name), autoconvert);
   }
 
  private:
-  template <auto Getter>
+  template <auto Getter, auto Setter>
   KelAttr& fieldAttr(char const* name) {
     using F = std::decay_t<decltype((std::declval<V const&>().*Getter)())>;
-    static FieldAccess<V, Getter> const access;
+    static FieldAccess<V, Getter, Setter> const access;
     return add(nextId(), name, &access, &TypeOf<F>::type, KelAttrIntrospectionFlags::logging);
   }
 };

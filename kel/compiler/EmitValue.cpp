@@ -92,7 +92,8 @@ class ValueEmitter {
     Lines body = {"static Kel::KelType const* const type = [] {",
                   "  Kel::ValueTypeBuilder<" + name_ + "> b(" + cppString(decl_.qualified) + ");"};
     for (Field const& f : decl_.fields) {
-      std::string const getter = "<&" + name_ + "::" + f.name.text + ">(" + cppString(f.name.text);
+      std::string const field = "&" + name_ + "::" + f.name.text;
+      std::string const getter = "<" + field + ", " + field + "Is>(" + cppString(f.name.text);
       std::string const convert = decl_.has(Trait::Kind::autoconvert) ? ", true);" : ", false);";
       body.push_back(decl_.rep ? "  b.representationField" + getter + convert : "  b.field" + getter + ");");
     }

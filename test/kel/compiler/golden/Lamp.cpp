@@ -56,8 +56,8 @@ Level::Level(char const*& begin, char const* end) {
 Kel::KelType const* Level::_fwkType() {
   static Kel::KelType const* const type = [] {
     Kel::ValueTypeBuilder<Level> b("Home::Level");
-    b.field<&Level::percent>("percent");
-    b.field<&Level::mode>("mode");
+    b.field<&Level::percent, &Level::percentIs>("percent");
+    b.field<&Level::mode, &Level::modeIs>("mode");
     return b.done();
   }();
   return type;
@@ -100,7 +100,7 @@ Serial::Serial(char const*& begin, char const* end) {
 Kel::KelType const* Serial::_fwkType() {
   static Kel::KelType const* const type = [] {
     Kel::ValueTypeBuilder<Serial> b("Home::Serial");
-    b.representationField<&Serial::text>("text", true);
+    b.representationField<&Serial::text, &Serial::textIs>("text", true);
     return b.done();
   }();
   return type;

@@ -1,0 +1,206 @@
+#include <optional>
+
+#include "Kel/AttrAccess.h"
+#include "Kel/AttrLog.h"
+#include "Kel/AttrLogStream.h"
+
+namespace Kel {
+
+namespace {
+
+// An entity of the log as it is being read.
+struct Item {
+  std::size_t at;        // where its record begins
+  std::size_t contents;  // where the contents begin that are read next
+  std::size_t end;
+  KelNboAttrLogSa const* sa;
+  U32 owner = 0;
+  KelAttr const* heldBy = nullptr;  // the owner's attribute; null for the top
+  U64 sequence = 0;
+  bool waiting = false;  // for the entity that a constructor parameter points at
+  Entity::Ptr made = nullptr;
+};
+
+// Reads in steps, each for all entities before the next: the records, so that anything wrong with the bytes shows
+// before anything is made; the entities, those first that a constructor parameter points at; their places; the
+// contents.
+class Reader final : private AttrLogIn::Entities {
+ public:
+  Reader(std::string_view log, Entity* context) : log_(log), context_(context) {}
+  ~Reader() {
+    if (!done_) takeApart();
+  }
+
+  Entity::Ptr read() {
+    header();
+    while (record()) {
+    }
+    for (U32 id = 0; id < items_.size(); ++id) make(id);
+    for (Item const& item : items_)
+      if (item.heldBy) inPlace(item);
+    for (Item const& item : items_) contents(item);
+    done_ = true;
+    return items_.front().made;
+  }
+
+ private:
+  // --- Records ---
+
+  void header() {
+    if (log_.substr(0, attrLogMagic.size()) != attrLogMagic) throwAttrLogRecord(0, "no attribute log: 'KELA' expected");
+    AttrLogIn in(log_, attrLogMagic.size(), log_.size());
+    auto const version = in.get<U16>();
+    if (version != attrLogVersion)
+      in.bad("version " + std::to_string(attrLogVersion) + " expected, " + std::to_string(version) + " given");
+    at_ = in.offset();
+  }
+
+  // Reads one record; false after the last.
+  bool record() {
+    AttrLogIn head(log_, at_, log_.size());
+    auto const kind = head.get<U8>();
+    auto const length = head.get<U32>();
+    if (length > log_.size() - head.offset())
+      head.bad("a record of " + std::to_string(length) + " bytes, " + std::to_string(log_.size() - head.offset()) +
+               " left");
+    std::size_t const start = at_;
+    at_ = head.offset() + length;
+    AttrLogIn in(log_, head.offset(), at_, this);
+    switch (static_cast<AttrLogRecord>(kind)) {
+      case AttrLogRecord::type: type(in); break;
+      case AttrLogRecord::entity: entity(start, in); break;
+      case AttrLogRecord::end: end(in); return false;
+      default: throwAttrLogRecord(start, "unknown kind of record " + std::to_string(kind));
+    }
+    return true;
+  }
+
+  void type(AttrLogIn& in) {
+    types_.push_back(std::make_unique<KelNboAttrLogSa>(KelNboAttrLogSa::described(in)));
+    wantEnd(in);
+  }
+
+  void entity(std::size_t start, AttrLogIn& in) {
+    auto const type = in.get<U32>();
+    if (type >= types_.size() || !types_[type]->type().isEntity()) in.bad("no entity type #" + std::to_string(type));
+    Item item{start, 0, at_, types_[type].get()};
+    if (!items_.empty()) {
+      item.owner = in.get<U32>();
+      if (item.owner >= items_.size()) in.bad("no owner #" + std::to_string(item.owner) + " before");
+      auto const& attrs = items_[item.owner].sa->attributes();
+      auto const attribute = in.get<U32>();
+      if (attribute >= attrs.size() || !attrs[attribute]->instantiating())
+        in.bad("the owner owns nothing in attribute #" + std::to_string(attribute));
+      item.heldBy = attrs[attribute];
+      if (item.heldBy->isQueue()) item.sequence = in.get<U64>();
+    }
+    item.contents = in.offset();
+    items_.push_back(std::move(item));
+  }
+
+  void end(AttrLogIn& in) {
+    if (in.get<U32>() != items_.size() || items_.empty())
+      in.bad("the log holds " + std::to_string(items_.size()) + " entities, not as many as it says");
+    std::size_t const summed = in.offset();
+    if (in.get<U32>() != attrLogChecksum(log_.substr(0, summed))) in.bad("the checksum is wrong");
+    wantEnd(in);
+    if (at_ != log_.size()) throwAttrLogRecord(at_, std::to_string(log_.size() - at_) + " bytes behind the end");
+  }
+
+  static void wantEnd(AttrLogIn const& in) {
+    if (!in.atEnd()) throwAttrLogRecord(in.offset(), "bytes left over in the record");
+  }
+
+  // --- Entities ---
+
+  Entity* byId(U32 id) override { return id < items_.size() ? items_[id].made.ptr() : nullptr; }
+  Entity* byPath(String8 const& path) override {
+    if (!context_) return nullptr;
+    auto* const root = const_cast<Entity*>(context_->root());
+    return path.empty() ? root : root->entity(path).ptr();
+  }
+
+  // Makes an entity, and before it those that its constructor parameters need, and that theirs need.
+  void make(U32 id) {
+    std::vector<U32> open{id};
+    while (!open.empty()) {
+      Item& item = items_[open.back()];
+      std::optional<U32> const needed = item.made ? std::nullopt : makeOrNeed(item);
+      if (!needed) {
+        open.pop_back();
+        continue;
+      }
+      if (items_[*needed].waiting) throwAttrLogEntity(item.at, "a constructor parameter leads back to its own entity");
+      item.waiting = true;
+      open.push_back(*needed);
+    }
+  }
+
+  std::optional<U32> makeOrNeed(Item& item) {
+    AttrLogIn in(log_, item.contents, item.end, this);
+    std::vector<GenericIf::PtrConst> args;
+    for (KelAttr const* attr : item.sa->attributes()) {
+      if (!attr->ctorParam()) break;
+      if (attr->isPtr()) {
+        std::optional<U32> const id = in.referredId();
+        if (id && *id < items_.size() && !items_[*id].made) return id;
+      }
+      args.push_back(param(*attr, in));
+    }
+    item.contents = in.offset();
+    guarded(item, [&] { item.made = item.sa->type().newEntity(args); });
+    return std::nullopt;
+  }
+
+  static GenericIf::PtrConst param(KelAttr const& attr, AttrLogIn& in) {
+    if (!attr.isPtr()) return attr.type()->valueOps().read(in);
+    if (attr.type()->isEntity()) return GenericIf::ofEntity(Entity::Ptr(in.reference(attr.type())));
+    in.wantNull(attr.type());
+    return nullptr;
+  }
+
+  void inPlace(Item const& item) {
+    guarded(item,
+            [&] { item.heldBy->access().restore(*item.heldBy, *items_[item.owner].made, item.made, item.sequence); });
+  }
+
+  void contents(Item const& item) {
+    AttrLogIn in(log_, item.contents, item.end, this);
+    item.sa->read(*item.made, in);
+    wantEnd(in);
+  }
+
+  // What the framework refuses while an entity is made or put in its place is the entity's fault.
+  template <class Step>
+  static void guarded(Item const& item, Step step) {
+    try {
+      step();
+    } catch (Exception const& e) {
+      throwAttrLogEntity(item.at, e.message());
+    }
+  }
+
+  // Lets go of entities that may point at each other and at their owners.
+  void takeApart() noexcept {
+    std::vector<Entity::Ptr> owned;
+    for (Item& item : items_) {
+      if (!item.made) continue;
+      for (KelAttr const* attr : item.made->type()->ptrAttrs()) attr->access().dropPointers(*item.made);
+      for (KelAttr const* attr : item.made->type()->ownAttrs()) attr->access().takeChildren(*item.made, owned);
+    }
+    for (Entity::Ptr const& e : owned) e->parentIs(nullptr);
+  }
+
+  std::string_view log_;
+  Entity* context_;
+  std::size_t at_ = 0;
+  std::vector<std::unique_ptr<KelNboAttrLogSa>> types_;
+  std::vector<Item> items_;
+  bool done_ = false;
+};
+
+}  // namespace
+
+Entity::Ptr readAttrLog(std::string_view log, Entity* context) { return Reader(log, context).read(); }
+
+}  // namespace Kel

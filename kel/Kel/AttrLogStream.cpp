@@ -1,0 +1,123 @@
+#include "Kel/AttrLogStream.h"
+
+#include "Kel/AttrAccess.h"
+
+namespace Kel {
+
+namespace {
+
+String8 at(std::size_t offset) { return String8("attribute log, offset " + std::to_string(offset) + ": "); }
+
+}  // namespace
+
+void throwAttrLogRecord(std::size_t offset, String8 const& what) { throw AttrLogRecordException(at(offset) + what); }
+void throwAttrLogEntity(std::size_t offset, String8 const& what) { throw AttrLogEntityException(at(offset) + what); }
+
+// --- Writing ---
+
+void AttrLogOut::patch(std::size_t offset, U32 v) {
+  for (std::size_t i = 4; i-- > 0; v >>= 8) bytes_[offset + i] = static_cast<char>(v & 0xff);
+}
+
+void AttrLogOut::reference(Entity const* target) {
+  if (!target) return put(AttrLogReference::null);
+  if (auto const it = ids_.find(target); it != ids_.end()) {
+    put(AttrLogReference::id);
+    return put(it->second);
+  }
+  String8 const path = target->fullName();
+  // A key may hold separators, so that a path may lead to somebody else.
+  bool const leads = path.empty() ? target == treeRoot_ : treeRoot_->entity(path).ptr() == target;
+  if (!leads)
+    throw EntityIdUnavailableException(target->typeName() + " '" + path +
+                                       "' cannot be referred to: it is neither in the attribute log nor in its tree");
+  put(AttrLogReference::path);
+  put(path);
+}
+
+void AttrLogOut::noEntity(KelType const* type) {
+  throw EntityIdUnavailableException(type->fullTypeName() + " cannot be referred to: it is no entity");
+}
+
+// --- Reading ---
+
+char const* AttrLogIn::need(std::size_t bytes) {
+  item_ = at_;
+  if (bytes > end_ - at_)
+    throwAttrLogRecord(at_, std::to_string(bytes) + " bytes expected, " + std::to_string(end_ - at_) + " left");
+  at_ += bytes;
+  return log_.data() + item_;
+}
+
+bool AttrLogIn::getBool() {
+  U8 const v = get<U8>();
+  if (v > 1) bad("a boolean is 0 or 1, not " + std::to_string(v));
+  return v != 0;
+}
+
+std::string_view AttrLogIn::getText() {
+  std::size_t const start = at_;
+  U32 const size = get<U32>();
+  if (size > String8::maxChars) bad("a string of " + std::to_string(size) + " bytes");
+  std::string_view const text(need(size), size);
+  item_ = start;
+  return text;
+}
+
+Entity* AttrLogIn::reference(KelType const* wanted) {
+  std::size_t const start = at_;
+  U8 const kind = get<U8>();
+  if (kind == static_cast<U8>(AttrLogReference::null)) return nullptr;
+  Entity* found = nullptr;
+  String8 named;
+  if (kind == static_cast<U8>(AttrLogReference::id)) {
+    U32 const id = get<U32>();
+    named = "entity #" + std::to_string(id);
+    found = entities_ ? entities_->byId(id) : nullptr;
+  } else if (kind == static_cast<U8>(AttrLogReference::path)) {
+    String8 const path(getText());
+    named = "'" + path.str() + "'";
+    found = entities_ ? entities_->byPath(path) : nullptr;
+  } else {
+    bad("unknown kind of reference " + std::to_string(kind));
+  }
+  item_ = start;
+  if (!found) badEntity(named + " is not there");
+  if (!found->type()->isA(wanted))
+    badEntity(named + ": Entity is the wrong type: " + wanted->fullTypeName() + " expected, " + found->typeName() +
+              " given");
+  return found;
+}
+
+std::optional<U32> AttrLogIn::referredId() const {
+  AttrLogIn ahead = *this;
+  if (ahead.atEnd() || ahead.get<U8>() != static_cast<U8>(AttrLogReference::id)) return std::nullopt;
+  return ahead.get<U32>();
+}
+
+void AttrLogIn::wantNull(KelType const* wanted) {
+  if (get<U8>() != static_cast<U8>(AttrLogReference::null))
+    bad(String8("null expected: a ") + wanted->fullTypeName() + " cannot be read");
+}
+
+void AttrLogIn::bad(String8 const& what) const { throwAttrLogRecord(item_, what); }
+void AttrLogIn::badEntity(String8 const& what) const { throwAttrLogEntity(item_, what); }
+
+// --- Values ---
+
+void writeAttrLogValue(AttrLogOut& out, KelType const& type, void const* value) {
+  for (KelAttr const* field : type.attributeQ()) field->access().write(value, out);
+}
+
+void readAttrLogValue(AttrLogIn& in, KelType const& type, void* value) {
+  for (KelAttr const* field : type.attributeQ()) field->access().read(*field, value, in);
+}
+
+S32 readAttrLogEnumerator(AttrLogIn& in, KelType const& type) {
+  S32 const value = in.get<S32>();
+  for (KelType::Enumerator const& e : type.enumerators())
+    if (e.value == value) return value;
+  in.bad(type.fullTypeName() + " has no enumerator " + std::to_string(value));
+}
+
+}  // namespace Kel
