@@ -154,6 +154,18 @@ class GetterAccess final : public AttrAccess {
   void write(void const* object, AttrLogOut& out) const override {
     streamOut(out, of(*static_cast<Entity const*>(object)));
   }
+  // Parameters stay, but for one that points at an owner of its own entity: the two would keep each other alive.
+  void dropPointers(Entity& e) const override {
+    using P = std::decay_t<decltype(of(e))>;
+    if constexpr (isPtrType<P> && std::is_lvalue_reference_v<decltype(of(e))>) {
+      if constexpr (std::is_base_of_v<Entity, typename PtrTraits<P>::target>) {
+        P& slot = const_cast<P&>(of(e));
+        Entity const* owner = e.parent();
+        while (owner && owner != slot.ptr()) owner = owner->parent();
+        if (owner) slot = nullptr;
+      }
+    }
+  }
 
  private:
   static decltype(auto) of(Entity const& e) { return (static_cast<T const&>(e).*Getter)(); }

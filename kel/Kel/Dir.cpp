@@ -40,7 +40,7 @@ Entity::Ptr Dir::entityRef(Name const& name) {
     if (!type || !type->isEntity())
       throwTypeException(fullName() + "/" + name,
                          String8("Entity is the wrong type: no entity type '") + state->typeName_ + "'");
-    attach(*state, type->newEntity(name));
+    attach(*state, type->newEntityFor(name, this));
   }
   return state->entity_;
 }
@@ -268,6 +268,7 @@ KelType const* Dir::_fwkType() {
     b.collectionAttr(entryStateAttr, "entryState", new DirAccess, &EntryState::_fwkType,
                      plain | KelAttrIntrospectionFlags::instantiating, &TypeOf<Name>::type);
     b.constructs<&Entity::name>();
+    b.nested(EntryState::_fwkType());
     return b.done();
   }();
   return type;

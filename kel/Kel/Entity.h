@@ -3,11 +3,12 @@
 // An entity has a name, a type, a parent and the parent's attribute through which it is held. Owners are the attribute
 // that instantiated it, or its directory; a child's link to its parent does not count. An entity that its owner deletes
 // leaves the tree: its parent becomes null, and it and everything below it drop their pointer attributes, so that
-// entities that point at each other do not keep each other alive. A handle that somebody still holds stays valid and
-// reads that way. Dropping the last handle of a root lets go of the whole tree, at any depth, without deep recursion.
+// entities that point at each other do not keep each other alive. Of pointers among the constructor parameters only
+// those at an owner of the entity itself are dropped. A handle that somebody still holds stays valid and reads that
+// way. Dropping the last handle of a root lets go of the whole tree, at any depth, without deep recursion.
 //
-// What this does not take apart: a tree whose root is pointed at from inside (clear such pointers before dropping the
-// root), and a constructor parameter that points at an owner of its own entity, for parameters never change.
+// What this does not take apart: a tree whose root is pointed at from inside. Clear such pointers before dropping the
+// root, and delete entities whose constructor parameter is the root itself.
 //
 // One thread at a time per tree. An entity without reactors, attributes and children costs 48 bytes and its name.
 #pragma once

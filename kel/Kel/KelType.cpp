@@ -130,18 +130,43 @@ GenericIf::PtrConst defaultArg(KelArg const& arg) {
 
 }  // namespace
 
-Ptr<Entity> KelType::newEntity(Name const& name, Dir* dir) const {
-  if (ctorArgs_.empty() || ctorArgs_.front().pointer || ctorArgs_.front().type() != TypeOf<Name>::type())
-    throwTypeException(fullName_, "Entity is the wrong type: it is not created by a name");
+bool KelType::isMadeByName() const {
+  return construct_ && !ctorArgs_.empty() && !ctorArgs_.front().pointer &&
+         ctorArgs_.front().type() == TypeOf<Name>::type();
+}
+
+Ptr<Entity> KelType::newEntityFor(Name const& name, Dir* dir) const {
+  if (!isMadeByName()) throwTypeException(fullName_, "Entity is the wrong type: it is not created by a name");
   std::vector<GenericIf::PtrConst> args{GenericIf::of(name)};
   for (std::size_t i = 1; i < ctorArgs_.size(); ++i) args.push_back(defaultArg(ctorArgs_[i]));
-  Ptr<Entity> made = newEntity(args);
+  if (dir && args.size() > 1 && ctorArgs_[1].pointer && ctorArgs_[1].type() == Dir::_fwkType())
+    args[1] = GenericIf::ofEntity(Ptr<Entity>(dir));
+  return newEntity(args);
+}
+
+Ptr<Entity> KelType::newEntity(Name const& name, Dir* dir) const {
+  Ptr<Entity> made = newEntityFor(name, dir);
   if (dir) dir->entryIs(made);
   return made;
 }
 
-Ptr<GenericIf> KelType::genericIf(Ptr<Entity> const& object) const { return GenericIf::ofEntity(object); }
-Ptr<GenericIf const> KelType::genericIf(Ptr<Entity const> const& object) const { return GenericIf::ofEntity(object); }
+namespace {
+
+void checkIsA(KelType const& type, Entity const* object) {
+  if (object && !object->type()->isA(&type))
+    throwTypeException(type.fullTypeName(), String8("Entity is the wrong type: ") + object->typeName() + " given");
+}
+
+}  // namespace
+
+Ptr<GenericIf> KelType::genericIf(Ptr<Entity> const& object) const {
+  checkIsA(*this, object.ptr());
+  return GenericIf::ofEntity(object);
+}
+Ptr<GenericIf const> KelType::genericIf(Ptr<Entity const> const& object) const {
+  checkIsA(*this, object.ptr());
+  return GenericIf::ofEntity(object);
+}
 Ptr<GenericIf> KelType::genericIf(void const* value, bool isValue) const {
   if (!isValue || !ops_.box) throwTypeException(fullName_, "no value type");
   return ops_.box(value);

@@ -219,9 +219,11 @@ class KelType final : public PtrInterface {
   };
   std::vector<Enumerator> const& enumerators() const { return enumerators_; }
 
+  // Whether the type can be created by a name.
+  bool isMadeByName() const;
   // A new entity of this type with that name, an entry of the directory when one is given. The type must be created by
-  // a name alone; further constructor parameters get their defaults. Raises TypeException for a type that cannot be
-  // made so, NameInUseException for a taken name.
+  // a name alone; further constructor parameters get their defaults, but a second one that points at a directory gets
+  // the directory. Raises TypeException for a type that cannot be made so, NameInUseException for a taken name.
   Ptr<Entity> newEntity(Name const& name, Dir* dir = nullptr) const;
   // A new entity from all its constructor arguments in order. Raises TypeException, UnknownArgException.
   Ptr<Entity> newEntity(std::vector<Ptr<GenericIf const>> const& args) const;
@@ -229,7 +231,7 @@ class KelType final : public PtrInterface {
   // How objects of the type are streamed; see AttrLog.h.
   KelNboAttrLogSa const& attrLogSa() const { return *attrLogSa_; }
 
-  // The reflective interface of an object.
+  // The reflective interface of an object of this type; null for null. Raises TypeException for one of another type.
   Ptr<GenericIf> genericIf(Ptr<Entity> const& object) const;
   Ptr<GenericIf const> genericIf(Ptr<Entity const> const& object) const;
   // Of a raw value of this type, which is copied; `isValue` must be true.
@@ -249,7 +251,10 @@ class KelType final : public PtrInterface {
 
  private:
   friend class TypeBuilderBase;
+  friend class Dir;
   KelType() { isNondestructingIs(true); }
+  // As `newEntity`, but no entry of the directory.
+  Ptr<Entity> newEntityFor(Name const& name, Dir* dir) const;
 
   String8 name_, fullName_;
   Kind kind_ = Kind::builtin;

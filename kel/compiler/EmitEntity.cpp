@@ -77,7 +77,9 @@ class EntityEmitter {
       if (isName(entity_, p)) continue;
       std::string const& x = p.name.text;
       group.add(types_.param(p.shape.target), x).asConst().inlined("return " + x + "_;");
-      class_.fields.push_back(types_.type(p.shape.target) + " const " + x + "_;");
+      // The framework clears a pointer that would keep the entity and its owner alive.
+      std::string const fixed = p.shape.target.isRef ? " " : " const ";
+      class_.fields.push_back(types_.type(p.shape.target) + fixed + x + "_;");
     }
   }
 

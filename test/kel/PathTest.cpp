@@ -333,5 +333,27 @@ TEST(Lifetime, MutualPointersDoNotKeepAlive) {
   EXPECT_FALSE(Shape::_fwkType()->pointersBelow());
 }
 
+// Whoever is made in a directory may be told so by its second parameter; the two still end together.
+TEST(Lifetime, AParameterThatPointsAtAnOwnerDoesNotKeepItAlive) {
+  Dir::Ptr const root = dirFactory("root");
+  Dir::Ptr dir(new Dir("dir", root.ptr()));
+  Housed::Ptr const made = ptrCast<Housed>(dir->newEntity("Gadgets::Housed", "made"));
+  EXPECT_EQ(made->home(), dir);
+  dir->newEntryState("announced", "Gadgets::Housed");
+  EXPECT_EQ(ptrCast<Housed>(dir->entityRef("announced"))->home(), dir);
+  Housed::Ptr const elsewhere = housedFactory("elsewhere", root, "");
+  dir->entryIs(elsewhere);
+  Housed::Ptr const foreign = housedFactory("foreign", dirFactory("other"), "");
+  dir->entryIs(foreign);
+
+  root->entryDel("dir");
+  EXPECT_EQ(dir->refs(), 1u);
+  EXPECT_EQ(made->home(), nullptr);
+  EXPECT_EQ(elsewhere->home(), root) << "it owns them no more";
+  EXPECT_TRUE(foreign->home());
+  dir = nullptr;
+  EXPECT_EQ(made->parent(), nullptr);
+}
+
 }  // namespace
 }  // namespace Gadgets

@@ -9,9 +9,9 @@ namespace {
 std::vector<KelType const*> allTypes() {
   std::vector<KelType const*> types{Dir::_fwkType(), Dir::EntryState::_fwkType(), Entity::_fwkType()};
   for (char const* name :
-       {"Color",    "Level",   "Point",      "Segment",  "Every", "Opaque", "Label",  "Count", "Part",
-        "Numbered", "Colored", "Placed",     "Queued",   "Plain", "Even",   "Odd",    "Bound", "Binder",
-        "Defaults", "Values",  "MoreValues", "Pointers", "Maps",  "Owner",  "Queues", "Shape", "Square"})
+       {"Color",   "Level",      "Point",    "Segment", "Every", "Opaque", "Label", "Count",  "Part",   "Numbered",
+        "Colored", "Placed",     "Queued",   "Plain",   "Even",  "Odd",    "Bound", "Binder", "Housed", "Defaults",
+        "Values",  "MoreValues", "Pointers", "Maps",    "Owner", "Queues", "Shape", "Square"})
     types.push_back(KelType::find(String8("Gadgets::") + name));
   return types;
 }
@@ -158,11 +158,15 @@ TEST(Types, MakeEntitiesByNameWithDefaultsForTheRest) {
   EXPECT_EQ(made->count(), Count(3));
   EXPECT_EQ(made->to(), nullptr);
   EXPECT_EQ(Defaults::_fwkType()->newEntity("alone")->parent(), nullptr);
+  EXPECT_EQ(ptrCast<Housed>(Housed::_fwkType()->newEntity("alone"))->home(), nullptr);
   for (KelType const* wrong : {Shape::_fwkType(), Numbered::_fwkType(), Plain::_fwkType(), Point::_fwkType(),
                                Entity::_fwkType(), TypeOf<U32>::type()})
     EXPECT_NE(messageOf<TypeException>([&] { wrong->newEntity("x", dir.ptr()); }).find(wrong->fullTypeName().str()),
               std::string::npos);
   EXPECT_THROW(Square::_fwkType()->newEntity({box(Name("x"))}), UnknownArgException);
+  EXPECT_THROW(Square::_fwkType()->genericIf(Entity::Ptr(made)), TypeException);
+  EXPECT_EQ(Entity::_fwkType()->genericIf(Entity::PtrConst(made))->type(), Defaults::_fwkType());
+  EXPECT_EQ(Dir::_fwkType()->nestedTypes(), std::vector<KelType const*>{Dir::EntryState::_fwkType()});
   EXPECT_THROW(Square::_fwkType()->newEntity({box(Name("x")), box(S32(1))}), TypeException);
   EXPECT_EQ(dir->entryStates(), 1u);
 }
