@@ -39,7 +39,7 @@ std::vector<Kel::Name> components(Kel::String const& path) {
   }
 }
 
-// One session root under way: two cursors that walk the ancestors of the root side by side.
+// One session root under way: two cursors that walk the ancestors of the root side by side. Traces as the operation.
 class RootSkeleton {
  public:
   RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
@@ -48,9 +48,9 @@ class RootSkeleton {
     Kel::validPtr(src);
     checkDestination(*Kel::validPtr(dest));
     Kel::KelType const* type = Kel::KelType::find(typeName_);
-    if (!type || !type->isEntity())
+    if (!type || !type->isMadeByName())
       Kel::throwTypeException(Kel::String("session root '") + path_ + "'",
-                              Kel::String("no entity type '") + typeName_ + "'");
+                              Kel::String("no entity type '") + typeName_ + "' that is made by a name");
   }
 
   void make() {
@@ -96,17 +96,18 @@ class RootSkeleton {
 
   void makeFinal(Kel::Name const& name) {
     if (auto const exists = dest_->entry(name)) {
-      KEL_TRACE(5) << "doCreateSessionRoot final " << name << " of type " << typeName_ << " already created in "
-                   << dest_;
+      KEL_TRACE_AS(5, operation) << "doCreateSessionRoot final " << name << " of type " << typeName_
+                                 << " already created in " << dest_;
       KEL_ASSERT_TEXT(exists->entityTypeName() == typeName_, "exists->typeName() == typeName");
       dest_->entityRef(name);
       return;
     }
-    KEL_TRACE(5) << "doCreateSessionRoot creating final " << name << " " << typeName_;
+    KEL_TRACE_AS(5, operation) << "doCreateSessionRoot creating final " << name << " " << typeName_;
     Kel::Ptr<Kel::Entity> const made = dest_->newEntity(typeName_, name);
-    KEL_TRACE(5) << "e type: " << made->type()->fullTypeName();
+    KEL_TRACE_AS(5, operation) << "e type: " << made->type()->fullTypeName();
   }
 
+  static constexpr char const* operation = "doCreateSessionRoot";
   Kel::String const path_, typeName_;
   std::vector<Kel::Name> const names_;
   Kel::Ptr<Kel::Dir> src_, dest_;
@@ -155,13 +156,8 @@ void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
   if (ec.pendingAttrs() > 0) ec.doCopyPendingAttrs(false);
 }
 
-// Deletes a root that an earlier copy filled and that the source no longer has, so that it is made afresh, empty.
-void deleteRoot(Kel::Ptr<Kel::Dir> const& dir, Kel::String const& path) {
-  Kel::Ptr<Kel::Entity> const root = dir->entity(path);
-  // A path with a "." in it may have led past the directories.
-  if (auto* const parent = root ? dynamic_cast<Kel::Dir*>(root->parent()) : nullptr) parent->entryDel(root->name());
-}
-
+// The steps of doReplaceConfig trace in its name.
+char const* const replaceOperation = "doReplaceConfig";
 char const* const replaceSignature =
     "bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String)";
 
@@ -170,9 +166,9 @@ Kel::Ptr<PendingChangeStatus> openSession(Status& status, Kel::String const& ses
   Kel::Ptr<PendingChangeStatus> session;
   if (status.pendingChangeStatusDir()) session = status.pendingChangeStatusDir()->status(sessionName);
   if (!session) {
-    KEL_TRACE(9) << "No session found under name " << sessionName;
+    KEL_TRACE_AS(9, replaceOperation) << "No session found under name " << sessionName;
   } else if (session->completed()) {
-    KEL_TRACE(9) << "Session " << sessionName << " already completed.";
+    KEL_TRACE_AS(9, replaceOperation) << "Session " << sessionName << " already completed.";
     session = nullptr;
   }
   return session;
@@ -184,18 +180,31 @@ Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, Kel::String const
 
 Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::String("<unknown>") : path; }
 
+// A root that an earlier copy filled and that the source no longer has is to be made afresh, empty. All such roots go
+// before any is made: one may lie in another.
+void deleteVanishedRoots(Status const& status, Kel::Dir const& src, std::initializer_list<Kel::Dir*> dirs) {
+  for (auto it = status.rootIterator(); it; ++it) {
+    if (src.entity(it.key())) continue;
+    std::vector<Kel::Name> const names = components(it.key());
+    for (Kel::Dir* at : dirs) {
+      for (std::size_t i = 0; at && i + 1 < names.size(); ++i)
+        at = dynamic_cast<Kel::Dir*>(const_cast<Kel::Entity*>(at->child(names[i])));
+      if (at) at->entryDel(names.back());
+    }
+  }
+}
+
 // Builds the skeletons of all roots and registers what there is to copy.
 void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& session,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
+  Kel::Ptr<Kel::Dir const> const readOnlySrc = src;
+  deleteVanishedRoots(status, *readOnlySrc, {session.ptr(), ancestor.ptr()});
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
-    KEL_TRACE(9) << "Adding CliSession root" << orUnknown(path);
-    Kel::Ptr<Kel::Entity const> const srcRoot = Kel::Ptr<Kel::Dir const>(src)->entity(path);
-    for (Kel::Ptr<Kel::Dir> const& dir : {session, ancestor}) {
-      if (!srcRoot) deleteRoot(dir, path);
-      status.doCreateSessionRoot(src, dir, path);
-    }
-    if (srcRoot) ec.srcCopyRootIs(srcRoot, true);
+    KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(path);
+    status.doCreateSessionRoot(src, session, path);
+    status.doCreateSessionRoot(src, ancestor, path);
+    if (Kel::Ptr<Kel::Entity const> const srcRoot = readOnlySrc->entity(path)) ec.srcCopyRootIs(srcRoot, true);
   }
 }
 
@@ -203,7 +212,9 @@ void recordLocals(Status& status, PendingChangeStatus& session, Kel::Ptr<Kel::Di
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
     session.localIs(path, dir->entity(path));
-    session.localPrefixIs("localPrefix")->prefixIs(path, Zuk::prefixTrieStateFactory());
+    // The owner may have made it under a name of its own.
+    if (!session.localPrefix()) session.newLocalPrefix("localPrefix");
+    session.localPrefix()->prefixIs(path, Zuk::prefixTrieStateFactory());
   }
 }
 

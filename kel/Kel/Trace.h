@@ -108,7 +108,9 @@ struct TraceVoid {
   }
 
 #define KEL_TRACE_ENABLED(level) (kelTraceHandle().enabled(level))
-#define KEL_TRACE(level)     \
-  !KEL_TRACE_ENABLED(level)  \
-      ? static_cast<void>(0) \
-      : ::Kel::TraceVoid() & ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, __func__).stream()
+#define KEL_TRACE(level) KEL_TRACE_AS(level, __func__)
+// For the parts of an operation that is written as several functions: traces in the operation's name.
+#define KEL_TRACE_AS(level, function) \
+  !KEL_TRACE_ENABLED(level)           \
+      ? static_cast<void>(0)          \
+      : ::Kel::TraceVoid() & ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, function).stream()

@@ -117,7 +117,8 @@ TEST_F(Session, RefusesBadRootsBeforeMakingAnything) {
     }
   }
   world.rootIs("odd/root", "No::Such");
-  for (char const* path : {"odd/root", "un/known"}) {
+  world.rootIs("odd/log", "Cli::Session::AttributeEditLog");  // not made by a name
+  for (char const* path : {"odd/root", "odd/log", "un/known"}) {
     try {
       status->doCreateSessionRoot(world.src, into, path);
       FAIL() << path;
@@ -211,15 +212,35 @@ TEST_F(Session, NeedsBothDirectoriesBeforeAnythingIsMade) {
 }
 
 TEST_F(Session, ARootMissingInTheSourceIsEmptyEvenIfItWasFilled) {
+  change->logAttributeEditsIs(true);
   src->u8Is(3);
   replace(world.src);
+  pending->attributeEditLog()->attributeEditEntryDelAll();
   world.src->entryDel("hall");
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(replace(world.src));
-  testing::internal::GetCapturedStderr();
-  EXPECT_EQ(World::hall(session)->u8(), 0);
-  EXPECT_EQ(World::hall(ancestor)->u8(), 0);
-  EXPECT_EQ(pending->local("hall"), session->entity("hall"));
+  // One root inside another.
+  world.rootIs("sys/new/hall", "Plant::Hall");
+  world.rootIs("sys/new", "Kel::Dir");
+  pending->localPrefixIs("mine");
+  Traces const traces("CliSession", 1u << 5 | 1u << 9);
+  for (int i = 0; i < 2; ++i) {
+    if (i == 1) World::hall(session, "sys/new/hall")->u8Is(1);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(replace(world.src));
+    testing::internal::GetCapturedStderr();
+    for (Kel::Dir::Ptr const& dir : {session, ancestor}) {
+      EXPECT_EQ(World::hall(dir)->u8(), 0);
+      ASSERT_TRUE(World::hall(dir, "sys/new/hall"));
+      EXPECT_EQ(World::hall(dir, "sys/new/hall")->u8(), 0);
+    }
+    EXPECT_EQ(edits(), Edits{});
+    EXPECT_EQ(pending->local("hall"), session->entity("hall"));
+    EXPECT_EQ(pending->local("sys/new/hall"), session->entity("sys/new/hall"));
+    EXPECT_EQ(pending->localPrefix()->name(), "mine") << "it was there";
+    EXPECT_TRUE(pending->localPrefix()->isPrefix("sys/new/hall"));
+  }
+  std::set<std::string> const functions(traces.functions.begin(), traces.functions.end());
+  EXPECT_EQ(functions, (std::set<std::string>{"CliSession:doCreateSessionRoot", "CliSession:doReplaceConfig",
+                                              "CliSession:handleEntity"}));
 }
 
 TEST_F(Session, KeepsALogOfWhatChanged) {
