@@ -77,13 +77,14 @@ void PrefixTrie::childRemove(Kel::Name name) {
 
 namespace {
 
-// The state recorded for exactly this path, or null.
-Kel::Ptr<PrefixTrieState> recordedState(PrefixTrie const& trie, Kel::String const& path) {
+// The state recorded for exactly this path, or null. Traces in the name of the operation that asks.
+Kel::Ptr<PrefixTrieState> recordedState(PrefixTrie const& trie, Kel::String const& path, char const* operation) {
   Kel::Ptr<PathTrieState> const state = trie.prefixState(path);
   if (!state) return nullptr;
-  KEL_TRACE(9) << "  state: " << state->outputForm();
   Kel::Ptr<PrefixTrieState> prefixState = Kel::ptrCast<PrefixTrieState>(state);
-  if (prefixState) KEL_TRACE(9) << "  prefixstate: " << *prefixState;
+  // A state of another kind need not have an output form.
+  KEL_TRACE_AS(9, operation) << "  state: " << (prefixState ? prefixState->outputForm() : state->typeName());
+  KEL_TRACE_AS(9, operation) << "  prefixstate: " << (prefixState ? prefixState->outputForm() : Kel::String("<null>"));
   return prefixState;
 }
 
@@ -91,7 +92,7 @@ Kel::Ptr<PrefixTrieState> recordedState(PrefixTrie const& trie, Kel::String cons
 
 Kel::String PrefixTrie::prefixTypename(Kel::String path) const {
   KEL_TRACE(8) << "Kel::String Zuk::PrefixTrie::prefixTypename(Kel::String)" << path << " in " << fullName();
-  Kel::Ptr<PrefixTrieState> const state = recordedState(*this, path);
+  Kel::Ptr<PrefixTrieState> const state = recordedState(*this, path, __func__);
   if (!state) return {};
   KEL_TRACE(9) << " typename: " << state->pTypename();
   return state->pTypename();
@@ -99,7 +100,7 @@ Kel::String PrefixTrie::prefixTypename(Kel::String path) const {
 
 Kel::String PrefixTrie::prefixFlags(Kel::String path) const {
   KEL_TRACE(8) << "Kel::String Zuk::PrefixTrie::prefixFlags(Kel::String)" << path << " in " << fullName();
-  Kel::Ptr<PrefixTrieState> const state = recordedState(*this, path);
+  Kel::Ptr<PrefixTrieState> const state = recordedState(*this, path, __func__);
   if (!state) return {};
   KEL_TRACE(9) << "  Flags: " << state->flags();
   return state->flags();

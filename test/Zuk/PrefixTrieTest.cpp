@@ -126,6 +126,10 @@ TEST(PrefixTrie, TracesItsOperations) {
                               "PrefixTrie/9   Flags: w",
                           }))
       << traces.text();
+  trie->child("/a")->stateIs(Zuk::pathTrieStateFactory());
+  EXPECT_EQ(trie->prefixTypename("/a"), "") << "no state of a prefix trie";
+  EXPECT_EQ(traces.lines.back(), "PrefixTrie/9   prefixstate: <null>");
+  EXPECT_EQ(traces.functions.back(), "PrefixTrie:prefixTypename");
   std::ostringstream out;
   out << *stateOf("rx", "U");
   EXPECT_EQ(out.str(), "<PrefixTrieState typename: U flags: rx>");
