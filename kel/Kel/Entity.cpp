@@ -85,11 +85,12 @@ std::size_t nextEnd(std::string_view path, std::size_t from) {
   return at == std::string_view::npos ? path.size() : at;
 }
 
-// A collection or directory whose members' keys a path goes on with, and the key that was tried last.
+// A collection or directory whose members' keys a path goes on with, and the end of the key that was tried last.
 struct Choice {
   Entity const* owner;
   KelAttr const* attr;  // null: the entries of a directory
-  std::size_t key, end;
+  std::size_t key;
+  std::size_t end = std::string_view::npos;  // none was tried
 };
 
 // Walks a path. Choices are kept, not recursed into: a path may be as long as a tree is deep.
@@ -99,7 +100,7 @@ class Resolver {
 
   Entity const* from(Entity const& e) { return run(&e); }
   Entity const* fromEntryOf(Entity const& dir) {
-    choices_.push_back({&dir, nullptr, 0, 0});
+    choices_.push_back({&dir, nullptr, 0});
     return run(nullptr);
   }
 
@@ -116,31 +117,33 @@ class Resolver {
   // Goes to a singleton, or notes a choice of members.
   Entity const* step(Entity const& e) {
     if (path_[at_] == '/') {
-      if (e.type() == Dir::_fwkType()) choices_.push_back({&e, nullptr, at_ + 1, at_ + 1});
+      if (e.type() == Dir::_fwkType()) choices_.push_back({&e, nullptr, at_ + 1});
       return nullptr;
     }
     std::size_t const end = nextEnd(path_, at_ + 1);
     KelAttr const* attr = path_[at_] == '.' ? e.type()->findAttr(path_.substr(at_ + 1, end - at_ - 1)) : nullptr;
     if (!attr || !attr->instantiating()) return nullptr;
     if (attr->isCollection()) {
-      if (end < path_.size() && path_[end] == '/') choices_.push_back({&e, attr, end + 1, end + 1});
+      if (end < path_.size() && path_[end] == '/') choices_.push_back({&e, attr, end + 1});
       return nullptr;
     }
     at_ = end;
     return attr->access().child(e, {});
   }
 
-  // The member under the next longer key of the last choice; a choice without one is given up.
+  // The member under the next longer key of the last choice; a choice without one is given up. The shortest key of all
+  // is the empty one.
   Entity const* nextMember() {
     Choice& c = choices_.back();
-    if (c.end > c.key && !c.attr && c.end < path_.size() &&
-        !static_cast<Dir const*>(c.owner)->anyNameBegins(path_.substr(c.key, c.end + 1 - c.key)))
-      c.end = path_.size();
-    if (c.end >= path_.size()) {
+    bool const first = c.end == std::string_view::npos;
+    bool const more =
+        first || (c.end < path_.size() &&
+                  (c.attr || static_cast<Dir const*>(c.owner)->anyNameBegins(path_.substr(c.key, c.end + 1 - c.key))));
+    if (!more) {
       choices_.pop_back();
       return nullptr;
     }
-    at_ = c.end = nextEnd(path_, c.end + 1);
+    at_ = c.end = nextEnd(path_, first ? c.key : c.end + 1);
     std::string_view const key = path_.substr(c.key, c.end - c.key);
     return c.attr ? c.attr->access().child(*c.owner, key) : static_cast<Dir const*>(c.owner)->child(key);
   }

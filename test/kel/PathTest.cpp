@@ -18,9 +18,9 @@ class Tree {
 
  private:
   Name key() {
-    static char const* const keys[] = {"a",  "b",           "a/b",  "a.b",   "/a",   ".",
-                                       "..", "10.0.0.1/31", "part", "a/b.c", ".part"};
-    return keys[random_.below(11)];
+    static char const* const keys[] = {"a",  "b",           "a/b",  "a.b",   "/a",    ".",
+                                       "..", "10.0.0.1/31", "part", "a/b.c", ".part", ""};
+    return keys[random_.below(12)];
   }
   void fill(Dir& dir, int depth) {
     for (unsigned n = random_.below(5); n > 0; --n) {
@@ -84,7 +84,9 @@ TEST(Paths, FullNamesLeadBack) {
       if (!bearers.count(name.str() + "/b")) {
         EXPECT_EQ(tree.root->entity(name + "/b"), nullptr);
       }
-      EXPECT_EQ(tree.root->entity(name + "/"), nullptr);
+      if (!bearers.count(name.str() + "/")) {
+        EXPECT_EQ(tree.root->entity(name + "/"), nullptr);
+      }
       EXPECT_EQ(tree.root->entity(name + ".nothing"), nullptr);
     }
   }
