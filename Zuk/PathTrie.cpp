@@ -53,9 +53,11 @@ void PathTrie::childRemove(Kel::Name name) {
 bool PathTrie::empty() const { return childs() == 0; }
 
 // --- Look-ups ---
+// Of the empty path they find nothing, whatever is recorded under it.
 
 Kel::Ptr<PathTrieState> PathTrie::prefixState(Kel::String path) const {
   KEL_TRACE(8) << "Zuk::PathTrieState::Ptr Zuk::PathTrie::prefixState(Kel::String)" << path << " in " << fullName();
+  if (path.empty()) return nullptr;
   PathSplit const split = splitPath(path);
   Kel::Ptr<PathTrie> const next = child(split.first);
   if (!next) return nullptr;
@@ -67,7 +69,7 @@ bool PathTrie::hasPrefixInternal(Kel::String path, bool proper) const {
   KEL_TRACE(8) << "bool Zuk::PathTrie::hasPrefixInternal(Kel::String, bool)" << path << (proper ? " (proper)" : "")
                << " in " << fullName();
   PathSplit const split = splitPath(path);
-  if (!split.more && proper) return false;
+  if (path.empty() || (!split.more && proper)) return false;
   Kel::Ptr<PathTrie> const next = child(split.first);
   if (!next) return false;
   if (!split.more || next->present()) return next->present();
@@ -108,6 +110,7 @@ Kel::String PathTrie::properEnclosingPrefix(Kel::String path) const {
 
 bool PathTrie::isPrefix(Kel::String path) const {
   KEL_TRACE(8) << "bool Zuk::PathTrie::isPrefix(Kel::String)" << path << " in " << fullName();
+  if (path.empty()) return false;
   PathSplit const split = splitPath(path);
   Kel::Ptr<PathTrie> const next = child(split.first);
   if (!next) return false;
@@ -116,6 +119,7 @@ bool PathTrie::isPrefix(Kel::String path) const {
 
 bool PathTrie::isLeaf(Kel::String path) const {
   KEL_TRACE(8) << "bool Zuk::PathTrie::isLeaf(Kel::String)" << path << " in " << fullName();
+  if (path.empty()) return false;
   PathSplit const split = splitPath(path);
   Kel::Ptr<PathTrie> const next = child(split.first);
   if (!next) return false;
@@ -171,6 +175,9 @@ void PathTrie::upgradeState(Kel::Ptr<PathTrieState> const& state, bool inherited
 
 void PathTrie::append(Kel::Ptr<PathTrie const> const& target) {
   if (Kel::validPtr(target).ptr() == this) return;
+  // What is added below the target would be found there, and added again, without end.
+  for (Kel::Entity const* above = parent(); above; above = above->parent())
+    if (above == target.ptr()) Kel::throwRangeException(fullName() + " cannot take in a trie that it is part of");
   appendInternal(target, nullptr);
 }
 

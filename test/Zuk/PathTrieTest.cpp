@@ -60,6 +60,14 @@ TEST(PathTrie, AnswersNothingWhenEmpty) {
   }
 }
 
+TEST(PathTrie, FindsNothingUnderTheEmptyPath) {
+  PrefixTrie::Ptr const trie = trieOf({"", "/a"});
+  EXPECT_TRUE(trie->child(""));
+  EXPECT_FALSE(trie->hasPrefix("") || trie->hasProperPrefix("") || trie->isPrefix("") || trie->isLeaf(""));
+  EXPECT_EQ(trie->enclosingPrefix(""), "");
+  EXPECT_FALSE(trie->prefixState(""));
+}
+
 TEST(PathTrie, EnclosesWhatLiesBelowAPrefix) {
   PrefixTrie::Ptr const trie = trieOf({"/a"});
   for (char const* path : {"/a", "/a/b", "/a.b", "/a/b/c"}) EXPECT_TRUE(trie->hasPrefix(path)) << path;
@@ -187,6 +195,7 @@ TEST(PathTrie, AppendOfItselfDoesNothingAndOfNullIsRefused) {
   } catch (Kel::RangeException const& e) {
     EXPECT_EQ(e.message(), "null ValidPtr");
   }
+  EXPECT_THROW(trie->child("/a")->child("/b")->append(trie), Kel::RangeException) << "would not end";
 }
 
 TEST(PathTrie, AppendInheritsFromTheNearestPrefixAboveInTheTarget) {
