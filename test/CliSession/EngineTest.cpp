@@ -335,27 +335,6 @@ TEST_F(Engine, IsCalledByName) {
                                                                 {"dest", object(dest)}});
   EXPECT_TRUE(result->attrVal<bool>());
   EXPECT_EQ(dest->u8(), 4);
-  for (char const* op : {"handleCopyRoots",
-                         "doCopyEntity",
-                         "doCopyEntityAttrs",
-                         "doCopyAttrByName",
-                         "doCopyAttr",
-                         "doCopySingleton",
-                         "doCopyCollection",
-                         "doCopyCollectionMember",
-                         "doCopyQueue",
-                         "doCopyPtr",
-                         "doCopyValue",
-                         "doCopyPendingAttrs",
-                         "resolvePtr",
-                         "handleEntity",
-                         "attributeIs",
-                         "attributeDel",
-                         "attributeAdd",
-                         "attributeRemove",
-                         "addAttributeEditBypassEntry",
-                         "stop"})
-    EXPECT_TRUE(gif->attr(gif->attributeId(op))->isFunction()) << op;
 }
 
 // --- Relative paths ---

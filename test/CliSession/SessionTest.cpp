@@ -1,8 +1,6 @@
 // The session manager, driven as its owner does: by name.
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "CliSession/World.h"
 
 namespace {
@@ -344,73 +342,6 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
 }
 
 // --- The model ---
-
-TEST(SessionModel, HasItsDefaults) {
-  auto const tunables = S::cliConfigFactory("cli");
-  EXPECT_EQ(tunables->sessionProcessTimeout(), 3600.0);
-  EXPECT_EQ(tunables->maxSavedSessions(), 1u);
-  EXPECT_FALSE(tunables->rollbackCommitsAutomatically());
-  EXPECT_EQ(tunables->maxOpenSessions(), 5);
-  EXPECT_EQ(tunables->processPollInterval(), 900.0);
-  static_assert(std::is_same_v<decltype(tunables->maxOpenSessions()), Kel::U8> ||
-                std::is_same_v<decltype(tunables->maxOpenSessions()), Kel::U8 const&>);
-
-  auto const change = S::pendingChangeConfigFactory("s", true, false, true, 2.5);
-  EXPECT_EQ(change->expirationTime(), std::numeric_limits<double>::infinity());
-  EXPECT_EQ(change->committedCount(), 0u);
-  EXPECT_FALSE(change->committed() || change->temporary() || change->logAttributeEdits() || change->automatic());
-  EXPECT_TRUE(change->immediate() && change->global());
-  EXPECT_EQ(change->startTime(), 2.5);
-
-  auto const status = S::pendingChangeStatusFactory("s", change, 2.5, 4);
-  EXPECT_EQ(status->state(), S::SessionState::pending);
-  EXPECT_EQ(status->expirationTime(), 0.0);
-  EXPECT_EQ(status->attempted() + status->clears(), 0u);
-  EXPECT_FALSE(status->completed() || status->success() || status->cleared() || status->sessionRoots() ||
-               status->ancestorRoots() || status->localPrefix() || status->attributeEditLog());
-  EXPECT_EQ(status->version(), 4u);
-  status->clearsInc();
-  EXPECT_EQ(status->clears(), 1u);
-  EXPECT_EQ(status->newAttributeEditLog(), status->attributeEditLog());
-}
-
-TEST(SessionModel, ConstantsAndParametersRefuseWrites) {
-  auto const write = [](EntityPtr const& e, char const* name, GenericIf::PtrConst const& value) {
-    GenericIf::Ptr const gif = GenericIf::ofEntity(e);
-    gif->attributeIs(gif->attributeId(name), nullptr, value);
-  };
-  EntityPtr const tunables = S::cliConfigFactory("cli");
-  for (char const* name : {"defaultSessionProcessTimeout", "defaultProcessPollInterval"})
-    EXPECT_THROW(write(tunables, name, GenericIf::of(1.0)), Kel::OpNotSupportedException) << name;
-  EXPECT_THROW(write(tunables, "defaultMaxSavedSessions", GenericIf::of(Kel::U32(1))), Kel::OpNotSupportedException);
-  EXPECT_THROW(write(tunables, "defaultMaxOpenSessions", GenericIf::of(Kel::U8(1))), Kel::OpNotSupportedException);
-  EntityPtr const status = S::pendingChangeStatusFactory("s", nullptr, 0.0, 4);
-  EXPECT_THROW(write(status, "version", GenericIf::of(Kel::U32(5))), Kel::OpNotSupportedException);
-}
-
-TEST(SessionModel, DeclaresItsAttributesInOrder) {
-  auto const names = [](Kel::KelType const* type) {
-    std::string text;
-    for (Kel::KelAttr const* attr : type->attributeQ()) text += std::string(attr->name().view()) + " ";
-    return text;
-  };
-  EXPECT_EQ(names(S::PendingChangeConfig::_fwkType()),
-            "name immediate automatic global startTime userString target commandDir committed committedCount "
-            "expirationTime temporary logAttributeEdits ");
-  EXPECT_EQ(names(S::PendingChangeStatus::_fwkType()),
-            "name config startTime version local localPrefix sessionRoots ancestorRoots error clears cleared "
-            "commandResponse attempted completed success expirationTime state attributeEditLog ");
-  EXPECT_EQ(names(S::OpenSessionStatus::_fwkType()), "processId session ");
-  EXPECT_EQ(names(S::Status::_fwkType()),
-            "name pendingChangeStatusDir root rootTrie rootsComplete sessionDir ancestorDir cleanConfig "
-            "cleanConfigStatus cleanConfigComplete cleanConfigCompleted handlerTable inHandlerTable "
-            "attributeEditBypassTable commitInProgress numRestartAttempts initialize doCreateSessionRoot "
-            "doCreateSessionRoots doCreateCleanConfig doCreateSession doReplaceConfig doCleanConfig ");
-  EXPECT_EQ(names(S::EntityCopy::_fwkType())
-                .find("dest ancestor src srcCopyRoot handler attributeEditLog stopAtFirstDiff stop "
-                      "attributeEditBypassChecker pendingAttr handleCopyRoots "),
-            0u);
-}
 
 TEST(SessionModel, CarriesCommands) {
   auto const dir = S::pendingChangeConfigFactory("s", true, true, true, 0.0)->newCommandDir(3);
