@@ -2,6 +2,7 @@
 
 option(CLISESSION_TESTS "Build the tests" ON)
 option(CLISESSION_BENCH "Build the benchmarks" ON)
+option(CLISESSION_FUZZ "Build the fuzz targets as libFuzzer programs, which takes clang" OFF)
 set(CLISESSION_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=, e.g. address,undefined")
 
 if(NOT CMAKE_BUILD_TYPE)
