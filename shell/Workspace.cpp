@@ -66,7 +66,32 @@ Kel::Dir::Ptr Workspace::sessionDir() const {
   return Kel::ptrCast<Kel::Dir>(sessions_->entityRef(Kel::Name(session_)));
 }
 
+namespace {
+
+// Deletes what stands in a session where a root belongs and is of another type, which the session manager takes for a
+// mistake of its owner's.
+void makeRoomFor(std::string const& path, Kel::String const& typeName, Kel::Dir::Ptr dir) {
+  for (std::size_t from = 0, end; dir; from = end + 1) {
+    end = path.find('/', from);
+    bool const last = end == std::string::npos;
+    Kel::Name const name(path.substr(from, last ? std::string::npos : end - from));
+    auto const entry = dir->entry(name);
+    if (!entry) return;
+    bool const fits = entry->entityTypeName() == (last ? typeName : Kel::Dir::_fwkType()->fullTypeName());
+    if (!fits) dir->entryDel(name);
+    if (!fits || last) return;
+    dir = Kel::ptrCast<Kel::Dir>(dir->entityRef(name));
+  }
+}
+
+}  // namespace
+
 void Workspace::replace(std::string const& name) {
+  Kel::Entity::Ptr const trie = read(manager_, "rootTrie")->entity();
+  for (std::string const& path : sessionRoots())
+    makeRoomFor(path,
+                call(trie, "prefixTypename", {{"path", GenericIf::of(Kel::String(path))}})->attrVal<Kel::String>(),
+                Kel::ptrCast<Kel::Dir>(sessions_->entityRef(Kel::Name(name))));
   GenericIf::Ptr const done = call(
       manager_, "doReplaceConfig",
       {{"src", GenericIf::ofEntity(Kel::Entity::Ptr(running_))}, {"sessionName", GenericIf::of(Kel::String(name))}});
