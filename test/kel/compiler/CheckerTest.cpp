@@ -7,11 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <sstream>
 
 #include "ModelTest.h"
-#include "compiler/Emit.h"
 
 namespace kelc::test {
 namespace {
@@ -127,27 +125,6 @@ TEST(Positions, AreThoseOfTheOffendingToken) {
   std::ostringstream out;
   Compiled(path).diagnostics.print(out);
   EXPECT_EQ(out.str(), path.string() + ":2:16: error: unknown type 'Nothing'\n");
-}
-
-// Whatever a file holds, the compiler comes to an end with a tree or with errors.
-TEST(Robustness, SurvivesMangledModels) {
-  TemporaryDir const dir;
-  std::string const original = readFile(dataDir() / "models" / "valid.kel");
-  std::mt19937 random(4711);
-  auto const below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
-  for (int round = 0; round < 1500; ++round) {
-    std::string text = original;
-    for (std::size_t edits = 1 + below(8); edits > 0; --edits) {
-      std::size_t const from = below(text.size()), size = below(30);
-      std::string const other = original.substr(below(original.size()), below(30));
-      text.replace(from, size, below(4) == 0 ? std::string(1, static_cast<char>(random())) : other);
-    }
-    Compiled const compiled(dir.write("Model.kel", text));
-    ASSERT_TRUE(compiled.readable);
-    if (compiled.diagnostics.empty()) {
-      EXPECT_FALSE(emit(compiled.set).source.empty());
-    }
-  }
 }
 
 TEST(Robustness, SurvivesLongRuns) {
