@@ -26,8 +26,10 @@ class AttrLogOut;
 inline constexpr std::string_view attrLogMagic = "KELA";
 inline constexpr U16 attrLogVersion = 1;
 
-// Writes an entity and everything below it. The same tree gives the same bytes. Raises EntityIdUnavailableException
-// when a pointer leads to an entity of another tree, or to one that no path leads to.
+// Writes an entity and everything below it. The same tree gives the same bytes. An entity that nobody owns comes along
+// with the pointers at it, if its type neither owns nor points at anything (the state of a path trie does neither).
+// Raises EntityIdUnavailableException when a pointer leads to any other entity of another tree, or to one that no path
+// leads to.
 std::string writeAttrLog(Entity const& top);
 
 // Reads a log into new entities, and answers the top one; it has no parent, so that it can be put where it belongs
@@ -68,7 +70,7 @@ class KelNboAttrLogSa {
 
 // The parts of a log. Each record is its kind, the length of what follows, and that.
 enum class AttrLogRecord : U8 { type = 1, entity = 2, end = 3 };
-inline constexpr std::size_t attrLogRecordHead = 5;
+inline constexpr U32 attrLogNoOwner = 0xffffffff;
 
 // The checksum of a log: CRC-32 (polynomial 0x04C11DB7 reflected, initial value and final exclusive-or all ones), as in
 // ITU-T V.42.

@@ -14,8 +14,8 @@ struct Item {
   std::size_t contents;  // where the contents begin that are read next
   std::size_t end;
   KelNboAttrLogSa const* sa;
-  U32 owner = 0;
-  KelAttr const* heldBy = nullptr;  // the owner's attribute; null for the top
+  U32 owner = attrLogNoOwner;
+  KelAttr const* heldBy = nullptr;  // the owner's attribute
   U64 sequence = 0;
   bool waiting = false;  // for the entity that a constructor parameter points at
   Entity::Ptr made = nullptr;
@@ -84,8 +84,10 @@ class Reader final : private AttrLogIn::Entities {
     auto const type = in.get<U32>();
     if (type >= types_.size() || !types_[type]->type().isEntity()) in.bad("no entity type #" + std::to_string(type));
     Item item{start, 0, at_, types_[type].get()};
-    if (!items_.empty()) {
-      item.owner = in.get<U32>();
+    item.owner = in.get<U32>();
+    if (item.owner == attrLogNoOwner) {
+      if (!items_.empty() && !attrLogLoose(item.sa->type())) in.bad(item.sa->type().fullTypeName() + " needs an owner");
+    } else {
       if (item.owner >= items_.size()) in.bad("no owner #" + std::to_string(item.owner) + " before");
       auto const& attrs = items_[item.owner].sa->attributes();
       auto const attribute = in.get<U32>();

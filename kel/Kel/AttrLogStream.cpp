@@ -13,6 +13,8 @@ String8 at(std::size_t offset) { return String8("attribute log, offset " + std::
 void throwAttrLogRecord(std::size_t offset, String8 const& what) { throw AttrLogRecordException(at(offset) + what); }
 void throwAttrLogEntity(std::size_t offset, String8 const& what) { throw AttrLogEntityException(at(offset) + what); }
 
+bool attrLogLoose(KelType const& type) { return type.ownAttrs().empty() && type.ptrAttrs().empty(); }
+
 // --- Writing ---
 
 void AttrLogOut::patch(std::size_t offset, U32 v) {
@@ -21,6 +23,10 @@ void AttrLogOut::patch(std::size_t offset, U32 v) {
 
 void AttrLogOut::reference(Entity const* target) {
   if (!target) return put(AttrLogReference::null);
+  if (!ids_.count(target) && !target->parent() && target != treeRoot_ && attrLogLoose(*target->type())) {
+    number(*target);
+    loose_.push_back(target);
+  }
   if (auto const it = ids_.find(target); it != ids_.end()) {
     put(AttrLogReference::id);
     return put(it->second);

@@ -25,11 +25,16 @@ using BitsOf =
     std::conditional_t<sizeof(T) == 1, U8,
                        std::conditional_t<sizeof(T) == 2, U16, std::conditional_t<sizeof(T) == 4, U32, U64>>>;
 
+// Whether entities of a type can be in a log without an owner: those that neither own nor point at anything, so that
+// they cannot keep each other alive.
+bool attrLogLoose(KelType const& type);
+
 class AttrLogOut {
  public:
-  using Ids = std::unordered_map<Entity const*, U32>;
-  // `ids` numbers the entities of the log; references to others lead by path through the tree of `treeRoot`.
-  AttrLogOut(Ids const& ids, Entity const* treeRoot) : ids_(ids), treeRoot_(treeRoot) {}
+  // Gives an entity the next number of the log. References to entities without one lead by path through the tree of
+  // `treeRoot`.
+  explicit AttrLogOut(Entity const* treeRoot) : treeRoot_(treeRoot) {}
+  void number(Entity const& e) { ids_.emplace(&e, static_cast<U32>(ids_.size())); }
 
   // An integer, a boolean, a character, a floating-point number by its bits.
   template <class T>
@@ -47,9 +52,11 @@ class AttrLogOut {
     putBytes(text);
   }
   void putBytes(std::string_view bytes) { bytes_.append(bytes); }
-  // The id of an entity of the log, else the path of one of the same tree. Raises EntityIdUnavailableException for an
-  // entity that has neither: one of another tree, or one that its path does not lead to.
+  // The number of an entity of the log, else the path of one of the same tree. One that nobody owns is numbered and
+  // added to `loose` where it can come along. Raises EntityIdUnavailableException for an entity that has neither number
+  // nor path: one of another tree, or one that its path does not lead to.
   void reference(Entity const* target);
+  std::vector<Entity const*> const& loose() const { return loose_; }
   [[noreturn]] static void noEntity(KelType const* type);
 
   std::size_t size() const { return bytes_.size(); }
@@ -59,8 +66,9 @@ class AttrLogOut {
   std::string take() { return std::move(bytes_); }
 
  private:
-  Ids const& ids_;
   Entity const* treeRoot_;
+  std::unordered_map<Entity const*, U32> ids_;
+  std::vector<Entity const*> loose_;
   std::string bytes_;
 };
 

@@ -11,7 +11,7 @@ namespace {
 // An entity of the log, and where its owner holds it.
 struct Held {
   Entity const* entity;
-  U32 owner = 0;
+  U32 owner = attrLogNoOwner;
   U32 attribute = 0;  // the position among the owner's streamed attributes
   U64 sequence = 0;   // of a member of a queue
   bool queued = false;
@@ -19,17 +19,16 @@ struct Held {
 
 class Writer {
  public:
-  explicit Writer(Entity const& top) : out_(ids_, top.root()) { number(top); }
+  explicit Writer(Entity const& top) : out_(top.root()) { number(top); }
 
   std::string write() {
     out_.putBytes(attrLogMagic);
     out_.put(attrLogVersion);
-    for (Held const& held : held_) {
-      describe(held.entity->type());
-      entity(held);
-    }
+    for (Held const& held : held_) entity(held);
+    // Their contents point at nothing: there will be no more.
+    for (Entity const* loose : out_.loose()) entity({loose});
     std::size_t const length = open(AttrLogRecord::end);
-    out_.put(static_cast<U32>(held_.size()));
+    out_.put(static_cast<U32>(held_.size() + out_.loose().size()));
     out_.patch(length, 2 * sizeof(U32));  // the checksum is summed up to itself
     out_.put(attrLogChecksum(out_.bytes()));
     return out_.take();
@@ -45,7 +44,7 @@ class Writer {
       open.pop_back();
       auto const id = static_cast<U32>(held_.size());
       held_.push_back(held);
-      ids_.emplace(held.entity, id);
+      out_.number(*held.entity);
       std::vector<KelAttr const*> const& attrs = held.entity->type()->attrLogSa().attributes();
       for (U32 i = 0; i < attrs.size(); ++i) {
         if (!attrs[i]->instantiating()) continue;
@@ -79,13 +78,12 @@ class Writer {
   }
 
   void entity(Held const& held) {
+    describe(held.entity->type());
     std::size_t const length = open(AttrLogRecord::entity);
     out_.put(described_.at(held.entity->type()));
-    if (held.entity != held_.front().entity) {
-      out_.put(held.owner);
-      out_.put(held.attribute);
-      if (held.queued) out_.put(held.sequence);
-    }
+    out_.put(held.owner);
+    if (held.owner != attrLogNoOwner) out_.put(held.attribute);
+    if (held.queued) out_.put(held.sequence);
     held.entity->type()->attrLogSa().write(*held.entity, out_);
     close(length);
   }
@@ -103,7 +101,6 @@ class Writer {
   }
 
   std::vector<Held> held_;
-  AttrLogOut::Ids ids_;
   std::unordered_map<KelType const*, U32> described_;
   U32 types_ = 0;
   AttrLogOut out_;

@@ -132,7 +132,7 @@ entity EntityCopyHandler
  resolveEntityPtr: op(ec ref EntityCopy, src ref Kel::Entity) -> PtrTarget
 entity EntityCopyGlobalSessionHandler : EntityCopyHandler
  sessionStatus: ref Status; copied: own Zuk::PrefixTrie; handlerTable: ref EntityCopyCustomHandlerTable;
- externalDest: ref Kel::Entity; postAttributeCopyMetadata: PostAttributeCopyMetadata readonly nolog;
+ externalDest: ref Kel::Entity; postAttributeCopyMetadata: PostAttributeCopyMetadata readonly;
  postAttributeCopy: own queue PostCopyAttribute[U32]
 entity PostCopyAttribute
  idx: U32 param; dest: ref Kel::Entity param; src: ref const Kel::Entity param; path: String param;

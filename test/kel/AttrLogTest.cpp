@@ -13,6 +13,7 @@ std::string u32(U32 v) {
 }
 std::string text(std::string const& s) { return u32(static_cast<U32>(s.size())) + s; }
 std::string record(char kind, std::string const& payload) { return kind + text(payload); }
+std::string const alone = u32(0xffffffff);  // no owner
 // A whole log of records: the header before, the end behind.
 std::string logOf(std::string const& records, U32 entities) {
   std::string const log = std::string("KELA\0\1", 6) + records + '\3' + u32(8) + u32(entities);
@@ -27,7 +28,7 @@ TEST(AttrLog, IsWhatItsDescriptionSays) {
   EXPECT_EQ(attrLogChecksum("123456789"), 0xcbf43926u);
   auto const numbered = numberedFactory(7);
   numbered->noteIs("hi");
-  EXPECT_EQ(writeAttrLog(*numbered), logOf(numberedType + record(2, u32(0) + u32(7) + text("hi")), 1));
+  EXPECT_EQ(writeAttrLog(*numbered), logOf(numberedType + record(2, u32(0) + alone + u32(7) + text("hi")), 1));
 }
 
 TEST(AttrLog, KeepsWhatStandsBetweenEntities) {
@@ -76,6 +77,15 @@ TEST(AttrLog, ReferencesLeadOutByPath) {
   EXPECT_EQ(again->parent(), nullptr);
   EXPECT_THROW(readAttrLog(writeAttrLog(*pointers)), AttrLogEntityException) << "no context";
 
+  // What nobody owns comes along where it cannot hold anything, once.
+  auto const loose = coloredFactory(Color::red);
+  pointers->anyIs(loose);
+  std::string const log = writeAttrLog(*pointers);
+  auto const held = ptrCast<Colored>(ptrCast<Pointers>(readAttrLog(log, root.ptr()))->any());
+  EXPECT_EQ(held->color(), Color::red);
+  EXPECT_EQ(held->refs(), 1u);
+  pointers->anyIs(nullptr);
+
   auto const stranger = partFactory("stranger");
   auto const refused = [&](Ptr<Kel::Entity const> const& e, char const* what) {
     try {
@@ -118,17 +128,17 @@ void badEntity(std::string const& log, std::size_t offset, std::string const& wh
 }
 
 TEST(AttrLog, BytesThatAreNoLogAreRefused) {
-  std::string const good = logOf(numberedType + record(2, u32(0) + u32(7) + text("hi")), 1);
+  std::string const good = logOf(numberedType + record(2, u32(0) + alone + u32(7) + text("hi")), 1);
   std::size_t const entityAt = 6 + numberedType.size();
   badRecord("", 0, "no attribute log: 'KELA' expected");
   badRecord("KELB\0\1", 0, "no attribute log: 'KELA' expected");
   badRecord("KELA", 4, "2 bytes expected, 0 left");
   badRecord(std::string("KELA\0\2", 6), 4, "version 1 expected, 2 given");
   badRecord(good.substr(0, 6), 6, "1 bytes expected, 0 left");
-  badRecord(good.substr(0, good.size() - 1), entityAt + 19 + 1, "a record of 8 bytes, 7 left");
+  badRecord(good.substr(0, good.size() - 1), entityAt + 23 + 1, "a record of 8 bytes, 7 left");
   badRecord(good + "x", good.size(), "1 bytes behind the end");
   badRecord(std::string("KELA\0\1\7\0\0\0\0", 11), 6, "unknown kind of record 7");
-  for (std::size_t at = entityAt + 9; at < good.size() - 13; ++at) {  // what no structure betrays, the checksum does
+  for (std::size_t at = entityAt + 13; at < good.size() - 13; ++at) {  // what no structure betrays, the checksum does
     std::string bent = good;
     bent[at] = static_cast<char>(bent[at] ^ 1);
     badRecord(bent, good.size() - 4, "the checksum is wrong");
@@ -156,7 +166,7 @@ TEST(AttrLog, AttributesThatItDoesNotKnowKeepTheirDefaults) {
                                          text("rank") + '\x20' + text("U16") + text("") +           //
                                          text("u8") + '\0' + text("U8") + text(""));
   auto const values =
-      ptrCast<Values>(readAttrLog(logOf(type + record(2, u32(0) + text("v") + std::string("\1\2\3")), 1)));
+      ptrCast<Values>(readAttrLog(logOf(type + record(2, u32(0) + alone + text("v") + std::string("\1\2\3")), 1)));
   EXPECT_EQ(values->rank(), 0x102u);
   EXPECT_EQ(values->u8(), 3u);
   EXPECT_EQ(values->u32(), 7u);
@@ -170,7 +180,7 @@ TEST(AttrLog, EntitiesThatCannotBeAreRefused) {
   std::string const part = record(1, text("Gadgets::Part") + '\3' + u32(2) +                        //
                                          text("name") + '\x20' + text("Kel::String8") + text("") +  //
                                          text("peer") + '\1' + text("Gadgets::Part") + text(""));
-  std::string const top = record(2, u32(0) + text("o"));
+  std::string const top = record(2, u32(0) + alone + text("o"));
   std::string const null(1, '\0');
   std::size_t const first = 6 + type.size() + part.size() + top.size();
   auto const owned = [](U32 owner, U32 attribute, std::string const& name, std::string const& peer) {
@@ -184,6 +194,7 @@ TEST(AttrLog, EntitiesThatCannotBeAreRefused) {
   badRecord(log(owned(0, 0, "a", null), 2), first + 13, "the owner owns nothing in attribute #0");
   badRecord(log(owned(0, 3, "a", null), 2), first + 13, "the owner owns nothing in attribute #3");
   badRecord(log(record(2, u32(2)), 2), first + 5, "no entity type #2");
+  badRecord(log(record(2, u32(1) + alone + text("p") + null), 2), first + 9, "Gadgets::Part needs an owner");
   badRecord(log(a, 3), first + a.size() + 5, "the log holds 2 entities, not as many as it says");
   badRecord(log(owned(0, 2, "a", null + "x"), 2), first + 23, "bytes left over in the record");
   badEntity(log(a + a, 3), first + a.size(), "Gadgets::Owner::parts: 'a' is taken");
@@ -204,11 +215,11 @@ TEST(AttrLog, EntitiesThatCannotBeAreRefused) {
                                           text("name") + '\x20' + text("Kel::String8") + text("") +  //
                                           text("to") + '\x21' + text("Kel::Entity") + text("") +     //
                                           text("note") + '\x20' + text("Kel::String8") + text(""));
-  badEntity(logOf(bound + record(2, u32(0) + text("b") + '\1' + u32(0) + text("")), 1), 6 + bound.size(),
+  badEntity(logOf(bound + record(2, u32(0) + alone + text("b") + '\1' + u32(0) + text("")), 1), 6 + bound.size(),
             "a constructor parameter leads back to its own entity");
   std::string const shape =
       record(1, text("Gadgets::Shape") + '\3' + u32(1) + text("name") + '\x20' + text("Kel::String8") + text(""));
-  badEntity(logOf(shape + record(2, u32(0) + text("s")), 1), 6 + shape.size(),
+  badEntity(logOf(shape + record(2, u32(0) + alone + text("s")), 1), 6 + shape.size(),
             "Gadgets::Shape: Entity is the wrong type: it cannot be created");
 }
 
@@ -217,7 +228,7 @@ TEST(AttrLog, ContentsThatCannotBeAreRefused) {
   auto const onlyAttribute = [](std::string const& type, std::string const& described, std::string const& contents) {
     std::string const head = record(1, text("Gadgets::" + type) + '\3' + u32(2) +  //
                                            text("name") + '\x20' + text("Kel::String8") + text("") + described);
-    return std::pair(logOf(head + record(2, u32(0) + text("e") + contents), 1), 6 + head.size() + 5 + 4 + 5);
+    return std::pair(logOf(head + record(2, u32(0) + alone + text("e") + contents), 1), 6 + head.size() + 5 + 8 + 5);
   };
   auto const is = [&](char const* type, std::string const& described, std::string const& contents, std::size_t offset,
                       char const* what) {
@@ -242,7 +253,7 @@ TEST(AttrLog, ContentsThatCannotBeAreRefused) {
   std::string const color = record(1, text("Gadgets::Color") + '\1' + u32(0));
   std::string const colored = record(1, text("Gadgets::Colored") + '\3' + u32(1) +  //
                                             text("color") + '\x20' + text("Gadgets::Color") + text(""));
-  badRecord(logOf(color + colored + record(2, u32(1) + u32(3)), 1), 6 + color.size() + colored.size() + 9,
+  badRecord(logOf(color + colored + record(2, u32(1) + alone + u32(3)), 1), 6 + color.size() + colored.size() + 13,
             "Gadgets::Color has no enumerator 3");
 }
 
