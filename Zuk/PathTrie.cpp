@@ -187,7 +187,7 @@ void PathTrie::appendInternal(Kel::Ptr<PathTrie const> const& target, Kel::Ptr<P
   KEL_TRACE(8) << "void Zuk::PathTrie::appendInternal(const Kel::Ptr<const Zuk::PathTrie>&, "
                   "const Kel::Ptr<Zuk::PathTrieState>&) inherited State:"
                << formOf(inheritedState.ptr()) << ", while merging " << target;
-  for (auto it = target->childIterator(); it; ++it) {
+  for (auto it = Kel::validPtr(target)->childIterator(); it; ++it) {
     Kel::Ptr<PathTrie const> const from = it.value();
     Kel::Ptr<PathTrie> into = child(it.key());
     if (!into) into = newChildIs(it.key());

@@ -189,11 +189,13 @@ TEST(PathTrie, AppendOfItselfDoesNothingAndOfNullIsRefused) {
   PrefixTrie::Ptr const trie = trieOf({"/a", "/a/b"});
   trie->append(trie);
   EXPECT_EQ(trie->prefixFlags("/a/b"), "r");
-  try {
-    trie->append(nullptr);
-    FAIL() << "accepted";
-  } catch (Kel::RangeException const& e) {
-    EXPECT_EQ(e.message(), "null ValidPtr");
+  for (bool internal : {false, true}) {
+    try {
+      internal ? trie->appendInternal(nullptr, nullptr) : trie->append(nullptr);
+      FAIL() << "accepted";
+    } catch (Kel::RangeException const& e) {
+      EXPECT_EQ(e.message(), "null ValidPtr");
+    }
   }
   EXPECT_THROW(trie->child("/a")->child("/b")->append(trie), Kel::RangeException) << "would not end";
 }
