@@ -128,6 +128,20 @@ bool PathTrie::isLeaf(Kel::String path) const {
 
 // --- Changes ---
 
+namespace {
+
+// The child for a component, made where it is missing, with a state.
+Kel::Ptr<PathTrie> childWithState(PathTrie& trie, Kel::Name const& component, char const* operation) {
+  Kel::Ptr<PathTrie> next = trie.child(component);
+  if (!next) next = trie.newChildIs(component);
+  if (next->state()) return next;
+  next->stateIs(trie.newStateIs());
+  KEL_TRACE_AS(9, operation) << " Uninitialized state. New: " << formOf(next->state().ptr());
+  return next;
+}
+
+}  // namespace
+
 void PathTrie::prefixIs(Kel::String path, Kel::Ptr<PathTrieState> const& state) {
   KEL_TRACE(8) << "virtual void Zuk::PathTrie::prefixIs(Kel::String, const Kel::Ptr<Zuk::PathTrieState>&) adding "
                << path << " to " << fullName() << ", state: " << formOf(state.ptr());
@@ -136,12 +150,7 @@ void PathTrie::prefixIs(Kel::String path, Kel::Ptr<PathTrieState> const& state) 
     Kel::S64 const starPos = path.pos('*');
     KEL_ASSERT(starPos == Kel::String::npos);
   }
-  Kel::Ptr<PathTrie> next = child(split.first);
-  if (!next) next = newChildIs(split.first);
-  if (!next->state()) {
-    next->stateIs(newStateIs());
-    KEL_TRACE(9) << " Uninitialized state. New: " << formOf(next->state().ptr());
-  }
+  Kel::Ptr<PathTrie> const next = childWithState(*this, split.first, __func__);
   if (split.more) return next->prefixIs(split.rest, state);
   next->presentIs(true);
   next->upgradeState(state, false);
@@ -189,9 +198,7 @@ void PathTrie::appendInternal(Kel::Ptr<PathTrie const> const& target, Kel::Ptr<P
                << formOf(inheritedState.ptr()) << ", while merging " << target;
   for (auto it = Kel::validPtr(target)->childIterator(); it; ++it) {
     Kel::Ptr<PathTrie const> const from = it.value();
-    Kel::Ptr<PathTrie> into = child(it.key());
-    if (!into) into = newChildIs(it.key());
-    if (!into->state()) into->stateIs(newStateIs());
+    Kel::Ptr<PathTrie> const into = childWithState(*this, it.key(), __func__);
     if (from->present()) {
       into->presentIs(true);
       into->upgradeState(from->state(), false);
