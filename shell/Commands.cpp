@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include <algorithm>
+#include <cctype>
 #include <iomanip>
 #include <ostream>
 
@@ -64,6 +65,11 @@ std::vector<Commands::Command> const& Commands::table() {
       {"replace", "replace", "fill the session from the running configuration again", 0, 0, &Commands::replace},
       {"log", "log [all]", "the edits that filling the session made, by attribute; 'all': by path", 0, 1,
        &Commands::log},
+      {"bypass", "bypass on|off", "leave deletions of what holds only defaults out of the log, from now on", 1, 1,
+       &Commands::bypass},
+      {"debug", "debug [EDIT TYPE::ATTRIBUTE ACTION [PATH]]",
+       "trace, assert or none, when filling makes that edit (set, del); alone: what is configured", 0, 4,
+       &Commands::debug},
       {"help", "help", "this list", 0, 0, &Commands::help},
       {"exit", "exit", "leave", 0, 0, &Commands::quit},
   };
@@ -197,6 +203,70 @@ Outcome Commands::log(Words const& words) {
   for (std::string const& line : lines) out_ << line << "\n";
   out_ << places << " edited attributes\n";
   return Outcome::ok;
+}
+
+namespace {
+
+// An enumerator by its name, or by its name behind `prefix`.
+template <class E>
+E enumerator(std::string const& prefix, std::string const& name) {
+  Kel::KelType const& type = *Kel::TypeOf<E>::type();
+  for (Kel::KelType::Enumerator const& e : type.enumerators()) {
+    std::string plain = e.name.str();
+    if (plain.rfind(prefix, 0) == 0) plain.erase(0, prefix.size());
+    std::transform(plain.begin(), plain.end(), plain.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (plain == name) return static_cast<E>(e.value);
+  }
+  Kel::throwRangeException("'" + name + "': no such " + type.name().str());
+}
+
+Cli::Session::AttributeEdit editOf(std::string const& edit, std::string const& attribute) {
+  std::size_t const colon = attribute.rfind("::");
+  Kel::String const typeName(attribute.substr(0, colon == std::string::npos ? 0 : colon));
+  Kel::KelType const* type = Kel::KelType::find(typeName);
+  if (!type || !type->isEntity()) Kel::throwRangeException("'" + attribute + "': TYPE::ATTRIBUTE expected");
+  Kel::String const name = type->getAttr(attribute.substr(colon + 2))->name();
+  return {name, typeName, enumerator<Cli::Session::AttributeEditType>("", edit)};
+}
+
+}  // namespace
+
+Outcome Commands::bypass(Words const& words) {
+  if (words[0] != "on" && words[0] != "off") {
+    err_ << "usage: bypass on|off\n";
+    return Outcome::failed;
+  }
+  workspace_.bypassIs(words[0] == "on");
+  return Outcome::ok;
+}
+
+Outcome Commands::debug(Words const& words) {
+  if (words.empty()) {
+    showDebugging();
+    return Outcome::ok;
+  }
+  if (words.size() < 3) {
+    err_ << "usage: debug [EDIT TYPE::ATTRIBUTE ACTION [PATH]]\n";
+    return Outcome::failed;
+  }
+  workspace_.debugActionIs(editOf(words[0], words[1]), words.size() > 3 ? words[3] : "",
+                           enumerator<Cli::Session::AttributeDebugAction>("action", words[2]));
+  return Outcome::ok;
+}
+
+void Commands::showDebugging() {
+  auto const line = [this](Cli::Session::AttributeEdit const& edit, Cli::Session::AttributeDebugAction action,
+                           std::string const& where) {
+    if (action == Cli::Session::AttributeDebugAction::actionNone) return;
+    out_ << action << ": " << edit.editType() << " " << edit.attributeType() << "::" << edit.attributeName() << where
+         << "\n";
+  };
+  Cli::Session::CliConfig const& config = workspace_.userConfig();
+  for (auto at = config.debugEntityCopyIteratorConst(); at; ++at)
+    for (auto edit = at->debugConfigIteratorConst(); edit; ++edit)
+      line(edit.key(), edit->action(), " at " + at.key().str());
+  for (auto edit = config.debugPerTypeEntityCopyIteratorConst(); edit; ++edit)
+    for (auto path = edit->actionIteratorConst(); path; ++path) line(edit.key(), path.value(), "");
 }
 
 Outcome Commands::quit(Words const&) { return Outcome::quit; }

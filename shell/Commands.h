@@ -36,6 +36,9 @@ class Commands {
   Outcome compare(Words const& words);
   Outcome replace(Words const& words);
   Outcome log(Words const& words);
+  Outcome bypass(Words const& words);
+  Outcome debug(Words const& words);
+  void showDebugging();
   Outcome quit(Words const& words);
 
   Workspace& workspace_;

@@ -1,5 +1,6 @@
 #include "Workspace.h"
 
+#include "EditPolicy.h"
 #include "Kel/Exception.h"
 #include "Reflect.h"
 
@@ -16,10 +17,14 @@ Workspace::Workspace() : top_(Kel::dirFactory("")) {
   Kel::Dir::Ptr const cli(new Kel::Dir("cli", top_.ptr()));
   manager_ = cli->newEntity("Cli::Session::Status", "status");
   config_ = cli->newEntity("Cli::Session::Config", "config");
+  userConfig_ = Kel::ptrCast<Session::CliConfig>(cli->newEntity("Cli::Session::CliConfig", "user"));
+  bypass_ = Kel::ptrCast<Session::AttributeEditBypassTable>(
+      cli->newEntity("Cli::Session::AttributeEditBypassTable", "bypass"));
   call(manager_, "initialize");
   call(config_, "initialize");
   write(manager_, "sessionDir", GenericIf::ofEntity(Kel::Entity::Ptr(sessions_)));
   write(manager_, "ancestorDir", GenericIf::ofEntity(Kel::Entity::Ptr(ancestors_)));
+  write(config_, "userConfig", GenericIf::ofEntity(Kel::Entity::Ptr(userConfig_)));
 }
 
 void Workspace::sessionRootIs(std::string const& path, std::string const& typeName) {
@@ -28,6 +33,8 @@ void Workspace::sessionRootIs(std::string const& path, std::string const& typeNa
   call(read(manager_, "rootTrie")->entity(), "prefixIs",
        {{"path", GenericIf::of(Kel::String(path))}, {"state", GenericIf::ofEntity(Kel::Entity::Ptr(state))}});
   write(manager_, "root", GenericIf::of(true), GenericIf::of(Kel::String(path)));
+  if (Kel::KelType const* type = Kel::KelType::find(typeName); type && type->isEntity())
+    bypassDefaults(*bypass_, *type, sessions_->fullName() + "/");
 }
 
 std::vector<std::string> Workspace::sessionRoots() const {
@@ -92,6 +99,8 @@ void Workspace::replace(std::string const& name) {
     makeRoomFor(path,
                 call(trie, "prefixTypename", {{"path", GenericIf::of(Kel::String(path))}})->attrVal<Kel::String>(),
                 Kel::ptrCast<Kel::Dir>(sessions_->entityRef(Kel::Name(name))));
+  auto const log = create(status(name), "attributeEditLog", {});
+  debugActionsIs(*Kel::ptrCast<Session::AttributeEditLog>(log), *userConfig_);
   GenericIf::Ptr const done = call(
       manager_, "doReplaceConfig",
       {{"src", GenericIf::ofEntity(Kel::Entity::Ptr(running_))}, {"sessionName", GenericIf::of(Kel::String(name))}});
@@ -101,6 +110,18 @@ void Workspace::replace(std::string const& name) {
 void Workspace::sessionReplace() {
   sessionDir();
   replace(session_);
+}
+
+void Workspace::bypassIs(bool on) {
+  write(manager_, "attributeEditBypassTable", on ? GenericIf::ofEntity(Kel::Entity::Ptr(bypass_)) : nullptr);
+}
+
+void Workspace::debugActionIs(Session::AttributeEdit const& edit, std::string const& path,
+                              Session::AttributeDebugAction action) {
+  if (path.empty())
+    userConfig_->debugPerTypeEntityCopyIs(edit)->actionIs("", action);
+  else
+    userConfig_->debugEntityCopyIs(path)->debugConfigIs(edit)->actionIs(action);
 }
 
 Session::AttributeEditLog::PtrConst Workspace::sessionLog() const {

@@ -28,6 +28,14 @@ class Workspace {
   Kel::Dir::Ptr sessionDir() const;
   // Fills the session from the running configuration again.
   void sessionReplace();
+  // Whether deletions of entities that hold nothing but defaults stay out of the log. What such an entity holds besides
+  // is told by edits that the log does not have yet: in a log that has many, more stays out.
+  void bypassIs(bool on);
+  // What is to happen, from the next filling of a session on, when it makes an edit: at one path below the session, or,
+  // with an empty path, everywhere.
+  void debugActionIs(Cli::Session::AttributeEdit const& edit, std::string const& path,
+                     Cli::Session::AttributeDebugAction action);
+  Cli::Session::CliConfig const& userConfig() const { return *userConfig_; }
   // The edits of the copies into the session.
   Cli::Session::AttributeEditLog::PtrConst sessionLog() const;
 
@@ -45,6 +53,8 @@ class Workspace {
 
   Kel::Dir::Ptr top_, running_, sessions_, ancestors_;
   Kel::Entity::Ptr manager_, config_;
+  Cli::Session::CliConfig::Ptr userConfig_;
+  Cli::Session::AttributeEditBypassTable::Ptr bypass_;
   std::string session_;
 };
 

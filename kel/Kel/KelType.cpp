@@ -144,6 +144,12 @@ Ptr<Entity> KelType::newEntityFor(Name const& name, Dir* dir) const {
   return newEntity(args);
 }
 
+Ptr<Entity> KelType::newDefault() const {
+  std::vector<GenericIf::PtrConst> args;
+  for (KelArg const& arg : ctorArgs_) args.push_back(defaultArg(arg));
+  return newEntity(args);
+}
+
 Ptr<Entity> KelType::newEntity(Name const& name, Dir* dir) const {
   Ptr<Entity> made = newEntityFor(name, dir);
   if (dir) dir->entryIs(made);

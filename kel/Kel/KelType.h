@@ -225,6 +225,9 @@ class KelType final : public PtrInterface {
   // a name alone; further constructor parameters get their defaults, but a second one that points at a directory gets
   // the directory. Raises TypeException for a type that cannot be made so, NameInUseException for a taken name.
   Ptr<Entity> newEntity(Name const& name, Dir* dir = nullptr) const;
+  // A new entity all of whose constructor arguments are defaults: null, an enumeration's first enumerator, what a value
+  // starts with.
+  Ptr<Entity> newDefault() const;
   // A new entity from all its constructor arguments in order. Raises TypeException, UnknownArgException.
   Ptr<Entity> newEntity(std::vector<Ptr<GenericIf const>> const& args) const;
 

@@ -94,6 +94,38 @@ TEST_F(ShellTest, PutsADeletedMemberBack) {
   EXPECT_NE(std::string::npos, out().find("/session/s1/network/ports.port/Ethernet0")) << out();
 }
 
+TEST_F(ShellTest, LeavesDeletionsOfDefaultsOutOfTheLog) {
+  ASSERT_EQ(Outcome::ok, run("session open s1"));
+  std::vector<std::string> const deletion{"del ConfigDb::Ports::port at network/ports x1"};
+  ASSERT_EQ(Outcome::ok, run("bypass on"));
+  ASSERT_EQ(Outcome::ok, run("set network/ports.port/Ethernet9000")) << err();
+  EXPECT_TRUE(logged({"replace"}).empty()) << "nobody had configured anything";
+  EXPECT_EQ(Outcome::failed, run("show network/ports.port/Ethernet9000"));
+  ASSERT_EQ(Outcome::ok, run("bypass off"));
+  ASSERT_EQ(Outcome::ok, run("set network/ports.port/Ethernet9000"));
+  EXPECT_EQ(deletion, logged({"replace"}));
+}
+
+TEST_F(ShellTest, DebugsEditsWhereTheyHappen) {
+  ASSERT_EQ(Outcome::ok, run("session open s1"));
+  auto const said = [&] {
+    EXPECT_EQ(Outcome::ok, run("set network/ports.port/Ethernet0.mtu 1234")) << err();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Outcome::ok, run("replace")) << err();
+    return testing::internal::GetCapturedStderr();
+  };
+  std::string const text = "ConfigDb::Port::mtu set triggered entityCopy attr debugging\n";
+  EXPECT_EQ("", said());
+  ASSERT_EQ(Outcome::ok, run("debug set ConfigDb::Port::mtu trace network/ports.port/Ethernet0")) << err();
+  EXPECT_EQ(text, said());
+  ASSERT_EQ(Outcome::ok, run("debug"));
+  EXPECT_EQ("actionTrace: set ConfigDb::Port::mtu at network/ports.port/Ethernet0\n", out());
+  ASSERT_EQ(Outcome::ok, run("debug set ConfigDb::Port::mtu none network/ports.port/Ethernet0"));
+  EXPECT_EQ("", said());
+  ASSERT_EQ(Outcome::ok, run("debug set ConfigDb::Port::mtu trace"));
+  EXPECT_EQ(text, said());
+}
+
 TEST_F(ShellTest, SaysWhatIsWrong) {
   struct Case {
     char const* command;
@@ -116,6 +148,12 @@ TEST_F(ShellTest, SaysWhatIsWrong) {
       {"show \"network", "a quote is not closed"},
       {"session close s1", "usage: session open NAME"},
       {"log none", "usage: log"},
+      {"debug set ConfigDb::Port::mtu", "usage: debug"},
+      {"debug set ConfigDb::Port::speeed trace", "ConfigDb::Port has no attribute 'speeed'"},
+      {"bypass maybe", "usage: bypass on|off"},
+      {"debug set mtu trace", "'mtu': TYPE::ATTRIBUTE expected"},
+      {"debug change ConfigDb::Port::mtu trace", "'change': no such AttributeEditType"},
+      {"debug set ConfigDb::Port::mtu stop", "'stop': no such AttributeDebugAction"},
   };
   for (Case const& c : cases) {
     EXPECT_EQ(Outcome::failed, run(c.command)) << c.command;

@@ -1,0 +1,49 @@
+#include "EditPolicy.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace Shell {
+
+namespace Session = Cli::Session;
+
+namespace {
+
+// The default entity of a type: in a directory of the type's name, for keys may be alike.
+Kel::Entity::Ptr defaultEntity(Session::AttributeEditBypassTable& table, Kel::KelType const& type) {
+  Kel::Dir::Ptr const all = table.defaultEntityDirIs("default");
+  if (!all->entry(type.fullTypeName())) {
+    Kel::Dir::Ptr const own(new Kel::Dir(type.fullTypeName(), all.ptr()));
+    own->entryIs(type.newDefault());
+  }
+  return Kel::ptrCast<Kel::Dir>(all->entityRef(type.fullTypeName()))->entryStateIterator()->entityPtr();
+}
+
+}  // namespace
+
+void bypassDefaults(Session::AttributeEditBypassTable& table, Kel::KelType const& rootType, Kel::String const& prefix) {
+  std::vector<Kel::KelType const*> types{&rootType};
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    for (Kel::KelAttr const* attr : types[i]->ownAttrs()) {
+      if (attr->type()->isAbstract() || attr->type() == Kel::Dir::EntryState::_fwkType()) continue;
+      auto const entry = table.attributeEditBypassEntryIs(
+          Session::AttributeEdit(attr->name(), types[i]->fullTypeName(), Session::AttributeEditType::del_));
+      entry->parentPathIs(prefix, true);
+      entry->defaultEntIs(defaultEntity(table, *attr->type()));
+      if (std::find(types.begin(), types.end(), attr->type()) == types.end()) types.push_back(attr->type());
+    }
+  }
+}
+
+void debugActionsIs(Session::AttributeEditLog& log, Session::CliConfig const& config) {
+  log.attributeEditDebugConfigDelAll();
+  for (auto at = config.debugEntityCopyIteratorConst(); at; ++at)
+    for (auto edit = at->debugConfigIteratorConst(); edit; ++edit)
+      log.attributeEditDebugConfigIs(at.key())->debugConfigIs(edit.key())->actionIs(edit->action());
+  log.attributeEditDebugTypeConfigDelAll();
+  for (auto edit = config.debugPerTypeEntityCopyIteratorConst(); edit; ++edit)
+    for (auto path = edit->actionIteratorConst(); path; ++path)
+      log.attributeEditDebugTypeConfigIs(edit.key())->actionIs(path.key(), path.value());
+}
+
+}  // namespace Shell
