@@ -20,10 +20,25 @@ Kel::GenericIf::PtrConst sourceKey(EntityCopy const& ec, Kel::GenericIf::PtrCons
   Kel::String8 const relative = pathBelow(*ec.dest(), *key, &separator);
   if (relative.empty()) return key->parent() ? destKey : nullptr;
   Kel::String8 const fullName = ec.src()->fullName() + std::string_view(&separator, 1) + relative;
-  Kel::Ptr<Kel::Entity const> const found = entityInTree(*ec.src(), fullName);
+  Kel::Ptr<Kel::Entity const> found = entityInTree(*ec.src(), fullName);
+  // Keys may hold separators: of two entities that bear the name it is the one that stands where the key stands.
+  Kel::Ptr<Kel::Entity const> const exact = standIn(*key, *ec.dest(), const_cast<Kel::Entity&>(*ec.src()));
+  if (exact && exact != found && exact->fullName() == fullName) found = exact;
   if (!found || !outlivesRun(ec, *key, *found)) return nullptr;
   return genericIf(found);
 }
+
+}  // namespace
+
+Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
+                                              Kel::GenericIf::PtrConst const& key) {
+  if (key || !attr.keyIsPtr()) return owner.attributeIteratorKeyConst(attr.id(), key);
+  auto it = owner.attributeIteratorConst(attr.id());
+  while (it && it.key()) ++it;
+  return it;
+}
+
+namespace {
 
 // Whether the destination's member may stay, as far as the source's member under the same key says.
 bool memberStays(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& destMember,
@@ -37,6 +52,7 @@ bool memberStays(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& destM
 
 bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                                   Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(dest, src, attr);
   Kel::GenericIf::Ptr const destGif = genericIf(dest);
   Kel::GenericIf::PtrConst const srcGif = genericIf(src);
   Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
@@ -58,7 +74,7 @@ bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Ke
     Kel::GenericIf::PtrConst const key = it.key();
     Kel::GenericIf::PtrConst const srcKey = attr->keyIsPtr() ? sourceKey(*this, key) : key;
     if (srcKey || !key) {
-      auto const found = srcGif->attributeIteratorKeyConst(attr->id(), srcKey);
+      auto const found = memberAtKey(*srcGif, *attr, srcKey);
       if (found && memberStays(*attr, it.obj(), found.obj())) continue;
     }
     ++deleted;
@@ -95,6 +111,7 @@ bool EntityCopy::doCopyCollectionMember(Kel::Ptr<Kel::Entity> const& dest, Kel::
                                         Kel::Ptr<Kel::GenericIf const> const& index,
                                         Kel::Ptr<Kel::GenericIf const> const& srcMember,
                                         Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(dest, src, attr);
   KEL_TRACE(2) << "doCopyCollectionMember: " << srcMember;
   if (attr->isValue()) {
     KEL_TRACE(3) << "Member is a value";
@@ -114,6 +131,7 @@ bool EntityCopy::doCopyCollectionMember(Kel::Ptr<Kel::Entity> const& dest, Kel::
     return changed;
   }
   if (destMember) KEL_TRACE(3) << "Collection is instantiating";
+  wantArgs(entityConstOf(srcMember));
   ParamList const params(new Kel::GenericIf::List);
   bool const create = constructorParams(entityConstOf(destMember), entityConstOf(srcMember), *attr, params);
   if (destMember) KEL_TRACE(3) << (create ? "Constructor parameters changed" : "Constructor parameters did not change");
@@ -177,6 +195,7 @@ struct QueueCopy {
 
 bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                              Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(dest, src, attr);
   KEL_TRACE(2) << "doCopyQueue: " << attr->name();
   bool const entities = attr->type()->isEntity();
   if (!entities) checkValue(*attr);

@@ -10,10 +10,11 @@ namespace Cli::Session {
 
 namespace {
 
-// What the run needs and nobody gave it.
-void ensureHandlerAndLog(EntityCopy& ec) {
+// The handler; it and the log are made where nobody gave them. Held: a handler may set another one while it runs.
+Kel::ValidPtr<EntityCopyHandler> handlerForRun(EntityCopy& ec) {
   if (!ec.handler()) ec.handlerIs(entityCopyHandlerFactory());
   ensureLog(ec);
+  return Kel::validPtr(ec.handler());
 }
 
 // The plain handler defers every pointer of a comparison without saying where it leads; such records end with the run.
@@ -64,6 +65,7 @@ void EntityCopy::handleCopyRoots() {
   }
   Ptr const self(this);
   RunEnd const runEnd{*this};
+  Impl::of(*this).walk.newRun();
   KEL_TRACE(1) << "handleCopyRoots: " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";
@@ -75,13 +77,13 @@ void EntityCopy::handleCopyRoots() {
       KEL_TRACE(1) << "Root in dest: " << destFullName;
       Kel::Ptr<Kel::Entity> const destRoot = entityInTree(*dest(), destFullName);
       KEL_ASSERT(destRoot);
-      ensureHandlerAndLog(*this);
-      handler()->handleEntity(self, destRoot, srcRoot, "");
+      handlerForRun(*this)->handleEntity(self, destRoot, srcRoot, "");
       if (stop()) return;
     }
   } else if (stopAtFirstDiff()) {
-    ensureHandlerAndLog(*this);
-    handler()->handleEntity(self, dest(), src(), "");
+    Kel::Ptr<Kel::Entity> const destTop = dest();
+    Kel::Ptr<Kel::Entity const> const srcTop = src();
+    handlerForRun(*this)->handleEntity(self, destTop, srcTop, "");
     if (stop()) return;
   }
   doCopyPendingAttrs(false);
@@ -109,6 +111,7 @@ Kel::String8 chPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Str
 
 bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, Kel::Ptr<Kel::GenericIf const> const& src,
                               Kel::Ptr<Kel::KelAttr const> const& attr, Kel::String path) {
+  wantArgs(attr);
   Kel::Ptr<Kel::Entity> const destEntity = entityOf(dest);
   Kel::Ptr<Kel::Entity const> const srcEntity = entityConstOf(src);
   Kel::String8 const childName = srcEntity && attr->isCollection() ? srcEntity->name() : Kel::String8();
@@ -180,6 +183,7 @@ bool attrCopiable(Kel::KelAttr const& attr) {
 
 bool EntityCopy::doCopyAttr(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src, Kel::String path,
                             Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(dest, src, attr);
   if (!attrCopiable(*attr)) return false;
   KEL_TRACE(2) << "doCopyAttr: " << attr->name();
   if (attr->isQueue()) return doCopyQueue(dest, src, path, attr);

@@ -82,7 +82,7 @@ bool alreadySo(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::Gen
                Kel::GenericIf::PtrConst const& value, Kel::GenericIf::PtrConst current) {
   if (attr.instantiating()) return false;
   if (attr.isCollection()) {
-    auto const it = destGif.attributeIteratorKeyConst(attr.id(), index);
+    auto const it = memberAtKey(destGif, attr, index);
     if (!it) return false;
     if (!current) current = it.obj();
   } else if (!current) {
@@ -102,6 +102,7 @@ Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(Kel::Ptr<Kel::Entity> const&
                                                     Kel::Ptr<Kel::GenericIf const> const& index,
                                                     Kel::Ptr<Kel::GenericIf const> const& value,
                                                     Kel::Ptr<Kel::GenericIf const> const& result) {
+  wantArgs(dest, attr);
   Kel::GenericIf::Ptr const gif = genericIf(dest);
   KEL_TRACE(2) << "attributeIs: setting " << attr->name();
   Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
@@ -114,6 +115,7 @@ Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(Kel::Ptr<Kel::Entity> const&
 
 bool EntityCopy::attributeDel(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::KelAttr const> const& attr,
                               Kel::Ptr<Kel::GenericIf const> const& index) {
+  wantArgs(dest, attr);
   Kel::GenericIf::Ptr const gif = genericIf(dest);
   KEL_TRACE(2) << "attributeDel: deleting " << attr->name();
   Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
@@ -125,6 +127,7 @@ bool EntityCopy::attributeDel(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::K
 
 bool EntityCopy::attributeAdd(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::KelAttr const> const& attr,
                               Kel::Ptr<Kel::GenericIf const> const& value) {
+  wantArgs(dest, attr);
   KEL_TRACE(2) << "attributeAdd: adding " << attr->name();
   bool changed = false;
   if (toBeApplied(*this, *dest, *attr, AttributeEditType::set_, value, changed))
@@ -133,6 +136,7 @@ bool EntityCopy::attributeAdd(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::K
 }
 
 bool EntityCopy::attributeRemove(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(dest, attr);
   KEL_TRACE(2) << "attributeRemove: removing " << attr->name();
   Kel::GenericIf::Ptr const gif = genericIf(dest);
   Kel::AttributeId const id = destAttribute(*dest, *attr).id();

@@ -53,6 +53,12 @@ class Depth {
   Kel::U32& depth_;
 };
 
+// What an operation that may be called by name cannot do without: null raises "null ValidPtr".
+template <class... P>
+void wantArgs(P const&... args) {
+  if (!(args && ...)) Kel::throwNullValidPtr();
+}
+
 // The attribute of the destination that stands for one of the source: its own where the types agree, else the one of
 // that name. Raises UnknownAttrException, with the path, when there is none.
 Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr);
@@ -74,6 +80,19 @@ void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record);
 // holds it has other constructor parameters, so that it would be deleted and made anew. A pointer to one that does not
 // waits for its successor.
 bool outlivesRun(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src);
+
+// The entity below `destTop` that stands where `src` stands below `srcTop`: found step by step by what holds it,
+// without any path. Null when there is none, or when a step is one that only a path can take.
+Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop);
+
+// The entity of that full name in the tree of another one. Keys may hold separators, so that two entities can bear one
+// name: of these it is the one that stands where `srcTarget` stands in the source.
+Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
+                                   Kel::Entity const* srcTarget);
+
+// The member of a collection under a key, which is null for a null pointer; on no member when there is none.
+Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
+                                              Kel::GenericIf::PtrConst const& key);
 
 // Records a path in a session handler's `copied` trie. A "*" is a wildcard to a trie: what has one is simply not
 // marked.

@@ -7,11 +7,13 @@ namespace Cli::Session {
 
 bool EntityCopyHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                      Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  wantArgs(ec);
   if (!ec->stopAtFirstDiff()) Kel::throwNoImplementationException("handleEntity");
   return ec->doCopyEntityAttrs(dest, src, path, nullptr);
 }
 
 PtrTarget EntityCopyHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const&) {
+  wantArgs(ec);
   if (!ec->stopAtFirstDiff()) Kel::throwNoImplementationException("resolveEntityPtr");
   return PtrTarget("", false);
 }

@@ -1,10 +1,12 @@
 // Pointers, and those that wait for their targets.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
+#include <vector>
 
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
+#include "Kel/Dir.h"
 #include "Kel/Trace.h"
 
 KEL_TRACE_MODULE("EntityCopy")
@@ -55,6 +57,37 @@ void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
   ec.pendingAttrDel(record);
 }
 
+Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
+  // From the bottom up, then down on the other side.
+  std::vector<Kel::Entity const*> chain;
+  chain.reserve(8);
+  for (Kel::Entity const* e = &src; e != &srcTop; e = e->parent()) {
+    if (!e) return nullptr;
+    chain.push_back(e);
+  }
+  Kel::Entity* at = &destTop;
+  for (auto it = chain.rbegin(); at && it != chain.rend(); ++it) {
+    Kel::Entity const& e = **it;
+    Kel::KelAttr const* const held = e.parentAttr();
+    if (!held || at->type() != e.parent()->type()) return nullptr;
+    if (at->type() == Kel::Dir::_fwkType())
+      at = e.type() == Kel::Dir::EntryState::_fwkType()
+               ? nullptr
+               : const_cast<Kel::Entity*>(static_cast<Kel::Dir const*>(at)->child(e.name()));
+    else
+      at = held->isCollection() ? held->access().memberLike(*at, e, 0) : held->access().single(*at);
+  }
+  return at;
+}
+
+Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
+                                   Kel::Entity const* srcTarget) {
+  Kel::Ptr<Kel::Entity> const found = entityInTree(member, fullName);
+  if (!srcTarget || !ec.src() || !ec.dest()) return found;
+  Kel::Ptr<Kel::Entity> const exact = standIn(*srcTarget, *ec.src(), *ec.dest());
+  return exact && exact != found && exact->fullName() == fullName ? exact : found;
+}
+
 namespace {
 
 bool sameTree(Kel::Entity const& a, Kel::Entity const& b) { return a.root() == b.root(); }
@@ -69,6 +102,7 @@ bool EntityCopy::doCopyPtr(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Enti
 bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                    Kel::String8 const& path, Kel::Ptr<Kel::KelAttr const> const& attr, Index const& srcIndex,
                    Index const& index) {
+  wantArgs(dest, src, attr);
   KEL_TRACE(2) << "doCopyPtr: " << attr->name();
   Kel::GenericIf::PtrConst const srcMember = genericIf(src)->attribute(attr->id(), srcIndex);
   Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(srcMember);
@@ -91,12 +125,13 @@ Kel::Ptr<Kel::Entity> EntityCopy::resolvePtr(Kel::Ptr<Kel::Entity const> const& 
                                              Kel::Ptr<Kel::Entity> const& dest,
                                              Kel::Ptr<Kel::GenericIf const> const& indexValue, Kel::String path,
                                              Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(srcTarget, dest, attr);
   KEL_TRACE(2) << "resolvePtr: " << attr->name();
   if (pendingAttrs() > 0) supersedePending(*this, *dest, *attr, srcIndex);
   PtrTarget const t = Kel::validPtr(handler())->resolveEntityPtr(Ptr(this), srcTarget);
   if (t.copiable()) {
     KEL_TRACE(3) << "Target is copiable";
-    Kel::Ptr<Kel::Entity> const target = entityInTree(*dest, t.target());
+    Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *dest, t.target(), srcTarget.ptr());
     if (!target) KEL_TRACE(3) << "Target not found: " << t.target();
     return target;
   }
@@ -185,7 +220,8 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
       continue;
     }
     KEL_TRACE(3) << (isKey ? "Looking for deferred target key " : "Looking for deferred target ") << name;
-    if (Kel::Ptr<Kel::Entity> const target = entityInTree(*record->dest(), name)) {
+    Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(isKey ? record->srcIndex() : record->srcMember());
+    if (Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *record->dest(), name, srcTarget.ptr())) {
       setDeferred(*this, record, target);
     } else {
       KEL_TRACE(3) << "Target still doesn't exist. Skipping " << name;

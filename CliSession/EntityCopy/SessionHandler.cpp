@@ -36,6 +36,7 @@ bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
 
 bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                                   Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  wantArgs(ec);
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler::handleEntity(const "
                   "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
                   "Kel::Entity>&, Kel::String8): "
@@ -49,17 +50,19 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
       KEL_TRACE(8) << "handleEntity() skipping " << path;
       return false;
     }
-    bool const isRoot = sessionStatus()->rootTrie()->isPrefix(path);
+    // Asked after a custom handler has run: it may register roots.
+    auto const isRoot = [&] { return Kel::validPtr(sessionStatus()->rootTrie())->isPrefix(path); };
     Kel::String8 const& typeName = src->type()->fullTypeName();
     if (handlerTable()) {
-      if (auto const custom = handlerTable()->findCustomCopyHandler(path, typeName)) {
+      auto const custom = handlerTable()->findCustomCopyHandler(path, typeName);
+      if (custom && custom.ptr() != this) {
         KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
         result = custom->handleEntity(ec, dest, src, path);
-        if (isRoot) markCopied(*this, path);
+        if (isRoot()) markCopied(*this, path);
         return result;
       }
     }
-    if (isRoot) {
+    if (isRoot()) {
       for (Kel::KelAttr const* attr : src->type()->attributeQ()) {
         if (!attr->copiable()) continue;
         result |= ec->doCopyAttrByName(dest, src, path, attr->name());
@@ -68,8 +71,9 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
       }
       KEL_TRACE(9) << " mark " << path << " as copied.";
       markCopied(*this, path);
+    } else {
+      result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
     }
-    if (!isRoot) result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
   } else {
     result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
   }
@@ -98,6 +102,7 @@ void ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char s
 
 PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec,
                                                            Kel::Ptr<Kel::Entity const> const& src) {
+  wantArgs(ec, src);
   KEL_TRACE(8) << "virtual Cli::Session::PtrTarget "
                   "Cli::Session::EntityCopyGlobalSessionHandler::resolveEntityPtr(const "
                   "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<const Kel::Entity>&): "
@@ -113,7 +118,7 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
     KEL_TRACE(3) << "Target is internal";
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
-    destTargetFullName = ec->dest()->fullName() + std::string_view(&separator, 1) + relative;
+    destTargetFullName = Kel::validPtr(ec->dest())->fullName() + std::string_view(&separator, 1) + relative;
     ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator);
   } else {
     KEL_TRACE(3) << "Target is external or already pointing to dest";
@@ -129,7 +134,7 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
     KEL_TRACE(3) << "destTargetFullName: " << destTargetFullName;
   Kel::Ptr<Kel::Entity> found;
   if (ec->dest() && !destTargetFullName.empty())
-    found = entityInTree(*ec->dest(), Kel::EntityUriPath(destTargetFullName).path());
+    found = targetInTree(*ec, *ec->dest(), Kel::EntityUriPath(destTargetFullName).path(), src.ptr());
   return PtrTarget(destTargetFullName, found && (!internal || outlivesRun(*ec, *found, *src)));
 }
 

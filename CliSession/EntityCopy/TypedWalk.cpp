@@ -1,6 +1,7 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/TypedWalk.h"
 
+#include <optional>
 #include <typeinfo>
 
 #include "CliSession/CliSession.h"
@@ -19,10 +20,15 @@ struct TypedWalk::Run {
   EntityCopy::Impl& impl;
   Kel::Entity& destTop;  // what the walk began with
   Kel::Entity const& srcTop;
-  bool compare;                // nothing is changed
-  bool mayWrite = false;       // edits are made and counted here
-  bool inSessionRoot = false;  // the walk began with a session root or below one
-  bool nestedRoots = false;    // session roots lie below the entity that it began with
+  Kel::String8 const path;
+  bool compare;                                   // nothing is changed
+  Kel::Entity const* const src = ec.src().ptr();  // of the copy, for comparison alone
+  Kel::Entity const* const dest = ec.dest().ptr();
+  bool typed = true;                // this road may still be taken
+  bool mayWrite = false;            // edits are made and counted here
+  bool inSessionRoot = false;       // the walk began with a session root or below one
+  bool nestedRoots = false;         // session roots lie below the entity that it began with
+  std::optional<bool> atItsPath{};  // whether it began with what its path names, in both trees
 };
 
 // An entity of the walk, and how it was reached. Its path is made when somebody asks; it is kept alive, and its
@@ -36,6 +42,7 @@ struct TypedWalk::Frame {
   Kel::Entity const& src;
   Kel::KelAttr const* const reachedThrough;
   Kel::KelAttr const* walking = nullptr;  // the collection that is being walked
+  bool otherKeys = false;                 // the destination has a member there under a key that the source lacks
   bool havePath = false, haveLogPath = false;
   Kel::String8 pathText, logPathText;
   Kel::Ptr<Kel::Entity> destHold;
@@ -44,13 +51,13 @@ struct TypedWalk::Frame {
 
   // The path that the walk has, relative to the source.
   Kel::String8 const& path() {
-    if (!havePath) pathText = below(up->path());
+    if (!havePath) pathText = below(up->path(), src);
     havePath = true;
     return pathText;
   }
   // The path under which edits are counted, relative to the destination.
   Kel::String8 const& logPath(EntityCopy const& ec) {
-    if (!haveLogPath) logPathText = up ? below(up->logPath(ec)) : pathBelow(*ec.dest(), dest);
+    if (!haveLogPath) logPathText = up ? below(up->logPath(ec), dest) : pathBelow(*ec.dest(), dest);
     haveLogPath = true;
     return logPathText;
   }
@@ -72,8 +79,8 @@ struct TypedWalk::Frame {
   }
 
  private:
-  Kel::String8 below(Kel::String8 const& parent) const {
-    std::string_view const attr = reachedThrough->name(), name = dest.name();
+  Kel::String8 below(Kel::String8 const& parent, Kel::Entity const& e) const {
+    std::string_view const attr = reachedThrough->name(), name = e.name();
     std::string text;
     text.reserve(parent.chars() + attr.size() + name.size() + 2);
     text.append(parent.view()).append(1, '.').append(attr);
@@ -95,8 +102,8 @@ bool TypedWalk::possible(EntityCopy const& ec) {
   Kel::Ptr<Status> const& status = static_cast<EntityCopyGlobalSessionHandler const&>(handler).sessionStatus();
   if (!status || !status->rootTrie()) return false;
   AttributeEditLog const* log = ec.attributeEditLog().ptr();
-  // Rules that look at each edit want it boxed.
-  return !ec.attributeEditBypassChecker() && log && log->attributeEditDebugConfigs() == 0 &&
+  // Rules that look at each edit want it boxed, and so does whoever watches the log.
+  return !ec.attributeEditBypassChecker() && log && !log->hasReactors() && log->attributeEditDebugConfigs() == 0 &&
          log->attributeEditDebugTypeConfigs() == 0;
 }
 
@@ -161,16 +168,15 @@ bool rootsBelow(Zuk::PathTrie const& trie, std::string_view path) {
 
 bool TypedWalk::copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path) {
   auto& handler = static_cast<EntityCopyGlobalSessionHandler&>(*ec.handler());
-  Zuk::PathTrie const& roots = *handler.sessionStatus()->rootTrie();
   Run run{ec,
           Kel::Ptr<EntityCopyGlobalSessionHandler>(&handler),
           EntityCopy::Impl::of(ec),
           dest,
           src,
+          path,
           ec.stopAtFirstDiff()};
   run.mayWrite = !run.compare;
-  run.inSessionRoot = !path.empty() && roots.hasPrefix(path);
-  run.nestedRoots = rootsBelow(roots, path);
+  readRoots(run);
   if (run.impl.depth == 0) targets_.clear();  // of an earlier run
   Frame frame(nullptr, dest, src, nullptr);
   frame.pathText = path;
@@ -178,11 +184,17 @@ bool TypedWalk::copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& 
   return attrs(run, frame, planOf(*src.type()));
 }
 
+void TypedWalk::readRoots(Run& run) {
+  Zuk::PathTrie const& roots = *run.handler->sessionStatus()->rootTrie();
+  run.inSessionRoot = !run.path.empty() && roots.hasPrefix(run.path);
+  run.nestedRoots = rootsBelow(roots, run.path);
+}
+
 bool TypedWalk::attrs(Run& run, Frame& frame, Plan& plan) {
   bool differs = false;
   for (Step& s : plan.steps) {
-    differs |= step(run, frame, s);
-    if (run.compare && run.ec.stop()) break;
+    differs |= run.typed ? step(run, frame, s) : boxed(run, frame, s);
+    if ((run.compare || !run.typed) && run.ec.stop()) break;
   }
   return differs;
 }
@@ -196,8 +208,16 @@ bool TypedWalk::boxed(Run& run, Frame& frame, Step const& step) {
   return differs;
 }
 
-// Handlers and reactors may have given the copy rules of its own.
-void TypedWalk::anythingMayHaveRun(Run& run) { run.mayWrite = !run.compare && possible(run.ec); }
+// Handlers and reactors may have given the copy rules of its own, another handler or other ends, or the session other
+// roots.
+void TypedWalk::anythingMayHaveRun(Run& run) {
+  EntityCopy const& ec = run.ec;
+  run.typed = possible(ec) && ec.handler() == run.handler && ec.stopAtFirstDiff() == run.compare &&
+              ec.src().ptr() == run.src && ec.dest().ptr() == run.dest;
+  run.mayWrite = run.typed && !run.compare;
+  run.atItsPath.reset();
+  if (run.typed) readRoots(run);
+}
 
 bool TypedWalk::step(Run& run, Frame& frame, Step& step) {
   Kel::Entity& dest = frame.dest;
@@ -219,48 +239,49 @@ bool TypedWalk::step(Run& run, Frame& frame, Step& step) {
     case Step::boxed: return boxed(run, frame, step);
   }
   if (equal) return false;
-  if (!maySet(run, frame)) return boxed(run, frame, step);
+  if (!maySet(run, frame, step)) return boxed(run, frame, step);
   countSet(run, frame, step);
   step.access->copyValue(*step.attr, dest, src);
   return true;
 }
 
 // Whether a write can be made and counted here: nobody reacts to it.
-bool TypedWalk::maySet(Run const& run, Frame const& frame) { return run.mayWrite && !frame.dest.hasReactors(); }
-
-void TypedWalk::countSet(Run& run, Frame& frame, Step& step) {
+bool TypedWalk::maySet(Run& run, Frame& frame, Step& step) {
+  if (!run.mayWrite || frame.dest.hasReactors()) return false;
   Kel::Ptr<AttributeEditLog> const& log = run.ec.attributeEditLog();
   if (!step.entry || step.entry->parent() != log.ptr())
     step.entry = log->attributeEditEntryIs(
         AttributeEdit(step.attr->name(), frame.dest.type()->fullTypeName(), AttributeEditType::set_));
+  return !step.entry->hasReactors();
+}
+
+// Counts an edit that may be made here.
+void TypedWalk::countSet(Run& run, Frame& frame, Step& step) {
   step.entry->pathCounterCounterInc(frame.logPath(run.ec));
 }
 
-namespace {
-
-// The entity below `destTop` that stands where `src` stands below `srcTop`: found step by step by what holds it,
-// without any path. Null when there is none, or when a step is one that only a path can take.
-Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
-  if (&src == &srcTop) return &destTop;
-  Kel::KelAttr const* const held = src.parentAttr();
-  if (!held) return nullptr;
-  Kel::Entity* const parent = standIn(*src.parent(), srcTop, destTop);
-  if (!parent || parent->type() != src.parent()->type()) return nullptr;
-  if (!held->isCollection()) return held->access().single(*parent);
-  return held->access().memberLike(*parent, src, 0);
+// Whether what the walk began with is what its path names in both trees: who calls an operation by itself may give any
+// path, and any two entities.
+bool TypedWalk::standsAtItsPath(Run& run) {
+  if (!run.atItsPath) {
+    char srcSeparator = 0, destSeparator = 0;
+    run.atItsPath = pathBelow(*run.ec.src(), run.srcTop, &srcSeparator) == run.path &&
+                    pathBelow(*run.ec.dest(), run.destTop, &destSeparator) == run.path && srcSeparator == destSeparator;
+  }
+  return *run.atItsPath;
 }
-
-}  // namespace
 
 // The entity of the destination that a pointer's target stands for; null where that takes the boxed road to find out.
 Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarget) {
-  if (departures_ != Kel::Entity::departures()) {
+  Ends const ends{run.src, run.dest, run.handler.ptr(), run.handler->externalDest().ptr()};
+  if (departures_ != Kel::Entity::departures() || !(targetsBetween_ == ends)) {
     targets_.clear();
     departures_ = Kel::Entity::departures();
+    targetsBetween_ = ends;
   }
   if (auto const known = targets_.find(&srcTarget); known != targets_.end()) return known->second;
   Kel::Entity* found = nullptr;
-  if (run.inSessionRoot && !run.nestedRoots && isBelow(srcTarget, run.srcTop)) {
+  if (run.inSessionRoot && !run.nestedRoots && isBelow(srcTarget, run.srcTop) && standsAtItsPath(run)) {
     found = standIn(srcTarget, run.srcTop, run.destTop);
     if (found && !outlivesRun(run.ec, *found, srcTarget)) return nullptr;
   }
@@ -268,8 +289,9 @@ Kel::Entity* TypedWalk::counterpart(Run& run, Frame& frame, Kel::Entity& srcTarg
     frame.hold();
     PtrTarget const target =
         run.handler->resolveEntityPtr(EntityCopy::Ptr(&run.ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
+    anythingMayHaveRun(run);
     if (!target.copiable()) return nullptr;
-    found = entityInTree(frame.dest, target.target()).ptr();
+    found = targetInTree(run.ec, frame.dest, target.target(), &srcTarget).ptr();
   }
   if (found && departures_ == Kel::Entity::departures()) targets_.emplace(&srcTarget, found);
   return found;
@@ -281,7 +303,7 @@ bool TypedWalk::copyPointer(Run& run, Frame& frame, Step& step) {
   if (!srcTarget && !destTarget && run.ec.pendingAttrs() == 0) return false;
   Kel::Entity* const wanted = srcTarget ? counterpart(run, frame, *srcTarget) : nullptr;
   bool const settled =
-      wanted && (wanted == destTarget || (maySet(run, frame) && wanted->type()->isA(step.attr->type())));
+      wanted && (wanted == destTarget || (wanted->type()->isA(step.attr->type()) && maySet(run, frame, step)));
   if (!settled) return boxed(run, frame, step);
   if (run.ec.pendingAttrs() > 0) supersedePending(run.ec, frame.dest, *step.attr, nullptr);
   if (wanted == destTarget) return false;
@@ -297,7 +319,7 @@ bool TypedWalk::copySingleton(Run& run, Frame& frame, Step& step) {
   if (!srcChild) return boxed(run, frame, step);
   bool created = false;
   if (!destChild) {
-    if (!maySet(run, frame)) return boxed(run, frame, step);
+    if (!maySet(run, frame, step)) return boxed(run, frame, step);
     countSet(run, frame, step);
     destChild = step.access->newLike(*step.attr, frame.dest, *srcChild);
     created = true;
@@ -312,10 +334,13 @@ bool TypedWalk::copyMembers(Run& run, Frame& frame, Step& step) {
   Kel::AttrAccess const& access = *step.access;
   Kel::U32 const destEnd = access.memberEnd(frame.dest);
   if (!step.child) step.child = &planOf(*step.attr->type());
-  // First what the source lacks, or has with other parameters, is deleted. Where both have the same keys at the same
-  // positions there is no such member; should equal hashes have stood for different keys, the copy finds out and begins
-  // again the long way.
-  bool const sameShape = step.child->keyOnly && access.sameShape(frame.dest, frame.src);
+  // First what the source lacks, or has with other parameters, is deleted. Where both have keys of the same hashes at
+  // the same positions there is no such member; should equal hashes stand for different keys all the same, the copy
+  // finds out and begins again the long way. The hashes of numbers are too much alike for that: of n and -n they can be
+  // one.
+  bool const sameShape = step.child->keyOnly && step.attr->keyType()->builtin() == Kel::KelType::Builtin::string &&
+                         access.sameShape(frame.dest, frame.src);
+  frame.otherKeys = false;
   for (Kel::U32 i = 0; !sameShape && i < destEnd; ++i) {
     Kel::Entity const* const member = access.memberAt(frame.dest, i);
     if (!member) continue;
@@ -329,34 +354,39 @@ bool TypedWalk::copyMembers(Run& run, Frame& frame, Step& step) {
     Kel::Entity const* const srcMember = access.memberAt(frame.src, i);
     if (!srcMember) continue;
     differs |= copyMember(run, frame, step, *srcMember, i);
-    if (run.compare && run.ec.stop()) break;
+    if ((run.compare || !run.typed) && run.ec.stop()) break;
   }
   frame.walkEnds();
-  if (sameShape && access.count(*step.attr, frame.dest) != access.count(*step.attr, frame.src))
-    differs |= boxed(run, frame, step);
+  if (sameShape && frame.otherKeys) differs |= boxed(run, frame, step);
   return differs;
 }
 
 bool TypedWalk::copyMember(Run& run, Frame& frame, Step& step, Kel::Entity const& srcMember, Kel::U32 position) {
+  if (!run.typed) return boxedMember(run, frame, step, srcMember);
   Kel::Entity* destMember = step.access->memberLike(frame.dest, srcMember, position);
   bool created = false;
   if (!destMember) {
-    if (!maySet(run, frame)) {
-      frame.hold();
-      Kel::GenericIf::Ptr const src = genericIf(Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(&srcMember)));
-      Kel::GenericIf::PtrConst const key = src->attribute(src->attributeId(step.attr->type()->ctorArgs().front().name));
-      bool const differs =
-          run.ec.doCopyCollectionMember(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src),
-                                        frame.path(), key, key, src, Kel::KelAttr::PtrConst(step.attr));
-      anythingMayHaveRun(run);
-      return differs;
-    }
+    Kel::Entity const* const instead = step.access->memberAt(frame.dest, position);
+    frame.otherKeys |= instead && !step.access->memberLike(frame.src, *instead, position);
+    if (!maySet(run, frame, step)) return boxedMember(run, frame, step, srcMember);
     countSet(run, frame, step);
     destMember = step.access->newLike(*step.attr, frame.dest, srcMember);
     created = true;
   }
   bool const differs = descend(run, frame, step, *destMember, srcMember);
   return created || differs;
+}
+
+// Hands one member to the boxed operation.
+bool TypedWalk::boxedMember(Run& run, Frame& frame, Step const& step, Kel::Entity const& srcMember) {
+  frame.hold();
+  Kel::GenericIf::Ptr const src = genericIf(Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(&srcMember)));
+  Kel::GenericIf::PtrConst const key = src->attribute(src->attributeId(step.attr->type()->ctorArgs().front().name));
+  bool const differs =
+      run.ec.doCopyCollectionMember(Kel::Ptr<Kel::Entity>(&frame.dest), Kel::Ptr<Kel::Entity const>(&frame.src),
+                                    frame.path(), key, key, src, Kel::KelAttr::PtrConst(step.attr));
+  anythingMayHaveRun(run);
+  return differs;
 }
 
 namespace {

@@ -22,6 +22,9 @@ class TypedWalk {
   // Whether the run may take this road now.
   static bool possible(EntityCopy const& ec);
 
+  // A run begins: nothing is known yet of where targets lie.
+  void newRun() { targets_.clear(); }
+
   // All attributes of one entity, as `doCopyEntityAttrs` without a filter.
   bool copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path);
 
@@ -65,15 +68,24 @@ class TypedWalk {
   bool copyMember(Run& run, Frame& frame, Step& step, Kel::Entity const& srcMember, Kel::U32 position);
   bool descend(Run& run, Frame& frame, Step& step, Kel::Entity& dest, Kel::Entity const& src);
   bool boxed(Run& run, Frame& frame, Step const& step);
-  static bool maySet(Run const& run, Frame const& frame);
-  static void anythingMayHaveRun(Run& run);
+  bool boxedMember(Run& run, Frame& frame, Step const& step, Kel::Entity const& srcMember);
+  static bool maySet(Run& run, Frame& frame, Step& step);
+  void readRoots(Run& run);
+  void anythingMayHaveRun(Run& run);
+  static bool standsAtItsPath(Run& run);
   static void countSet(Run& run, Frame& frame, Step& step);
   Kel::Entity* counterpart(Run& run, Frame& frame, Kel::Entity& srcTarget);
 
   std::unordered_map<Kel::KelType const*, std::unique_ptr<Plan>> plans_;
 
-  // Where the targets of pointers lie in the destination, as long as nothing leaves a tree and the run is the same.
+  // Where the targets of pointers lie in the destination, as long as nothing leaves a tree and the copy is between the
+  // same ends: a handler may start a run within a run.
+  struct Ends {
+    void const *src, *dest, *handler, *externalDest;
+    bool operator==(Ends const&) const = default;
+  };
   std::unordered_map<Kel::Entity const*, Kel::Entity*> targets_;
+  Ends targetsBetween_{};
   Kel::U64 departures_ = 0;
 };
 

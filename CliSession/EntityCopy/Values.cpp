@@ -10,6 +10,7 @@ namespace Cli::Session {
 
 bool EntityCopy::doCopyValue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                              Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(dest, src, attr);
   KEL_TRACE(2) << "doCopyValue: " << attr->name();
   Kel::GenericIf::PtrConst const value = genericIf(src)->attribute(attr->id());
   bool const changed = attributeIs(dest, attr, nullptr, value, nullptr)->changed();
@@ -19,6 +20,7 @@ bool EntityCopy::doCopyValue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::En
 
 bool EntityCopy::doCopySingleton(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                                  Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
+  wantArgs(dest, src, attr);
   KEL_TRACE(2) << "doCopySingleton: " << attr->name();
   Kel::GenericIf::Ptr const destGif = genericIf(dest);
   Kel::AttributeId const destId = destAttribute(*dest, *attr).id();

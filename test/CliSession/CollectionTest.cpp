@@ -93,6 +93,19 @@ TEST_P(Collections, AComparisonStopsAtTheFirstMember) {
   EXPECT_EQ(dest->textss(), 2u);
 }
 
+TEST_P(Collections, KeysOfOneHashAreToldApart) {
+  src->newSlot(2)->textIs("new");
+  dest->newSlot(-2);
+  for (int key : {1, 3}) {
+    src->newSlot(key)->textIs("same");
+    dest->newSlot(key)->textIs("same");
+  }
+  EXPECT_EQ(world.run(world.dest, world.src, true).edits, (Edits{{"Plant::Hall::slot del hall", 1}}));
+  EXPECT_EQ(copied(), (Edits{{"Plant::Hall::slot del hall", 1},
+                             {"Plant::Hall::slot set hall", 1},
+                             {"Plant::Slot::text set hall.slot/2", 1}}));
+}
+
 TEST_P(Collections, QueuesKeepWhatMatchesFromTheHead) {
   struct Case {
     char const *from, *to;

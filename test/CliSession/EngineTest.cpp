@@ -328,13 +328,25 @@ TEST_F(Engine, IsCalledByName) {
   EntityCopy::Ptr const ec = engine();
   Kel::GenericIf::Ptr const gif = Kel::GenericIf::ofEntity(EntityPtr(ec));
   auto const object = [](EntityPtr const& e) { return Kel::GenericIf::PtrConst(Kel::GenericIf::ofEntity(e)); };
+  Kel::GenericIf::PtrConst const path = Kel::GenericIf::of(Kel::String8("hall"));
   Kel::GenericIf::Ptr const result =
       gif->attributeCall(gif->attributeId("doCopyAttrByName"), {{"attrName", Kel::GenericIf::of(Kel::String8("u8"))},
-                                                                {"path", Kel::GenericIf::of(Kel::String8("hall"))},
+                                                                {"path", path},
                                                                 {"src", object(src)},
                                                                 {"dest", object(dest)}});
   EXPECT_TRUE(result->attrVal<bool>());
   EXPECT_EQ(dest->u8(), 4);
+  // What an operation cannot do without.
+  for (char const* op : {"doCopyAttr", "doCopySingleton", "doCopyCollection", "doCopyQueue"})
+    EXPECT_THROW(gif->attributeCall(gif->attributeId(op),
+                                    {{"dest", object(dest)}, {"src", object(src)}, {"path", path}, {"attr", nullptr}}),
+                 Kel::RangeException)
+        << op;
+  EXPECT_THROW(ec->doCopyAttrByName(nullptr, src, "hall", "u8"), Kel::RangeException);
+  EXPECT_THROW(ec->attributeDel(nullptr, attr(dest, "u8"), nullptr), Kel::RangeException);
+  EXPECT_THROW(ec->doCopyCollectionMember(dest, src, "hall", nullptr, Kel::GenericIf::of(Kel::String8("b")), nullptr,
+                                          attr(src, "bolt")),
+               Kel::RangeException);
 }
 
 // --- Relative paths ---

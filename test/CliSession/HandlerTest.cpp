@@ -1,6 +1,10 @@
 // Handler tables, custom handlers, directories, filters, and the session handler's marks.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
+#include <utility>
+
 #include "CliSession/World.h"
 
 namespace {
@@ -116,6 +120,116 @@ TEST_F(Handlers, MarkSessionRootsThatTheyAreGivenByPath) {
       << traces.text();
   handler->copiedDel();
   EXPECT_TRUE(handler->handleEntity(ec, dest, src, "hall"));
+}
+
+// Does something once, when it is first told of a change.
+struct Meddler : Kel::EntityNotifiee {
+  std::function<void()> meddle;
+  Meddler(EntityPtrConst const& e, std::function<void()> what) : meddle(std::move(what)) { bind(e); }
+  void dispatch(Kel::AttributeId, void const*) override {
+    if (meddle) std::exchange(meddle, nullptr)();
+  }
+};
+
+TEST_F(Handlers, WhatAReactorChangesHoldsFromThenOn) {
+  for (bool boxed : {false, true}) {
+    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+    for (char const* change : {"root", "handler", "table", "checker"}) {
+      SCOPED_TRACE(change);
+      World w;
+      Kel::Ptr<Plant::Hall> const from = World::hall(w.src), to = World::hall(w.dest);
+      from->newAnnex("x")->newAnnex("y")->newPart()->noteIs("n");
+      for (char const* bolt : {"a", "b"}) from->newBolt(bolt)->lockedIs(true);
+      to->newBolt("a");
+      EntityCopy::Ptr const ec = w.copyFrom(w.src);
+      auto const handler = Kel::ptrCast<SessionHandler>(ec->handler());
+      Kel::Ptr<Recorder> const seer(new Recorder);
+      seer->sessionStatusIs(w.status);
+      S::EntityCopyCustomHandlerTable::Ptr const later = S::entityCopyCustomHandlerTableFactory("later", w.root);
+      later->registerCustomCopyHandler(S::EntityPath(""), "Plant::Part", seer);
+      auto const none = S::attributeEditBypassTableFactory("none");
+      none->newAttributeEditBypassEntry(S::AttributeEdit("", "", S::AttributeEditType::set_))->parentPathIs("", true);
+      std::string const what = change;
+      Meddler const meddler(EntityPtrConst(to->bolt("a")), [&] {
+        if (what == "root") w.rootIs("hall.annex/x.annex/y", "Plant::Hall");
+        if (what == "handler") ec->handlerIs(seer);
+        if (what == "table") handler->handlerTableIs(later);
+        if (what == "checker") ec->attributeEditBypassCheckerIs(none);
+      });
+      ec->destIs(w.dest);
+      EXPECT_EQ(w.dump(w.dest), w.dump(w.src));
+      if (what == "root") {
+        EXPECT_TRUE(handler->copied()->isPrefix("hall.annex/x.annex/y"));
+      }
+      if (what == "handler") {
+        EXPECT_EQ(seer->visits, (std::vector<std::string>{"hall.bolt/b", "hall.annex/x", "hall.annex/x.annex/y",
+                                                          "hall.annex/x.annex/y.part", ""}));
+      }
+      if (what == "table") {
+        EXPECT_EQ(seer->visits, std::vector<std::string>{"hall.annex/x.annex/y.part"});
+      }
+      if (what == "checker") {
+        EXPECT_EQ(editsOf(*ec->attributeEditLog()), (Edits{{"Plant::Bolt::locked set hall.bolt/a", 1}}));
+      }
+    }
+  }
+}
+
+// A handler that runs the engine anew, somewhere else, in the middle of a run.
+struct Nesting : SessionHandler {
+  Kel::Dir::Ptr elsewhere;
+  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
+                    Kel::String path) override {
+    Kel::Dir::Ptr const first = std::exchange(elsewhere, nullptr);
+    if (!first) return ec->doCopyEntityAttrs(dest, src, path, nullptr);
+    EntityPtr const before = ec->dest();
+    ec->handlerIs(Kel::ptrCast<SessionHandler>(ec->handler()));
+    ec->destIs(first);
+    ec->destIs(before);
+    return true;
+  }
+};
+
+TEST_F(Handlers, MayRunTheEngineAnewWhileItRuns) {
+  Kel::Dir::Ptr const elsewhere = world.dir("elsewhere");
+  for (char const* bolt : {"a", "b", "c"}) src->newBolt(bolt)->peerIs(src->bolt("a"));
+  src->newAnnex("x")->newPart()->noteIs("n");
+  src->newPart()->noteIs("m");
+  src->favouriteIs(src->bolt("b"));
+  Kel::Ptr<Nesting> const nesting(new Nesting);
+  nesting->sessionStatusIs(world.status);
+  nesting->elsewhere = elsewhere;
+  table->registerCustomCopyHandler(S::EntityPath("hall.annex"), "Plant::Part", nesting);
+  copyWithTable()->destIs(world.dest);
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+  EXPECT_EQ(world.dump(elsewhere), world.dump(world.src));
+  EXPECT_TRUE(pointersInto(*elsewhere->entity("hall"), *world.dest).empty());
+  EXPECT_TRUE(pointersInto(*dest, *elsewhere).empty());
+}
+
+TEST_F(Handlers, ACustomOneMayRegisterTheRootThatItIsGiven) {
+  struct Registering : SessionHandler {
+    World* world;
+    bool handleEntity(Kel::Ptr<EntityCopy> const&, EntityPtr const&, EntityPtrConst const&, Kel::String path) override {
+      world->rootIs(std::string(path.view()).c_str(), "Plant::Part");
+      return false;
+    }
+  };
+  Kel::Ptr<Registering> const registering(new Registering);
+  registering->world = &world;
+  table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Part", registering);
+  src->newPart();
+  EntityCopy::Ptr const ec = copyWithTable();
+  ec->destIs(world.dest);
+  EXPECT_TRUE(Kel::ptrCast<SessionHandler>(ec->handler())->copied()->isPrefix("hall.part"));
+}
+
+TEST_F(Handlers, OneInItsOwnTableDoesNotTakeOverFromItself) {
+  EntityCopy::Ptr const ec = copyWithTable();
+  table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Hall", Kel::ptrCast<SessionHandler>(ec->handler()));
+  src->u8Is(3);
+  ec->destIs(world.dest);
+  EXPECT_EQ(dest->u8(), 3);
 }
 
 TEST_F(HandlersDeathTest, AssertWhatTheyNeed) {
@@ -243,6 +357,25 @@ TEST_F(Directories, AreReconciledEntryByEntry) {
   EXPECT_NE(destDir->entity("sub/deep"), srcDir->entity("sub/deep"));
   EXPECT_EQ(run(), Edits{});
   EXPECT_EQ(run(true), Edits{});
+}
+
+TEST_F(Directories, PointersOfASecondRunLeadIntoItsDestination) {
+  Kel::Dir::Ptr const other = world.dir("other");
+  Kel::Dir::Ptr const otherDir(new Kel::Dir("d", other.ptr()));
+  world.rootIs("d", "Kel::Dir");
+  Kel::Ptr<Plant::Bolt> const bolt = Kel::ptrCast<Plant::Bolt>(srcDir->newEntity("Plant::Bolt", "b"));
+  bolt->peerIs(bolt);
+  for (Kel::Dir::Ptr const& dir : {destDir, otherDir}) dir->newEntity("Plant::Bolt", "b");
+  EntityCopy::Ptr const ec = copyDir();
+  ec->destIs(world.dest);
+  auto const first = ec->handler(), second = Kel::Ptr<S::EntityCopyHandler>(world.handler());
+  Kel::ptrCast<SessionHandler>(second)->handlerTableIs(table);
+  ec->handlerIs(second);
+  ec->destIs(other);
+  EXPECT_EQ(EntityPtr(Kel::ptrCast<Plant::Bolt>(destDir->entityRef("b"))->peer()), destDir->entityRef("b"));
+  EXPECT_EQ(EntityPtr(Kel::ptrCast<Plant::Bolt>(otherDir->entityRef("b"))->peer()), otherDir->entityRef("b"));
+  for (Kel::Dir::Ptr const& dir : {srcDir, destDir, otherDir})
+    Kel::ptrCast<Plant::Bolt>(dir->entityRef("b"))->peerIs(nullptr);
 }
 
 TEST_F(Directories, WithoutAHandlerGetEntriesAlone) {

@@ -87,6 +87,89 @@ TEST_P(Pointers, TargetsThatAreMadeAnewAreWaitedFor) {
   EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
 }
 
+TEST_P(Pointers, ANullKeyOfTheDestinationIsDeletedOrStays) {
+  dest->weightIs(nullptr, 4);
+  EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Hall::weight del hall", 1}}));
+  EXPECT_EQ(dest->weights(), 0u);
+  src->weightIs(nullptr, 4);
+  EXPECT_EQ(world.copy().edits, Edits{}) << "a null key is not copied";
+  dest->weightIs(nullptr, 4);
+  EXPECT_EQ(world.copy().edits, Edits{});
+  EXPECT_EQ(dest->weights(), 1u);
+}
+
+// Two entities bear one path, since keys may hold separators.
+TEST_P(Pointers, LeadToTheCounterpartWhenAPathIsAmbiguous) {
+  Kel::Ptr<Plant::Bolt> const inner = src->newAnnex("a")->newAnnex("b")->newBolt("t");
+  Kel::Ptr<Plant::Bolt> const outer = src->newAnnex("a.annex/b")->newBolt("t");
+  ASSERT_EQ(inner->fullName(), outer->fullName());
+  src->newBolt("early")->peerIs(outer);  // copied before its target
+  src->favouriteIs(outer);
+  src->chosenIs("inner", inner);
+  src->weightIs(outer, 1);
+  src->weightIs(inner, 2);
+  for (int run = 0; run < 2; ++run) {
+    Outcome const outcome = world.copy();
+    EXPECT_EQ(outcome.pending, 0u);
+    if (run == 1) {
+      EXPECT_EQ(textOf(outcome.edits), "");
+    }
+    Kel::Ptr<Plant::Bolt> const destOuter = dest->annex("a.annex/b")->bolt("t");
+    Kel::Ptr<Plant::Bolt> const destInner = dest->annex("a")->annex("b")->bolt("t");
+    EXPECT_TRUE(dest->bolt("early")->peer() == destOuter);
+    EXPECT_TRUE(dest->favourite() == destOuter);
+    EXPECT_TRUE(dest->chosen("inner") == destInner);
+    EXPECT_EQ(dest->weight(destOuter), 1u);
+    EXPECT_EQ(dest->weight(destInner), 2u);
+  }
+  src->annexDel("a.annex/b");
+  src->weightDel(outer);
+  dest->favouriteIs(nullptr);
+}
+
+// A member of a queue is named by its index, which need not be that of its source.
+TEST_P(Pointers, ToMembersOfQueuesGoByTheirIndex) {
+  dest->jobEnq("gone");
+  dest->jobDelAll();
+  src->jobEnq("zero");
+  src->jobEnq("one");
+  src->anythingIs(EntityPtr(src->job(1)));
+  EXPECT_EQ(world.copy().pending, 0u);
+  EXPECT_EQ(dest->anything(), EntityPtr(dest->job(1))) << "index 1 is of \"zero\" there";
+  EXPECT_EQ(dest->job(1)->title(), "zero");
+  src->anythingIs(EntityPtr(src->job(0)));
+  EXPECT_EQ(world.copy().pending, 1u) << "there is no index 0";
+}
+
+TEST_P(Pointers, BetweenEntitiesThatAreNotAtTheirPathAreNotTranslated) {
+  Kel::Ptr<Plant::Hall> const foreign = Kel::ptrCast<Plant::Hall>(world.outside->newEntity("Plant::Hall", "hall"));
+  foreign->favouriteIs(foreign->newBolt("b"));
+  Kel::Ptr<Plant::Hall> const annex = src->newAnnex("x");
+  annex->favouriteIs(annex->newBolt("b"));
+  annex->chosenIs("c", annex->bolt("b"));
+  dest->newAnnex("x")->newBolt("b");
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDelAll();
+  ec->destIs(world.dest);
+  ec->doCopyEntityAttrs(dest, foreign, "hall", nullptr);
+  EXPECT_EQ(dest->favourite(), foreign->bolt("b")) << "it does not lie in the source";
+  Kel::Ptr<Plant::Hall> const other = dest->newAnnex("y");
+  dest->newAnnex("x")->newBolt("b");
+  ec->doCopyEntityAttrs(other, annex, "hall.annex/x", nullptr);
+  EXPECT_EQ(other->favourite(), dest->annex("x")->bolt("b")) << "its path says where it leads";
+  EXPECT_EQ(other->chosen("c"), other->favourite());
+}
+
+TEST_P(Pointers, AreNotResolvedWithoutADestination) {
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  src->newBolt("b");
+  S::PtrTarget const outside = ec->handler()->resolveEntityPtr(ec, stranger);
+  EXPECT_EQ(outside.target(), "/outside/stranger");
+  EXPECT_FALSE(outside.copiable());
+  EXPECT_THROW(ec->handler()->resolveEntityPtr(ec, src->bolt("b")), Kel::RangeException);
+  EXPECT_THROW(ec->handler()->resolveEntityPtr(ec, nullptr), Kel::RangeException);
+}
+
 // A copy of the first root alone: what points into the second waits.
 struct Deferred : Pointers {
   EntityCopy::Ptr ec = world.copyFrom(world.src);
