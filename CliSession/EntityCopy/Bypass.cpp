@@ -38,7 +38,8 @@ bool covers(AttributeEditBypassEntry const& entry, Kel::String8 const& path) {
 }
 
 // Copies the default values into the entity that is about to be deleted: what is logged meanwhile is what it held
-// beside them. The entity dies, so nobody sees what was written; in compare mode nothing is written.
+// beside them. The entity dies, so nobody sees what was written; in compare mode nothing is written. Raises
+// UnknownAttrException when the default entity's type lacks an attribute of the dying one's.
 bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dying) {
   AttributeEditLog const& log = *Kel::validPtr(ec.attributeEditLog());
   Kel::U32 const before = log.attributeEditEntrys();
@@ -47,7 +48,9 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
   for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
     if (!attr->copiable()) continue;
     KEL_TRACE(7) << "copy " << attr->name();
-    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(attr));
+    Kel::KelAttr const& srcAttr = destAttribute(*entry.defaultEnt(), *attr);
+    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(&srcAttr));
+    if (ec.stop()) break;
   }
   Kel::U32 const after = log.attributeEditEntrys();
   KEL_TRACE(7) << "attributeEditLog entries after copying: " << after;
@@ -56,12 +59,11 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
 
 // Only an entity that the deleted attribute owns can be compared with a default one; the target of a pointer is not the
 // engine's to write.
-Kel::Ptr<Kel::Entity> ownedEntity(Kel::GenericIf::PtrConst const& value, AttributeEdit const& edit) {
-  Kel::Ptr<Kel::Entity> const entity = entityOf(value);
-  if (!entity || !entity->parent()) return nullptr;
+bool isOwned(Kel::Ptr<Kel::Entity const> const& entity, AttributeEdit const& edit) {
+  if (!entity || !entity->parent()) return false;
   Kel::KelAttr const* holder = entity->parentAttr();
   bool const named = edit.attributeName().empty() || (holder && holder->name() == edit.attributeName());
-  return holder && holder->instantiating() && named ? entity : nullptr;
+  return holder && holder->instantiating() && named;
 }
 
 }  // namespace
@@ -71,11 +73,12 @@ bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeByp
   if (!aeBypass) return false;
   KEL_TRACE(3) << aeBypass->attributeEdit().attributeName() << " in attributeEditBypassTable";
   if (!covers(*aeBypass, path)) return false;
-  Kel::Ptr<Kel::Entity> const dying = ownedEntity(value, aeBypass->attributeEdit());
-  if (!dying || !aeBypass->defaultEnt()) return true;
+  if (!isOwned(entityConstOf(value), aeBypass->attributeEdit()) || !aeBypass->defaultEnt()) return true;
   KEL_ASSERT(aeBypass->attributeEdit().editType() == AttributeEditType::del_);
   KEL_TRACE(3) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
-  return holdsDefaultsOnly(*aeBypass, *ec, dying);
+  Kel::Ptr<Kel::Entity> const dying = entityOf(value);
+  // What may not be written is not about to die.
+  return !dying || holdsDefaultsOnly(*aeBypass, *Kel::validPtr(ec), dying);
 }
 
 }  // namespace Cli::Session

@@ -21,7 +21,7 @@ class DirCopy {
     for (auto it = dest_.entryStateIterator(); it; ++it) {
       auto const srcState = src_.entry(it.key());
       if (srcState && srcState->entityTypeName() == it->entityTypeName()) continue;
-      if (!record(AttributeEditType::del_, it.ptr())) return false;
+      if (!record(AttributeEditType::del_, genericIf(Kel::Ptr<Kel::Entity>(it.ptr())))) return false;
       KEL_TRACE(9) << "Deleting entryState " << it.key() << " in " << dirName();
       if (!ec_.stopAtFirstDiff()) dest_.entryStateDel(it.key());
     }
@@ -31,7 +31,7 @@ class DirCopy {
   bool createMissing() {
     for (auto it = src_.entryStateIteratorConst(); it; ++it) {
       if (dest_.entry(it.key())) continue;
-      if (!record(AttributeEditType::set_, it.ptr())) return false;
+      if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(it.ptr())))) return false;
       KEL_TRACE(9) << "Creating entryState " << it.key() << " in " << dirName();
       if (!ec_.stopAtFirstDiff()) dest_.entryStateIs(it.key(), it->entityTypeName());
     }
@@ -44,7 +44,7 @@ class DirCopy {
       if (!srcChild) continue;
       auto const destState = dest_.entry(it.key());
       if (!destState || !destState->entityPtr())
-        if (!record(AttributeEditType::set_, it.ptr())) return false;
+        if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(it.ptr())))) return false;
       KEL_TRACE(9) << "Creating entityPtr " << it.key() << " in " << dirName();
       // A child that a comparison would have to make, or make anew, is not descended into.
       bool const sameType = destState && destState->entityTypeName() == it->entityTypeName();
@@ -60,10 +60,9 @@ class DirCopy {
 
  private:
   // Logs the edit of an entry.
-  bool record(AttributeEditType editType, Kel::Ptr<Kel::Dir::EntryState const> const& entry) {
+  bool record(AttributeEditType editType, Kel::GenericIf::PtrConst const& entry) {
     AttributeEdit const edit("entryState", "Kel::Dir::EntryState", editType);
-    bool const counts =
-        !ec_.attributeEditLog() || logEdit(ec_, edit, dest_.fullName(), genericIf(Kel::Ptr<Kel::Entity const>(entry)));
+    bool const counts = !ec_.attributeEditLog() || logEdit(ec_, edit, dest_.fullName(), entry);
     differs |= counts || !ec_.stopAtFirstDiff();
     return !ec_.stop();
   }
@@ -77,6 +76,7 @@ class DirCopy {
 
 bool EntityCopyDirHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                         Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  wantArgs(ec);
   Kel::Ptr<Kel::Dir> const destDir = Kel::ptrCast<Kel::Dir>(dest);
   Kel::Ptr<Kel::Dir const> const srcDir = Kel::ptrCast<Kel::Dir const>(src);
   if (!destDir || !srcDir) return EntityCopyGlobalSessionHandler::handleEntity(ec, dest, src, path);

@@ -1,6 +1,8 @@
 // The hooks, what they log, what stays out of the log, and the actions configured for edits.
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 #include "CliSession/EntityCopyCompare.h"
 #include "CliSession/World.h"
 
@@ -203,6 +205,44 @@ TEST_F(Bypass, ComparesADyingEntityWithItsDefault) {
   dest->newBolt("b")->torqueIs(3);
   ec->attributeDel(dest, attr("bolt"), key);
   EXPECT_EQ(count(edit("bolt", AttributeEditType::del_)), 1) << "entries are counted, not edits";
+  rule->defaultEntIs(Plant::partFactory());
+  dest->newBolt("b");
+  try {
+    ec->attributeDel(dest, attr("bolt"), key);
+    FAIL() << "a bolt has been compared with a part";
+  } catch (Kel::UnknownAttrException const& e) {
+    EXPECT_EQ(e.message(), ": Plant::Part has no attribute 'torque'");
+  }
+}
+
+TEST_F(Bypass, LeavesDefaultsThatACopyDeletesOutOfTheLog) {
+  Kel::Ptr<Plant::Bolt> const standard = Plant::boltFactory("standard");
+  standard->torqueIs(2);
+  entry("", "Plant::Hall", AttributeEditType::del_, "/dest")->defaultEntIs(standard);
+  ec->attributeEditBypassCheckerIs(table);
+  ec->srcCopyRootIs(src, true);
+  for (bool compare : {true, false}) {
+    dest->boltIs("b")->torqueIs(2);
+    dest->boltIs("c")->torqueIs(2);
+    dest->axleIs("a")->torqueIs(2);
+    ec->stopAtFirstDiffIs(compare);
+    ec->handleCopyRoots();
+    EXPECT_EQ(textOf(editsOf(*log)), "");
+    EXPECT_FALSE(ec->stop());
+    EXPECT_EQ(dest->bolts(), compare ? 2u : 0u);
+    EXPECT_EQ(static_cast<bool>(dest->axle()), compare);
+  }
+  for (bool compare : {true, false}) {
+    dest->boltIs("b")->torqueIs(2);
+    dest->boltIs("c")->torqueIs(2);
+    dest->bolt("c")->lockedIs(true);
+    ec->stopAtFirstDiffIs(compare);
+    ec->handleCopyRoots();
+    EXPECT_EQ(count(edit("bolt", AttributeEditType::del_)), 1);
+    EXPECT_EQ(ec->stop(), compare);
+    EXPECT_EQ(dest->bolts(), compare ? 2u : 0u);
+    log->attributeEditEntryDelAll();
+  }
 }
 
 TEST_F(BypassDeathTest, ADefaultIsForDeletionsOnly) {
@@ -211,6 +251,9 @@ TEST_F(BypassDeathTest, ADefaultIsForDeletionsOnly) {
   Kel::GenericIf::PtrConst const bolt = Kel::GenericIf::ofEntity(EntityPtr(dest->newBolt("b")));
   EXPECT_DEATH(table->bypassAttributeEditLog(ec, edit("bolt"), "/dest/hall", bolt),
                "aeBypass->attributeEdit\\(\\).editType\\(\\) == AttributeEditType::del_");
+  EXPECT_DEATH(table->bypassAttributeEditLog(ec, edit("bolt"), "/dest/hall",
+                                             Kel::GenericIf::ofEntity(EntityPtrConst(dest->bolt("b")))),
+               "AttributeEditType::del_");
   // The target of a pointer is bypassed as a value is, and not written.
   dest->bolt("b")->torqueIs(5);
   entry("favourite", "Plant::Hall", AttributeEditType::set_, "/dest")->defaultEntIs(Plant::boltFactory("standard"));
@@ -264,6 +307,30 @@ TEST_F(EditLogDeathTest, TakeTheActionConfigured) {
   EXPECT_EQ(run() + run(), line + line);
   byPath->actionIs(Action::actionAssert);
   EXPECT_DEATH(set("u8", Kel::GenericIf::of(Kel::U8(99))), "EntityCopy:[0-9]+: .*Assertion 'false' failed");
+}
+
+TEST_F(EditLogDeathTest, TakeTheActionWhereACopyEdits) {
+  using Action = S::AttributeDebugAction;
+  AttributeEdit const part("note", "Plant::Part", AttributeEditType::set_);
+  src->flagIs(true);
+  src->u16Is(2);
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, src->newAnnex("x")}) hall->newPart()->noteIs("n");
+  ec->srcCopyRootIs(src, true);
+  log->newAttributeEditDebugConfig("hall.annex/x.part")->newDebugConfig(part)->actionIs(Action::actionTrace);
+  log->newAttributeEditDebugTypeConfig(edit("flag"))->newAction("", Action::actionTrace);
+  log->newAttributeEditDebugTypeConfig(edit("u8"))->newAction("", Action::actionAssert);
+  std::string const flag = "Plant::Hall::flag set triggered entityCopy attr debugging\n",
+                    note = "Plant::Part::note set triggered entityCopy attr debugging\n";
+  // Everything before the edit has been made, and nothing else has been said.
+  src->u8Is(1);
+  EXPECT_EXIT(ec->handleCopyRoots(), testing::KilledBySignal(SIGABRT),
+              "^" + flag + "EntityCopy:[0-9]+: [^\n]*: Assertion 'false' failed.\n$");
+  src->u8Is(0);
+  testing::internal::CaptureStderr();
+  ec->handleCopyRoots();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), flag + note) << "of two parts one has that path";
+  EXPECT_EQ(dest->annex("x")->part()->note(), "n");
+  EXPECT_EQ(log->attributeEditEntry(part)->pathCounters(), 2u) << "tracing changes the log";
 }
 
 TEST_F(EditLog, LookingUpMakesNothing) {
