@@ -288,6 +288,115 @@ TEST_F(Session, UsesTheBypassTableAndTheInHandlerTable) {
   EXPECT_EQ(World::hall(session)->u16(), 1);
 }
 
+// Counts the entities that it is given.
+struct Counting : S::EntityCopyGlobalSessionHandler {
+  std::vector<std::string> visits;
+  bool handleEntity(Kel::Ptr<EntityCopy> const&, EntityPtr const&, EntityPtrConst const&, Kel::String path) override {
+    visits.emplace_back(path.view());
+    return false;
+  }
+};
+
+struct SessionOfDirectories : Session {
+  Kel::Ptr<S::EntityCopyCustomHandlerTable> table = S::entityCopyCustomHandlerTableFactory("in", world.root);
+  S::EntityCopyFilterDir::Ptr filters = S::entityCopyFilterDirFactory("filters");
+  Kel::Ptr<Plant::Hall> deep;
+
+  static GenericIf::PtrConst boxed(S::EntityPath const& path) { return GenericIf::of(path); }
+  static GenericIf::PtrConst boxed(EntityPtr const& e) { return ::boxed(e); }
+  static GenericIf::PtrConst boxed(char const* text) { return ::boxed(text); }
+  void callTable(char const* op, GenericIf::Args const& args) const {
+    GenericIf::Ptr const gif = GenericIf::ofEntity(EntityPtr(table));
+    gif->attributeCall(gif->attributeId(op), args);
+  }
+  void handle(char const* path, char const* typeName,
+              Kel::Ptr<S::EntityCopyGlobalSessionHandler> const& handler) const {
+    handler->sessionStatusIs(status);
+    callTable("registerCustomCopyHandler",
+              {{"handler", boxed(handler)}, {"path", boxed(S::EntityPath(path))}, {"typeName", boxed(typeName)}});
+  }
+
+  // Two plain directories as session roots; in the first an entity lies four levels down. It is filtered, and the
+  // directories are reconciled entry by entry.
+  void SetUp() override {
+    Session::SetUp();
+    for (char const* root : {"cfg", "sys/empty"}) world.rootIs(root, "Kel::Dir");
+    Kel::Dir::Ptr at(new Kel::Dir("cfg", world.src.ptr()));
+    for (char const* name : {"a", "b", "c"}) at = Kel::Dir::Ptr(new Kel::Dir(name, at.ptr()));
+    deep = Kel::ptrCast<Plant::Hall>(at->newEntity("Plant::Hall", "deep"));
+    new Kel::Dir("empty", Kel::ptrCast<Kel::Dir>(world.src->entity("sys")).ptr());
+    deep->newSlot(3)->textIs("text");
+    deep->slot(3)->newPart()->noteIs("note");
+    deep->favouriteIs(deep->newBolt("near"));
+    deep->bolt("near")->peerIs(src->newBolt("far"));
+    src->favouriteIs(deep->bolt("near"));
+
+    handle("", "Kel::Dir", filters->newDirHandler());
+    auto const names = S::attributeFilterFactory();
+    names->attributeNameIs("text", true);
+    callTable("registerEntityCopyFilter", {{"attrs", boxed(names)},
+                                           {"filterDir", boxed(filters)},
+                                           {"path", boxed(S::EntityPath("cfg/a"))},
+                                           {"typeName", boxed("Plant::Slot")}});
+    filters->ecf(S::HandlerContext(S::EntityPath("cfg/a"), "Plant::Slot"))
+        ->newPreAttribute()
+        ->attributeNameIs(1, "part");
+    status->inHandlerTableIs(table);
+    change->logAttributeEditsIs(true);
+  }
+};
+
+TEST_F(SessionOfDirectories, IsFilledLevelByLevelAndFiltered) {
+  for (int run = 0; run < 2; ++run) {
+    ASSERT_TRUE(replace(world.src));
+    for (Kel::Dir::Ptr const& dir : {session, ancestor}) {
+      Kel::Ptr<Plant::Hall> const made = World::hall(dir, "cfg/a/b/c/deep");
+      ASSERT_TRUE(made);
+      EXPECT_EQ(made->slot(3)->text(), "") << "it is filtered";
+      EXPECT_EQ(made->slot(3)->part()->note(), "note");
+      // Each copy points into itself.
+      EXPECT_EQ(made->favourite(), made->bolt("near"));
+      EXPECT_EQ(made->bolt("near")->peer(), World::hall(dir)->bolt("far"));
+      EXPECT_EQ(World::hall(dir)->favourite(), made->bolt("near"));
+      EXPECT_TRUE(dir->entity("sys/empty"));
+    }
+    if (run == 0) {
+      EXPECT_EQ(edits().at("Kel::Dir::EntryState::entryState set cfg/a/b"), 2u);
+      EXPECT_EQ(edits().at("Plant::Part::note set cfg/a/b/c/deep.slot/3.part"), 1u);
+      pending->attributeEditLog()->attributeEditEntryDelAll();
+    } else {
+      EXPECT_EQ(textOf(edits()), "") << "the second time there was nothing to do";
+    }
+  }
+  deep->slot(3)->part()->noteIs("other");
+  Kel::ptrCast<Kel::Dir>(world.src->entity("cfg/a"))->newEntity("Plant::Bolt", "extra");
+  Kel::ptrCast<Kel::Dir>(session->entity("sys/empty"))->newEntity("Plant::Bolt", "stray");
+  replace(world.src);
+  EXPECT_EQ(edits(), (Edits{{"Kel::Dir::EntryState::entryState set cfg/a", 2},
+                            {"Kel::Dir::EntryState::entryState del sys/empty", 1},
+                            {"Plant::Part::note set cfg/a/b/c/deep.slot/3.part", 1}}));
+}
+
+TEST_F(SessionOfDirectories, CopiesOnceWhatAFilterMarked) {
+  Traces const traces("EntityCopy", 1u << 2);
+  replace(world.src);
+  EXPECT_EQ(traces.count("EntityCopy/2 doCopyAttrByName: part"), 2u) << "once into each directory";
+  EXPECT_EQ(traces.count("EntityCopy/2 doCopyValue: note"), 2u) << "what was marked was visited again";
+}
+
+TEST_F(SessionOfDirectories, AHandlerOfAPathWinsOverThoseOfTypes) {
+  Kel::Ptr<Counting> const exact(new Counting), shortest(new Counting), longer(new Counting);
+  handle("cfg/a/b/c", "", exact);
+  handle("hall.b", "Plant::Bolt", shortest);
+  handle("hall.bolt", "Plant::Bolt", longer);
+  replace(world.src);
+  EXPECT_EQ(exact->visits, (std::vector<std::string>{"cfg/a/b/c", "cfg/a/b/c"}));
+  EXPECT_EQ(shortest->visits, (std::vector<std::string>{"hall.bolt/far", "hall.bolt/far"}));
+  EXPECT_TRUE(longer->visits.empty());
+  EXPECT_TRUE(session->entity("cfg/a/b/c")) << "its directory has been made all the same";
+  EXPECT_FALSE(session->entity("cfg/a/b/c/deep"));
+}
+
 // Puts one attribute off to after the main copy.
 struct Later : S::EntityCopyGlobalSessionHandler {
   bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
