@@ -65,7 +65,9 @@ void EntityCopy::handleCopyRoots() {
   }
   Ptr const self(this);
   RunEnd const runEnd{*this};
-  Impl::of(*this).walk.newRun();
+  Impl& impl = Impl::of(*this);
+  impl.walk.newRun();
+  if (pendingAttrs() == 0) impl.pending.clear();  // who took the records away took the pointers away
   KEL_TRACE(1) << "handleCopyRoots: " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";
@@ -93,7 +95,7 @@ void EntityCopy::handleCopyRoots() {
 bool EntityCopy::doCopyEntity(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
                               Kel::String path) {
   KEL_TRACE(1) << "doCopyEntity: " << path;
-  Depth const depth(Impl::of(*this));
+  Depth const depth(Impl::of(*this).depth);
   return Kel::validPtr(handler())->handleEntity(Ptr(this), dest, src, path);
 }
 
@@ -116,7 +118,7 @@ bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, Kel::Ptr<Kel
   Kel::Ptr<Kel::Entity const> const srcEntity = entityConstOf(src);
   Kel::String8 const childName = srcEntity && attr->isCollection() ? srcEntity->name() : Kel::String8();
   Kel::String8 const childPath = chPath(path, *attr, childName);
-  Depth const depth(Impl::of(*this));
+  Depth const depth(Impl::of(*this).depth);
   return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, childPath);
 }
 

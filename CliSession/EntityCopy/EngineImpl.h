@@ -4,13 +4,11 @@
 #include <unordered_map>
 
 #include "CliSession/EntityCopy.h"
+#include "CliSession/EntityCopy/Depth.h"
 #include "CliSession/EntityCopy/TypedWalk.h"
 #include "Kel/Assert.h"
 
 namespace Cli::Session {
-
-// Entities are copied by recursion; a deeper tree is refused with a RangeException.
-inline constexpr Kel::U32 maxEntityDepth = 1000;
 
 class EntityCopy::Impl {
  public:
@@ -35,22 +33,6 @@ class EntityCopy::Impl {
     if (!ec.impl()) ec.impl() = std::make_shared<Impl>();
     return *ec.impl();
   }
-};
-
-// One level down in the walk. Descending without bound would end on the machine's stack.
-class Depth {
- public:
-  explicit Depth(EntityCopy::Impl& impl) : depth_(impl.depth) {
-    if (depth_ >= maxEntityDepth)
-      Kel::throwRangeException("entities nested deeper than " + std::to_string(maxEntityDepth) + " cannot be copied");
-    ++depth_;
-  }
-  ~Depth() { --depth_; }
-  Depth(Depth const&) = delete;
-  Depth& operator=(Depth const&) = delete;
-
- private:
-  Kel::U32& depth_;
 };
 
 // What an operation that may be called by name cannot do without: null raises "null ValidPtr".

@@ -51,7 +51,7 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
       return false;
     }
     // Asked after a custom handler has run: it may register roots.
-    auto const isRoot = [&] { return Kel::validPtr(sessionStatus()->rootTrie())->isPrefix(path); };
+    auto const isRoot = [&] { return Kel::validPtr(Kel::validPtr(sessionStatus())->rootTrie())->isPrefix(path); };
     Kel::String8 const& typeName = src->type()->fullTypeName();
     if (handlerTable()) {
       auto const custom = handlerTable()->findCustomCopyHandler(path, typeName);

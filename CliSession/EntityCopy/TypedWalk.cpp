@@ -411,7 +411,7 @@ bool TypedWalk::descend(Run& run, Frame& frame, Step& step, Kel::Entity& dest, K
     return differs;
   }
   if (!step.child) step.child = &planOf(*src.type());
-  Depth const depth(run.impl);
+  Depth const depth(run.impl.depth);
   return attrs(run, child, *step.child);
 }
 

@@ -1,0 +1,31 @@
+// How deep a copy may descend.
+#pragma once
+
+#include "Kel/Types.h"
+
+namespace Cli::Session {
+
+// Entities are copied by recursion; a deeper tree is refused with a RangeException.
+inline constexpr Kel::U32 maxEntityDepth = 1000;
+
+// One level down in the walk. Raises a RangeException where the limit is reached, or three quarters of the thread's
+// stack are used: a level takes some 4 KB of it, and several times that in a build without optimisation or with
+// sanitizers.
+class Depth {
+ public:
+  explicit Depth(Kel::U32& depth) : depth_(depth) {
+    if (depth >= alwaysThere) check(depth);
+    ++depth_;
+  }
+  ~Depth() { --depth_; }
+  Depth(Depth const&) = delete;
+  Depth& operator=(Depth const&) = delete;
+
+ private:
+  static constexpr Kel::U32 alwaysThere = 8;  // levels for which nobody looks at the stack
+  static void check(Kel::U32 depth);
+
+  Kel::U32& depth_;
+};
+
+}  // namespace Cli::Session
