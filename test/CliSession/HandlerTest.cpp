@@ -230,6 +230,7 @@ TEST_F(Handlers, OneInItsOwnTableDoesNotTakeOverFromItself) {
   src->u8Is(3);
   ec->destIs(world.dest);
   EXPECT_EQ(dest->u8(), 3);
+  table->typeSpecificHandlersDelAll();
 }
 
 TEST_F(HandlersDeathTest, AssertWhatTheyNeed) {

@@ -344,6 +344,7 @@ struct SessionOfDirectories : Session {
     status->inHandlerTableIs(table);
     change->logAttributeEditsIs(true);
   }
+  void TearDown() override { status->inHandlerTableIs(nullptr); }  // its handlers point at it
 };
 
 TEST_F(SessionOfDirectories, IsFilledLevelByLevelAndFiltered) {
