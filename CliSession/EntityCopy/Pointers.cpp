@@ -82,7 +82,7 @@ Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Ent
 
 Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
                                    Kel::Entity const* srcTarget) {
-  Kel::Ptr<Kel::Entity> const found = entityInTree(member, fullName);
+  Kel::Ptr<Kel::Entity> found = entityInTree(member, fullName);
   if (!srcTarget || !ec.src() || !ec.dest()) return found;
   Kel::Ptr<Kel::Entity> const exact = standIn(*srcTarget, *ec.src(), *ec.dest());
   return exact && exact != found && exact->fullName() == fullName ? exact : found;
@@ -131,7 +131,7 @@ Kel::Ptr<Kel::Entity> EntityCopy::resolvePtr(Kel::Ptr<Kel::Entity const> const& 
   PtrTarget const t = Kel::validPtr(handler())->resolveEntityPtr(Ptr(this), srcTarget);
   if (t.copiable()) {
     KEL_TRACE(3) << "Target is copiable";
-    Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *dest, t.target(), srcTarget.ptr());
+    Kel::Ptr<Kel::Entity> target = targetInTree(*this, *dest, t.target(), srcTarget.ptr());
     if (!target) KEL_TRACE(3) << "Target not found: " << t.target();
     return target;
   }
