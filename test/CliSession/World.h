@@ -44,6 +44,7 @@ struct World {
   Kel::Dir::Ptr dest = Kel::Dir::Ptr(new Kel::Dir("dest", root.ptr()));
   Kel::Dir::Ptr outside = Kel::Dir::Ptr(new Kel::Dir("outside", root.ptr()));
   Cli::Session::Status::Ptr status = Cli::Session::statusFactory("status");
+  Cli::Session::EntityCopyCustomHandlerTable::Ptr table;  // of the handlers of copies; null: none
 
   explicit World(std::initializer_list<char const*> roots = {"hall", "sys/annex"}) {
     status->initialize();
@@ -116,6 +117,7 @@ struct World {
   Kel::Ptr<Cli::Session::EntityCopyGlobalSessionHandler> handler() const {
     auto const made = Cli::Session::entityCopyGlobalSessionHandlerFactory();
     made->sessionStatusIs(status);
+    made->handlerTableIs(table);
     return made;
   }
   // A copy that has everything but its destination, whose setting runs it.
