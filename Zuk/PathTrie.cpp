@@ -166,7 +166,7 @@ void PathTrie::prefixDel(Kel::String path) {
     return;
   }
   if (!next) {
-    KEL_TRACE(8) << path << " already deleted from " << fullName();
+    KEL_TRACE(3) << path << " already deleted from " << fullName();
   } else if (next->empty()) {
     childRemove(split.first);
   } else {

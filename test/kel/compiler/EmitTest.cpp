@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 void expectGolden(std::string const& name, std::string const& text) {
-  fs::path const path = dataDir() / "golden" / name;
+  fs::path const path = dataDir() / "golden" / (name + ".golden");
   if (std::getenv("KELC_UPDATE_GOLDEN")) std::ofstream(path, std::ios::binary) << text;
   EXPECT_EQ(readFile(path), text);
 }
