@@ -37,23 +37,26 @@ bool covers(AttributeEditBypassEntry const& entry, Kel::String8 const& path) {
   return false;
 }
 
+// The check is written as several functions, which trace in its name.
+char const* const operation = "checkBypassAttributeEditLog";
+
 // Copies the default values into the entity that is about to be deleted: what is logged meanwhile is what it held
 // beside them. The entity dies, so nobody sees what was written; in compare mode nothing is written. Raises
 // UnknownAttrException when the default entity's type lacks an attribute of the dying one's.
 bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dying) {
   AttributeEditLog const& log = *Kel::validPtr(ec.attributeEditLog());
   Kel::U32 const before = log.attributeEditEntrys();
-  KEL_TRACE(7) << "attributeEditLog entries before copying: " << before;
+  KEL_TRACE_AS(7, operation) << "attributeEditLog entries before copying: " << before;
   Kel::String8 const path = ec.dest() ? pathBelow(*ec.dest(), *dying) : Kel::String8();
   for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
     if (!attr->copiable()) continue;
-    KEL_TRACE(7) << "copy " << attr->name();
+    KEL_TRACE_AS(7, operation) << "copy " << attr->name();
     Kel::KelAttr const& srcAttr = destAttribute(*entry.defaultEnt(), *attr);
     ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(&srcAttr));
     if (ec.stop()) break;
   }
   Kel::U32 const after = log.attributeEditEntrys();
-  KEL_TRACE(7) << "attributeEditLog entries after copying: " << after;
+  KEL_TRACE_AS(7, operation) << "attributeEditLog entries after copying: " << after;
   return before == after;
 }
 

@@ -61,7 +61,7 @@ bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Ke
   KEL_TRACE(3) << "Key is of type " << keyType->name() << " (internal=" << keyType->isEntity()
                << ", pointer=" << attr->keyIsPtr() << ")";
   if (!attr->keyIsPtr()) {
-    KEL_TRACE(4) << "checkValue: " << attr->name();
+    KEL_TRACE_AS(4, "checkValue") << "checkValue: " << attr->name();
     checkValueType(*keyType);
   }
   // Every member that the source has now will be met again.

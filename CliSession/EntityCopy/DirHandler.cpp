@@ -10,6 +10,9 @@ namespace Cli::Session {
 
 namespace {
 
+// The steps trace in the name of the whole.
+char const* const operation = "handleEntity";
+
 // The reconciliation of one directory. Its steps answer false when the engine is to stop.
 class DirCopy {
  public:
@@ -22,7 +25,7 @@ class DirCopy {
       auto const srcState = src_.entry(it.key());
       if (srcState && srcState->entityTypeName() == it->entityTypeName()) continue;
       if (!record(AttributeEditType::del_, genericIf(Kel::Ptr<Kel::Entity>(it.ptr())))) return false;
-      KEL_TRACE(9) << "Deleting entryState " << it.key() << " in " << dirName();
+      KEL_TRACE_AS(9, operation) << "Deleting entryState " << it.key() << " in " << dirName();
       if (!ec_.stopAtFirstDiff()) dest_.entryStateDel(it.key());
     }
     return true;
@@ -32,7 +35,7 @@ class DirCopy {
     for (auto it = src_.entryStateIteratorConst(); it; ++it) {
       if (dest_.entry(it.key())) continue;
       if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(it.ptr())))) return false;
-      KEL_TRACE(9) << "Creating entryState " << it.key() << " in " << dirName();
+      KEL_TRACE_AS(9, operation) << "Creating entryState " << it.key() << " in " << dirName();
       if (!ec_.stopAtFirstDiff()) dest_.entryStateIs(it.key(), it->entityTypeName());
     }
     return true;
@@ -45,7 +48,7 @@ class DirCopy {
       auto const destState = dest_.entry(it.key());
       if (!destState || !destState->entityPtr())
         if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(it.ptr())))) return false;
-      KEL_TRACE(9) << "Creating entityPtr " << it.key() << " in " << dirName();
+      KEL_TRACE_AS(9, operation) << "Creating entityPtr " << it.key() << " in " << dirName();
       // A child that a comparison would have to make, or make anew, is not descended into.
       bool const sameType = destState && destState->entityTypeName() == it->entityTypeName();
       Kel::Ptr<Kel::Entity> const destChild =

@@ -13,19 +13,23 @@ namespace Cli::Session {
 
 namespace {
 
+// The steps of logging trace in its name.
+char const* const operation = "addAttributeEditBypassEntry";
+
 // The action configured for this edit at this path, or for it at any path of its type.
 AttributeDebugAction debugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
   AttributeDebugAction action = AttributeDebugAction::actionNone;
   if (auto const dir = log.attributeEditDebugConfig(path)) {
     if (auto const config = dir->debugConfig(edit)) {
       action = config->action();
-      KEL_TRACE(9) << "Found matching action (" << action << "), for " << edit.attributeName() << " on " << path;
+      KEL_TRACE_AS(9, operation) << "Found matching action (" << action << "), for " << edit.attributeName() << " on "
+                                 << path;
     }
   }
   if (action != AttributeDebugAction::actionNone) return action;
   if (auto const config = log.attributeEditDebugTypeConfig(edit)) {
-    KEL_TRACE(5) << "Found matching action (" << edit << "), for type " << edit.attributeType() << ", attr "
-                 << edit.attributeName() << " for " << path;
+    KEL_TRACE_AS(5, operation) << "Found matching action (" << edit << "), for type " << edit.attributeType()
+                               << ", attr " << edit.attributeName() << " for " << path;
     action = config->action(path);
     if (action == AttributeDebugAction::actionNone) action = config->action("");
   }
@@ -34,7 +38,7 @@ AttributeDebugAction debugAction(AttributeEditLog const& log, AttributeEdit cons
 
 void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
   if (action == AttributeDebugAction::actionNone) return;
-  KEL_TRACE(5) << "Taking action " << action;
+  KEL_TRACE_AS(5, operation) << "Taking action " << action;
   if (action == AttributeDebugAction::actionTrace)
     std::cerr << edit.attributeType() << "::" << edit.attributeName() << " " << edit.editType()
               << " triggered entityCopy attr debugging" << std::endl;
@@ -45,20 +49,20 @@ void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
 
 bool logEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
              Kel::GenericIf::PtrConst const& value) {
-  KEL_TRACE(5) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType() << ", "
-               << edit.editType() << ", " << path;
+  KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
+                             << ", " << edit.editType() << ", " << path;
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
   Kel::String8 const relative = ec.dest() ? pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), path) : Kel::String8();
   if (log) takeAction(debugAction(*log, edit, relative), edit);
   if (auto const& checker = ec.attributeEditBypassChecker()) {
     if (checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
-      KEL_TRACE(5) << "Skipped";
+      KEL_TRACE_AS(5, operation) << "Skipped";
       return false;
     }
   }
   if (log) {
     log->attributeEditEntryIs(edit)->pathCounterCounterInc(relative);
-    KEL_TRACE(5) << "Logged";
+    KEL_TRACE_AS(5, operation) << "Logged";
   }
   return true;
 }
@@ -90,8 +94,9 @@ bool alreadySo(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::Gen
   }
   if (!attr.isPtr()) return valueTypeEqual(current, value);
   Kel::Ptr<Kel::Entity const> const from = entityConstOf(value), to = entityConstOf(current);
-  KEL_TRACE(4) << "Compare Ptrs for " << attr.name() << "? attr voidPtr: " << static_cast<void const*>(from.ptr())
-               << ", dest voidPtr: " << static_cast<void const*>(to.ptr()) << " => " << (from == to);
+  KEL_TRACE_AS(4, "attributeIs") << "Compare Ptrs for " << attr.name()
+                                 << "? attr voidPtr: " << static_cast<void const*>(from.ptr())
+                                 << ", dest voidPtr: " << static_cast<void const*>(to.ptr()) << " => " << (from == to);
   return from == to;
 }
 

@@ -103,7 +103,7 @@ bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<K
                    Kel::String8 const& path, Kel::Ptr<Kel::KelAttr const> const& attr, Index const& srcIndex,
                    Index const& index) {
   wantArgs(dest, src, attr);
-  KEL_TRACE(2) << "doCopyPtr: " << attr->name();
+  KEL_TRACE_AS(2, "doCopyPtr") << "doCopyPtr: " << attr->name();
   Kel::GenericIf::PtrConst const srcMember = genericIf(src)->attribute(attr->id(), srcIndex);
   Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(srcMember);
   Kel::GenericIf::PtrConst value;
@@ -112,7 +112,7 @@ bool copyPtrMember(EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<K
     if (!target) return false;
     value = genericIf(target);
   } else {
-    KEL_TRACE(3) << "Target is not set";
+    KEL_TRACE_AS(3, "doCopyPtr") << "Target is not set";
     if (ec.pendingAttrs() > 0) supersedePending(ec, *dest, *attr, srcIndex);
   }
   return ec.attributeIs(dest, attr, index, value, nullptr)->changed();
@@ -186,22 +186,26 @@ namespace {
   std::abort();
 }
 
+// The pass over what was deferred traces in its own name throughout.
+char const* const operation = "doCopyPendingAttrs";
+
 // Sets one deferred pointer key, or value, whose target is there now.
 void setDeferred(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record, Kel::Ptr<Kel::Entity> const& target) {
   if (!record->destIndexFullName().empty()) {
-    KEL_TRACE(3) << "Setting deferred target key " << record->destIndexFullName();
+    KEL_TRACE_AS(3, operation) << "Setting deferred target key " << record->destIndexFullName();
     ec.doCopyCollectionMember(record->dest(), record->src(), record->path(), record->srcIndex(), genericIf(target),
                               record->srcMember(), record->attribute());
     if (ec.stop()) return;
-    KEL_TRACE(3) << "Deferred target key " << record->destIndexFullName() << " set";
+    KEL_TRACE_AS(3, operation) << "Deferred target key " << record->destIndexFullName() << " set";
   } else {
-    KEL_TRACE(3) << "Setting deferred target " << record->destValueFullName();
-    KEL_TRACE(3) << " attributeIs: " << record->attribute()->name() << ", " << record->dest()
-                 << " idx, srcIdx: " << record->indexValue() << " " << record->srcIndex() << " target: " << target
-                 << " gif( target ): " << Kel::GenericIf::PtrConst(genericIf(target));
+    KEL_TRACE_AS(3, operation) << "Setting deferred target " << record->destValueFullName();
+    KEL_TRACE_AS(3, operation) << " attributeIs: " << record->attribute()->name() << ", " << record->dest()
+                               << " idx, srcIdx: " << record->indexValue() << " " << record->srcIndex()
+                               << " target: " << target
+                               << " gif( target ): " << Kel::GenericIf::PtrConst(genericIf(target));
     ec.attributeIs(record->dest(), record->attribute(), record->indexValue(), genericIf(target), nullptr);
     if (ec.stop()) return;
-    KEL_TRACE(3) << "Deferred target " << record->destValueFullName() << " set";
+    KEL_TRACE_AS(3, operation) << "Deferred target " << record->destValueFullName() << " set";
   }
   forgetPending(ec, record);
 }

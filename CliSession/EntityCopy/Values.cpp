@@ -58,7 +58,7 @@ char const* const pointerParam = "Pointers in constructor parameters are not sup
 // Reads a constructor parameter of an entity and appends it to the list.
 Kel::GenericIf::PtrConst addParam(Kel::Ptr<Kel::Entity const> const& src, Kel::String8 const& name,
                                   ParamList const& params, bool pointer) {
-  KEL_TRACE(3) << "Adding " << name;
+  KEL_TRACE_AS(3, "constructorParams") << "Adding " << name;
   Kel::GenericIf::PtrConst const gif = genericIf(src);
   Kel::GenericIf::PtrConst const value = gif->attribute(gif->attributeId(name));
   KEL_ASSERT_TEXT(!pointer || !value, pointerParam);
@@ -187,7 +187,7 @@ void checkValue(Kel::KelAttr const& attr) {
 
 void checkValueType(Kel::KelType const& type) {
   for (Kel::KelAttr const* field : type.attributeQ()) {
-    KEL_TRACE(4) << "Checking " << field->name();
+    KEL_TRACE_AS(4, "checkValue") << "Checking " << field->name();
     KEL_ASSERT_TEXT(field->isValue() || field->isFunction(),
                     "Value types with attributes that are not value types are not "
                     "supported by EntityCopy");

@@ -75,6 +75,10 @@ TEST_F(EditLog, HooksTrace) {
                       "EntityCopy/2 attributeDel: deleting texts", "EntityCopy/2 attributeIs: setting favourite",
                       "EntityCopy/4 Compare Ptrs for favourite? attr voidPtr: 0, dest voidPtr: 0 => 1"}))
       << traces.text();
+  // Each in the name of its operation, however that is written.
+  EXPECT_EQ(std::set<std::string>(traces.functions.begin(), traces.functions.end()),
+            (std::set<std::string>{"EntityCopy:addAttributeEditBypassEntry", "EntityCopy:attributeAdd",
+                                   "EntityCopy:attributeDel", "EntityCopy:attributeIs", "EntityCopy:attributeRemove"}));
 }
 
 TEST_F(EditLog, CountsWrapAfter255) {

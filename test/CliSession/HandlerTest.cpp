@@ -353,6 +353,10 @@ TEST_F(Directories, AreReconciledEntryByEntry) {
                       "EntityCopy/9 Creating entityPtr deep in sub", "EntityCopy/9 handleEntity: sub completed (1)",
                       "EntityCopy/9 handleEntity: d completed (1)"}))
       << traces.text();
+  for (std::size_t i = 0; i < traces.lines.size(); ++i)
+    if (traces.lines[i].find("ing ent") != std::string::npos) {
+      EXPECT_EQ(traces.functions[i], "EntityCopy:handleEntity") << traces.lines[i];
+    }
   EXPECT_FALSE(destDir->entry("old"));
   EXPECT_FALSE(destDir->entry("announced")->entityPtr()) << "what is only announced stays so";
   EXPECT_NE(destDir->entity("sub/deep"), srcDir->entity("sub/deep"));

@@ -218,6 +218,10 @@ TEST_P(Deferred, AreSetOnceTheirTargetsCome) {
         "Setting deferred target " + name, "Deferred target " + name + " set",
         " attributeIs: favourite, /dest/hall idx, srcIdx: <null> <null> target: " + name + " gif( target ): " + name})
     EXPECT_TRUE(traces.has("EntityCopy/3 " + line)) << line << "\n" << traces.text();
+  for (std::size_t i = 0; i < traces.lines.size(); ++i)
+    if (traces.lines[i].find("eferred target") != std::string::npos) {
+      EXPECT_EQ(traces.functions[i], "EntityCopy:doCopyPendingAttrs") << traces.lines[i];
+    }
   EXPECT_EQ(editsOf(*ec->attributeEditLog()).at("Plant::Hall::favourite set hall"), 1u);
 }
 
