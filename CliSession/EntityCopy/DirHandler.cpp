@@ -22,38 +22,42 @@ class DirCopy {
 
   bool deleteExtra() {
     for (auto it = dest_.entryStateIterator(); it; ++it) {
-      auto const srcState = src_.entry(it.key());
-      if (srcState && srcState->entityTypeName() == it->entityTypeName()) continue;
-      if (!record(AttributeEditType::del_, genericIf(Kel::Ptr<Kel::Entity>(it.ptr())))) return false;
-      KEL_TRACE_AS(9, operation) << "Deleting entryState " << it.key() << " in " << dirName();
-      if (!ec_.stopAtFirstDiff()) dest_.entryStateDel(it.key());
+      // Held: who watches the log may delete it.
+      auto const state = it.ptr();
+      auto const srcState = src_.entry(state->name());
+      if (srcState && srcState->entityTypeName() == state->entityTypeName()) continue;
+      if (!record(AttributeEditType::del_, genericIf(Kel::Ptr<Kel::Entity>(state)))) return false;
+      KEL_TRACE_AS(9, operation) << "Deleting entryState " << state->name() << " in " << dirName();
+      if (!ec_.stopAtFirstDiff()) dest_.entryStateDel(state->name());
     }
     return true;
   }
 
   bool createMissing() {
     for (auto it = src_.entryStateIteratorConst(); it; ++it) {
-      if (dest_.entry(it.key())) continue;
-      if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(it.ptr())))) return false;
-      KEL_TRACE_AS(9, operation) << "Creating entryState " << it.key() << " in " << dirName();
-      if (!ec_.stopAtFirstDiff()) dest_.entryStateIs(it.key(), it->entityTypeName());
+      auto const state = it.ptr();
+      if (dest_.entry(state->name())) continue;
+      if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(state)))) return false;
+      KEL_TRACE_AS(9, operation) << "Creating entryState " << state->name() << " in " << dirName();
+      if (!ec_.stopAtFirstDiff()) dest_.entryStateIs(state->name(), state->entityTypeName());
     }
     return true;
   }
 
   bool copyChildren(Kel::String8 const& path) {
     for (auto it = src_.entryStateIteratorConst(); it; ++it) {
-      Kel::Ptr<Kel::Entity const> const srcChild = it->entityPtr();
+      auto const state = it.ptr();
+      Kel::Ptr<Kel::Entity const> const srcChild = state->entityPtr();
       if (!srcChild) continue;
-      auto const destState = dest_.entry(it.key());
+      auto const destState = dest_.entry(state->name());
       if (!destState || !destState->entityPtr())
-        if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(it.ptr())))) return false;
-      KEL_TRACE_AS(9, operation) << "Creating entityPtr " << it.key() << " in " << dirName();
+        if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(state)))) return false;
+      KEL_TRACE_AS(9, operation) << "Creating entityPtr " << state->name() << " in " << dirName();
       // A child that a comparison would have to make, or make anew, is not descended into.
-      bool const sameType = destState && destState->entityTypeName() == it->entityTypeName();
+      bool const sameType = destState && destState->entityTypeName() == state->entityTypeName();
       Kel::Ptr<Kel::Entity> const destChild =
-          ec_.stopAtFirstDiff() ? (sameType ? destState->entityPtr() : nullptr) : dest_.entityRef(it.key());
-      if (destChild) differs |= ec_.doCopyEntity(destChild, srcChild, path + "/" + it.key());
+          ec_.stopAtFirstDiff() ? (sameType ? destState->entityPtr() : nullptr) : dest_.entityRef(state->name());
+      if (destChild) differs |= ec_.doCopyEntity(destChild, srcChild, path + "/" + state->name());
       if (ec_.stop()) return false;
     }
     return true;

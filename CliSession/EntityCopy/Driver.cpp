@@ -72,6 +72,7 @@ void EntityCopy::handleCopyRoots() {
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";
     for (auto it = srcCopyRootIterator(); it; ++it) {
+      if (!src() || !dest()) return;  // a handler has ended the run
       Kel::Ptr<Kel::Entity const> const srcRoot = it.key();
       KEL_TRACE(1) << "srcCopyRoot: " << srcRoot;
       Kel::String8 const destFullName = counterpartName(*this, srcRoot);

@@ -207,6 +207,26 @@ TEST_F(Handlers, MayRunTheEngineAnewWhileItRuns) {
   EXPECT_TRUE(pointersInto(*dest, *elsewhere).empty());
 }
 
+TEST_F(Handlers, MayTakeTheDestinationAway) {
+  struct Ending : SessionHandler {
+    int calls = 0;
+    bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const&, EntityPtrConst const&, Kel::String) override {
+      ++calls;
+      ec->destIs(nullptr);
+      ec->handlerIs(nullptr);
+      return false;
+    }
+  };
+  for (bool compare : {false, true}) {
+    Kel::Ptr<Ending> const ending(new Ending);
+    EntityCopy::Ptr const ec = copyWithTable(compare);
+    ec->handlerIs(ending);
+    ec->destIs(world.dest);
+    EXPECT_EQ(ending->calls, 1) << "of two roots";
+    EXPECT_FALSE(ec->dest() || ec->handler());
+  }
+}
+
 TEST_F(Handlers, ACustomOneMayRegisterTheRootThatItIsGiven) {
   struct Registering : SessionHandler {
     World* world;
