@@ -21,12 +21,9 @@ namespace Kel {
 
 class Entity;
 
-// Hashes of key types; never 0, which marks a gap.
-inline U32 mixHash(U64 h) {
-  h *= 0x9e3779b97f4a7c15ull;
-  h ^= h >> 32;
-  return static_cast<U32>(h) | 1u;
-}
+// Hashes of key types; never 0, which marks a gap. Fibonacci hashing (Knuth, The Art of Computer Programming 6.4): the
+// upper half of the product is the better mixed one, and differs between n and -n.
+inline U32 mixHash(U64 h) { return static_cast<U32>((h * 0x9e3779b97f4a7c15ull) >> 32) | 0x80000000u; }
 template <class K>
 U32 keyHash(K const& key) {
   if constexpr (std::is_same_v<K, String8>)
