@@ -336,10 +336,8 @@ bool TypedWalk::copyMembers(Run& run, Frame& frame, Step& step) {
   if (!step.child) step.child = &planOf(*step.attr->type());
   // First what the source lacks, or has with other parameters, is deleted. Where both have keys of the same hashes at
   // the same positions there is no such member; should equal hashes stand for different keys all the same, the copy
-  // finds out and begins again the long way. The hashes of numbers are too much alike for that: of n and -n they can be
-  // one.
-  bool const sameShape = step.child->keyOnly && step.attr->keyType()->builtin() == Kel::KelType::Builtin::string &&
-                         access.sameShape(frame.dest, frame.src);
+  // finds out and begins again the long way.
+  bool const sameShape = step.child->keyOnly && access.sameShape(frame.dest, frame.src);
   frame.otherKeys = false;
   for (Kel::U32 i = 0; !sameShape && i < destEnd; ++i) {
     Kel::Entity const* const member = access.memberAt(frame.dest, i);
