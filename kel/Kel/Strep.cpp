@@ -115,7 +115,7 @@ String8 quoted(std::string_view text) {
 }
 
 // The character behind a backslash at `begin`; leaves `begin` on its last character.
-char escaped(char const*& begin, char const* end, char const* start) {
+char escaped(char const*& begin, char const* end, char const* typeName, char const* start) {
   switch (*begin) {
     case '\'': return '\'';
     case '\\': return '\\';
@@ -123,7 +123,7 @@ char escaped(char const*& begin, char const* end, char const* start) {
     case 't': return '\t';
     case 'r': return '\r';
     case 'x':
-      if (end - begin < 3) throwPremature("String8");
+      if (end - begin < 3) throwPremature(typeName);
       if (hexDigit(begin[1]) >= 0 && hexDigit(begin[2]) >= 0) {
         begin += 2;
         return static_cast<char>(hexDigit(begin[-1]) * 16 + hexDigit(begin[0]));
@@ -147,7 +147,7 @@ String8 parseQuoted(char const*& begin, char const* end, char const* typeName, c
     }
     if (*begin == '\\') {
       if (++begin == end) break;
-      text += escaped(begin, end, start);
+      text += escaped(begin, end, typeName, start);
     } else {
       text += *begin;
     }
@@ -190,8 +190,10 @@ void sequenceToValue(char const*& begin, char const* end, bool* v) {
 
 void sequenceToValue(char const*& begin, char const* end, char* v) {
   char const* const start = begin;
+  skipBlanks(begin, end);
+  S64 const column = begin - start;
   String8 const text = parseQuoted(begin, end, "char", start);
-  if (text.chars() != 1) throwExpected("one quoted character", begin - start);
+  if (text.chars() != 1) throwExpected("one quoted character", column);
   *v = text[0];
 }
 

@@ -89,6 +89,7 @@ TEST(Strep, ErrorsSayWhatAndWhere) {
   EXPECT_EQ(error("Value('Gadgets::Segment', ** {}"), "premature end of value type Segment");
   EXPECT_EQ(error("Value('Gadgets::Segment', ** {'label': 'l'"), "premature end of value type Segment");
   EXPECT_EQ(error("Value('Gadgets::Segment', ** {'lab"), "premature end of value type Segment");
+  EXPECT_EQ(error("Value('Gadgets::Segment', ** {'lab\\x"), "premature end of value type Segment");
   EXPECT_EQ(error("Value('Gadgets::Segment', ** {'label': 'l"), "Segment.label: premature end of value type String8");
   EXPECT_EQ(error("Value('Gadgets::Segment', ** {'size': 3})"), "Segment has no such attribute: size");
   EXPECT_EQ(error("Value('Gadgets::Segment', ** {'color': 'pink'})"), "Segment.color: Color has no such value: pink");
@@ -110,6 +111,8 @@ TEST(Strep, ErrorsSayWhatAndWhere) {
 }
 
 TEST(Strep, BuiltinsAreReadStrictly) {
+  EXPECT_EQ(messageOf<RangeException>([] { strepToValue<char>(" 'ab'"); }),
+            "one quoted character expected at column 1");
   auto refused = [](auto v, char const* text) {
     std::string const message = messageOf<RangeException>([&] { strepToValue<decltype(v)>(text); });
     EXPECT_EQ(message.find("no exception"), std::string::npos) << text;
