@@ -69,7 +69,7 @@ class Directory {
   std::filesystem::path const& path() const { return path_; }
   // Writes a file, with the directories that it needs.
   std::filesystem::path write(std::filesystem::path const& name, std::string_view text) const {
-    std::filesystem::path const file = path_ / name;
+    std::filesystem::path file = path_ / name;
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
     return file;

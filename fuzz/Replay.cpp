@@ -51,6 +51,7 @@ std::vector<std::string> readAll(std::vector<std::filesystem::path> const& paths
   }
   std::sort(files.begin(), files.end());
   std::vector<std::string> texts;
+  texts.reserve(files.size());
   for (auto const& file : files) texts.push_back(contents(file));
   return texts;
 }

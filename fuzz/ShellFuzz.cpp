@@ -3,6 +3,7 @@
 // A command that fails says why and has changed nothing; whatever was done to a session, filling it again makes it
 // equal to what is running.
 #include <sstream>
+#include <utility>
 
 #include "Commands.h"
 #include "Dump.h"
@@ -46,15 +47,18 @@ struct Terminal {
   }
 
   std::string session() const { return workspace.hasSession() ? Fuzz::dump(workspace.sessionDir()) : ""; }
-
   Outcome run(std::string const& line) {
-    std::string const before = session(), name = workspace.sessionName();
+    std::string const name = workspace.sessionName();
     err.str("");
     Outcome const outcome = commands.run(line);
     FUZZ_LAW(err.str().empty() == (outcome != Outcome::failed), line + ": " + err.str());
-    if (outcome == Outcome::failed) FUZZ_LAW(session() == before && workspace.sessionName() == name, line);
+    std::string const before = std::exchange(held, session());
+    if (outcome == Outcome::failed) FUZZ_LAW(held == before && workspace.sessionName() == name, line);
     return outcome;
   }
+
+ private:
+  std::string held;  // by the session after the last command
 };
 
 // What was set is shown; of words that need no quotes.
@@ -63,7 +67,7 @@ void showSet(Terminal& terminal, std::string const& line) {
   std::istringstream words(line);
   std::string command, path;
   words >> command >> path;
-  if (command == "set") FUZZ_LAW(terminal.run("show " + path) == Outcome::ok, line + ": " + terminal.err.str());
+  if (command == "set") FUZZ_LAW(terminal.commands.run("show " + path) == Outcome::ok, line + terminal.err.str());
 }
 
 }  // namespace

@@ -326,7 +326,7 @@ EntityPtr sample(KelType const& wanted) {
   KelType const& type = &wanted == Kel::Entity::_fwkType()          ? *Kel::Dir::_fwkType()
                         : &wanted == Zuk::PathTrieState::_fwkType() ? *Zuk::PrefixTrieState::_fwkType()
                                                                     : wanted;
-  EntityPtr const made = fresh(type);
+  EntityPtr made = fresh(type);
   if (auto const status = Kel::ptrCast<Cli::Session::Status>(made)) status->initialize();
   if (auto const handler = Kel::ptrCast<Cli::Session::EntityCopyGlobalSessionHandler>(made))
     handler->sessionStatusIs(Kel::ptrCast<Cli::Session::Status>(sample(*Cli::Session::Status::_fwkType())));
@@ -506,11 +506,12 @@ TEST(TypeTable, IsWhatTheRecordsSay) {
     }
     GenericIf::Ptr const made = type->isEntity() ? GenericIf::ofEntity(fresh(*type)) : nullptr;
     for (KelAttr const* attr : type->attributeQ()) {
-      if (attr->ownerType() != type)
+      if (attr->ownerType() != type) {
         inherited.erase(std::find(inherited.begin(), inherited.end(), attr));
-      else
-        attributes +=
-            " " + (made ? attributeText(*attr, *made) : attr->name().str() + ": " + nameOf(*attr->type())) + "\n";
+        continue;
+      }
+      attributes += made ? " " + attributeText(*attr, *made) : " " + attr->name().str() + ": " + nameOf(*attr->type());
+      attributes += "\n";
     }
     EXPECT_EQ(row.kind + " " + head + "\n" + attributes, row.text);
     EXPECT_TRUE(inherited.empty()) << row.name;
