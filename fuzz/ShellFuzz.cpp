@@ -63,7 +63,7 @@ struct Terminal {
 
 // What was set is shown; of words that need no quotes.
 void showSet(Terminal& terminal, std::string const& line) {
-  if (line.find_first_of("\\\"\t") != std::string::npos) return;
+  if (line.find_first_of("\\\"\t\r\v\f") != std::string::npos) return;
   std::istringstream words(line);
   std::string command, path;
   words >> command >> path;
