@@ -157,10 +157,7 @@ class EntityTypeBuilder : public TypeBuilderBase {
   }
   template <class C, class E>
   void pointer(AttributeId id, char const* name, Ptr<E> C::*slot) {
-    using Target = std::remove_const_t<E>;
-    // The framework's other counted objects are no entities: such a pointer is for the process only.
-    unsigned int const flags = ptrFlag | (std::is_base_of_v<Entity, Target> ? plain : 0u);
-    KelAttr& attr = add(id, name, new PtrAccess<E>(entitySlot(slot)), &TypeOf<Target>::type, flags);
+    KelAttr& attr = add(id, name, new PtrAccess<E>(entitySlot(slot)), &typeOfArg<Ptr<E>>, contentFlags<Ptr<E>>());
     if constexpr (std::is_const_v<E>) constPtr(attr);
   }
   template <class C, class E>
@@ -231,10 +228,20 @@ class EntityTypeBuilder : public TypeBuilderBase {
   template <class C, class M>
   void mapAttr(AttributeId id, char const* name, M C::*, AttrAccess const* access) {
     using V = typename M::mapped_type;
-    KelAttr& attr = add(id, name, access, &typeOfArg<V>, isPtrType<V> ? plain | ptrFlag : plain);
+    KelAttr& attr = add(id, name, access, &typeOfArg<V>, contentFlags<V>());
     if constexpr (isConstPtrType<V>) constPtr(attr);
     using K = typename M::key_type;
     collection(attr, mapKind<M>(), &typeOfArg<K>, isPtrType<K>);
+  }
+  // The framework's other counted objects are no entities: pointers to them are for the process only, and not logging.
+  template <class V>
+  static constexpr unsigned int contentFlags() {
+    if constexpr (!isPtrType<V>)
+      return plain;
+    else if constexpr (std::is_base_of_v<Entity, typename PtrTraits<V>::target>)
+      return plain | ptrFlag;
+    else
+      return KelAttrIntrospectionFlags::writable | ptrFlag;
   }
   template <class M>
   static KelAttr::Collection mapKind() {

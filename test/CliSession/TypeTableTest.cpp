@@ -121,8 +121,8 @@ entity AttributeOrder
  attributeName: String[ordered U16]
 entity AttributeCopy
  attribute: ref const Kel::KelAttr param; dest: ref Kel::Entity param; path: String param; src: ref const Kel::Entity;
- srcIndex: ref const Kel::GenericIf readonly nolog; srcMember: ref const Kel::GenericIf readonly nolog;
- indexValue: ref const Kel::GenericIf readonly nolog; srcValueFullName: String; destValueFullName: String;
+ srcIndex: ref const Kel::GenericIf nolog; srcMember: ref const Kel::GenericIf nolog;
+ indexValue: ref const Kel::GenericIf nolog; srcValueFullName: String; destValueFullName: String;
  srcIndexFullName: String; destIndexFullName: String
 entity AttributeIsReturn
  changed: bool param; gif: ref const Kel::GenericIf param
@@ -340,6 +340,7 @@ EntityPtr sample(KelType const& wanted) {
 }
 
 GenericIf::PtrConst sampleMember(KelAttr const& attr) {
+  if (attr.isPtr() && !attr.type()->isEntity()) return GenericIf::of(Kel::U32(7));
   if (attr.isPtr()) return GenericIf::ofEntity(sample(*attr.type()));
   return attr.instantiating() ? listOf(sampleArgs(*attr.type())) : sampleValue(*attr.type());
 }
