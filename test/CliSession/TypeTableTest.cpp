@@ -496,7 +496,7 @@ TEST(TypeTable, IsWhatTheRecordsSay) {
   for (Row const& row : rows()) {
     KelType const* type = typeNamed(row.name);
     ASSERT_TRUE(type) << row.name;
-    std::string head = nameOf(*type), attributes;
+    std::string head = row.kind + ' ' + nameOf(*type), attributes;
     std::vector<KelAttr const*> inherited;
     EXPECT_EQ(type->isEntity(), row.kind == "entity") << row.name;
     EXPECT_EQ(type->isEnum(), row.kind == "enum") << row.name;
@@ -511,10 +511,12 @@ TEST(TypeTable, IsWhatTheRecordsSay) {
         inherited.erase(std::find(inherited.begin(), inherited.end(), attr));
         continue;
       }
-      attributes += made ? " " + attributeText(*attr, *made) : " " + attr->name().str() + ": " + nameOf(*attr->type());
-      attributes += "\n";
+      attributes += ' ';
+      attributes += made ? attributeText(*attr, *made) : attr->name().str() + ": " + nameOf(*attr->type());
+      attributes += '\n';
     }
-    EXPECT_EQ(row.kind + " " + head + "\n" + attributes, row.text);
+    head += '\n';
+    EXPECT_EQ(head.append(attributes), row.text);
     EXPECT_TRUE(inherited.empty()) << row.name;
   }
 }

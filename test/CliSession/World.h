@@ -64,7 +64,7 @@ struct World {
   }
   // Makes another directory with empty session roots.
   Kel::Dir::Ptr dir(char const* name) {
-    Kel::Dir::Ptr const made(new Kel::Dir(name, root.ptr()));
+    Kel::Dir::Ptr made(new Kel::Dir(name, root.ptr()));
     status->doCreateSessionRoots(src, made);
     return made;
   }
@@ -115,14 +115,14 @@ struct World {
   }
 
   Kel::Ptr<Cli::Session::EntityCopyGlobalSessionHandler> handler() const {
-    auto const made = Cli::Session::entityCopyGlobalSessionHandlerFactory();
+    auto made = Cli::Session::entityCopyGlobalSessionHandlerFactory();
     made->sessionStatusIs(status);
     made->handlerTableIs(table);
     return made;
   }
   // A copy that has everything but its destination, whose setting runs it.
   EntityCopy::Ptr copyFrom(Kel::Dir::Ptr const& from, bool compare = false) const {
-    EntityCopy::Ptr const ec = Cli::Session::entityCopyFactory();
+    EntityCopy::Ptr ec = Cli::Session::entityCopyFactory();
     ec->stopAtFirstDiffIs(compare);
     ec->handlerIs(handler());
     ec->attributeEditLogIs(Cli::Session::attributeEditLogFactory());
@@ -143,7 +143,7 @@ struct World {
  private:
   // A source to make the source's own roots from: one that has nothing says so on standard error.
   Kel::Dir::Ptr skeleton() {
-    Kel::Dir::Ptr const top = Kel::dirFactory("");
+    Kel::Dir::Ptr top = Kel::dirFactory("");
     for (auto it = status->rootIterator(); it; ++it) {
       Kel::Dir* at = top.ptr();
       std::string_view rest = it.key();
