@@ -169,9 +169,7 @@ T streamIn(AttrLogIn& in) {
   } else if constexpr (std::is_enum_v<T>) {
     return static_cast<T>(readAttrLogEnumerator(in, *TypeOf<T>::type()));
   } else {
-    T v{};
-    readAttrLogValue(in, *TypeOf<T>::type(), &v);
-    return v;
+    return T(in);
   }
 }
 

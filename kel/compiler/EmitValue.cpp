@@ -65,6 +65,11 @@ class ValueEmitter {
         .takes("char const*", "end")
         .does(parser())
         .commented("Parses the text form, and advances `begin`.");
+    group.add("", name_)
+        .prefixed("explicit")
+        .takes("Kel::AttrLogIn&", "in")
+        .does({"Kel::readAttrLogValue(in, *_fwkType(), this);"})
+        .commented("Reads the value from an attribute log.");
     group.add("Kel::KelType const*", "_fwkType").prefixed("static").does(typeRecord());
   }
 
