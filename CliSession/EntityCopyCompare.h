@@ -22,9 +22,9 @@ bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst 
 // Two members of an attribute: entities by their constructor parameters, values by value.
 bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest, Kel::GenericIf::PtrConst const& src);
 
-// A value type may hold values and functions only; anything else is an unsupported model.
-void checkValue(Kel::KelAttr const& attr);
-void checkValueType(Kel::KelType const& type);
+// The type of an attribute's values, or of its keys, may hold values and functions only; anything else is an
+// unsupported model.
+void checkValue(Kel::KelAttr const& attr, Kel::KelType const& type);
 
 // Whether one entry of a bypass table keeps an edit out of the log; null does not.
 bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec,

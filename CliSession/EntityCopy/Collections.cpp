@@ -60,10 +60,7 @@ bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Ke
   Kel::KelType const* keyType = attr->keyType();
   KEL_TRACE(3) << "Key is of type " << keyType->name() << " (internal=" << keyType->isEntity()
                << ", pointer=" << attr->keyIsPtr() << ")";
-  if (!attr->keyIsPtr()) {
-    KEL_TRACE_AS(4, "checkValue") << "checkValue: " << attr->name();
-    checkValueType(*keyType);
-  }
+  if (!attr->keyIsPtr()) checkValue(*attr, *keyType);
   // Every member that the source has now will be met again.
   if (pendingAttrs() > 0) supersedePending(*this, *dest, *attr);
 
@@ -198,7 +195,7 @@ bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::En
   wantArgs(dest, src, attr);
   KEL_TRACE(2) << "doCopyQueue: " << attr->name();
   bool const entities = attr->type()->isEntity();
-  if (!entities) checkValue(*attr);
+  if (!entities) checkValue(*attr, *attr->type());
   QueueCopy copy{*this, dest, path, attr, destAttribute(*dest, *attr).id(), entities, nullptr};
   auto srcIt = genericIf(src)->attributeIteratorConst(attr->id());
   auto destIt = genericIf(dest)->attributeIterator(copy.destId);

@@ -13,7 +13,7 @@ namespace Cli::Session {
 
 namespace {
 
-// The steps of logging trace in its name.
+// The steps of logging trace, and assert, in its name.
 char const* const operation = "addAttributeEditBypassEntry";
 
 // The action configured for this edit at this path, or for it at any path of its type.
@@ -42,7 +42,11 @@ void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
   if (action == AttributeDebugAction::actionTrace)
     std::cerr << edit.attributeType() << "::" << edit.attributeName() << " " << edit.editType()
               << " triggered entityCopy attr debugging" << std::endl;
-  if (action == AttributeDebugAction::actionAssert) KEL_ASSERT(false);
+  if (action == AttributeDebugAction::actionAssert)
+    Kel::assertionFailed(KEL_SOURCE_NAME, __LINE__,
+                         "void Cli::Session::EntityCopy::addAttributeEditBypassEntry(Kel::String8, Kel::String8, "
+                         "Cli::Session::AttributeEditType, Kel::String8, const Kel::Ptr<const Kel::GenericIf>&)",
+                         "false");
 }
 
 }  // namespace

@@ -43,6 +43,8 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
                << path;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
+  // Asked after a custom handler has run: it may register roots.
+  auto const isRoot = [&] { return Kel::validPtr(Kel::validPtr(sessionStatus())->rootTrie())->isPrefix(path); };
   bool result = false;
   if (src) {
     if (!copied()) newCopied("entity");
@@ -50,30 +52,24 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
       KEL_TRACE(8) << "handleEntity() skipping " << path;
       return false;
     }
-    // Asked after a custom handler has run: it may register roots.
-    auto const isRoot = [&] { return Kel::validPtr(Kel::validPtr(sessionStatus())->rootTrie())->isPrefix(path); };
     Kel::String8 const& typeName = src->type()->fullTypeName();
-    if (handlerTable()) {
-      auto const custom = handlerTable()->findCustomCopyHandler(path, typeName);
-      if (custom && custom.ptr() != this) {
-        KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
-        result = custom->handleEntity(ec, dest, src, path);
-        if (isRoot()) markCopied(*this, path);
-        return result;
-      }
+    auto const custom = handlerTable() ? handlerTable()->findCustomCopyHandler(path, typeName) : nullptr;
+    if (custom && custom.ptr() != this) {
+      KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
+      result = custom->handleEntity(ec, dest, src, path);
+      if (isRoot()) markCopied(*this, path);
+      return result;
     }
-    if (isRoot()) {
-      for (Kel::KelAttr const* attr : src->type()->attributeQ()) {
-        if (!attr->copiable()) continue;
-        result |= ec->doCopyAttrByName(dest, src, path, attr->name());
-        if (ec->stop()) break;
-        if (attr->instantiating()) markCopied(*this, path + "." + attr->name());
-      }
-      KEL_TRACE(9) << " mark " << path << " as copied.";
-      markCopied(*this, path);
-    } else {
-      result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
+  }
+  if (src && isRoot()) {
+    for (Kel::KelAttr const* attr : src->type()->attributeQ()) {
+      if (!attr->copiable()) continue;
+      result |= ec->doCopyAttrByName(dest, src, path, attr->name());
+      if (ec->stop()) break;
+      if (attr->instantiating()) markCopied(*this, path + "." + attr->name());
     }
+    KEL_TRACE(9) << " mark " << path << " as copied.";
+    markCopied(*this, path);
   } else {
     result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
   }
@@ -84,18 +80,17 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
 namespace {
 
 // The session root that a destination path lies in is made where it is missing, so that the pointer has somewhere to
-// lead.
-void ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char separator) {
+// lead. Answers whether it is there now, or need not be.
+bool ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char separator) {
   Kel::String8 const destRoot = ec.dest()->fullName() + std::string_view(&separator, 1) + root;
-  if (entityInTree(*ec.dest(), destRoot) || ec.stopAtFirstDiff()) return;
+  if (entityInTree(*ec.dest(), destRoot) || ec.stopAtFirstDiff()) return true;
   // Only an entry of a directory is made here: what lies inside an entity is there when the walk has been.
   Kel::Ptr<Kel::Entity const> const srcRoot =
       entityInTree(*ec.src(), ec.src()->fullName() + std::string_view(&separator, 1) + root);
-  if (!srcRoot || !dynamic_cast<Kel::Dir const*>(srcRoot->parent())) return;
+  if (!srcRoot || !dynamic_cast<Kel::Dir const*>(srcRoot->parent())) return true;
   Kel::Ptr<Kel::Dir> const source(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(ec.src().ptr())));
   status.doCreateSessionRoot(source, Kel::ptrCast<Kel::Dir>(ec.dest()), root);
-  Kel::Ptr<Kel::Entity> const made = entityInTree(*ec.dest(), destRoot);
-  KEL_ASSERT_TEXT(made, "ec->dest()->entity( destTargetFullName )");
+  return entityInTree(*ec.dest(), destRoot) != nullptr;
 }
 
 }  // namespace
@@ -119,7 +114,8 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
     destTargetFullName = Kel::validPtr(ec->dest())->fullName() + std::string_view(&separator, 1) + relative;
-    ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator);
+    KEL_ASSERT_TEXT(ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator),
+                    "ec->dest()->entity( destTargetFullName )");
   } else {
     KEL_TRACE(3) << "Target is external or already pointing to dest";
     if (externalDest()) {

@@ -14,7 +14,7 @@ bool EntityCopy::doCopyValue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::En
   KEL_TRACE(2) << "doCopyValue: " << attr->name();
   Kel::GenericIf::PtrConst const value = genericIf(src)->attribute(attr->id());
   bool const changed = attributeIs(dest, attr, nullptr, value, nullptr)->changed();
-  if (!stop()) checkValue(*attr);
+  if (!stop()) checkValue(*attr, *attr->type());
   return changed;
 }
 
@@ -55,17 +55,6 @@ namespace {
 
 char const* const pointerParam = "Pointers in constructor parameters are not supported by EntityCopy";
 
-// Reads a constructor parameter of an entity and appends it to the list.
-Kel::GenericIf::PtrConst addParam(Kel::Ptr<Kel::Entity const> const& src, Kel::String8 const& name,
-                                  ParamList const& params, bool pointer) {
-  KEL_TRACE_AS(3, "constructorParams") << "Adding " << name;
-  Kel::GenericIf::PtrConst const gif = genericIf(src);
-  Kel::GenericIf::PtrConst const value = gif->attribute(gif->attributeId(name));
-  KEL_ASSERT_TEXT(!pointer || !value, pointerParam);
-  params->objectEnq(value);
-  return value;
-}
-
 // A queue supplies the first parameter of its members, their index.
 unsigned int firstParam(Kel::KelAttr const& attr) { return attr.isQueue() ? 1 : 0; }
 
@@ -83,12 +72,15 @@ bool constructorParams(Kel::Ptr<Kel::Entity const> const& dest, Kel::Ptr<Kel::En
   KEL_ASSERT(destT);
   KEL_TRACE(3) << "Comparing constructor params for " << attr.name();
   bool differs = srcT != destT;
-  Kel::GenericIf::PtrConst const destGif = genericIf(dest);
+  Kel::GenericIf::PtrConst const srcGif = genericIf(src), destGif = genericIf(dest);
   Kel::KelConstraint const args = attr.constraint();
   for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n) {
+    KEL_TRACE(3) << "Adding " << arg->name;
+    Kel::GenericIf::PtrConst const srcParamGif = srcGif->attribute(srcT->getAttr(arg->name)->id());
     Kel::KelAttr const* destAttr = destT->getAttr(arg->name);
-    Kel::GenericIf::PtrConst const srcParamGif = addParam(src, arg->name, params, destAttr->isPtr());
     Kel::GenericIf::PtrConst const destParamGif = destGif->attribute(destAttr->id());
+    KEL_ASSERT_TEXT(!destAttr->isPtr() || !srcParamGif, pointerParam);
+    params->objectEnq(srcParamGif);
     bool const equal = valueTypeEqual(destParamGif, srcParamGif);
     KEL_TRACE(3) << arg->name << (equal ? " does not differ" : " differs");
     differs |= !equal;
@@ -99,9 +91,15 @@ bool constructorParams(Kel::Ptr<Kel::Entity const> const& dest, Kel::Ptr<Kel::En
 
 void constructorParams(Kel::Ptr<Kel::Entity const> const& src, Kel::KelAttr const& attr, ParamList const& params) {
   KEL_TRACE(3) << "Extracting constructor params for " << attr.name();
+  Kel::GenericIf::PtrConst const srcGif = genericIf(src);
   Kel::KelConstraint const args = attr.constraint();
-  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n)
-    addParam(src, arg->name, params, src->type()->getAttr(arg->name)->isPtr());
+  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n) {
+    KEL_TRACE(3) << "Adding " << arg->name;
+    Kel::KelAttr const* srcAttr = src->type()->getAttr(arg->name);
+    Kel::GenericIf::PtrConst const value = srcGif->attribute(srcAttr->id());
+    KEL_ASSERT_TEXT(!srcAttr->isPtr() || !value, pointerParam);
+    params->objectEnq(value);
+  }
   KEL_TRACE(3) << "Done extracting constructor params for " << attr.name();
 }
 
@@ -180,14 +178,10 @@ bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest, K
   return !constructorParams(entityConstOf(dest), entityConstOf(src), attr, ParamList(new Kel::GenericIf::List));
 }
 
-void checkValue(Kel::KelAttr const& attr) {
+void checkValue(Kel::KelAttr const& attr, Kel::KelType const& type) {
   KEL_TRACE(4) << "checkValue: " << attr.name();
-  checkValueType(*attr.type());
-}
-
-void checkValueType(Kel::KelType const& type) {
   for (Kel::KelAttr const* field : type.attributeQ()) {
-    KEL_TRACE_AS(4, "checkValue") << "Checking " << field->name();
+    KEL_TRACE(4) << "Checking " << field->name();
     KEL_ASSERT_TEXT(field->isValue() || field->isFunction(),
                     "Value types with attributes that are not value types are not "
                     "supported by EntityCopy");

@@ -327,8 +327,9 @@ TEST_F(EditLogDeathTest, TakeTheActionWhereACopyEdits) {
                     note = "Plant::Part::note set triggered entityCopy attr debugging\n";
   // Everything before the edit has been made, and nothing else has been said.
   src->u8Is(1);
-  EXPECT_EXIT(ec->handleCopyRoots(), testing::KilledBySignal(SIGABRT),
-              "^" + flag + "EntityCopy:[0-9]+: [^\n]*: Assertion 'false' failed.\n$");
+  EXPECT_EXIT(
+      ec->handleCopyRoots(), testing::KilledBySignal(SIGABRT),
+      "^" + flag + "EntityCopy:[0-9]+: [^\n]*::addAttributeEditBypassEntry\\([^\n]*: Assertion 'false' failed.\n$");
   src->u8Is(0);
   testing::internal::CaptureStderr();
   ec->handleCopyRoots();
