@@ -13,8 +13,10 @@ namespace Cli::Session {
 class EntityCopy::Impl {
  public:
   Kel::U32 depth = 0;
+  TypedWalk walk;
 
-  // The deferred pointers by what they will set, so that meeting one again supersedes its record.
+  // The deferred pointers by what they will set, so that meeting one again supersedes its record; each with the root of
+  // the tree that its destination was in, for comparison alone.
   struct PendingKey {
     Kel::Entity const* dest;
     Kel::KelAttr const* attr;
@@ -25,9 +27,11 @@ class EntityCopy::Impl {
       return std::hash<void const*>()(key.dest) ^ (std::hash<void const*>()(key.attr) << 1);
     }
   };
-  TypedWalk walk;
-
-  std::unordered_multimap<PendingKey, Kel::Ptr<AttributeCopy>, PendingHash> pending;
+  struct Pending {
+    Kel::Ptr<AttributeCopy> record;
+    Kel::Entity const* tree;
+  };
+  std::unordered_multimap<PendingKey, Pending, PendingHash> pending;
 
   static Impl& of(EntityCopy& ec) {
     if (!ec.impl()) ec.impl() = std::make_shared<Impl>();

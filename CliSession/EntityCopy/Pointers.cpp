@@ -25,36 +25,39 @@ bool sameIndex(Index const& a, Index const& b) {
 
 }  // namespace
 
-void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr, Index const& srcIndex) {
-  EntityCopy::Impl& impl = EntityCopy::Impl::of(ec);
-  auto [it, end] = impl.pending.equal_range({&dest, &attr});
-  while (it != end) {
-    if (sameIndex(it->second->srcIndex(), srcIndex)) {
-      ec.pendingAttrDel(it->second);
-      it = impl.pending.erase(it);
+namespace {
+
+// Takes the records for one attribute of one entity that `which` names out of the books. They are dropped when all is
+// done, since somebody may react to that.
+template <class Which>
+void dropPending(EntityCopy& ec, Kel::Entity const* dest, Kel::KelAttr const* attr, Which const& which) {
+  auto& pending = EntityCopy::Impl::of(ec).pending;
+  std::vector<Kel::Ptr<AttributeCopy>> dropped;
+  for (auto [it, end] = pending.equal_range({dest, attr}); it != end;) {
+    if (which(*it->second.record)) {
+      dropped.push_back(std::move(it->second.record));
+      it = pending.erase(it);
     } else {
       ++it;
     }
   }
+  for (Kel::Ptr<AttributeCopy> const& record : dropped) ec.pendingAttrDel(record);
+}
+
+}  // namespace
+
+void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr, Index const& srcIndex) {
+  dropPending(ec, &dest, &attr, [&](AttributeCopy const& r) { return sameIndex(r.srcIndex(), srcIndex); });
 }
 
 void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr) {
-  EntityCopy::Impl& impl = EntityCopy::Impl::of(ec);
-  auto const [begin, end] = impl.pending.equal_range({&dest, &attr});
-  for (auto it = begin; it != end; ++it) ec.pendingAttrDel(it->second);
-  impl.pending.erase(begin, end);
+  dropPending(ec, &dest, &attr, [](AttributeCopy const&) { return true; });
 }
 
 void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
-  EntityCopy::Impl& impl = EntityCopy::Impl::of(ec);
-  auto [it, end] = impl.pending.equal_range({record->dest().ptr(), record->attribute().ptr()});
-  for (; it != end; ++it) {
-    if (it->second == record) {
-      impl.pending.erase(it);
-      break;
-    }
-  }
-  ec.pendingAttrDel(record);
+  dropPending(ec, record->dest().ptr(), record->attribute().ptr(),
+              [&](AttributeCopy const& r) { return &r == record.ptr(); });
+  ec.pendingAttrDel(record);  // should somebody else have put it there
 }
 
 Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
@@ -85,14 +88,9 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
   Kel::Ptr<Kel::Entity> found = entityInTree(member, fullName);
   if (!srcTarget || !ec.src() || !ec.dest()) return found;
   Kel::Ptr<Kel::Entity> const exact = standIn(*srcTarget, *ec.src(), *ec.dest());
-  return exact && exact != found && exact->fullName() == fullName ? exact : found;
+  bool const better = exact && exact != found && exact->fullName() == fullName && exact->root() == member.root();
+  return better ? exact : found;
 }
-
-namespace {
-
-bool sameTree(Kel::Entity const& a, Kel::Entity const& b) { return a.root() == b.root(); }
-
-}  // namespace
 
 bool EntityCopy::doCopyPtr(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src, Kel::String path,
                            Kel::Ptr<Kel::KelAttr const> const& attr, Kel::Ptr<Kel::GenericIf const> const& index) {
@@ -151,7 +149,7 @@ Kel::Ptr<Kel::Entity> EntityCopy::resolvePtr(Kel::Ptr<Kel::Entity const> const& 
     record->destValueFullNameIs(t.target());
   }
   pendingAttrIs(record, true);
-  Impl::of(*this).pending.emplace(Impl::PendingKey{dest.ptr(), attr.ptr()}, record);
+  Impl::of(*this).pending.emplace(Impl::PendingKey{dest.ptr(), attr.ptr()}, Impl::Pending{record, dest->root()});
   return nullptr;
 }
 
@@ -179,15 +177,19 @@ bool outlivesRun(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity cons
 
 namespace {
 
-[[noreturn]] void unableToSet(AttributeCopy const& record, Kel::String8 const& srcName, Kel::String8 const& destName) {
-  std::cerr << "Unable to set " << record.attribute()->name() << " in " << record.dest() << ": " << srcName
-            << " exists and " << destName << " doesn't" << std::endl;
-  KEL_ASSERT(false);
-  std::abort();
-}
-
 // The pass over what was deferred traces in its own name throughout.
 char const* const operation = "doCopyPendingAttrs";
+
+// Whether what was to be set is no longer in the tree that it was in when it was deferred.
+bool leftItsTree(EntityCopy& ec, AttributeCopy const& record) {
+  if (!record.dest()) return true;
+  auto [it, end] = EntityCopy::Impl::of(ec).pending.equal_range({record.dest().ptr(), record.attribute().ptr()});
+  while (it != end && it->second.record.ptr() != &record) ++it;
+  if (it == end) return false;  // deferred by somebody else
+  for (Kel::Entity const* e = record.dest().ptr(); e; e = e->parent())
+    if (e == it->second.tree) return false;
+  return true;
+}
 
 // Sets one deferred pointer key, or value, whose target is there now.
 void setDeferred(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record, Kel::Ptr<Kel::Entity> const& target) {
@@ -219,8 +221,8 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     Kel::Ptr<AttributeCopy> const record = it.key();
     bool const isKey = !record->destIndexFullName().empty();
     Kel::String8 const& name = isKey ? record->destIndexFullName() : record->destValueFullName();
-    if (!dest() || !record->dest() || !sameTree(*record->dest(), *dest())) {
-      forgetPending(*this, record);  // what was to be set has left its tree
+    if (leftItsTree(*this, *record)) {
+      forgetPending(*this, record);
       continue;
     }
     KEL_TRACE(3) << (isKey ? "Looking for deferred target key " : "Looking for deferred target ") << name;
@@ -229,7 +231,12 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
       setDeferred(*this, record, target);
     } else {
       KEL_TRACE(3) << "Target still doesn't exist. Skipping " << name;
-      if (force) unableToSet(*record, isKey ? record->srcIndexFullName() : record->srcValueFullName(), name);
+      if (force) {
+        std::cerr << "Unable to set " << record->attribute()->name() << " in " << record->dest() << ": "
+                  << (isKey ? record->srcIndexFullName() : record->srcValueFullName()) << " exists and " << name
+                  << " doesn't" << std::endl;
+        KEL_ASSERT(false);
+      }
     }
     if (stop()) return;
   }

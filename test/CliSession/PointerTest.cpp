@@ -244,16 +244,26 @@ TEST_P(Deferred, StayUntilThenAndAreSupersededWhenMetAgain) {
   EXPECT_EQ(dest->weights(), 0u);
 }
 
-TEST_P(Deferred, AreDroppedWithTheirDestination) {
+TEST_P(Deferred, GoOnWaitingInTheirTreeAndAreDroppedWithTheirDestination) {
+  World const other;
+  ec->destIs(other.dest);
+  ec->destDel();
   world.dest->entryDel("hall");
-  ec->doCopyPendingAttrs(true);
-  EXPECT_EQ(ec->pendingAttrs(), 0u);
+  ec->doCopyPendingAttrs(false);
+  EXPECT_EQ(ec->pendingAttrs(), 3u) << "not those of the tree that nothing has left";
+  ec->destIs(world.dir("third"));
+  Kel::Ptr<Plant::Bolt> const late = World::hall(other.dest, "sys/annex")->newBolt("late");
+  World::hall(world.dest, "sys/annex")->newBolt("late");
+  world.dest->newEntity("Plant::Hall", "hall");
+  ec->destIs(world.dest);
+  EXPECT_EQ(World::hall(other.dest)->favourite(), late);
+  EXPECT_EQ(World::hall(world.dest)->favourite(), World::hall(world.dest, "sys/annex")->bolt("late"));
 }
 
 TEST_P(Deferred, AreFatalWhenForced) {
   EXPECT_DEATH(ec->doCopyPendingAttrs(true),
                "Unable to set [a-z]+ in /dest/hall: /src/sys/annex.bolt/late exists and /dest/sys/annex.bolt/late "
-               "doesn't\n.*Assertion 'false' failed");
+               "doesn't\nEntityCopy:[0-9]+: .*EntityCopy::doCopyPendingAttrs\\(.*Assertion 'false' failed");
 }
 
 TEST_P(Pointers, ToAnEntityThatHasLeftItsTreeWaitForEver) {
