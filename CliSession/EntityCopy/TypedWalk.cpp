@@ -25,7 +25,6 @@ struct TypedWalk::Run {
   Kel::Entity const* const src = ec.src().ptr();  // of the copy, for comparison alone
   Kel::Entity const* const dest = ec.dest().ptr();
   bool typed = true;                // this road may still be taken
-  bool mayWrite = false;            // edits are made and counted here
   bool inSessionRoot = false;       // the walk began with a session root or below one
   bool nestedRoots = false;         // session roots lie below the entity that it began with
   std::optional<bool> atItsPath{};  // whether it began with what its path names, in both trees
@@ -175,7 +174,6 @@ bool TypedWalk::copyAttrs(EntityCopy& ec, Kel::Entity& dest, Kel::Entity const& 
           src,
           path,
           ec.stopAtFirstDiff()};
-  run.mayWrite = !run.compare;
   readRoots(run);
   if (run.impl.depth == 0) targets_.clear();  // of an earlier run
   Frame frame(nullptr, dest, src, nullptr);
@@ -214,7 +212,6 @@ void TypedWalk::anythingMayHaveRun(Run& run) {
   EntityCopy const& ec = run.ec;
   run.typed = possible(ec) && ec.handler() == run.handler && ec.stopAtFirstDiff() == run.compare &&
               ec.src().ptr() == run.src && ec.dest().ptr() == run.dest;
-  run.mayWrite = run.typed && !run.compare;
   run.atItsPath.reset();
   if (run.typed) readRoots(run);
 }
@@ -247,7 +244,7 @@ bool TypedWalk::step(Run& run, Frame& frame, Step& step) {
 
 // Whether a write can be made and counted here: nobody reacts to it.
 bool TypedWalk::maySet(Run& run, Frame& frame, Step& step) {
-  if (!run.mayWrite || frame.dest.hasReactors()) return false;
+  if (!run.typed || run.compare || frame.dest.hasReactors()) return false;
   Kel::Ptr<AttributeEditLog> const& log = run.ec.attributeEditLog();
   if (!step.entry || step.entry->parent() != log.ptr())
     step.entry = log->attributeEditEntryIs(
