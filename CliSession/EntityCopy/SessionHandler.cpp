@@ -114,8 +114,8 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
     destTargetFullName = Kel::validPtr(ec->dest())->fullName() + std::string_view(&separator, 1) + relative;
-    KEL_ASSERT_TEXT(ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator),
-                    "ec->dest()->entity( destTargetFullName )");
+    bool const rootIsThere = ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator);
+    KEL_ASSERT_TEXT(rootIsThere, "ec->dest()->entity( destTargetFullName )");
   } else {
     KEL_TRACE(3) << "Target is external or already pointing to dest";
     if (externalDest()) {
@@ -130,7 +130,7 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
     KEL_TRACE(3) << "destTargetFullName: " << destTargetFullName;
   Kel::Ptr<Kel::Entity> found;
   if (ec->dest() && !destTargetFullName.empty())
-    found = targetInTree(*ec, *ec->dest(), Kel::EntityUriPath(destTargetFullName).path(), src.ptr());
+    found = targetInTree(*ec, *ec->dest(), destTargetFullName, src.ptr());
   return PtrTarget(destTargetFullName, found && (!internal || outlivesRun(*ec, *found, *src)));
 }
 
