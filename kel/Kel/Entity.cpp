@@ -1,5 +1,7 @@
 #include "Kel/Entity.h"
 
+#include <algorithm>
+#include <limits>
 #include <ostream>
 
 #include "Kel/AttrAccess.h"
@@ -90,8 +92,23 @@ struct Choice {
   Entity const* owner;
   KelAttr const* attr;  // null: the entries of a directory
   std::size_t key;
-  std::size_t end = std::string_view::npos;  // none was tried
+  std::size_t end = std::string_view::npos;      // none was tried
+  std::size_t longest = std::string_view::npos;  // of the collection's keys, once that was asked for
+  unsigned tries = 0;
 };
+
+// The length of a collection's longest key as it prints.
+std::size_t longestKey(Entity const& owner, KelAttr const& attr) {
+  std::size_t longest = std::numeric_limits<U64>::digits10 + 2;  // an index prints no longer
+  attr.access().eachOwned(
+      owner,
+      [](Entity* member, U64, void* to) {
+        auto& length = *static_cast<std::size_t*>(to);
+        length = std::max<std::size_t>(length, member->name().chars());
+      },
+      &longest);
+  return longest;
+}
 
 // Walks a path. Choices are kept, not recursed into: a path may be as long as a tree is deep.
 class Resolver {
@@ -136,10 +153,7 @@ class Resolver {
   Entity const* nextMember() {
     Choice& c = choices_.back();
     bool const first = c.end == std::string_view::npos;
-    bool const more =
-        first || (c.end < path_.size() &&
-                  (c.attr || static_cast<Dir const*>(c.owner)->anyNameBegins(path_.substr(c.key, c.end + 1 - c.key))));
-    if (!more) {
+    if (!first && !longerKeyMayBe(c)) {
       choices_.pop_back();
       return nullptr;
     }
@@ -148,6 +162,16 @@ class Resolver {
     return c.attr ? c.attr->access().child(*c.owner, key) : static_cast<Dir const*>(c.owner)->child(key);
   }
 
+  bool longerKeyMayBe(Choice& c) const {
+    if (c.end == path_.size()) return false;
+    std::size_t const least = c.end + 1 - c.key;
+    if (!c.attr) return static_cast<Dir const*>(c.owner)->anyNameBegins(path_.substr(c.key, least));
+    // Each try hashes the key from its beginning: a path of many separators must not be tried to its end in vain.
+    if (++c.tries == patience) c.longest = longestKey(*c.owner, *c.attr);
+    return least <= c.longest;
+  }
+
+  static constexpr unsigned patience = 16;  // as many look-ups are cheaper than a walk over the members
   std::string_view path_;
   std::size_t at_ = 0;
   std::vector<Choice> choices_;

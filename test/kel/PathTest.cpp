@@ -135,6 +135,13 @@ TEST(Paths, AMissingEndOfALongPathIsFoundOutSoon) {
   String8 const name = last->fullName();
   EXPECT_EQ(root->entity(name).ptr(), last);
   EXPECT_EQ(root->entity(name + "/missing"), nullptr);
+  // Separators in a row are keys of every length; those that are there are found.
+  Owner::Ptr const o = ownerFactory("o");
+  std::string const slashes(1000000, '/');
+  Part::Ptr const inner = o->newParts(String8(slashes.substr(0, 100)))->newParts("/");
+  EXPECT_EQ(o->entity(inner->fullName()), inner);
+  EXPECT_EQ(o->entity(".parts/" + slashes), nullptr);
+  EXPECT_EQ(o->entity(".numbered/" + slashes), nullptr);
 }
 
 // --- Directories ---
