@@ -1,4 +1,5 @@
 #include <optional>
+#include <unordered_set>
 
 #include "Kel/AttrAccess.h"
 #include "Kel/AttrLog.h"
@@ -76,8 +77,22 @@ class Reader final : private AttrLogIn::Entities {
   }
 
   void type(AttrLogIn& in) {
-    types_.push_back(std::make_unique<KelNboAttrLogSa>(KelNboAttrLogSa::described(in)));
+    auto sa = std::make_unique<KelNboAttrLogSa>(KelNboAttrLogSa::described(in));
+    KelType const& type = sa->type();
+    if (described_.count(&type)) in.bad(type.fullTypeName() + " is described twice");
+    for (KelAttr const* attr : sa->attributes()) {
+      wantDescribed(*attr, attr->type(), in);
+      wantDescribed(*attr, attr->keyType(), in);
+    }
+    described_.insert(&type);
+    types_.push_back(std::move(sa));
     wantEnd(in);
+  }
+
+  // Values carry no description of their own: one that was not checked might be read as another.
+  void wantDescribed(KelAttr const& attr, KelType const* type, AttrLogIn const& in) const {
+    if (type && type->isValue() && !type->isBuiltin() && !described_.count(type))
+      in.bad(attr.fullName() + ": " + type->fullTypeName() + " is not described before");
   }
 
   void entity(std::size_t start, AttrLogIn& in) {
@@ -197,6 +212,7 @@ class Reader final : private AttrLogIn::Entities {
   Entity* context_;
   std::size_t at_ = 0;
   std::vector<std::unique_ptr<KelNboAttrLogSa>> types_;
+  std::unordered_set<KelType const*> described_;
   std::vector<Item> items_;
   bool done_ = false;
 };

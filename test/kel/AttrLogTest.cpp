@@ -158,6 +158,12 @@ TEST(AttrLog, BytesThatAreNoLogAreRefused) {
   badRecord(numbered(u32(0)), 33, "Gadgets::Numbered has other fields or constructor parameters here");
   badRecord(logOf(record(1, text("Gadgets::Color") + '\1' + u32(1) + text("blue") + u32(8)), 0), 42,
             "Gadgets::Color has another number for 'blue'");
+  badRecord(logOf(numberedType + numberedType, 0), 6 + 2 * numberedType.size() - 4,
+            "Gadgets::Numbered is described twice");
+  std::string const colored = record(1, text("Gadgets::Colored") + '\3' + u32(1) +  //
+                                            text("color") + '\x20' + text("Gadgets::Color") + text(""));
+  badRecord(logOf(colored, 0), 6 + colored.size() - 4,
+            "Gadgets::Colored::color: Gadgets::Color is not described before");
 }
 
 TEST(AttrLog, AttributesThatItDoesNotKnowKeepTheirDefaults) {
