@@ -25,15 +25,13 @@ void Status::doCreateSession(Kel::String, Kel::Ptr<Kel::Dir> const&) {}
 
 namespace {
 
-// The components of a session root's path. A malformed path is refused before anything is made.
+// The components of a session root's path.
 std::vector<Kel::Name> components(Kel::String const& path) {
   std::vector<Kel::Name> names;
   std::string_view rest = path;
   for (;;) {
     std::size_t const end = rest.find('/');
-    std::string_view const name = rest.substr(0, end);
-    if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path + "': empty path component");
-    names.emplace_back(name);
+    names.emplace_back(rest.substr(0, end));
     if (end == std::string_view::npos) return names;
     rest.remove_prefix(end + 1);
   }
@@ -45,6 +43,8 @@ class RootSkeleton {
   RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
                Kel::String const& typeName)
       : path_(path), typeName_(typeName), names_(components(path)), src_(src), dest_(dest) {
+    for (Kel::Name const& name : names_)
+      if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path + "': empty path component");
     Kel::validPtr(src);
     checkDestination(*Kel::validPtr(dest));
     Kel::KelType const* type = Kel::KelType::find(typeName_);
@@ -185,7 +185,7 @@ Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::Stri
 void deleteVanishedRoots(Status const& status, Kel::Dir const& src, std::initializer_list<Kel::Dir*> dirs) {
   for (auto it = status.rootIterator(); it; ++it) {
     if (src.entity(it.key())) continue;
-    std::vector<Kel::Name> const names = components(it.key());
+    std::vector<Kel::Name> const names = components(it.key());  // a malformed path leads nowhere; it is refused later
     for (Kel::Dir* at : dirs) {
       for (std::size_t i = 0; at && i + 1 < names.size(); ++i)
         at = dynamic_cast<Kel::Dir*>(const_cast<Kel::Entity*>(at->child(names[i])));

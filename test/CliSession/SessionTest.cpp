@@ -192,6 +192,11 @@ TEST_F(Session, RefusalsSayWhy) {
                                       signature + "nobody from /src", "CliSession/9 No session found under name nobody",
                                       signature + "s1 from /src", "CliSession/9 Session s1 already completed."}));
   EXPECT_EQ(session->entryStates(), 0u);
+  pending->completedIs(false);
+  status->rootDelAll();
+  status->rootIs("", true);
+  EXPECT_THROW(replace(world.src), Kel::RangeException);
+  EXPECT_TRUE(traces.inOrder({"CliSession/9 Adding CliSession root<unknown>"})) << traces.text();
 }
 
 TEST_F(Session, NeedsBothDirectoriesBeforeAnythingIsMade) {
