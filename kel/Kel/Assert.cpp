@@ -2,13 +2,13 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace Kel {
 
 void assertionFailed(char const* file, int line, char const* signature, char const* expr) {
-  char const* slash = std::strrchr(file, '/');
-  std::fprintf(stderr, "%s:%d: %s: Assertion '%s' failed.\n", slash ? slash + 1 : file, line, signature, expr);
+  std::string_view const source = moduleName(file);
+  std::fprintf(stderr, "%.*s:%d: %s: Assertion '%s' failed.\n", static_cast<int>(source.size()), source.data(), line,
+               signature, expr);
   std::fflush(stderr);
   std::abort();
 }

@@ -5,7 +5,7 @@
 
 namespace Kel {
 
-// Writes "SOURCE:LINE: SIGNATURE: Assertion 'EXPR' failed." to standard error and aborts.
+// Writes "MODULE:LINE: SIGNATURE: Assertion 'EXPR' failed." to standard error and aborts.
 [[noreturn]] void assertionFailed(char const* file, int line, char const* signature, char const* expr);
 
 }  // namespace Kel

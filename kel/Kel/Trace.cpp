@@ -74,12 +74,6 @@ void applySettings(TraceHandle& handle, std::vector<Setting> const& settings) {
   }
 }
 
-std::string_view moduleName(std::string_view file) {
-  std::size_t const slash = file.rfind('/');
-  if (slash != std::string_view::npos) file.remove_prefix(slash + 1);
-  return file.substr(0, file.rfind('.'));
-}
-
 }  // namespace
 
 TraceHandle::TraceHandle(std::string name, bool enable) : name_(std::move(name)) {

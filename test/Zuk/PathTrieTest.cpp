@@ -232,7 +232,7 @@ TEST(PathTrie, IsCalledByName) {
 TEST(PathTrieDeathTest, RefusesBrokenPreconditions) {
   PrefixTrie::Ptr const trie = trieOf({});
   EXPECT_DEATH(trie->prefixIs("/a*", stateOf("r")),
-               "PathTrie.cpp:[0-9]+: .*Assertion 'starPos == Kel::String::npos' failed");
+               "PathTrie:[0-9]+: .*Assertion 'starPos == Kel::String::npos' failed");
   EXPECT_DEATH(trie->prefixIs("/a/b*c", stateOf("r")), "starPos == Kel::String::npos");
   Zuk::PathTrie::Ptr const plain = Zuk::pathTrieFactory("plain");
   Zuk::PathTrieState::Ptr const state = Zuk::pathTrieStateFactory();

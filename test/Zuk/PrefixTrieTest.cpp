@@ -71,9 +71,8 @@ TEST(PrefixTrieState, MergesTypeNames) {
 
 TEST(PrefixTrieStateDeathTest, RefusesOtherKindsAndOtherTypes) {
   State::Ptr const state = stateOf("r", "T");
-  EXPECT_DEATH(
-      state->upgradeState(nullptr, false),
-      "PrefixTrie.cpp:[0-9]+: virtual bool Zuk::PrefixTrieState::upgradeState.*Assertion 'newPrefixState' failed");
+  EXPECT_DEATH(state->upgradeState(nullptr, false),
+               "PrefixTrie:[0-9]+: virtual bool Zuk::PrefixTrieState::upgradeState.*Assertion 'newPrefixState' failed");
   EXPECT_DEATH(state->upgradeState(Zuk::pathTrieStateFactory(), true), "newPrefixState|Need to implement outputForm");
   EXPECT_DEATH(state->upgradeState(stateOf("r", "U"), false),
                "Assertion 'pTypename\\(\\) == newPrefixState->pTypename\\(\\)' failed");

@@ -155,7 +155,7 @@ void needsText() { KEL_ASSERT_TEXT(1 + 1 == 3, "0 && \"Need more\""); }
 TEST(AssertDeathTest, SaysWhereAndWhat) {
   int some = 0;
   needs(&some);
-  EXPECT_DEATH(needs(nullptr), "^Module\\.x\\.cpp:[0-9]+: void .*needs\\(int ?\\*\\): Assertion 'pointer' failed\\.\n");
+  EXPECT_DEATH(needs(nullptr), "^Module\\.x:[0-9]+: void .*needs\\(int ?\\*\\): Assertion 'pointer' failed\\.\n");
   EXPECT_DEATH(needsText(), "Assertion '0 && \"Need more\"' failed\\.");
 }
 
