@@ -55,7 +55,7 @@ void tryType(Kel::String8 const& text) {
   std::string const name = Kel::TypeOf<T>::type()->name().str(), column = std::to_string(strep.chars());
   FUZZ_LAW(refusal<T>(strep + " ") == "junk at column " + column + " deserializing " + name, strep.str());
   if (strep[0] != '\'' && strep[0] != 'V') return;  // a number that is cut is another one
-  std::string const cut = strep.str().substr(0, text.hash() % strep.chars());
+  std::string const cut = strep.str().substr(0, std::hash<std::string_view>()(text) % strep.chars());
   std::string const early = refusal<T>(Kel::String8(cut)), premature = "premature end of value type ";
   bool const inField = early.compare(0, name.size() + 1, name + ".") == 0 && early.find(premature) != std::string::npos;
   Kel::KelAttr const* const held = Kel::TypeOf<T>::type()->valAttr();  // then that is what is read

@@ -1,29 +1,83 @@
 #include "Kel/String8.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <exception>
 #include <ostream>
+#include <random>
 
 #include "Kel/Exception.h"
 
 namespace Kel {
 
-// FNV-1a, with a final mix so that the low bits serve as a table index.
-U32 hashBytes(char const* data, std::size_t size) noexcept {
-  U64 h = 0xcbf29ce484222325ull;
-  while (size >= 8) {
-    U64 word;
-    std::memcpy(&word, data, 8);
-    h = (h ^ word) * 0x9fb21c651e98df25ull;
-    h ^= h >> 35;
-    data += 8;
-    size -= 8;
+namespace {
+
+// Drawn once a process: whoever knows it could make up keys that all have the same hash, and so make a map as slow as a
+// list.
+struct HashSecret {
+  U64 start, factor;
+};
+
+HashSecret drawSecret() {
+  U64 seed = 0;
+  if (char const* given = std::getenv("KEL_HASH_SEED")) {
+    seed = std::strtoull(given, nullptr, 10);
+  } else {
+    try {
+      std::random_device device;
+      seed = U64(device()) << 32 | device();
+    } catch (std::exception const&) {  // better than nothing
+      seed = static_cast<U64>(std::chrono::steady_clock::now().time_since_epoch().count());
+    }
   }
-  while (size-- > 0) h = (h ^ static_cast<unsigned char>(*data++)) * 0x100000001b3ull;
-  h ^= h >> 32;
-  h *= 0xd6e8feb86659fd93ull;
-  h ^= h >> 32;
-  auto const folded = static_cast<U32>(h);
-  return folded ? folded : 1;
+  // Steele, Lea and Flood, Fast Splittable Pseudorandom Number Generators (2014).
+  auto const next = [&seed] {
+    U64 z = seed += 0x9e3779b97f4a7c15ull;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    return z ^ (z >> 31);
+  };
+  U64 const start = next();
+  return {start, next()};
+}
+
+template <class Word>
+U64 load(char const* data) {
+  Word word;
+  std::memcpy(&word, data, sizeof word);
+  return word;
+}
+
+__extension__ using U128 = unsigned __int128;
+
+// Both halves of the product: every bit of either number tells on every bit of the result.
+U64 folded(U64 a, U64 b) {
+  U128 const product = static_cast<U128>(a) * b;
+  return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
+}
+
+}  // namespace
+
+U32 hashBytes(char const* data, std::size_t size) noexcept {
+  static HashSecret const secret = drawSecret();
+  U64 h = secret.start ^ size;
+  for (; size > 16; data += 16, size -= 16) h = folded(load<U64>(data) ^ secret.factor, load<U64>(data + 8) ^ h);
+  // The rest in two words, which overlap.
+  U64 first = 0, last = 0;
+  if (size >= 8) {
+    first = load<U64>(data);
+    last = load<U64>(data + size - 8);
+  } else if (size >= 4) {
+    first = load<U32>(data);
+    last = load<U32>(data + size - 4);
+  } else if (size > 0) {
+    first = load<U8>(data) << 16 | load<U8>(data + size / 2) << 8 | load<U8>(data + size - 1);
+  }
+  h = folded(first ^ secret.factor, last ^ h);
+  h = folded(h ^ secret.start, secret.factor);
+  auto const folded32 = static_cast<U32>(h ^ (h >> 32));
+  return folded32 ? folded32 : 1;
 }
 
 String8::Rep* String8::make(std::string_view a, std::string_view b) {

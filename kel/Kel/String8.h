@@ -18,7 +18,8 @@
 
 namespace Kel {
 
-// The framework's hash of a range of bytes: the same for the same bytes in every process. Never 0.
+// The framework's hash of a range of bytes, never 0. Every process has its own, so that nobody can prepare keys that
+// collide; with KEL_HASH_SEED=N in the environment it is the same each time. Nothing that shows depends on it.
 U32 hashBytes(char const* data, std::size_t size) noexcept;
 
 class String8 {
