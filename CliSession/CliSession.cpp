@@ -37,9 +37,15 @@ std::vector<Kel::Name> components(Kel::String const& path) {
   }
 }
 
-// One session root under way: two cursors that walk the ancestors of the root side by side. Traces as the operation.
+// One session root under way: two cursors that walk the ancestors of the root side by side. Traces and asserts as the
+// operation.
 class RootSkeleton {
  public:
+  static constexpr char const* operation = "doCreateSessionRoot";
+  static constexpr char const* signature =
+      "void Cli::Session::Status::doCreateSessionRoot(const Kel::Ptr<Kel::Dir>&, const Kel::Ptr<Kel::Dir>&, "
+      "Kel::String)";
+
   RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
                Kel::String const& typeName)
       : path_(path), typeName_(typeName), names_(components(path)), src_(src), dest_(dest) {
@@ -76,7 +82,7 @@ class RootSkeleton {
     if (src_) {
       auto const state = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
       bool const isDir = !state || state->entityTypeName() == Kel::Dir::_fwkType()->fullTypeName().view();
-      KEL_ASSERT_TEXT(isDir, "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"");
+      KEL_ASSERT_AS(isDir, "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"", signature);
       // A directory that is announced but not there yet has nothing to walk; the source is never written.
       src_ = state ? Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())))
                    : Kel::Ptr<Kel::Dir>();
@@ -91,14 +97,14 @@ class RootSkeleton {
       std::cerr << "path " << path_ << " is not a mount point in src (" << src_ << ")" << std::endl;
       return;
     }
-    KEL_ASSERT_TEXT(e->entityTypeName() == typeName_, "e->type() == typeName");
+    KEL_ASSERT_AS(e->entityTypeName() == typeName_, "e->type() == typeName", signature);
   }
 
   void makeFinal(Kel::Name const& name) {
     if (auto const exists = dest_->entry(name)) {
       KEL_TRACE_AS(5, operation) << "doCreateSessionRoot final " << name << " of type " << typeName_
                                  << " already created in " << dest_;
-      KEL_ASSERT_TEXT(exists->entityTypeName() == typeName_, "exists->typeName() == typeName");
+      KEL_ASSERT_AS(exists->entityTypeName() == typeName_, "exists->typeName() == typeName", signature);
       dest_->entityRef(name);
       return;
     }
@@ -107,7 +113,6 @@ class RootSkeleton {
     KEL_TRACE_AS(5, operation) << "e type: " << made->type()->fullTypeName();
   }
 
-  static constexpr char const* operation = "doCreateSessionRoot";
   Kel::String const path_, typeName_;
   std::vector<Kel::Name> const names_;
   Kel::Ptr<Kel::Dir> src_, dest_;
@@ -123,9 +128,7 @@ void Status::doCreateSessionRoots(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::D
 }
 
 void Status::doCreateSessionRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String path) {
-  KEL_TRACE(8) << "void Cli::Session::Status::doCreateSessionRoot(const Kel::Ptr<Kel::Dir>&, const "
-                  "Kel::Ptr<Kel::Dir>&, Kel::String)"
-               << name() << " path: " << path;
+  KEL_TRACE(8) << RootSkeleton::signature << name() << " path: " << path;
   RootSkeleton(src, dest, path, Kel::validPtr(rootTrie())->prefixTypename(path)).make();
 }
 

@@ -10,7 +10,9 @@ namespace Kel {
 
 }  // namespace Kel
 
-// `KEL_ASSERT_TEXT` is for an assertion whose text is not the expression that is tested.
-#define KEL_ASSERT_TEXT(expr, text) \
-  ((expr) ? static_cast<void>(0) : ::Kel::assertionFailed(KEL_SOURCE_NAME, __LINE__, __PRETTY_FUNCTION__, text))
+// `KEL_ASSERT_TEXT` is for an assertion whose text is not the expression that is tested, `KEL_ASSERT_AS` for the parts
+// of an operation that is written as several functions: it shows the operation's signature.
+#define KEL_ASSERT_AS(expr, text, signature) \
+  ((expr) ? static_cast<void>(0) : ::Kel::assertionFailed(KEL_SOURCE_NAME, __LINE__, signature, text))
+#define KEL_ASSERT_TEXT(expr, text) KEL_ASSERT_AS(expr, text, __PRETTY_FUNCTION__)
 #define KEL_ASSERT(expr) KEL_ASSERT_TEXT(static_cast<bool>(expr), #expr)

@@ -139,7 +139,7 @@ TEST_F(SessionDeathTest, AssertsThatRootsAreWhatTheySayTheyAre) {
   world.src->entryDel("hall");
   world.src->newEntity("Plant::Bolt", "hall");
   EXPECT_DEATH(status->doCreateSessionRoot(world.src, into, "hall"),
-               "CliSession:[0-9]+: .*'e->type\\(\\) == typeName'");
+               "CliSession:[0-9]+: void Cli::Session::Status::doCreateSessionRoot\\(.*'e->type\\(\\) == typeName'");
   world.src->entryDel("sys");
   world.src->newEntity("Plant::Bolt", "sys");
   EXPECT_DEATH(status->doCreateSessionRoot(world.src, into, "sys/annex"),
