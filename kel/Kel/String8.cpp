@@ -51,7 +51,7 @@ U64 load(char const* data) {
 
 __extension__ using U128 = unsigned __int128;
 
-// Both halves of the product: every bit of either number tells on every bit of the result.
+// Both halves of the product (as wyhash has it, Wang Yi): every bit of either number tells on every bit of the result.
 U64 folded(U64 a, U64 b) {
   U128 const product = static_cast<U128>(a) * b;
   return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
