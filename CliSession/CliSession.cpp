@@ -138,7 +138,7 @@ namespace {
 
 // A session handler set up for one run.
 Kel::Ptr<EntityCopyGlobalSessionHandler> sessionHandler(Status& status, char const* copiedName) {
-  Kel::Ptr<EntityCopyGlobalSessionHandler> const handler = entityCopyGlobalSessionHandlerFactory();
+  Kel::Ptr<EntityCopyGlobalSessionHandler> handler = entityCopyGlobalSessionHandlerFactory();
   handler->sessionStatusIs(Kel::Ptr<Status>(&status));
   handler->handlerTableIs(status.inHandlerTable());
   handler->copiedIs(copiedName);

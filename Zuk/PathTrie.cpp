@@ -40,7 +40,7 @@ Kel::Ptr<PathTrieState> PathTrie::newStateIs() {
 }
 
 Kel::Ptr<PathTrie> PathTrie::newChildIs(Kel::Name name) {
-  Kel::Ptr<PathTrie> const made = pathChildIs(name);
+  Kel::Ptr<PathTrie> made = pathChildIs(name);
   childIs(name, made);
   return made;
 }

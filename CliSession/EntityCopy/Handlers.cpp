@@ -29,7 +29,7 @@ void EntityCopyCustomHandlerTable::registerCustomCopyHandler(EntityPath const& p
 
 Kel::Ptr<EntityCopyGlobalSessionHandler> EntityCopyCustomHandlerTable::findCustomCopyHandler(
     Kel::String path, Kel::String typeName) const {
-  if (Kel::Ptr<EntityCopyGlobalSessionHandler> const exact = pathSpecificHandler(path)) return exact;
+  if (Kel::Ptr<EntityCopyGlobalSessionHandler> exact = pathSpecificHandler(path)) return exact;
   Kel::Ptr<EntityCopyHandlerMap const> const map = typeSpecificHandlers(typeName);
   if (!map) return nullptr;
   // Keys come in text order, so that of several that match the shortest wins. They match by characters, not components.

@@ -184,8 +184,8 @@ struct DirAccess final : AttrAccess {
     return boxView(Kel::Ptr<Dir::EntryState>(dir.entryState_.find(unboxKey<Name>(attr, key))), constView);
   }
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override {
-    auto const [name, typeName] = nameAndType(attr, key, value);
-    dirOf(e).entryStateIs(name, typeName);
+    NameAndType const made = nameAndType(attr, key, value);
+    dirOf(e).entryStateIs(made.name, made.typeName);
   }
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
     dirOf(e).entryStateDel(unboxKey<Name>(attr, key));
@@ -193,8 +193,8 @@ struct DirAccess final : AttrAccess {
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
     switch (op) {
       case AttributeOp::create: {
-        auto const [name, typeName] = nameAndType(attr, key, value);
-        dirOf(e).newEntryState(name, typeName);
+        NameAndType const made = nameAndType(attr, key, value);
+        dirOf(e).newEntryState(made.name, made.typeName);
         return;
       }
       case AttributeOp::deleteAll: return dirOf(e).entryStateDelAll();
