@@ -2,6 +2,7 @@
 //
 // A file is loaded whole, or refused with its place and without a trace in the directory that it was to go to.
 #include "Dump.h"
+#include "Files.h"
 #include "Fuzz.h"
 #include "examples/config_db/Loader.h"
 
@@ -36,7 +37,7 @@ bool load(std::string const& file, Kel::Dir::Ptr const& into, ConfigDb::Report& 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static Fuzz::Directory const directory;
+  static Tests::TemporaryDir const directory;
   std::string_view const text(reinterpret_cast<char const*>(data), size);
   std::string const file = directory.write("config.json", text).string();
   std::string refusal;
@@ -59,8 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   // The same again elsewhere; but not where it is already, or where something is in the way.
   Kel::Dir::Ptr const other = Kel::dirFactory("");
   FUZZ_LAW(load(file, other, again, refusal), refusal);
-  std::string const before = Fuzz::dump(into);
-  FUZZ_LAW(Fuzz::dump(other) == before && again.complaints == report.complaints, file);
-  FUZZ_LAW(!load(file, into, again, refusal) && Fuzz::dump(into) == before, file);
+  std::string const before = Tests::dump(into);
+  FUZZ_LAW(Tests::dump(other) == before && again.complaints == report.complaints, file);
+  FUZZ_LAW(!load(file, into, again, refusal) && Tests::dump(into) == before, file);
   return 0;
 }

@@ -1,14 +1,10 @@
-// What the fuzz targets share: laws, an input as a source of choices and lines, files to hand to what reads files.
+// What the fuzz targets share: laws, and an input as a source of choices and lines.
 #pragma once
-
-#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -49,34 +45,6 @@ class Input {
 
  private:
   std::string_view rest_;
-};
-
-// A directory for the files of this process, gone at its end.
-class Directory {
- public:
-  Directory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "fuzz.XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) std::abort();
-    path_ = pattern;
-  }
-  ~Directory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  Directory(Directory const&) = delete;
-  Directory& operator=(Directory const&) = delete;
-
-  std::filesystem::path const& path() const { return path_; }
-  // Writes a file, with the directories that it needs.
-  std::filesystem::path write(std::filesystem::path const& name, std::string_view text) const {
-    std::filesystem::path file = path_ / name;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
-    return file;
-  }
-
- private:
-  std::filesystem::path path_;
 };
 
 }  // namespace Fuzz

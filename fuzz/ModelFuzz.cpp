@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "Files.h"
 #include "Fuzz.h"
 #include "compiler/Emit.h"
 #include "compiler/Lexer.h"
@@ -17,7 +18,7 @@ namespace fs = std::filesystem;
 
 // `in` is the include folder; a model beside it must stay out of reach.
 struct Folders {
-  Fuzz::Directory top;
+  Tests::TemporaryDir top;
   fs::path in = top.path() / "in", out = top.path() / "out";
   Folders() { top.write("Secret.kel", "namespace Secret; value Key { a : U8; }"); }
 };

@@ -59,7 +59,7 @@ struct Subject {
     bool const below = path.empty() || path.front() == '/' || full.size() > at->fullName().chars();
     Kel::Entity::Ptr const found = at->entity(Kel::String8(path));
     if (found) FUZZ_LAW(found->fullName() == Kel::String8(full), full);
-    auto const all = Fuzz::entitiesFrom(path.empty() || path.front() == '/' ? Kel::Entity::PtrConst(root)
+    auto const all = Tests::entitiesFrom(path.empty() || path.front() == '/' ? Kel::Entity::PtrConst(root)
                                                                             : Kel::Entity::PtrConst(at));
     bool const isThere = std::any_of(all.begin() + 1, all.end(), [&](Kel::Entity::PtrConst const& e) {
       return e->fullName() == Kel::String8(full);
@@ -139,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     std::string_view const line = input.line();
     step(Fuzz::Input(reinterpret_cast<std::uint8_t const*>(line.data()), line.size()), subject);
   }
-  for (auto const& e : Fuzz::entitiesFrom(subject.root))
+  for (auto const& e : Tests::entitiesFrom(subject.root))
     if (e->parent()) subject.lookUp(e->fullName().str());
   return 0;
 }

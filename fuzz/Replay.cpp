@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <vector>
 

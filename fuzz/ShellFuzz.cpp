@@ -47,7 +47,7 @@ struct Terminal {
     workspace.sessionRootIs("sys/annex", "Plant::Hall");
   }
 
-  std::string session() const { return workspace.hasSession() ? Fuzz::dump(workspace.sessionDir()) : ""; }
+  std::string session() const { return workspace.hasSession() ? Tests::dump(workspace.sessionDir()) : ""; }
   Outcome run(std::string const& line) {
     std::string const name = workspace.sessionName();
     err.str("");

@@ -26,10 +26,7 @@ class Command : public testing::Test {
     fs::remove(log);
     return WEXITSTATUS(status);
   }
-  void write(std::string const& name, std::string const& text) {
-    fs::create_directories((dir_.path() / name).parent_path());
-    dir_.write(name, text);
-  }
+  void write(std::string const& name, std::string const& text) { dir_.write(name, text); }
   std::string read(std::string const& name) { return readFile(dir_.path() / name); }
   std::size_t files() {
     auto const all = fs::recursive_directory_iterator(dir_.path());

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Files.h"
 #include "compiler/Diagnostic.h"
 #include "compiler/Loader.h"
 
@@ -22,18 +23,7 @@ struct Compiled {
   Diagnostics diagnostics;
 };
 
-// A directory that goes with the object.
-class TemporaryDir {
- public:
-  TemporaryDir();
-  ~TemporaryDir();
-  std::filesystem::path const& path() const { return path_; }
-  std::filesystem::path write(std::string const& name, std::string const& text) const;
-
- private:
-  std::filesystem::path path_;
-};
-
-std::string readFile(std::filesystem::path const& path);
+using Tests::readFile;
+using Tests::TemporaryDir;
 
 }  // namespace kelc::test

@@ -1,4 +1,4 @@
-// A tree as text: what every attribute of every entity prints.
+// A tree as text: what every attribute of every entity prints, a line each.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 #include "Kel/Dir.h"
 #include "Kel/GenericIf.h"
 
-namespace Fuzz {
+namespace Tests {
 
 // The entities from `top` down, owners before what they own.
 inline std::vector<Kel::Entity::PtrConst> entitiesFrom(Kel::Entity::PtrConst const& top) {
@@ -33,11 +33,13 @@ inline std::vector<Kel::Entity::PtrConst> entitiesFrom(Kel::Entity::PtrConst con
 inline std::string dump(Kel::Entity::PtrConst const& top) {
   std::string text;
   for (auto const& entity : entitiesFrom(top)) {
-    text += entity->fullName().str() + " " + entity->typeName().str() + "\n";
+    std::string const name = entity->fullName().str();
+    text += name + " " + entity->typeName().str() + "\n";
     for (Kel::KelAttr const* attr : entity->type()->attributeQ())
-      if (!attr->isFunction()) text += attr->name().str() + "=" + entity->attributeString(attr->id()).str() + "\n";
+      if (!attr->isFunction())
+        text += name + "." + attr->name().str() + " = " + entity->attributeString(attr->id()).str() + "\n";
   }
   return text;
 }
 
-}  // namespace Fuzz
+}  // namespace Tests
