@@ -124,37 +124,5 @@ TEST(Cost, EqualWritesDoNotAllocate) {
   EXPECT_EQ(allocations, before);
 }
 
-// The typed operations differ exactly where the content does.
-TEST(Typed, EqualityFollowsContent) {
-  Random random(31);
-  Twins const t;
-  for (int i = 0; i < 200; ++i) {
-    Name const key = "key " + std::to_string(random.below(60));
-    auto const& side = random.once(2) ? t.a : t.b;
-    if (random.once(2))
-      side->byTextIs(key, random.below(2));
-    else
-      side->byTextDel(key);
-    bool same = t.a->byTexts() == t.b->byTexts();
-    for (auto it = t.a->byTextIterator(); it; ++it)
-      same = same && t.b->byTextHas(it.key()) && t.b->byText(it.key()) == it.value();
-    EXPECT_EQ(Maps::_fwkType()->attr(Maps::byTextAttr)->access().equal(*t.a, *t.b), same);
-  }
-}
-
-TEST(Typed, CopiesOneValueAcross) {
-  Random random(37);
-  Values::Ptr const from = valuesFactory("a", 1), to = valuesFactory("b", 1);
-  from->textIs("new"), from->everyIs(random.of<Every>()), from->timeIs(3), from->segmentIs(random.of<Segment>());
-  Watch watch(to);
-  for (AttributeId id : {Values::textAttr, Values::everyAttr, Values::timeAttr, Values::segmentAttr}) {
-    KelAttr const& attr = *Values::_fwkType()->attr(id);
-    EXPECT_FALSE(attr.access().equal(*from, *to));
-    attr.access().copyValue(attr, *to, *from);
-    EXPECT_TRUE(attr.access().equal(*from, *to));
-    EXPECT_EQ(watch.take(), std::vector<AttributeId>{id});
-  }
-}
-
 }  // namespace
 }  // namespace Gadgets

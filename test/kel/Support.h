@@ -1,5 +1,4 @@
-// What the framework's tests share: values at random, a reactor that writes down what it is told, what an exception
-// said.
+// What the framework's tests share: values at random, and a reactor that writes down what it is told.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,11 +9,13 @@
 #include <vector>
 
 #include "Kel/AttrStorage.h"
+#include "MessageOf.h"
 #include "kel_test/Gadgets.h"
 
 namespace Gadgets {
 
 using namespace Kel;
+using Tests::messageOf;
 
 // Repeats from run to run.
 class Random {
@@ -111,19 +112,6 @@ struct Watch : EntityNotifiee {
   std::vector<AttributeId> take() { return std::exchange(told, {}); }
   std::vector<AttributeId> told;
 };
-
-// The message of an exception of exactly that class; something that no message is when there was none.
-template <class E, class F>
-std::string messageOf(F const& call) {
-  try {
-    call();
-  } catch (Exception const& e) {
-    if (!dynamic_cast<E const*>(&e)) return "of another class: " + e.message().str();
-    EXPECT_EQ(e.message(), e.what());
-    return e.message().str();
-  }
-  return "no exception";
-}
 
 template <class T>
 GenericIf::Ptr boxed(Ptr<T> const& e) {
