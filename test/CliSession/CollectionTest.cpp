@@ -28,16 +28,6 @@ struct Collections : testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Typed, Collections, testing::Values(false));
 INSTANTIATE_TEST_SUITE_P(Boxed, Collections, testing::Values(true));
 
-TEST_P(Collections, SetsDeletesAndReplacesValues) {
-  src->textsIs("same", "1");
-  src->textsIs("other", "2");
-  src->textsIs("new", "3");
-  dest->textsIs("same", "1");
-  dest->textsIs("other", "x");
-  dest->textsIs("old", "4");
-  EXPECT_EQ(copied(), (Edits{{"Plant::Hall::texts del hall", 2}, {"Plant::Hall::texts set hall", 2}}));
-}
-
 TEST_P(Collections, AMissingKeyDiffersWhateverItsValue) {
   src->textsIs("key", "");
   EXPECT_TRUE(world.differs(world.dest, world.src));
@@ -61,16 +51,6 @@ TEST_P(Collections, CountsMembersInItsTraces) {
        "EntityCopy/3 Traversing child", "EntityCopy/3 Member does not exist in dest", "EntityCopy/3 Re-creating item",
        "EntityCopy/3 copied 2 members"}))
       << traces.text();
-}
-
-TEST_P(Collections, MakesAMemberWithOtherParametersAnew) {
-  src->newGear("g", 2, Plant::Size(1, 1), Plant::Grade::raw)->wearIs(1);
-  Kel::Ptr<Plant::Gear> const old = dest->newGear("g", 1, Plant::Size(1, 1), Plant::Grade::raw);
-  old->newPin("p");
-  EXPECT_EQ(copied(), (Edits{{"Plant::Gear::wear set hall.gear/g", 1},
-                             {"Plant::Hall::gear del hall", 1},
-                             {"Plant::Hall::gear set hall", 1}}));
-  EXPECT_NE(dest->gear("g"), old);
 }
 
 TEST_P(Collections, AMemberGivenByItselfIsReplacedByOneSet) {
@@ -152,23 +132,6 @@ TEST_P(Collections, LongQueuesOfEntitiesTakeLinearTime) {
   for (int i = 0; i < 3000; ++i) src->jobEnq("j");
   copied();
   EXPECT_EQ(dest->jobs(), 3000u);
-}
-
-TEST_P(Collections, KeysOfAllKindsFindTheirMembers) {
-  src->bySizeIs(Plant::Size(1, 2), 0.5);
-  src->byGradeIs(Plant::Grade::pure, "p");
-  src->sortedIs(-3, Plant::Label());
-  src->tagsIs(Plant::Tag(4, "four"));
-  src->newCell(Plant::Size(9, 9))->temperatureIs(1);
-  src->newDoor(Plant::Grade::fine)->openIs(true);
-  src->newShelf("z");
-  src->newShelf("a");
-  src->newRobot("r", "serial")->armsIs(2);
-  src->robot("r")->speedIs(3);
-  src->newSlot(-1)->newPart()->noteIs("deep");
-  EXPECT_EQ(copied().at("Plant::Part::note set hall.slot/-1.part"), 1u);
-  EXPECT_EQ(dest->tags(4).text(), "four");
-  EXPECT_EQ(dest->robot("r")->serial(), "serial");
 }
 
 }  // namespace

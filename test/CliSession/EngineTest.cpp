@@ -156,16 +156,11 @@ TEST_F(Engine, ComparesWholeTreesWithoutAHandler) {
   EXPECT_TRUE(ec->stop());
   EXPECT_EQ(textOf(log(ec)), "Plant::Hall::bolt set  x1\n");
   EXPECT_EQ(dest->bolts(), 0u);
-}
-
-TEST_F(Engine, ThePlainHandlerPassesPointersByAndKeepsNoRecords) {
-  EntityCopy::Ptr const ec = S::entityCopyFactory();
-  ec->stopAtFirstDiffIs(true);
-  src->newBolt("b");
+  // The plain handler passes pointers by and keeps no records of them.
   dest->newBolt("b");
   src->favouriteIs(src->bolt("b"));
-  ec->srcIs(src);
-  ec->destIs(dest);
+  ec->attributeEditLog()->attributeEditEntryDelAll();
+  ec->handleCopyRoots();
   EXPECT_FALSE(ec->stop());
   EXPECT_EQ(ec->pendingAttrs(), 0u);
 }
@@ -174,18 +169,10 @@ TEST_F(Engine, RefusesACopyWithoutAHandlerOfItsOwn) {
   EntityCopy::Ptr const ec = S::entityCopyFactory();
   ec->srcCopyRootIs(src, true);
   ec->srcIs(world.src);
-  try {
-    ec->destIs(world.dest);
-    FAIL() << "copied";
-  } catch (Kel::NoImplementationException const& e) {
-    EXPECT_NE(std::string_view(e.message()).find("handleEntity"), std::string_view::npos) << e.message();
-  }
-  try {
-    ec->handler()->resolveEntityPtr(ec, src);
-    FAIL() << "resolved";
-  } catch (Kel::NoImplementationException const& e) {
-    EXPECT_NE(std::string_view(e.message()).find("resolveEntityPtr"), std::string_view::npos) << e.message();
-  }
+  auto const unimplemented = [](auto const& call) { return messageOf<Kel::NoImplementationException>(call); };
+  EXPECT_NE(unimplemented([&] { ec->destIs(world.dest); }).find("handleEntity"), std::string::npos);
+  EXPECT_NE(unimplemented([&] { ec->handler()->resolveEntityPtr(ec, src); }).find("resolveEntityPtr"),
+            std::string::npos);
 }
 
 TEST_F(Engine, FiltersByName) {
@@ -223,29 +210,8 @@ TEST_F(EngineDeathTest, AssertsItsPreconditions) {
 
 TEST_F(Engine, CopiesAcrossTypesByName) {
   EntityPtr const bolt = world.outside->entityRef("stranger");
-  try {
-    engine()->doCopyEntityAttrs(bolt, src, "hall", nullptr);
-    FAIL() << "copied";
-  } catch (Kel::UnknownAttrException const& e) {
-    EXPECT_EQ(e.message(), "/outside/stranger: Plant::Bolt has no attribute 'flag'");
-  }
-}
-
-TEST_F(Engine, ReplacesASingletonWithOtherParameters) {
-  src->newGearbox("g", 12, Plant::Size(1, 2), Plant::Grade::fine)->wearIs(1);
-  Kel::Ptr<Plant::Gear> const old = dest->newGearbox("g", 11, Plant::Size(1, 2), Plant::Grade::fine);
-  old->newPin("p");
-  Outcome const outcome = world.copy();
-  EXPECT_NE(dest->gearbox(), old);
-  EXPECT_EQ(dest->gearbox()->teeth(), 12);
-  EXPECT_FALSE(dest->gearbox()->pin()) << "what it had is gone";
-  EXPECT_EQ(outcome.edits, (Edits{{"Plant::Hall::gearbox del hall", 1},
-                                  {"Plant::Hall::gearbox set hall", 1},
-                                  {"Plant::Gear::wear set hall.gearbox", 1}}));
-  Kel::Ptr<Plant::Gear> const kept = dest->gearbox();
-  src->gearbox()->wearIs(2);
-  world.copy();
-  EXPECT_EQ(dest->gearbox(), kept) << "equal parameters, yet it was made anew";
+  EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { engine()->doCopyEntityAttrs(bolt, src, "hall", nullptr); }),
+            "/outside/stranger: Plant::Bolt has no attribute 'flag'");
 }
 
 TEST_F(Engine, DeletesASingletonThatTheSourceLacks) {
@@ -254,13 +220,6 @@ TEST_F(Engine, DeletesASingletonThatTheSourceLacks) {
   EXPECT_EQ(textOf(world.copy().edits), "Plant::Hall::axle del hall x1\n");
   EXPECT_TRUE(traces.has("EntityCopy/3 Deleting dest child"));
   EXPECT_FALSE(dest->axle());
-}
-
-TEST_F(Engine, AComparisonStopsBeforeAReplacement) {
-  src->newAxle("a");
-  dest->newAxle("b");
-  EXPECT_EQ(textOf(world.run(world.dest, world.src, true).edits), "Plant::Hall::axle del hall x1\n");
-  EXPECT_EQ(dest->axle()->name(), "b");
 }
 
 TEST_F(EngineDeathTest, RefusesPointersAmongParameters) {
@@ -321,33 +280,22 @@ TEST_F(Engine, RefusesATreeThatIsTooDeep) {
     // Whatever the build, it ends with an exception, not with the stack; given room, at the limit.
     for (std::size_t stack : {std::size_t{512} << 10, std::size_t{8} << 20, std::size_t{128} << 20}) {
       runOnAStackOf(stack, [&] {
-        try {
-          world.copy();
-          ADD_FAILURE() << "copied";
-        } catch (Kel::RangeException const& e) {
-          std::string_view const limit = "entities nested deeper than 1000 cannot be copied";
-          EXPECT_TRUE(e.message().view() == limit || stack < std::size_t{128} << 20) << e.message();
+        std::string const message = messageOf<Kel::RangeException>([&] { world.copy(); });
+        if (stack >= std::size_t{128} << 20) {
+          EXPECT_EQ(message, "entities nested deeper than 1000 cannot be copied");
         }
+        EXPECT_TRUE(message != "no exception" && message.find("of another") == std::string::npos) << message;
       });
       dest->annexDelAll();
     }
   }
 }
 
-TEST_F(Engine, IsCalledByName) {
-  src->u8Is(4);
+TEST_F(Engine, RefusesNullWhereItNeedsAnEntity) {
   EntityCopy::Ptr const ec = engine();
   Kel::GenericIf::Ptr const gif = Kel::GenericIf::ofEntity(EntityPtr(ec));
   auto const object = [](EntityPtr const& e) { return Kel::GenericIf::PtrConst(Kel::GenericIf::ofEntity(e)); };
   Kel::GenericIf::PtrConst const path = Kel::GenericIf::of(Kel::String8("hall"));
-  Kel::GenericIf::Ptr const result =
-      gif->attributeCall(gif->attributeId("doCopyAttrByName"), {{"attrName", Kel::GenericIf::of(Kel::String8("u8"))},
-                                                                {"path", path},
-                                                                {"src", object(src)},
-                                                                {"dest", object(dest)}});
-  EXPECT_TRUE(result->attrVal<bool>());
-  EXPECT_EQ(dest->u8(), 4);
-  // What an operation cannot do without.
   for (char const* op : {"doCopyAttr", "doCopySingleton", "doCopyCollection", "doCopyQueue"})
     EXPECT_THROW(gif->attributeCall(gif->attributeId(op),
                                     {{"dest", object(dest)}, {"src", object(src)}, {"path", path}, {"attr", nullptr}}),
@@ -362,19 +310,9 @@ TEST_F(Engine, IsCalledByName) {
 
 // --- Relative paths ---
 
-TEST_F(Engine, MakesPathsRelative) {
+// What it makes of them is a law of fuzz_trie.
+TEST_F(EngineDeathTest, MakesPathsRelativeAndSaysSo) {
   Kel::Dir::Ptr const a(new Kel::Dir("a", world.root.ptr()));
-  Kel::Dir::Ptr const b(new Kel::Dir("b", a.ptr()));
-  char separator = '-';
-  EXPECT_EQ(S::relativePath(a, "/a/b/c", &separator), "b/c");
-  EXPECT_EQ(separator, '/');
-  EXPECT_EQ(S::relativePath(a, "/a.b/c", &separator), "b/c");
-  EXPECT_EQ(separator, '.');
-  separator = '-';
-  for (char const* path : {"/a", "/a/", "/x/b", "x"}) EXPECT_EQ(S::relativePath(a, path, &separator), "") << path;
-  EXPECT_EQ(separator, '-') << "stored without a result";
-  EXPECT_EQ(S::relativePath(b, "/a/bc/d", &separator), "/d") << "the character in between is not looked at";
-  EXPECT_EQ(separator, 'c');
   Traces const traces("EntityCopyUtils");
   S::relativePath(a, "/a/b");
   EXPECT_TRUE(traces.has("EntityCopyUtils/9 relativePath: /a/b is b relative to /a")) << traces.text();

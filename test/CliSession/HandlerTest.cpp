@@ -227,23 +227,6 @@ TEST_F(Handlers, MayTakeTheDestinationAway) {
   }
 }
 
-TEST_F(Handlers, ACustomOneMayRegisterTheRootThatItIsGiven) {
-  struct Registering : SessionHandler {
-    World* world;
-    bool handleEntity(Kel::Ptr<EntityCopy> const&, EntityPtr const&, EntityPtrConst const&, Kel::String path) override {
-      world->rootIs(std::string(path.view()).c_str(), "Plant::Part");
-      return false;
-    }
-  };
-  Kel::Ptr<Registering> const registering(new Registering);
-  registering->world = &world;
-  table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Part", registering);
-  src->newPart();
-  EntityCopy::Ptr const ec = copyWithTable();
-  ec->destIs(world.dest);
-  EXPECT_TRUE(Kel::ptrCast<SessionHandler>(ec->handler())->copied()->isPrefix("hall.part"));
-}
-
 TEST_F(Handlers, OneInItsOwnTableDoesNotTakeOverFromItself) {
   EntityCopy::Ptr const ec = copyWithTable();
   table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Hall", Kel::ptrCast<SessionHandler>(ec->handler()));

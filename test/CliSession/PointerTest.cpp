@@ -19,25 +19,6 @@ struct Pointers : testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Typed, Pointers, testing::Values(false));
 INSTANTIATE_TEST_SUITE_P(Boxed, Pointers, testing::Values(true));
 
-TEST_P(Pointers, LeadToTheCounterpart) {
-  Kel::Ptr<Plant::Hall> const annex = World::hall(world.src, "sys/annex");
-  src->favouriteIs(annex->newBolt("far"));                  // in another root, copied later
-  annex->favouriteIs(src->newAnnex("x")->newShelf("a.b"));  // in an earlier one
-  src->anythingIs(src);
-  src->neighbourIs(annex);
-  src->chosenIs("out", Kel::ptrCast<Plant::Bolt>(stranger));
-  src->chosenIs("null", nullptr);
-  Outcome const outcome = world.copy();
-  EXPECT_EQ(outcome.pending, 0u);
-  Kel::Ptr<Plant::Hall> const destAnnex = World::hall(world.dest, "sys/annex");
-  EXPECT_EQ(dest->favourite(), destAnnex->bolt("far"));
-  EXPECT_EQ(destAnnex->favourite(), dest->annex("x")->shelf("a.b"));
-  EXPECT_EQ(dest->anything(), EntityPtr(dest));
-  EXPECT_EQ(dest->neighbour(), destAnnex);
-  EXPECT_EQ(EntityPtr(dest->chosen("out")), stranger);
-  EXPECT_TRUE(dest->chosenHas("null"));
-}
-
 TEST_P(Pointers, AreSetToNullAndMembersBetweenSetAndNullAreReplaced) {
   Kel::Ptr<Plant::Bolt> const bolt = Kel::ptrCast<Plant::Bolt>(stranger);
   dest->favouriteIs(bolt);

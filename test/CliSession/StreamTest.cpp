@@ -17,7 +17,7 @@ constexpr unsigned seeds = 120;
 // A third session root is a directory with directories in it.
 struct StreamWorld : World {
   Generator generator;
-  explicit StreamWorld(unsigned seed) : World({"hall", "sys/annex"}), generator(seed) {
+  explicit StreamWorld(unsigned seed) : generator(seed) {
     fill(src, generator);
     if (seed % 3 == 1) copy();
     if (seed % 3 == 2) fill(dest, generator);
@@ -130,41 +130,6 @@ TEST(Streams, ComparisonsWithHandlersLeaveEveryByte) { comparisonChangesNothing(
 TEST(Streams, ComparisonsOnTheBoxedRoadLeaveEveryByte) {
   BoxedRoad const boxed;
   comparisonChangesNothing(true);
-}
-
-// Sums up what was bent, so that the damage is not found by the checksum alone.
-std::string summedUp(std::string log) {
-  Kel::U32 sum = Kel::attrLogChecksum(std::string_view(log).substr(0, log.size() - 4));
-  for (std::size_t i = log.size(); i-- > log.size() - 4; sum >>= 8) log[i] = static_cast<char>(sum);
-  return log;
-}
-
-TEST(Streams, DamageIsFoundAndChangesNothing) {
-  StreamWorld world(7);
-  std::string const before = Kel::writeAttrLog(*world.root);
-  std::string const good = Kel::writeAttrLog(*world.src);
-  Generator dice(1);
-  unsigned read = 0, refused = 0;
-  for (int i = 0; i < 2000 && !HasFailure(); ++i) {
-    std::string bent = good;
-    for (std::size_t times = 1 + dice.below(3); times > 0; --times)
-      bent[dice.below(bent.size())] ^= static_cast<char>(1 << dice.below(8));
-    if (dice.below(8) == 0) bent.resize(dice.below(bent.size()) + 1);
-    if (bent == good) continue;
-    EXPECT_THROW(Kel::readAttrLog(bent, world.root.ptr()), Kel::AttrLogRecordException);
-    if (bent.size() < 16) continue;
-    try {
-      Kel::readAttrLog(summedUp(bent), world.root.ptr());
-      ++read;
-    } catch (Kel::AttrLogRecordException const&) {
-      ++refused;
-    } catch (Kel::AttrLogEntityException const&) {
-      ++refused;
-    }
-  }
-  EXPECT_GT(read, 100u) << "other values are as good";
-  EXPECT_GT(refused, 100u);
-  EXPECT_EQ(Kel::writeAttrLog(*world.root), before);
 }
 
 }  // namespace

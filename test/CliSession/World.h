@@ -7,6 +7,7 @@
 #include "CliSession/CliSession.h"
 #include "CliSession/Tree.h"
 #include "Kel/Dir.h"
+#include "MessageOf.h"
 #include "Plant.h"
 #include "Zuk/Traces.h"
 
@@ -46,10 +47,11 @@ struct World {
   Cli::Session::Status::Ptr status = Cli::Session::statusFactory("status");
   Cli::Session::EntityCopyCustomHandlerTable::Ptr table;  // of the handlers of copies; null: none
 
-  explicit World(std::initializer_list<char const*> roots = {"hall", "sys/annex"}) {
+  World() {
     status->initialize();
-    for (char const* path : roots) rootIs(path, "Plant::Hall");
-    status->doCreateSessionRoots(skeleton(), src);
+    for (char const* path : {"hall", "sys/annex"}) rootIs(path, "Plant::Hall");
+    src->newEntity("Plant::Hall", "hall");
+    Kel::Dir::Ptr(new Kel::Dir("sys", src.ptr()))->newEntity("Plant::Hall", "annex");
     status->doCreateSessionRoots(src, dest);
     outside->newEntity("Plant::Bolt", "stranger");
     outside->newEntity("Plant::Hall", "foreign");
@@ -139,24 +141,6 @@ struct World {
   Outcome copy() const { return run(dest, src); }
   // Whether a comparison finds a difference.
   bool differs(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from) const { return run(to, from, true).stopped; }
-
- private:
-  // A source to make the source's own roots from: one that has nothing says so on standard error.
-  Kel::Dir::Ptr skeleton() {
-    Kel::Dir::Ptr top = Kel::dirFactory("");
-    for (auto it = status->rootIterator(); it; ++it) {
-      Kel::Dir* at = top.ptr();
-      std::string_view rest = it.key();
-      for (std::size_t end; (end = rest.find('/')) != std::string_view::npos; rest.remove_prefix(end + 1)) {
-        Kel::Name const name(rest.substr(0, end));
-        EntityPtr next = at->entityRef(name);
-        if (!next) next = at->newEntity("Kel::Dir", name);
-        at = static_cast<Kel::Dir*>(next.ptr());
-      }
-      at->newEntity("Plant::Hall", Kel::Name(rest));
-    }
-    return top;
-  }
 };
 
 // While it lives the engine takes the road that shows each step.
