@@ -60,27 +60,6 @@ TEST_F(EditLog, HooksWriteAndCount) {
   EXPECT_EQ(log->attributeEditEntrys(), 5u);
 }
 
-TEST_F(EditLog, HooksTrace) {
-  Traces const traces("EntityCopy");
-  Kel::GenericIf::PtrConst const text = Kel::GenericIf::of(Kel::String8("x"));
-  ec->attributeAdd(dest, attr("history"), text);
-  ec->attributeRemove(dest, attr("history"));
-  ec->attributeDel(dest, attr("texts"), text);
-  set("favourite", nullptr);
-  EXPECT_TRUE(
-      traces.inOrder({"EntityCopy/2 attributeAdd: adding history",
-                      "EntityCopy/5 addAttributeEditBypassEntry: history, Plant::Hall, set, /dest/hall",
-                      "EntityCopy/5 Logged", "EntityCopy/2 attributeRemove: removing history",
-                      "EntityCopy/5 addAttributeEditBypassEntry: history, Plant::Hall, del, /dest/hall",
-                      "EntityCopy/2 attributeDel: deleting texts", "EntityCopy/2 attributeIs: setting favourite",
-                      "EntityCopy/4 Compare Ptrs for favourite? attr voidPtr: 0, dest voidPtr: 0 => 1"}))
-      << traces.text();
-  // Each in the name of its operation, however that is written.
-  EXPECT_EQ(std::set<std::string>(traces.functions.begin(), traces.functions.end()),
-            (std::set<std::string>{"EntityCopy:addAttributeEditBypassEntry", "EntityCopy:attributeAdd",
-                                   "EntityCopy:attributeDel", "EntityCopy:attributeIs", "EntityCopy:attributeRemove"}));
-}
-
 TEST_F(EditLog, CountsWrapAfter255) {
   for (int i = 1; i <= 256; ++i) {
     ec->addAttributeEditBypassEntry("u8", "Plant::Hall", AttributeEditType::set_, "/dest/hall", nullptr);
@@ -151,88 +130,6 @@ TEST_F(Bypass, LooksFromExactToCatchAll) {
   table->attributeEditBypassEntryDelAll();
   table->attributeEditBypassEntryIs(u8);
   EXPECT_FALSE(bypassed(u8)) << "an entry without prefixes never bypasses";
-}
-
-TEST_F(Bypass, KeepsEditsOutOfTheLogButMakesThem) {
-  entry("u8", "Plant::Hall", AttributeEditType::set_, "/dest");
-  ec->attributeEditBypassCheckerIs(table);
-  Traces const traces("EntityCopy");
-  EXPECT_TRUE(set("u8", value));
-  EXPECT_EQ(dest->u8(), 1);
-  EXPECT_EQ(log->attributeEditEntrys(), 0u);
-  EXPECT_TRUE(traces.inOrder({"EntityCopy/3 u8 in attributeEditBypassTable", "EntityCopy/5 Skipped"})) << traces.text();
-}
-
-TEST_F(Bypass, IsNoDifferenceToAComparison) {
-  entry("", "Plant::Hall", AttributeEditType::set_, "/dest");
-  src->u8Is(1);
-  src->historyEnq("a");
-  src->jobEnq("j");
-  src->newBolt("b")->lockedIs(true);
-  src->newPart()->noteIs("n");
-  ec->stopAtFirstDiffIs(true);
-  ec->attributeEditBypassCheckerIs(table);
-  EXPECT_FALSE(ec->doCopyEntityAttrs(dest, src, "hall", nullptr));
-  EXPECT_FALSE(ec->stop());
-  EXPECT_EQ(dest->bolts() + dest->jobs() + dest->u8(), 0u) << "neither applied nor a difference";
-}
-
-TEST_F(Bypass, ComparesADyingEntityWithItsDefault) {
-  auto const rule = entry("bolt", "Plant::Hall", AttributeEditType::del_, "/dest");
-  Kel::Ptr<Plant::Bolt> const standard = Plant::boltFactory("standard");
-  standard->torqueIs(2);
-  rule->defaultEntIs(standard);
-  ec->attributeEditBypassCheckerIs(table);
-  Kel::GenericIf::PtrConst const key = Kel::GenericIf::of(Kel::String8("b"));
-  dest->newBolt("b")->torqueIs(2);
-  ec->attributeDel(dest, attr("bolt"), key);
-  EXPECT_EQ(log->attributeEditEntrys(), 0u) << textOf(editsOf(*log));
-  dest->newBolt("b")->torqueIs(3);
-  Traces const traces("EntityCopy", 1u << 7);
-  ec->attributeDel(dest, attr("bolt"), key);
-  EXPECT_FALSE(dest->bolt("b"));
-  EXPECT_EQ(count(edit("bolt", AttributeEditType::del_)), 1);
-  EXPECT_EQ(traces.lines,
-            (std::vector<std::string>{"EntityCopy/7 attributeEditLog entries before copying: 0",
-                                      "EntityCopy/7 copy torque", "EntityCopy/7 copy locked", "EntityCopy/7 copy peer",
-                                      "EntityCopy/7 attributeEditLog entries after copying: 1"}));
-  dest->newBolt("b")->torqueIs(3);
-  ec->attributeDel(dest, attr("bolt"), key);
-  EXPECT_EQ(count(edit("bolt", AttributeEditType::del_)), 1) << "entries are counted, not edits";
-  rule->defaultEntIs(Plant::partFactory());
-  dest->newBolt("b");
-  EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { ec->attributeDel(dest, attr("bolt"), key); }),
-            ": Plant::Part has no attribute 'torque'");
-}
-
-TEST_F(Bypass, LeavesDefaultsThatACopyDeletesOutOfTheLog) {
-  Kel::Ptr<Plant::Bolt> const standard = Plant::boltFactory("standard");
-  standard->torqueIs(2);
-  entry("", "Plant::Hall", AttributeEditType::del_, "/dest")->defaultEntIs(standard);
-  ec->attributeEditBypassCheckerIs(table);
-  ec->srcCopyRootIs(src, true);
-  for (bool compare : {true, false}) {
-    dest->boltIs("b")->torqueIs(2);
-    dest->boltIs("c")->torqueIs(2);
-    dest->axleIs("a")->torqueIs(2);
-    ec->stopAtFirstDiffIs(compare);
-    ec->handleCopyRoots();
-    EXPECT_EQ(textOf(editsOf(*log)), "");
-    EXPECT_FALSE(ec->stop());
-    EXPECT_EQ(dest->bolts(), compare ? 2u : 0u);
-    EXPECT_EQ(static_cast<bool>(dest->axle()), compare);
-  }
-  for (bool compare : {true, false}) {
-    dest->boltIs("b")->torqueIs(2);
-    dest->boltIs("c")->torqueIs(2);
-    dest->bolt("c")->lockedIs(true);
-    ec->stopAtFirstDiffIs(compare);
-    ec->handleCopyRoots();
-    EXPECT_EQ(count(edit("bolt", AttributeEditType::del_)), 1);
-    EXPECT_EQ(ec->stop(), compare);
-    EXPECT_EQ(dest->bolts(), compare ? 2u : 0u);
-    log->attributeEditEntryDelAll();
-  }
 }
 
 TEST_F(BypassDeathTest, ADefaultIsForDeletionsOnly) {

@@ -267,46 +267,6 @@ TEST_F(Handlers, AFilterIsMadeOnceAndGathersNames) {
   EXPECT_THROW(table->registerEntityCopyFilter(nullptr, S::EntityPath(""), "T", names), Kel::RangeException);
 }
 
-TEST_F(Handlers, AFilterCopiesBeforeAndAfterInOrder) {
-  S::EntityCopyFilterDir::Ptr const dir = S::entityCopyFilterDirFactory("filters");
-  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Hall", nullptr);
-  auto const filter = dir->ecf(S::HandlerContext(S::EntityPath(""), "Plant::Hall"));
-  filter->newPreAttribute()->attributeNameIs(2, "u8");
-  filter->preAttribute()->attributeNameIs(1, "part");
-  filter->newPostAttribute()->attributeNameIs(1, "u16");
-  filter->newFilteredAttribute();
-  for (char const* name : {"u8", "u16"}) filter->filteredAttribute()->attributeNameIs(name, true);
-  src->newPart()->noteIs("n");
-  src->u8Is(1);
-  src->u16Is(2);
-  src->u32Is(3);
-  EntityCopy::Ptr const ec = copyWithTable();
-  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
-  Traces const traces("EntityCopy", 1u << 2);
-  ec->destIs(world.dest);
-  EXPECT_TRUE(traces.inOrder({"EntityCopy/2 doCopyAttrByName: part", "EntityCopy/2 doCopyAttrByName: u8",
-                              "EntityCopy/2 doCopyAttr: u32", "EntityCopy/2 doCopyAttr: part",
-                              "EntityCopy/2 doCopyAttrByName: u16"}))
-      << traces.text();
-  EXPECT_EQ(traces.count("EntityCopy/2 doCopyAttr: u8"), 1u);
-  EXPECT_EQ(traces.count("EntityCopy/2 doCopyValue: note"), 1u) << "what was marked was visited again";
-  auto const copied = Kel::ptrCast<SessionHandler>(ec->handler())->copied();
-  EXPECT_TRUE(copied->isPrefix("hall.part"));
-  EXPECT_TRUE(copied->isPrefix("hall.u8"));
-  EXPECT_FALSE(copied->isPrefix("hall.u16")) << "post-attributes are not marked";
-  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
-}
-
-TEST_F(Handlers, AStarInAKeyIsNoWildcardToTheMarks) {
-  S::EntityCopyFilterDir::Ptr const dir = S::entityCopyFilterDirFactory("filters");
-  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Slot", nullptr);
-  table->registerEntityCopyFilter(dir, S::EntityPath(""), "Plant::Hall", nullptr);
-  for (auto it = dir->ecfIterator(); it; ++it) it->newPreAttribute()->attributeNameIs(1, "part");
-  for (char const* key : {"a*", "a", "*", "b*"}) src->newAnnex(key)->newPart()->noteIs(key);
-  for (int i = 0; i < 2; ++i) copyWithTable()->destIs(world.dest);
-  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
-}
-
 // --- Directories ---
 
 struct Directories : Handlers {
@@ -326,46 +286,7 @@ struct Directories : Handlers {
     ec->srcCopyRootIs(srcDir, true);
     return ec;
   }
-  Edits run(bool compare = false) const {
-    EntityCopy::Ptr const ec = copyDir(compare);
-    ec->destIs(world.dest);
-    return editsOf(*ec->attributeEditLog());
-  }
 };
-
-TEST_F(Directories, AreReconciledEntryByEntry) {
-  Kel::Dir::Ptr const sub(new Kel::Dir("sub", srcDir.ptr()));
-  Kel::ptrCast<Plant::Bolt>(sub->newEntity("Plant::Bolt", "deep"))->lockedIs(true);
-  srcDir->newEntity("Plant::Bolt", "both");
-  srcDir->newEntryState("announced", "Plant::Bolt");
-  destDir->newEntity("Plant::Bolt", "both");
-  destDir->newEntity("Plant::Bolt", "old");
-  destDir->newEntity("Plant::Bolt", "sub");  // of another type
-  EXPECT_EQ(run(true), (Edits{{"Kel::Dir::EntryState::entryState del d", 1}}));
-  EXPECT_TRUE(destDir->entry("old"));
-  Traces const traces("EntityCopy", 1u << 9);
-  // What is made with its entity counts twice: as an entry, and as an entity that was not there.
-  EXPECT_EQ(run(), (Edits{{"Kel::Dir::EntryState::entryState del d", 2},
-                          {"Kel::Dir::EntryState::entryState set d", 3},
-                          {"Kel::Dir::EntryState::entryState set d/sub", 2},
-                          {"Plant::Bolt::locked set d/sub/deep", 1}}));
-  EXPECT_TRUE(
-      traces.inOrder({"EntityCopy/9 Deleting entryState old in d", "EntityCopy/9 Deleting entryState sub in d",
-                      "EntityCopy/9 Creating entryState announced in d", "EntityCopy/9 Creating entryState sub in d",
-                      "EntityCopy/9 Creating entityPtr both in d", "EntityCopy/9 Creating entityPtr sub in d",
-                      "EntityCopy/9 Creating entityPtr deep in sub", "EntityCopy/9 handleEntity: sub completed (1)",
-                      "EntityCopy/9 handleEntity: d completed (1)"}))
-      << traces.text();
-  for (std::size_t i = 0; i < traces.lines.size(); ++i)
-    if (traces.lines[i].find("ing ent") != std::string::npos) {
-      EXPECT_EQ(traces.functions[i], "EntityCopy:handleEntity") << traces.lines[i];
-    }
-  EXPECT_FALSE(destDir->entry("old"));
-  EXPECT_FALSE(destDir->entry("announced")->entityPtr()) << "what is only announced stays so";
-  EXPECT_NE(destDir->entity("sub/deep"), srcDir->entity("sub/deep"));
-  EXPECT_EQ(run(), Edits{});
-  EXPECT_EQ(run(true), Edits{});
-}
 
 TEST_F(Directories, PointersOfASecondRunLeadIntoItsDestination) {
   Kel::Dir::Ptr const other = world.dir("other");
@@ -384,16 +305,6 @@ TEST_F(Directories, PointersOfASecondRunLeadIntoItsDestination) {
   EXPECT_EQ(EntityPtr(Kel::ptrCast<Plant::Bolt>(otherDir->entityRef("b"))->peer()), otherDir->entityRef("b"));
   for (Kel::Dir::Ptr const& dir : {srcDir, destDir, otherDir})
     Kel::ptrCast<Plant::Bolt>(dir->entityRef("b"))->peerIs(nullptr);
-}
-
-TEST_F(Directories, WithoutAHandlerGetEntriesAlone) {
-  table->typeSpecificHandlersDelAll();
-  Kel::ptrCast<Plant::Bolt>(srcDir->newEntity("Plant::Bolt", "b"))->lockedIs(true);
-  destDir->newEntity("Plant::Bolt", "old");
-  run();
-  EXPECT_FALSE(destDir->entry("old"));
-  ASSERT_TRUE(destDir->entry("b"));
-  EXPECT_FALSE(destDir->entry("b")->entityPtr()) << "an entity of the source, or a visited child";
 }
 
 TEST_F(Directories, AHandlerFallsBackOnOtherEntities) {

@@ -19,24 +19,6 @@ struct Pointers : testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Typed, Pointers, testing::Values(false));
 INSTANTIATE_TEST_SUITE_P(Boxed, Pointers, testing::Values(true));
 
-TEST_P(Pointers, AreSetToNullAndMembersBetweenSetAndNullAreReplaced) {
-  Kel::Ptr<Plant::Bolt> const bolt = Kel::ptrCast<Plant::Bolt>(stranger);
-  dest->favouriteIs(bolt);
-  dest->chosenIs("a", bolt);
-  src->chosenIs("a", nullptr);
-  src->chosenIs("b", bolt);
-  dest->chosenIs("b", nullptr);
-  src->chosenIs("c", bolt);
-  dest->chosenIs("c", Kel::ptrCast<Plant::Bolt>(world.src->entityRef("loose")));
-  Edits const edits = world.copy().edits;
-  EXPECT_EQ(edits, (Edits{{"Plant::Hall::chosen del hall", 2},
-                          {"Plant::Hall::chosen set hall", 3},
-                          {"Plant::Hall::favourite set hall", 1}}));
-  EXPECT_FALSE(dest->favourite());
-  EXPECT_FALSE(dest->chosen("a"));
-  EXPECT_EQ(dest->chosen("c"), bolt);
-}
-
 TEST_P(Pointers, KeysAreTranslatedAndWaitForTheirTargets) {
   Kel::Ptr<Plant::Hall> const annex = World::hall(world.src, "sys/annex");
   src->weightIs(src->newBolt("near"), 1);
@@ -50,22 +32,6 @@ TEST_P(Pointers, KeysAreTranslatedAndWaitForTheirTargets) {
   EXPECT_EQ(dest->weights(), 3u);
   EXPECT_EQ(dest->weight(World::hall(world.dest, "sys/annex")->bolt("far")), 2u);
   EXPECT_EQ(dest->weight(Kel::ptrCast<Plant::Bolt>(stranger)), 3u);
-}
-
-TEST_P(Pointers, TargetsThatAreMadeAnewAreWaitedFor) {
-  src->newAxle("new");
-  src->newBolt("b")->peerIs(src->axle());
-  src->weightIs(src->axle(), 1);
-  World::hall(world.src, "sys/annex")->newGearbox("g", 2, Plant::Size(), Plant::Grade::raw)->newPin("pin");
-  src->favouriteIs(World::hall(world.src, "sys/annex")->gearbox()->pin());
-  dest->newAxle("old");
-  dest->newBolt("b")->peerIs(dest->axle());
-  dest->weightIs(dest->axle(), 1);
-  World::hall(world.dest, "sys/annex")->newGearbox("g", 1, Plant::Size(), Plant::Grade::raw)->newPin("pin");
-  world.copy();
-  EXPECT_EQ(dest->bolt("b")->peer(), dest->axle());
-  EXPECT_EQ(dest->favourite(), World::hall(world.dest, "sys/annex")->gearbox()->pin());
-  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
 }
 
 TEST_P(Pointers, ANullKeyOfTheDestinationIsDeletedOrStays) {
@@ -106,20 +72,6 @@ TEST_P(Pointers, LeadToTheCounterpartWhenAPathIsAmbiguous) {
   src->annexDel("a.annex/b");
   src->weightDel(outer);
   dest->favouriteIs(nullptr);
-}
-
-// A member of a queue is named by its index, which need not be that of its source.
-TEST_P(Pointers, ToMembersOfQueuesGoByTheirIndex) {
-  dest->jobEnq("gone");
-  dest->jobDelAll();
-  src->jobEnq("zero");
-  src->jobEnq("one");
-  src->anythingIs(EntityPtr(src->job(1)));
-  EXPECT_EQ(world.copy().pending, 0u);
-  EXPECT_EQ(dest->anything(), EntityPtr(dest->job(1))) << "index 1 is of \"zero\" there";
-  EXPECT_EQ(dest->job(1)->title(), "zero");
-  src->anythingIs(EntityPtr(src->job(0)));
-  EXPECT_EQ(world.copy().pending, 1u) << "there is no index 0";
 }
 
 TEST_P(Pointers, BetweenEntitiesThatAreNotAtTheirPathAreNotTranslated) {
@@ -247,17 +199,6 @@ TEST_P(Deferred, AreFatalWhenForced) {
                "doesn't\nEntityCopy:[0-9]+: .*EntityCopy::doCopyPendingAttrs\\(.*Assertion 'false' failed");
 }
 
-TEST_P(Pointers, ToAnEntityThatHasLeftItsTreeWaitForEver) {
-  src->newBolt("b");
-  src->favouriteIs(src->bolt("b"));
-  src->anythingIs(src->bolt("b"));
-  src->boltDel("b");
-  dest->favouriteIs(Kel::ptrCast<Plant::Bolt>(stranger));
-  Outcome const outcome = world.copy();
-  EXPECT_EQ(outcome.pending, 2u);
-  EXPECT_EQ(EntityPtr(dest->favourite()), stranger) << "left untouched";
-}
-
 TEST_P(Pointers, GoToTheExternalDestinationWhenThereIsOne) {
   Kel::Dir::Ptr const elsewhere(new Kel::Dir("elsewhere", world.root.ptr()));
   EntityPtr const twin = elsewhere->newEntity("Plant::Bolt", "loose");
@@ -271,22 +212,6 @@ TEST_P(Pointers, GoToTheExternalDestinationWhenThereIsOne) {
   ec->handleCopyRoots();
   EXPECT_EQ(EntityPtr(dest->favourite()), twin);
   EXPECT_EQ(dest->anything(), stranger) << "it does not lie below the source";
-}
-
-TEST_P(Pointers, TraceHowTheyAreResolved) {
-  src->favouriteIs(src->newBolt("b"));
-  src->anythingIs(stranger);
-  Traces const traces("CliSession");
-  world.copy();
-  std::string const signature =
-      "CliSession/8 virtual Cli::Session::PtrTarget "
-      "Cli::Session::EntityCopyGlobalSessionHandler::resolveEntityPtr(const "
-      "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<const Kel::Entity>&): ";
-  EXPECT_TRUE(traces.inOrder({signature + "/src/hall.bolt/b", "CliSession/3 Target is internal",
-                              "CliSession/3 destTargetFullName: /dest/hall.bolt/b", signature + "/outside/stranger",
-                              "CliSession/3 Target is external or already pointing to dest",
-                              "CliSession/3 destTargetFullName needs no translation (/outside/stranger)"}))
-      << traces.text();
 }
 
 TEST_P(Pointers, MakeTheSessionRootThatTheyLeadInto) {

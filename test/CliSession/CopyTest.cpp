@@ -1,0 +1,144 @@
+// Copies and comparisons, as a transcript that holds on both roads of the engine:
+//
+//     new                  a world anew: "src" and "dest" with empty roots "hall" and "sys/annex", and what lies
+//     outside PATH TEXT...         sets an attribute or a member from texts ('' is an empty one)
+//     make PATH TYPE       makes an entity in a directory
+//     - PATH               deletes one
+//     ? PATH               shows an attribute
+//     copy                 the edits, how many pointers wait, whether the two are equal then
+//     compare              the edits, whether there is a difference
+//     trace LEVELS PATH    what the copy of one entity traces
+//     root PATH TYPE       one root more
+//     dirs                 directories are reconciled entry by entry
+//     filter PATH TYPE WHEN ATTRIBUTE
+//                          copies the attribute "before" or "after" the others, or goes "without" it
+//     bypass EDIT PREFIX TYPE ATTRIBUTE DEFAULT
+//                          keeps edits ("set" or "del") out of the log, from now on ('' is any, or none); without
+//                          anything: no more
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <regex>
+
+#include "CliSession/World.h"
+#include "Files.h"
+#include "Reflect.h"
+
+namespace {
+
+using namespace Tests;
+
+class Script {
+ public:
+  Script() { world_->table = Cli::Session::entityCopyCustomHandlerTableFactory("table", world_->root); }
+
+  std::string answer(std::string const& line) try {
+    std::istringstream in(line);
+    std::vector<std::string> words;
+    for (std::string word; in >> word;) words.push_back(word == "''" ? "" : word);
+    std::string const verb = words[0];
+    if (verb == "new") return *this = Script(), "";
+    if (verb == "make") return make(words[1], words[2]), "";
+    if (verb == "root") return world_->rootIs(words[1].c_str(), words[2].c_str()), "";
+    if (verb == "dirs") return dirs(), "";
+    if (verb == "filter")
+      return filter(Cli::Session::EntityPath(Kel::String8(words[1])), words[2], words[3], words[4]), "";
+    if (verb == "bypass") return bypass(words), "";
+    if (verb == "copy") return copied();
+    if (verb == "compare") return compared();
+    if (verb == "trace") return traced(static_cast<Kel::U16>(std::stoi(words[1], nullptr, 16)), words[2]);
+    if (verb == "-") return Shell::deleteTarget(Shell::locateExisting(world_->root, words[1])), "";
+    if (verb == "?") return shown(Shell::locate(world_->root, words[1]));
+    words.erase(words.begin());
+    return Shell::setFromText(world_->root, Shell::locate(world_->root, verb), words), "";
+  } catch (Kel::Exception const& e) {
+    return e.message().str() + "\n";
+  }
+
+ private:
+  void make(std::string const& path, std::string const& type) const {
+    std::size_t const slash = path.rfind('/');
+    Kel::ptrCast<Kel::Dir>(world_->root->entity(Kel::String8(path.substr(0, slash))))
+        ->newEntity(Kel::String8(type), Kel::String8(path.substr(slash + 1)));
+  }
+  void dirs() {
+    auto const handler = filters_->newDirHandler();
+    handler->sessionStatusIs(world_->status);
+    world_->table->registerCustomCopyHandler(Cli::Session::EntityPath(""), "Kel::Dir", handler);
+  }
+  void filter(Cli::Session::EntityPath const& path, Kel::String8 const& type, std::string const& when,
+              Kel::String8 const& name) {
+    auto const names = Cli::Session::attributeFilterFactory();
+    if (when == "without") names->attributeNameIs(name, true);
+    world_->table->registerEntityCopyFilter(filters_, path, type, names);
+    auto const made = filters_->ecf(Cli::Session::HandlerContext(path, type));
+    if (when == "before") made->preAttributeIs()->attributeNameIs(++order_, name);
+    if (when == "after") made->postAttributeIs()->attributeNameIs(++order_, name);
+  }
+  void bypass(std::vector<std::string> words) {
+    words.resize(6);
+    if (!bypass_ || words[1].empty()) bypass_ = Cli::Session::attributeEditBypassTableFactory("bypass");
+    if (words[1].empty()) return;
+    auto const type = words[1] == "set" ? Cli::Session::AttributeEditType::set_ : Cli::Session::AttributeEditType::del_;
+    Cli::Session::AttributeEdit const edit{Kel::String8(words[4]), Kel::String8(words[3]), type};
+    auto const entry = bypass_->attributeEditBypassEntryIs(edit);
+    entry->parentPathIs(Kel::String8(words[2]), true);
+    entry->defaultEntIs(words[5].empty() ? nullptr : world_->root->entity(Kel::String8(words[5])));
+  }
+  EntityCopy::Ptr copy(bool compare) const {
+    EntityCopy::Ptr ec = world_->copyFrom(world_->src, compare);
+    ec->attributeEditBypassCheckerIs(bypass_);
+    return ec;
+  }
+  Outcome run(bool compare) const {
+    EntityCopy::Ptr const ec = copy(compare);
+    ec->destIs(world_->dest);
+    return {editsOf(*ec->attributeEditLog()), ec->stop(), ec->pendingAttrs()};
+  }
+  std::string copied() const {
+    Outcome const outcome = run(false);
+    std::string const pending = outcome.pending ? std::to_string(outcome.pending) + " wait\n" : "";
+    bool const equal = world_->dump(world_->dest) == world_->dump(world_->src);
+    return textOf(outcome.edits) + pending + (equal ? "equal\n" : "not equal\n");
+  }
+  std::string compared() const {
+    std::string const before = world_->dump(world_->dest);
+    Outcome const outcome = run(true);
+    EXPECT_EQ(world_->dump(world_->dest), before);
+    return textOf(outcome.edits) + (outcome.stopped ? "differs\n" : "equal\n");
+  }
+  std::string traced(Kel::U16 levels, std::string const& path) const {
+    EntityCopy::Ptr const ec = copy(false);
+    ec->srcCopyRootDelAll();
+    ec->srcCopyRootIs(world_->src->entity(Kel::String8(path)), true);
+    Traces const handler("CliSession", levels), engine("EntityCopy", levels);
+    ec->destIs(world_->dest);
+    std::string text;
+    for (std::size_t i = 0; i < engine.lines.size(); ++i)
+      if (engine.lines[i].find("EntityCopyUtils/") != 0) text += engine.functions[i] + " " + engine.lines[i] + "\n";
+    return std::regex_replace(text, std::regex("0x[0-9a-f]+"), "0x");
+  }
+  static std::string shown(Shell::Target const& target) {
+    if (!target.key) return target.entity->attributeString(target.attr->id()).str() + "\n";
+    auto const member = Kel::GenericIf::ofEntity(target.entity)->attribute(target.attr->id(), target.key);
+    return (member ? member->text().str() : "<null>") + "\n";
+  }
+
+  std::unique_ptr<World> world_ = std::make_unique<World>();
+  Cli::Session::EntityCopyFilterDir::Ptr filters_ = Cli::Session::entityCopyFilterDirFactory("filters");
+  Cli::Session::AttributeEditBypassTable::Ptr bypass_;
+  Kel::U16 order_ = 0;
+};
+
+TEST(Copies, AreWhatTheTranscriptSaysOnBothRoads) {
+  std::string const path = SOURCE_DIR "/test/CliSession/copies.golden";
+  for (bool boxed : {false, true}) {
+    SCOPED_TRACE(boxed ? "boxed" : "typed");
+    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+    Script script;
+    std::string const said = answered(path, [&](std::string const& line) { return script.answer(line); });
+    EXPECT_EQ(golden(path, said), said);
+  }
+}
+
+}  // namespace
