@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -90,14 +89,19 @@ TEST(ConfigDbLoader, Sample) {
 TEST(ConfigDbLoader, SaysWhatTheTranscriptSays) {
   std::string const path = SOURCE_DIR "/test/examples/config_db/loader.golden";
   std::set<std::string> const empty = linesOf(Tests::dump(loaded("{}").dir));
-  std::regex const unset(R"(.* = (|0|false|unset|<null>|\{\}))");
+  auto const unset = [](std::string const& line) {
+    std::size_t const at = line.rfind(" = ");
+    if (at == std::string::npos) return false;
+    std::string const value = line.substr(at + 3);
+    return value.empty() || value == "0" || value == "false" || value == "unset" || value == "<null>" || value == "{}";
+  };
   std::string const said = Tests::answered(path, [&](std::string const& content) {
     std::string answer;
     try {
       Loaded const made = loaded(content);
       for (std::string const& complaint : made.report.complaints) answer += complaint + "\n";
       for (std::string const& line : linesOf(Tests::dump(made.dir)))
-        if (!empty.count(line) && !std::regex_match(line, unset)) answer += line + "\n";
+        if (!empty.count(line) && !unset(line)) answer += line + "\n";
     } catch (LoadError const& e) {
       std::string const message = e.what();
       std::size_t const end = message.find(" while parsing");  // what comes behind it is the parser's
