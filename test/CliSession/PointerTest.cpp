@@ -177,6 +177,13 @@ TEST_P(Deferred, StayUntilThenAndAreSupersededWhenMetAgain) {
   EXPECT_EQ(dest->weights(), 0u);
 }
 
+TEST_P(Deferred, AreSupersededByNull) {
+  src->favouriteIs(nullptr);
+  src->chosenIs("c", nullptr);
+  ec->handleCopyRoots();
+  EXPECT_EQ(ec->pendingAttrs(), 1u) << "the key still waits";
+}
+
 TEST_P(Deferred, GoOnWaitingInTheirTreeAndAreDroppedWithTheirDestination) {
   World const other;
   ec->destIs(other.dest);
