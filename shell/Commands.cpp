@@ -103,7 +103,10 @@ Outcome Commands::run(std::string const& line) {
 }
 
 Outcome Commands::help(Words const&) {
-  for (Command const& command : table()) out_ << std::left << std::setw(22) << command.usage << command.help << "\n";
+  std::size_t widest = 0;
+  for (Command const& command : table()) widest = std::max(widest, std::string(command.usage).size());
+  for (Command const& command : table())
+    out_ << std::left << std::setw(static_cast<int>(widest) + 2) << command.usage << command.help << "\n";
   return Outcome::ok;
 }
 

@@ -15,7 +15,15 @@ void printLine(std::ostream& out, Loc const& loc, char const* severity, std::str
 }  // namespace
 
 void Diagnostics::error(Loc loc, std::string text, std::vector<Note> notes) {
-  found_.push_back({loc, std::move(text), std::move(notes)});
+  if (found_.size() == most)
+    ++more_;
+  else
+    found_.push_back({loc, std::move(text), std::move(notes)});
+}
+
+void Diagnostics::add(Diagnostics const& other) {
+  for (Diagnostic& d : other.sorted()) error(d.loc, std::move(d.text), std::move(d.notes));
+  more_ += other.more_;
 }
 
 std::vector<Diagnostic> Diagnostics::sorted() const {
@@ -29,6 +37,7 @@ void Diagnostics::print(std::ostream& out) const {
     printLine(out, d.loc, "error", d.text);
     for (Note const& note : d.notes) printLine(out, note.loc, "note", note.text);
   }
+  if (more_ > 0) out << "kelc: " << more_ << " errors more\n";
 }
 
 }  // namespace kelc

@@ -27,16 +27,22 @@ struct Diagnostic {
 
 class Diagnostics {
  public:
+  // What is found behind the first `most` errors is only counted: a file that is no model at all has one everywhere.
+  static constexpr std::size_t most = 1000;
   void error(Loc loc, std::string text, std::vector<Note> notes = {});
+
+  // All that another has found, sorted.
+  void add(Diagnostics const& other);
 
   bool empty() const { return found_.empty(); }
   // In the order of the files and of the positions in them; errors at one position keep the order of their discovery.
   std::vector<Diagnostic> sorted() const;
-  // One `file:line:col: error: text` a line, each followed by its notes.
+  // One `file:line:col: error: text` a line, each followed by its notes; at the end how many there were more.
   void print(std::ostream& out) const;
 
  private:
   std::vector<Diagnostic> found_;
+  std::size_t more_ = 0;
 };
 
 }  // namespace kelc

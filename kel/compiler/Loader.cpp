@@ -83,7 +83,7 @@ class Loader {
     std::vector<Token> const tokens = lex(file, found);
     std::unique_ptr<Model> model = found.empty() ? parse(tokens, found) : std::make_unique<Model>();
     model->file = &file;
-    for (Diagnostic const& d : found.sorted()) diagnostics_.error(d.loc, d.text, d.notes);
+    diagnostics_.add(found);
     return model;
   }
 

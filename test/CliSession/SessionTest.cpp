@@ -392,6 +392,9 @@ TEST_F(Session, CopiesWhatWasPutOff) {
 
 TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   Kel::Dir::Ptr const clean(new Kel::Dir("clean", world.root.ptr()));
+  // What lies outside of the session roots has its place in the clean configuration, too.
+  src->favouriteIs(Kel::ptrCast<Plant::Bolt>(world.src->entityRef("loose")));
+  Kel::Entity::Ptr const loose = clean->newEntity("Plant::Bolt", "loose");
   auto const progress = S::cleanConfigStatusFactory("progress");
   src->u8Is(3);
   world.src->entryDel("sys");
@@ -412,6 +415,7 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   EXPECT_TRUE(progress->cleanConfigComplete());
   EXPECT_TRUE(progress->cleanConfigRoot("hall") && progress->cleanConfigRoot("sys/annex"));
   ASSERT_TRUE(World::hall(clean, "sys/annex"));
+  EXPECT_EQ(World::hall(clean)->favourite(), loose);
   src->u8Is(9);
   EXPECT_TRUE(status->doCleanConfig("s1"));
   EXPECT_EQ(World::hall(session)->u8(), 3);
