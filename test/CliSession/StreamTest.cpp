@@ -66,7 +66,8 @@ TEST(Streams, KeepTrees) {
 struct Eager : S::EntityCopyGlobalSessionHandler {
   bool handleEntity(EntityCopy::Ptr const& ec, EntityPtr const& dest, EntityPtrConst const& src,
                     Kel::String path) override {
-    return ec->doCopyEntityAttrs(dest, src, path, nullptr) | ec->doCopyEntityAttrs(dest, src, path, nullptr);
+    bool const differs = ec->doCopyEntityAttrs(dest, src, path, nullptr);
+    return ec->doCopyEntityAttrs(dest, src, path, nullptr) || differs;
   }
 };
 
