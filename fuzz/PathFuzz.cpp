@@ -60,7 +60,7 @@ struct Subject {
     Kel::Entity::Ptr const found = at->entity(Kel::String8(path));
     if (found) FUZZ_LAW(found->fullName() == Kel::String8(full), full);
     auto const all = Tests::entitiesFrom(path.empty() || path.front() == '/' ? Kel::Entity::PtrConst(root)
-                                                                            : Kel::Entity::PtrConst(at));
+                                                                             : Kel::Entity::PtrConst(at));
     bool const isThere = std::any_of(all.begin() + 1, all.end(), [&](Kel::Entity::PtrConst const& e) {
       return e->fullName() == Kel::String8(full);
     });

@@ -129,8 +129,7 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   else
     KEL_TRACE(3) << "destTargetFullName: " << destTargetFullName;
   Kel::Ptr<Kel::Entity> found;
-  if (ec->dest() && !destTargetFullName.empty())
-    found = targetInTree(*ec, *ec->dest(), destTargetFullName, src.ptr());
+  if (ec->dest() && !destTargetFullName.empty()) found = targetInTree(*ec, *ec->dest(), destTargetFullName, src.ptr());
   return PtrTarget(destTargetFullName, found && (!internal || outlivesRun(*ec, *found, *src)));
 }
 

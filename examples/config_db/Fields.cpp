@@ -57,7 +57,7 @@ GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& fie
     if (!found.problem.empty()) complain(entry, field, found.problem + ", " + done);
     return GenericIf::ofEntity(found.entity);
   }
-  GenericIf::Ptr const value = valueFromText(type, text);
+  GenericIf::Ptr value = valueFromText(type, text);
   if (!value) complain(entry, field, "\"" + std::string(text) + "\" " + refusal(type) + ", " + done);
   return value;
 }

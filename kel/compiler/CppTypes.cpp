@@ -31,7 +31,7 @@ std::string shortest(F value) {
 
 // The most negative number of a type has no literal: its magnitude is out of range.
 std::string unsignedInteger(std::uint64_t magnitude) {
-  std::string const digits = std::to_string(magnitude);
+  std::string digits = std::to_string(magnitude);
   if (magnitude <= 0x7fffffff) return digits;
   return digits + (magnitude <= 0xffffffff ? "u" : "ull");
 }

@@ -221,7 +221,7 @@ class ValueEmitter {
   std::string printed() const {
     if (!decl_.rep) return "valueToStrep(value)";
     Field const& f = decl_.fields[0];
-    std::string const field = "value." + f.name.text + "()";
+    std::string field = "value." + f.name.text + "()";
     switch (typeOf(f).builtin) {
       case Builtin::none:
       case Builtin::string:
