@@ -35,6 +35,16 @@ U32 AttrAccess::count(KelAttr const& attr, Entity const&) const {
 }
 
 bool AttrAccess::equal(Entity const&, Entity const&) const { return false; }
+bool AttrAccess::equalThrough(Entity const&, Entity const&, SameTarget&) const { return false; }
+AttrIterator& AttrAccess::iterate(KelAttr const& attr, Entity const&, IteratorRoom&) const {
+  throwOpNotSupportedException(attr.fullName(), "iterate");
+}
+AttrAccess::Found AttrAccess::findMember(Entity const&, AttrIterator const&, Entity*, Entity**) const {
+  return Found::absent;
+}
+void AttrAccess::copyMember(KelAttr const& attr, Entity&, AttrIterator const&, Entity*, Entity*) const {
+  throwOpNotSupportedException(attr.fullName(), "copyMember");
+}
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const {}
 Entity* AttrAccess::single(Entity const&) const { return nullptr; }
 void AttrAccess::point(KelAttr const&, Entity&, Entity*) const {}

@@ -4,6 +4,7 @@
 // neither allocate nor format.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,44 @@ class AttrIterator {
   virtual GenericIf::Ptr obj(bool constView) const = 0;
   virtual void inc() = 0;
   virtual std::unique_ptr<AttrIterator> clone() const = 0;
+
+  // Typed: the entity that is the key, and the one that is the member, owned or pointed at; null where the key or the
+  // member is a value, or a null pointer.
+  virtual Entity* keyTarget() const = 0;
+  virtual Entity* target() const = 0;
+};
+
+// Room for an iterator on the stack: walking a collection allocates nothing.
+class IteratorRoom {
+ public:
+  IteratorRoom() = default;
+  ~IteratorRoom() {
+    if (it_) it_->~AttrIterator();
+  }
+  IteratorRoom(IteratorRoom const&) = delete;
+  IteratorRoom& operator=(IteratorRoom const&) = delete;
+
+  // Once for each room.
+  template <class It>
+  AttrIterator& emplace(It&& it) {
+    using Made = std::decay_t<It>;
+    static_assert(sizeof(Made) <= sizeof(bytes_) && alignof(Made) <= alignof(void*));
+    return *(it_ = new (bytes_) Made(std::forward<It>(it)));
+  }
+
+ private:
+  alignas(void*) std::byte bytes_[112];
+  AttrIterator* it_ = nullptr;
+};
+
+// How two pointers of two trees are compared: whether the one stands for the other.
+class SameTarget {
+ public:
+  // Neither is null.
+  virtual bool operator()(Entity& dest, Entity& src) = 0;
+
+ protected:
+  ~SameTarget() = default;
 };
 
 class AttrAccess {
@@ -46,6 +85,18 @@ class AttrAccess {
   // Typed. Whether the attribute's whole content is equal in two entities of the same type: values and collections of
   // values; pointers by identity. Never called for owned entities.
   virtual bool equal(Entity const& a, Entity const& b) const;
+  // The same for keyed collections with pointers in them, in order: pointers are compared by `same`. False for anything
+  // else, and where the members stand in another order.
+  virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
+  // An iterator over the members, in `room`. Raises OpNotSupportedException where there are no members.
+  virtual AttrIterator& iterate(KelAttr const& attr, Entity const& e, IteratorRoom& room) const;
+  // Of a keyed collection of values or pointers, about the member that an iterator over another entity's same attribute
+  // is on. Where keys or members are pointers, `key` and `target` are given in their place.
+  enum class Found : U8 { absent, different, equal };
+  // Looks for a member under the same key; members that are pointers are left to the caller, who gets `*target`.
+  virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
+  // Sets it, and notifies.
+  virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
   // Copies a single value across and notifies; the values differ.
   virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
   // Of a singleton or a pointer: the entity, or null.

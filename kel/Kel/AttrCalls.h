@@ -68,6 +68,14 @@ struct Construct {
     (void)x, (void)y;
     return (((x.*Getter)() == (y.*Getter)()) && ...);
   }
+  // The same but for the first parameter.
+  static bool furtherParamsEqual(Entity const& a, Entity const& b) {
+    T const& x = static_cast<T const&>(a);
+    T const& y = static_cast<T const&>(b);
+    (void)x, (void)y;
+    [[maybe_unused]] unsigned n = 0;
+    return ((n++ == 0 || (x.*Getter)() == (y.*Getter)()) && ...);
+  }
   static Entity* newLike(Entity const& like) {
     T const& x = static_cast<T const&>(like);
     (void)x;

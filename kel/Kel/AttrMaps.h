@@ -33,8 +33,20 @@ class BoxedIterator final : public AttrIterator {
   GenericIf::Ptr obj(bool constView) const override { return boxView(Member::of(it_), constView); }
   void inc() override { ++it_; }
   std::unique_ptr<AttrIterator> clone() const override { return std::make_unique<BoxedIterator>(it_); }
+  Entity* keyTarget() const override { return entityIn(it_.key()); }
+  Entity* target() const override { return entityIn(Member::of(it_)); }
+  It const& it() const { return it_; }
 
  private:
+  template <class T>
+  static Entity* entityIn(T const& held) {
+    if constexpr (isPtrType<T>) {
+      if constexpr (std::is_base_of_v<Entity, typename PtrTraits<T>::target>)
+        return const_cast<Entity*>(static_cast<Entity const*>(held.ptr()));
+    }
+    return nullptr;
+  }
+
   It it_;
 };
 struct MemberValue {
@@ -52,6 +64,15 @@ struct MemberPtr {
 template <class Member, class It>
 std::unique_ptr<AttrIterator> boxedIterator(It it) {
   return std::make_unique<BoxedIterator<It, Member>>(std::move(it));
+}
+template <class Member, class It>
+AttrIterator& iteratorIn(IteratorRoom& room, It it) {
+  return room.emplace(BoxedIterator<It, Member>(std::move(it)));
+}
+// The entity behind a pointer, as the pointer that a collection holds.
+template <class P>
+P pointerTo(Entity* e) {
+  return P(static_cast<typename PtrTraits<P>::target*>(e));
 }
 
 // Values or pointers by key.
@@ -98,12 +119,50 @@ class MapAccess final : public AttrAccess {
     M const& map = e.*slot_;
     return boxedIterator<MemberValue>(key ? map.iterator(unboxKey<K>(attr, key)) : map.iterator());
   }
+  AttrIterator& iterate(KelAttr const&, Entity const& e, IteratorRoom& room) const override {
+    return iteratorIn<MemberValue>(room, (e.*slot_).iterator());
+  }
   U32 count(KelAttr const&, Entity const& e) const override { return (e.*slot_).members(); }
   bool equal(Entity const& a, Entity const& b) const override {
     if constexpr (requires(V const& v) { v == v; })
       return a.*slot_ == b.*slot_;
     else
       return false;
+  }
+  bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const override {
+    if constexpr (hasEntities<K> || hasEntities<V>) {
+      M const& a = dest.*slot_;
+      M const& b = src.*slot_;
+      if (a.members() != b.members()) return false;
+      if (a.empty()) return true;
+      auto j = b.iterator();
+      for (auto i = a.iterator(); i; ++i, ++j)
+        if (!alike(i.key(), j.key(), same) || !alike(i.value(), j.value(), same)) return false;
+      return true;
+    } else {
+      return false;
+    }
+  }
+  Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const override {
+    auto const& it = position(at);
+    V const* held = (e.*slot_).find(keyAt(it, key));
+    if (!held) return Found::absent;
+    if constexpr (hasEntities<V>)
+      *target = const_cast<Entity*>(static_cast<Entity const*>(held->ptr()));
+    else if constexpr (requires(V const& v) { v == v; })
+      return *held == it.value() ? Found::equal : Found::different;
+    return Found::different;
+  }
+  void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key,
+                  Entity* target) const override {
+    auto const& it = position(at);
+    K const k = keyAt(it, key);
+    bool changes = false;
+    if constexpr (hasEntities<V>)
+      changes = (dest.*slot_).set(k, pointerTo<V>(target));
+    else
+      changes = (dest.*slot_).set(k, it.value());
+    if (changes) changed(attr, dest, &k);
   }
   void dropPointers(Entity& e) const override {
     if constexpr (isPtrType<K> || isPtrType<V>) (e.*slot_).clear();
@@ -137,6 +196,31 @@ class MapAccess final : public AttrAccess {
     for (K const& k : keys)
       if ((e.*slot_).erase(k)) e.notify(attr.id(), &k);
     if (auto* after = attr.afterChange(); after && !keys.empty()) after(e);
+  }
+
+  template <class T>
+  static constexpr bool hasEntities = isPtrType<T>&& std::is_base_of_v<Entity, typename PtrTraits<T>::target>;
+  template <class T>
+  static bool alike(T const& dest, T const& src, SameTarget& same) {
+    if constexpr (hasEntities<T>) {
+      using Target = typename PtrTraits<T>::target;
+      if (!dest || !src) return !dest && !src;
+      return same(*const_cast<Target*>(dest.ptr()), *const_cast<Target*>(src.ptr()));
+    } else if constexpr (requires { dest == src; }) {
+      return dest == src;
+    } else {
+      return false;
+    }
+  }
+  using Position = decltype(std::declval<M const&>().iterator());
+  static Position const& position(AttrIterator const& at) {
+    return static_cast<BoxedIterator<Position, MemberValue> const&>(at).it();
+  }
+  static K keyAt(Position const& it, [[maybe_unused]] Entity* key) {
+    if constexpr (hasEntities<K>)
+      return pointerTo<K>(key);
+    else
+      return it.key();
   }
 
   M Entity::*slot_;
@@ -193,6 +277,9 @@ class OwnedMapAccess final : public AttrAccess {
   std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override {
     auto& map = const_cast<Entity&>(e).*slot_;
     return boxedIterator<MemberPtr>(key ? map.iterator(unboxKey<K>(attr, key)) : map.iterator());
+  }
+  AttrIterator& iterate(KelAttr const&, Entity const& e, IteratorRoom& room) const override {
+    return iteratorIn<MemberPtr>(room, (const_cast<Entity&>(e).*slot_).iterator());
   }
   U32 count(KelAttr const&, Entity const& e) const override { return (e.*slot_).members(); }
 

@@ -34,6 +34,9 @@ class AnyQueueAccess : public AttrAccess {
     Q const& queue = e.*slot_;
     return boxedIterator<MemberValue>(key ? queue.iterator(unboxKey<I>(attr, key)) : queue.iterator());
   }
+  AttrIterator& iterate(KelAttr const&, Entity const& e, IteratorRoom& room) const override {
+    return iteratorIn<MemberValue>(room, (e.*slot_).iterator());
+  }
   U32 count(KelAttr const&, Entity const& e) const override { return (e.*slot_).members(); }
 
  protected:

@@ -160,6 +160,8 @@ class SubdirIterator final : public AttrIterator {
   GenericIf::Ptr obj(bool) const override { return box(true); }
   void inc() override { ++at_; }
   std::unique_ptr<AttrIterator> clone() const override { return std::make_unique<SubdirIterator>(*this); }
+  Entity* keyTarget() const override { return nullptr; }
+  Entity* target() const override { return nullptr; }
 
  private:
   std::vector<Name> names_;
@@ -206,8 +208,16 @@ struct DirAccess final : AttrAccess {
     auto& states = const_cast<Dir&>(dirOf(e)).entryState_;
     return boxedIterator<MemberPtr>(key ? states.iterator(unboxKey<Name>(attr, key)) : states.iterator());
   }
+  AttrIterator& iterate(KelAttr const&, Entity const& e, IteratorRoom& room) const override {
+    return iteratorIn<MemberPtr>(room, const_cast<Dir&>(dirOf(e)).entryState_.iterator());
+  }
   U32 count(KelAttr const&, Entity const& e) const override { return dirOf(e).entryStates(); }
   Entity* child(Entity const& e, std::string_view key) const override { return dirOf(e).entryState_.find(key); }
+  Entity* memberLike(Entity const& e, Entity const& member, U32) const override { return child(e, member.name()); }
+  Entity* newLike(KelAttr const&, Entity& owner, Entity const& like) const override {
+    auto const& state = static_cast<Dir::EntryState const&>(like);
+    return dirOf(owner).newEntryState(state.name(), state.entityTypeName()).ptr();
+  }
 
   void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
     for (auto it = dirOf(e).entryState_.iteratorConst(); it; ++it)

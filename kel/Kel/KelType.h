@@ -247,6 +247,8 @@ class KelType final : public PtrInterface {
   // a new entity with the parameters of another. Null where a parameter is a pointer.
   bool (*paramsEqual() const)(Entity const& a, Entity const& b) { return paramsEqual_; }
   Entity* (*newLike() const)(Entity const& like) { return newLike_; }
+  // As paramsEqual, but without the first parameter, which a queue gives its members.
+  bool (*furtherParamsEqual() const)(Entity const& a, Entity const& b) { return furtherParamsEqual_; }
   // Attributes that own entities, attributes that hold pointers, whether anything below may hold pointers.
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
   std::vector<KelAttr const*> const& ptrAttrs() const { return ptrAttrs_; }
@@ -276,6 +278,7 @@ class KelType final : public PtrInterface {
   KelNboAttrLogSa const* attrLogSa_ = nullptr;
   Ptr<Entity> (*construct_)(std::vector<Ptr<GenericIf const>> const& args, KelType const& type) = nullptr;
   bool (*paramsEqual_)(Entity const&, Entity const&) = nullptr;
+  bool (*furtherParamsEqual_)(Entity const&, Entity const&) = nullptr;
   Entity* (*newLike_)(Entity const&) = nullptr;
 };
 

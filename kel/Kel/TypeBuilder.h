@@ -52,7 +52,8 @@ class TypeBuilderBase {
   void args(KelAttr& attr, std::vector<KelArg> args) { attr.args_ = std::move(args); }
   void ctorArg(KelArg arg) { type_->ctorArgs_.push_back(std::move(arg)); }
   void constructWith(Ptr<Entity> (*construct)(std::vector<GenericIf::PtrConst> const&, KelType const&),
-                     bool (*paramsEqual)(Entity const&, Entity const&), Entity* (*newLike)(Entity const&));
+                     bool (*paramsEqual)(Entity const&, Entity const&),
+                     bool (*furtherParamsEqual)(Entity const&, Entity const&), Entity* (*newLike)(Entity const&));
   void representation(KelAttr& attr, bool autoconvert);
   void enumerators(EnumName const* names, std::size_t count);
   AttributeId nextId() const { return static_cast<AttributeId>(type_->attrs_.size()); }
@@ -138,9 +139,9 @@ class EntityTypeBuilder : public TypeBuilderBase {
   void constructs() {
     using Make = Construct<T, Getter...>;
     if constexpr (Make::comparable)
-      constructWith(&Make::construct, &Make::paramsEqual, &Make::newLike);
+      constructWith(&Make::construct, &Make::paramsEqual, &Make::furtherParamsEqual, &Make::newLike);
     else
-      constructWith(&Make::construct, nullptr, nullptr);
+      constructWith(&Make::construct, nullptr, nullptr, nullptr);
   }
 
   template <class C, class V>
