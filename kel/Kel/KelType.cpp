@@ -235,6 +235,7 @@ TypeBuilderBase::TypeBuilderBase(char const* fullName, KelType::Kind kind, KelTy
   if (!base) return;
   type_->attrs_ = base->attrs_;
   type_->ctorArgs_ = base->ctorArgs_;
+  type_->plainEqual_ = base->plainEqual_;
 }
 
 KelAttr& TypeBuilderBase::add(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type,
@@ -274,6 +275,16 @@ void TypeBuilderBase::constructWith(Ptr<Entity> (*construct)(std::vector<Generic
   type_->paramsEqual_ = paramsEqual;
   type_->furtherParamsEqual_ = furtherParamsEqual;
   type_->newLike_ = newLike;
+}
+
+void TypeBuilderBase::plainEqualWith(bool (*equal)(Entity const&, Entity const&),
+                                     std::initializer_list<AttributeId> attributes) {
+  type_->plainEqual_ = equal;
+  // All of them the type's own: none is shared with another record yet.
+  for (AttributeId id : attributes) {
+    KEL_ASSERT(type_->attrs_[id]->owner_ == type_);
+    const_cast<KelAttr*>(type_->attrs_[id])->plain_ = true;
+  }
 }
 
 void TypeBuilderBase::representation(KelAttr& attr, bool autoconvert) {

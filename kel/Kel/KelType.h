@@ -125,6 +125,8 @@ class KelAttr final : public PtrInterface {
   bool ctorParam() const { return flags_.has(KelAttrIntrospectionFlags::ctorParam); }
   // Logging, writable and no constructor parameter.
   bool copiable() const { return logging() && writable() && !ctorParam(); }
+  // Whether the attribute takes part in `KelType::plainEqual` of its owner.
+  bool inPlainEqual() const { return plain_; }
   KelAttrIntrospectionFlags flags() const { return flags_; }
 
   // Of an instantiating attribute: the constructor arguments of what it creates.
@@ -146,7 +148,7 @@ class KelAttr final : public PtrInterface {
   AttributeId id_ = noAttribute;
   KelAttrIntrospectionFlags flags_ = 0;
   Collection collection_ = Collection::none;
-  bool keyIsPtr_ = false, constPtr_ = false, constant_ = false;
+  bool keyIsPtr_ = false, constPtr_ = false, constant_ = false, plain_ = false;
   std::vector<KelArg> args_;
   AttrAccess const* access_;
   void (*afterChange_)(Entity&) = nullptr;
@@ -249,6 +251,11 @@ class KelType final : public PtrInterface {
   Entity* (*newLike() const)(Entity const& like) { return newLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.
   bool (*furtherParamsEqual() const)(Entity const& a, Entity const& b) { return furtherParamsEqual_; }
+  // Whether the plain content of two entities of this type is equal: of all copiable attributes that hold values and
+  // not pointers, inherited ones included, single or in collections, `a == b` of each. What has no comparison, what is
+  // keyed by pointers and `counter` collections stay out; KelAttr::inPlainEqual tells. Null: the type has nothing of
+  // the kind.
+  bool (*plainEqual() const)(Entity const& a, Entity const& b) { return plainEqual_; }
   // Attributes that own entities, attributes that hold pointers, whether anything below may hold pointers.
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
   std::vector<KelAttr const*> const& ptrAttrs() const { return ptrAttrs_; }
@@ -280,6 +287,7 @@ class KelType final : public PtrInterface {
   bool (*paramsEqual_)(Entity const&, Entity const&) = nullptr;
   bool (*furtherParamsEqual_)(Entity const&, Entity const&) = nullptr;
   Entity* (*newLike_)(Entity const&) = nullptr;
+  bool (*plainEqual_)(Entity const&, Entity const&) = nullptr;
 };
 
 // The type's full name.

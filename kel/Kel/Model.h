@@ -11,7 +11,7 @@
 #include "Kel/Strep.h"
 
 // Generated code refuses to compile against another version of the framework than its compiler was made for.
-#define KEL_MODEL_VERSION 2
+#define KEL_MODEL_VERSION 3
 
 namespace Kel {
 

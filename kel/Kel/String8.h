@@ -82,7 +82,7 @@ class String8 {
   friend bool operator==(String8 const& a, String8 const& b) noexcept {
     if (a.rep_ == b.rep_) return true;
     if (!a.rep_ || !b.rep_ || a.rep_->size != b.rep_->size) return false;
-    return std::memcmp(a.rep_->text(), b.rep_->text(), a.rep_->size) == 0;
+    return sameBytes(a.rep_->text(), b.rep_->text(), a.rep_->size);
   }
   friend bool operator==(String8 const& a, std::string_view b) noexcept { return a.view() == b; }
   friend bool operator==(String8 const& a, char const* b) noexcept { return a.view() == b; }
@@ -103,6 +103,25 @@ class String8 {
     char const* text() const noexcept { return reinterpret_cast<char const*>(this + 1); }
   };
 
+  template <class Word>
+  static bool sameWord(char const* a, char const* b) noexcept {
+    Word x, y;
+    std::memcpy(&x, a, sizeof x);
+    std::memcpy(&y, b, sizeof y);
+    return x == y;
+  }
+  // Short texts, which most are, are compared in words that may overlap: a call would cost more.
+  static bool sameBytes(char const* a, char const* b, std::size_t size) noexcept {
+    if (size > 32) return std::memcmp(a, b, size) == 0;
+    if (size >= 8) {
+      std::size_t const last = size - 8;
+      for (std::size_t at = 0; at < last; at += 8)
+        if (!sameWord<U64>(a + at, b + at)) return false;
+      return sameWord<U64>(a + last, b + last);
+    }
+    if (size >= 4) return sameWord<U32>(a, b) && sameWord<U32>(a + size - 4, b + size - 4);
+    return a[0] == b[0] && a[size / 2] == b[size / 2] && a[size - 1] == b[size - 1];
+  }
   // The two texts one after the other; null when both are empty.
   static Rep* make(std::string_view a, std::string_view b);
   static void destroy(Rep* rep) noexcept;

@@ -54,6 +54,7 @@ class TypeBuilderBase {
   void constructWith(Ptr<Entity> (*construct)(std::vector<GenericIf::PtrConst> const&, KelType const&),
                      bool (*paramsEqual)(Entity const&, Entity const&),
                      bool (*furtherParamsEqual)(Entity const&, Entity const&), Entity* (*newLike)(Entity const&));
+  void plainEqualWith(bool (*equal)(Entity const&, Entity const&), std::initializer_list<AttributeId> attributes);
   void representation(KelAttr& attr, bool autoconvert);
   void enumerators(EnumName const* names, std::size_t count);
   AttributeId nextId() const { return static_cast<AttributeId>(type_->attrs_.size()); }
@@ -142,6 +143,13 @@ class EntityTypeBuilder : public TypeBuilderBase {
       constructWith(&Make::construct, &Make::paramsEqual, &Make::furtherParamsEqual, &Make::newLike);
     else
       constructWith(&Make::construct, nullptr, nullptr, nullptr);
+  }
+  // The comparison of plain content, which includes the base's, and which of the type's own attributes take part.
+  template <bool (T::*Equal)(T const&) const>
+  void plainEqual(std::initializer_list<AttributeId> attributes) {
+    plainEqualWith(
+        [](Entity const& a, Entity const& b) { return (static_cast<T const&>(a).*Equal)(static_cast<T const&>(b)); },
+        attributes);
   }
 
   template <class C, class V>

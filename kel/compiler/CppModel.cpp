@@ -8,6 +8,18 @@ std::string joined(Lines const& items) {
   return text;
 }
 
+Lines returnAll(Lines const& terms) {
+  Lines lines;
+  std::string whole;
+  for (std::string const& term : terms) {
+    if (!lines.empty()) lines.back() += " &&";
+    lines.push_back((lines.empty() ? "return " : "       ") + term);
+    whole += (whole.empty() ? "return " : " && ") + term;
+  }
+  lines.back() += ";";
+  return whole.size() + 3 <= CppText::columns ? Lines{whole + ";"} : lines;
+}
+
 // --- CppText ---
 
 void CppText::line(std::string const& text) {

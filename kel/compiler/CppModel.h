@@ -13,6 +13,9 @@ using Lines = std::vector<std::string>;
 // Parted by commas.
 std::string joined(Lines const& items);
 
+// The statement that returns whether all terms hold, on one line when it fits. There is at least one.
+Lines returnAll(Lines const& terms);
+
 // Text in lines of at most 120 columns.
 class CppText {
  public:

@@ -12,7 +12,7 @@ namespace kelc {
 namespace {
 
 // Changes whenever generated code needs something else from the framework's headers.
-constexpr char const* frameworkVersion = "2";
+constexpr char const* frameworkVersion = "3";
 
 std::string include(std::string const& header) { return "#include \"" + header + "\""; }
 

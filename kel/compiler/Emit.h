@@ -48,6 +48,13 @@ void emitReactors(EntityDecl const& entity, CppTypes const& types, Texts& out);
 // The definition of an entity's `_fwkType`.
 Lines typeRecord(EntityDecl const& entity, CppTypes const& types);
 
+// What an entity type itself adds to the comparison of plain content: the attributes that a copy carries and that are
+// single values, values by key or queues of values. What cannot be compared, what is keyed by pointers and counts that
+// may be deferred stay out. Single values come first.
+std::vector<Attribute const*> plainAttributes(EntityDecl const& entity);
+// The definition of an entity's `_plainEqual`; `plain` is what it adds.
+Lines plainEquality(EntityDecl const& entity, std::vector<Attribute const*> const& plain);
+
 // The accessors of an attribute, its member variable, and the types that go with it.
 void addAccessors(CppClass& into, Attribute const& attribute, CppTypes const& types);
 CppMethod operationMethod(Operation const& op, CppTypes const& types);

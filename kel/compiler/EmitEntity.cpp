@@ -33,6 +33,7 @@ class EntityEmitter {
       if (member.attribute) addAccessors(class_, *member.attribute, types_);
     }
     addOperations();
+    addPlainEqual();
     if (entity_.hasImpl) addImpl();
     heading(out.header, "entity " + name_);
     class_.declare(out.header);
@@ -133,6 +134,15 @@ class EntityEmitter {
   void addOperations() {
     CppGroup& group = class_.group();
     for (Operation const& op : entity_.operations) group.methods.push_back(operationMethod(op, types_));
+  }
+
+  // A name that no attribute can hide: a derived class calls it.
+  void addPlainEqual() {
+    std::vector<Attribute const*> const plain = plainAttributes(entity_);
+    if (plain.empty()) return;
+    CppGroup& group = class_.protectedGroups.emplace_back();
+    group.comment = "Whether all plain content is equal, inherited attributes included.";
+    group.add("bool", "_plainEqual").takes(name_ + " const&", "o").asConst().does(plainEquality(entity_, plain));
   }
 
   void addImpl() {

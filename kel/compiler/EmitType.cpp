@@ -21,6 +21,7 @@ class TypeRecord {
         operation(*member.operation);
       }
     }
+    plainEqual();
     if (!entity_.abstract) line("b.constructs<" + getters(entity_.allParams()) + ">();");
     line("return b.done();");
     Lines all = {"static Kel::KelType const* const type = [] {"};
@@ -82,6 +83,12 @@ class TypeRecord {
       case Attribute::Kind::parameter: break;
     }
     modifiers(a);
+  }
+
+  void plainEqual() {
+    Lines ids;
+    for (Attribute const* a : plainAttributes(entity_)) ids.push_back(a->name.text + "Attr");
+    if (!ids.empty()) wrapped("b.plainEqual<" + member("_plainEqual") + ">({", ids, "});");
   }
 
   // The default is told when it is not that of the C++ type.

@@ -141,18 +141,9 @@ class ValueEmitter {
   }
 
   Lines equality() const {
-    if (decl_.fields.empty()) return {"return true;"};
-    Lines body;
-    std::string whole;
-    for (Field const& f : decl_.fields) {
-      bool const first = body.empty();
-      std::string const equal = slot(f) + " == o." + slot(f);
-      body.push_back((first ? "return " : "       ") + equal);
-      if (!first) body[body.size() - 2] += " &&";
-      whole += (first ? "return " : " && ") + equal;
-    }
-    body.back() += ";";
-    return whole.size() + 3 <= CppText::columns ? Lines{whole + ";"} : body;
+    Lines terms;
+    for (Field const& f : decl_.fields) terms.push_back(slot(f) + " == o." + slot(f));
+    return terms.empty() ? Lines{"return true;"} : returnAll(terms);
   }
 
   Lines threeWay() const {

@@ -61,8 +61,8 @@ constexpr BuiltinWord builtins[] = {
 };
 
 constexpr std::string_view entityMembers[] = {
-    "Attribute", "Base",  "Impl",        "Notifiee", "NotifieeConst", "Ptr",    "PtrConst", "_fwkType",
-    "adopt",     "bits_", "destroySelf", "endAttr",  "leaveTree",     "notify", "type",
+    "Attribute",   "Base",  "Impl",  "Notifiee",    "NotifieeConst", "Ptr",       "PtrConst", "_fwkType",
+    "_plainEqual", "adopt", "bits_", "destroySelf", "endAttr",       "leaveTree", "notify",   "type",
 };
 
 // What else an entity inherits from the framework: an attribute may hide it.

@@ -8,15 +8,6 @@
 namespace Gadgets {
 namespace {
 
-using Gif = GenericIf::PtrConst;
-
-template <class... Ts>
-Gif anyOf(Random& random, KelType const* type) {
-  Gif made;
-  (void)((type == TypeOf<Ts>::type() && (made = box(random.of<Ts>()), true)) || ...);
-  return made;
-}
-
 // All attributes of one entity, one after the other.
 class Law {
  public:
@@ -46,12 +37,7 @@ class Law {
  private:
   // --- What may be written ---
 
-  Gif value(KelType const* type) {
-    if (type == TypeOf<KelAttr>::type()) return box(random_.of<Ptr<KelAttr const>>());
-    if (type->isEntity()) return box(random_.of<Part::Ptr>());
-    return anyOf<bool, char, U8, U16, U32, U64, S8, S16, S32, S64, F32, F64, Seconds, String8, Color, Level, Point,
-                 Segment, Every, Opaque, Label, Count>(random_, type);
-  }
+  Gif value(KelType const* type) { return anyValue(random_, type); }
   Gif key(Gif const& member) {
     if (attr_->name() == "byField") return member->attribute(member->attributeId("label"));
     if (attr_->name() == "byPointField") return member->attribute(member->attributeId("from"));

@@ -44,6 +44,19 @@ TEST(String8, BehavesAsStandardStrings) {
   }
 }
 
+TEST(String8, DiffersInAnyOneByte) {
+  for (std::size_t size = 1; size < 80; ++size) {
+    std::string const text(size, 'a');
+    EXPECT_EQ(String8(text), String8(text));
+    EXPECT_FALSE(String8(text) == String8(text + 'a'));
+    for (std::size_t at = 0; at < size; ++at) {
+      std::string other = text;
+      other[at] = 'b';
+      EXPECT_FALSE(String8(text) == String8(other)) << at << " of " << size;
+    }
+  }
+}
+
 TEST(String8, SubstrClampsBothEnds) {
   String8 const s("abc");
   EXPECT_EQ(s.substr(1), "bc");

@@ -101,6 +101,21 @@ T Random::of() {
     return someParts()[below(4)];
 }
 
+using Gif = GenericIf::PtrConst;
+
+// A value or a pointer for an attribute of that type.
+inline Gif anyValue(Random& random, KelType const* type) {
+  auto const any = [&]<class... Ts>() {
+    Gif made;
+    (void)((type == TypeOf<Ts>::type() && (made = box(random.of<Ts>()), true)) || ...);
+    return made;
+  };
+  if (type == TypeOf<KelAttr>::type()) return box(random.of<Ptr<KelAttr const>>());
+  if (type->isEntity()) return box(random.of<Part::Ptr>());
+  return any.template operator()<bool, char, U8, U16, U32, U64, S8, S16, S32, S64, F32, F64, Seconds, String8, Color,
+                                 Level, Point, Segment, Every, Opaque, Label, Count>();
+}
+
 // Writes down which attributes it is told of.
 struct Watch : EntityNotifiee {
   explicit Watch(Entity::PtrConst const& e) {

@@ -9,9 +9,9 @@ namespace {
 std::vector<KelType const*> allTypes() {
   std::vector<KelType const*> types{Dir::_fwkType(), Dir::EntryState::_fwkType(), Entity::_fwkType()};
   for (char const* name :
-       {"Color",   "Level",      "Point",    "Segment", "Every", "Opaque", "Label", "Count",  "Part",   "Numbered",
-        "Colored", "Placed",     "Queued",   "Plain",   "Even",  "Odd",    "Bound", "Binder", "Housed", "Defaults",
-        "Values",  "MoreValues", "Pointers", "Maps",    "Owner", "Queues", "Shape", "Square"})
+       {"Color",   "Level",      "Point",      "Segment",  "Every", "Opaque", "Label",  "Count",  "Part",   "Numbered",
+        "Colored", "Placed",     "Queued",     "Plain",    "Even",  "Odd",    "Bound",  "Binder", "Housed", "Defaults",
+        "Values",  "MoreValues", "SameValues", "Pointers", "Maps",  "Owner",  "Queues", "Shape",  "Square"})
     types.push_back(KelType::find(String8("Gadgets::") + name));
   return types;
 }
