@@ -22,6 +22,11 @@ bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst 
 // Two members of an attribute: entities by their constructor parameters, values by value.
 bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest, Kel::GenericIf::PtrConst const& src);
 
+// Whether setting an attribute, or the member under `index`, would change nothing; `current` is what is there, where the
+// caller knows it. A member whose key is absent always differs, and so does what a set creates.
+bool alreadySet(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& index,
+                Kel::GenericIf::PtrConst const& value, Kel::GenericIf::PtrConst current);
+
 // The type of an attribute's values, or of its keys, may hold values and functions only; anything else is an
 // unsupported model.
 void checkValue(Kel::KelAttr const& attr, Kel::KelType const& type);

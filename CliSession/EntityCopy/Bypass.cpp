@@ -1,5 +1,7 @@
 // Which edits stay out of the log.
 #define KEL_SOURCE_NAME "EntityCopy"
+#include <typeinfo>
+
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
@@ -27,6 +29,19 @@ bool AttributeEditBypassTable::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const
   if (!name.empty() && check("", type)) return true;
   if (!type.empty() && check(name, "")) return true;
   return !name.empty() && !type.empty() && check("", "");
+}
+
+bool AttributeEditLogBypass::concerns(AttributeEdit const&) const { return true; }
+
+bool AttributeEditBypassTable::concerns(AttributeEdit const& edit) const {
+  if (typeid(*this) != typeid(AttributeEditBypassTable)) return true;  // a derived checker may look at anything
+  if (attributeEditBypassEntrys() == 0) return false;
+  auto const has = [&](Kel::String const& name, Kel::String const& type) {
+    return static_cast<bool>(attributeEditBypassEntry(AttributeEdit(name, type, edit.editType())));
+  };
+  Kel::String const& name = edit.attributeName();
+  Kel::String const& type = edit.attributeType();
+  return has(name, type) || has("", type) || has(name, "") || has("", "");
 }
 
 namespace {

@@ -1,7 +1,7 @@
-// Keyed collections and queues.
+// Keyed collections.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/EngineImpl.h"
-#include "CliSession/EntityCopyCompare.h"
+#include "CliSession/EntityCopy/Cursor.h"
+#include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
 
@@ -9,26 +9,21 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-namespace {
+// --- Cursors ---
 
-// A pointer key of the destination as its counterpart in the source: by path where it lies below the destination's
-// root, itself elsewhere. Null for an entity that has left its tree, or is about to, or whose counterpart is not there.
-Kel::GenericIf::PtrConst sourceKey(EntityCopy const& ec, Kel::GenericIf::PtrConst const& destKey) {
-  Kel::Ptr<Kel::Entity const> const key = entityConstOf(destKey);
-  if (!key || !ec.src() || !ec.dest()) return destKey;
-  char separator = 0;
-  Kel::String8 const relative = pathBelow(*ec.dest(), *key, &separator);
-  if (relative.empty()) return key->parent() ? destKey : nullptr;
-  Kel::String8 const fullName = ec.src()->fullName() + std::string_view(&separator, 1) + relative;
-  Kel::Ptr<Kel::Entity const> found = entityInTree(*ec.src(), fullName);
-  // Keys may hold separators: of two entities that bear the name it is the one that stands where the key stands.
-  Kel::Ptr<Kel::Entity const> const exact = standIn(*key, *ec.dest(), const_cast<Kel::Entity&>(*ec.src()));
-  if (exact && exact != found && exact->fullName() == fullName) found = exact;
-  if (!found || !outlivesRun(ec, *key, *found)) return nullptr;
-  return genericIf(found);
+Kel::GenericIf::Ptr Cursor::key() const {
+  if (it_) return it_->key();
+  Kel::GenericIf::PtrConst const gif = genericIf(Kel::Ptr<Kel::Entity const>(member_));
+  Kel::GenericIf::PtrConst const key = gif->attribute(gif->attributeId(attr_.type()->ctorArgs().front().name));
+  return Kel::GenericIf::Ptr(const_cast<Kel::GenericIf*>(key.ptr()));
 }
 
-}  // namespace
+Kel::GenericIf::Ptr Cursor::obj(bool constView) const {
+  if (it_) return it_->obj(constView);
+  if (!constView) return genericIf(Kel::Ptr<Kel::Entity>(member_));
+  auto const readOnly = genericIf(Kel::Ptr<Kel::Entity const>(member_));
+  return Kel::GenericIf::Ptr(const_cast<Kel::GenericIf*>(readOnly.ptr()));
+}
 
 Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
                                               Kel::GenericIf::PtrConst const& key) {
@@ -38,191 +33,251 @@ Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::
   return it;
 }
 
+// --- Collections ---
+
+bool Walk::collection(Frame& f, Step const& s) {
+  static constexpr char const* operation = "doCopyCollection";
+  destAttribute(f.dest, s.attr);
+  KEL_TRACE_AS(2, operation) << "doCopyCollection: " << s.attr.name();
+  KEL_TRACE_AS(3, operation) << "Key is of type " << s.attr.keyType()->name()
+                             << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr()
+                             << ")";
+  if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
+  // What waits for a member is met again below, or the source has it no more.
+  std::vector<Kel::Ptr<AttributeCopy>> waiting;
+  if (ec_.pendingAttrs() > 0) waiting = pendingOf(ec_, f.dest, s.attr);
+
+  // Where both sides have keys of the same hashes at the same positions there is nothing to delete. Should equal hashes
+  // stand for different keys all the same, the copy finds out and makes up for it.
+  bool const sameHashes = s.dense && !traced_ && s.childPlan(*s.attr.type(), *s.attr.type()).keyOnly &&
+                          s.access.sameShape(f.dest, f.src);
+  f.walking(&s);
+  bool differs = !sameHashes && deleteExtra(f, s);
+  if (!ec_.stop()) differs |= copyMembers(f, s, !sameHashes);
+  f.walking(nullptr);
+  if (!ec_.stop())
+    for (auto const& record : waiting) forgetPending(ec_, record);
+  return differs;
+}
+
+// --- The deletion pass ---
+
+// The keys of a source's collection by where the handler leads them, made when that is first needed.
+struct Walk::KeyMap {
+  std::unordered_map<Kel::Entity const*, Kel::Entity*> sourceKeys;
+  bool made = false;
+};
+
+// Members that the source lacks, or has otherwise, go.
+bool Walk::deleteExtra(Frame& f, Step const& s) {
+  bool differs = false;
+  Kel::U32 deleted = 0, examined = 0;
+  KeyMap keys;
+  for (Cursor at(*s.destAttr, f.dest, s.dense); at; ++at) {
+    ++examined;
+    if (stays(f, s, at, keys)) continue;
+    ++deleted;
+    differs |= deleteMember(f, s, at);
+    if (ec_.stop()) return differs;
+  }
+  KEL_TRACE_AS(3, "doCopyCollection") << "Deleted " << deleted << " members out of " << examined;
+  return differs;
+}
+
+bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
+  KEL_TRACE_AS(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
+  Box const key = at.key();
+  return edit(
+      f, s, AttributeEditType::del_, [&] { return Box(at.obj(false)); },
+      [&](Box const&) { genericIf(f.destPtr())->attributeDel(s.destAttr->id(), key); });
+}
+
+// Whether a member of the destination may stay, as far as the source's member under the same key says. A pointer's
+// changed target is one set; only set against null counts as missing.
+bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
+  Kel::Entity* const destKey = at.keyTarget();
+  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
+  bool const keyLeads = srcKey || !destKey;
+  if (s.typed && !traced_) {
+    if (!keyLeads) return false;
+    if (s.attr.instantiating()) {
+      Kel::Entity const& member = *at.target();
+      Kel::Entity const* const other = s.access.memberLike(f.src, member, at.position());
+      return other && other->type() == member.type() && member.type()->paramsEqual()(member, *other);
+    }
+    Kel::Entity* target = nullptr;
+    auto const found = s.access.findMember(f.src, *at.iterator(), srcKey, &target);
+    if (s.attr.isPtr()) return found != Kel::AttrAccess::Found::absent && !target == !at.target();
+    return found == Kel::AttrAccess::Found::equal;
+  }
+  std::optional<Kel::GenericIf::AttributeIterator> found;
+  Kel::GenericIf::PtrConst const srcGif = genericIf(f.srcPtr());
+  Box const key = !s.attr.keyIsPtr() ? Box(at.key()) : srcKey ? Box(genericIf(Kel::Ptr<Kel::Entity>(srcKey))) : nullptr;
+  if (keyLeads) found = memberAtKey(*srcGif, s.attr, key);
+  bool const isThere = found && *found;
+  if (s.attr.isPtr()) return isThere && !at.obj(true) == !found->obj();
+  return attrEqual(s.attr, at.obj(true), isThere ? Box(found->obj()) : nullptr) && isThere;
+}
+
 namespace {
 
-// Whether the destination's member may stay, as far as the source's member under the same key says.
-bool memberStays(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& destMember,
-                 Kel::GenericIf::PtrConst const& srcMember) {
-  // A pointer's changed target is one set; only set against null counts as missing.
-  if (attr.isPtr()) return !destMember == !srcMember;
-  return attrEqual(attr, destMember, srcMember);
+// The entity of the source that stands where a key of the destination stands, by path where it lies below the
+// destination's root. Null for one that stands elsewhere, that is about to leave its tree, or that is missing.
+Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
+  char separator = 0;
+  Kel::String8 const relative = pathBelow(*ec.dest(), destKey, &separator);
+  if (relative.empty()) return nullptr;
+  auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
+  // Keys may hold separators: of two entities that bear the name it is the one that stands where the key stands.
+  Kel::Entity* found = standIn(destKey, *ec.dest(), srcTop);
+  if (!found) found = entityInTree(srcTop, srcTop.fullName() + std::string_view(&separator, 1) + relative).ptr();
+  return found && keepsIdentity(ec, destKey, *found) ? found : nullptr;
+}
+
+bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const& key) {
+  auto const gif = genericIf(Kel::Ptr<Kel::Entity const>(&owner));
+  if (!key.type()->isA(attr.keyType())) return false;
+  return static_cast<bool>(memberAtKey(*gif, attr, genericIf(Kel::Ptr<Kel::Entity const>(&key))));
 }
 
 }  // namespace
 
-bool EntityCopy::doCopyCollection(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
-                                  Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
-  wantArgs(dest, src, attr);
-  Kel::GenericIf::Ptr const destGif = genericIf(dest);
-  Kel::GenericIf::PtrConst const srcGif = genericIf(src);
-  Kel::KelAttr const& destOwn = destAttribute(*dest, *attr);
-  KEL_TRACE(2) << "doCopyCollection: " << attr->name();
-  Kel::KelType const* keyType = attr->keyType();
-  KEL_TRACE(3) << "Key is of type " << keyType->name() << " (internal=" << keyType->isEntity()
-               << ", pointer=" << attr->keyIsPtr() << ")";
-  if (!attr->keyIsPtr()) checkValue(*attr, *keyType);
-  // Every member that the source has now will be met again.
-  if (pendingAttrs() > 0) supersedePending(*this, *dest, *attr);
-
-  bool differs = false;
-  Kel::U32 deleted = 0, examined = 0;
-  for (auto it = destGif->attributeIterator(destOwn.id()); it; ++it) {
-    ++examined;
-    Kel::GenericIf::PtrConst const key = it.key();
-    Kel::GenericIf::PtrConst const srcKey = attr->keyIsPtr() ? sourceKey(*this, key) : key;
-    if (srcKey || !key) {
-      auto const found = memberAtKey(*srcGif, *attr, srcKey);
-      if (found && memberStays(*attr, it.obj(), found.obj())) continue;
-    }
-    ++deleted;
-    differs |= attributeDel(dest, attr, key);
-    if (stop()) return differs;
+// A pointer key of the destination as a key of the source: its counterpart by position, or itself where it lies outside.
+// A handler may lead keys elsewhere: then the source's keys are followed forward. Null: none of them leads there.
+Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
+  bool const inside = ec_.dest() && isBelow(destKey, *ec_.dest());
+  Kel::Entity* const standing =
+      inside && ec_.src() ? sourceCounterpart(ec_, destKey) : destKey.parent() ? &destKey : nullptr;
+  if (standing && isKey(f.src, s.attr, *standing)) return standing;
+  if (!keys.made) {
+    keys.made = true;
+    for (Cursor at(s.attr, f.src, false); at; ++at)
+      if (Kel::Entity* const key = at.keyTarget())
+        if (Kel::Entity* const counterpart = translated(f, *key)) keys.sourceKeys.emplace(counterpart, key);
   }
-  KEL_TRACE(3) << "Deleted " << deleted << " members out of " << examined;
+  auto const found = keys.sourceKeys.find(&destKey);
+  return found == keys.sourceKeys.end() ? nullptr : found->second;
+}
 
+// --- The copy pass ---
+
+bool Walk::copyMembers(Frame& f, Step const& s, bool deletionPassed) {
+  static constexpr char const* operation = "doCopyCollection";
+  bool const quick = s.typed && !traced_ && s.attr.instantiating();
+  if (s.dense && !compare_ && s.access.memberEnd(f.dest) == 0)
+    s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
+  bool differs = false;
   Kel::U32 copied = 0;
-  for (auto it = srcGif->attributeIteratorConst(attr->id()); it; ++it) {
-    Kel::GenericIf::PtrConst const srcKey = it.key();
-    if (!srcKey) {
-      KEL_TRACE(3) << "Key is NULL";
+  for (Cursor at(s.attr, f.src, s.dense); at; ++at) {
+    Member m{&at, at.keyTarget(), {}, {}, {}};
+    if (quick && !traced_) {
+      Kel::Entity& srcMember = *at.target();
+      Kel::Entity* const destMember = s.access.memberLike(f.dest, srcMember, at.position());
+      Plan const& usual = s.childPlan(*srcMember.type(), *srcMember.type());
+      if (destMember && destMember->type() == srcMember.type() &&
+          (usual.keyOnly || usual.paramsEqual(*destMember, srcMember))) {
+        differs |= child(f, s, *destMember, srcMember);
+      } else {
+        if (!deletionPassed) {
+          deletionPassed = true;
+          differs |= deleteExtra(f, s);
+          if (ec_.stop()) return differs;
+        }
+        differs |= member(f, s, m);
+      }
+      if (compare_ && ec_.stop()) return differs;
       continue;
     }
-    Kel::GenericIf::PtrConst const srcMember = it.obj();
-    Kel::GenericIf::PtrConst destKey = srcKey;
-    if (attr->keyIsPtr()) {
-      Kel::Ptr<Kel::Entity> const target =
-          resolvePtr(src, entityConstOf(srcKey), srcKey, srcMember, dest, nullptr, path, attr);
-      if (!target) continue;
-      destKey = genericIf(target);
+    if (s.attr.keyIsPtr()) {
+      if (!m.key) {
+        KEL_TRACE_AS(3, operation) << "Key is NULL";
+        continue;
+      }
+      m.key = resolve(f, s, f.srcPtr(), *m.key, &m, true);
+      if (!m.key) continue;
     }
-    differs |= doCopyCollectionMember(dest, src, path, srcKey, destKey, srcMember, attr);
+    differs |= member(f, s, m);
     ++copied;
-    if (stop()) return differs;
+    if (ec_.stop()) return differs;
   }
-  KEL_TRACE(3) << "copied " << copied << " members";
+  KEL_TRACE_AS(3, operation) << "copied " << copied << " members";
   return differs;
 }
 
-bool EntityCopy::doCopyCollectionMember(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
-                                        Kel::String path, Kel::Ptr<Kel::GenericIf const> const& srcIndex,
-                                        Kel::Ptr<Kel::GenericIf const> const& index,
-                                        Kel::Ptr<Kel::GenericIf const> const& srcMember,
-                                        Kel::Ptr<Kel::KelAttr const> const& attr) {
-  wantArgs(dest, src, attr);
-  KEL_TRACE(2) << "doCopyCollectionMember: " << srcMember;
-  if (attr->isValue()) {
-    KEL_TRACE(3) << "Member is a value";
-    bool const changed = attributeIs(dest, attr, index, srcMember, nullptr)->changed();
-    if (!stop()) KEL_TRACE(3) << "Collection is not instantiating";
+bool Walk::member(Frame& f, Step const& s, Member& m) {
+  static constexpr char const* operation = "doCopyCollectionMember";
+  KEL_TRACE_AS(2, operation) << "doCopyCollectionMember: " << m.srcMember();
+  if (s.attr.isValue()) {
+    KEL_TRACE_AS(3, operation) << "Member is a value";
+    bool const changed = setMember(f, s, m);
+    if (!ec_.stop()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
     return changed;
   }
-  KEL_TRACE(3) << "Member is not a value";
-  Kel::GenericIf::Ptr const destGif = genericIf(dest);
-  Kel::AttributeId const destId = destAttribute(*dest, *attr).id();
-  Kel::GenericIf::Ptr destMember = destGif->attribute(destId, index);
-  KEL_TRACE(3) << (destMember ? "Member exists in dest" : "Member does not exist in dest");
-  if (attr->isPtr()) {
-    KEL_TRACE(3) << srcMember << " is a pointer, copying target";
-    bool const changed = copyPtrMember(*this, dest, src, path, attr, srcIndex, index);
-    if (!stop()) KEL_TRACE(3) << "Collection is not instantiating";
-    return changed;
+  KEL_TRACE_AS(3, operation) << "Member is not a value";
+  if (!s.attr.isPtr()) return ownedMember(f, s, m);
+  if (traced_) {
+    bool const isThere = static_cast<bool>(genericIf(f.destPtr())->attribute(destAttribute(f.dest, s.attr).id(), m.index()));
+    KEL_TRACE_AS(3, operation) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
+    KEL_TRACE_AS(3, operation) << m.srcMember() << " is a pointer, copying target";
   }
-  if (destMember) KEL_TRACE(3) << "Collection is instantiating";
-  wantArgs(entityConstOf(srcMember));
-  ParamList const params(new Kel::GenericIf::List);
-  bool const create = constructorParams(entityConstOf(destMember), entityConstOf(srcMember), *attr, params);
-  if (destMember) KEL_TRACE(3) << (create ? "Constructor parameters changed" : "Constructor parameters did not change");
-  KEL_TRACE(3) << "Collection is instantiating, processing member";
-  bool changed = false;
-  if (create) {
-    KEL_TRACE(3) << "Re-creating item";
-    changed = attributeIs(dest, attr, index, Kel::GenericIf::List::genericIf(params), nullptr)->changed();
-    if (stop() || stopAtFirstDiff()) return changed;
-    destMember = destGif->attribute(destId, index);
-  } else {
-    KEL_TRACE(3) << "Getting pre-existing item";
-  }
-  if (destMember) {
-    KEL_TRACE(3) << "Traversing child";
-    changed |= handleEntity(destMember, srcMember, attr, path);
-  } else {
-    KEL_TRACE(3) << "No child, we're done";
-  }
+  bool const changed = pointer(f, s, &m);
+  if (!ec_.stop()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
   return changed;
 }
 
-namespace {
-
-// Everything that the two halves of a queue's copy share.
-struct QueueCopy {
-  EntityCopy& ec;
-  Kel::Ptr<Kel::Entity> const& dest;
-  Kel::String8 const& path;
-  Kel::Ptr<Kel::KelAttr const> const& attr;
-  Kel::AttributeId destId;
-  bool entities;
-  Kel::GenericIf::PtrConst last;  // the key of the last member that stays
-
-  // Appends one member; answers whether that is a difference.
-  bool append(Kel::GenericIf::PtrConst const& srcMember) {
-    if (!entities) return ec.attributeAdd(dest, attr, srcMember);
-    ParamList const params(new Kel::GenericIf::List);
-    constructorParams(entityConstOf(srcMember), *attr, params);
-    bool const differs = ec.attributeAdd(dest, attr, Kel::GenericIf::List::genericIf(params));
-    if (!ec.stopAtFirstDiff()) ec.handleEntity(newestMember(), srcMember, attr, path);
-    return differs;
+bool Walk::ownedMember(Frame& f, Step const& s, Member& m) {
+  static constexpr char const* operation = "doCopyCollectionMember";
+  Kel::AttributeId const destId = destAttribute(f.dest, s.attr).id();
+  Kel::Ptr<Kel::Entity const> const srcMember = m.at ? Kel::Ptr<Kel::Entity const>(m.at->target()) : entityConstOf(m.srcMember());
+  auto const destMember = [&]() -> Kel::Entity* {
+    if (s.typed && m.at) return s.access.memberLike(f.dest, *srcMember, m.at->position());
+    return entityOf(genericIf(f.destPtr())->attribute(destId, m.index())).ptr();
+  };
+  Kel::Entity* dest = destMember();
+  KEL_TRACE_AS(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
+  if (dest) KEL_TRACE_AS(3, operation) << "Collection is instantiating";
+  requireNonNull(srcMember);
+  ParamList params;
+  bool const differ = paramsDiffer(s, dest, *srcMember, params);
+  if (dest)
+    KEL_TRACE_AS(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
+  KEL_TRACE_AS(3, operation) << "Collection is instantiating, processing member";
+  bool changed = false;
+  if (differ) {
+    KEL_TRACE_AS(3, operation) << "Re-creating item";
+    changed = create(f, s, &m, *srcMember, params);
+    if (compare_ || ec_.stop()) return changed;
+    dest = destMember();
+  } else {
+    KEL_TRACE_AS(3, operation) << "Getting pre-existing item";
   }
+  if (!dest) {
+    KEL_TRACE_AS(3, operation) << "No child, we're done";
+    return changed;
+  }
+  KEL_TRACE_AS(3, operation) << "Traversing child";
+  return child(f, s, *dest, *srcMember) || changed;
+}
 
- private:
-  // The member that an append has just made.
-  Kel::GenericIf::Ptr newestMember() {
-    Kel::GenericIf::Ptr const gif = genericIf(dest);
-    auto it = last ? gif->attributeIteratorKey(destId, last) : gif->attributeIterator(destId);
-    if (!it) it = gif->attributeIterator(destId);  // somebody has deleted what stood there
-    Kel::GenericIf::Ptr newest;
-    for (; it; ++it) {
-      newest = it.obj();
-      last = it.key();
-    }
-    return newest;
+bool Walk::setMember(Frame& f, Step const& s, Member& m) {
+  KEL_TRACE_AS(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::KelAttr const& destAttr = destAttribute(f.dest, s.attr);
+  bool const typed = s.typed && m.at && (!m.key || m.key->type()->isA(s.attr.keyType()));
+  if (typed && !traced_) {
+    Kel::Entity* none = nullptr;
+    if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) == Kel::AttrAccess::Found::equal) return false;
+  } else {
+    auto const held = memberAtKey(*genericIf(f.destPtr()), destAttr, m.index());
+    if (held && valueTypeEqual(held.obj(), m.srcMember())) return false;
   }
-};
-
-}  // namespace
-
-bool EntityCopy::doCopyQueue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
-                             Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
-  wantArgs(dest, src, attr);
-  KEL_TRACE(2) << "doCopyQueue: " << attr->name();
-  bool const entities = attr->type()->isEntity();
-  if (!entities) checkValue(*attr, *attr->type());
-  QueueCopy copy{*this, dest, path, attr, destAttribute(*dest, *attr).id(), entities, nullptr};
-  auto srcIt = genericIf(src)->attributeIteratorConst(attr->id());
-  auto destIt = genericIf(dest)->attributeIterator(copy.destId);
-  bool differs = false;
-  while (srcIt && destIt) {
-    Kel::GenericIf::PtrConst const srcMember = srcIt.obj();
-    Kel::GenericIf::Ptr const destMember = destIt.obj();
-    if (attrEqual(*attr, destMember, srcMember)) {
-      if (entities) differs |= handleEntity(destMember, srcMember, attr, path);
-      if (stop()) return differs;
-      copy.last = destIt.key();
-      ++srcIt;
-    } else {
-      differs |= attributeDel(dest, attr, destIt.key());
-      if (stop()) return true;
-    }
-    ++destIt;
-  }
-  for (; destIt; ++destIt) {
-    differs |= attributeDel(dest, attr, destIt.key());
-    if (stop()) return true;
-  }
-  for (; srcIt; ++srcIt) {
-    differs |= copy.append(srcIt.obj());
-    if (stop()) return true;
-  }
-  return differs;
+  return edit(
+      f, s, AttributeEditType::set_, [&] { return m.srcMember(); },
+      [&](Box const& box) {
+        if (typed && !box)
+          s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
+        else
+          genericIf(f.destPtr())->attributeIs(destAttr.id(), m.index(), m.srcMember());
+      });
 }
 
 }  // namespace Cli::Session

@@ -1,5 +1,6 @@
 // Directories, entry by entry.
 #define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/Edits.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
@@ -69,7 +70,7 @@ class DirCopy {
   // Logs the edit of an entry.
   bool record(AttributeEditType editType, Kel::GenericIf::PtrConst const& entry) {
     AttributeEdit const edit("entryState", "Kel::Dir::EntryState", editType);
-    bool const counts = !ec_.attributeEditLog() || logEdit(ec_, edit, dest_.fullName(), entry);
+    bool const counts = !ec_.attributeEditLog() || recordEdit(ec_, edit, dest_, entry);
     differs |= counts || !ec_.stopAtFirstDiff();
     return !ec_.stop();
   }
@@ -83,7 +84,7 @@ class DirCopy {
 
 bool EntityCopyDirHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                         Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
-  wantArgs(ec);
+  requireNonNull(ec);
   Kel::Ptr<Kel::Dir> const destDir = Kel::ptrCast<Kel::Dir>(dest);
   Kel::Ptr<Kel::Dir const> const srcDir = Kel::ptrCast<Kel::Dir const>(src);
   if (!destDir || !srcDir) return EntityCopyGlobalSessionHandler::handleEntity(ec, dest, src, path);

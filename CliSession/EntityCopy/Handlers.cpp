@@ -7,15 +7,23 @@ namespace Cli::Session {
 
 bool EntityCopyHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                      Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
-  wantArgs(ec);
+  requireNonNull(ec);
   if (!ec->stopAtFirstDiff()) Kel::throwNoImplementationException("handleEntity");
   return ec->doCopyEntityAttrs(dest, src, path, nullptr);
 }
 
 PtrTarget EntityCopyHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const&) {
-  wantArgs(ec);
+  requireNonNull(ec);
   if (!ec->stopAtFirstDiff()) Kel::throwNoImplementationException("resolveEntityPtr");
   return PtrTarget("", false);
+}
+
+bool EntityCopyHandler::walksThrough(Kel::String, bool) const { return false; }
+bool EntityCopyHandler::walksThroughType(Kel::String) const { return false; }
+bool EntityCopyHandler::keepsTargets() const { return false; }
+Kel::Ptr<Kel::Entity const> EntityCopyHandler::counterpartRoot(Kel::Ptr<EntityCopy> const&,
+                                                               Kel::Ptr<Kel::Entity const> const&) const {
+  return nullptr;
 }
 
 void EntityCopyCustomHandlerTable::registerCustomCopyHandler(EntityPath const& path, Kel::String typeName,

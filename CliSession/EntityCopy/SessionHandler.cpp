@@ -1,9 +1,12 @@
 // The handler of a whole session copy.
 #define KEL_SOURCE_NAME "CliSession"
+#include <typeinfo>
+
 #include "CliSession/CliSession.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
+#include "Zuk/PathSplit.h"
 
 KEL_TRACE_MODULE("CliSession")
 
@@ -36,7 +39,7 @@ bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
 
 bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                                   Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
-  wantArgs(ec);
+  requireNonNull(ec);
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler::handleEntity(const "
                   "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
                   "Kel::Entity>&, Kel::String8): "
@@ -97,7 +100,7 @@ bool ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char s
 
 PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec,
                                                            Kel::Ptr<Kel::Entity const> const& src) {
-  wantArgs(ec, src);
+  requireNonNull(ec, src);
   KEL_TRACE(8) << "virtual Cli::Session::PtrTarget "
                   "Cli::Session::EntityCopyGlobalSessionHandler::resolveEntityPtr(const "
                   "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<const Kel::Entity>&): "
@@ -130,7 +133,61 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
     KEL_TRACE(3) << "destTargetFullName: " << destTargetFullName;
   Kel::Ptr<Kel::Entity> found;
   if (ec->dest() && !destTargetFullName.empty()) found = targetInTree(*ec, *ec->dest(), destTargetFullName, src.ptr());
-  return PtrTarget(destTargetFullName, found && (!internal || outlivesRun(*ec, *found, *src)));
+  return PtrTarget(destTargetFullName, found && (!internal || keepsIdentity(*ec, *found, *src)));
+}
+
+// --- What it tells the engine in advance ---
+
+namespace {
+
+bool isPlain(EntityCopyGlobalSessionHandler const& handler) {
+  return typeid(handler) == typeid(EntityCopyGlobalSessionHandler) && handler.sessionStatus() &&
+         handler.sessionStatus()->rootTrie();
+}
+
+// Whether a trie records a prefix that continues `path` or, unless `below` is set, `path` itself. A path with a "*",
+// which look-ups treat in a way of their own, counts as recorded.
+bool recordsFrom(Zuk::PathTrie const& trie, std::string_view path, bool below) {
+  if (path.find('*') != std::string_view::npos) return true;
+  Zuk::PathTrie const* node = &trie;
+  for (Kel::Ptr<Zuk::PathTrie const> next; !path.empty(); node = next.ptr()) {
+    Zuk::PathSplit const split = Zuk::splitPath(path);
+    next = node->child(Kel::Name(split.first));
+    if (!next) return false;
+    path = split.rest;
+  }
+  return !node->empty() || (!below && node->present());
+}
+
+}  // namespace
+
+bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) const {
+  if (!isPlain(*this) || recordsFrom(*sessionStatus()->rootTrie(), path, below)) return false;
+  if (copied() && !copied()->empty() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path, below)))
+    return false;
+  if (!handlerTable()) return true;
+  for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
+    std::string_view const key = it.key();
+    if (key.substr(0, path.chars()) == path.view() && (!below || key.size() > path.chars())) return false;
+  }
+  return true;
+}
+
+bool EntityCopyGlobalSessionHandler::walksThroughType(Kel::String typeName) const {
+  return isPlain(*this) && !(handlerTable() && handlerTable()->typeSpecificHandlers(typeName));
+}
+
+bool EntityCopyGlobalSessionHandler::keepsTargets() const { return isPlain(*this); }
+
+Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
+    Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
+  Kel::Ptr<Kel::Entity const> highest;
+  if (!isPlain(*this) || !ec->src() || !isBelow(*target, *ec->src())) return nullptr;
+  // The longer a path, the more prefixes it may have: the first entity from the top whose path has one.
+  if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *target))) return nullptr;
+  for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent())
+    if (sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *e))) highest = Kel::Ptr<Kel::Entity const>(e);
+  return highest;
 }
 
 }  // namespace Cli::Session

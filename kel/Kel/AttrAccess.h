@@ -32,12 +32,12 @@ class AttrIterator {
   virtual Entity* target() const = 0;
 };
 
-// Room for an iterator on the stack: walking a collection allocates nothing.
+// Room for an iterator on the stack: walking a collection allocates nothing, but where the keys are uncommonly large.
 class IteratorRoom {
  public:
   IteratorRoom() = default;
   ~IteratorRoom() {
-    if (it_) it_->~AttrIterator();
+    if (it_ && !large_) it_->~AttrIterator();
   }
   IteratorRoom(IteratorRoom const&) = delete;
   IteratorRoom& operator=(IteratorRoom const&) = delete;
@@ -46,13 +46,20 @@ class IteratorRoom {
   template <class It>
   AttrIterator& emplace(It&& it) {
     using Made = std::decay_t<It>;
-    static_assert(sizeof(Made) <= sizeof(bytes_) && alignof(Made) <= alignof(void*));
-    return *(it_ = new (bytes_) Made(std::forward<It>(it)));
+    if constexpr (sizeof(Made) <= size && alignof(Made) <= alignof(void*)) {
+      it_ = new (bytes_) Made(std::forward<It>(it));
+    } else {
+      large_ = std::make_unique<Made>(std::forward<It>(it));
+      it_ = large_.get();
+    }
+    return *it_;
   }
 
  private:
-  alignas(void*) std::byte bytes_[112];
+  static constexpr std::size_t size = 80;
+  alignas(void*) std::byte bytes_[size];
   AttrIterator* it_ = nullptr;
+  std::unique_ptr<AttrIterator> large_;
 };
 
 // How two pointers of two trees are compared: whether the one stands for the other.

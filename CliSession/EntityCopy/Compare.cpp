@@ -1,55 +1,13 @@
-// Values, singletons and constructor parameters.
+// How values and constructor parameters are compared.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyCompare.h"
+
+#include "CliSession/EntityCopy/EngineImpl.h"
 #include "Kel/Trace.h"
 
 KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
-
-bool EntityCopy::doCopyValue(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
-                             Kel::Ptr<Kel::KelAttr const> const& attr) {
-  wantArgs(dest, src, attr);
-  KEL_TRACE(2) << "doCopyValue: " << attr->name();
-  Kel::GenericIf::PtrConst const value = genericIf(src)->attribute(attr->id());
-  bool const changed = attributeIs(dest, attr, nullptr, value, nullptr)->changed();
-  if (!stop()) checkValue(*attr, *attr->type());
-  return changed;
-}
-
-bool EntityCopy::doCopySingleton(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src,
-                                 Kel::String path, Kel::Ptr<Kel::KelAttr const> const& attr) {
-  wantArgs(dest, src, attr);
-  KEL_TRACE(2) << "doCopySingleton: " << attr->name();
-  Kel::GenericIf::Ptr const destGif = genericIf(dest);
-  Kel::AttributeId const destId = destAttribute(*dest, *attr).id();
-  Kel::GenericIf::PtrConst const srcChild = genericIf(src)->attribute(attr->id());
-  Kel::GenericIf::Ptr destChild = destGif->attribute(destId);
-  bool differs = false;
-  if (entityConstOf(srcChild)) {
-    KEL_TRACE(3) << "Child is set";
-    ParamList const params(new Kel::GenericIf::List);
-    bool const changed = constructorParams(entityConstOf(destChild), entityConstOf(srcChild), *attr, params);
-    if (destChild && changed) {
-      differs |= attributeDel(dest, attr, nullptr);
-      if (stop()) return differs;
-    }
-    if (changed) {
-      KEL_TRACE(3) << "Re-creating entity";
-      differs |= attributeIs(dest, attr, nullptr, Kel::GenericIf::List::genericIf(params), nullptr)->changed();
-      if (stop()) return differs;
-    }
-    // In a comparison that keeps the edit out of the log nothing was made, and what is there has other parameters.
-    if (changed && stopAtFirstDiff()) return differs;
-    destChild = destGif->attribute(destId);
-    differs |= handleEntity(destChild, srcChild, attr, path);
-  } else if (entityConstOf(destChild)) {
-    KEL_TRACE(3) << "Deleting dest child";
-    differs |= attributeDel(dest, attr, nullptr);
-  }
-  return differs;
-}
 
 namespace {
 
@@ -176,6 +134,26 @@ bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest, K
   if (!attr.type()->isEntity()) return valueTypeEqual(dest, src);
   if (!dest || !src) return !dest && !src;
   return !constructorParams(entityConstOf(dest), entityConstOf(src), attr, ParamList(new Kel::GenericIf::List));
+}
+
+bool alreadySet(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& index,
+                Kel::GenericIf::PtrConst const& value, Kel::GenericIf::PtrConst current) {
+  if (attr.instantiating()) return false;
+  bool isThere = true;
+  if (attr.isCollection()) {
+    auto const it = memberAtKey(destGif, attr, index);
+    isThere = static_cast<bool>(it);
+    if (isThere && !current) current = it.obj();
+  } else if (!current) {
+    current = destGif.attribute(attr.id());
+  }
+  if (!attr.isPtr()) return isThere && valueTypeEqual(current, value);
+  Kel::Ptr<Kel::Entity const> const from = entityConstOf(value), to = entityConstOf(current);
+  bool const equal = isThere && from == to;
+  KEL_TRACE_AS(4, "attributeIs") << "Compare Ptrs for " << attr.name()
+                                 << "? attr voidPtr: " << static_cast<void const*>(from.ptr())
+                                 << ", dest voidPtr: " << static_cast<void const*>(to.ptr()) << " => " << equal;
+  return equal;
 }
 
 void checkValue(Kel::KelAttr const& attr, Kel::KelType const& type) {

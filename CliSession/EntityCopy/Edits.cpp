@@ -1,0 +1,111 @@
+// Edits: debug actions, the bypass, and the log.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include <iostream>
+
+#include "CliSession/EntityCopy/Edits.h"
+#include "CliSession/EntityCopy/Walk.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+namespace {
+
+// The steps of logging trace, and assert, in its name.
+constexpr char const* operation = "addAttributeEditBypassEntry";
+constexpr char const* signature =
+    "void Cli::Session::EntityCopy::addAttributeEditBypassEntry(Kel::String8, Kel::String8, "
+    "Cli::Session::AttributeEditType, Kel::String8, const Kel::Ptr<const Kel::GenericIf>&)";
+
+// The action configured for this edit at this path, or for it at any path of its type.
+AttributeDebugAction debugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
+  AttributeDebugAction action = AttributeDebugAction::actionNone;
+  if (auto const dir = log.attributeEditDebugConfig(path)) {
+    if (auto const config = dir->debugConfig(edit)) {
+      action = config->action();
+      KEL_TRACE_AS(9, operation) << "Found matching action (" << action << "), for " << edit.attributeName() << " on "
+                                 << path;
+    }
+  }
+  if (action != AttributeDebugAction::actionNone) return action;
+  if (auto const config = log.attributeEditDebugTypeConfig(edit)) {
+    KEL_TRACE_AS(5, operation) << "Found matching action (" << edit << "), for type " << edit.attributeType()
+                               << ", attr " << edit.attributeName() << " for " << path;
+    action = config->action(path);
+    if (action == AttributeDebugAction::actionNone) action = config->action("");
+  }
+  return action;
+}
+
+void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
+  if (action == AttributeDebugAction::actionNone) return;
+  KEL_TRACE_AS(5, operation) << "Taking action " << action;
+  if (action == AttributeDebugAction::actionTrace)
+    std::cerr << edit.attributeType() << "::" << edit.attributeName() << " " << edit.editType()
+              << " triggered entityCopy attr debugging" << std::endl;
+  if (action == AttributeDebugAction::actionAssert) KEL_ASSERT_AS(false, "false", signature);
+}
+
+}  // namespace
+
+void ensureLog(EntityCopy& ec) {
+  if (!ec.attributeEditLog()) ec.attributeEditLogIs(attributeEditLogFactory());
+}
+
+bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path, Kel::String8 const& relative,
+                Kel::GenericIf::PtrConst const& value) {
+  KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
+                             << ", " << edit.editType() << ", " << path;
+  Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
+  if (log) takeAction(debugAction(*log, edit, relative), edit);
+  if (auto const checker = ec.attributeEditBypassChecker()) {
+    if (checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
+      KEL_TRACE_AS(5, operation) << "Skipped";
+      return false;
+    }
+  }
+  if (log) {
+    log->attributeEditEntryIs(edit)->pathCounterCounterInc(relative);
+    KEL_TRACE_AS(5, operation) << "Logged";
+  }
+  return true;
+}
+
+bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::Entity const& dest,
+                Kel::GenericIf::PtrConst const& value) {
+  Kel::String8 const relative = ec.dest() ? pathBelow(*ec.dest(), dest) : Kel::String8();
+  return recordEdit(ec, edit, dest.fullName(), relative, value);
+}
+
+bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, Box const& value) {
+  if (compare_ && !log_) {
+    ensureLog(ec_);
+    read();
+  }
+  if (!log_) return true;
+  if (traced_ || offered || log_->hasReactors()) {
+    ForeignCode const foreign(*this, f);
+    return recordEdit(ec_, editOf(s, type), f.dest, value);
+  }
+  if (debugged_) takeAction(debugAction(*log_, editOf(s, type), f.logPath(ec_, impl_.generation)), editOf(s, type));
+  // The entry of each step is looked up once.
+  if (impl_.entriesAt != impl_.generation) impl_.entries.clear();
+  impl_.entriesAt = impl_.generation;
+  std::size_t const at = 2 * std::size_t(s.number) + (type == AttributeEditType::del_ ? 1 : 0);
+  if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));
+  AttributeEditEntry*& entry = impl_.entries[at];
+  if (!entry || entry->parent() != log_) entry = log_->attributeEditEntryIs(editOf(s, type)).ptr();
+  if (!entry->hasReactors()) {
+    entry->pathCounterCounterInc(f.logPath(ec_, impl_.generation));
+  } else {
+    Kel::Ptr<AttributeEditEntry> const alive(entry);
+    Kel::String8 const path = f.logPath(ec_, impl_.generation);
+    ForeignCode const foreign(*this, f);
+    alive->pathCounterCounterInc(path);
+  }
+  return true;
+}
+
+}  // namespace Cli::Session

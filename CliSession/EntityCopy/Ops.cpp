@@ -1,0 +1,241 @@
+// The operations that are called by name: each begins a walk with its arguments.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/Cursor.h"
+#include "CliSession/EntityCopy/Edits.h"
+#include "CliSession/EntityCopy/Walk.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr) {
+  if (dest.type()->attr(attr.id()) == &attr) return attr;
+  Kel::KelAttr const* found = dest.type()->findAttr(attr.name());
+  if (!found)
+    throw Kel::UnknownAttrException(dest.fullName() + ": " + dest.type()->fullTypeName() + " has no attribute '" +
+                                    attr.name() + "'");
+  return *found;
+}
+
+namespace {
+
+using EntityPtr = Kel::Ptr<Kel::Entity>;
+using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
+using AttrPtr = Kel::Ptr<Kel::KelAttr const>;
+using GifConst = Kel::GenericIf::PtrConst;
+
+// One attribute of two entities, from which a walk begins. The arguments are kept while it lasts.
+class Rooted {
+ public:
+  Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
+         Kel::KelAttr const& attr)
+      : dest_(dest), src_(src), walk(ec), frame(*dest, *src, path), step(stepFor(frame.plan, attr)) {}
+
+ private:
+  // An attribute of another type stands for the source's of that name.
+  static Step const& stepFor(Plan const& plan, Kel::KelAttr const& attr) {
+    Step const* step = plan.find(attr);
+    return step ? *step : *plan.find(*plan.src.getAttr(attr.name()));
+  }
+  EntityPtr const dest_;
+  EntityPtrConst const src_;
+
+ public:
+  Walk walk;
+  Frame frame;
+  Step const& step;
+};
+
+// The same for the hooks, which know no source.
+class RootedHook : public Rooted {
+ public:
+  RootedHook(EntityCopy& ec, EntityPtr const& dest, Kel::KelAttr const& attr)
+      : Rooted(ec, dest, dest, {}, destAttribute(*dest, attr)) {}
+};
+
+}  // namespace
+
+// --- Entities ---
+
+bool EntityCopy::stop() const {
+  return stopAtFirstDiff() && attributeEditLog() && attributeEditLog()->attributeEditEntrys() > 0;
+}
+
+bool EntityCopy::doCopyEntity(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path) {
+  KEL_TRACE(1) << "doCopyEntity: " << path;
+  Depth const depth(Impl::of(*this).depth);
+  return Kel::validPtr(handler())->handleEntity(Ptr(this), dest, src, path);
+}
+
+bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, GifConst const& src, AttrPtr const& attr,
+                              Kel::String path) {
+  requireNonNull(attr);
+  EntityPtr const destEntity = entityOf(dest);
+  EntityPtrConst const srcEntity = entityConstOf(src);
+  Kel::String8 childPath = path + "." + attr->name();
+  if (srcEntity && attr->isCollection() && !srcEntity->name().empty()) childPath = childPath + "/" + srcEntity->name();
+  KEL_TRACE_AS(1, "chPath") << "Path changed from " << path << " to " << childPath;
+  Depth const depth(Impl::of(*this).depth);
+  return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, childPath);
+}
+
+bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst const& srcEntity, Kel::String path,
+                                   Kel::Ptr<AttributeFilter const> const& filter) {
+  KEL_ASSERT(destEntity);
+  KEL_ASSERT(srcEntity);
+  if (path.empty() && src()) path = pathBelow(*src(), *srcEntity);
+  Kel::KelType const* srcT = srcEntity->type();
+  Kel::KelType const* destT = destEntity->type();
+  KEL_ASSERT(srcT);
+  KEL_ASSERT(destT);
+  KEL_TRACE(1) << "doCopyEntityAttrs: " << path;
+  Walk walk(*this);
+  Frame frame(*destEntity, *srcEntity, path);
+  if (!filter) return walk.attributes(frame);
+  EntityPtr const destAlive = destEntity;
+  EntityPtrConst const srcAlive = srcEntity;
+  bool differs = false;
+  Kel::U32 filtered = 0;
+  for (Step const& step : frame.plan.steps) {
+    if (filter->attributeName(step.attr.name())) {
+      KEL_TRACE(2) << path << ": attribute " << step.attr.name() << " filtered (not copied).";
+      ++filtered;
+      continue;
+    }
+    differs |= walk.attribute(frame, step);
+    if (stop()) break;
+  }
+  // Names with the value false neither filter nor count.
+  Kel::U32 attributeNames = 0;
+  for (auto it = filter->attributeNameIterator(); it; ++it) attributeNames += it.value() ? 1 : 0;
+  KEL_ASSERT_TEXT(attributeNames == filtered || stopAtFirstDiff(),
+                  "!filter || filter->attributeNames() == filtered || stopAtFirstDiff()");
+  return differs;
+}
+
+// --- Attributes ---
+
+bool EntityCopy::doCopyAttrByName(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
+                                  Kel::Name attrName) {
+  KEL_TRACE(2) << "doCopyAttrByName: " << attrName;
+  Kel::KelAttr const* attrIdx = Kel::validPtr(src)->type()->findAttr(attrName);
+  KEL_ASSERT(attrIdx);
+  return doCopyAttr(dest, src, path, AttrPtr(attrIdx));
+}
+
+bool EntityCopy::doCopyAttr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
+  requireNonNull(dest, src, attr);
+  Rooted at(*this, dest, src, path, *attr);
+  return at.walk.attribute(at.frame, at.step);
+}
+
+bool EntityCopy::doCopyValue(EntityPtr const& dest, EntityPtrConst const& src, AttrPtr const& attr) {
+  requireNonNull(dest, src, attr);
+  Rooted at(*this, dest, src, {}, *attr);
+  return at.walk.value(at.frame, at.step);
+}
+
+bool EntityCopy::doCopySingleton(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
+                                 AttrPtr const& attr) {
+  requireNonNull(dest, src, attr);
+  Rooted at(*this, dest, src, path, *attr);
+  return at.walk.singleton(at.frame, at.step);
+}
+
+bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
+                                  AttrPtr const& attr) {
+  requireNonNull(dest, src, attr);
+  Rooted at(*this, dest, src, path, *attr);
+  return at.walk.collection(at.frame, at.step);
+}
+
+bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
+                                        GifConst const& srcIndex, GifConst const& index, GifConst const& srcMember,
+                                        AttrPtr const& attr) {
+  requireNonNull(dest, src, attr);
+  Rooted at(*this, dest, src, path, *attr);
+  Walk::Member m{nullptr, nullptr, srcIndex, index, srcMember};
+  return at.walk.member(at.frame, at.step, m);
+}
+
+bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
+  requireNonNull(dest, src, attr);
+  Rooted at(*this, dest, src, path, *attr);
+  return at.walk.queue(at.frame, at.step);
+}
+
+bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,
+                           GifConst const& index) {
+  requireNonNull(dest, src, attr);
+  Rooted at(*this, dest, src, path, *attr);
+  if (!index) return at.walk.pointer(at.frame, at.step, nullptr);
+  Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(at.step.attr.id(), index)};
+  return at.walk.pointer(at.frame, at.step, &m);
+}
+
+EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const& srcTarget, GifConst const& srcIndex,
+                                 GifConst const& srcMember, EntityPtr const& dest, GifConst const& indexValue,
+                                 Kel::String path, AttrPtr const& attr) {
+  requireNonNull(srcTarget, dest, attr);
+  Rooted at(*this, dest, src ? src : EntityPtrConst(dest), path, *attr);
+  // What was asked for is the key itself, or what the attribute points at.
+  bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
+  Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
+  return EntityPtr(at.walk.resolve(at.frame, at.step, src, *srcTarget, &m, isKey));
+}
+
+// --- The hooks ---
+
+Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
+                                                    GifConst const& value, GifConst const& result) {
+  requireNonNull(dest, attr);
+  KEL_TRACE(2) << "attributeIs: setting " << attr->name();
+  RootedHook at(*this, dest, *attr);
+  Kel::GenericIf::Ptr const gif = genericIf(dest);
+  if (alreadySet(*gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
+  bool const changed = at.walk.edit(
+      at.frame, at.step, AttributeEditType::set_, [&] { return value; },
+      [&](GifConst const&) { gif->attributeIs(at.step.attr.id(), index, value); });
+  return attributeIsReturnFactory(changed, value);
+}
+
+bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index) {
+  requireNonNull(dest, attr);
+  KEL_TRACE(2) << "attributeDel: deleting " << attr->name();
+  RootedHook at(*this, dest, *attr);
+  Kel::GenericIf::Ptr const gif = genericIf(dest);
+  return at.walk.edit(
+      at.frame, at.step, AttributeEditType::del_,
+      [&] { return GifConst(gif->attribute(at.step.attr.id(), index)); },
+      [&](GifConst const&) { gif->attributeDel(at.step.attr.id(), index); });
+}
+
+bool EntityCopy::attributeAdd(EntityPtr const& dest, AttrPtr const& attr, GifConst const& value) {
+  requireNonNull(dest, attr);
+  KEL_TRACE(2) << "attributeAdd: adding " << attr->name();
+  RootedHook at(*this, dest, *attr);
+  return at.walk.edit(
+      at.frame, at.step, AttributeEditType::set_, [&] { return value; },
+      [&](GifConst const&) { genericIf(dest)->attributeSQEnq(at.step.attr.id(), value); });
+}
+
+bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
+  requireNonNull(dest, attr);
+  KEL_TRACE(2) << "attributeRemove: removing " << attr->name();
+  RootedHook at(*this, dest, *attr);
+  Kel::GenericIf::Ptr const gif = genericIf(dest);
+  auto const head = gif->attributeIterator(at.step.attr.id());
+  return at.walk.edit(
+      at.frame, at.step, AttributeEditType::del_, [&] { return head ? GifConst(head.obj()) : nullptr; },
+      [&](GifConst const&) { gif->attributeSQDeq(at.step.attr.id()); });
+}
+
+void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
+                                             AttributeEditType editType, Kel::String path, GifConst const& value) {
+  Kel::String8 const relative = dest() ? pathBelow(EntityPtrConst(dest()), path) : Kel::String8();
+  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, relative, value);
+}
+
+}  // namespace Cli::Session

@@ -1,0 +1,121 @@
+#include "CliSession/EntityCopy/Plan.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+
+namespace Cli::Session {
+
+namespace {
+
+std::atomic<Kel::U32> steps{0};
+
+Step::Kind kindOf(Kel::KelAttr const& attr) {
+  using Kind = Step::Kind;
+  if (!attr.copiable()) return Kind::skipped;
+  if (attr.isQueue()) return Kind::queue;
+  if (attr.isCollection()) return attr.instantiating() ? Kind::members : Kind::collection;
+  if (attr.type()->isEntity())
+    return attr.instantiating() ? Kind::singleton : attr.isPtr() ? Kind::pointer : Kind::unsupported;
+  return attr.isValue() ? Kind::value : Kind::unsupported;
+}
+
+bool onlyValues(Kel::KelType const* type) {
+  if (!type || type->isEntity()) return true;
+  for (Kel::KelAttr const* field : type->attributeQ())
+    if (!field->isValue() && !field->isFunction()) return false;
+  return true;
+}
+
+// Whether the storage itself can compare what the attribute holds.
+bool comparable(Kel::KelAttr const& attr) {
+  if (attr.instantiating()) return attr.type()->paramsEqual() != nullptr;
+  return attr.type()->isEntity() || attr.type()->valueOps().equal;
+}
+
+}  // namespace
+
+Kel::U32 stepCount() { return steps.load(std::memory_order_relaxed); }
+
+Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
+    : attr(a),
+      destAttr(destType.attr(a.id()) == &a ? &a : destType.findAttr(a.name())),
+      access(a.access()),
+      kind(kindOf(a)),
+      supported(onlyValues(a.type()) && (a.keyIsPtr() || onlyValues(a.keyType()))),
+      typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && supported && comparable(a)),
+      dense(kind == Kind::members && typed && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
+      withPointers(a.isCollection() && (a.keyIsPtr() || a.isPtr())),
+      number(steps.fetch_add(1, std::memory_order_relaxed)),
+      set(a.name(), destType.fullTypeName(), AttributeEditType::set_),
+      del(a.name(), destType.fullTypeName(), AttributeEditType::del_) {}
+
+Step::Step(Step&& o) noexcept
+    : attr(o.attr),
+      destAttr(o.destAttr),
+      access(o.access),
+      kind(o.kind),
+      supported(o.supported),
+      typed(o.typed),
+      dense(o.dense),
+      withPointers(o.withPointers),
+      number(o.number),
+      set(o.set),
+      del(o.del) {}
+
+Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) const {
+  Plan const* known = child_.load(std::memory_order_acquire);
+  if (known && &known->dest == &dest && &known->src == &src) return *known;
+  Plan const& plan = Plan::of(dest, src);
+  if (!known) child_.store(&plan, std::memory_order_release);
+  return plan;
+}
+
+namespace {
+
+std::unique_ptr<Plan const> makePlan(Kel::KelType const& dest, Kel::KelType const& src) {
+  bool const same = &dest == &src;
+  auto plan = std::make_unique<Plan>(Plan{dest,
+                                          src,
+                                          {},
+                                          {},
+                                          {},
+                                          same ? src.plainEqual() : nullptr,
+                                          same ? src.paramsEqual() : nullptr,
+                                          src.ctorArgs().size() == 1});
+  plan->steps.reserve(src.attributeQ().size());
+  for (Kel::KelAttr const* attr : src.attributeQ()) plan->steps.emplace_back(dest, *attr);
+  for (Step const& step : plan->steps) {
+    if (step.kind == Step::Kind::skipped) continue;
+    plan->copied.push_back(&step);
+    // What the model does not support is to be met.
+    bool const plain = plan->plainEqual && step.typed && step.attr.inPlainEqual();
+    if (!plain) plan->further.push_back(&step);
+  }
+  return plan;
+}
+
+}  // namespace
+
+Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
+  using Plans = std::map<std::pair<Kel::KelType const*, Kel::KelType const*>, std::unique_ptr<Plan const>>;
+  static std::shared_mutex& mutex = *new std::shared_mutex;
+  static Plans& plans = *new Plans;
+  std::pair const types{&dest, &src};
+  {
+    std::shared_lock const lock(mutex);
+    if (auto const found = plans.find(types); found != plans.end()) return *found->second;
+  }
+  auto made = makePlan(dest, src);
+  std::unique_lock const lock(mutex);
+  return *plans.try_emplace(types, std::move(made)).first->second;
+}
+
+Step const* Plan::find(Kel::KelAttr const& attr) const {
+  for (Step const& step : steps)
+    if (&step.attr == &attr) return &step;
+  return nullptr;
+}
+
+}  // namespace Cli::Session

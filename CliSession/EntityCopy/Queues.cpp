@@ -1,0 +1,78 @@
+// Queues.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/Cursor.h"
+#include "CliSession/EntityCopy/Walk.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+bool Walk::sameInQueue(Step const& s, Cursor const& dest, Cursor const& src) {
+  if (s.typed && !traced_ && s.attr.instantiating()) {
+    Kel::Entity const &a = *dest.target(), &b = *src.target();
+    return a.type() == b.type() && a.type()->furtherParamsEqual()(a, b);
+  }
+  return attrEqual(s.attr, dest.obj(true), src.obj(true));
+}
+
+bool Walk::queue(Frame& f, Step const& s) {
+  KEL_TRACE_AS(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
+  bool const entities = s.attr.type()->isEntity();
+  if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
+  Cursor src(s.attr, f.src, false), dest(destAttribute(f.dest, s.attr), f.dest, false);
+  bool differs = false;
+  Box last;  // the key of the last member that stays
+  while (src && dest) {
+    if (sameInQueue(s, dest, src)) {
+      if (entities) differs |= child(f, s, *dest.target(), *src.target());
+      if (ec_.stop()) return differs;
+      ++src;
+    } else {
+      differs |= deleteMember(f, s, dest);
+      if (ec_.stop()) return true;
+    }
+    ++dest;
+  }
+  for (; dest; ++dest) {
+    differs |= deleteMember(f, s, dest);
+    if (ec_.stop()) return true;
+  }
+  for (; src; ++src) {
+    differs |= append(f, s, src, last);
+    if (ec_.stop()) return true;
+  }
+  return differs;
+}
+
+// Appends one member; answers whether that is a difference.
+bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
+  bool const entities = s.attr.type()->isEntity();
+  Kel::Ptr<Kel::Entity const> const member = entities ? Kel::Ptr<Kel::Entity const>(src.target()) : nullptr;
+  Box value;
+  if (entities) {
+    ParamList const params(new Kel::GenericIf::List);
+    constructorParams(member, s.attr, params);
+    value = Kel::GenericIf::List::genericIf(params);
+  } else {
+    value = src.obj(true);
+  }
+  KEL_TRACE_AS(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
+  Kel::AttributeId const destId = s.destAttr->id();
+  bool const differs = edit(
+      f, s, AttributeEditType::set_, [&] { return value; },
+      [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
+  if (!entities || compare_) return differs;
+  // The member that has just been made: the queue's last.
+  Kel::GenericIf::Ptr const gif = genericIf(f.destPtr());
+  auto it = last ? gif->attributeIteratorKey(destId, last) : gif->attributeIterator(destId);
+  if (!it) it = gif->attributeIterator(destId);  // a reactor has deleted what stood there
+  Kel::Ptr<Kel::Entity> newest;
+  for (; it; ++it) {
+    newest = entityOf(it.obj());
+    last = it.key();
+  }
+  return (newest && child(f, s, *newest, *member)) || differs;
+}
+
+}  // namespace Cli::Session

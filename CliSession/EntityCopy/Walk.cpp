@@ -1,0 +1,288 @@
+// The walk itself, and single attributes: values, singletons, children.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include "CliSession/EntityCopy/Walk.h"
+
+#include "CliSession/EntityCopy/Cursor.h"
+#include "CliSession/EntityCopyCompare.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
+
+namespace Cli::Session {
+
+namespace {
+
+// Whether any step of a run may have to be shown.
+bool anyTrace() {
+  static Kel::TraceHandle const* const handles[] = {
+      &Kel::TraceHandle::get("EntityCopy"), &Kel::TraceHandle::get("EntityCopyUtils"),
+      &Kel::TraceHandle::get("CliSession"), &Kel::TraceHandle::get("PathTrie"), &Kel::TraceHandle::get("PrefixTrie")};
+  for (Kel::TraceHandle const* handle : handles)
+    if (handle->any()) return true;
+  return false;
+}
+
+}  // namespace
+
+Walk::Walk(EntityCopy& ec) : ec_(ec), impl_(EntityCopy::Impl::of(ec)) { revalidate(); }
+
+void Walk::read() {
+  traced_ = anyTrace();
+  guide_ = traced_ ? nullptr : ec_.handler().ptr();
+  checker_ = ec_.attributeEditBypassChecker().ptr();
+  log_ = ec_.attributeEditLog().ptr();
+  compare_ = ec_.stopAtFirstDiff();
+  debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
+}
+
+void Walk::revalidate() {
+  ++impl_.generation;
+  impl_.counterparts.forget();
+  types_ = {};
+  read();
+}
+
+Walk::Box const& Walk::Member::srcIndex() {
+  if (!srcIndexBox && at) srcIndexBox = at->key();
+  return srcIndexBox;
+}
+Walk::Box const& Walk::Member::index() {
+  if (!indexBox) indexBox = key ? Box(genericIf(Kel::Ptr<Kel::Entity>(key))) : srcIndex();
+  return indexBox;
+}
+Walk::Box const& Walk::Member::srcMember() {
+  if (!srcMemberBox && at) srcMemberBox = at->obj(true);
+  return srcMemberBox;
+}
+
+// --- Entities ---
+
+bool Walk::attributes(Frame& f) {
+  Plan const& plan = f.plan;
+  bool differs = false;
+  if (traced_) {
+    for (Step const& step : plan.steps) {
+      differs |= attribute(f, step);
+      if (ec_.stop()) break;
+    }
+    return differs;
+  }
+  bool const plainEqual = plan.plainEqual && plan.plainEqual(f.dest, f.src);
+  for (Step const* step : plainEqual ? plan.further : plan.copied) {
+    differs |= attribute(f, *step);
+    if (compare_ && ec_.stop()) break;
+  }
+  return differs;
+}
+
+namespace {
+
+void traceSkipped(Kel::KelAttr const& attr) {
+  char const* const reason = !attr.logging()     ? "Skipping non-logging attribute "
+                             : attr.ctorParam() ? "Skipping constructor parameter "
+                                                : "Skipping non-writable attribute ";
+  KEL_TRACE_AS(9, "attrCopiable") << reason << attr.name();
+}
+
+// How the pointers in a collection are compared.
+class Pointers final : public Kel::SameTarget {
+ public:
+  Pointers(EntityCopy& ec, Counterparts& counterparts) : ec_(ec), counterparts_(counterparts) {}
+  bool operator()(Kel::Entity& dest, Kel::Entity& src) override { return counterparts_.same(ec_, dest, src); }
+
+ private:
+  EntityCopy& ec_;
+  Counterparts& counterparts_;
+};
+
+}  // namespace
+
+bool Walk::equalInPlace(Frame& f, Step const& s) {
+  if (!s.typed) return false;
+  switch (s.kind) {
+    case Step::Kind::value: return s.access.equal(f.dest, f.src);
+    case Step::Kind::queue: return !s.attr.instantiating() && s.access.equal(f.dest, f.src);
+    case Step::Kind::singleton: return !s.access.single(f.src) && !s.access.single(f.dest);
+    case Step::Kind::pointer: {
+      Kel::Entity *const src = s.access.single(f.src), *const dest = s.access.single(f.dest);
+      if (ec_.pendingAttrs() > 0) return false;
+      if (!src || !dest) return src == dest;
+      return guide_ && guide_->keepsTargets() && impl_.counterparts.same(ec_, *dest, *src);
+    }
+    case Step::Kind::collection: {
+      if (!s.withPointers) return s.access.equal(f.dest, f.src);
+      if (ec_.pendingAttrs() > 0 || !guide_ || !guide_->keepsTargets()) return false;
+      Pointers same(ec_, impl_.counterparts);
+      return s.access.equalThrough(f.dest, f.src, same);
+    }
+    default: return false;
+  }
+}
+
+bool Walk::attribute(Frame& f, Step const& s) {
+  static constexpr char const* operation = "doCopyAttr";
+  static constexpr char const* signature =
+      "bool Cli::Session::EntityCopy::doCopyAttr(const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const Kel::Entity>&, "
+      "Kel::String, const Kel::Ptr<const Kel::KelAttr>&)";
+  if (s.kind == Step::Kind::skipped) {
+    traceSkipped(s.attr);
+    return false;
+  }
+  if (!traced_ && equalInPlace(f, s)) return false;
+  KEL_TRACE_AS(2, operation) << "doCopyAttr: " << s.attr.name();
+  switch (s.kind) {
+    case Step::Kind::value: return value(f, s);
+    case Step::Kind::pointer: return pointer(f, s, nullptr);
+    case Step::Kind::singleton: return singleton(f, s);
+    case Step::Kind::collection:
+    case Step::Kind::members: return collection(f, s);
+    case Step::Kind::queue: return queue(f, s);
+    default: break;
+  }
+  if (s.attr.type()->isEntity())
+    KEL_TRACE_AS(3, operation) << "Skipping non-copiable non-instantiating entity " << s.attr.name();
+  else
+    KEL_TRACE_AS(3, operation) << "Unsupported attribute " << s.attr.name();
+  KEL_ASSERT_AS(false, "false", signature);
+  return false;
+}
+
+// --- Children ---
+
+bool Walk::walkedThrough(Frame& f) {
+  if (f.askedAt != impl_.generation) {
+    f.walkedThrough = (f.up() && walkedThrough(*f.up())) || guide_->walksThrough(f.path(), true);
+    f.askedAt = impl_.generation;
+  }
+  return f.walkedThrough;
+}
+
+bool Walk::asksForType(Kel::KelType const& type) {
+  TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
+  if (known.type != &type) known = {&type, !guide_->walksThroughType(type.fullTypeName())};
+  return known.asks;
+}
+
+bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
+  if (!guide_ || asksForType(*src.type())) return true;
+  if (walkedThrough(f)) return false;
+  if (f.throughStep != &s || f.stepAskedAt != impl_.generation) {
+    f.throughStep = &s;
+    f.stepAskedAt = impl_.generation;
+    f.stepWalkedThrough = guide_->walksThrough(f.path() + "." + s.attr.name(), false);
+  }
+  return !f.stepWalkedThrough && !guide_->walksThrough(f.childPath(s.attr, src), false);
+}
+
+bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
+  Plan const& plan = s.childPlan(*dest.type(), *src.type());
+  if (!asks(f, s, src)) {
+    if (plan.further.empty() && plan.plainEqual && plan.plainEqual(dest, src)) return false;
+    Depth const depth(impl_.depth);
+    Frame below(f, s, dest, src, plan);
+    return attributes(below);
+  }
+  Frame below(f, s, dest, src, plan);
+  KEL_TRACE_AS(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
+  Depth const depth(impl_.depth);
+  ForeignCode const foreign(*this, below);
+  return Kel::validPtr(ec_.handler())
+      ->handleEntity(EntityCopy::Ptr(&ec_), below.destPtr(), below.srcPtr(), below.path());
+}
+
+// --- Values ---
+
+bool Walk::value(Frame& f, Step const& s) {
+  KEL_TRACE_AS(2, "doCopyValue") << "doCopyValue: " << s.attr.name();
+  bool const changed = setValue(f, s);
+  if ((traced_ || !s.supported) && !ec_.stop()) checkValue(s.attr, *s.attr.type());
+  return changed;
+}
+
+bool Walk::setValue(Frame& f, Step const& s) {
+  KEL_TRACE_AS(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::AttributeId const destId = destAttribute(f.dest, s.attr).id();
+  Box const boxed = s.typed && !traced_ ? Box() : genericIf(f.srcPtr())->attribute(s.attr.id());
+  bool const equal = boxed ? valueTypeEqual(genericIf(f.destPtr())->attribute(destId), boxed)
+                           : s.access.equal(f.dest, f.src);
+  if (equal) return false;
+  return edit(
+      f, s, AttributeEditType::set_,
+      [&] { return boxed ? boxed : genericIf(f.srcPtr())->attribute(s.attr.id()); },
+      [&](Box const& box) {
+        if (s.typed && !box)
+          s.access.copyValue(s.attr, f.dest, f.src);
+        else
+          genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
+      });
+}
+
+// --- Singletons ---
+
+bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params) {
+  if (s.typed && !traced_) {
+    if (!dest || dest->type() != src.type()) return true;
+    if (auto const paramsEqual = src.type()->paramsEqual()) return !paramsEqual(*dest, src);
+  }
+  params = ParamList(new Kel::GenericIf::List);
+  return constructorParams(Kel::Ptr<Kel::Entity const>(dest), Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
+}
+
+bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChild, ParamList params) {
+  KEL_TRACE_AS(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::AttributeId const destId = destAttribute(f.dest, s.attr).id();
+  auto const argumentList = [&] {
+    if (!params) {
+      params = ParamList(new Kel::GenericIf::List);
+      constructorParams(Kel::Ptr<Kel::Entity const>(&srcChild), s.attr, params);
+    }
+    return Box(Kel::GenericIf::List::genericIf(params));
+  };
+  return edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
+    // A member that is there all the same, with other parameters, is replaced.
+    bool const isFree = s.typed && srcChild.type() == s.attr.type() &&
+                        (m ? m->at && !s.access.memberLike(f.dest, srcChild, m->at->position())
+                           : !s.access.single(f.dest));
+    if (isFree && !box)
+      s.access.newLike(s.attr, f.dest, srcChild);
+    else
+      genericIf(f.destPtr())->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
+  });
+}
+
+bool Walk::singleton(Frame& f, Step const& s) {
+  static constexpr char const* operation = "doCopySingleton";
+  KEL_TRACE_AS(2, operation) << "doCopySingleton: " << s.attr.name();
+  Kel::AttrAccess const& destAccess = destAttribute(f.dest, s.attr).access();
+  Kel::Entity* const srcChild = s.access.single(f.src);
+  Kel::Entity* destChild = destAccess.single(f.dest);
+  auto const deleteChild = [&] {
+    KEL_TRACE_AS(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
+    return edit(
+        f, s, AttributeEditType::del_, [&] { return Box(genericIf(Kel::Ptr<Kel::Entity>(destChild))); },
+        [&](Box const&) { genericIf(f.destPtr())->attributeDel(s.destAttr->id()); });
+  };
+  if (!srcChild) {
+    if (!destChild) return false;
+    KEL_TRACE_AS(3, operation) << "Deleting dest child";
+    return deleteChild();
+  }
+  KEL_TRACE_AS(3, operation) << "Child is set";
+  ParamList params;
+  if (!paramsDiffer(s, destChild, *srcChild, params)) return child(f, s, *destChild, *srcChild);
+  Kel::Ptr<Kel::Entity const> const alive(srcChild);  // a reactor may delete it
+  bool differs = false;
+  if (destChild) {
+    differs |= deleteChild();
+    if (ec_.stop()) return differs;
+  }
+  KEL_TRACE_AS(3, operation) << "Re-creating entity";
+  differs |= create(f, s, nullptr, *srcChild, params);
+  // A comparison made nothing, and what is there has other parameters.
+  if (compare_ || ec_.stop()) return differs;
+  // A reactor may have deleted what was made.
+  if (Kel::Entity* const made = destAccess.single(f.dest)) differs |= child(f, s, *made, *srcChild);
+  return differs;
+}
+
+}  // namespace Cli::Session

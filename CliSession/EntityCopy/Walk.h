@@ -1,0 +1,152 @@
+// One walk over a source and a destination: the engine's algorithm.
+//
+// There is one body for each kind of attribute, with its traces in it. In front of it stands a filter that passes by
+// what is equal; while a trace handle is on, the filter is off and every step shows itself. The operations of EntityCopy
+// that are called by name make a walk that begins with their arguments (Ops.cpp).
+//
+// Between two places where foreign code runs (handlers, reactors, bypass checkers) only the walk changes the trees. It
+// works on references and on what it has looked up. Around each such place stands a `ForeignCode`.
+#pragma once
+
+#include <array>
+
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopy/Frame.h"
+#include "CliSession/EntityCopyCompare.h"
+
+namespace Cli::Session {
+
+class Cursor;
+
+class Walk {
+ public:
+  using Box = Kel::GenericIf::PtrConst;
+
+  explicit Walk(EntityCopy& ec);
+  Walk(Walk const&) = delete;
+  Walk& operator=(Walk const&) = delete;
+
+  // A member of a collection on its way from the source to the destination. What is not given is boxed when it is first
+  // asked for.
+  struct Member {
+    Cursor const* at = nullptr;     // on the source's member; null: everything is given boxed
+    Kel::Entity* key = nullptr;     // the destination's key, where keys are pointers
+    Box srcIndexBox, indexBox, srcMemberBox;
+
+    Box const& srcIndex();
+    Box const& index();
+    Box const& srcMember();
+  };
+
+  // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
+  bool attributes(Frame& frame);                              // doCopyEntityAttrs
+  bool attribute(Frame& frame, Step const& step);             // doCopyAttr
+  bool value(Frame& frame, Step const& step);                 // doCopyValue
+  bool singleton(Frame& frame, Step const& step);             // doCopySingleton
+  bool collection(Frame& frame, Step const& step);            // doCopyCollection
+  bool queue(Frame& frame, Step const& step);                 // doCopyQueue
+  bool member(Frame& frame, Step const& step, Member& m);     // doCopyCollectionMember
+  bool pointer(Frame& frame, Step const& step, Member* m);    // doCopyPtr; `m` is null for a single pointer
+  // resolvePtr: the destination's target, or null and a record of what waits for it.
+  Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
+                       Kel::Entity const& srcTarget, Member* m, bool isKey);
+
+  // The only way to change the destination. Shows the edit to the debug configuration and to the bypass checker, counts
+  // it, and unless this is a comparison carries it out. Answers whether the destination changes or, in a comparison,
+  // would. `value()` boxes what a checker looks at; `apply(box)` writes, with that box where there is one.
+  template <class Value, class Apply>
+  bool edit(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Apply const& apply) {
+    Box box;
+    bool const offered = offers(step, type);
+    if (offered) box = value();
+    bool const logged = admit(frame, step, type, offered, box);
+    if (compare_ || ec_.stop()) return logged || !compare_;
+    if (frame.dest.hasReactors() || step.destAttr->afterChange()) {
+      ForeignCode const foreign(*this, frame);
+      apply(box);
+    } else {
+      apply(box);
+    }
+    return true;
+  }
+
+  // Around a call of foreign code: keeps what the walk stands on, and afterwards looks again at what it relies on.
+  class ForeignCode {
+   public:
+    ForeignCode(Walk& walk, Frame& frame) : walk_(walk) { frame.hold(); }
+    ~ForeignCode() { walk_.revalidate(); }
+    ForeignCode(ForeignCode const&) = delete;
+    ForeignCode& operator=(ForeignCode const&) = delete;
+
+   private:
+    Walk& walk_;
+  };
+
+  EntityCopy& ec() const { return ec_; }
+
+ private:
+  void read();
+  void revalidate();
+
+  // The filter: whether an attribute is equal, as far as can be told without showing anything.
+  bool equalInPlace(Frame& frame, Step const& step);
+  bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src);
+  bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
+  // Whether the handler wants to be asked about a child.
+  bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
+  bool asksForType(Kel::KelType const& type);
+  bool walkedThrough(Frame& frame);
+
+  bool setValue(Frame& frame, Step const& step);
+  bool setMember(Frame& frame, Step const& step, Member& m);
+  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
+  // A member or singleton with the source's constructor parameters.
+  // `params` are the source's where they have been listed already, else null.
+  bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params);
+  bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
+  bool ownedMember(Frame& frame, Step const& step, Member& m);
+
+  struct KeyMap;
+  bool deleteExtra(Frame& frame, Step const& step);
+  bool copyMembers(Frame& frame, Step const& step, bool deletionPassed);
+  bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
+  bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
+  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
+  Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
+  void supersede(Frame& frame, Step const& step, Member* m);
+  PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
+
+  bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
+  bool append(Frame& frame, Step const& step, Cursor const& src, Box& last);
+
+  // Whether the bypass checker may have something to say.
+  bool offers(Step const& step, AttributeEditType type) {
+    return checker_ && (traced_ || checker_->concerns(editOf(step, type)));
+  }
+  bool admit(Frame& frame, Step const& step, AttributeEditType type, bool offered, Box const& value);
+  static AttributeEdit const& editOf(Step const& step, AttributeEditType type) {
+    return type == AttributeEditType::set_ ? step.set : step.del;
+  }
+
+  EntityCopy& ec_;
+  EntityCopy::Impl& impl_;
+  // Read again after foreign code.
+  EntityCopyHandler* guide_ = nullptr;  // the handler, for what it may tell in advance; null while tracing
+  AttributeEditLogBypass* checker_ = nullptr;
+  AttributeEditLog* log_ = nullptr;
+  bool compare_ = false;
+  bool traced_ = false;
+  bool debugged_ = false;  // the log has debug actions
+  // What the handler said of types, by a hash of their address.
+  struct TypeAnswer {
+    Kel::KelType const* type = nullptr;
+    bool asks = false;
+  };
+  std::array<TypeAnswer, 16> types_{};
+};
+
+// Records a pointer of a frame's attribute that waits for its target. `isKey`: it is the key of member `m` that waits.
+void defer(EntityCopy& ec, Frame& frame, Kel::KelAttr const& attr, Kel::Ptr<Kel::Entity const> const& owner,
+           Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget);
+
+}  // namespace Cli::Session
