@@ -52,10 +52,11 @@ bool Walk::collection(Frame& f, Step const& s) {
   bool const sameHashes = s.dense && !traced_ && s.childPlan(*s.attr.type(), *s.attr.type()).keyOnly &&
                           s.access.sameShape(f.dest, f.src);
   f.walking(&s);
-  bool differs = !sameHashes && deleteExtra(f, s);
-  if (!ec_.stop()) differs |= copyMembers(f, s, !sameHashes);
+  Kel::U32 passed = 0;
+  bool differs = sameHashes ? passPairs(f, s, passed) : deleteExtra(f, s);
+  if (!stopped()) differs |= copyMembers(f, s, passed, !sameHashes);
   f.walking(nullptr);
-  if (!ec_.stop())
+  if (!stopped())
     for (auto const& record : waiting) forgetPending(ec_, record);
   return differs;
 }
@@ -78,7 +79,7 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
     if (stays(f, s, at, keys)) continue;
     ++deleted;
     differs |= deleteMember(f, s, at);
-    if (ec_.stop()) return differs;
+    if (stopped()) return differs;
   }
   KEL_TRACE_AS(3, "doCopyCollection") << "Deleted " << deleted << " members out of " << examined;
   return differs;
@@ -161,14 +162,52 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
 
 // --- The copy pass ---
 
-bool Walk::copyMembers(Frame& f, Step const& s, bool deletionPassed) {
+// Whether the walk goes down into members of the usual type without asking the handler or looking at their types.
+bool Walk::passesBy(Frame& f, Plan const& usual) {
+  return guide_ && !usual.src.hasDerived() && !asksForType(usual.src) && walkedThrough(f);
+}
+
+// The filter for members: whether both sides have the same ones, at the same positions, with nothing in them but plain
+// attributes, which are equal. Large members are not looked into, so that no entity is compared twice.
+bool Walk::equalMembers(Frame& f, Step const& s) {
+  Plan const& usual = s.childPlan(*s.attr.type(), *s.attr.type());
+  return usual.further.empty() && usual.plainEqual && usual.keyOnly && passesBy(f, usual) &&
+         s.access.membersEqual(f.dest, f.src, usual.plainEqual);
+}
+
+// Goes down into members that stand at the same positions in both, and moves `position` behind what it has done: up to
+// the first other key, or until foreign code has run.
+bool Walk::passPairs(Frame& f, Step const& s, Kel::U32& position) {
+  Kel::U64 const generation = impl_.generation;
+  std::array<Kel::AttrAccess::Pair, Kel::AttrAccess::maxPairs> pairs;
+  Plan const& usual = s.childPlan(*s.attr.type(), *s.attr.type());
+  bool const passes = passesBy(f, usual);
+  bool any = false;
+  for (Kel::U32 next = position; Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, next, pairs.data());) {
+    for (Kel::U32 i = 0; i < count; ++i) {
+      auto const [dest, src, at] = pairs[i];
+      if (passes)
+        any |= descend(f, s, usual, *dest, *src);
+      else if (dest->type() == src->type())
+        any |= child(f, s, *dest, *src);
+      else
+        return any;
+      position = at + 1;
+      if (impl_.generation != generation || stopped()) return any;
+    }
+    position = next;
+  }
+  return any;
+}
+
+bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPassed) {
   static constexpr char const* operation = "doCopyCollection";
   bool const quick = s.typed && !traced_ && s.attr.instantiating();
   if (s.dense && !compare_ && s.access.memberEnd(f.dest) == 0)
     s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
   bool differs = false;
   Kel::U32 copied = 0;
-  for (Cursor at(s.attr, f.src, s.dense); at; ++at) {
+  for (Cursor at(s.attr, f.src, s.dense, from); at; ++at) {
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (quick && !traced_) {
       Kel::Entity& srcMember = *at.target();
@@ -181,11 +220,11 @@ bool Walk::copyMembers(Frame& f, Step const& s, bool deletionPassed) {
         if (!deletionPassed) {
           deletionPassed = true;
           differs |= deleteExtra(f, s);
-          if (ec_.stop()) return differs;
+          if (stopped()) return differs;
         }
         differs |= member(f, s, m);
       }
-      if (compare_ && ec_.stop()) return differs;
+      if (stopped()) return differs;
       continue;
     }
     if (s.attr.keyIsPtr()) {
@@ -198,7 +237,7 @@ bool Walk::copyMembers(Frame& f, Step const& s, bool deletionPassed) {
     }
     differs |= member(f, s, m);
     ++copied;
-    if (ec_.stop()) return differs;
+    if (stopped()) return differs;
   }
   KEL_TRACE_AS(3, operation) << "copied " << copied << " members";
   return differs;
@@ -210,7 +249,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   if (s.attr.isValue()) {
     KEL_TRACE_AS(3, operation) << "Member is a value";
     bool const changed = setMember(f, s, m);
-    if (!ec_.stop()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
+    if (!stopped()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
     return changed;
   }
   KEL_TRACE_AS(3, operation) << "Member is not a value";
@@ -221,7 +260,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
     KEL_TRACE_AS(3, operation) << m.srcMember() << " is a pointer, copying target";
   }
   bool const changed = pointer(f, s, &m);
-  if (!ec_.stop()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
+  if (!stopped()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
   return changed;
 }
 
@@ -246,7 +285,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m) {
   if (differ) {
     KEL_TRACE_AS(3, operation) << "Re-creating item";
     changed = create(f, s, &m, *srcMember, params);
-    if (compare_ || ec_.stop()) return changed;
+    if (compare_) return changed;
     dest = destMember();
   } else {
     KEL_TRACE_AS(3, operation) << "Getting pre-existing item";

@@ -83,7 +83,8 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
 void Counterparts::forget() {
   roots_.clear();
   asked_.clear();
-  owner_ = destOwner_ = nullptr;
+  owner_ = nullptr;
+  destOwner_ = nullptr;
 }
 
 void Counterparts::forgetIfLeft() {
@@ -134,14 +135,12 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) 
   if (!isRoot) {
     owner_ = srcTarget.parent();
     destOwner_ = at->parent();
+    through_ = srcTarget.parentAttrId();
+    Kel::KelType const& type = *srcTarget.type();
+    bool const plain = !type.ctorArgs().empty() && srcTarget.parentAttr()->type() == &type && !type.hasDerived();
+    paramsEqual_ = plain ? type.paramsEqual() : nullptr;
   }
   return {at, true};
-}
-
-bool Counterparts::same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src) {
-  forgetIfLeft();
-  if (src.parent() && src.parent() == owner_) return dest.parent() == destOwner_ && standAlike(dest, src);
-  return find(ec, src).target == &dest;
 }
 
 }  // namespace Cli::Session

@@ -32,7 +32,12 @@ class Counterparts {
   // Cost: the distance to the target's root.
   Answer find(EntityCopy& ec, Kel::Entity& srcTarget);
   // Whether find would answer `dest`. Cost: a comparison of keys in the usual case.
-  bool same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src);
+  bool same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src) {
+    if (departures_ == Kel::Entity::departures() && src.parent() == owner_ && src.parentAttrId() == through_ &&
+        paramsEqual_)
+      return dest.parent() == destOwner_ && dest.parentAttrId() == through_ && paramsEqual_(dest, src);
+    return find(ec, src).target == &dest;
+  }
   // Remembers what the handler said of a target that has no root.
   void remember(Kel::Entity& srcTarget, Kel::Entity& target);
   void forget();
@@ -41,9 +46,12 @@ class Counterparts {
   void forgetIfLeft();
 
   std::unordered_map<Kel::Entity const*, Kel::Entity*> roots_, asked_;
-  // An owner below one of the roots, and its counterpart.
+  // An owner below one of the roots and its counterpart, what it owns them through, and how two of these are compared;
+  // null: the long way.
   Kel::Entity const* owner_ = nullptr;
   Kel::Entity* destOwner_ = nullptr;
+  Kel::AttributeId through_ = Kel::noAttribute;
+  bool (*paramsEqual_)(Kel::Entity const&, Kel::Entity const&) = nullptr;
   Kel::U64 departures_ = 0;
 };
 

@@ -13,7 +13,8 @@ namespace Cli::Session {
 // (Frame::walking). It must not outlive the owner.
 class Cursor {
  public:
-  Cursor(Kel::KelAttr const& attr, Kel::Entity const& owner, bool byPosition) : attr_(attr), owner_(owner) {
+  Cursor(Kel::KelAttr const& attr, Kel::Entity const& owner, bool byPosition, Kel::U32 from = 0)
+      : attr_(attr), owner_(owner), position_(from) {
     if (!byPosition)
       it_ = &attr.access().iterate(attr, owner, room_);
     else

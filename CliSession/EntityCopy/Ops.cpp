@@ -104,7 +104,7 @@ bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst c
       ++filtered;
       continue;
     }
-    differs |= walk.attribute(frame, step);
+    differs |= walk.differs(frame, step);
     if (stop()) break;
   }
   // Names with the value false neither filter nor count.
@@ -128,7 +128,7 @@ bool EntityCopy::doCopyAttrByName(EntityPtr const& dest, EntityPtrConst const& s
 bool EntityCopy::doCopyAttr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
   requireNonNull(dest, src, attr);
   Rooted at(*this, dest, src, path, *attr);
-  return at.walk.attribute(at.frame, at.step);
+  return at.walk.differs(at.frame, at.step);
 }
 
 bool EntityCopy::doCopyValue(EntityPtr const& dest, EntityPtrConst const& src, AttrPtr const& attr) {

@@ -26,21 +26,21 @@ bool Walk::queue(Frame& f, Step const& s) {
   while (src && dest) {
     if (sameInQueue(s, dest, src)) {
       if (entities) differs |= child(f, s, *dest.target(), *src.target());
-      if (ec_.stop()) return differs;
+      if (stopped()) return differs;
       ++src;
     } else {
       differs |= deleteMember(f, s, dest);
-      if (ec_.stop()) return true;
+      if (stopped()) return true;
     }
     ++dest;
   }
   for (; dest; ++dest) {
     differs |= deleteMember(f, s, dest);
-    if (ec_.stop()) return true;
+    if (stopped()) return true;
   }
   for (; src; ++src) {
     differs |= append(f, s, src, last);
-    if (ec_.stop()) return true;
+    if (stopped()) return true;
   }
   return differs;
 }

@@ -32,6 +32,7 @@ void Walk::read() {
   checker_ = ec_.attributeEditBypassChecker().ptr();
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
+  keeps_ = guide_ && guide_->keepsTargets();
   debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
 }
 
@@ -58,21 +59,23 @@ Walk::Box const& Walk::Member::srcMember() {
 // --- Entities ---
 
 bool Walk::attributes(Frame& f) {
-  Plan const& plan = f.plan;
+  if (!traced_) return further(f, f.plan.plainEqual && f.plan.plainEqual(f.dest, f.src));
   bool differs = false;
-  if (traced_) {
-    for (Step const& step : plan.steps) {
-      differs |= attribute(f, step);
-      if (ec_.stop()) break;
-    }
-    return differs;
-  }
-  bool const plainEqual = plan.plainEqual && plan.plainEqual(f.dest, f.src);
-  for (Step const* step : plainEqual ? plan.further : plan.copied) {
-    differs |= attribute(f, *step);
-    if (compare_ && ec_.stop()) break;
+  for (Step const& step : f.plan.steps) {
+    differs |= attribute(f, step);
+    if (stopped()) break;
   }
   return differs;
+}
+
+// All attributes, or where the plain ones are known to be equal, the others.
+bool Walk::further(Frame& f, bool plainEqual) {
+  bool any = false;
+  for (Step const* step : plainEqual ? f.plan.further : f.plan.copied) {
+    any |= differs(f, *step);
+    if (stopped()) break;
+  }
+  return any;
 }
 
 namespace {
@@ -107,14 +110,15 @@ bool Walk::equalInPlace(Frame& f, Step const& s) {
       Kel::Entity *const src = s.access.single(f.src), *const dest = s.access.single(f.dest);
       if (ec_.pendingAttrs() > 0) return false;
       if (!src || !dest) return src == dest;
-      return guide_ && guide_->keepsTargets() && impl_.counterparts.same(ec_, *dest, *src);
+      return keeps_ && impl_.counterparts.same(ec_, *dest, *src);
     }
     case Step::Kind::collection: {
       if (!s.withPointers) return s.access.equal(f.dest, f.src);
-      if (ec_.pendingAttrs() > 0 || !guide_ || !guide_->keepsTargets()) return false;
+      if (ec_.pendingAttrs() > 0 || !keeps_) return false;
       Pointers same(ec_, impl_.counterparts);
       return s.access.equalThrough(f.dest, f.src, same);
     }
+    case Step::Kind::members: return s.dense && guide_ && equalMembers(f, s);
     default: return false;
   }
 }
@@ -128,7 +132,6 @@ bool Walk::attribute(Frame& f, Step const& s) {
     traceSkipped(s.attr);
     return false;
   }
-  if (!traced_ && equalInPlace(f, s)) return false;
   KEL_TRACE_AS(2, operation) << "doCopyAttr: " << s.attr.name();
   switch (s.kind) {
     case Step::Kind::value: return value(f, s);
@@ -149,17 +152,14 @@ bool Walk::attribute(Frame& f, Step const& s) {
 
 // --- Children ---
 
-bool Walk::walkedThrough(Frame& f) {
-  if (f.askedAt != impl_.generation) {
-    f.walkedThrough = (f.up() && walkedThrough(*f.up())) || guide_->walksThrough(f.path(), true);
-    f.askedAt = impl_.generation;
-  }
+bool Walk::askWalkedThrough(Frame& f) {
+  f.walkedThrough = (f.up() && walkedThrough(*f.up())) || guide_->walksThrough(f.path(), true);
+  f.askedAt = impl_.generation;
   return f.walkedThrough;
 }
 
-bool Walk::asksForType(Kel::KelType const& type) {
-  TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
-  if (known.type != &type) known = {&type, !guide_->walksThroughType(type.fullTypeName())};
+bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
+  known = {&type, !guide_->walksThroughType(type.fullTypeName())};
   return known.asks;
 }
 
@@ -176,12 +176,7 @@ bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
   Plan const& plan = s.childPlan(*dest.type(), *src.type());
-  if (!asks(f, s, src)) {
-    if (plan.further.empty() && plan.plainEqual && plan.plainEqual(dest, src)) return false;
-    Depth const depth(impl_.depth);
-    Frame below(f, s, dest, src, plan);
-    return attributes(below);
-  }
+  if (!asks(f, s, src)) return descend(f, s, plan, dest, src);
   Frame below(f, s, dest, src, plan);
   KEL_TRACE_AS(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);
@@ -190,12 +185,23 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
       ->handleEntity(EntityCopy::Ptr(&ec_), below.destPtr(), below.srcPtr(), below.path());
 }
 
+// Into a child of which the handler need not be asked.
+bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src) {
+  bool const plainEqual = plan.plainEqual && plan.plainEqual(dest, src);
+  if (plainEqual && plan.further.empty()) return false;
+  Depth const depth(impl_.depth);
+  Frame below(f, s, dest, src, plan);
+  below.walkedThrough = true;
+  below.askedAt = impl_.generation;
+  return further(below, plainEqual);
+}
+
 // --- Values ---
 
 bool Walk::value(Frame& f, Step const& s) {
   KEL_TRACE_AS(2, "doCopyValue") << "doCopyValue: " << s.attr.name();
   bool const changed = setValue(f, s);
-  if ((traced_ || !s.supported) && !ec_.stop()) checkValue(s.attr, *s.attr.type());
+  if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
 
@@ -274,12 +280,12 @@ bool Walk::singleton(Frame& f, Step const& s) {
   bool differs = false;
   if (destChild) {
     differs |= deleteChild();
-    if (ec_.stop()) return differs;
+    if (stopped()) return differs;
   }
   KEL_TRACE_AS(3, operation) << "Re-creating entity";
   differs |= create(f, s, nullptr, *srcChild, params);
   // A comparison made nothing, and what is there has other parameters.
-  if (compare_ || ec_.stop()) return differs;
+  if (compare_) return differs;
   // A reactor may have deleted what was made.
   if (Kel::Entity* const made = destAccess.single(f.dest)) differs |= child(f, s, *made, *srcChild);
   return differs;

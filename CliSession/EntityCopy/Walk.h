@@ -40,7 +40,9 @@ class Walk {
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
   bool attributes(Frame& frame);                              // doCopyEntityAttrs
-  bool attribute(Frame& frame, Step const& step);             // doCopyAttr
+  bool differs(Frame& frame, Step const& step) {              // doCopyAttr
+    return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
+  }
   bool value(Frame& frame, Step const& step);                 // doCopyValue
   bool singleton(Frame& frame, Step const& step);             // doCopySingleton
   bool collection(Frame& frame, Step const& step);            // doCopyCollection
@@ -60,7 +62,7 @@ class Walk {
     bool const offered = offers(step, type);
     if (offered) box = value();
     bool const logged = admit(frame, step, type, offered, box);
-    if (compare_ || ec_.stop()) return logged || !compare_;
+    if (compare_) return logged;
     if (frame.dest.hasReactors() || step.destAttr->afterChange()) {
       ForeignCode const foreign(*this, frame);
       apply(box);
@@ -85,17 +87,36 @@ class Walk {
   EntityCopy& ec() const { return ec_; }
 
  private:
+  // What the handler said of a type.
+  struct TypeAnswer {
+    Kel::KelType const* type = nullptr;
+    bool asks = false;
+  };
+
   void read();
   void revalidate();
+  // EntityCopy::stop.
+  bool stopped() const { return compare_ && log_ && log_->attributeEditEntrys() > 0; }
 
+  // doCopyAttr behind the filter.
+  bool attribute(Frame& frame, Step const& step);
   // The filter: whether an attribute is equal, as far as can be told without showing anything.
   bool equalInPlace(Frame& frame, Step const& step);
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
+  bool further(Frame& frame, bool plainEqual);
   // Whether the handler wants to be asked about a child.
   bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
-  bool asksForType(Kel::KelType const& type);
-  bool walkedThrough(Frame& frame);
+  bool asksForType(Kel::KelType const& type) {
+    TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
+    return known.type == &type ? known.asks : askAboutType(type, known);
+  }
+  bool walkedThrough(Frame& frame) {
+    return frame.askedAt == impl_.generation ? frame.walkedThrough : askWalkedThrough(frame);
+  }
+
+  bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
+  bool askWalkedThrough(Frame& frame);
 
   bool setValue(Frame& frame, Step const& step);
   bool setMember(Frame& frame, Step const& step, Member& m);
@@ -108,7 +129,10 @@ class Walk {
 
   struct KeyMap;
   bool deleteExtra(Frame& frame, Step const& step);
-  bool copyMembers(Frame& frame, Step const& step, bool deletionPassed);
+  bool equalMembers(Frame& frame, Step const& step);
+  bool passesBy(Frame& frame, Plan const& usual);
+  bool passPairs(Frame& frame, Step const& step, Kel::U32& position);
+  bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
   bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
   Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
@@ -137,12 +161,8 @@ class Walk {
   bool compare_ = false;
   bool traced_ = false;
   bool debugged_ = false;  // the log has debug actions
-  // What the handler said of types, by a hash of their address.
-  struct TypeAnswer {
-    Kel::KelType const* type = nullptr;
-    bool asks = false;
-  };
-  std::array<TypeAnswer, 16> types_{};
+  bool keeps_ = false;     // the handler keeps targets
+  std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
 };
 
 // Records a pointer of a frame's attribute that waits for its target. `isKey`: it is the key of member `m` that waits.

@@ -50,6 +50,10 @@ Entity* AttrAccess::single(Entity const&) const { return nullptr; }
 void AttrAccess::point(KelAttr const&, Entity&, Entity*) const {}
 U32 AttrAccess::memberEnd(Entity const&) const { return 0; }
 Entity* AttrAccess::memberAt(Entity const&, U32) const { return nullptr; }
+U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*) const { return 0; }
+bool AttrAccess::membersEqual(Entity const&, Entity const&, bool (*)(Entity const&, Entity const&)) const {
+  return false;
+}
 Entity* AttrAccess::memberLike(Entity const&, Entity const&, U32) const { return nullptr; }
 Entity* AttrAccess::newLike(KelAttr const& attr, Entity&, Entity const&) const {
   throwOpNotSupportedException(attr.fullName(), "newLike");

@@ -113,6 +113,19 @@ class AttrAccess {
   // Owned members by position (hash maps; `memberEnd` is 0 elsewhere): null at a gap.
   virtual U32 memberEnd(Entity const& e) const;
   virtual Entity* memberAt(Entity const& e, U32 position) const;
+  // Two owned members under one key at one position.
+  struct Pair {
+    Entity* dest;
+    Entity* src;
+    U32 position;
+  };
+  static constexpr U32 maxPairs = 16;
+  // Gathers pairs from `position` on, at most `maxPairs`, and moves `position` behind them. It stops where the two
+  // entities have other keys at one position. What comes next is prefetched. Only for members that have positions.
+  virtual U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, Pair* pairs) const;
+  // Whether two entities have the same owned members at the same positions, by their keys and by `alike`. False where
+  // members have no positions.
+  virtual bool membersEqual(Entity const& a, Entity const& b, bool (*alike)(Entity const&, Entity const&)) const;
   // The owned member with the same key as a member of another entity's same attribute, or null; `hint` is where the
   // other one stands.
   virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;

@@ -233,6 +233,7 @@ TypeBuilderBase::TypeBuilderBase(char const* fullName, KelType::Kind kind, KelTy
   type_->kind_ = kind;
   type_->base_ = base;
   if (!base) return;
+  base->hasDerived_.store(true, std::memory_order_relaxed);
   type_->attrs_ = base->attrs_;
   type_->ctorArgs_ = base->ctorArgs_;
   type_->plainEqual_ = base->plainEqual_;
