@@ -37,9 +37,9 @@ Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::
 
 bool Walk::collection(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopyCollection";
-  destAttribute(f.dest, s.attr);
-  KEL_TRACE_AS(2, operation) << "doCopyCollection: " << s.attr.name();
-  KEL_TRACE_AS(3, operation) << "Key is of type " << s.attr.keyType()->name()
+  destAttr(f, s);
+  WALK_TRACE(2, operation) << "doCopyCollection: " << s.attr.name();
+  WALK_TRACE(3, operation) << "Key is of type " << s.attr.keyType()->name()
                              << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr()
                              << ")";
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
@@ -81,12 +81,12 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
     differs |= deleteMember(f, s, at);
     if (stopped()) return differs;
   }
-  KEL_TRACE_AS(3, "doCopyCollection") << "Deleted " << deleted << " members out of " << examined;
+  WALK_TRACE(3, "doCopyCollection") << "Deleted " << deleted << " members out of " << examined;
   return differs;
 }
 
 bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
-  KEL_TRACE_AS(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
+  WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
   Box const key = at.key();
   return edit(
       f, s, AttributeEditType::del_, [&] { return Box(at.obj(false)); },
@@ -222,14 +222,15 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPass
           differs |= deleteExtra(f, s);
           if (stopped()) return differs;
         }
-        differs |= member(f, s, m);
+        Kel::Ptr<Kel::Entity const> const alive(&srcMember);  // a reactor may delete it
+        differs |= ownedMember(f, s, m, s.access.memberLike(f.dest, srcMember, at.position()), srcMember);
       }
       if (stopped()) return differs;
       continue;
     }
     if (s.attr.keyIsPtr()) {
       if (!m.key) {
-        KEL_TRACE_AS(3, operation) << "Key is NULL";
+        WALK_TRACE(3, operation) << "Key is NULL";
         continue;
       }
       m.key = resolve(f, s, f.srcPtr(), *m.key, &m, true);
@@ -239,74 +240,77 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPass
     ++copied;
     if (stopped()) return differs;
   }
-  KEL_TRACE_AS(3, operation) << "copied " << copied << " members";
+  WALK_TRACE(3, operation) << "copied " << copied << " members";
   return differs;
 }
 
 bool Walk::member(Frame& f, Step const& s, Member& m) {
   static constexpr char const* operation = "doCopyCollectionMember";
-  KEL_TRACE_AS(2, operation) << "doCopyCollectionMember: " << m.srcMember();
+  WALK_TRACE(2, operation) << "doCopyCollectionMember: " << m.srcMember();
   if (s.attr.isValue()) {
-    KEL_TRACE_AS(3, operation) << "Member is a value";
+    WALK_TRACE(3, operation) << "Member is a value";
     bool const changed = setMember(f, s, m);
-    if (!stopped()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
+    if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
     return changed;
   }
-  KEL_TRACE_AS(3, operation) << "Member is not a value";
-  if (!s.attr.isPtr()) return ownedMember(f, s, m);
+  WALK_TRACE(3, operation) << "Member is not a value";
+  if (!s.attr.isPtr()) {
+    Kel::Ptr<Kel::Entity const> const src =
+        m.at ? Kel::Ptr<Kel::Entity const>(m.at->target()) : entityConstOf(m.srcMember());
+    requireNonNull(src);
+    return ownedMember(f, s, m, destMember(f, s, m, *src), *src);
+  }
   if (traced_) {
-    bool const isThere = static_cast<bool>(genericIf(f.destPtr())->attribute(destAttribute(f.dest, s.attr).id(), m.index()));
-    KEL_TRACE_AS(3, operation) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
-    KEL_TRACE_AS(3, operation) << m.srcMember() << " is a pointer, copying target";
+    bool const isThere = static_cast<bool>(genericIf(f.destPtr())->attribute(destAttr(f, s).id(), m.index()));
+    WALK_TRACE(3, operation) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
+    WALK_TRACE(3, operation) << m.srcMember() << " is a pointer, copying target";
   }
   bool const changed = pointer(f, s, &m);
-  if (!stopped()) KEL_TRACE_AS(3, operation) << "Collection is not instantiating";
+  if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
   return changed;
 }
 
-bool Walk::ownedMember(Frame& f, Step const& s, Member& m) {
+Kel::Entity* Walk::destMember(Frame& f, Step const& s, Member& m, Kel::Entity const& src) {
+  if (s.typed && m.at) return s.access.memberLike(f.dest, src, m.at->position());
+  return entityOf(genericIf(f.destPtr())->attribute(destAttr(f, s).id(), m.index())).ptr();
+}
+
+bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Kel::Entity const& src) {
   static constexpr char const* operation = "doCopyCollectionMember";
-  Kel::AttributeId const destId = destAttribute(f.dest, s.attr).id();
-  Kel::Ptr<Kel::Entity const> const srcMember = m.at ? Kel::Ptr<Kel::Entity const>(m.at->target()) : entityConstOf(m.srcMember());
-  auto const destMember = [&]() -> Kel::Entity* {
-    if (s.typed && m.at) return s.access.memberLike(f.dest, *srcMember, m.at->position());
-    return entityOf(genericIf(f.destPtr())->attribute(destId, m.index())).ptr();
-  };
-  Kel::Entity* dest = destMember();
-  KEL_TRACE_AS(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
-  if (dest) KEL_TRACE_AS(3, operation) << "Collection is instantiating";
-  requireNonNull(srcMember);
+  WALK_TRACE(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
+  if (dest) WALK_TRACE(3, operation) << "Collection is instantiating";
   ParamList params;
-  bool const differ = paramsDiffer(s, dest, *srcMember, params);
+  bool const differ = paramsDiffer(s, dest, src, params);
   if (dest)
-    KEL_TRACE_AS(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
-  KEL_TRACE_AS(3, operation) << "Collection is instantiating, processing member";
+    WALK_TRACE(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
+  WALK_TRACE(3, operation) << "Collection is instantiating, processing member";
   bool changed = false;
   if (differ) {
-    KEL_TRACE_AS(3, operation) << "Re-creating item";
-    changed = create(f, s, &m, *srcMember, params);
+    WALK_TRACE(3, operation) << "Re-creating item";
+    Kel::Entity* made = nullptr;
+    changed = create(f, s, &m, src, params, !dest, &made);
     if (compare_) return changed;
-    dest = destMember();
+    dest = made ? made : destMember(f, s, m, src);
   } else {
-    KEL_TRACE_AS(3, operation) << "Getting pre-existing item";
+    WALK_TRACE(3, operation) << "Getting pre-existing item";
   }
   if (!dest) {
-    KEL_TRACE_AS(3, operation) << "No child, we're done";
+    WALK_TRACE(3, operation) << "No child, we're done";
     return changed;
   }
-  KEL_TRACE_AS(3, operation) << "Traversing child";
-  return child(f, s, *dest, *srcMember) || changed;
+  WALK_TRACE(3, operation) << "Traversing child";
+  return child(f, s, *dest, src) || changed;
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {
-  KEL_TRACE_AS(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::KelAttr const& destAttr = destAttribute(f.dest, s.attr);
+  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::KelAttr const& destOwn = destAttr(f, s);
   bool const typed = s.typed && m.at && (!m.key || m.key->type()->isA(s.attr.keyType()));
   if (typed && !traced_) {
     Kel::Entity* none = nullptr;
     if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) == Kel::AttrAccess::Found::equal) return false;
   } else {
-    auto const held = memberAtKey(*genericIf(f.destPtr()), destAttr, m.index());
+    auto const held = memberAtKey(*genericIf(f.destPtr()), destOwn, m.index());
     if (held && valueTypeEqual(held.obj(), m.srcMember())) return false;
   }
   return edit(
@@ -315,7 +319,7 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
         if (typed && !box)
           s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
         else
-          genericIf(f.destPtr())->attributeIs(destAttr.id(), m.index(), m.srcMember());
+          genericIf(f.destPtr())->attributeIs(destOwn.id(), m.index(), m.srcMember());
       });
 }
 

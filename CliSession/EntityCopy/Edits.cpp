@@ -90,22 +90,24 @@ bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, 
     return recordEdit(ec_, editOf(s, type), f.dest, value);
   }
   if (debugged_) takeAction(debugAction(*log_, editOf(s, type), f.logPath(ec_, impl_.generation)), editOf(s, type));
-  // The entry of each step is looked up once.
+  count(f, s, type);
+  return true;
+}
+
+// Looks the entry up of an edit, for once; one with reactors each time.
+void Walk::countFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
   if (impl_.entriesAt != impl_.generation) impl_.entries.clear();
   impl_.entriesAt = impl_.generation;
-  std::size_t const at = 2 * std::size_t(s.number) + (type == AttributeEditType::del_ ? 1 : 0);
   if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));
-  AttributeEditEntry*& entry = impl_.entries[at];
-  if (!entry || entry->parent() != log_) entry = log_->attributeEditEntryIs(editOf(s, type)).ptr();
+  Kel::Ptr<AttributeEditEntry> const entry = log_->attributeEditEntryIs(editOf(s, type));
+  Kel::String8 const path = f.logPath(ec_, impl_.generation);
   if (!entry->hasReactors()) {
-    entry->pathCounterCounterInc(f.logPath(ec_, impl_.generation));
+    impl_.entries[at] = entry.ptr();
+    entry->pathCounterCounterInc(path);
   } else {
-    Kel::Ptr<AttributeEditEntry> const alive(entry);
-    Kel::String8 const path = f.logPath(ec_, impl_.generation);
     ForeignCode const foreign(*this, f);
-    alive->pathCounterCounterInc(path);
+    entry->pathCounterCounterInc(path);
   }
-  return true;
 }
 
 }  // namespace Cli::Session

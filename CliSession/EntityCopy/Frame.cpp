@@ -1,6 +1,10 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Frame.h"
 
+#include <algorithm>
+#include <array>
+#include <string>
+
 #include "CliSession/EntityCopyUtils.h"
 
 namespace Cli::Session {
@@ -12,13 +16,24 @@ Frame::Frame(Kel::Entity& d, Kel::Entity const& s, Kel::String8 const& path)
 
 namespace {
 
-Kel::String8 joined(Kel::String8 const& parent, std::string_view separator, std::string_view attr, bool member,
+// The parts of a path one after the other; `member` adds a name, which may be empty.
+Kel::String8 joined(std::string_view parent, std::string_view separator, std::string_view attr, bool member,
                     std::string_view name) {
-  std::string text;
-  text.reserve(parent.chars() + attr.size() + name.size() + 2);
-  text.append(parent.view()).append(separator).append(attr);
-  if (member) text.append(1, '/').append(name);
-  return Kel::String8(text);
+  std::size_t const size = parent.size() + separator.size() + attr.size() + (member ? 1 + name.size() : 0);
+  std::array<char, 256> room;
+  std::string large;
+  if (size > room.size()) large.resize(size);
+  char* const text = large.empty() ? room.data() : large.data();
+  char* end = text;
+  auto const append = [&](std::string_view part) { end = std::copy(part.begin(), part.end(), end); };
+  append(parent);
+  append(separator);
+  append(attr);
+  if (member) {
+    append("/");
+    append(name);
+  }
+  return Kel::String8(std::string_view(text, size));
 }
 
 }  // namespace
@@ -34,26 +49,25 @@ Kel::String8 const& Frame::path() {
   return *e.path;
 }
 
-Kel::String8 const& Frame::logPath(EntityCopy const& ec, Kel::U64 generation) {
+Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation) {
   Extras& e = extras();
-  if (e.logPath && e.logPathAt == generation) return *e.logPath;
   Kel::Entity const* top = ec.dest().ptr();
   // The members of a queue without a parameter are named by their place in it.
   bool const byPlace = up_ && through_->attr.isQueue() && dest.type()->ctorArgs().empty();
-  bool const placed = up_ && dest.parent() == &up_->dest && !byPlace;
   if (!top) {
-    e.logPath = Kel::String8();
-  } else if (!placed) {
+    e.logPath = {};
+  } else if (!up_ || dest.parent() != &up_->dest || byPlace) {
     e.logPath = pathBelow(*top, dest);
-  } else if (&up_->dest == top) {
-    e.logPath = joined({}, {}, through_->destAttr->name(), through_->attr.isCollection(), dest.name());
   } else {
-    Kel::String8 const& above = up_->logPath(ec, generation);
-    e.logPath = above.empty() ? above
-                              : joined(above, ".", through_->destAttr->name(), through_->attr.isCollection(), dest.name());
+    Kel::KelAttr const& attr = *through_->destAttr;
+    bool const atTop = &up_->dest == top;
+    Kel::String8 const above = atTop ? Kel::String8() : up_->logPath(ec, generation);
+    e.logPath = above.empty() && !atTop
+                    ? above
+                    : joined(above, atTop ? "" : ".", attr.name(), attr.isCollection(), dest.name());
   }
   e.logPathAt = generation;
-  return *e.logPath;
+  return e.logPath;
 }
 
 void Frame::hold() {

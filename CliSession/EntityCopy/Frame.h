@@ -32,7 +32,9 @@ class Frame {
   Kel::String8 childPath(Kel::KelAttr const& attr, Kel::Entity const& srcChild);
   // The path under which edits are counted: where the destination's entity stands below the copy's destination; empty
   // for the copy's destination itself and for what is not below it. `generation` says when foreign code ran last.
-  Kel::String8 const& logPath(EntityCopy const& ec, Kel::U64 generation);
+  Kel::String8 const& logPath(EntityCopy const& ec, Kel::U64 generation) {
+    return extras_ && extras_->logPathAt == generation ? extras_->logPath : makeLogPath(ec, generation);
+  }
 
   // Keeps the entities of this frame and of those above while foreign code runs.
   void hold();
@@ -53,12 +55,14 @@ class Frame {
 
  private:
   struct Extras {
-    std::optional<Kel::String8> path, logPath;
-    Kel::U64 logPathAt = 0;
+    std::optional<Kel::String8> path;
+    Kel::String8 logPath;
+    Kel::U64 logPathAt = 0;  // 0: not made
     Kel::Ptr<Kel::Entity> dest;
     Kel::Ptr<Kel::Entity const> src;
     std::unique_ptr<Kel::AttrIterator> destPin, srcPin;
   };
+  Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);
   Extras& extras() { return extras_ ? *extras_ : extras_.emplace(); }
 
   Frame* const up_ = nullptr;

@@ -134,7 +134,7 @@ bool EntityCopy::doCopyAttr(EntityPtr const& dest, EntityPtrConst const& src, Ke
 bool EntityCopy::doCopyValue(EntityPtr const& dest, EntityPtrConst const& src, AttrPtr const& attr) {
   requireNonNull(dest, src, attr);
   Rooted at(*this, dest, src, {}, *attr);
-  return at.walk.value(at.frame, at.step);
+  return at.walk.valueIfDifferent(at.frame, at.step);
 }
 
 bool EntityCopy::doCopySingleton(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,

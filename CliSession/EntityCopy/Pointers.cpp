@@ -10,7 +10,7 @@ namespace Cli::Session {
 
 bool Walk::pointer(Frame& f, Step const& s, Member* m) {
   static constexpr char const* operation = "doCopyPtr";
-  KEL_TRACE_AS(2, operation) << "doCopyPtr: " << s.attr.name();
+  WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
   Kel::Ptr<Kel::Entity const> srcTarget;
   if (!m)
     srcTarget = Kel::Ptr<Kel::Entity const>(s.access.single(f.src));
@@ -23,7 +23,7 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
     target = resolve(f, s, f.srcPtr(), *srcTarget, m, false);
     if (!target) return false;
   } else {
-    KEL_TRACE_AS(3, operation) << "Target is not set";
+    WALK_TRACE(3, operation) << "Target is not set";
     supersede(f, s, m);
   }
   return setPointer(f, s, m, target);
@@ -31,20 +31,20 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
 
 bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   static constexpr char const* operation = "attributeIs";
-  KEL_TRACE_AS(2, operation) << "attributeIs: setting " << s.attr.name();
-  Kel::KelAttr const& destAttr = destAttribute(f.dest, s.attr);
+  WALK_TRACE(2, operation) << "attributeIs: setting " << s.attr.name();
+  Kel::KelAttr const& destOwn = destAttr(f, s);
   Kel::Entity* current = nullptr;
   bool isThere = true;
   if (!m) {
-    current = destAttr.access().single(f.dest);
+    current = destOwn.access().single(f.dest);
   } else if (s.typed && m->at) {
     isThere = s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
   } else {
-    auto const held = memberAtKey(*genericIf(f.destPtr()), destAttr, m->index());
+    auto const held = memberAtKey(*genericIf(f.destPtr()), destOwn, m->index());
     isThere = static_cast<bool>(held);
     if (held) current = const_cast<Kel::Entity*>(entityConstOf(held.obj()).ptr());
   }
-  KEL_TRACE_AS(4, operation) << "Compare Ptrs for " << s.attr.name()
+  WALK_TRACE(4, operation) << "Compare Ptrs for " << s.attr.name()
                              << "? attr voidPtr: " << static_cast<void const*>(target)
                              << ", dest voidPtr: " << static_cast<void const*>(current) << " => "
                              << (isThere && current == target);
@@ -55,7 +55,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   auto const box = [&] { return Box(genericIf(Kel::Ptr<Kel::Entity>(target))); };
   return edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
     if (!typed || boxed)
-      genericIf(f.destPtr())->attributeIs(destAttr.id(), m ? m->index() : nullptr, box());
+      genericIf(f.destPtr())->attributeIs(destOwn.id(), m ? m->index() : nullptr, box());
     else if (m)
       s.access.copyMember(s.attr, f.dest, *m->at->iterator(), m->key, target);
     else
@@ -83,7 +83,7 @@ Kel::Entity* Walk::translated(Frame& f, Kel::Entity& srcTarget) {
 Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,
                            Kel::Entity const& srcTarget, Member* m, bool isKey) {
   static constexpr char const* operation = "resolvePtr";
-  KEL_TRACE_AS(2, operation) << "resolvePtr: " << s.attr.name();
+  WALK_TRACE(2, operation) << "resolvePtr: " << s.attr.name();
   auto& target = const_cast<Kel::Entity&>(srcTarget);
   Counterparts::Answer known{nullptr, false};
   bool const keeps = guide_ && guide_->keepsTargets();
@@ -96,13 +96,13 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
   PtrTarget const answer = ask(f, srcTarget, !known.rootKnown);
   supersede(f, s, m);
   if (answer.copiable()) {
-    KEL_TRACE_AS(3, operation) << "Target is copiable";
+    WALK_TRACE(3, operation) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
-    if (!found) KEL_TRACE_AS(3, operation) << "Target not found: " << answer.target();
+    if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
     if (found && keeps && known.rootKnown) impl_.counterparts.remember(target, *found);
     return found.ptr();
   }
-  KEL_TRACE_AS(3, operation) << "Target is not copiable, deferring";
+  WALK_TRACE(3, operation) << "Target is not copiable, deferring";
   std::optional<ForeignCode> guard;
   if (ec_.hasReactors()) guard.emplace(*this, f);
   defer(ec_, f, s.attr, owner, srcTarget, m, isKey, answer.target());

@@ -17,10 +17,10 @@ bool Walk::sameInQueue(Step const& s, Cursor const& dest, Cursor const& src) {
 }
 
 bool Walk::queue(Frame& f, Step const& s) {
-  KEL_TRACE_AS(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
+  WALK_TRACE(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
   bool const entities = s.attr.type()->isEntity();
   if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
-  Cursor src(s.attr, f.src, false), dest(destAttribute(f.dest, s.attr), f.dest, false);
+  Cursor src(s.attr, f.src, false), dest(destAttr(f, s), f.dest, false);
   bool differs = false;
   Box last;  // the key of the last member that stays
   while (src && dest) {
@@ -57,7 +57,7 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
   } else {
     value = src.obj(true);
   }
-  KEL_TRACE_AS(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
+  WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
   Kel::AttributeId const destId = s.destAttr->id();
   bool const differs = edit(
       f, s, AttributeEditType::set_, [&] { return value; },

@@ -33,7 +33,9 @@ void Walk::read() {
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
   keeps_ = guide_ && guide_->keepsTargets();
+  bool const watched = checker_ || traced_ || (log_ && log_->hasReactors());
   debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
+  quiet_ = log_ && !watched && !debugged_;
 }
 
 void Walk::revalidate() {
@@ -72,7 +74,10 @@ bool Walk::attributes(Frame& f) {
 bool Walk::further(Frame& f, bool plainEqual) {
   bool any = false;
   for (Step const* step : plainEqual ? f.plan.further : f.plan.copied) {
-    any |= differs(f, *step);
+    if (step->kind == Step::Kind::value && step->typed && !traced_)
+      any |= !step->access.equal(f.dest, f.src) && value(f, *step);
+    else
+      any |= differs(f, *step);
     if (stopped()) break;
   }
   return any;
@@ -132,7 +137,7 @@ bool Walk::attribute(Frame& f, Step const& s) {
     traceSkipped(s.attr);
     return false;
   }
-  KEL_TRACE_AS(2, operation) << "doCopyAttr: " << s.attr.name();
+  WALK_TRACE(2, operation) << "doCopyAttr: " << s.attr.name();
   switch (s.kind) {
     case Step::Kind::value: return value(f, s);
     case Step::Kind::pointer: return pointer(f, s, nullptr);
@@ -143,9 +148,9 @@ bool Walk::attribute(Frame& f, Step const& s) {
     default: break;
   }
   if (s.attr.type()->isEntity())
-    KEL_TRACE_AS(3, operation) << "Skipping non-copiable non-instantiating entity " << s.attr.name();
+    WALK_TRACE(3, operation) << "Skipping non-copiable non-instantiating entity " << s.attr.name();
   else
-    KEL_TRACE_AS(3, operation) << "Unsupported attribute " << s.attr.name();
+    WALK_TRACE(3, operation) << "Unsupported attribute " << s.attr.name();
   KEL_ASSERT_AS(false, "false", signature);
   return false;
 }
@@ -178,7 +183,7 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
   Plan const& plan = s.childPlan(*dest.type(), *src.type());
   if (!asks(f, s, src)) return descend(f, s, plan, dest, src);
   Frame below(f, s, dest, src, plan);
-  KEL_TRACE_AS(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
+  WALK_TRACE(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);
   ForeignCode const foreign(*this, below);
   return Kel::validPtr(ec_.handler())
@@ -199,28 +204,27 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
 // --- Values ---
 
 bool Walk::value(Frame& f, Step const& s) {
-  KEL_TRACE_AS(2, "doCopyValue") << "doCopyValue: " << s.attr.name();
-  bool const changed = setValue(f, s);
+  WALK_TRACE(2, "doCopyValue") << "doCopyValue: " << s.attr.name();
+  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::AttributeId const destId = destAttr(f, s).id();
+  Box boxed;
+  bool changed = false;
+  bool equal = false;
+  if (traced_ || !s.typed) {
+    boxed = genericIf(f.srcPtr())->attribute(s.attr.id());
+    equal = valueTypeEqual(genericIf(f.destPtr())->attribute(destId), boxed);
+  }
+  if (!equal)
+    changed = edit(
+        f, s, AttributeEditType::set_, [&] { return boxed ? boxed : genericIf(f.srcPtr())->attribute(s.attr.id()); },
+        [&](Box const& box) {
+          if (s.typed && !box)
+            s.access.copyValue(s.attr, f.dest, f.src);
+          else
+            genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
+        });
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
-}
-
-bool Walk::setValue(Frame& f, Step const& s) {
-  KEL_TRACE_AS(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::AttributeId const destId = destAttribute(f.dest, s.attr).id();
-  Box const boxed = s.typed && !traced_ ? Box() : genericIf(f.srcPtr())->attribute(s.attr.id());
-  bool const equal = boxed ? valueTypeEqual(genericIf(f.destPtr())->attribute(destId), boxed)
-                           : s.access.equal(f.dest, f.src);
-  if (equal) return false;
-  return edit(
-      f, s, AttributeEditType::set_,
-      [&] { return boxed ? boxed : genericIf(f.srcPtr())->attribute(s.attr.id()); },
-      [&](Box const& box) {
-        if (s.typed && !box)
-          s.access.copyValue(s.attr, f.dest, f.src);
-        else
-          genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
-      });
 }
 
 // --- Singletons ---
@@ -234,9 +238,10 @@ bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity cons
   return constructorParams(Kel::Ptr<Kel::Entity const>(dest), Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
 }
 
-bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChild, ParamList params) {
-  KEL_TRACE_AS(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::AttributeId const destId = destAttribute(f.dest, s.attr).id();
+bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
+                  Kel::Entity** made) {
+  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::AttributeId const destId = destAttr(f, s).id();
   auto const argumentList = [&] {
     if (!params) {
       params = ParamList(new Kel::GenericIf::List);
@@ -244,36 +249,36 @@ bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChil
     }
     return Box(Kel::GenericIf::List::genericIf(params));
   };
+  Kel::U64 const generation = impl_.generation;
   return edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
-    // A member that is there all the same, with other parameters, is replaced.
-    bool const isFree = s.typed && srcChild.type() == s.attr.type() &&
-                        (m ? m->at && !s.access.memberLike(f.dest, srcChild, m->at->position())
-                           : !s.access.single(f.dest));
-    if (isFree && !box)
-      s.access.newLike(s.attr, f.dest, srcChild);
+    // What is there all the same is replaced by the boxed write.
+    if (isFree && s.typed && !box && generation == impl_.generation && srcChild.type() == s.attr.type())
+      *made = s.access.newLike(s.attr, f.dest, srcChild);
     else
       genericIf(f.destPtr())->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
+    // A reactor may have deleted it.
+    if (f.dest.hasReactors() || s.destAttr->afterChange()) *made = nullptr;
   });
 }
 
 bool Walk::singleton(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopySingleton";
-  KEL_TRACE_AS(2, operation) << "doCopySingleton: " << s.attr.name();
-  Kel::AttrAccess const& destAccess = destAttribute(f.dest, s.attr).access();
+  WALK_TRACE(2, operation) << "doCopySingleton: " << s.attr.name();
+  Kel::AttrAccess const& destAccess = destAttr(f, s).access();
   Kel::Entity* const srcChild = s.access.single(f.src);
   Kel::Entity* destChild = destAccess.single(f.dest);
   auto const deleteChild = [&] {
-    KEL_TRACE_AS(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
+    WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
     return edit(
         f, s, AttributeEditType::del_, [&] { return Box(genericIf(Kel::Ptr<Kel::Entity>(destChild))); },
         [&](Box const&) { genericIf(f.destPtr())->attributeDel(s.destAttr->id()); });
   };
   if (!srcChild) {
     if (!destChild) return false;
-    KEL_TRACE_AS(3, operation) << "Deleting dest child";
+    WALK_TRACE(3, operation) << "Deleting dest child";
     return deleteChild();
   }
-  KEL_TRACE_AS(3, operation) << "Child is set";
+  WALK_TRACE(3, operation) << "Child is set";
   ParamList params;
   if (!paramsDiffer(s, destChild, *srcChild, params)) return child(f, s, *destChild, *srcChild);
   Kel::Ptr<Kel::Entity const> const alive(srcChild);  // a reactor may delete it
@@ -282,12 +287,13 @@ bool Walk::singleton(Frame& f, Step const& s) {
     differs |= deleteChild();
     if (stopped()) return differs;
   }
-  KEL_TRACE_AS(3, operation) << "Re-creating entity";
-  differs |= create(f, s, nullptr, *srcChild, params);
+  WALK_TRACE(3, operation) << "Re-creating entity";
+  Kel::Entity* made = nullptr;
+  differs |= create(f, s, nullptr, *srcChild, params, !destAccess.single(f.dest), &made);
   // A comparison made nothing, and what is there has other parameters.
   if (compare_) return differs;
-  // A reactor may have deleted what was made.
-  if (Kel::Entity* const made = destAccess.single(f.dest)) differs |= child(f, s, *made, *srcChild);
+  if (!made) made = destAccess.single(f.dest);
+  if (made) differs |= child(f, s, *made, *srcChild);
   return differs;
 }
 

@@ -14,6 +14,13 @@
 #include "CliSession/EntityCopy/Frame.h"
 #include "CliSession/EntityCopyCompare.h"
 
+// A trace of the walk, in the name of an operation. One flag of the walk stands before all of them.
+#define WALK_TRACE(level, operation)             \
+  !(traced_ && KEL_TRACE_ENABLED(level))         \
+      ? static_cast<void>(0)                     \
+      : ::Kel::TraceVoid() &                     \
+            ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, operation).stream()
+
 namespace Cli::Session {
 
 class Cursor;
@@ -43,7 +50,11 @@ class Walk {
   bool differs(Frame& frame, Step const& step) {              // doCopyAttr
     return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
   }
+  // The following take for granted that the filter has found a difference, or could not tell.
   bool value(Frame& frame, Step const& step);                 // doCopyValue
+  bool valueIfDifferent(Frame& frame, Step const& step) {
+    return (traced_ || !equalInPlace(frame, step)) && value(frame, step);
+  }
   bool singleton(Frame& frame, Step const& step);             // doCopySingleton
   bool collection(Frame& frame, Step const& step);            // doCopyCollection
   bool queue(Frame& frame, Step const& step);                 // doCopyQueue
@@ -59,10 +70,15 @@ class Walk {
   template <class Value, class Apply>
   bool edit(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Apply const& apply) {
     Box box;
-    bool const offered = offers(step, type);
-    if (offered) box = value();
-    bool const logged = admit(frame, step, type, offered, box);
-    if (compare_) return logged;
+    bool logged = true;
+    if (quiet_ && !compare_) {
+      count(frame, step, type);
+    } else {
+      bool const offered = offers(step, type);
+      if (offered) box = value();
+      logged = admit(frame, step, type, offered, box);
+      if (compare_) return logged;
+    }
     if (frame.dest.hasReactors() || step.destAttr->afterChange()) {
       ForeignCode const foreign(*this, frame);
       apply(box);
@@ -118,14 +134,16 @@ class Walk {
   bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
   bool askWalkedThrough(Frame& frame);
 
-  bool setValue(Frame& frame, Step const& step);
   bool setMember(Frame& frame, Step const& step, Member& m);
   bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // A member or singleton with the source's constructor parameters.
   // `params` are the source's where they have been listed already, else null.
-  bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params);
+  // What `made` points at becomes the entity that was made, or null where the caller has to look for it.
+  bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
+              Kel::Entity** made);
   bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
-  bool ownedMember(Frame& frame, Step const& step, Member& m);
+  bool ownedMember(Frame& frame, Step const& step, Member& m, Kel::Entity* dest, Kel::Entity const& src);
+  Kel::Entity* destMember(Frame& frame, Step const& step, Member& m, Kel::Entity const& src);
 
   struct KeyMap;
   bool deleteExtra(Frame& frame, Step const& step);
@@ -148,6 +166,19 @@ class Walk {
     return checker_ && (traced_ || checker_->concerns(editOf(step, type)));
   }
   bool admit(Frame& frame, Step const& step, AttributeEditType type, bool offered, Box const& value);
+  // Counts an edit that nobody looks at.
+  void count(Frame& frame, Step const& step, AttributeEditType type) {
+    std::size_t const at = 2 * std::size_t(step.number) + (type == AttributeEditType::del_ ? 1 : 0);
+    if (impl_.entriesAt == impl_.generation && at < impl_.entries.size() && impl_.entries[at])
+      impl_.entries[at]->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
+    else
+      countFirst(frame, step, type, at);
+  }
+  void countFirst(Frame& frame, Step const& step, AttributeEditType type, std::size_t at);
+  // The destination's attribute. Raises UnknownAttrException where there is none.
+  static Kel::KelAttr const& destAttr(Frame const& frame, Step const& step) {
+    return step.destAttr ? *step.destAttr : destAttribute(frame.dest, step.attr);
+  }
   static AttributeEdit const& editOf(Step const& step, AttributeEditType type) {
     return type == AttributeEditType::set_ ? step.set : step.del;
   }
@@ -161,6 +192,7 @@ class Walk {
   bool compare_ = false;
   bool traced_ = false;
   bool debugged_ = false;  // the log has debug actions
+  bool quiet_ = false;     // there is a log, and edits are only counted in it
   bool keeps_ = false;     // the handler keeps targets
   std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
 };

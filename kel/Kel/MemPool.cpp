@@ -51,7 +51,8 @@ struct HandOver {
   ~HandOver();
 };
 
-thread_local Lists lists;
+// In the static part of the thread's storage: reached without a call.
+[[gnu::tls_model("initial-exec")]] thread_local Lists lists;
 thread_local HandOver handOver{&lists};
 
 HandOver::~HandOver() {
