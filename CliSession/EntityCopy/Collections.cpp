@@ -211,7 +211,7 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPass
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (quick && !traced_) {
       Kel::Entity& srcMember = *at.target();
-      Kel::Entity* const destMember = s.access.memberLike(f.dest, srcMember, at.position());
+      Kel::Entity* destMember = s.access.memberLike(f.dest, srcMember, at.position());
       Plan const& usual = s.childPlan(*srcMember.type(), *srcMember.type());
       if (destMember && destMember->type() == srcMember.type() &&
           (usual.keyOnly || usual.paramsEqual(*destMember, srcMember))) {
@@ -221,9 +221,11 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPass
           deletionPassed = true;
           differs |= deleteExtra(f, s);
           if (stopped()) return differs;
+          destMember = s.access.memberLike(f.dest, srcMember, at.position());
         }
-        Kel::Ptr<Kel::Entity const> const alive(&srcMember);  // a reactor may delete it
-        differs |= ownedMember(f, s, m, s.access.memberLike(f.dest, srcMember, at.position()), srcMember);
+        // A reactor, or whoever else looks at edits, may delete it.
+        Kel::Ptr<Kel::Entity const> const alive(quiet_ && !f.dest.hasReactors() ? nullptr : &srcMember);
+        differs |= ownedMember(f, s, m, destMember, srcMember);
       }
       if (stopped()) return differs;
       continue;
