@@ -70,6 +70,13 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
     Base::clear();
     first_ = this->slotEnd();
   }
+  // Moves every member out, oldest first, to be handed on. Takes no memory.
+  template <class Taken>
+  void takeAll(Taken const& take) {
+    for (U32 slot = head(); slot < this->slotEnd(); slot = this->nextSlot(slot + 1))
+      take(std::move(this->at(slot).value));
+    clear();
+  }
   // The same members in the same order, whatever their indices.
   bool operator==(LinkQueue const& o) const {
     if (members() != o.members()) return false;
