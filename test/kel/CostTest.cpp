@@ -167,6 +167,14 @@ struct BigTree {
   Owner::Ptr owner;
 };
 
+// In a process of its own, nothing has asked for the types before.
+TEST(Cost, TheFirstDestructionOfATypeTakesNoMemory) {
+  Part::Ptr part = partFactory("p");
+  part->newParts("kid")->peerIs(part->newParts("other"));
+  withoutMemory([&] { part = nullptr; });
+  EXPECT_FALSE(part);
+}
+
 TEST(Cost, DestructionTakesNoMemory) {
   Dir::Ptr top = dirFactory("");
   {
