@@ -1,8 +1,12 @@
 #include "Zuk/PathTrie.h"
 
+#include <typeinfo>
+#include <vector>
+
 #include "Kel/Assert.h"
 #include "Kel/Trace.h"
 #include "Zuk/PathSplit.h"
+#include "Zuk/PrefixTrie.h"
 
 KEL_TRACE_MODULE("PathTrie")
 
@@ -15,13 +19,12 @@ Kel::String8 formOf(PathTrieState const* state) { return state ? state->outputFo
 }  // namespace
 
 PathSplit splitPath(std::string_view path) {
-  std::size_t const separator = path.find_first_of("/.", 1);
-  if (separator == std::string_view::npos) return {path, {}, false};
+  std::size_t separator = 1;
+  while (separator < path.size() && path[separator] != '/' && path[separator] != '.') ++separator;
+  if (separator >= path.size()) return {path, {}, false};
   std::string_view first = path.substr(0, separator);
-  std::string_view const rest = path.substr(separator);
-  std::size_t const star = path.find('*');
-  if (star != std::string_view::npos && star + 1 == separator) first.remove_suffix(1);
-  return {first, rest, true};
+  if (first.find('*') == separator - 1) first.remove_suffix(1);
+  return {first, path.substr(separator), true};
 }
 
 bool PathTrieState::upgradeState(Kel::Ptr<PathTrieState> const&, bool) {
@@ -53,39 +56,71 @@ void PathTrie::childRemove(Kel::Name name) {
 bool PathTrie::empty() const { return childs() == 0; }
 
 // --- Look-ups ---
-// Of the empty path they find nothing, whatever is recorded under it.
+// They walk in a loop, not by recursion: a path may have any number of components. Of the empty path they find nothing,
+// whatever is recorded under it.
+
+namespace {
+
+// The child for a component, or null. Takes no copy of the component.
+template <class Children>
+PathTrie* childFor(Children const& children, std::string_view component) {
+  Kel::Ptr<PathTrie> const* found = children.find(component);
+  return found ? found->ptr() : nullptr;
+}
+
+// The node at a path, or null. Traces each step in the name of the operation that looks up; `childrenOf` gives the
+// children of a node, which are private to it.
+template <class ChildrenOf>
+PathTrie const* nodeAt(PathTrie const& from, std::string_view path, ChildrenOf const& childrenOf, char const* operation,
+                       char const* signature) {
+  for (PathTrie const* node = &from;;) {
+    KEL_TRACE_AS(8, operation) << signature << path << " in " << node->fullName();
+    if (path.empty()) return nullptr;
+    PathSplit const split = splitPath(path);
+    node = childFor(childrenOf(*node), split.first);
+    if (!node || !split.more) return node;
+    path = split.rest;
+  }
+}
+
+}  // namespace
 
 Kel::Ptr<PathTrieState> PathTrie::prefixState(Kel::String path) const {
-  KEL_TRACE(8) << "Zuk::PathTrieState::Ptr Zuk::PathTrie::prefixState(Kel::String)" << path << " in " << fullName();
-  if (path.empty()) return nullptr;
-  PathSplit const split = splitPath(path);
-  Kel::Ptr<PathTrie> const next = child(split.first);
-  if (!next) return nullptr;
-  if (!split.more) return next->present() ? next->state() : nullptr;
-  return next->prefixState(split.rest);
+  PathTrie const* node = nodeAt(
+      *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
+      "Zuk::PathTrieState::Ptr Zuk::PathTrie::prefixState(Kel::String)");
+  return node && node->present() ? node->state() : nullptr;
 }
 
 bool PathTrie::hasPrefixInternal(Kel::String path, bool proper) const {
-  KEL_TRACE(8) << "bool Zuk::PathTrie::hasPrefixInternal(Kel::String, bool)" << path << (proper ? " (proper)" : "")
-               << " in " << fullName();
-  PathSplit const split = splitPath(path);
-  if (path.empty() || (!split.more && proper)) return false;
-  Kel::Ptr<PathTrie> const next = child(split.first);
-  if (!next) return false;
-  if (!split.more || next->present()) return next->present();
-  return next->hasPrefixInternal(split.rest, proper);
+  std::string_view rest = path;
+  for (PathTrie const* node = this;;) {
+    KEL_TRACE(8) << "bool Zuk::PathTrie::hasPrefixInternal(Kel::String, bool)" << rest << (proper ? " (proper)" : "")
+                 << " in " << node->fullName();
+    PathSplit const split = splitPath(rest);
+    if (rest.empty() || (!split.more && proper)) return false;
+    node = childFor(node->child_, split.first);
+    if (!node) return false;
+    if (!split.more || node->present()) return node->present();
+    rest = split.rest;
+  }
 }
 
+// The components down to the last recorded node on the way.
 Kel::String PathTrie::enclosingPrefixInternal(Kel::String path, bool proper) const {
-  PathSplit const split = splitPath(path);
-  if (!split.more && proper) return {};
-  Kel::Ptr<PathTrie> const next = child(split.first);
-  if (!next) return {};
-  if (split.more) {
-    Kel::String const below = next->enclosingPrefixInternal(split.rest, proper);
-    if (!below.empty()) return Kel::String(split.first) + below;
+  std::string walked;
+  std::size_t enclosing = 0;
+  std::string_view rest = path;
+  for (PathTrie const* node = this;;) {
+    PathSplit const split = splitPath(rest);
+    node = !split.more && proper ? nullptr : childFor(node->child_, split.first);
+    if (!node) break;
+    walked += split.first;
+    if (node->present()) enclosing = walked.size();
+    if (!split.more) break;
+    rest = split.rest;
   }
-  return next->present() ? Kel::String(split.first) : Kel::String();
+  return std::string_view(walked).substr(0, enclosing);
 }
 
 bool PathTrie::hasPrefix(Kel::String path) const {
@@ -109,30 +144,27 @@ Kel::String PathTrie::properEnclosingPrefix(Kel::String path) const {
 }
 
 bool PathTrie::isPrefix(Kel::String path) const {
-  KEL_TRACE(8) << "bool Zuk::PathTrie::isPrefix(Kel::String)" << path << " in " << fullName();
-  if (path.empty()) return false;
-  PathSplit const split = splitPath(path);
-  Kel::Ptr<PathTrie> const next = child(split.first);
-  if (!next) return false;
-  return split.more ? next->isPrefix(split.rest) : next->present();
+  PathTrie const* node = nodeAt(
+      *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
+      "bool Zuk::PathTrie::isPrefix(Kel::String)");
+  return node && node->present();
 }
 
 bool PathTrie::isLeaf(Kel::String path) const {
-  KEL_TRACE(8) << "bool Zuk::PathTrie::isLeaf(Kel::String)" << path << " in " << fullName();
-  if (path.empty()) return false;
-  PathSplit const split = splitPath(path);
-  Kel::Ptr<PathTrie> const next = child(split.first);
-  if (!next) return false;
-  return split.more ? next->isLeaf(split.rest) : next->empty();
+  PathTrie const* node = nodeAt(
+      *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
+      "bool Zuk::PathTrie::isLeaf(Kel::String)");
+  return node && node->empty();
 }
 
 // --- Changes ---
+// They hold the node that they are at, since reactors may take it out of the trie.
 
 namespace {
 
 // The child for a component, made where it is missing, with a state.
-Kel::Ptr<PathTrie> childWithState(PathTrie& trie, Kel::Name const& component, char const* operation) {
-  Kel::Ptr<PathTrie> next = trie.child(component);
+Kel::Ptr<PathTrie> childWithState(PathTrie& trie, Kel::Ptr<PathTrie> next, std::string_view component,
+                                  char const* operation) {
   if (!next) next = trie.newChildIs(component);
   if (next->state()) return next;
   next->stateIs(trie.newStateIs());
@@ -140,39 +172,73 @@ Kel::Ptr<PathTrie> childWithState(PathTrie& trie, Kel::Name const& component, ch
   return next;
 }
 
+// Whether the node's kind is one of the library's own, whose `prefixIs` is the one below. Another kind may have its
+// own, which is called at every step.
+bool isOwnKind(PathTrie const& node) { return typeid(node) == typeid(PathTrie) || typeid(node) == typeid(PrefixTrie); }
+
 }  // namespace
 
 void PathTrie::prefixIs(Kel::String path, Kel::Ptr<PathTrieState> const& state) {
-  KEL_TRACE(8) << "virtual void Zuk::PathTrie::prefixIs(Kel::String, const Kel::Ptr<Zuk::PathTrieState>&) adding "
-               << path << " to " << fullName() << ", state: " << formOf(state.ptr());
-  PathSplit const split = splitPath(path);
-  if (!split.more) {
-    Kel::S64 const starPos = path.pos('*');
-    KEL_ASSERT(starPos == Kel::String::npos);
+  Kel::Ptr<PathTrie> held;
+  std::string_view rest = path;
+  for (PathTrie* node = this;; node = held.ptr()) {
+    KEL_TRACE(8) << "virtual void Zuk::PathTrie::prefixIs(Kel::String, const Kel::Ptr<Zuk::PathTrieState>&) adding "
+                 << rest << " to " << node->fullName() << ", state: " << formOf(state.ptr());
+    PathSplit const split = splitPath(rest);
+    if (!split.more) {
+      Kel::S64 const starPos = Kel::String(rest).pos('*');
+      KEL_ASSERT(starPos == Kel::String::npos);
+    }
+    held = childWithState(*node, childFor(node->child_, split.first), split.first, __func__);
+    if (!split.more) break;
+    rest = split.rest;
+    if (!isOwnKind(*held)) return held->prefixIs(rest, state);
   }
-  Kel::Ptr<PathTrie> const next = childWithState(*this, split.first, __func__);
-  if (split.more) return next->prefixIs(split.rest, state);
-  next->presentIs(true);
-  next->upgradeState(state, false);
+  held->presentIs(true);
+  held->upgradeState(state, false);
 }
 
-void PathTrie::prefixDel(Kel::String path) {
-  PathSplit const split = splitPath(path);
-  Kel::Ptr<PathTrie> const next = child(split.first);
-  if (split.more) {
-    if (!next) return;
-    next->prefixDel(split.rest);
-    if (next->empty() && !next->present()) childRemove(split.first);
-    return;
-  }
-  if (!next) {
-    KEL_TRACE(3) << path << " already deleted from " << fullName();
-  } else if (next->empty()) {
-    childRemove(split.first);
+namespace {
+
+// Takes the last component of a path out of the node above it.
+void removeLast(PathTrie& above, Kel::Ptr<PathTrie> const& node, std::string_view component, char const* operation) {
+  if (!node) {
+    KEL_TRACE_AS(3, operation) << component << " already deleted from " << above.fullName();
+  } else if (node->empty()) {
+    above.childRemove(component);
   } else {
     // The node still leads to longer prefixes. It starts over with a fresh state, where the kind of trie has one.
-    next->presentIs(false);
-    next->stateIs(type() == PathTrie::_fwkType() ? Kel::Ptr<PathTrieState>() : newStateIs());
+    node->presentIs(false);
+    node->stateIs(above.type() == PathTrie::_fwkType() ? Kel::Ptr<PathTrieState>() : above.newStateIs());
+  }
+}
+
+}  // namespace
+
+void PathTrie::prefixDel(Kel::String path) {
+  struct Step {
+    Kel::Ptr<PathTrie> node;
+    std::string_view component;
+  };
+  std::vector<Step> steps;
+  std::string_view rest = path;
+  for (PathTrie* node = this;;) {
+    PathSplit const split = splitPath(rest);
+    Kel::Ptr<PathTrie> const next = childFor(node->child_, split.first);
+    if (!split.more) {
+      removeLast(*node, next, rest, __func__);
+      break;
+    }
+    if (!next) break;
+    steps.push_back({next, split.first});
+    node = next.ptr();
+    rest = split.rest;
+  }
+  while (!steps.empty()) {
+    Step const last = steps.back();
+    steps.pop_back();
+    PathTrie& above = steps.empty() ? *this : *steps.back().node;
+    if (last.node->empty() && !last.node->present()) above.childRemove(last.component);
   }
 }
 
@@ -190,21 +256,46 @@ void PathTrie::append(Kel::Ptr<PathTrie const> const& target) {
   appendInternal(target, nullptr);
 }
 
+namespace {
+
+// A node of the target that is being merged into a node of this trie, and the child that is next.
+struct Merge {
+  PathTrie* into;
+  Kel::Ptr<PathTrie> held;  // `into`, unless it is the trie itself
+  Kel::Ptr<PathTrie const> from;
+  Kel::Ptr<PathTrieState> inherited;
+  PathTrie::ChildIteratorConst next;
+};
+
+}  // namespace
+
 // Depth first over the target: a recorded node is merged into the node of the same path, made where it is missing, and
 // then takes over what is inheritable of the nearest recorded node above it in the target.
 void PathTrie::appendInternal(Kel::Ptr<PathTrie const> const& target, Kel::Ptr<PathTrieState> const& inheritedState) {
-  KEL_TRACE(8) << "void Zuk::PathTrie::appendInternal(const Kel::Ptr<const Zuk::PathTrie>&, "
-                  "const Kel::Ptr<Zuk::PathTrieState>&) inherited State:"
-               << formOf(inheritedState.ptr()) << ", while merging " << target;
-  for (auto it = Kel::validPtr(target)->childIterator(); it; ++it) {
-    Kel::Ptr<PathTrie const> const from = it.value();
-    Kel::Ptr<PathTrie> const into = childWithState(*this, it.key(), __func__);
-    if (from->present()) {
-      into->presentIs(true);
-      into->upgradeState(from->state(), false);
-      if (inheritedState) into->upgradeState(inheritedState, true);
+  std::vector<Merge> merges;
+  Kel::Ptr<PathTrie> held;
+  Kel::Ptr<PathTrie const> from = target;
+  Kel::Ptr<PathTrieState> inherited = inheritedState;
+  for (PathTrie* into = this;; into = held.ptr()) {
+    KEL_TRACE(8) << "void Zuk::PathTrie::appendInternal(const Kel::Ptr<const Zuk::PathTrie>&, "
+                    "const Kel::Ptr<Zuk::PathTrieState>&) inherited State:"
+                 << formOf(inherited.ptr()) << ", while merging " << from;
+    merges.push_back({into, held, from, inherited, Kel::validPtr(from)->childIterator()});
+    while (!merges.back().next) {
+      merges.pop_back();
+      if (merges.empty()) return;
+      ++merges.back().next;
     }
-    into->appendInternal(from, from->present() ? from->state() : inheritedState);
+    Merge const& merge = merges.back();
+    from = merge.next.value();
+    Kel::Name const component = merge.next.key();
+    held = childWithState(*merge.into, merge.into->child(component), component, __func__);
+    inherited = merge.inherited;
+    if (!from->present()) continue;
+    held->presentIs(true);
+    held->upgradeState(from->state(), false);
+    if (inherited) held->upgradeState(inherited, true);
+    inherited = from->state();
   }
 }
 

@@ -28,10 +28,13 @@ Context& context() {
 // Entities that were read may keep each other alive, as constructor parameters that point at owners do.
 void takeApart(Kel::Entity::Ptr top) {
   std::vector<Kel::Entity::Ptr> all{std::move(top)};
+  auto const keep = [](Kel::Entity::Ptr child, void* list) {
+    static_cast<std::vector<Kel::Entity::Ptr>*>(list)->push_back(std::move(child));
+  };
   for (std::size_t i = 0; i < all.size(); ++i) {
     Kel::Entity::Ptr const e = all[i];
     for (Kel::KelAttr const* attr : e->type()->ptrAttrs()) attr->access().dropPointers(*e);
-    for (Kel::KelAttr const* attr : e->type()->ownAttrs()) attr->access().takeChildren(*e, all);
+    for (Kel::KelAttr const* attr : e->type()->ownAttrs()) attr->access().takeChildren(*e, keep, &all);
   }
   for (auto const& e : all) e->parentIs(nullptr);
 }

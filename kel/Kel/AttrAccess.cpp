@@ -62,7 +62,7 @@ void AttrAccess::reserveMembers(Entity&, U32) const {}
 bool AttrAccess::sameShape(Entity const&, Entity const&) const { return false; }
 Entity* AttrAccess::child(Entity const&, std::string_view) const { return nullptr; }
 void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const {}
-void AttrAccess::takeChildren(Entity&, std::vector<Ptr<Entity>>&) const {}
+void AttrAccess::takeChildren(Entity&, ChildTaken, void*) const {}
 void AttrAccess::dropPointers(Entity&) const {}
 void AttrAccess::write(void const*, AttrLogOut&) const { throwNoImplementationException("AttrAccess::write"); }
 void AttrAccess::read(KelAttr const& attr, void*, AttrLogIn&) const {

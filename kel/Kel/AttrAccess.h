@@ -140,8 +140,9 @@ class AttrAccess {
   virtual Entity* child(Entity const& e, std::string_view key) const;
   // Calls back with every owned entity.
   virtual void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const;
-  // Moves every owned entity out, silently.
-  virtual void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const;
+  // Moves every owned entity out, silently, and hands it on. Takes no memory.
+  using ChildTaken = void (*)(Ptr<Entity> child, void* context);
+  virtual void takeChildren(Entity& e, ChildTaken taken, void* context) const;
   // Forgets every pointer, silently.
   virtual void dropPointers(Entity& e) const;
 

@@ -199,13 +199,13 @@ class Reader final : private AttrLogIn::Entities {
 
   // Lets go of entities that may point at each other and at their owners.
   void takeApart() noexcept {
-    std::vector<Entity::Ptr> owned;
+    // What is taken out stays in `items_`.
+    auto const leave = [](Entity::Ptr child, void*) { child->parentIs(nullptr); };
     for (Item& item : items_) {
       if (!item.made) continue;
       for (KelAttr const* attr : item.made->type()->ptrAttrs()) attr->access().dropPointers(*item.made);
-      for (KelAttr const* attr : item.made->type()->ownAttrs()) attr->access().takeChildren(*item.made, owned);
+      for (KelAttr const* attr : item.made->type()->ownAttrs()) attr->access().takeChildren(*item.made, leave, nullptr);
     }
-    for (Entity::Ptr const& e : owned) e->parentIs(nullptr);
   }
 
   std::string_view log_;

@@ -387,14 +387,14 @@ class OwnedMapAccess final : public AttrAccess {
   void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
     for (auto it = (e.*slot_).iteratorConst(); it; ++it) visit(const_cast<E*>(it.ptr().ptr()), context);
   }
-  void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
+  void takeChildren(Entity& e, AttrAccess::ChildTaken taken, void* context) const override {
+    M& map = e.*slot_;
     if constexpr (dense) {
-      M& map = e.*slot_;
-      for (U32 s = map.nextSlot(0); s < map.slotEnd(); s = map.nextSlot(s + 1)) into.push_back(std::move(map.at(s)));
+      for (U32 s = map.nextSlot(0); s < map.slotEnd(); s = map.nextSlot(s + 1)) taken(std::move(map.at(s)), context);
+      map.clear();
     } else {
-      for (auto it = (e.*slot_).iterator(); it; ++it) into.push_back(it.ptr());
+      map.takeAll([&](Ptr<E> member) { taken(std::move(member), context); });
     }
-    (e.*slot_).clear();
   }
   void write(void const*, AttrLogOut&) const override {}
   void read(KelAttr const&, void*, AttrLogIn&) const override {}

@@ -132,9 +132,8 @@ class OwnedQueueAccess final : public AnyQueueAccess<Q> {
   void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
     for (auto it = (e.*slot_).iterator(); it; ++it) visit(it.value().ptr(), context);
   }
-  void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
-    for (auto it = (e.*slot_).iterator(); it; ++it) into.push_back(it.value());
-    (e.*slot_).clear();
+  void takeChildren(Entity& e, AttrAccess::ChildTaken taken, void* context) const override {
+    (e.*slot_).takeAll([&](Ptr<E> member) { taken(std::move(member), context); });
   }
   void write(void const* object, AttrLogOut& out) const override {
     out.put((static_cast<Entity const*>(object)->*slot_).nextSequence());

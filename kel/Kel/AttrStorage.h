@@ -271,8 +271,8 @@ class SingletonAccess final : public AttrAccess {
   void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
     if (e.*slot_) visit((e.*slot_).ptr(), context);
   }
-  void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
-    if (e.*slot_) into.push_back(std::move(e.*slot_));
+  void takeChildren(Entity& e, AttrAccess::ChildTaken taken, void* context) const override {
+    if (e.*slot_) taken(std::move(e.*slot_), context);
   }
   void write(void const*, AttrLogOut&) const override {}
   void read(KelAttr const&, void*, AttrLogIn&) const override {}

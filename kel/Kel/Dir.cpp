@@ -223,12 +223,11 @@ struct DirAccess final : AttrAccess {
     for (auto it = dirOf(e).entryState_.iteratorConst(); it; ++it)
       if (it->entity_) visit(it->entity_.ptr(), context);
   }
-  void takeChildren(Entity& e, std::vector<Ptr<Entity>>& into) const override {
-    for (auto it = dirOf(e).entryState_.iterator(); it; ++it) {
-      if (it->entity_) into.push_back(std::move(it->entity_));
-      into.push_back(it.ptr());
-    }
-    dirOf(e).entryState_.clear();
+  void takeChildren(Entity& e, ChildTaken taken, void* context) const override {
+    dirOf(e).entryState_.takeAll([&](Kel::Ptr<Dir::EntryState> state) {
+      if (state->entity_) taken(std::move(state->entity_), context);
+      taken(std::move(state), context);
+    });
   }
   void write(void const*, AttrLogOut&) const override {}
   void read(KelAttr const&, void*, AttrLogIn&) const override {}

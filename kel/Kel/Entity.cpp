@@ -1,6 +1,7 @@
 #include "Kel/Entity.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <ostream>
 
@@ -189,75 +190,129 @@ Entity const* Entity::lookup(String8 const& path) const {
 
 // --- Leaving the tree, and the end ---
 
-namespace {
-
-void collectChildren(Entity const& e, std::vector<Entity*>& into, bool onlyWithPointers) {
-  for (KelAttr const* attr : e.type()->ownAttrs()) {
-    if (onlyWithPointers && !attr->type()->pointersBelow()) continue;
-    attr->access().eachChild(
-        e, [](Entity* child, void* list) { static_cast<std::vector<Entity*>*>(list)->push_back(child); }, &into);
+// Entities, the last one first out. The stack takes no memory: the link of an entity takes the place of its list of
+// reactors, or stands in that list. Nothing may ask for the reactors of an entity that is on a stack.
+class EntityStack {
+ public:
+  bool empty() const { return !top_; }
+  void push(Entity& e) noexcept {
+    if (e.reactors_)
+      e.reactors_->next = top_;
+    else
+      e.reactors_ = reinterpret_cast<ReactorList*>(reinterpret_cast<std::uintptr_t>(top_) | isLink);
+    top_ = &e;
   }
-}
+  Entity& pop() noexcept {
+    Entity& e = *top_;
+    auto const bits = reinterpret_cast<std::uintptr_t>(e.reactors_);
+    if ((bits & isLink) != 0) {
+      top_ = reinterpret_cast<Entity*>(bits & ~isLink);
+      e.reactors_ = nullptr;
+    } else {
+      top_ = e.reactors_->next;
+    }
+    return e;
+  }
+
+ private:
+  static constexpr std::uintptr_t isLink = 1;  // no list of reactors has an odd address
+  Entity* top_ = nullptr;
+};
+
+// Both walks below go down by recursion, while what they have just seen is at hand, but this many levels only; what
+// lies deeper waits on a stack until they are back up.
+constexpr unsigned maxLevels = 16;
 
 // Drops the pointer attributes of an entity and of everything below it.
-void dropPointersBelow(Entity& top) {
-  if (!top.type()->pointersBelow()) return;
-  std::vector<Entity*> open{&top};
-  while (!open.empty()) {
-    Entity& e = *open.back();
-    open.pop_back();
-    collectChildren(e, open, true);
-    for (KelAttr const* attr : e.type()->ptrAttrs()) attr->access().dropPointers(e);
+class PointerDrop {
+ public:
+  static void run(Entity& top) {
+    PointerDrop drop;
+    drop.visit(top);
+    while (!drop.deeper_.empty()) drop.visit(drop.deeper_.pop());
   }
-}
 
-}  // namespace
+ private:
+  void visit(Entity& e) {
+    if (levels_ == maxLevels) return deeper_.push(e);
+    ++levels_;
+    for (KelAttr const* attr : e.type()->ownAttrs())
+      if (attr->type()->pointersBelow())
+        attr->access().eachChild(
+            e, [](Entity* child, void* drop) { static_cast<PointerDrop*>(drop)->visit(*child); }, this);
+    for (KelAttr const* attr : e.type()->ptrAttrs()) attr->access().dropPointers(e);
+    --levels_;
+  }
 
-// The entities of this thread that have lost their last handle and wait to be destroyed. Objects are taken apart one
-// after the other: an entity's children are moved here before it is deleted, so that destruction never recurses.
+  EntityStack deeper_;
+  unsigned levels_ = 0;
+};
+
+// While one lives, entities of this thread that lose their last handle wait; the outermost one destroys them at its
+// end.
 class Dismantling {
  public:
+  Dismantling() noexcept : outermost_(!std::exchange(waiting_.underWay, true)) {}
+  ~Dismantling() {
+    if (!outermost_) return;
+    while (waiting_.destroyNext()) continue;
+    waiting_.underWay = false;
+  }
+  Dismantling(Dismantling const&) = delete;
+  Dismantling& operator=(Dismantling const&) = delete;
+
   static void add(Entity& e) noexcept {
-    if (current_) {
-      current_->waiting_.push_back({&e, true});
-      return;
-    }
     Entity::departures_.fetch_add(1, std::memory_order_relaxed);
-    Dismantling run;
-    current_ = &run;
-    run.waiting_.push_back({&e, true});
-    while (!run.waiting_.empty()) run.next();
-    current_ = nullptr;
+    Dismantling const run;
+    waiting_.tops.push(e);
+  }
+  // Whatever dies of it waits: it must not run into a tree whose entities are on a stack.
+  static void dropPointersBelow(Entity& top) noexcept {
+    if (!top.type()->pointersBelow()) return;
+    Dismantling const run;
+    PointerDrop::run(top);
   }
 
  private:
   struct Waiting {
-    Entity* entity;
-    bool top;  // lost its last handle by itself: what is below it may still hold pointers
-  };
-
-  void next() {
-    auto const [entity, top] = waiting_.back();
-    waiting_.pop_back();
-    if (top) dropPointersBelow(*entity);
-    for (KelAttr const* attr : entity->type()->ownAttrs()) attr->access().takeChildren(*entity, children_);
-    while (!children_.empty()) {
-      Ptr<Entity> child = std::move(children_.back());
-      children_.pop_back();
+    bool destroyNext() noexcept {
+      if (!parts.empty()) {
+        destroy(parts.pop());
+      } else if (!tops.empty()) {
+        Entity& top = tops.pop();
+        dropPointersBelow(top);
+        destroy(top);
+      } else {
+        return false;
+      }
+      return true;
+    }
+    void destroy(Entity& e) noexcept {
+      if (levels == maxLevels) return parts.push(e);
+      ++levels;
+      for (KelAttr const* attr : e.type()->ownAttrs()) attr->access().takeChildren(e, &takeOut, this);
+      delete &e;
+      --levels;
+    }
+    static void takeOut(Entity::Ptr child, void* waiting) {
       child->parent_ = nullptr;
       child->parentAttrId_ = noAttribute;
-      // What somebody holds stays, out of the tree. Of anything else the count is left at 1 and never read again.
-      if (child->refs() == 1 && !child->isNondestructing()) waiting_.push_back({child.release(), false});
+      if (child->refs() > 1 || child->isNondestructing()) return;  // somebody holds it: it stays, out of the tree
+      // Its count is left at 1 and never read again.
+      static_cast<Waiting*>(waiting)->destroy(*child.release());
     }
-    delete entity;
-  }
 
-  static thread_local Dismantling* current_;
-  std::vector<Waiting> waiting_;
-  std::vector<Ptr<Entity>> children_;
+    EntityStack tops;   // lost their last handle by themselves: what is below them may still hold pointers
+    EntityStack parts;  // were owned by what has been destroyed, and hold none
+    unsigned levels = 0;
+    bool underWay = false;
+  };
+
+  static thread_local Waiting waiting_;
+  bool const outermost_;
 };
 
-thread_local Dismantling* Dismantling::current_ = nullptr;
+thread_local Dismantling::Waiting Dismantling::waiting_;
 
 void Entity::destroySelf() noexcept { Dismantling::add(*this); }
 
@@ -265,7 +320,7 @@ void Entity::leaveTree(Ptr child) noexcept {
   departures_.fetch_add(1, std::memory_order_relaxed);
   child->parent_ = nullptr;
   child->parentAttrId_ = noAttribute;
-  if (child->refs() > 1) dropPointersBelow(*child);
+  if (child->refs() > 1) Dismantling::dropPointersBelow(*child);
 }
 
 }  // namespace Kel

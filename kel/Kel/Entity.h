@@ -5,7 +5,8 @@
 // leaves the tree: its parent becomes null, and it and everything below it drop their pointer attributes, so that
 // entities that point at each other do not keep each other alive. Of pointers among the constructor parameters only
 // those at an owner of the entity itself are dropped. A handle that somebody still holds stays valid and reads that
-// way. Dropping the last handle of a root lets go of the whole tree, at any depth, without deep recursion.
+// way. Dropping the last handle of a root lets go of the whole tree, at any depth, without deep recursion. Neither that
+// nor leaving a tree takes memory, if the types are registered (generated ones are).
 //
 // What this does not take apart: a tree whose root is pointed at from inside. Clear such pointers before dropping the
 // root, and delete entities whose constructor parameter is the root itself.
@@ -104,11 +105,14 @@ class Entity : public VFPtrInterface {
   static U64 departures() { return departures_.load(std::memory_order_relaxed); }
 
  protected:
-  explicit Entity(Name name = Name()) : name_(std::move(name)) {}
+  explicit Entity(Name name = Name()) : name_(std::move(name)) {
+    if (TypeRegistration::pending()) TypeRegistration::makeRecords();
+  }
   void destroySelf() noexcept override;
 
  private:
   friend class EntityNotifiee;
+  friend class EntityStack;
   friend class Dismantling;
   Entity const* lookup(String8 const& path) const;
   void notifyReactors(AttributeId id, void const* key) const;

@@ -151,6 +151,7 @@ class HashMapGeneric {
   // After all slots were destroyed.
   void emptyAllBuckets(SlotType const& type) noexcept;
   void swapRep(HashMapGeneric& o) noexcept { std::swap(rep_, o.rep_); }
+  bool pinned() const { return pins_ != 0; }
 
   Rep* rep_ = nullptr;
 

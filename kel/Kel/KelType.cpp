@@ -25,6 +25,7 @@ struct TypeRegistry {
   std::map<std::string_view, KelType const*> byName;
   std::vector<TypeFunction> announced;
   std::recursive_mutex making;  // held while announced types are made: who looks one up meanwhile waits for it
+  std::size_t made = 0;         // of those announced; under `making`
 };
 
 TypeRegistry& typeRegistry() {
@@ -41,23 +42,40 @@ String8 shortName(String8 const& fullName) {
 
 }  // namespace
 
-TypeRegistration::TypeRegistration(KelType const* (*fwkType)()) {
+std::atomic<bool> TypeRegistration::pending_{false};
+
+TypeRegistration::TypeRegistration(TypeFunction fwkType) {
   TypeRegistry& r = typeRegistry();
   std::lock_guard<std::mutex> guard(r.lock);
   r.announced.push_back(fwkType);
+  pending_ = true;
+}
+
+void TypeRegistration::makeRecords() {
+  TypeRegistry& r = typeRegistry();
+  std::lock_guard<std::recursive_mutex> making(r.making);
+  for (;;) {
+    TypeFunction next = nullptr;
+    {
+      std::lock_guard<std::mutex> guard(r.lock);
+      if (r.made == r.announced.size()) {
+        pending_ = false;
+        return;
+      }
+      next = r.announced[r.made++];
+    }
+    try {
+      next()->pointersBelow();
+    } catch (...) {
+      --r.made;
+      throw;
+    }
+  }
 }
 
 KelType const* KelType::find(String8 const& fullTypeName) {
+  if (TypeRegistration::pending()) TypeRegistration::makeRecords();
   TypeRegistry& r = typeRegistry();
-  {
-    std::lock_guard<std::recursive_mutex> making(r.making);
-    std::vector<TypeFunction> announced;
-    {
-      std::lock_guard<std::mutex> guard(r.lock);
-      announced.swap(r.announced);
-    }
-    for (TypeFunction function : announced) function();
-  }
   Dir::_fwkType();
   builtinType(Builtin::none);  // makes all builtins
   TypeOf<KelAttr>::type();
@@ -95,7 +113,8 @@ KelAttr const* KelType::getAttr(std::string_view name) const {
   return attr;
 }
 
-bool KelType::pointersBelow() const {
+// Asked when entities are destroyed, too: when there is no memory to find out, it is as if there were pointers.
+bool KelType::pointersBelow() const noexcept try {
   S8 known = pointersBelow_.load(std::memory_order_relaxed);
   if (known >= 0) return known != 0;
   // Types may own each other in circles: only what was asked for is known for certain, and stored, at the end.
@@ -109,6 +128,8 @@ bool KelType::pointersBelow() const {
   }
   pointersBelow_.store(known, std::memory_order_relaxed);
   return known != 0;
+} catch (std::bad_alloc const&) {
+  return true;
 }
 
 Ptr<Entity> KelType::newEntity(std::vector<GenericIf::PtrConst> const& args) const {

@@ -262,7 +262,7 @@ class KelType final : public PtrInterface {
   // Attributes that own entities, attributes that hold pointers, whether anything below may hold pointers.
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
   std::vector<KelAttr const*> const& ptrAttrs() const { return ptrAttrs_; }
-  bool pointersBelow() const;
+  bool pointersBelow() const noexcept;
 
  private:
   friend class TypeBuilderBase;
@@ -297,9 +297,17 @@ class KelType final : public PtrInterface {
 // The type's full name.
 std::ostream& operator<<(std::ostream& out, KelType const& type);
 
-// Registers a type when its library is loaded, so that it can be found by name before anybody used it.
+// Registers a type when its library is loaded, so that it can be found by name before anybody used it. Its record is
+// made before any entity is, at the latest: what is done to entities later, their destruction above all, finds it
+// there.
 struct TypeRegistration {
-  explicit TypeRegistration(KelType const* (*fwkType)());
+  explicit TypeRegistration(TypeFunction fwkType);
+  // Whether there may be registered types without a record; makes them all.
+  static bool pending() { return pending_.load(std::memory_order_acquire); }
+  static void makeRecords();
+
+ private:
+  static std::atomic<bool> pending_;
 };
 
 // The record of a C++ type: builtins, model values and enumerations, entities, and the framework's counted objects.

@@ -43,6 +43,7 @@ class EntityNotifiee : public PtrInterface {
 struct ReactorList {
   std::vector<EntityNotifiee*> reactors;
   U32 deliveries = 0;
+  Entity* next = nullptr;  // of the entity's EntityStack
 };
 
 }  // namespace Kel

@@ -352,6 +352,20 @@ TEST_F(SessionOfDirectories, IsFilledLevelByLevelAndFiltered) {
                             {"Plant::Part::note set cfg/a/b/c/deep.slot/3.part", 1}}));
 }
 
+// A filter has a mark made at the path of every attribute that it copies first.
+TEST_F(SessionOfDirectories, AKeyOfManySeparatorsIsFiltered) {
+  auto const names = S::attributeFilterFactory();
+  names->attributeNameIs("peer", true);
+  table->registerEntityCopyFilter(filters, S::EntityPath("hall"), "Plant::Bolt", names);
+  filters->ecf(S::HandlerContext(S::EntityPath("hall"), "Plant::Bolt"))
+      ->newPreAttribute()
+      ->attributeNameIs(1, "torque");
+  Kel::Name const key = std::string(20000, '/') + std::string(20000, '.');
+  src->newBolt(key)->torqueIs(3);
+  ASSERT_TRUE(replace(world.src));
+  for (Kel::Dir::Ptr const& dir : {session, ancestor}) EXPECT_EQ(World::hall(dir)->bolt(key)->torque(), 3);
+}
+
 TEST_F(SessionOfDirectories, AHandlerOfAPathWinsOverThoseOfTypes) {
   Kel::Ptr<Counting> const exact(new Counting), shortest(new Counting), longer(new Counting);
   handle("cfg/a/b/c", "", exact);

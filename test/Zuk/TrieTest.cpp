@@ -89,6 +89,49 @@ TEST(PathTrie, AppendOfItselfDoesNothingAndOfNullIsRefused) {
   EXPECT_THROW(trie->child("/a")->child("/b")->append(trie), Kel::RangeException) << "would not end";
 }
 
+// As deep as a key with many separators makes it. What goes by recursion ends the process.
+TEST(PathTrie, TakesPathsOfAnyLength) {
+  std::string deep = "/a*";  // the star is dropped
+  for (int i = 0; i < 30000; ++i) deep += "/b.c";
+  Kel::String8 const path(deep), above(deep.substr(0, deep.size() - 2)), stored("/a" + deep.substr(3));
+  PrefixTrie::Ptr const trie = trieOf({deep.c_str()}), copy = trieOf({"/a"});
+  copy->append(trie);
+  for (PrefixTrie::Ptr const& t : {trie, copy}) {
+    EXPECT_TRUE(t->isPrefix(path) && t->isLeaf(path) && t->hasPrefix(path) && t->prefixState(path));
+    EXPECT_FALSE(t->isPrefix(above) || t->isLeaf(above));
+    EXPECT_EQ(t->hasProperPrefix(path), t == copy);
+    EXPECT_TRUE(t->enclosingPrefix(path) == stored);
+    EXPECT_EQ(t->properEnclosingPrefix(path), t == copy ? "/a" : "");
+  }
+  trie->prefixDel(path);
+  EXPECT_TRUE(trie->empty());
+  copy->prefixDel(path);
+  EXPECT_TRUE(copy->isLeaf("/a"));
+}
+
+// Every node is told of a prefix that passes through it when its kind has a `prefixIs` of its own.
+struct Counting : PrefixTrie {
+  using PrefixTrie::PrefixTrie;
+  void prefixIs(Kel::String path, Kel::Ptr<Zuk::PathTrieState> const& state) override {
+    told.emplace_back(path.view());
+    PrefixTrie::prefixIs(path, state);
+  }
+  Kel::Ptr<PathTrie> newChildIs(Kel::Name name) override {
+    kids.emplace_back(new Counting(name));
+    childIs(name, kids.back());
+    return kids.back();
+  }
+  static inline std::vector<std::string> told;
+  std::vector<PathTrie::Ptr> kids;
+};
+
+TEST(PathTrie, AsksAnotherKindAtEveryStep) {
+  Kel::Ptr<Counting> const trie(new Counting("root"));
+  trie->prefixIs("/a/b.c", stateOf("w"));
+  EXPECT_EQ(Counting::told, (std::vector<std::string>{"/a/b.c", "/b.c", ".c"}));
+  EXPECT_EQ(trie->prefixFlags("/a/b.c"), "w");
+}
+
 TEST(PathTrieDeathTest, RefusesBrokenPreconditions) {
   PrefixTrie::Ptr const trie = trieOf({});
   EXPECT_DEATH(trie->prefixIs("/a*", stateOf("r")),

@@ -63,6 +63,31 @@ TEST(AttrLog, KeepsWhatStandsBetweenEntities) {
   binder->boundsDelAll(), b->boundsDelAll();  // they hold their owner
 }
 
+// An index that a member keeps is passed over when the others wrap round to it.
+TEST(AttrLog, KeepsQueuesThatHaveWrappedRound) {
+  auto const queues = queuesFactory("queues");
+  queues->queuedEnq("stays"), queues->tinyEnq("stays");
+  for (int i = 0; i < 300; ++i) {
+    queues->tinyDel(queues->tinyEnq(std::to_string(i)));
+    auto const member = queues->queuedEnq(std::to_string(i));
+    EXPECT_EQ(queues->entity(member->fullName()), member);
+    if (i < 299) queues->queuedDel(member->index());
+  }
+  EXPECT_EQ(queues->queued(45)->fullName(), ".queued/45") << "301 members: the 256th was passed over";
+  EXPECT_EQ(queues->queued(45)->note(), "299");
+  std::string const log = writeAttrLog(*queues);
+  auto const again = ptrCast<Queues>(readAttrLog(log));
+  EXPECT_EQ(writeAttrLog(*again), log);
+  for (auto const& q : {queues, again}) {
+    std::string order;
+    for (auto it = q->queuedIterator(); it; ++it) order += it.value()->note().str() + ";";
+    EXPECT_EQ(order, "stays;299;");
+    EXPECT_EQ(q->queuedEnq("next")->fullName(), ".queued/46");
+    EXPECT_EQ(q->tinyEnq("next"), 46);
+    EXPECT_EQ(q->tiny(0), "stays");
+  }
+}
+
 TEST(AttrLog, ReferencesLeadOutByPath) {
   auto const root = dirFactory("");
   auto const part = ptrCast<Part>(root->newEntity("Gadgets::Part", "part"));
@@ -214,6 +239,20 @@ TEST(AttrLog, EntitiesThatCannotBeAreRefused) {
       record(1, text("Gadgets::Shape") + '\3' + u32(1) + text("name") + '\x20' + text("Kel::String8") + text(""));
   badEntity(logOf(shape + record(2, u32(0) + alone + text("s")), 1), 6 + shape.size(),
             "Gadgets::Shape: Entity is the wrong type: it cannot be created");
+}
+
+TEST(AttrLog, MembersOfQueuesThatCannotBeAreRefused) {
+  std::string const types = record(1, text("Gadgets::Queues") + '\3' + u32(2) +                      //
+                                          text("name") + '\x20' + text("Kel::String8") + text("") +  //
+                                          text("plain") + '\xe' + text("Gadgets::Plain") + text("U64")) +
+                            record(1, text("Gadgets::Plain") + '\3' + u32(0));
+  std::string const top = record(2, u32(0) + alone + text("q") + u32(0) + u32(2));  // two were handed out
+  auto const member = [](U32 number) { return record(2, u32(1) + u32(0) + u32(1) + u32(0) + u32(number)); };
+  std::size_t const first = 6 + types.size() + top.size();
+  auto const log = [&](std::string const& members, U32 count) { return logOf(types + top + members, 1 + count); };
+  EXPECT_EQ(ptrCast<Queues>(readAttrLog(log(member(0) + member(1), 2)))->plains(), 2u);
+  badEntity(log(member(1) + member(0), 2), first + member(1).size(), "linkqueue index out of range");
+  badRecord(log(member(2), 1), first - 8, "Gadgets::Queues::plain: the next index does not follow the members'");
 }
 
 // What only the contents of collections can get wrong.

@@ -258,6 +258,35 @@ TYPED_TEST(AnyQueue, AgreesWithStdDeque) {
   }
 }
 
+// Members that stay while the index wraps round again and again keep their index, their place and their way to be
+// found.
+TYPED_TEST(AnyQueue, PassesOverTheIndicesOfMembersThatStay) {
+  using I = typename TypeParam::key_type;
+  Random random(9);
+  TypeParam queue;
+  std::vector<std::pair<I, String8>> model;
+  for (int i = 0; i < 70000; ++i) {
+    String8 const v = std::to_string(i);
+    I const next = queue.nextIndex();
+    ASSERT_EQ(queue.find(next), nullptr);
+    ASSERT_EQ(queue.enq(v), next);
+    model.emplace_back(next, v);
+    if (model.size() < 10 || (model.size() < 200 && random.once(2))) continue;
+    // The oldest ones stay.
+    auto const at = model.begin() + 2 + random.below(static_cast<unsigned>(model.size()) - 2);
+    ASSERT_EQ(queue.take(at->first), at->second);
+    model.erase(at);
+    if (!random.once(99)) continue;
+    auto it = queue.iterator();
+    for (auto const& [index, value] : model) {
+      ASSERT_TRUE(it && it.key() == index && it.value() == value);
+      ASSERT_EQ(queue.get(index), value);
+      ++it;
+    }
+    ASSERT_FALSE(it);
+  }
+}
+
 template <class I>
 void expectFullAt256() {
   LinkQueue<U32, I> queue;
@@ -270,9 +299,14 @@ void expectFullAt256() {
   while (queue.members() < 256) EXPECT_TRUE(used.insert(queue.enq(0)).second);
   EXPECT_EQ(messageOf<RangeException>([&] { queue.enq(0); }), "linkqueue index space full");
   EXPECT_EQ(queue.members(), 256u);
-  queue.deq();
-  queue.enq(1);
-  EXPECT_EQ(queue.members(), 256u);
+  // The one index that is free is found wherever it is.
+  for (I free : {I(7), I(7), I(8), I(6)}) {
+    EXPECT_TRUE(queue.erase(free));
+    EXPECT_EQ(queue.enq(1), free);
+  }
+  EXPECT_EQ(messageOf<RangeException>([&] { queue.nextIndex(); }), "linkqueue index space full");
+  EXPECT_TRUE(queue.erase(I(20)) && queue.erase(I(3)));
+  EXPECT_EQ(queue.enq(1), I(20)) << "the next one after the last given";
 }
 TEST(LinkQueue, UsesTheWholeIndexSpace) {
   expectFullAt256<U8>();

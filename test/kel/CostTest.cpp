@@ -8,17 +8,18 @@
 namespace {
 
 std::size_t allocations = 0;
+bool noMemory = false;
 
 }  // namespace
 
 // Counts every allocation of the process. Under a sanitizer the pool's blocks are among them.
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
   ++allocations;
-  if (void* block = std::malloc(size)) return block;
+  if (void* block = noMemory ? nullptr : std::malloc(size)) return block;
   throw std::bad_alloc();
 }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 namespace Gadgets {
 namespace {
@@ -108,6 +109,143 @@ TEST(Cost, MembersOfACopyAreFoundWithoutAllocating) {
     EXPECT_EQ(found, 40u);
     EXPECT_EQ(allocations, before);
   }
+}
+
+// --- Letting go without memory ---
+
+template <class Step>
+void withoutMemory(Step const& step) {
+  noMemory = true;
+  step();
+  noMemory = false;
+}
+
+struct Counted : Part {
+  explicit Counted(Name name) : Part(std::move(name)) { ++living; }
+  ~Counted() override { --living; }
+  static inline int living = 0;
+};
+
+// A directory with everything that owns or points, wide and deep. What is below is pointed at from all over, in
+// circles, too; `Counted::living` says how much of it is left.
+struct BigTree {
+  static constexpr unsigned width = 3000, depth = 30000;
+
+  explicit BigTree(Dir& top)
+      : root(new Dir("big", &top)), owner(ptrCast<Owner>(root->newEntity("Gadgets::Owner", "o"))) {
+    auto const queues = ptrCast<Queues>(root->newEntity("Gadgets::Queues", "q"));
+    auto const pointers = ptrCast<Pointers>(root->newEntity("Gadgets::Pointers", "p"));
+    auto const binder = ptrCast<Binder>(root->newEntity("Gadgets::Binder", "b"));
+    Dir::Ptr const leaves(new Dir("leaves", root.ptr()));
+    for (unsigned i = 0; i < width; ++i) {
+      Name const key = "key " + std::to_string(i);
+      Part::Ptr const leaf(new Counted(key));
+      leaves->entryIs(leaf);
+      leaf->newParts("kid")->peerIs(leaf);
+      owner->newParts(key)->peerIs(leaf);
+      owner->newPartsOrdered(key)->peerIs(owner->parts(key));
+      leaf->peerIs(owner->partsOrdered(key));
+      owner->newNumbered(i);
+      queues->plainEnq();
+      pointers->byNameIs(key, leaf);
+      pointers->byPartIs(leaf, i);
+      binder->newBounds(key, binder, "");
+    }
+    Dir* dir = root.ptr();
+    Part::Ptr part = owner->newPart("chain");
+    for (unsigned i = 0; i < depth; ++i) {
+      dir = new Dir("d", dir);
+      part = part->newParts("p");
+      part->peerIs(owner->part());
+    }
+    Part::Ptr const last(new Counted("last"));
+    dir->entryIs(last);
+    last->peerIs(last);
+  }
+
+  Dir::Ptr root;
+  Owner::Ptr owner;
+};
+
+// In a process of its own, nothing has asked for the types before.
+TEST(Cost, TheFirstDestructionOfATypeTakesNoMemory) {
+  Part::Ptr part = partFactory("p");
+  part->newParts("kid")->peerIs(part->newParts("other"));
+  withoutMemory([&] { part = nullptr; });
+  EXPECT_FALSE(part);
+}
+
+TEST(Cost, DestructionTakesNoMemory) {
+  Dir::Ptr top = dirFactory("");
+  {
+    BigTree big(*top);
+    big.owner = nullptr;
+    big.root = nullptr;
+    withoutMemory([&] { top->entryDel("big"); });
+  }
+  EXPECT_EQ(Counted::living, 0);
+  BigTree big(*top);
+  Part::Ptr const held = big.owner->parts("key 7");
+  big.owner = nullptr;
+  big.root = nullptr;
+  withoutMemory([&] { top = nullptr; });
+  EXPECT_EQ(Counted::living, 0);
+  EXPECT_FALSE(held->parent());
+  EXPECT_FALSE(held->peer());
+}
+
+TEST(Cost, LeavingTheTreeTakesNoMemory) {
+  Dir::Ptr const top = dirFactory("");
+  BigTree big(*top);
+  Part::Ptr const watched = big.owner->parts("key 7");
+  Watch first(big.owner->part()), second(watched);
+  std::size_t const before = allocations;
+  withoutMemory([&] { top->entryDel("big"); });
+  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(big.owner->partss(), BigTree::width);
+  EXPECT_EQ(Counted::living, int(BigTree::width) + 1) << "they are held by what is held";
+  EXPECT_FALSE(big.root->parent());
+  auto const all = [&](auto it) {
+    for (; it; ++it) EXPECT_FALSE(it->peer() || it->hasReactors() != (it.ptr() == watched));
+  };
+  all(big.owner->partsIterator());
+  all(big.owner->partsOrderedIterator());
+  for (auto part = big.owner->part(); part; part = part->parts("p")) ASSERT_FALSE(part->peer());
+  big.owner->part()->weightIs(1), watched->weightIs(1);
+  EXPECT_EQ(first.take(), std::vector<AttributeId>{Part::weightAttr});
+  EXPECT_EQ(second.take(), std::vector<AttributeId>{Part::weightAttr});
+  big.owner = nullptr;
+  withoutMemory([&] { big.root = nullptr; });
+  EXPECT_EQ(Counted::living, 0);
+}
+
+// Writes into the tree that its end is brought about by.
+struct Parting : Part {
+  using Part::Part;
+  ~Parting() override {
+    for (Part* to : told) to->weightIs(to->weight() + 1);
+  }
+  std::vector<Part*> told;
+};
+
+TEST(Cost, WhatDiesOfALeavingTreeFindsItWhole) {
+  Owner::Ptr const top = ownerFactory("o");
+  Part::Ptr const held = top->newPart("held");
+  std::vector<Part*> parts{held.ptr()};
+  for (int i = 0; i < 9; ++i) {
+    parts.push_back(held->newParts(std::to_string(i)).ptr());
+    parts.push_back(parts.back()->newParts("kid").ptr());
+  }
+  Watch watch{Entity::PtrConst(parts[3])};
+  for (Part* part : parts) {
+    Ptr<Parting> const parting(new Parting("parting"));
+    parting->told = parts;
+    part->peerIs(parting);
+  }
+  watch.take();
+  top->partDel();
+  for (Part* part : parts) EXPECT_EQ(part->weight(), parts.size());
+  EXPECT_EQ(watch.take().size(), parts.size());
 }
 
 TEST(Cost, EqualWritesDoNotAllocate) {
