@@ -109,12 +109,12 @@ struct World {
     for (Kel::Entity const* e : all.roots) text += Tests::dump(*e, all);
     return text;
   }
-  Edits edits(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from) const {
+  Edits edits(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from, LeftOut const& leftOut = {}) const {
     Edits all;
     Scope const destScope = scope(to), srcScope = scope(from);
     for (auto it = status->rootIterator(); it; ++it)
       for (auto const& [edit, count] :
-           editsBetween(*to->entity(it.key()), destScope, *from->entity(it.key()), srcScope))
+           editsBetween(*to->entity(it.key()), destScope, *from->entity(it.key()), srcScope, leftOut))
         all[edit] += count;
     return all;
   }
