@@ -215,6 +215,49 @@ TEST_F(Session, ARootMissingInTheSourceIsEmptyEvenIfItWasFilled) {
                                               "CliSession:handleEntity"}));
 }
 
+TEST_F(Session, ARootMissingInTheSourceIsKeptWhileItIsEmpty) {
+  world.src->entryDel("hall");
+  testing::internal::CaptureStderr();
+  replace(world.src);
+  EntityPtr const kept[] = {session->entity("hall"), ancestor->entity("hall")};
+  int calls = 0;
+  Reactor const inSession(kept[0], [&] { ++calls; }), inAncestor(kept[1], [&] { ++calls; });
+  replace(world.src);
+  EXPECT_EQ(session->entity("hall"), kept[0]);
+  EXPECT_EQ(ancestor->entity("hall"), kept[1]);
+  EXPECT_EQ(calls, 0);
+  World::hall(session)->newBolt("b");
+  World::hall(ancestor)->u8Is(1);
+  EXPECT_EQ(calls, 2);
+  World::hall(ancestor)->u8Is(0);
+  replace(world.src);
+  testing::internal::GetCapturedStderr();
+  EXPECT_NE(session->entity("hall"), kept[0]) << "it is empty no more";
+  EXPECT_EQ(World::hall(session)->bolts(), 0u);
+  EXPECT_EQ(ancestor->entity("hall"), kept[1]) << "it is empty again";
+}
+
+TEST_F(Session, RefusesBadRootsBeforeAnythingIsDeleted) {
+  src->u8Is(3);
+  replace(world.src);
+  world.src->entryDel("hall");
+  // Of many roots, in whatever order, one is bad.
+  for (char const* good : {"a", "b", "c", "x/y", "x/z"}) world.rootIs(good, "Plant::Hall");
+  testing::internal::CaptureStderr();
+  for (char const* bad : {"odd/log", "un/known", "m//n", "sys/annex/below"}) {
+    std::string const type = bad == std::string("odd/log") ? "Cli::Session::AttributeEditLog" : "Plant::Hall";
+    if (bad == std::string("un/known"))
+      status->rootIs(bad, true);  // without a type
+    else
+      world.rootIs(bad, type.c_str());
+    EXPECT_THROW(replace(world.src), Kel::Exception) << bad;
+    for (Kel::Dir::Ptr const& dir : {session, ancestor})
+      EXPECT_TRUE(World::hall(dir) && World::hall(dir)->u8() == 3 && dir->entryStates() == 2) << bad;
+    status->rootDel(bad);
+  }
+  testing::internal::GetCapturedStderr();
+}
+
 TEST_F(Session, KeepsALogOfWhatChanged) {
   change->logAttributeEditsIs(true);
   Generator generator(7);

@@ -45,6 +45,8 @@ std::string paramsOf(Kel::KelAttr const& attr, Kel::Entity const& e) {
   return text;
 }
 
+Kel::Dir const* dirOf(Kel::Entity const& e) { return dynamic_cast<Kel::Dir const*>(&e); }
+
 }  // namespace
 
 bool isWithin(Kel::Entity const& e, Kel::Entity const& root) {
@@ -56,6 +58,11 @@ bool isWithin(Kel::Entity const& e, Kel::Entity const& root) {
 std::vector<Kel::Entity*> entitiesOf(Kel::Entity& root) {
   std::vector<Kel::Entity*> all{&root};
   for (std::size_t i = 0; i < all.size(); ++i) {
+    if (Kel::Dir const* dir = dirOf(*all[i])) {
+      for (auto it = dir->entryStateIteratorConst(); it; ++it)
+        if (EntityPtrConst const child = it->entityPtr()) all.push_back(const_cast<Kel::Entity*>(child.ptr()));
+      continue;
+    }
     for (Kel::KelAttr const* attr : all[i]->type()->attributeQ()) {
       if (!attr->instantiating()) continue;
       if (attr->isCollection()) {
@@ -73,6 +80,14 @@ namespace {
 // `path` names a queue's member by its position: its index differs between equal trees.
 std::string dumpAt(Kel::Entity const& e, Scope const& scope, std::string const& path) {
   std::string text;
+  if (Kel::Dir const* dir = dirOf(e)) {
+    for (auto it = dir->entryStateIteratorConst(); it; ++it) {
+      std::string const at = path + "/" + std::string(it->name().view());
+      text += at + " " + std::string(it->entityTypeName().view()) + (it->entityPtr() ? "\n" : " to come\n");
+      if (EntityPtrConst const child = it->entityPtr()) text += dumpAt(*child, scope, at);
+    }
+    return text;
+  }
   for (Kel::KelAttr const* attr : e.type()->attributeQ()) {
     if (!attr->copiable()) continue;
     std::string const line = path + "." + std::string(attr->name().view());
@@ -105,29 +120,40 @@ namespace {
 
 class Comparison {
  public:
-  Comparison(Scope const& destScope, Scope const& srcScope) : destScope_(destScope), srcScope_(srcScope) {}
+  Comparison(Scope const& destScope, Scope const& srcScope, LeftOut const& leftOut)
+      : destScope_(destScope), srcScope_(srcScope), leftOut_(leftOut) {}
   Edits edits;
 
   // `at` is the path of the destination's entity; a destination that is not there yet is one that was just made.
   void entity(Kel::Entity const& dest, Kel::Entity const& src, std::string const& at) {
-    for (Kel::KelAttr const* attr : src.type()->attributeQ()) {
-      if (!attr->copiable()) continue;
-      if (attr->isQueue())
-        queue(dest, src, *attr, at);
-      else if (attr->isCollection())
-        collection(dest, src, *attr, at);
-      else if (attr->instantiating())
-        singleton(dest, src, *attr, at);
-      else if (textOf(gifOf(dest)->attribute(attr->id()), destScope_) !=
-               textOf(gifOf(src)->attribute(attr->id()), srcScope_))
-        edit(*attr, src, "set", at);
-    }
+    if (dirOf(dest) && dirOf(src)) return directory(*dirOf(dest), *dirOf(src), at);
+    for (Kel::KelAttr const* attr : src.type()->attributeQ())
+      if (attr->copiable()) attribute(dest, src, *attr, at);
+  }
+  void attribute(Kel::Entity const& dest, Kel::Entity const& src, Kel::KelAttr const& attr, std::string const& at) {
+    if (attr.isQueue()) return queue(dest, src, attr, at);
+    if (attr.isCollection()) return collection(dest, src, attr, at);
+    if (attr.instantiating()) return singleton(dest, src, attr, at);
+    GifConst const s = gifOf(src)->attribute(attr.id());
+    if (textOf(gifOf(dest)->attribute(own(dest, attr).id()), destScope_) != textOf(s, srcScope_))
+      edit(attr, dest, "set", at, s != nullptr);
   }
 
  private:
-  void edit(Kel::KelAttr const& attr, Kel::Entity const& owner, char const* kind, std::string const& at) {
-    ++edits[std::string(owner.type()->fullTypeName().view()) + "::" + std::string(attr.name().view()) + " " + kind +
-            " " + (at.empty() ? at : at.substr(1))];
+  // The destination's attribute of that name.
+  static Kel::KelAttr const& own(Kel::Entity const& dest, Kel::KelAttr const& attr) {
+    return *dest.type()->getAttr(attr.name());
+  }
+  // Answers whether it is made.
+  bool edit(Kel::KelAttr const& attr, Kel::Entity const& owner, char const* kind, std::string const& at,
+            bool valued = true) {
+    return edit(owner.type()->fullTypeName().str() + "::" + attr.name().str() + " " + kind, at, valued);
+  }
+  bool edit(std::string const& what, std::string const& at, bool valued) {
+    std::string const text = what + " " + (at.empty() ? at : at.substr(1));
+    bool const leftOut = leftOut_.matches && leftOut_.matches(text, valued);
+    if (!leftOut) ++edits[text];
+    return !leftOut || !leftOut_.withheld;
   }
 
   // An entity with the constructor parameters of another and nothing else.
@@ -137,19 +163,36 @@ class Comparison {
       args.push_back(gifOf(like)->attribute(gifOf(like)->attributeId(arg.name)));
     return like.type()->newEntity(args);
   }
-  void made(GifConst const& src, std::string const& at) {
-    entity(*fresh(*src->entityConst()), *src->entityConst(), at);
+  void made(Kel::Entity const& src, std::string const& at) { entity(*fresh(src), src, at); }
+
+  // Entries are told apart by name and type; an entry and its entity are made by one edit each.
+  void directory(Kel::Dir const& dest, Kel::Dir const& src, std::string const& at) {
+    std::string const entry = "Kel::Dir::EntryState::entryState ";
+    auto const sameIn = [](Kel::Dir const& in, Kel::Dir::EntryState const& e) {
+      auto const other = in.entry(e.name());
+      return other && other->entityTypeName() == e.entityTypeName() ? other : nullptr;
+    };
+    for (auto it = dest.entryStateIteratorConst(); it; ++it)
+      if (!sameIn(src, *it)) edit(entry + "del", at, true);
+    for (auto it = src.entryStateIteratorConst(); it; ++it) {
+      std::string const below = at + "/" + it->name().str();
+      auto const old = sameIn(dest, *it);
+      EntityPtrConst const child = it->entityPtr();
+      bool const there = old && old->entityPtr();
+      if (!old) edit(entry + "set", at, true);
+      if (!child) continue;
+      if (there) entity(*old->entityPtr(), *child, below);
+      if (!there && edit(entry + "set", at, true)) made(*child, below);
+    }
   }
 
   void singleton(Kel::Entity const& dest, Kel::Entity const& src, Kel::KelAttr const& attr, std::string const& at) {
-    GifConst const d = gifOf(dest)->attribute(attr.id()), s = gifOf(src)->attribute(attr.id());
-    std::string const below = at + "." + std::string(attr.name().view());
+    GifConst const d = gifOf(dest)->attribute(own(dest, attr).id()), s = gifOf(src)->attribute(attr.id());
+    std::string const below = at + "." + attr.name().str();
     if (d && s && paramsOf(attr, *d->entityConst()) == paramsOf(attr, *s->entityConst()))
       return entity(*d->entityConst(), *s->entityConst(), below);
-    if (d) edit(attr, src, "del", at);
-    if (!s) return;
-    edit(attr, src, "set", at);
-    made(s, below);
+    if (d) edit(attr, dest, "del", at);
+    if (s && edit(attr, dest, "set", at)) made(*s->entityConst(), below);
   }
 
   std::string memberText(Kel::KelAttr const& attr, Member const& m, Scope const& scope) const {
@@ -157,56 +200,68 @@ class Comparison {
   }
   void collection(Kel::Entity const& dest, Kel::Entity const& src, Kel::KelAttr const& attr, std::string const& at) {
     std::map<std::string, Member> olds;
-    for (Member const& m : membersOf(dest, attr)) olds[textOf(m.key, destScope_)] = m;
+    for (Member const& m : membersOf(dest, own(dest, attr))) olds[textOf(m.key, destScope_)] = m;
     for (Member const& m : membersOf(src, attr)) {
       std::string const key = textOf(m.key, srcScope_);
       auto const old = olds.find(key);
       bool const there = old != olds.end();
       bool const same = there && memberText(attr, old->second, destScope_) == memberText(attr, m, srcScope_);
-      std::string const below = at + "." + std::string(attr.name().view()) + "/" +
-                                (attr.instantiating() ? std::string(m.value->entityConst()->name().view()) : "");
+      std::string const below =
+          at + "." + attr.name().str() + "/" + (attr.instantiating() ? m.value->entityConst()->name().str() : "");
       if (same && attr.instantiating()) entity(*old->second.value->entityConst(), *m.value->entityConst(), below);
       // A pointer whose target changes is one set, unless it was or becomes null.
-      if (there && !same && !(attr.isPtr() && !old->second.value == !m.value)) edit(attr, src, "del", at);
-      if (!same) edit(attr, src, "set", at);
-      if (!same && attr.instantiating()) made(m.value, below);
+      if (there && !same && !(attr.isPtr() && !old->second.value == !m.value))
+        edit(attr, dest, "del", at, old->second.value != nullptr);
+      if (!same && edit(attr, dest, "set", at, m.value != nullptr) && attr.instantiating())
+        made(*m.value->entityConst(), below);
       if (there) olds.erase(old);
     }
-    for (std::size_t i = 0; i < olds.size(); ++i) edit(attr, src, "del", at);
+    for (auto const& [key, old] : olds) edit(attr, dest, "del", at, old.value != nullptr);
   }
 
   // Members that match from the head on stay; the rest of the destination goes, the rest of the source is appended.
   void queue(Kel::Entity const& dest, Kel::Entity const& src, Kel::KelAttr const& attr, std::string const& at) {
-    std::vector<Member> const olds = membersOf(dest, attr), news = membersOf(src, attr);
+    std::vector<Member> const olds = membersOf(dest, own(dest, attr)), news = membersOf(src, attr);
     std::size_t s = 0;
     Kel::U64 next = 0;
     for (Member const& old : olds) {
       std::string const index(old.key->text().view());
       next = std::stoull(index) + 1;
       if (s == news.size() || memberText(attr, old, destScope_) != memberText(attr, news[s], srcScope_)) {
-        edit(attr, src, "del", at);
+        edit(attr, dest, "del", at);
         continue;
       }
       if (attr.instantiating())
-        entity(*old.value->entityConst(), *news[s].value->entityConst(),
-               at + "." + std::string(attr.name().view()) + "/" + index);
+        entity(*old.value->entityConst(), *news[s].value->entityConst(), at + "." + attr.name().str() + "/" + index);
       ++s;
     }
-    for (; s < news.size(); ++s, ++next) {
-      edit(attr, src, "set", at);
-      if (!attr.instantiating()) continue;
-      made(news[s].value, at + "." + std::string(attr.name().view()) + "/" + std::to_string(next));
-    }
+    for (; s < news.size(); ++s, ++next)
+      if (edit(attr, dest, "set", at) && attr.instantiating())
+        made(*news[s].value->entityConst(), at + "." + attr.name().str() + "/" + std::to_string(next));
   }
 
   Scope const &destScope_, &srcScope_;
+  LeftOut const& leftOut_;
 };
+
+std::string placeIn(Kel::Entity const& e, Scope const& scope) {
+  return e.fullName().str().substr(scope.top.fullName().chars());
+}
 
 }  // namespace
 
-Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity const& src, Scope const& srcScope) {
-  Comparison comparison(destScope, srcScope);
-  comparison.entity(dest, src, std::string(dest.fullName().view()).substr(destScope.top.fullName().chars()));
+Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity const& src, Scope const& srcScope,
+                   LeftOut const& leftOut) {
+  Comparison comparison(destScope, srcScope, leftOut);
+  comparison.entity(dest, src, placeIn(dest, destScope));
+  return comparison.edits;
+}
+
+Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity const& src, Scope const& srcScope,
+                   Kel::KelAttr const& attr) {
+  LeftOut const nothing;
+  Comparison comparison(destScope, srcScope, nothing);
+  comparison.attribute(dest, src, attr, placeIn(dest, destScope));
   return comparison.edits;
 }
 
@@ -303,7 +358,24 @@ void Generator::setSingle(Kel::Entity& e, Kel::KelAttr const& attr, std::vector<
   fill(*gif->attribute(attr.id())->entity(), depth - 1);
 }
 
+void Generator::addEntry(Kel::Dir& dir, int depth) {
+  static char const* const names[] = {"a", "b", "c.d", "e/f"};
+  static char const* const types[] = {"Kel::Dir", "Plant::Bolt", "Plant::Machine"};
+  Kel::Name const name = names[below(4)];
+  Kel::String8 const type = types[below(3)];
+  if (dir.entry(name)) return;
+  if (below(6) == 0)
+    dir.newEntryState(name, type);  // its entity is to come
+  else
+    fill(*dir.newEntity(type, name), depth - 1);
+}
+
+void Generator::fillDir(Kel::Dir& dir, int depth) {
+  for (std::size_t n = below(4); n > 0 && depth > 0; --n) addEntry(dir, depth);
+}
+
 void Generator::fill(Kel::Entity& e, int depth) {
+  if (auto* dir = dynamic_cast<Kel::Dir*>(&e)) return fillDir(*dir, depth);
   for (Kel::KelAttr const* attr : e.type()->attributeQ()) {
     bool const pointers = attr->isPtr() || attr->keyIsPtr();
     if (!attr->copiable() || pointers || (attr->instantiating() && depth <= 0)) continue;
@@ -317,6 +389,7 @@ void Generator::fill(Kel::Entity& e, int depth) {
 
 void Generator::point(Kel::Entity& root, std::vector<Kel::Entity*> const& targets) {
   for (Kel::Entity* e : entitiesOf(root)) {
+    if (dirOf(*e)) continue;
     for (Kel::KelAttr const* attr : e->type()->attributeQ()) {
       if (!attr->copiable() || !(attr->isPtr() || attr->keyIsPtr())) continue;
       if (!attr->isCollection()) {
@@ -331,6 +404,10 @@ void Generator::point(Kel::Entity& root, std::vector<Kel::Entity*> const& target
 void Generator::mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targets) {
   std::vector<Kel::Entity*> const all = entitiesOf(root);
   Kel::Entity& e = *all[below(all.size())];
+  if (auto* dir = dynamic_cast<Kel::Dir*>(&e)) {
+    auto const first = dir->entryStateIterator();
+    return first && below(2) ? dir->entryDel(Kel::Name(first->name())) : addEntry(*dir, 1);
+  }
   std::vector<Kel::KelAttr const*> attrs;
   for (Kel::KelAttr const* attr : e.type()->attributeQ())
     if (attr->copiable()) attrs.push_back(attr);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Kel/Dir.h"
 #include "Kel/Entity.h"
 #include "Kel/GenericIf.h"
 
@@ -17,7 +18,7 @@ using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
 
 // Whether `e` is `root` or below it.
 bool isWithin(Kel::Entity const& e, Kel::Entity const& root);
-// The entity and all that it owns, itself first.
+// The entity and all that it owns, itself first; of a directory its children, without the records of its entries.
 std::vector<Kel::Entity*> entitiesOf(Kel::Entity& root);
 
 // What is compared as a whole: pointers to what lies within `roots` are named relative to `top`, so that equal trees in
@@ -31,9 +32,19 @@ struct Scope {
 std::string dump(Kel::Entity const& e, Scope const& scope);
 
 // What has to be edited to make `dest` equal to `src`: "Type::attribute set path" with the number of edits at that
-// path, paths relative to the destination's top.
+// path, paths relative to the destination's top. The types may differ: attributes are found by name.
 using Edits = std::map<std::string, Kel::U32>;
-Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity const& src, Scope const& srcScope);
+// Which edits are left out, by that text. Of those the rest may see (`valued`: whether there is a value to be set or
+// deleted, as bypass rules ask) what is `withheld` is not made either, so that nothing is copied into it.
+struct LeftOut {
+  std::function<bool(std::string const& edit, bool valued)> matches;
+  bool withheld = false;
+};
+Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity const& src, Scope const& srcScope,
+                   LeftOut const& leftOut = {});
+// The same for one attribute of `src`.
+Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity const& src, Scope const& srcScope,
+                   Kel::KelAttr const& attr);
 inline bool deepEqual(Kel::Entity const& a, Scope const& aScope, Kel::Entity const& b, Scope const& bScope) {
   return editsBetween(a, aScope, b, bScope).empty();
 }
@@ -48,7 +59,7 @@ class Generator {
   void fill(Kel::Entity& e, int depth);
   // Points the pointers of an entity and of what it owns at some of `targets`, or at nothing.
   void point(Kel::Entity& root, std::vector<Kel::Entity*> const& targets);
-  // Changes some attribute or member of some entity of the tree.
+  // Changes some attribute or member of some entity of the tree, or some entry of a directory.
   void mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targets);
 
  private:
@@ -56,6 +67,8 @@ class Generator {
   Kel::GenericIf::PtrConst target(Kel::KelAttr const& attr, std::vector<Kel::Entity*> const& targets);
   Kel::GenericIf::Ptr params(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key);
   Kel::GenericIf::PtrConst newKey(Kel::KelAttr const& attr, std::vector<Kel::Entity*> const& targets);
+  void fillDir(Kel::Dir& dir, int depth);
+  void addEntry(Kel::Dir& dir, int depth);
   void addMember(Kel::Entity& e, Kel::KelAttr const& attr, std::vector<Kel::Entity*> const& targets, int depth);
   void setSingle(Kel::Entity& e, Kel::KelAttr const& attr, std::vector<Kel::Entity*> const& targets, int depth);
 

@@ -1,8 +1,11 @@
 // A tree with a source and a destination, two session roots in each, and what lies outside.
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "CliSession/CliSession.h"
 #include "CliSession/Tree.h"
@@ -106,12 +109,12 @@ struct World {
     for (Kel::Entity const* e : all.roots) text += Tests::dump(*e, all);
     return text;
   }
-  Edits edits(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from) const {
+  Edits edits(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from, LeftOut const& leftOut = {}) const {
     Edits all;
     Scope const destScope = scope(to), srcScope = scope(from);
     for (auto it = status->rootIterator(); it; ++it)
       for (auto const& [edit, count] :
-           editsBetween(*to->entity(it.key()), destScope, *from->entity(it.key()), srcScope))
+           editsBetween(*to->entity(it.key()), destScope, *from->entity(it.key()), srcScope, leftOut))
         all[edit] += count;
     return all;
   }
@@ -146,6 +149,32 @@ struct World {
 // While it lives the engine takes the road that shows each step.
 struct BoxedRoad : Traces {
   BoxedRoad() : Traces("EntityCopyUtils", 1u << 0) {}
+};
+
+// While it lives everything that a copy can trace is traced.
+struct Tracing {
+  Traces engine{"EntityCopy"}, utilities{"EntityCopyUtils"}, session{"CliSession"}, paths{"PathTrie"},
+      prefixes{"PrefixTrie"};
+};
+
+// A handler that does what the test says.
+struct Scripted : Cli::Session::EntityCopyGlobalSessionHandler {
+  using Visit = std::function<bool(Kel::Ptr<EntityCopy> const&, EntityPtr const&, EntityPtrConst const&, Kel::String)>;
+  Visit visit;
+  Scripted(Kel::Ptr<Cli::Session::Status> const& status, Visit what) : visit(std::move(what)) {
+    sessionStatusIs(status);
+  }
+  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
+                    Kel::String path) override {
+    return visit(ec, dest, src, path);
+  }
+};
+
+// A reactor that calls back with every change.
+struct Reactor : Kel::EntityNotifiee {
+  std::function<void()> react;
+  Reactor(EntityPtrConst const& e, std::function<void()> what) : react(std::move(what)) { bind(e); }
+  void dispatch(Kel::AttributeId, void const*) override { react(); }
 };
 
 }  // namespace Tests

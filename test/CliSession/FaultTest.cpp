@@ -1,0 +1,316 @@
+// Single cases in which the engine once went wrong. Each runs with tracing off and on: that must make no difference.
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "CliSession/World.h"
+#include "Kel/HashMap.h"
+#include "Pairs.h"
+
+namespace {
+
+using namespace Tests;
+namespace S = Cli::Session;
+using S::AttributeEdit;
+using S::AttributeEditType;
+
+struct Faults : testing::TestWithParam<bool> {
+  World world;
+  Kel::Ptr<Plant::Hall> src = World::hall(world.src), dest = World::hall(world.dest);
+  std::unique_ptr<Tracing> tracing = GetParam() ? std::make_unique<Tracing>() : nullptr;
+
+  template <class T>
+  static Kel::Ptr<T> make(Kel::Dir::Ptr const& in, char const* typeName, char const* name) {
+    return Kel::ptrCast<T>(in->newEntity(typeName, name));
+  }
+  // One more root, in source and destination.
+  template <class T>
+  std::pair<Kel::Ptr<T>, Kel::Ptr<T>> root(char const* typeName, char const* name) {
+    world.rootIs(name, typeName);
+    return {make<T>(world.src, typeName, name), make<T>(world.dest, typeName, name)};
+  }
+  // A copy whose operations are called one by one.
+  EntityCopy::Ptr engine(bool compare = false) const {
+    EntityCopy::Ptr ec = world.copyFrom(world.src);
+    ec->srcCopyRootDelAll();
+    ec->destIs(world.dest);
+    ec->stopAtFirstDiffIs(compare);
+    return ec;
+  }
+  // The handler that the test is about, for one entity.
+  static void handlerAt(World& in, char const* path, char const* typeName, Scripted::Visit const& visit) {
+    in.table = S::entityCopyCustomHandlerTableFactory("table", in.root);
+    in.table->registerCustomCopyHandler(S::EntityPath(path), typeName,
+                                        Kel::Ptr<Scripted>(new Scripted(in.status, visit)));
+  }
+  static Edits log(EntityCopy::Ptr const& ec) { return editsOf(*ec->attributeEditLog()); }
+};
+INSTANTIATE_TEST_SUITE_P(Untraced, Faults, testing::Values(false));
+INSTANTIATE_TEST_SUITE_P(Traced, Faults, testing::Values(true));
+
+// --- Bypass, copy roots, pointer keys ---
+
+TEST_P(Faults, ADefaultIsNotWrittenIntoAPointersTarget) {
+  auto const wreaths = root<Pairs::Wreath>("Pairs::Wreath", "wreath");
+  auto const branch = make<Pairs::Branch>(world.src, "Pairs::Branch", "branch");
+  Kel::Ptr<Pairs::Leaf> const running = branch->newLeaf("z");
+  running->sizeIs(5);
+  for (auto const& [name, type] : {std::pair{"", "Pairs::Wreath"}, {"leaf", "Pairs::Wreath"}, {"leaf", ""}, {"", ""}}) {
+    wreaths.second->leafIs("k", running);
+    auto const table = S::attributeEditBypassTableFactory("bypass");
+    auto const entry = table->newAttributeEditBypassEntry(AttributeEdit(name, type, AttributeEditType::del_));
+    entry->parentPathIs("/dest", true);
+    entry->defaultEntIs(Pairs::leafFactory("standard"));
+    EntityCopy::Ptr const ec = world.copyFrom(world.src);
+    ec->attributeEditBypassCheckerIs(table);
+    ec->destIs(world.dest);
+    EXPECT_EQ(running->size(), 5u) << "the copy wrote into its source, by the rule '" << name << "' '" << type << "'";
+    EXPECT_EQ(wreaths.second->leafs(), 0u);
+    EXPECT_EQ(textOf(log(ec)), "") << "it is bypassed as a value would be";
+    running->sizeIs(5);
+  }
+}
+
+TEST_P(Faults, ACopyRootGoesWhereItStands) {
+  Kel::Ptr<Plant::Hall> const outer = src->newAnnex("a.annex/b");
+  Kel::Ptr<Plant::Hall> const inDir = make<Plant::Hall>(world.src, "Plant::Hall", "x/y");
+  for (Kel::Dir::Ptr const& in : {world.src, world.dest}) {
+    World::hall(in)->newAnnex("a")->newAnnex("b");
+    make<Plant::Hall>(make<Kel::Dir>(in, "Kel::Dir", "x"), "Plant::Hall", "y");
+  }
+  dest->newAnnex("a.annex/b");
+  auto const destInDir = make<Plant::Hall>(world.dest, "Plant::Hall", "x/y");
+  auto const run = [&] {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src);
+    ec->srcCopyRootDelAll();
+    for (Kel::Ptr<Plant::Hall> const& root : {outer, inDir}) ec->srcCopyRootIs(root, true);
+    ec->destIs(world.dest);
+  };
+  outer->u8Is(3);
+  inDir->u8Is(4);
+  run();
+  EXPECT_EQ(dest->annex("a.annex/b")->u8(), 3);
+  EXPECT_EQ(destInDir->u8(), 4);
+  EXPECT_EQ(dest->annex("a")->annex("b")->u8(), 0);
+  EXPECT_EQ(Kel::ptrCast<Plant::Hall>(Kel::ptrCast<Kel::Dir>(world.dest->entityRef("x"))->entityRef("y"))->u8(), 0);
+  dest->annexDel("a.annex/b");
+  run();
+  EXPECT_EQ(dest->annex("a")->annex("b")->u8(), 3) << "where nothing stands there, the path decides";
+}
+
+TEST_P(Faults, RedirectedPointerKeysHaveTheirCounterparts) {
+  Kel::Dir::Ptr const elsewhere(new Kel::Dir("elsewhere", world.root.ptr()));
+  auto const twin = make<Plant::Bolt>(elsewhere, "Plant::Bolt", "loose");
+  auto const loose = Kel::ptrCast<Plant::Bolt>(world.src->entityRef("loose"));
+  src->newShelf("s");
+  Kel::Ptr<Plant::Bolt> const inside = dest->newShelf("s");
+  auto const run = [&](bool compare) {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src, compare);
+    Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler())->externalDestIs(elsewhere);
+    ec->destIs(world.dest);
+    return textOf(log(ec));
+  };
+  src->weightIs(loose, 1);
+  src->weightIs(inside, 2);
+  run(false);
+  EXPECT_EQ(dest->weight(twin), 1u);
+  EXPECT_EQ(dest->weight(inside), 2u);
+  EXPECT_EQ(run(true), "");
+  EXPECT_EQ(run(false), "");
+  src->weightDel(loose);
+  src->weightIs(inside, 3);
+  EXPECT_EQ(run(false), "Plant::Hall::weight del hall x2\nPlant::Hall::weight set hall x1\n");
+  EXPECT_EQ(dest->weights(), 1u);
+}
+
+// --- Where edits are counted ---
+
+TEST_P(Faults, EditsAreCountedWhereTheyAreMade) {
+  Kel::Ptr<Plant::Hall> const annex = src->newAnnex("x");
+  annex->newBolt("Et1")->lockedIs(true);
+  dest->newAnnex("x");
+  auto const copied = [&](EntityCopy::Ptr const& ec, Kel::Ptr<Plant::Hall> const& to) {
+    ec->handler()->handleEntity(ec, to, annex, "any.path");
+    return log(ec);
+  };
+  EntityCopy::Ptr const ec = engine();
+  ec->srcIs(annex);
+  ec->destIs(dest->annex("x"));
+  EXPECT_EQ(copied(ec, dest->annex("x")),
+            (Edits{{"Plant::Bolt::locked set bolt/Et1", 1}, {"Plant::Hall::bolt set ", 1}}))
+      << "the walk began at the copy's destination";
+  auto const foreign = Kel::ptrCast<Plant::Hall>(world.outside->entityRef("foreign"));
+  EXPECT_EQ(copied(engine(), foreign), (Edits{{"Plant::Bolt::locked set ", 1}, {"Plant::Hall::bolt set ", 1}}))
+      << "outside of the copy's destination";
+  World const other;
+  Kel::Ptr<Plant::Hall> const namesake = World::hall(other.dest);
+  ASSERT_EQ(namesake->fullName(), dest->fullName());
+  EXPECT_EQ(copied(engine(), namesake),
+            (Edits{{"Plant::Bolt::locked set hall.bolt/Et1", 1}, {"Plant::Hall::bolt set hall", 1}}))
+      << "in another tree, where paths read alike";
+}
+
+TEST_P(Faults, EditsAreCountedWhereAHandlerTookThem) {
+  src->newAnnex("x")->newBolt("b")->lockedIs(true);
+  Kel::Ptr<Plant::Hall> const other = dest->newAnnex("x")->newAnnex("y");
+  auto const foreign = Kel::ptrCast<Plant::Hall>(world.outside->entityRef("foreign"));
+  handlerAt(world, "hall.annex/x", "Plant::Hall", [&](auto const& ec, auto const&, auto const& from, Kel::String path) {
+    for (Kel::Ptr<Plant::Hall> const& instead : {other, foreign}) ec->doCopyEntityAttrs(instead, from, path, nullptr);
+    return true;
+  });
+  EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Hall::bolt set hall.annex/x.annex/y", 1},
+                                       {"Plant::Bolt::locked set hall.annex/x.annex/y.bolt/b", 1},
+                                       {"Plant::Hall::bolt set ", 1},
+                                       {"Plant::Bolt::locked set ", 1}}));
+}
+
+TEST_P(Faults, AnEntityThatHasLeftItsTreeIsCountedUnderNoPath) {
+  Kel::Ptr<Plant::Hall> const annex = src->newAnnex("x");
+  annex->newPart()->noteIs("n");
+  annex->newBolt("b")->lockedIs(true);
+  dest->newAnnex("x")->newPart();
+  Reactor const reactor(EntityPtrConst(dest->annex("x")->part()), [&] { dest->annexDel("x"); });
+  EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Part::note set hall.annex/x.part", 1},
+                                       {"Plant::Hall::bolt set ", 1},
+                                       {"Plant::Bolt::locked set ", 1}}));
+}
+
+TEST_P(Faults, AMemberUnderTheEmptyKeyHasAPathOfItsOwn) {
+  src->newBolt("")->lockedIs(true);
+  src->newAnnex("")->newPart()->countIs(1);
+  for (int run = 0; run < 2; ++run) {
+    src->bolt("")->torqueIs(run + 1);
+    Edits edits = world.copy().edits;
+    EXPECT_EQ(edits["Plant::Bolt::torque set hall.bolt/"], 1u) << textOf(edits);
+    if (run > 0) {
+      EXPECT_EQ(edits.size(), 1u) << textOf(edits);
+      continue;
+    }
+    EXPECT_EQ(edits["Plant::Part::count set hall.annex/.part"], 1u) << textOf(edits);
+    EXPECT_EQ(edits["Plant::Bolt::locked set hall.bolt/"], 1u) << textOf(edits);
+  }
+}
+
+// --- Keys ---
+
+TEST_P(Faults, AMemberUnderNaNIsCopied) {
+  auto const branches = root<Pairs::Branch>("Pairs::Branch", "branch");
+  Kel::F64 const nan = std::numeric_limits<Kel::F64>::quiet_NaN();
+  branches.first->newPoint(nan)->sizeIs(3);
+  for (int run = 0; run < 2; ++run) {
+    world.copy();
+    ASSERT_EQ(branches.second->points(), 1u);
+    EXPECT_EQ(branches.second->point(nan)->size(), 3u);
+  }
+}
+
+TEST_P(Faults, KeysOfOneHashMakeOneDifference) {
+  Kel::S32 const one = -1485607586, other = 1485607487;
+  ASSERT_EQ(Kel::keyHash(one), Kel::keyHash(other)) << "look for other keys";
+  for (Kel::S32 key : {1, one, 3}) src->newSlot(key);
+  for (Kel::S32 key : {1, other, 3}) dest->newSlot(key);
+  src->slot(one)->textIs("new");
+  EXPECT_EQ(textOf(world.run(world.dest, world.src, true).edits), "Plant::Hall::slot del hall x1\n");
+  EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Hall::slot del hall", 1},
+                                       {"Plant::Hall::slot set hall", 1},
+                                       {"Plant::Slot::text set hall.slot/-1485607586", 1}}));
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
+
+TEST_P(Faults, PointersByPointersAreCopiedAndWait) {
+  auto const branches = root<Pairs::Branch>("Pairs::Branch", "branch");
+  auto const later = root<Pairs::Branch>("Pairs::Branch", "later");
+  Kel::Ptr<Pairs::Leaf> const a = branches.first->newLeaf("a"), b = later.first->newLeaf("b");
+  branches.first->pairIs(a, b);
+  branches.first->pairIs(b, a);
+  branches.first->pairIs(later.first->newLeaf("c"), later.first->newLeaf("d"));
+  branches.first->pairIs(branches.first->newLeaf("e"), nullptr);
+  EXPECT_EQ(world.copy().pending, 0u);
+  EXPECT_EQ(branches.second->pairs(), 4u);
+  for (auto it = branches.first->pairIterator(); it; ++it) {
+    auto const key = Kel::ptrCast<Pairs::Leaf>(
+        world.dest->entity(Kel::String8(it.key()->fullName().view().substr(std::string_view("/src/").size()))));
+    Kel::Ptr<Pairs::Leaf> const target = branches.second->pair(key);
+    EXPECT_EQ(target ? target->name() : Kel::Name(), it.value() ? it.value()->name() : Kel::Name());
+    EXPECT_TRUE(!target || isWithin(*target, *world.dest));
+  }
+  EXPECT_EQ(textOf(world.copy().edits), "");
+  EXPECT_FALSE(world.differs(world.dest, world.src));
+}
+
+// --- Where pointers lead ---
+
+TEST_P(Faults, OtherSessionRootsChangeWherePointersLead) {
+  for (bool otherStatus : {false, true}) {
+    World w;
+    World later;
+    later.rootIs("loose", "Plant::Bolt");
+    Kel::Ptr<Plant::Hall> const from = World::hall(w.src), to = World::hall(w.dest);
+    auto const loose = Kel::ptrCast<Plant::Bolt>(w.src->entityRef("loose"));
+    auto const twin = make<Plant::Bolt>(w.dest, "Plant::Bolt", "loose");
+    for (char const* bolt : {"a", "m", "z"}) from->newBolt(bolt)->peerIs(loose);
+    for (char const* bolt : {"a", "m", "z"}) to->newBolt(bolt);
+    handlerAt(w, "hall.bolt/m", "Plant::Bolt", [&](auto const& ec, auto const&, auto const&, auto const&) {
+      auto const handler = Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler());
+      if (otherStatus)
+        handler->sessionStatusIs(later.status);
+      else
+        w.rootIs("loose", "Plant::Bolt");
+      return false;
+    });
+    w.copy();
+    EXPECT_EQ(to->bolt("a")->peer(), loose);
+    EXPECT_EQ(to->bolt("z")->peer(), twin);
+  }
+}
+
+TEST_P(Faults, APointerLeadsIntoTheTreeThatItIsWrittenIn) {
+  World const other;
+  Kel::Ptr<Plant::Hall> const namesake = World::hall(other.dest);
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest, namesake}) {
+    hall->newShelf("t");
+    for (char const* bolt : {"a", "m", "z"}) hall->newBolt(bolt);
+  }
+  for (char const* bolt : {"a", "m", "z"}) src->bolt(bolt)->peerIs(src->shelf("t"));
+  handlerAt(world, "hall.bolt/m", "Plant::Bolt", [&](auto const& ec, auto const&, auto const& from, Kel::String path) {
+    return ec->doCopyEntityAttrs(namesake->bolt("m"), from, path, nullptr);
+  });
+  world.copy();
+  EXPECT_EQ(namesake->bolt("m")->peer(), namesake->shelf("t"));
+  EXPECT_EQ(dest->bolt("a")->peer(), dest->shelf("t"));
+  EXPECT_EQ(dest->bolt("z")->peer(), dest->shelf("t"));
+  namesake->bolt("m")->peerIs(nullptr);
+}
+
+TEST_P(Faults, AHandlersExceptionLeavesTheWaitingPointer) {
+  struct Refusing : S::EntityCopyGlobalSessionHandler {
+    bool refuses = false;
+    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
+      if (refuses) Kel::throwRangeException("refused");
+      return EntityCopyGlobalSessionHandler::resolveEntityPtr(ec, target);
+    }
+  };
+  Kel::Ptr<Plant::Bolt> const late = World::hall(world.src, "sys/annex")->newBolt("late");
+  src->favouriteIs(late);
+  src->weightIs(late, 5);
+  src->chosenIs("c", late);
+  EntityCopy::Ptr const ec = engine();
+  Kel::Ptr<Refusing> const handler(new Refusing);
+  handler->sessionStatusIs(world.status);
+  ec->handlerIs(handler);
+  for (int round = 0; round < 2; ++round) {
+    for (char const* attr : {"favourite", "weight", "chosen"}) {
+      if (round == 0)
+        ec->doCopyAttrByName(dest, src, "hall", attr);
+      else
+        EXPECT_THROW(ec->doCopyAttrByName(dest, src, "hall", attr), Kel::RangeException);
+    }
+    EXPECT_EQ(ec->pendingAttrs(), 3u) << "round " << round;
+    handler->refuses = true;
+  }
+  World::hall(world.dest, "sys/annex")->newBolt("late");
+  ec->doCopyPendingAttrs(false);
+  EXPECT_TRUE(dest->favourite() && dest->weights() == 1 && dest->chosen("c"));
+}
+
+}  // namespace
