@@ -5,67 +5,45 @@
 #include <cstdio>
 #include <memory>
 
-#include "CliSession/CliSession.h"
 #include "Harness.h"
+#include "Manager.h"
 #include "PortsData.h"
 
 namespace Bench {
 namespace {
 
-using namespace Cli::Session;
-
-// The trees, each a directory with the session root "ports" in it, made when first asked for.
+// The trees, each a directory of its own, made when first asked for.
 class Trees {
  public:
-  explicit Trees(std::size_t ports) : ports_(ports), changes_(ports) {
-    status_->initialize();
-    status_->rootIs("ports", true);
-    Zuk::PrefixTrieState::Ptr const state = Zuk::prefixTrieStateFactory();
-    state->pTypenameIs("Bench::Ports");
-    status_->rootTrie()->prefixIs("ports", state);
-  }
+  Trees(Layout layout, std::size_t ports)
+      : layout_(layout), ports_(ports), changes_(layout, ports), manager_(sessionRoots(layout)) {}
 
+  Manager& manager() { return manager_; }
   ChangeSet const& changes() const { return changes_; }
 
   Kel::Dir& generated(Kel::Name const& name, bool variant) {
-    if (!top_->entry(name)) fillPorts(*root(empty(name)), ports_, variant ? &changes_ : nullptr);
-    return *dir(name);
+    if (!manager_.dir(name)) fillPorts(empty(name), layout_, ports_, variant ? &changes_ : nullptr);
+    return *manager_.dir(name);
   }
   // A copy of another tree: it shares its strings.
   Kel::Dir& copyOf(Kel::Name const& name, Kel::Dir& src) {
-    if (!top_->entry(name)) copy(src, empty(name));
-    return *dir(name);
+    if (!manager_.dir(name)) copy(src, empty(name));
+    return *manager_.dir(name);
   }
-  Kel::Dir& empty(Kel::Name const& name) {
-    top_->entryDel(name);
-    Kel::Dir::Ptr const made(new Kel::Dir(name, top_.ptr()));
-    made->newEntity("Bench::Ports", "ports");
-    return *made;
-  }
-  void remove(Kel::Name const& name) { top_->entryDel(name); }
-  Kel::Dir::Ptr dir(Kel::Name const& name) { return Kel::ptrCast<Kel::Dir>(top_->entityRef(name)); }
-  Ports::Ptr root(Kel::Dir& of) { return Kel::ptrCast<Ports>(of.entityRef("ports")); }
-  bool same(Kel::Dir& a, Kel::Dir& b) { return samePorts(*root(a), *root(b)); }
+  Kel::Dir& empty(Kel::Name const& name) { return manager_.makeRoots(name); }
+  void remove(Kel::Name const& name) { manager_.removeDir(name); }
+  Kel::Dir::Ptr dir(Kel::Name const& name) { return manager_.dir(name); }
+  bool same(Kel::Dir& a, Kel::Dir& b) { return samePorts(a, b, layout_); }
 
-  // One run; answers the log.
   AttributeEditLog::Ptr copy(Kel::Dir& src, Kel::Dir& dest, bool compare = false) {
-    EntityCopy::Ptr const ec = entityCopyFactory();
-    EntityCopyGlobalSessionHandler::Ptr const handler = entityCopyGlobalSessionHandlerFactory();
-    handler->sessionStatusIs(status_);
-    ec->handlerIs(handler);
-    ec->attributeEditLogIs(attributeEditLogFactory());
-    ec->stopAtFirstDiffIs(compare);
-    ec->srcCopyRootIs(root(src), true);
-    ec->srcIs(Kel::Dir::Ptr(&src));
-    ec->destIs(Kel::Dir::Ptr(&dest));
-    return ec->attributeEditLog();
+    return manager_.copy(src, dest, compare);
   }
 
  private:
+  Layout layout_;
   std::size_t ports_;
   ChangeSet changes_;
-  Kel::Dir::Ptr top_ = Kel::dirFactory("");
-  Status::Ptr status_ = statusFactory("status");
+  Manager manager_;
 };
 
 // The edits that a log holds. Those of members are counted at their owner, where the count wraps: only for changes of
@@ -118,7 +96,7 @@ void addOperations(Harness& harness, Trees& trees) {
            *toVariant = !*toVariant;
          },
          [&trees, log, src, dest] { *log = trees.copy(src(), dest()); }, dropLog,
-         [&trees, log, src, dest] { return trees.same(src(), dest()) && edits(**log) == trees.changes().size(); }});
+         [&trees, log, src, dest] { return trees.same(src(), dest()) && edits(**log) == trees.changes().edits(); }});
   };
   auto const work = [&trees]() -> Kel::Dir& { return trees.generated("work", false); };
   auto const sharedVariant = [&trees, a, b]() -> Kel::Dir& {
@@ -143,9 +121,15 @@ void addOperations(Harness& harness, Trees& trees) {
 }  // namespace Bench
 
 int main(int argc, char** argv) {
-  Bench::Harness harness("libCliSession", argc, argv);
-  Bench::Trees trees(harness.n());
-  Bench::addOperations(harness, trees);
+  using namespace Bench;
+  Harness harness("libCliSession", {"bypass", "debug", "type-handler", "cross-roots"}, argc, argv);
+  Trees trees(harness.with("cross-roots") ? Layout::crossRoots : Layout::oneRoot, harness.n());
+  if (harness.with("bypass")) trees.manager().bypassDefaults();
+  // Of a type that no tree here holds, so that it never matches.
+  if (harness.with("debug"))
+    trees.manager().debugIs(AttributeEdit("maxOpenSessions", "Cli::Session::CliConfig", AttributeEditType::set_));
+  if (harness.with("type-handler")) trees.manager().handlerIs("Bench::Vlan");
+  addOperations(harness, trees);
   int const status = harness.main();
   std::fflush(stdout);
   _exit(status);  // the big trees need not be taken down
