@@ -2,7 +2,9 @@
 // handler, a copy root and an edit log.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <map>
 #include <memory>
 
 #include "Harness.h"
@@ -34,6 +36,8 @@ class Trees {
   void remove(Kel::Name const& name) { manager_.removeDir(name); }
   Kel::Dir::Ptr dir(Kel::Name const& name) { return manager_.dir(name); }
   bool same(Kel::Dir& a, Kel::Dir& b) { return samePorts(a, b, layout_); }
+
+  std::string edit(Kel::Dir& dir, std::size_t port, std::size_t serial) { return editPort(dir, layout_, port, serial); }
 
   AttributeEditLog::Ptr copy(Kel::Dir& src, Kel::Dir& dest, bool compare = false) {
     return manager_.copy(src, dest, compare);
@@ -117,6 +121,96 @@ void addOperations(Harness& harness, Trees& trees) {
       {"free", [&trees, a] { trees.copy(a(), trees.empty("dest")); }, [&trees] { trees.remove("dest"); }, {}, {}});
 }
 
+// --- Few edits between trees that a copy made equal ---
+
+// Trees that stay equal but for the edits that `edit` makes.
+class EditedTrees {
+ public:
+  EditedTrees(Trees& trees, std::size_t ports) : trees_(trees), ports_(ports) {}
+
+  Kel::Dir& src() { return trees_.generated("edited", false); }
+  Kel::Dir& dest() { return trees_.copyOf("editedCopy", src()); }
+
+  // One port late in the walk, which a comparison reaches only when it has walked the most of it.
+  void editOne() {
+    std::size_t const late = std::max<std::size_t>(ports_ / 10, 1);
+    expected_.clear();
+    edit(ports_ - 1 - serial_ * 7919 % late);
+  }
+  // That many ports, spread evenly.
+  void editMany(std::size_t count) {
+    expected_.clear();
+    for (std::size_t i = 0; i < count; ++i) edit(i * ports_ / count);
+    ++serial_;  // so that every port gets another kind of edit the next time
+  }
+  bool isExactly(AttributeEditLog const& log) const { return editsOf(log) == expected_; }
+
+ private:
+  void edit(std::size_t port) { ++expected_[trees_.edit(src(), port, serial_++)]; }
+
+  Trees& trees_;
+  std::size_t ports_;
+  std::size_t serial_ = 0;
+  std::map<std::string, unsigned> expected_;  // the edits since the last copy
+};
+
+void addEditOperations(Harness& harness, Trees& trees) {
+  auto const edited = std::make_shared<EditedTrees>(trees, harness.n());
+  auto const log = std::make_shared<AttributeEditLog::Ptr>();
+  auto const dropLog = [log] { *log = nullptr; };
+  auto const copy = [&trees, edited, log] { *log = trees.copy(edited->src(), edited->dest()); };
+  auto const copied = [&trees, edited, log] {
+    return edited->isExactly(**log) && trees.same(edited->src(), edited->dest());
+  };
+
+  harness.add({"copy_one",
+               [edited] {
+                 edited->dest();
+                 edited->editOne();
+               },
+               copy, dropLog, copied});
+  harness.add({"copy_thousand",
+               [edited, count = std::min<std::size_t>(harness.n(), 1000)] {
+                 edited->dest();
+                 edited->editMany(count);
+               },
+               copy, dropLog, copied});
+  harness.add({"equal_one",
+               [edited] {
+                 edited->dest();
+                 edited->editOne();
+               },
+               [&trees, edited, log] { *log = trees.copy(edited->src(), edited->dest(), true); },
+               [copy, dropLog] {
+                 copy();
+                 dropLog();
+               },
+               // The comparison has changed nothing; the copy that follows makes the same edit.
+               [&trees, edited, log, copy, copied] {
+                 bool const found = edited->isExactly(**log) && !trees.same(edited->src(), edited->dest());
+                 copy();
+                 return found && copied();
+               }});
+
+  Manager& manager = trees.manager();
+  harness.add({"replace_one",
+               [&manager, edited] {
+                 if (!manager.hasSession("s1")) {
+                   manager.makeSession("s1");
+                   manager.replace(edited->src(), "s1");
+                 }
+                 manager.sessionLog("s1").attributeEditEntryDelAll();
+                 edited->editOne();
+               },
+               [&manager, edited] { manager.replace(edited->src(), "s1"); },
+               {},
+               [&manager, &trees, edited] {
+                 return edited->isExactly(manager.sessionLog("s1")) &&
+                        trees.same(edited->src(), manager.sessionDir("s1")) &&
+                        trees.same(edited->src(), manager.ancestorDir("s1"));
+               }});
+}
+
 }  // namespace
 }  // namespace Bench
 
@@ -130,6 +224,7 @@ int main(int argc, char** argv) {
     trees.manager().debugIs(AttributeEdit("maxOpenSessions", "Cli::Session::CliConfig", AttributeEditType::set_));
   if (harness.with("type-handler")) trees.manager().handlerIs("Bench::Vlan");
   addOperations(harness, trees);
+  addEditOperations(harness, trees);
   int const status = harness.main();
   std::fflush(stdout);
   _exit(status);  // the big trees need not be taken down
