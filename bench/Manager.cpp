@@ -113,7 +113,7 @@ AttributeEditLog::Ptr Manager::copy(Kel::Dir& src, Kel::Dir& dest, bool compare)
   handler->handlerTableIs(handlers_);
   ec->handlerIs(handler);
   ec->attributeEditBypassCheckerIs(status_->attributeEditBypassTable());
-  AttributeEditLog::Ptr const log = attributeEditLogFactory();
+  AttributeEditLog::Ptr log = attributeEditLogFactory();
   addDebugActions(*log);
   ec->attributeEditLogIs(log);
   ec->stopAtFirstDiffIs(compare);

@@ -62,17 +62,17 @@ Kel::Name vlanName(std::size_t vlan) { return Kel::Name("Vlan" + std::to_string(
 Kel::Name portName(std::size_t port) { return Kel::Name("Ethernet" + std::to_string(port + 1)); }
 
 template <class VlanOwner, class PortOwner>
-struct PortFiller {
-  VlanOwner& vlans;
-  PortOwner& ports;
-  ChangeSet const* changes;
+class PortFiller {
+ public:
+  PortFiller(VlanOwner& vlans, PortOwner& ports, ChangeSet const* changes)
+      : vlans_(vlans), ports_(ports), changes_(changes) {}
 
   void fill(std::size_t i) const {
-    auto const has = [&](unsigned slot) { return changes && changes->has(i, slot); };
+    auto const has = [&](unsigned slot) { return changes_ && changes_->has(i, slot); };
     auto const number = [&](std::size_t base, unsigned slot) {
       return static_cast<Kel::U32>(base + (has(slot) ? 1 : 0));
     };
-    auto const port = ports.newPort(portName(i));
+    auto const port = ports_.newPort(portName(i));
     port->aliasIs(label("als", i, has(aliasSlot)));
     port->descriptionIs(label("dsc", i, has(descriptionSlot)));
     port->modeIs(label("mod", i, has(modeSlot)));
@@ -83,7 +83,7 @@ struct PortFiller {
     port->enabledIs((i & 1) != 0 ? !has(enabledSlot) : has(enabledSlot));
     port->lldpIs((i & 2) != 0 ? !has(lldpSlot) : has(lldpSlot));
     port->utilizationIs(static_cast<double>(i) * 0.25 + (has(utilizationSlot) ? 0.125 : 0.0));
-    port->vlanIs(vlans.vlan(vlanName((i * 7 + (has(vlanSlot) ? 1 : 0)) % vlanCount)));
+    port->vlanIs(vlans_.vlan(vlanName((i * 7 + (has(vlanSlot) ? 1 : 0)) % vlanCount)));
     for (unsigned j = 0; j < 2; ++j) {
       Kel::String const prefix = addressText(i, j);
       Address::Ptr const address = port->newAddress(prefix);
@@ -92,8 +92,13 @@ struct PortFiller {
     }
     if constexpr (requires { port->trunks(); })
       for (unsigned j = 0; j < trunksPerPort; ++j)
-        port->trunkIs(vlans.vlan(vlanName((i * 5 + j * vlanCount / 2) % vlanCount)), (j == 0) != has(trunk0Slot + j));
+        port->trunkIs(vlans_.vlan(vlanName((i * 5 + j * vlanCount / 2) % vlanCount)), (j == 0) != has(trunk0Slot + j));
   }
+
+ private:
+  VlanOwner& vlans_;
+  PortOwner& ports_;
+  ChangeSet const* changes_;
 };
 
 bool sameVlan(Vlan const& a, Vlan const& b) {
@@ -119,13 +124,21 @@ bool sameAddresses(Port const& a, Port const& b) {
 
 // Compares the ports of two configurations. Each must point at VLANs of its own.
 template <class VlanOwner>
-struct PortComparison {
-  VlanOwner& vlansA;
-  VlanOwner& vlansB;
+class PortComparison {
+ public:
+  PortComparison(VlanOwner& ofA, VlanOwner& ofB) : vlansA_(ofA), vlansB_(ofB) {}
 
+  template <class AnyPort>
+  bool same(AnyPort& a, AnyPort& b) const {
+    if (!sameValues(a, b) || !sameAddresses(a, b) || !b.vlan() || counterpart(a.vlan()) != b.vlan()) return false;
+    if constexpr (requires { a.trunks(); }) return sameTrunks(a, b);
+    return true;
+  }
+
+ private:
   // The VLAN of `b` that stands for one of `a`.
   Vlan::Ptr counterpart(Vlan::Ptr const& ofA) const {
-    return ofA && vlansA.vlan(ofA->name()) == ofA ? vlansB.vlan(ofA->name()) : nullptr;
+    return ofA && vlansA_.vlan(ofA->name()) == ofA ? vlansB_.vlan(ofA->name()) : nullptr;
   }
   template <class AnyPort>
   bool sameTrunks(AnyPort& a, AnyPort& b) const {
@@ -136,12 +149,9 @@ struct PortComparison {
     }
     return true;
   }
-  template <class AnyPort>
-  bool same(AnyPort& a, AnyPort& b) const {
-    if (!sameValues(a, b) || !sameAddresses(a, b) || !b.vlan() || counterpart(a.vlan()) != b.vlan()) return false;
-    if constexpr (requires { a.trunks(); }) return sameTrunks(a, b);
-    return true;
-  }
+
+  VlanOwner& vlansA_;
+  VlanOwner& vlansB_;
 };
 
 // A new value for one attribute; answers the attribute's name.

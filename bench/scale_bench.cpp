@@ -23,8 +23,7 @@ namespace {
 
 // A source and a destination.
 struct Trees {
-  std::size_t n;
-  Manager manager{scaleRoots()};
+  explicit Trees(std::size_t size) : n(size) {}
 
   Kel::Dir& make(char const* name, Fill const& fill) {
     Kel::Dir& dir = manager.makeRoots(name);
@@ -33,6 +32,9 @@ struct Trees {
   }
   Kel::Dir& src() { return *manager.dir("src"); }
   Kel::Dir& dest() { return *manager.dir("dest"); }
+
+  std::size_t const n;
+  Manager manager{scaleRoots()};
 };
 
 std::shared_ptr<Trees> treesOf(std::size_t n, Fill const& src) {
