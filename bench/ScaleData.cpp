@@ -51,6 +51,24 @@ void pointEarly(Scale& root, Scale& targets, std::size_t n) {
 void earlyReferences(Kel::Dir& dir, std::size_t n) { pointEarly(*first(dir), *first(dir), n); }
 void earlyReferencesAcross(Kel::Dir& dir, std::size_t n) { pointEarly(*first(dir), *second(dir), n); }
 
+Fill pointersByKey(bool early) {
+  return [early](Kel::Dir& dir, std::size_t n) {
+    Scale& root = *first(dir);
+    fillLeaves(root, n);
+    for (auto it = root.leafIterator(); it; ++it)
+      early ? root.earlyRefIs(it.key(), Leaf::Ptr(&*it)) : root.lateRefIs(it.key(), Leaf::Ptr(&*it));
+  };
+}
+
+Fill pointerKeys(bool early) {
+  return [early](Kel::Dir& dir, std::size_t n) {
+    Scale& root = *first(dir);
+    fillLeaves(root, n);
+    for (auto it = root.leafIterator(); it; ++it)
+      early ? root.earlyKeyIs(Leaf::Ptr(&*it), true) : root.lateKeyIs(Leaf::Ptr(&*it), true);
+  };
+}
+
 Fill group(bool there) {
   return [there](Kel::Dir& dir, std::size_t n) {
     Scale& root = *first(dir);
@@ -139,6 +157,39 @@ std::vector<Kel::U32> queued(Scale const& root) {
   return all;
 }
 
+// Compares collections of pointers; `find` answers the target that the other has under a key.
+template <class Iterator, class Find>
+bool sameTargets(std::size_t countA, std::size_t countB, Iterator it, Kel::Dir const& dirA, Kel::Dir const& dirB,
+                 Find const& find) {
+  if (countA != countB) return false;
+  for (; it; ++it)
+    if (!it.value() || !counterparts(it.value().ptr(), dirA, find(it.key()).ptr(), dirB)) return false;
+  return true;
+}
+
+// Compares collections keyed by pointers at the leaves of the same root.
+template <class Iterator, class Has>
+bool sameKeys(std::size_t countA, std::size_t countB, Iterator it, Scale const& a, Scale const& b, Has const& has) {
+  if (countA != countB) return false;
+  for (; it; ++it) {
+    Kel::Name const& leaf = it.key()->name();
+    if (a.leaf(leaf) != it.key() || !b.leaf(leaf) || !has(Leaf::Ptr(const_cast<Leaf*>(b.leaf(leaf).ptr()))))
+      return false;
+  }
+  return true;
+}
+
+bool samePointerCollections(Scale const& a, Kel::Dir const& dirA, Scale const& b, Kel::Dir const& dirB) {
+  return sameTargets(a.earlyRefs(), b.earlyRefs(), a.earlyRefIteratorConst(), dirA, dirB,
+                     [&](auto const& key) { return b.earlyRef(key); }) &&
+         sameTargets(a.lateRefs(), b.lateRefs(), a.lateRefIteratorConst(), dirA, dirB,
+                     [&](auto const& key) { return b.lateRef(key); }) &&
+         sameKeys(a.earlyKeys(), b.earlyKeys(), a.earlyKeyIteratorConst(), a, b,
+                  [&](Leaf::Ptr const& leaf) { return b.earlyKeyHas(leaf); }) &&
+         sameKeys(a.lateKeys(), b.lateKeys(), a.lateKeyIteratorConst(), a, b,
+                  [&](Leaf::Ptr const& leaf) { return b.lateKeyHas(leaf); });
+}
+
 bool sameFlags(Scale const& a, Scale const& b) {
   if (a.flags() != b.flags()) return false;
   for (auto it = a.flagIteratorConst(); it; ++it)
@@ -167,7 +218,8 @@ bool sameRoot(Scale const& a, Kel::Dir const& dirA, Scale const& b, Kel::Dir con
          sameMembers(
              a.sorteds(), b.sorteds(), a.sortedIteratorConst(), [&](auto const& key) { return b.sorted(key); },
              sameLeaf) &&
-         sameGroups(a.group().ptr(), b.group().ptr()) && sameFlags(a, b) && queued(a) == queued(b);
+         sameGroups(a.group().ptr(), b.group().ptr()) && samePointerCollections(a, dirA, b, dirB) && sameFlags(a, b) &&
+         queued(a) == queued(b);
 }
 
 }  // namespace

@@ -25,6 +25,9 @@ void referencesAcross(Kel::Dir& dir, std::size_t n);
 // n pointers at n entities that the walk reaches later.
 void earlyReferences(Kel::Dir& dir, std::size_t n);
 void earlyReferencesAcross(Kel::Dir& dir, std::size_t n);
+// One collection of n pointers, or keyed by n pointers, at n entities; with `early`, the walk reaches these later.
+Fill pointersByKey(bool early);
+Fill pointerKeys(bool early);
 // n members of one collection. With `replaced`, every so many-th has another key.
 enum class Members { hashed, sorted, values };
 Fill members(Members kind, std::size_t replaced = 0);

@@ -191,6 +191,16 @@ std::vector<Scenario> const& scenarios() {
       {"deferred_equal", compare(earlyReferences)},
       {"deferred_across_copy", empty(earlyReferencesAcross)},
       {"deferred_across_noop", noop(earlyReferencesAcross)},
+      {"pointers_copy", empty(pointersByKey(false))},
+      {"pointers_noop", noop(pointersByKey(false))},
+      {"pointers_equal", compare(pointersByKey(false))},
+      {"pointers_deferred_copy", empty(pointersByKey(true))},
+      {"pointers_deferred_noop", noop(pointersByKey(true))},
+      {"pointer_keys_copy", empty(pointerKeys(false))},
+      {"pointer_keys_noop", noop(pointerKeys(false))},
+      {"pointer_keys_equal", compare(pointerKeys(false))},
+      {"pointer_keys_deferred_copy", empty(pointerKeys(true))},
+      {"pointer_keys_deferred_noop", noop(pointerKeys(true))},
       {"queue_values_edited", onto(numbers(true), numbers(false))},
       {"queue_values_equal", compare(numbers(false))},
       {"queue_entities_edited", onto(jobs(true), jobs(false))},
@@ -224,7 +234,8 @@ struct Settings {
   double budget = 0.2;
 };
 
-// One figure, by a child process: ns an element; empty when the time is up. Raises runtime_error when the check failed.
+// One figure, by a child process: ns of processor time an element; empty when the time is up. Raises runtime_error when
+// the check failed.
 std::optional<double> measureApart(Scenario const& scenario, std::size_t n, Settings const& settings) {
   int ends[2];
   if (pipe(ends) != 0) throw std::runtime_error("no pipe");
@@ -235,7 +246,7 @@ std::optional<double> measureApart(Scenario const& scenario, std::size_t n, Sett
     alarm(settings.limit);
     keepFreedMemory();
     std::optional<Timing> const timing = measure(scenario.make(n), settings.budget, 1);
-    double const median = timing ? timing->median / static_cast<double>(n) : -1;
+    double const median = timing ? timing->cpuMedian / static_cast<double>(n) : -1;
     bool const told = write(ends[1], &median, sizeof median) == sizeof median;
     _exit(told ? 0 : 1);
   }
@@ -252,7 +263,7 @@ std::optional<double> measureApart(Scenario const& scenario, std::size_t n, Sett
 
 // Prints one row; answers whether all checks held.
 bool report(Scenario const& scenario, Settings const& settings) {
-  std::printf("%-24s", scenario.name);
+  std::printf("%-28s", scenario.name);
   std::optional<double> begin;
   for (std::size_t const n : settings.sizes) {
     std::optional<double> figure;
@@ -279,7 +290,7 @@ bool report(Scenario const& scenario, Settings const& settings) {
 }
 
 int run(Settings const& settings) {
-  std::printf("%-24s", "ns an element, n =");
+  std::printf("%-28s", "ns an element, n =");
   for (std::size_t const n : settings.sizes) std::printf(" %12zu", n);
   std::printf("\n");
   bool good = true;
