@@ -132,7 +132,7 @@ bool report(std::string const& path, double budget) {
         std::printf(" FAILED: %s\n", operation.name.c_str());
         return false;
       }
-      std::printf(" %9.1f", timing->median / static_cast<double>(file.leaves()));
+      std::printf(" %9.1f", timing->cpuMedian / static_cast<double>(file.leaves()));
     }
     std::printf("\n");
     return true;
