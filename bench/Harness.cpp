@@ -55,7 +55,34 @@ std::size_t statusBytes(std::string const& key) {
 
 }  // namespace
 
-Harness::Harness(std::string program, int argc, char** argv) : program_(std::move(program)) {
+void keepFreedMemory() {
+  mallopt(M_TRIM_THRESHOLD, 0x7fffffff);
+  mallopt(M_MMAP_THRESHOLD, 0x7fffffff);
+  mallopt(M_TOP_PAD, 64 << 20);
+}
+
+std::optional<Timing> measure(Operation const& operation, double budgetSeconds, std::size_t minRepetitions) {
+  constexpr double long_ = 2e9;  // an operation this long is timed once, cold
+  std::vector<double> wall, cpu;
+  double total = 0;
+  for (bool first = true;; first = false) {
+    call(operation.prepare);
+    Sample const sample = timed(operation.run);
+    bool const failed = first && operation.check && !operation.check();
+    call(operation.finish);
+    if (failed) return std::nullopt;
+    if (first && sample.wall <= long_) continue;
+    wall.push_back(sample.wall);
+    cpu.push_back(sample.cpu);
+    total += sample.wall;
+    if (first || (wall.size() >= minRepetitions && total > budgetSeconds * 1e9)) break;
+  }
+  auto const [low, high] = std::minmax_element(wall.begin(), wall.end());
+  return Timing{median(wall), *low, *high, wall.size(), median(cpu)};
+}
+
+Harness::Harness(std::string program, std::vector<std::string> const& configurations, int argc, char** argv)
+    : program_(std::move(program)) {
   CLI::App app("Measures copies and comparisons of a generated configuration");
   app.add_option("--n", n_, "ports");
   app.add_option("--budget", budget_, "seconds an operation, at least");
@@ -63,17 +90,16 @@ Harness::Harness(std::string program, int argc, char** argv) : program_(std::mov
   app.add_option("--op", op_, "only this operation");
   app.add_option("--mode", mode_, "time or mem")->check(CLI::IsMember({"time", "mem"}));
   app.add_flag("--list", list_, "the names of the operations");
+  if (!configurations.empty())
+    app.add_option("--with", with_, "another configuration; may be repeated")->check(CLI::IsMember(configurations));
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& e) {
     std::exit(app.exit(e) == 0 ? 0 : 2);
   }
-  if (mode_ == "time") {
-    // Freed memory stays in the process: warm repetitions measure the code, not the kernel's page faults.
-    mallopt(M_TRIM_THRESHOLD, 0x7fffffff);
-    mallopt(M_MMAP_THRESHOLD, 0x7fffffff);
-    mallopt(M_TOP_PAD, 64 << 20);
-  }
+  for (std::string const& configuration : configurations)
+    if (with(configuration)) program_ += "+" + configuration;
+  if (mode_ == "time") keepFreedMemory();
 }
 
 int Harness::main() {
@@ -93,27 +119,13 @@ int Harness::main() {
 }
 
 int Harness::time(Operation const& operation) const {
-  constexpr double long_ = 2e9;  // an operation this long is timed once, cold
-  std::vector<double> wall, cpu;
-  double total = 0;
-  for (bool first = true;; first = false) {
-    call(operation.prepare);
-    Sample const sample = timed(operation.run);
-    if (first && operation.check && !operation.check()) {
-      std::printf("FAILED %s %s %zu check\n", program_.c_str(), operation.name.c_str(), n_);
-      call(operation.finish);
-      return 1;
-    }
-    call(operation.finish);
-    if (first && sample.wall <= long_) continue;
-    wall.push_back(sample.wall);
-    cpu.push_back(sample.cpu);
-    total += sample.wall;
-    if (first || (wall.size() >= minReps_ && total > budget_ * 1e9)) break;
+  std::optional<Timing> const timing = measure(operation, budget_, minReps_);
+  if (!timing) {
+    std::printf("FAILED %s %s %zu check\n", program_.c_str(), operation.name.c_str(), n_);
+    return 1;
   }
-  auto const [low, high] = std::minmax_element(wall.begin(), wall.end());
-  std::printf("RESULT %s %s %zu %.0f %.0f %.0f %zu %.0f\n", program_.c_str(), operation.name.c_str(), n_, median(wall),
-              *low, *high, wall.size(), median(cpu));
+  std::printf("RESULT %s %s %zu %.0f %.0f %.0f %zu %.0f\n", program_.c_str(), operation.name.c_str(), n_,
+              timing->median, timing->min, timing->max, timing->repetitions, timing->cpuMedian);
   return 0;
 }
 

@@ -2,70 +2,52 @@
 // handler, a copy root and an edit log.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <map>
 #include <memory>
 
-#include "CliSession/CliSession.h"
 #include "Harness.h"
+#include "Manager.h"
 #include "PortsData.h"
 
 namespace Bench {
 namespace {
 
-using namespace Cli::Session;
-
-// The trees, each a directory with the session root "ports" in it, made when first asked for.
+// The trees, each a directory of its own, made when first asked for.
 class Trees {
  public:
-  explicit Trees(std::size_t ports) : ports_(ports), changes_(ports) {
-    status_->initialize();
-    status_->rootIs("ports", true);
-    Zuk::PrefixTrieState::Ptr const state = Zuk::prefixTrieStateFactory();
-    state->pTypenameIs("Bench::Ports");
-    status_->rootTrie()->prefixIs("ports", state);
-  }
+  Trees(Layout layout, std::size_t ports)
+      : layout_(layout), ports_(ports), changes_(layout, ports), manager_(sessionRoots(layout)) {}
 
+  Manager& manager() { return manager_; }
   ChangeSet const& changes() const { return changes_; }
 
   Kel::Dir& generated(Kel::Name const& name, bool variant) {
-    if (!top_->entry(name)) fillPorts(*root(empty(name)), ports_, variant ? &changes_ : nullptr);
-    return *dir(name);
+    if (!manager_.dir(name)) fillPorts(empty(name), layout_, ports_, variant ? &changes_ : nullptr);
+    return *manager_.dir(name);
   }
   // A copy of another tree: it shares its strings.
   Kel::Dir& copyOf(Kel::Name const& name, Kel::Dir& src) {
-    if (!top_->entry(name)) copy(src, empty(name));
-    return *dir(name);
+    if (!manager_.dir(name)) copy(src, empty(name));
+    return *manager_.dir(name);
   }
-  Kel::Dir& empty(Kel::Name const& name) {
-    top_->entryDel(name);
-    Kel::Dir::Ptr const made(new Kel::Dir(name, top_.ptr()));
-    made->newEntity("Bench::Ports", "ports");
-    return *made;
-  }
-  void remove(Kel::Name const& name) { top_->entryDel(name); }
-  Kel::Dir::Ptr dir(Kel::Name const& name) { return Kel::ptrCast<Kel::Dir>(top_->entityRef(name)); }
-  Ports::Ptr root(Kel::Dir& of) { return Kel::ptrCast<Ports>(of.entityRef("ports")); }
-  bool same(Kel::Dir& a, Kel::Dir& b) { return samePorts(*root(a), *root(b)); }
+  Kel::Dir& empty(Kel::Name const& name) { return manager_.makeRoots(name); }
+  void remove(Kel::Name const& name) { manager_.removeDir(name); }
+  Kel::Dir::Ptr dir(Kel::Name const& name) { return manager_.dir(name); }
+  bool same(Kel::Dir& a, Kel::Dir& b) { return samePorts(a, b, layout_); }
 
-  // One run; answers the log.
+  std::string edit(Kel::Dir& dir, std::size_t port, std::size_t serial) { return editPort(dir, layout_, port, serial); }
+
   AttributeEditLog::Ptr copy(Kel::Dir& src, Kel::Dir& dest, bool compare = false) {
-    EntityCopy::Ptr const ec = entityCopyFactory();
-    EntityCopyGlobalSessionHandler::Ptr const handler = entityCopyGlobalSessionHandlerFactory();
-    handler->sessionStatusIs(status_);
-    ec->handlerIs(handler);
-    ec->attributeEditLogIs(attributeEditLogFactory());
-    ec->stopAtFirstDiffIs(compare);
-    ec->srcCopyRootIs(root(src), true);
-    ec->srcIs(Kel::Dir::Ptr(&src));
-    ec->destIs(Kel::Dir::Ptr(&dest));
-    return ec->attributeEditLog();
+    return manager_.copy(src, dest, compare);
   }
 
  private:
+  Layout layout_;
   std::size_t ports_;
   ChangeSet changes_;
-  Kel::Dir::Ptr top_ = Kel::dirFactory("");
-  Status::Ptr status_ = statusFactory("status");
+  Manager manager_;
 };
 
 // The edits that a log holds. Those of members are counted at their owner, where the count wraps: only for changes of
@@ -118,7 +100,7 @@ void addOperations(Harness& harness, Trees& trees) {
            *toVariant = !*toVariant;
          },
          [&trees, log, src, dest] { *log = trees.copy(src(), dest()); }, dropLog,
-         [&trees, log, src, dest] { return trees.same(src(), dest()) && edits(**log) == trees.changes().size(); }});
+         [&trees, log, src, dest] { return trees.same(src(), dest()) && edits(**log) == trees.changes().edits(); }});
   };
   auto const work = [&trees]() -> Kel::Dir& { return trees.generated("work", false); };
   auto const sharedVariant = [&trees, a, b]() -> Kel::Dir& {
@@ -139,13 +121,110 @@ void addOperations(Harness& harness, Trees& trees) {
       {"free", [&trees, a] { trees.copy(a(), trees.empty("dest")); }, [&trees] { trees.remove("dest"); }, {}, {}});
 }
 
+// --- Few edits between trees that a copy made equal ---
+
+// Trees that stay equal but for the edits that `edit` makes.
+class EditedTrees {
+ public:
+  EditedTrees(Trees& trees, std::size_t ports) : trees_(trees), ports_(ports) {}
+
+  Kel::Dir& src() { return trees_.generated("edited", false); }
+  Kel::Dir& dest() { return trees_.copyOf("editedCopy", src()); }
+
+  // One port late in the walk, which a comparison reaches only when it has walked the most of it.
+  void editOne() {
+    std::size_t const late = std::max<std::size_t>(ports_ / 10, 1);
+    expected_.clear();
+    edit(ports_ - 1 - serial_ * 7919 % late);
+  }
+  // That many ports, spread evenly.
+  void editMany(std::size_t count) {
+    expected_.clear();
+    for (std::size_t i = 0; i < count; ++i) edit(i * ports_ / count);
+    ++serial_;  // so that every port gets another kind of edit the next time
+  }
+  bool isExactly(AttributeEditLog const& log) const { return editsOf(log) == expected_; }
+
+ private:
+  void edit(std::size_t port) { ++expected_[trees_.edit(src(), port, serial_++)]; }
+
+  Trees& trees_;
+  std::size_t ports_;
+  std::size_t serial_ = 0;
+  std::map<std::string, unsigned> expected_;  // the edits since the last copy
+};
+
+void addEditOperations(Harness& harness, Trees& trees) {
+  auto const edited = std::make_shared<EditedTrees>(trees, harness.n());
+  auto const log = std::make_shared<AttributeEditLog::Ptr>();
+  auto const dropLog = [log] { *log = nullptr; };
+  auto const copy = [&trees, edited, log] { *log = trees.copy(edited->src(), edited->dest()); };
+  auto const copied = [&trees, edited, log] {
+    return edited->isExactly(**log) && trees.same(edited->src(), edited->dest());
+  };
+
+  harness.add({"copy_one",
+               [edited] {
+                 edited->dest();
+                 edited->editOne();
+               },
+               copy, dropLog, copied});
+  harness.add({"copy_thousand",
+               [edited, count = std::min<std::size_t>(harness.n(), 1000)] {
+                 edited->dest();
+                 edited->editMany(count);
+               },
+               copy, dropLog, copied});
+  harness.add({"equal_one",
+               [edited] {
+                 edited->dest();
+                 edited->editOne();
+               },
+               [&trees, edited, log] { *log = trees.copy(edited->src(), edited->dest(), true); },
+               [copy, dropLog] {
+                 copy();
+                 dropLog();
+               },
+               // The comparison has changed nothing; the copy that follows makes the same edit.
+               [&trees, edited, log, copy, copied] {
+                 bool const found = edited->isExactly(**log) && !trees.same(edited->src(), edited->dest());
+                 copy();
+                 return found && copied();
+               }});
+
+  Manager& manager = trees.manager();
+  harness.add({"replace_one",
+               [&manager, edited] {
+                 if (!manager.hasSession("s1")) {
+                   manager.makeSession("s1");
+                   manager.replace(edited->src(), "s1");
+                 }
+                 manager.sessionLog("s1").attributeEditEntryDelAll();
+                 edited->editOne();
+               },
+               [&manager, edited] { manager.replace(edited->src(), "s1"); },
+               {},
+               [&manager, &trees, edited] {
+                 return edited->isExactly(manager.sessionLog("s1")) &&
+                        trees.same(edited->src(), manager.sessionDir("s1")) &&
+                        trees.same(edited->src(), manager.ancestorDir("s1"));
+               }});
+}
+
 }  // namespace
 }  // namespace Bench
 
 int main(int argc, char** argv) {
-  Bench::Harness harness("libCliSession", argc, argv);
-  Bench::Trees trees(harness.n());
-  Bench::addOperations(harness, trees);
+  using namespace Bench;
+  Harness harness("libCliSession", {"bypass", "debug", "type-handler", "cross-roots"}, argc, argv);
+  Trees trees(harness.with("cross-roots") ? Layout::crossRoots : Layout::oneRoot, harness.n());
+  if (harness.with("bypass")) trees.manager().bypassDefaults();
+  // Of a type that no tree here holds, so that it never matches.
+  if (harness.with("debug"))
+    trees.manager().debugIs(AttributeEdit("maxOpenSessions", "Cli::Session::CliConfig", AttributeEditType::set_));
+  if (harness.with("type-handler")) trees.manager().handlerIs("Bench::Vlan");
+  addOperations(harness, trees);
+  addEditOperations(harness, trees);
   int const status = harness.main();
   std::fflush(stdout);
   _exit(status);  // the big trees need not be taken down
