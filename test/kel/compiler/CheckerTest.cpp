@@ -119,14 +119,6 @@ TEST(Limits, Identifiers) {
   EXPECT_EQ(firstError("namespace N; enum " + std::string(256, 'x') + "{a}"), "identifier longer than 255 characters");
 }
 
-TEST(Positions, AreThoseOfTheOffendingToken) {
-  TemporaryDir const dir;
-  fs::path const path = dir.write("Model.kel", "namespace N;\r\n\tvalue V { a : Nothing; }\n");
-  std::ostringstream out;
-  Compiled(path).diagnostics.print(out);
-  EXPECT_EQ(out.str(), path.string() + ":2:16: error: unknown type 'Nothing'\n");
-}
-
 TEST(Robustness, SurvivesLongRuns) {
   for (std::string const piece :
        {"{", "(", "[", "a:", "::", "value V{a:", "entity E(", "\"", "/*", "-", "ref ", "\xff"}) {

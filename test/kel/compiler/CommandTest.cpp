@@ -66,7 +66,11 @@ TEST_F(Command, LeavesNothingBehindAfterAnError) {
   EXPECT_EQ(run("--depfile A.d A.kel"), 1);
   EXPECT_EQ(printed,
             "A.kel:1:26: error: 'a' is declared already\n"
-            "A.kel:1:23: note: the earlier enumerator\n");
+            "    namespace N; enum E { a, a }\n"
+            "                             ^\n"
+            "A.kel:1:23: note: the earlier enumerator\n"
+            "    namespace N; enum E { a, a }\n"
+            "                          ^\n");
   EXPECT_EQ(files(), 1u);
 }
 
