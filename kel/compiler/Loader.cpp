@@ -53,6 +53,7 @@ class Loader {
     for (Import& import : model->imports) {
       stack_.push_back({id, import.loc});
       import.model = follow(import);
+      if (!import.model) model->incomplete = true;
       stack_.pop_back();
     }
     known_[id] = model.get();
@@ -77,12 +78,10 @@ class Loader {
     return set_.files.emplace_back(std::move(file)).get();
   }
 
-  // A file with a token that is none is not parsed: what the parser would say of the rest is noise.
   std::unique_ptr<Model> front(SourceFile const& file) {
     Diagnostics found;
     std::vector<Token> const tokens = lex(file, found);
-    std::unique_ptr<Model> model = found.empty() ? parse(tokens, found) : std::make_unique<Model>();
-    model->file = &file;
+    std::unique_ptr<Model> model = parse(tokens, found);
     diagnostics_.add(found);
     return model;
   }

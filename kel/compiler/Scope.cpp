@@ -131,6 +131,11 @@ Decl const* Scope::findFull(Model const& model, std::string const& qualified) co
   return nullptr;
 }
 
+bool Scope::isComplete(Model const& model) const {
+  std::set<Model const*> const& visible = visible_.at(&model);
+  return std::none_of(visible.begin(), visible.end(), [](Model const* m) { return m->incomplete; });
+}
+
 Decl const* Scope::find(Model const& model, std::string const& name) const {
   std::string scope = model.nameSpace.text;
   while (true) {

@@ -25,6 +25,9 @@ class Scope {
   // its imports declare. Null when it means nothing.
   Decl const* find(Model const& model, std::string const& name) const;
 
+  // Whether all that the model and its imports declare could be read. Otherwise a name that is not found may be right.
+  bool isComplete(Model const& model) const;
+
  private:
   // Who took a full name.
   struct Taken {

@@ -36,7 +36,7 @@ class ValueRules {
 
   void check(ValueDecl const& decl) const {
     checkTraits(decl);
-    if (decl.rep && decl.fields.size() != 1) {
+    if (decl.rep && !decl.incomplete && decl.fields.size() != 1) {
       diagnostics_.error(decl.name.loc, "a 'rep value' has exactly one field");
     }
     std::map<std::string, Loc> seen;
@@ -74,7 +74,7 @@ class ValueRules {
         bool const same = twin->name.text == e.name.text;
         std::string const why = same ? " is declared already" : " prints as " + inQuotes(twin->name.text) + " does";
         diagnostics_.error(e.name.loc, name + why, {{twin->name.loc, "the earlier enumerator"}});
-      } else if (equal != &e) {
+      } else if (equal != &e && !decl.incomplete) {
         diagnostics_.error(e.name.loc, name + " has the value of " + inQuotes(equal->name.text),
                            {{equal->name.loc, "the earlier enumerator"}});
       }
@@ -152,7 +152,7 @@ class ValueRules {
   // What the value type does with its content, the field's type has to be able to do.
   void checkFieldTraits(ValueDecl const& decl, Field const& field) const {
     ValueDecl const* const value = valueDecl(field.shape.target);
-    if (!value) return;
+    if (!value || value->incomplete || decl.incomplete) return;
     auto const refuse = [&](char const* missing) {
       diagnostics_.error(field.shape.target.name.loc, inQuotes(value->name.text) + missing,
                          {{value->name.loc, inQuotes(value->name.text) + " is declared here"}});

@@ -78,7 +78,8 @@ void TypeRules::resolve(Model const& model, TypeRef& type) const {
   type.builtin = builtinOf(type.name.text);
   if (type.builtin == Builtin::none) {
     type.decl = scope_.find(model, type.name.text);
-    if (!type.decl) diagnostics_.error(type.name.loc, "unknown type " + inQuotes(type.name.text));
+    if (!type.decl && scope_.isComplete(model))
+      diagnostics_.error(type.name.loc, "unknown type " + inQuotes(type.name.text));
   }
   for (TypeRef& arg : type.args) resolve(model, arg);
 }
@@ -148,7 +149,7 @@ bool TypeRules::checkKey(Shape& shape) const {
 
 bool TypeRules::checkKeyType(TypeRef const& type, bool ordered, Loc loc) const {
   ValueDecl const* const value = valueDecl(type);
-  if (!value) return true;
+  if (!value || value->incomplete) return true;
   char const* missing = nullptr;
   if (value->has(Trait::Kind::noCompare)) {
     missing = "is 'noCompare'";
@@ -169,6 +170,7 @@ bool TypeRules::checkFieldKey(Shape& shape) const {
     return false;
   }
   Field const* const field = value->field(key.field.text);
+  if (!field && value->incomplete) return false;
   if (!field) {
     diagnostics_.error(key.field.loc, inQuotes(shape.target.name.text) + " has no field " + inQuotes(key.field.text),
                        declaredHere(*value));
@@ -227,6 +229,7 @@ void TypeRules::checkEnumerator(Literal const& literal, EnumDecl const& decl) co
     for (Enumerator const& e : decl.enumerators) {
       if (e.name.text == literal.text) return;
     }
+    if (decl.incomplete) return;
   }
   std::string const text = literal.text.empty() ? "this" : inQuotes(literal.text);
   diagnostics_.error(literal.loc, text + " is no enumerator of " + inQuotes(decl.name.text), declaredHere(decl));
