@@ -59,7 +59,9 @@ std::string wordAt(Loc const& loc) {
   return text.size() > 1 && text.back() == ':' ? text.substr(0, text.size() - 1) : text;
 }
 
-std::string message(Loc const& loc, std::string const& severity, std::string const& text) {
+std::string message(Loc const& loc, std::string const& severity, std::string text) {
+  std::string const here = dataDir().string() + "/";
+  for (std::size_t at = 0; (at = text.find(here)) != std::string::npos;) text.erase(at, here.size());
   std::string const word = wordAt(loc);
   bool const quoted = text.find("'" + word + "'") != std::string::npos;
   return line(loc.file->path, loc.line, severity + (quoted ? "" : " at " + word) + ": " + text);
