@@ -3,6 +3,7 @@
 #include <set>
 
 #include "compiler/Names.h"
+#include "compiler/Suggest.h"
 
 namespace kelc {
 
@@ -77,7 +78,10 @@ void EntityRules::resolveBase(Model const& model, EntityDecl& entity) const {
     entity.baseUnknown = true;
     return;
   }
-  if (!decl) return refuse(" is unknown");
+  if (!decl) {
+    entity.baseUnknown = true;
+    return types_.refuseUnknown(model, name, "base", true);
+  }
   if (decl->kind == Decl::Kind::external) return refuse(" is only 'extern', and cannot be derived from");
   if (decl->kind != Decl::Kind::entity) return refuse(" is not an entity");
   if (!decl->model) {
@@ -325,7 +329,8 @@ void EntityRules::checkOnChange(EntityDecl const& entity, Ident const& name) con
   Member const* const found = find(&entity, &Members::accessors, name.text);
   if (!found && !entity.membersKnown()) return;
   if (!found || !found->operation) {
-    diagnostics_.error(name.loc, inQuotes(entity.name.text) + " has no operation " + inQuotes(name.text));
+    diagnostics_.error(name.loc, inQuotes(entity.name.text) + " has no operation " + inQuotes(name.text) +
+                                     didYouMean(nearestOperation(&entity, name.text)));
   } else if (!found->operation->params.empty()) {
     diagnostics_.error(name.loc, "the operation of 'onChange' has no arguments",
                        {{found->loc, inQuotes(name.text) + " is declared here"}});
@@ -355,7 +360,8 @@ void EntityRules::checkOverride(EntityDecl const& entity, Operation const& op) c
   std::string const name = inQuotes(op.name.text);
   if (!found && !(entity.base ? entity.base->membersKnown() : !entity.baseUnknown)) return;
   if (!base) {
-    diagnostics_.error(op.name.loc, name + " overrides nothing");
+    diagnostics_.error(op.name.loc,
+                       name + " overrides nothing" + didYouMean(nearestOperation(entity.base, op.name.text)));
   } else if (base->binding == Operation::Binding::plain) {
     diagnostics_.error(op.name.loc, name + " overrides an operation that is not virtual",
                        {{found->loc, "the operation of the base"}});
@@ -375,6 +381,15 @@ EntityRules::Member const* EntityRules::find(EntityDecl const* entity, NameTable
     if (found != (members->second.*table).end()) return &found->second;
   }
   return nullptr;
+}
+
+// The operation of an entity or one of its bases with the name nearest to a wrong one; empty when there is none.
+std::string EntityRules::nearestOperation(EntityDecl const* entity, std::string const& name) const {
+  Nearest nearest(name);
+  for (; entity; entity = entity->base) {
+    for (Operation const& op : entity->operations) nearest.consider(op.name.text);
+  }
+  return nearest.best();
 }
 
 void EntityRules::enterAttribute(EntityDecl const& entity, Attribute const& attribute) {

@@ -130,15 +130,16 @@ std::size_t editDistance(std::string_view a, std::string_view b, std::size_t lim
 
 Nearest::Nearest(std::string_view wrong) : wrong_(wrong), limit_((wrong.size() + 1) / 3) {}
 
-void Nearest::consider(std::string_view compared, std::string_view suggested) {
-  if (found_ && limit_ == 0) return;
+bool Nearest::consider(std::string_view compared, std::string_view suggested) {
+  if (isExact()) return false;
   std::size_t const limit = found_ ? limit_ - 1 : limit_;
   std::size_t const distance = editDistance(wrong_, compared, limit);
   // A name of which nothing would be left was not meant.
-  if (distance > limit || distance >= std::min(wrong_.size(), compared.size())) return;
+  if (distance > limit || distance >= std::min(wrong_.size(), compared.size())) return false;
   found_ = true;
   limit_ = distance;
   best_ = suggested;
+  return true;
 }
 
 std::string didYouMean(std::string const& best) { return best.empty() ? "" : "; did you mean '" + best + "'?"; }

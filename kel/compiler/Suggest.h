@@ -17,12 +17,14 @@ class Nearest {
  public:
   explicit Nearest(std::string_view wrong);
 
-  // `compared` is measured against the wrong name, `suggested` is what to write.
-  void consider(std::string_view compared, std::string_view suggested);
-  void consider(std::string_view candidate) { consider(candidate, candidate); }
+  // `compared` is measured against the wrong name, `suggested` is what to write. True when it is the nearest so far.
+  bool consider(std::string_view compared, std::string_view suggested);
+  bool consider(std::string_view candidate) { return consider(candidate, candidate); }
 
   // Empty when no candidate is near.
   std::string const& best() const { return best_; }
+  // Whether the best differs in case only.
+  bool isExact() const { return found_ && limit_ == 0; }
 
  private:
   std::string_view wrong_;

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "compiler/Names.h"
+#include "compiler/Suggest.h"
 
 namespace kelc {
 
@@ -78,10 +79,24 @@ void TypeRules::resolve(Model const& model, TypeRef& type) const {
   type.builtin = builtinOf(type.name.text);
   if (type.builtin == Builtin::none) {
     type.decl = scope_.find(model, type.name.text);
-    if (!type.decl && scope_.isComplete(model))
-      diagnostics_.error(type.name.loc, "unknown type " + inQuotes(type.name.text));
+    if (!type.decl && scope_.isComplete(model)) refuseUnknown(model, type.name, "type", type.isRef);
   }
   for (TypeRef& arg : type.args) resolve(model, arg);
+}
+
+void TypeRules::refuseUnknown(Model const& model, QName const& name, std::string const& what, bool target) const {
+  std::string const text = "unknown " + what + " " + inQuotes(name.text);
+  Decl const* const hidden = scope_.findNotImported(model, name.text);
+  if (hidden) {
+    std::string const note = inQuotes(hidden->name.text) + " is declared here, in a model that is not imported";
+    return diagnostics_.error(name.loc, text, {{hidden->name.loc, note}});
+  }
+  std::vector<std::string_view> const builtins = target ? std::vector<std::string_view>() : builtinNames();
+  std::string const near = scope_.nearest(model, name.text, target, builtins), hint = hintOfHabit(name.text);
+  std::string const habit = target ? "" : typeOfHabit(name.text);
+  bool const exact = !near.empty() && editDistance(near, name.text, 0) == 0;
+  if (!exact && !hint.empty()) return diagnostics_.error(name.loc, text + hint);
+  diagnostics_.error(name.loc, text + didYouMean(exact || habit.empty() ? near : habit));
 }
 
 void TypeRules::resolve(Model const& model, Shape& shape) const {
@@ -172,8 +187,12 @@ bool TypeRules::checkFieldKey(Shape& shape) const {
   Field const* const field = value->field(key.field.text);
   if (!field && value->incomplete) return false;
   if (!field) {
-    diagnostics_.error(key.field.loc, inQuotes(shape.target.name.text) + " has no field " + inQuotes(key.field.text),
-                       declaredHere(*value));
+    Nearest nearest(key.field.text);
+    for (Field const& f : value->fields) nearest.consider(f.name.text);
+    diagnostics_.error(
+        key.field.loc,
+        inQuotes(shape.target.name.text) + " has no field " + inQuotes(key.field.text) + didYouMean(nearest.best()),
+        declaredHere(*value));
     return false;
   }
   key.type = field->shape.target;
@@ -225,14 +244,22 @@ void TypeRules::checkCharacter(Literal const& literal) const {
 }
 
 void TypeRules::checkEnumerator(Literal const& literal, EnumDecl const& decl) const {
-  if (literal.kind == Literal::Kind::word && !literal.negative) {
-    for (Enumerator const& e : decl.enumerators) {
-      if (e.name.text == literal.text) return;
-    }
-    if (decl.incomplete) return;
+  std::string const name = inQuotes(decl.name.text);
+  if (literal.kind != Literal::Kind::word || literal.negative) {
+    return diagnostics_.error(literal.loc, "expected an enumerator of " + name, declaredHere(decl));
   }
-  std::string const text = literal.text.empty() ? "this" : inQuotes(literal.text);
-  diagnostics_.error(literal.loc, text + " is no enumerator of " + inQuotes(decl.name.text), declaredHere(decl));
+  // What is written as in C++ is suggested without its qualification.
+  Nearest nearest(literal.text), last(std::string_view(literal.text).substr(literal.text.rfind(':') + 1));
+  for (Enumerator const& e : decl.enumerators) {
+    if (e.name.text == literal.text) return;
+    nearest.consider(e.name.text);
+    last.consider(e.name.text);
+  }
+  if (decl.incomplete) return;
+  diagnostics_.error(literal.loc,
+                     name + " has no enumerator " + inQuotes(literal.text) +
+                         didYouMean(nearest.best().empty() ? last.best() : nearest.best()),
+                     declaredHere(decl));
 }
 
 }  // namespace kelc
