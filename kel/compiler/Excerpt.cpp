@@ -110,13 +110,20 @@ std::string_view lineOf(Loc const& loc) {
   return text;
 }
 
-// How many bytes the caret underlines: a word, or one character.
+bool isWord(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'; }
+
+// How many bytes the caret underlines: a string, a number, a qualified name, or one character.
 std::size_t lengthOfWord(std::string_view text) {
-  auto const isWord = [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-  };
-  std::size_t length = 0;
-  while (length < text.size() && isWord(text[length])) ++length;
+  std::size_t const quote = text.find('"', 1);
+  if (text.substr(0, 1) == "\"") return quote == std::string_view::npos ? 1 : quote + 1;
+  std::size_t length = text.substr(0, 1) == "-" ? 1 : 0;
+  bool const number = length < text.size() && text[length] >= '0' && text[length] <= '9';
+  while (length < text.size()) {
+    bool const separator = length > 0 && length + 2 < text.size() && text.substr(length, 2) == "::";
+    bool const qualified = separator && isWord(text[length + 2]);
+    if (!isWord(text[length]) && !qualified && !(number && text[length] == '.')) break;
+    length += qualified ? 2 : 1;
+  }
   return std::max<std::size_t>(length, 1);
 }
 

@@ -142,20 +142,21 @@ class Lexer {
     Token& token = add(Token::Kind::integer, loc, start);
     char const* const end = digits.data() + digits.size();
     auto const [stop, error] = std::from_chars(digits.data(), end, token.integer, base);
-    checkNumber(token, error, stop == end, "integer");
+    checkNumber(token, error, stop == end, "the largest integer is 18446744073709551615");
   }
 
   void addFloating(Loc loc, std::size_t start, std::string_view text) {
     Token& token = add(Token::Kind::floating, loc, start);
     char const* const end = text.data() + text.size();
     auto const [stop, error] = std::from_chars(text.data(), end, token.floating);
-    checkNumber(token, error, stop == end, "number");
+    checkNumber(token, error, stop == end, "the numbers of F64 go from 4.9e-324 to 1.7976931348623157e+308");
   }
 
-  void checkNumber(Token& token, std::errc error, bool whole, char const* what) {
+  void checkNumber(Token& token, std::errc error, bool whole, char const* limits) {
     if (error == std::errc() && whole) return;
     bool const range = error == std::errc::result_out_of_range && whole;
-    diagnostics_.error(token.loc, range ? std::string(what) + " out of range" : "malformed number");
+    std::string const text(token.text.substr(0, 40));
+    diagnostics_.error(token.loc, range ? text + " is out of range: " + limits : "malformed number " + inQuotes(text));
     token.kind = Token::Kind::unknown;
   }
 

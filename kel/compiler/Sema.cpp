@@ -26,7 +26,8 @@ class ValueRules {
       e.value = next;
       if (e.init) fits = enumeratorValue(*e.init, e.value);
       if (!e.init && fits && next > std::numeric_limits<std::int32_t>::max()) {
-        diagnostics_.error(e.name.loc, "the value of " + inQuotes(e.name.text) + " is out of range for S32");
+        diagnostics_.error(e.name.loc, "the value of " + inQuotes(e.name.text) + ", " + std::to_string(next) +
+                                           ", is out of range for " + withRange(Builtin::s32));
         fits = false;
       }
       next = e.value + 1;
@@ -48,17 +49,14 @@ class ValueRules {
 
  private:
   bool enumeratorValue(Literal const& init, std::int64_t& value) const {
-    std::uint64_t const limit = init.negative ? 0x80000000 : 0x7fffffff;
     if (init.kind != Literal::Kind::integer) {
-      diagnostics_.error(init.loc, "the value of an enumerator is an integer");
-    } else if (init.magnitude > limit) {
-      diagnostics_.error(init.loc, "out of range for S32");
-    } else {
-      auto const magnitude = static_cast<std::int64_t>(init.magnitude);
-      value = init.negative ? -magnitude : magnitude;
-      return true;
+      diagnostics_.error(init.loc, "the value of an enumerator must be an integer");
+      return false;
     }
-    return false;
+    if (!types_.checkRange(init, Builtin::s32)) return false;
+    auto const magnitude = static_cast<std::int64_t>(init.magnitude);
+    value = init.negative ? -magnitude : magnitude;
+    return true;
   }
 
   // Values are read from their text form, so each has to have one of its own.

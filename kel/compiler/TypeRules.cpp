@@ -37,6 +37,8 @@ char const* kindName(Decl const& decl) {
   }
 }
 
+std::string spelled(Literal const& number) { return (number.negative ? "-" : "") + number.written; }
+
 // `Seconds` is a double, too.
 Builtin canonical(Builtin type) { return type == Builtin::seconds ? Builtin::f64 : type; }
 
@@ -50,6 +52,12 @@ std::vector<Note> declaredHere(Decl const& decl) {
 std::string spelled(TypeRef const& type) {
   std::string const prefix = type.isRef ? (type.isConst ? "ref const " : "ref ") : "";
   return prefix + type.name.text;
+}
+
+std::string withRange(Builtin integer) {
+  IntegerRange const range = rangeOf(integer);
+  std::string const lowest = (range.below > 0 ? "-" : "") + std::to_string(range.below);
+  return std::string(builtinName(integer)) + " (" + lowest + ".." + std::to_string(range.above) + ")";
 }
 
 bool isInteger(Builtin type) { return rangeOf(type).above > 0; }
@@ -222,9 +230,14 @@ void TypeRules::checkLiteral(Literal const& literal, TypeRef const& type) const 
 void TypeRules::checkInteger(Literal const& literal, TypeRef const& type) const {
   std::string const name(builtinName(type.builtin));
   if (literal.kind != Literal::Kind::integer) return diagnostics_.error(literal.loc, "expected an integer for " + name);
-  IntegerRange const range = rangeOf(type.builtin);
-  bool const fits = literal.magnitude <= (literal.negative ? range.below : range.above);
-  if (!fits) diagnostics_.error(literal.loc, "out of range for " + name);
+  checkRange(literal, type.builtin);
+}
+
+bool TypeRules::checkRange(Literal const& integer, Builtin type) const {
+  IntegerRange const range = rangeOf(type);
+  if (integer.magnitude <= (integer.negative ? range.below : range.above)) return true;
+  diagnostics_.error(integer.loc, spelled(integer) + " is out of range for " + withRange(type));
+  return false;
 }
 
 void TypeRules::checkFloating(Literal const& literal, TypeRef const& type) const {
@@ -234,13 +247,17 @@ void TypeRules::checkFloating(Literal const& literal, TypeRef const& type) const
   if (!number && !infinite) return diagnostics_.error(literal.loc, "expected a number for " + name);
   bool const fits = type.builtin != Builtin::f32 || literal.kind != Literal::Kind::floating ||
                     std::fabs(literal.floating) <= static_cast<double>(FLT_MAX);
-  if (!fits) diagnostics_.error(literal.loc, "out of range for " + name);
+  if (!fits)
+    diagnostics_.error(literal.loc, spelled(literal) + " is out of range for F32 (-3.4028234e+38..3.4028234e+38)");
 }
 
 void TypeRules::checkCharacter(Literal const& literal) const {
   bool const one = literal.kind == Literal::Kind::string && literal.text.size() == 1;
   bool const code = literal.kind == Literal::Kind::integer && !literal.negative && literal.magnitude < 0x80;
-  if (!one && !code) diagnostics_.error(literal.loc, "a char is a string of one character or a number below 128");
+  if (one || code) return;
+  bool const number = literal.kind == Literal::Kind::integer;
+  diagnostics_.error(literal.loc, number ? spelled(literal) + " is out of range for char (0..127)"
+                                         : "a char must be a string of one character or a number (0..127)");
 }
 
 void TypeRules::checkEnumerator(Literal const& literal, EnumDecl const& decl) const {

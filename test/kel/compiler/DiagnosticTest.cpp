@@ -26,6 +26,10 @@ TEST(Excerpt, ShowsTheLineWithACaretUnderTheName) {
             "            ^~~~~\n");
   EXPECT_EQ(excerptAt("x : U8@\r\ny"), "    x : U8\n          ^\n");
   EXPECT_EQ(excerptAt("@;"), "    ;\n    ^\n");
+  EXPECT_EQ(excerptAt("a : @A::B::;"), "    a : A::B::;\n        ^~~~\n");
+  EXPECT_EQ(excerptAt("a = @-1.5e3;"), "    a = -1.5e3;\n        ^~~~~~\n");
+  EXPECT_EQ(excerptAt("a = @\"b c\";"), "    a = \"b c\";\n        ^~~~~\n");
+  EXPECT_EQ(excerptAt("a @-> \"b"), "    a -> \"b\n      ^\n");
   EXPECT_EQ(excerptAt("a\n  @"), "");
 }
 
