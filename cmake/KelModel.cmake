@@ -2,8 +2,8 @@
 #
 # Compiles a model file with kelc, adds the generated source to TARGET and puts the generated header on its include path
 # as PATH.h. PATH defaults to the model's base name; a model that others import as "Zuk/PathTrie.kel" needs the NAME
-# Zuk/PathTrie. Imports are looked for below the project's source directory and in the include directories of TARGET,
-# those of the libraries that it links included.
+# Zuk/PathTrie. Imports are looked for beside the importing model, below the project's source directory, and in the
+# include directories of TARGET, those of the libraries that it links included.
 #
 # Generated files go to the folder `gen` of the build directory. They are rewritten only when their content changes, and
 # made again when the model, anything that it imports, or kelc itself changes. Two targets may name the same model.

@@ -73,7 +73,21 @@ void checkErrors(kelc::Diagnostics const& diagnostics) {
   }
   std::ostringstream out;
   diagnostics.print(out);
-  FUZZ_LAW(out.str().empty() == diagnostics.empty(), out.str());
+  std::string const printed = out.str();
+  FUZZ_LAW(printed.empty() == diagnostics.empty(), printed);
+  auto const isControl = [](char c) { return c != '\n' && std::iscntrl(static_cast<unsigned char>(c)); };
+  FUZZ_LAW(std::none_of(printed.begin(), printed.end(), isControl), printed);
+}
+
+// What could not be read has been reported.
+void checkComplete(kelc::ModelSet const& set) {
+  auto const whole = [](auto const& decl) { return !decl->incomplete; };
+  for (auto const& model : set.models) {
+    FUZZ_LAW(!model->incomplete, model->file->text);
+    FUZZ_LAW(std::all_of(model->enums.begin(), model->enums.end(), whole), model->file->text);
+    FUZZ_LAW(std::all_of(model->values.begin(), model->values.end(), whole), model->file->text);
+    FUZZ_LAW(std::all_of(model->entities.begin(), model->entities.end(), whole), model->file->text);
+  }
 }
 
 // Whether a model has no mistakes; then `generated` is what is made of it.
@@ -85,9 +99,10 @@ bool compile(fs::path const& model, kelc::Generated& generated) {
     std::string const path = fs::canonical(file->path).string(), in = fs::canonical(folders().in).string();
     FUZZ_LAW(path.compare(0, in.size(), in) == 0, path);
   }
-  if (diagnostics.empty()) kelc::check(set, diagnostics);
+  kelc::check(set, diagnostics);
   checkErrors(diagnostics);
   if (!diagnostics.empty()) return false;
+  checkComplete(set);
   generated = kelc::emit(set);
   kelc::emitStubs(set);
   return true;

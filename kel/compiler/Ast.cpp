@@ -31,4 +31,8 @@ std::vector<Attribute const*> EntityDecl::allParams() const {
   return all;
 }
 
+bool EntityDecl::paramsKnown() const { return !paramsUnknown && !baseUnknown && (!base || base->paramsKnown()); }
+
+bool EntityDecl::membersKnown() const { return !incomplete && !baseUnknown && (!base || base->membersKnown()); }
+
 }  // namespace kelc

@@ -37,7 +37,8 @@ struct Literal {
   bool negative = false;
   std::uint64_t magnitude = 0;
   double floating = 0;
-  std::string text;  // string: its characters; word: `true`, `infinity` or an enumerator
+  std::string written;  // as it stands in the file, without the sign
+  std::string text;     // string: its characters; word: `true`, `infinity` or an enumerator
 };
 
 enum class Builtin { none, boolean, character, u8, u16, u32, u64, s8, s16, s32, s64, f32, f64, seconds, string };
@@ -57,6 +58,8 @@ struct Decl {
   std::string qualified;         // with its namespace
   Model const* model = nullptr;  // null for the framework's own
   std::string header;            // that declares it in C++
+  // Something in it could not be read, so that nothing follows from what it lacks.
+  bool incomplete = false;
 };
 
 // The type of a value or, behind `ref`, a pointer.
@@ -142,6 +145,7 @@ struct Operation {
   Binding binding = Binding::plain;
   bool hidden = false;
   bool isConst = false;
+  bool paramsUnknown = false;  // they could not all be read
   std::vector<Param> params;
   std::optional<TypeRef> result;
 };
@@ -182,8 +186,14 @@ struct EntityDecl : Decl {
   // Constructor parameters in order, the base's first.
   std::vector<Attribute const*> allParams() const;
 
+  // Whether all parameters, or all members, its bases' included, could be read.
+  bool paramsKnown() const;
+  bool membersKnown() const;
+
   bool abstract = false;
   bool hasImpl = false;
+  bool paramsUnknown = false;  // its own could not all be read
+  bool baseUnknown = false;    // there is a base, but `base` could not be found
   std::optional<QName> baseName;
   EntityDecl const* base = nullptr;  // null for one that derives from the framework's entity alone
   unsigned depth = 0;                // the length of the chain of bases
@@ -218,6 +228,8 @@ struct Model {
   std::vector<std::unique_ptr<ValueDecl>> values;
   std::vector<std::unique_ptr<EntityDecl>> entities;
   std::vector<std::unique_ptr<ExternDecl>> externs;
+  // A declaration or import could not be read, so that an unknown name may well be right.
+  bool incomplete = false;
 };
 
 }  // namespace kelc

@@ -4,12 +4,15 @@
 #include <ostream>
 #include <utility>
 
+#include "compiler/Excerpt.h"
+
 namespace kelc {
 
 namespace {
 
-void printLine(std::ostream& out, Loc const& loc, char const* severity, std::string const& text) {
-  out << loc.file->path << ':' << loc.line << ':' << loc.column << ": " << severity << ": " << text << '\n';
+void printMessage(std::ostream& out, Loc const& loc, char const* severity, std::string const& text) {
+  out << loc.file->path << ':' << loc.line << ':' << loc.column << ": " << severity << ": " << printable(text) << '\n'
+      << excerpt(loc);
 }
 
 }  // namespace
@@ -34,10 +37,10 @@ std::vector<Diagnostic> Diagnostics::sorted() const {
 
 void Diagnostics::print(std::ostream& out) const {
   for (Diagnostic const& d : sorted()) {
-    printLine(out, d.loc, "error", d.text);
-    for (Note const& note : d.notes) printLine(out, note.loc, "note", note.text);
+    printMessage(out, d.loc, "error", d.text);
+    for (Note const& note : d.notes) printMessage(out, note.loc, "note", note.text);
   }
-  if (more_ > 0) out << "kelc: " << more_ << " errors more\n";
+  if (more_ > 0) out << "kelc: " << more_ << (more_ == 1 ? " more error\n" : " more errors\n");
 }
 
 }  // namespace kelc

@@ -1,6 +1,6 @@
 // The errors of a run.
 //
-// Every phase adds what it finds and goes on; the run stops between two phases when there is anything here.
+// Every phase adds the errors that it finds and goes on.
 #pragma once
 
 #include <iosfwd>
@@ -27,17 +27,18 @@ struct Diagnostic {
 
 class Diagnostics {
  public:
-  // What is found behind the first `most` errors is only counted: a file that is no model at all has one everywhere.
+  // Errors after the first `most` are only counted: a file that is not a model at all has one everywhere.
   static constexpr std::size_t most = 1000;
   void error(Loc loc, std::string text, std::vector<Note> notes = {});
 
-  // All that another has found, sorted.
+  // Adds all errors of another, sorted.
   void add(Diagnostics const& other);
 
   bool empty() const { return found_.empty(); }
-  // In the order of the files and of the positions in them; errors at one position keep the order of their discovery.
+  // Ordered by file and position; errors at the same position keep the order in which they were found.
   std::vector<Diagnostic> sorted() const;
-  // One `file:line:col: error: text` a line, each followed by its notes; at the end how many there were more.
+  // For each error `file:line:col: error: text`, the source line with a caret, and its notes in the same form; at the
+  // end the number of errors that are not shown.
   void print(std::ostream& out) const;
 
  private:

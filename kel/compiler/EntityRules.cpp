@@ -3,6 +3,7 @@
 #include <set>
 
 #include "compiler/Names.h"
+#include "compiler/Suggest.h"
 
 namespace kelc {
 
@@ -47,13 +48,19 @@ std::string parameterTypes(EntityDecl const& entity) {
   return "(" + list + ")";
 }
 
+// Wrong anyway, and reported as such.
+bool isMistaken(TypeRef const& type) { return !type.resolved() || (!type.isRef && type.decl && type.decl->isEntity()); }
+
+bool sameOrMistaken(TypeRef const& a, TypeRef const& b) { return isMistaken(a) || isMistaken(b) || sameType(a, b); }
+
 bool sameSignature(Operation const& a, Operation const& b) {
+  if (a.paramsUnknown || b.paramsUnknown) return true;
   if (a.params.size() != b.params.size() || a.isConst != b.isConst) return false;
   for (std::size_t i = 0; i < a.params.size(); ++i) {
-    if (!sameType(a.params[i].shape.target, b.params[i].shape.target)) return false;
+    if (!sameOrMistaken(a.params[i].shape.target, b.params[i].shape.target)) return false;
   }
   if (!a.result || !b.result) return !a.result && !b.result;
-  return sameType(*a.result, *b.result);
+  return sameOrMistaken(*a.result, *b.result);
 }
 
 }  // namespace
@@ -63,10 +70,18 @@ void EntityRules::resolveBase(Model const& model, EntityDecl& entity) const {
   QName const& name = *entity.baseName;
   Decl const* const decl = scope_.find(model, name.text);
   auto const refuse = [&](std::string const& why) {
+    entity.baseUnknown = true;
     diagnostics_.error(name.loc, "the base " + inQuotes(name.text) + why,
                        decl ? declaredHere(*decl) : std::vector<Note>());
   };
-  if (!decl) return refuse(" is unknown");
+  if (!decl && !scope_.isComplete(model)) {
+    entity.baseUnknown = true;
+    return;
+  }
+  if (!decl) {
+    entity.baseUnknown = true;
+    return types_.refuseUnknown(model, name, "base", true);
+  }
   if (decl->kind == Decl::Kind::external) return refuse(" is only 'extern', and cannot be derived from");
   if (decl->kind != Decl::Kind::entity) return refuse(" is not an entity");
   if (!decl->model) {
@@ -115,6 +130,7 @@ void EntityRules::checkParam(Attribute& param) const {
 
 // The framework keeps every entity's name: it is the key under which its owner holds it.
 void EntityRules::checkNameOfEntity(EntityDecl const& entity) const {
+  if (!entity.paramsKnown()) return;
   auto const refuse = [&](Ident const& name) {
     if (name.text != "name") return;
     diagnostics_.error(name.loc,
@@ -243,13 +259,14 @@ EntityDecl const* EntityRules::checkOwned(TypeRef const& type) const {
 
 void EntityRules::checkArguments(TypeRef const& type, EntityDecl const& entity) const {
   std::vector<Attribute const*> const params = entity.allParams();
+  if (!entity.paramsKnown()) return;
   for (TypeRef const& arg : type.args) {
     if (!arg.resolved()) return;
   }
   bool same = params.size() == type.args.size();
   for (std::size_t i = 0; same && i < params.size(); ++i) {
     TypeRef const& param = params[i]->shape.target;
-    same = !param.resolved() || sameType(param, type.args[i]);
+    same = sameOrMistaken(param, type.args[i]);
   }
   if (same) return;
   diagnostics_.error(type.name.loc, inQuotes(type.name.text) + " is made from " + parameterTypes(entity),
@@ -261,6 +278,7 @@ void EntityRules::checkMemberKey(EntityDecl const& entity, TypeRef const& type, 
                                  char const* role) const {
   std::vector<Attribute const*> const params = entity.allParams();
   std::string const name = inQuotes(type.name.text);
+  if (!entity.paramsKnown()) return;
   if (params.empty()) {
     return diagnostics_.error(type.name.loc, name + " has no constructor parameter to be its " + role,
                               declaredHere(entity));
@@ -309,8 +327,10 @@ char const* EntityRules::misplaced(Modifier::Kind kind, Attribute const& attribu
 
 void EntityRules::checkOnChange(EntityDecl const& entity, Ident const& name) const {
   Member const* const found = find(&entity, &Members::accessors, name.text);
+  if (!found && !entity.membersKnown()) return;
   if (!found || !found->operation) {
-    diagnostics_.error(name.loc, inQuotes(entity.name.text) + " has no operation " + inQuotes(name.text));
+    diagnostics_.error(name.loc, inQuotes(entity.name.text) + " has no operation " + inQuotes(name.text) +
+                                     didYouMean(nearestOperation(&entity, name.text)));
   } else if (!found->operation->params.empty()) {
     diagnostics_.error(name.loc, "the operation of 'onChange' has no arguments",
                        {{found->loc, inQuotes(name.text) + " is declared here"}});
@@ -338,8 +358,10 @@ void EntityRules::checkOverride(EntityDecl const& entity, Operation const& op) c
   Member const* const found = entity.base ? find(entity.base, &Members::accessors, op.name.text) : nullptr;
   Operation const* const base = found ? found->operation : nullptr;
   std::string const name = inQuotes(op.name.text);
+  if (!found && !(entity.base ? entity.base->membersKnown() : !entity.baseUnknown)) return;
   if (!base) {
-    diagnostics_.error(op.name.loc, name + " overrides nothing");
+    diagnostics_.error(op.name.loc,
+                       name + " overrides nothing" + didYouMean(nearestOperation(entity.base, op.name.text)));
   } else if (base->binding == Operation::Binding::plain) {
     diagnostics_.error(op.name.loc, name + " overrides an operation that is not virtual",
                        {{found->loc, "the operation of the base"}});
@@ -359,6 +381,15 @@ EntityRules::Member const* EntityRules::find(EntityDecl const* entity, NameTable
     if (found != (members->second.*table).end()) return &found->second;
   }
   return nullptr;
+}
+
+// The operation of an entity or one of its bases with the name nearest to a wrong one; empty when there is none.
+std::string EntityRules::nearestOperation(EntityDecl const* entity, std::string const& name) const {
+  Nearest nearest(name);
+  for (; entity; entity = entity->base) {
+    for (Operation const& op : entity->operations) nearest.consider(op.name.text);
+  }
+  return nearest.best();
 }
 
 void EntityRules::enterAttribute(EntityDecl const& entity, Attribute const& attribute) {

@@ -60,6 +60,7 @@ class EntityRules {
   void enterOperation(EntityDecl const& entity, Operation const& op);
   bool enter(EntityDecl const& entity, NameTable table, std::string const& name, Member const& member, bool isAccessor);
   Member const* find(EntityDecl const* entity, NameTable table, std::string const& name) const;
+  std::string nearestOperation(EntityDecl const* entity, std::string const& name) const;
 
   Scope const& scope_;
   TypeRules const& types_;

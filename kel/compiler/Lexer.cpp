@@ -59,6 +59,13 @@ class Lexer {
     while (!atEnd() && !isAscii(peek())) ++pos_;
   }
 
+  void nonAscii() {
+    Loc const loc = here();
+    std::size_t const start = pos_;
+    refuseNonAscii();
+    add(Token::Kind::unknown, loc, start);
+  }
+
   void stepAscii() {
     if (isAscii(peek())) {
       step();
@@ -87,11 +94,12 @@ class Lexer {
     Loc const start = here();
     pos_ += 2;
     while (!atEnd() && !at("*/")) stepAscii();
-    if (atEnd()) {
-      diagnostics_.error(start, "unterminated comment");
-    } else {
+    if (!atEnd()) {
       pos_ += 2;
+      return;
     }
+    diagnostics_.error(start, "unterminated comment");
+    add(Token::Kind::unknown, start, pos_);
   }
 
   void next() {
@@ -99,7 +107,7 @@ class Lexer {
     if (isLetter(c)) return identifier();
     if (isDigit(c) || (c == '.' && isDigit(peek(1)))) return number();
     if (c == '"') return string();
-    if (!isAscii(c)) return refuseNonAscii();
+    if (!isAscii(c)) return nonAscii();
     punctuation();
   }
 
@@ -134,22 +142,22 @@ class Lexer {
     Token& token = add(Token::Kind::integer, loc, start);
     char const* const end = digits.data() + digits.size();
     auto const [stop, error] = std::from_chars(digits.data(), end, token.integer, base);
-    checkNumber(token, error, stop == end, "integer");
+    checkNumber(token, error, stop == end, "the largest integer is 18446744073709551615");
   }
 
   void addFloating(Loc loc, std::size_t start, std::string_view text) {
     Token& token = add(Token::Kind::floating, loc, start);
     char const* const end = text.data() + text.size();
     auto const [stop, error] = std::from_chars(text.data(), end, token.floating);
-    checkNumber(token, error, stop == end, "number");
+    checkNumber(token, error, stop == end, "the numbers of F64 go from 4.9e-324 to 1.7976931348623157e+308");
   }
 
-  void checkNumber(Token const& token, std::errc error, bool whole, char const* what) {
-    if (error == std::errc::result_out_of_range && whole) {
-      diagnostics_.error(token.loc, std::string(what) + " out of range");
-    } else if (error != std::errc() || !whole) {
-      diagnostics_.error(token.loc, "malformed number");
-    }
+  void checkNumber(Token& token, std::errc error, bool whole, char const* limits) {
+    if (error == std::errc() && whole) return;
+    bool const range = error == std::errc::result_out_of_range && whole;
+    std::string const text(token.text.substr(0, 40));
+    diagnostics_.error(token.loc, range ? text + " is out of range: " + limits : "malformed number " + inQuotes(text));
+    token.kind = Token::Kind::unknown;
   }
 
   void string() {
@@ -157,7 +165,11 @@ class Lexer {
     std::size_t const start = pos_++;
     std::string value;
     while (peek() != '"') {
-      if (atEnd() || peek() == '\n') return diagnostics_.error(loc, "unterminated string");
+      if (atEnd() || peek() == '\n') {
+        diagnostics_.error(loc, "unterminated string");
+        add(Token::Kind::unknown, loc, start);
+        return;
+      }
       if (!isAscii(peek())) {
         refuseNonAscii();
       } else if (static_cast<unsigned char>(peek()) < ' ' || peek() == '\x7f') {
@@ -187,19 +199,13 @@ class Lexer {
   }
 
   void punctuation() {
-    static constexpr std::string_view single = ";:,={}()[].-";
+    static constexpr std::string_view single = ";:,={}()[].-<>*&";
     Loc const loc = here();
     std::size_t const start = pos_;
-    if (at("::") || at("->")) {
-      pos_ += 2;
-    } else if (single.find(peek()) != std::string_view::npos) {
-      ++pos_;
-    } else {
-      diagnostics_.error(loc, "stray character " + quoted(peek()));
-      ++pos_;
-      return;
-    }
-    add(Token::Kind::punctuation, loc, start);
+    bool const known = single.find(peek()) != std::string_view::npos;
+    pos_ += at("::") || at("->") ? 2 : 1;
+    if (!known) diagnostics_.error(loc, "unexpected character " + quoted(text_[start]));
+    add(known ? Token::Kind::punctuation : Token::Kind::unknown, loc, start);
   }
 
   SourceFile const& file_;

@@ -12,7 +12,7 @@
 namespace kelc {
 
 struct Token {
-  enum class Kind { identifier, integer, floating, string, punctuation, end };
+  enum class Kind { identifier, integer, floating, string, punctuation, unknown, end };
 
   Kind kind = Kind::end;
   Loc loc;
@@ -29,7 +29,8 @@ struct Token {
 // The longest identifier. Names are joined and repeated in what is generated, so they have to end somewhere.
 inline constexpr std::size_t maxIdentifier = 255;
 
-// The tokens of a file, ended by one of kind `end`. What is no token is reported and left out.
+// The tokens of a file, ended by one of kind `end`. Whatever is malformed is reported, and is a token of kind
+// `unknown`.
 std::vector<Token> lex(SourceFile const& file, Diagnostics& diagnostics);
 
 }  // namespace kelc

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -52,7 +53,8 @@ class Loader {
     model->includePath = includePath;
     for (Import& import : model->imports) {
       stack_.push_back({id, import.loc});
-      import.model = follow(import);
+      import.model = follow(import, *model);
+      if (!import.model) model->incomplete = true;
       stack_.pop_back();
     }
     known_[id] = model.get();
@@ -77,25 +79,25 @@ class Loader {
     return set_.files.emplace_back(std::move(file)).get();
   }
 
-  // A file with a token that is none is not parsed: what the parser would say of the rest is noise.
   std::unique_ptr<Model> front(SourceFile const& file) {
     Diagnostics found;
     std::vector<Token> const tokens = lex(file, found);
-    std::unique_ptr<Model> model = found.empty() ? parse(tokens, found) : std::make_unique<Model>();
-    model->file = &file;
+    std::unique_ptr<Model> model = parse(tokens, found);
     diagnostics_.add(found);
     return model;
   }
 
-  Model const* follow(Import const& import) {
+  Model const* follow(Import const& import, Model const& importer) {
     if (!isImportPath(import.path)) {
-      diagnostics_.error(import.loc,
-                         "'" + import.path + "' is not the path of a model: a relative one, ending in .kel");
+      diagnostics_.error(import.loc, inQuotes(import.path) +
+                                         " cannot be imported: the path has to be relative, without '.' and '..', and "
+                                         "end in '.kel'");
       return nullptr;
     }
-    fs::path const found = find(import.path);
+    fs::path const folder = fs::path(importer.file->path).parent_path();
+    fs::path const beside = existing(folder, import.path), found = beside.empty() ? find(import.path) : beside;
     if (found.empty()) {
-      diagnostics_.error(import.loc, "cannot find '" + import.path + "'");
+      diagnostics_.error(import.loc, "cannot find " + inQuotes(import.path) + " in " + searched(folder));
       return nullptr;
     }
     auto const known = known_.find(identity(found));
@@ -104,20 +106,50 @@ class Loader {
       return known->second;
     }
     if (stack_.size() > maxImportDepth) {
-      diagnostics_.error(import.loc, "imports nest more than 64 deep");
+      diagnostics_.error(import.loc, "imports are nested more than 64 deep");
       return nullptr;
     }
-    Model const* const model = load(found, import.path.substr(0, import.path.size() - extension.size()));
-    if (!model) diagnostics_.error(import.loc, "cannot read '" + import.path + "'");
+    Model const* const model = load(found, headerOf(import.path, found, importer));
+    if (!model) diagnostics_.error(import.loc, "cannot read " + inQuotes(import.path));
     return model;
   }
 
-  fs::path find(std::string const& import) const {
+  static fs::path existing(fs::path const& dir, std::string const& import) {
     std::error_code error;
+    return fs::exists(dir / import, error) ? dir / import : fs::path();
+  }
+
+  // In the include directories.
+  fs::path find(std::string const& import) const {
     for (fs::path const& dir : includeDirs_) {
-      if (fs::exists(dir / import, error)) return dir / import;
+      if (fs::path const path = existing(dir, import); !path.empty()) return path;
     }
     return {};
+  }
+
+  // The include path of an imported model's header: that of the import when an include directory leads to it. The
+  // header of a model that is found beside the importing one stands beside that one's header.
+  std::string headerOf(std::string const& import, fs::path const& found, Model const& importer) const {
+    std::string const path = import.substr(0, import.size() - extension.size());
+    if (identity(find(import)) == identity(found)) return path;
+    return (fs::path(importer.includePath).parent_path() / path).generic_string();
+  }
+
+  // The directories in which an import was looked for, each once.
+  std::string searched(fs::path const& folder) const {
+    std::vector<fs::path> dirs = includeDirs_;
+    dirs.insert(dirs.begin(), folder);
+    std::set<std::string> seen;
+    std::vector<std::string> names;
+    for (fs::path const& dir : dirs) {
+      fs::path const shown = dir.empty() ? fs::path(".") : dir;
+      if (seen.insert(identity(shown)).second) names.push_back(inQuotes(shown.string()));
+    }
+    std::string list;
+    for (std::string const& name : names) {
+      list += (list.empty() ? "" : &name == &names.back() ? " or " : ", ") + name;
+    }
+    return list;
   }
 
   void reportCycle(Import const& import, std::string const& id) {
@@ -125,9 +157,9 @@ class Loader {
     for (Step const& step : stack_) {
       bool const inside = step.id == id || !notes.empty();
       bool const last = &step == &stack_.back();
-      if (inside && !last) notes.push_back({step.import, "by way of this import"});
+      if (inside && !last) notes.push_back({step.import, "through this import"});
     }
-    diagnostics_.error(import.loc, "cycle of imports: '" + import.path + "' imports this file", std::move(notes));
+    diagnostics_.error(import.loc, "import cycle: " + inQuotes(import.path) + " imports this file", std::move(notes));
   }
 
   std::vector<fs::path> const& includeDirs_;

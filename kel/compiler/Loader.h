@@ -20,9 +20,10 @@ struct ModelSet {
   Model* main = nullptr;
 };
 
-// Lexes and parses the file at `path` and, found through `includeDirs`, its imports. `includePath` is where the header
+// Lexes and parses the file at `path` and its imports, which are looked for in the directory of the file that imports
+// them and then in `includeDirs`. `includePath` is where the header
 // of the model itself will stand on the include path, without extension. False when the file at `path` cannot be read;
-// every other mistake is in `diagnostics`, and the set is not to be used when there is one.
+// every other mistake is in `diagnostics`, and the set can still be checked for more.
 bool load(std::filesystem::path const& path, std::string const& includePath,
           std::vector<std::filesystem::path> const& includeDirs, Diagnostics& diagnostics, ModelSet& set);
 

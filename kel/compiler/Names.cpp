@@ -139,6 +139,12 @@ std::string_view builtinName(Builtin type) {
   return {};
 }
 
+std::vector<std::string_view> builtinNames() {
+  std::vector<std::string_view> names;
+  for (auto const& word : builtins) names.push_back(word.name);
+  return names;
+}
+
 std::vector<std::string> namesOf(Attribute const& attribute) {
   using Kind = Attribute::Kind;
   std::string const& x = attribute.name.text;

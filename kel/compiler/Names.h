@@ -21,6 +21,8 @@ bool isModelWord(std::string_view name);
 // The builtin type of that name, or Builtin::none; and the other way round.
 Builtin builtinOf(std::string_view name);
 std::string_view builtinName(Builtin type);
+// The names of all builtin types.
+std::vector<std::string_view> builtinNames();
 
 // The names that an attribute takes in its class, its own first: accessors, member variable, id, iterator types.
 std::vector<std::string> namesOf(Attribute const& attribute);

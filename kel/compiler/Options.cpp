@@ -5,7 +5,8 @@ namespace kelc {
 char const usage[] =
     "usage: kelc [option]... FILE.kel\n"
     "Reads a model and writes the C++ of its types, NAME.h and NAME.cpp.\n"
-    "  -I DIR              look for imported models below DIR; may be repeated\n"
+    "  -I DIR              look for imported models below DIR, too, after the directory\n"
+    "                      of the model that imports them; may be repeated\n"
     "  -o OUTDIR           write below OUTDIR instead of the working directory\n"
     "  --name NAME         the path of the header on the include path, without its\n"
     "                      extension (\"Zuk/PathTrie\"); the model's base name unless given\n"

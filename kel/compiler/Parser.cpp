@@ -1,18 +1,17 @@
 #include "compiler/Parser.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "compiler/Names.h"
+#include "compiler/Recovery.h"
+#include "compiler/Suggest.h"
+
 namespace kelc {
 
 namespace {
-
-// A qualified name has at most so many parts; every enclosing namespace is searched for every name.
-constexpr unsigned maxNameParts = 32;
-
-// Unwinds to the declaration or member that a syntax error, already reported, belongs to.
-struct SyntaxError {};
 
 template <class Kind>
 struct Word {
@@ -32,104 +31,86 @@ constexpr Word<Modifier::Kind> modifierWords[] = {
     {"nolog", Modifier::Kind::nolog},     {"onChange", Modifier::Kind::onChange},
 };
 
-class Parser {
+// What a type is written for.
+enum class Use { attribute, owned, single };
+
+bool startsWithCapital(std::string_view name) { return name[0] >= 'A' && name[0] <= 'Z'; }
+
+class Parser : private Recovery {
  public:
   Parser(std::vector<Token> const& tokens, Diagnostics& diagnostics)
-      : tokens_(tokens), diagnostics_(diagnostics), model_(std::make_unique<Model>()) {}
+      : Recovery(tokens, diagnostics), model_(std::make_unique<Model>()) {}
 
   std::unique_ptr<Model> run() {
     model_->file = here().loc.file;
-    guarded([this] { nameSpace(); });
-    while (!atEnd()) guarded([this] { declaration(); });
+    nameSpace();
+    while (!atEnd()) declaration();
     return std::move(model_);
   }
 
  private:
-  // --- tokens ---
+  // --- lists and words ---
 
-  Token const& here() const { return tokens_[at_]; }
-  Token const& ahead() const { return tokens_[at_ + 1 < tokens_.size() ? at_ + 1 : at_]; }
-  bool atEnd() const { return here().kind == Token::Kind::end; }
-  bool is(std::string_view word) const { return here().is(word); }
-  bool isIdentifier() const { return here().kind == Token::Kind::identifier; }
-
-  Token const& take() {
-    Token const& token = here();
-    if (is("{")) ++depth_;
-    if (is("}") && depth_ > 0) --depth_;
-    if (!atEnd()) ++at_;
-    return token;
-  }
-  bool accept(std::string_view word) {
-    if (!is(word)) return false;
-    take();
-    return true;
-  }
-  // A word that has a meaning only in front of another name: alone it is a name itself.
-  bool acceptBefore(std::string_view word) {
-    return is(word) && ahead().kind == Token::Kind::identifier && accept(word);
-  }
-  void expect(std::string_view word) {
-    if (!accept(word)) fail("expected '" + std::string(word) + "'");
-  }
-  [[noreturn]] void fail(std::string const& what) {
-    diagnostics_.error(here().loc, what + (atEnd() ? " at the end of the file" : ", not '" + shown(here()) + "'"));
-    throw SyntaxError();
-  }
-  static std::string shown(Token const& token) {
-    constexpr std::size_t longest = 40;
-    return std::string(token.text.size() > longest ? token.text.substr(0, longest) : token.text);
-  }
-
-  // --- recovery ---
-
-  template <class Parse>
-  void guarded(Parse const& parse) {
-    unsigned const depth = depth_;
-    std::size_t const start = at_;
-    try {
-      parse();
-    } catch (SyntaxError const&) {
-      if (depth == 0) {
-        skipDeclaration(start);
-      } else {
-        skipMember(depth);
+  // Items up to a closing bracket, separated by commas. False after a mistake; then `all` has those that were
+  // understood.
+  template <class Item>
+  bool items(std::string_view close, ListOf what, std::vector<Item>& all, Item (Parser::*item)()) {
+    bool whole = true;
+    while (true) {
+      bool understood = !startsDeclaration();
+      try {
+        if (understood) all.push_back((this->*item)());
+      } catch (SyntaxError const&) {
+        understood = whole = false;
+        skipItem(close, what);
       }
+      if (accept(close)) return whole;
+      if (accept(",")) {
+        if (what == ListOf::enumerators && acceptQuietly(close)) return whole;
+        continue;
+      }
+      if (whole) reportExpected();
+      whole = false;
+      bool const begins = isIdentifier() && (what != ListOf::params || ahead().is(":"));
+      if (begins && here().text != last().text && !endsList(close, what)) continue;  // Only the comma is missing.
+      if (understood && !startsLine()) all.pop_back();
+      skipItem(close, what);
+      if (!acceptQuietly(",")) return acceptQuietly(close) && whole;
     }
   }
 
-  // To behind the `;` that ends the member, or in front of the `}` that ends the body around it.
-  void skipMember(unsigned depth) {
-    while (!atEnd() && depth_ >= depth) {
-      if (depth_ == depth && is("}")) return;
-      bool const last = depth_ == depth && is(";");
-      take();
-      if (last) return;
-    }
+  template <class Item>
+  bool list(std::string_view open, std::string_view close, ListOf what, std::vector<Item>& all,
+            Item (Parser::*item)()) {
+    unsigned const outside = depth();
+    expect(open);
+    bool const whole = accept(close) || items(close, what, all, item);
+    depthIs(outside);
+    return whole;
   }
 
-  // To behind the `;` or `}` that ends the declaration, or in front of the next one.
-  void skipDeclaration(std::size_t start) {
-    while (!atEnd()) {
-      if (depth_ == 0 && at_ > start && startsDeclaration()) return;
-      bool const ends = is("}") || (depth_ == 0 && is(";"));
-      take();
-      if (ends && depth_ == 0) return;
+  // One of the words of a table. One that is misspelt counts as what it was meant to be.
+  template <class Kind, std::size_t count>
+  Kind oneOf(Word<Kind> const (&words)[count], std::string const& what) {
+    for (auto const& word : words) {
+      if (acceptQuietly(word.text)) return word.kind;
     }
-  }
-
-  bool startsDeclaration() const {
-    static constexpr std::string_view words[] = {"import", "extern", "enum", "value", "rep", "entity", "abstract"};
-    for (std::string_view word : words) {
-      if (is(word)) return true;
+    Nearest nearest(here().text);
+    for (std::size_t i = count; i-- > 0;) {
+      alsoExpected(inQuotes(std::string(words[i].text)));
+      nearest.consider(words[i].text);
     }
-    return false;
+    if (!isIdentifier() || nearest.best().empty()) failExpected();
+    report(here().loc, "unknown " + what + " " + inQuotes(std::string(here().text)) + didYouMean(nearest.best()));
+    skip();
+    return std::find_if(std::begin(words), std::end(words), [&](auto& w) { return w.text == nearest.best(); })->kind;
   }
 
   // --- names and types ---
 
   Ident identifier(char const* what) {
-    if (!isIdentifier()) fail(std::string("expected ") + what);
+    alsoExpected(what);
+    if (!isIdentifier()) failExpected();
     Token const& token = take();
     return {std::string(token.text), token.loc};
   }
@@ -137,44 +118,79 @@ class Parser {
   QName qualifiedName(char const* what) {
     Ident const first = identifier(what);
     QName name{first.text, first.loc};
-    for (unsigned parts = 1; accept("::"); ++parts) {
-      if (parts == maxNameParts) fail("expected at most 32 parts in a name");
-      name.text += "::" + identifier("a name behind '::'").text;
+    for (unsigned parts = 1; acceptQuietly("::"); ++parts) {
+      if (parts == maxNameParts) fail(here().loc, "a qualified name has at most 32 parts");
+      name.text += "::" + identifier("a name").text;
     }
     return name;
   }
 
-  TypeRef type() {
+  // The name of a member and the colon behind it.
+  Ident memberName(char const* what) {
+    Token const& first = here();
+    Ident const name = identifier(what);
+    if (accept(":")) return name;
+    bool const named = isIdentifier() && !startsLine();
+    bool const known = builtinOf(name.text) != Builtin::none || !typeOfHabit(name.text).empty();
+    bool const swapped = named && (known || (startsWithCapital(name.text) && !startsWithCapital(here().text)));
+    if (!swapped) failExpected();
+    std::string const type = typeOfHabit(name.text).empty() ? name.text : typeOfHabit(name.text);
+    fail(first.loc, "the name comes before the type: " + inQuotes(std::string(here().text) + " : " + type));
+  }
+
+  TypeRef type(char const* what = "a type") {
     TypeRef type;
-    type.isRef = acceptBefore("ref");
-    // `const` is a keyword of C++ and so the name of nothing.
-    if (type.isRef) type.isConst = accept("const");
-    type.name = qualifiedName("a type");
+    // Both are keywords, and so the names of nothing.
+    type.isRef = acceptBefore("ref") || acceptQuietly("ref");
+    if (type.isRef) type.isConst = acceptQuietly("const");
+    if (is("const")) {
+      alsoExpected("'ref'");
+      failExpected();
+    }
+    // What begins the next line is no type when it is a member or declaration.
+    if (startsMember() || startsDeclaration()) {
+      alsoExpected(what);
+      failExpected();
+    }
+    type.name = qualifiedName(what);
+    refuseForeign(type.name);
     return type;
   }
 
-  TypeRef target() {
+  // Types as other languages write them.
+  void refuseForeign(QName const& name) {
+    std::string const hint = hintOfHabit(name.text);
+    bool const named = isIdentifier() && !startsLine();
+    if (is("*") || is("&")) fail(here().loc, "unexpected " + inQuotes(std::string(here().text)) + hintOfHabit("ptr"));
+    if (is("<") && hint.empty()) fail(here().loc, "unexpected '<': a type takes no arguments");
+    if (is("<") || (named && !hint.empty())) fail(name.loc, "unknown type " + inQuotes(name.text) + hint);
+  }
+
+  TypeRef target(Use use) {
     TypeRef target = type();
-    if (!is("(")) return target;
-    target.hasArgs = true;
-    list("(", ")", [&] { target.args.push_back(type()); });
+    if (!is("(")) {
+      if (use == Use::owned) alsoExpected("'('");
+      return target;
+    }
+    // Arguments that were not understood are not compared with the parameters.
+    target.hasArgs = list("(", ")", ListOf::words, target.args, &Parser::argument);
     return target;
   }
 
-  Shape shape() {
+  Shape shape(Use use) {
     Shape shape;
     if (acceptBefore("queue")) {
       shape.kind = Shape::Kind::queue;
-      shape.target = target();
+      shape.target = target(use);
       shape.index.name = {"U32", shape.target.name.loc};
       if (accept("[")) {
-        shape.index = type();
+        shape.index = type("the type of the index");
         expect("]");
       }
       return shape;
     }
-    shape.target = target();
-    if (accept("[")) {
+    shape.target = target(use);
+    if (use == Use::single ? acceptQuietly("[") : accept("[")) {
       shape.kind = Shape::Kind::keyed;
       shape.key = key();
       expect("]");
@@ -190,37 +206,26 @@ class Parser {
       return key;
     }
     key.ordered = acceptBefore("ordered");
-    key.type = type();
+    key.type = type("the type of the key");
     return key;
   }
 
-  // Items between brackets, parted by commas; none is fine.
-  template <class Item>
-  void list(std::string_view open, std::string_view close, Item const& item) {
-    expect(open);
-    if (accept(close)) return;
-    do item();
-    while (accept(","));
-    if (!accept(close)) fail("expected ',' or '" + std::string(close) + "'");
-  }
+  TypeRef argument() { return type(); }
 
-  std::vector<Param> params() {
-    std::vector<Param> all;
-    list("(", ")", [&] {
-      Param param;
-      param.name = identifier("the name of a parameter");
-      expect(":");
-      param.shape = shape();
-      all.push_back(std::move(param));
-    });
-    return all;
+  Param param() {
+    Param param;
+    param.name = memberName("the name of a parameter");
+    param.shape = shape(Use::single);
+    return param;
   }
 
   Literal literal() {
     Literal literal;
     literal.loc = here().loc;
-    literal.negative = accept("-");
+    literal.negative = acceptQuietly("-");
+    alsoExpected(literal.negative ? "a number" : "a value");
     Token const& token = here();
+    literal.written = std::string(token.text);
     switch (token.kind) {
       case Token::Kind::integer:
         literal.kind = Literal::Kind::integer;
@@ -231,15 +236,16 @@ class Parser {
         literal.floating = token.floating;
         break;
       case Token::Kind::string:
-        if (literal.negative) fail("expected a number");
+        if (literal.negative) failExpected();
         literal.kind = Literal::Kind::string;
         literal.text = token.string;
         break;
       case Token::Kind::identifier:
-        if (literal.negative && !is("infinity")) fail("expected a number");
-        literal.text = std::string(token.text);
-        break;
-      default: fail("expected a value");
+        if (literal.negative && !is("infinity")) failExpected();
+        // An enumerator has no qualification; one that is written all the same is refused by its whole name.
+        literal.text = qualifiedName("a value").text;
+        return literal;
+      default: failExpected();
     }
     take();
     return literal;
@@ -250,124 +256,216 @@ class Parser {
     return literal();
   }
 
-  template <class Kind, std::size_t count>
-  Kind oneOf(Word<Kind> const (&words)[count], char const* what) {
-    for (auto const& word : words) {
-      if (accept(word.text)) return word.kind;
-    }
-    fail(std::string("expected ") + what);
-  }
-
   // --- declarations ---
 
   void nameSpace() {
-    if (!accept("namespace")) return diagnostics_.error(here().loc, "a model begins with 'namespace'");
-    model_->nameSpace = qualifiedName("the name of a namespace");
-    expect(";");
+    std::string_view const word = is("namespace") ? "namespace" : misspelt({"namespace"});
+    if (word.empty()) {
+      model_->incomplete = true;
+      report(here().loc, "a model must begin with 'namespace NAME;'");
+      if (!isDeclarationWord()) skipDeclaration(0);
+      return;
+    }
+    take();
+    try {
+      model_->nameSpace = qualifiedName("the name of a namespace");
+      if (accept(";")) return;
+      model_->incomplete = true;
+      reportExpected();
+      braced_ = acceptQuietly("{");
+      depthIs(0);
+    } catch (SyntaxError const&) {
+      model_->incomplete = true;
+    }
+    if (!startsLine()) skipDeclaration(0);
   }
 
+  // Between two declarations, or where one is wrongly nested in another.
   void declaration() {
-    if (is("import")) return import();
-    if (is("extern")) return external();
-    if (is("enum")) return enumeration();
-    if (is("value") || is("rep")) return value();
-    if (is("entity") || is("abstract")) return entity();
-    fail("expected a declaration");
+    if (is(";") || is("}")) return superfluous();
+    std::size_t const start = position();
+    Outer const outer = enter();
+    try {
+      declarationOf(declarationWord());
+    } catch (SyntaxError const&) {
+      // Its name may be what an unknown name stands for.
+      model_->incomplete = true;
+      skipDeclaration(start);
+    }
+    leave(outer);
   }
 
-  template <class D>
-  bool declared(std::vector<std::unique_ptr<D>> const& of) const {
-    return !of.empty();
+  void superfluous() {
+    bool const closesNamespace = is("}") && std::exchange(braced_, false);
+    if (!closesNamespace) report(here().loc, "unexpected " + inQuotes(std::string(here().text)));
+    skip();
+    if (!startsLine()) lose();
+  }
+
+  std::string_view declarationWord() {
+    if (isDeclarationWord()) return here().text;
+    if (is("namespace")) fail(here().loc, "a model has only one namespace");
+    std::string_view const meant = misspeltDeclaration();
+    if (!meant.empty()) return meant;
+    alsoExpected("a declaration");
+    failExpected();
+  }
+
+  void declarationOf(std::string_view word) {
+    if (word == "import") return import();
+    take();
+    if (word == "extern") return external();
+    if (word == "enum") return enumeration();
+    if (word == "value" || word == "rep") return value(word == "rep");
+    entity(word == "abstract");
   }
 
   void import() {
     Model const& m = *model_;
-    if (declared(m.enums) || declared(m.values) || declared(m.entities) || declared(m.externs)) {
-      diagnostics_.error(here().loc, "imports stand before the declarations");
+    if (!m.enums.empty() || !m.values.empty() || !m.entities.empty() || !m.externs.empty()) {
+      report(here().loc, "imports must come before the declarations");
     }
     take();
-    if (here().kind != Token::Kind::string) fail("expected the path of a model in quotes");
+    alsoExpected("the path of a model in double quotes");
+    if (here().kind != Token::Kind::string) failExpected();
     Token const& path = take();
-    expect(";");
     model_->imports.push_back({path.string, path.loc, nullptr});
+    expectEnd();
   }
 
   void external() {
-    take();
-    expect("entity");
-    auto decl = std::make_unique<ExternDecl>();
-    decl->written = qualifiedName("the name of an entity");
-    if (here().kind != Token::Kind::string) fail("expected the header of the entity in quotes");
-    decl->header = take().string;
-    expect(";");
-    model_->externs.push_back(std::move(decl));
+    expectKeyword("entity");
+    QName const name = qualifiedName("the name of an entity");
+    ExternDecl& decl = *model_->externs.emplace_back(std::make_unique<ExternDecl>());
+    decl.written = name;
+    alsoExpected("the header of the entity in double quotes");
+    if (here().kind == Token::Kind::string) {
+      decl.header = take().string;
+    } else {
+      reportExpected();
+    }
+    expectEnd();
+  }
+
+  // The name of a declaration; another keyword in front of it is superfluous.
+  Ident declaredName(char const* what) {
+    if (ahead().kind == Token::Kind::identifier && isDeclarationWord()) {
+      alsoExpected(what);
+      reportExpected();
+      skip();
+    }
+    return identifier(what);
+  }
+
+  // From here on the name is known, whatever else is wrong.
+  template <class D>
+  D& declare(std::vector<std::unique_ptr<D>>& all, Ident name) {
+    if (is("::")) fail(here().loc, "the name of a declaration cannot be qualified");
+    D& decl = *all.emplace_back(std::make_unique<D>());
+    decl.name = std::move(name);
+    decl.incomplete = true;
+    return decl;
+  }
+
+  // The members between the braces; a mistake in one does not touch the next. True when there was none.
+  template <class Member>
+  bool body(Member const& member) {
+    bool const opened = is("{");
+    bool whole = opened;
+    if (!openBody()) return false;
+    Loc const open = last().loc;
+    unsigned const inside = depth();
+    while (is("{")) superfluous();
+    depthIs(inside);
+    while (!atEnd() && !is("}")) {
+      bool const next = startsDeclaration();
+      if (next && (isNested() || isAtMargin())) break;
+      if (next) {
+        report(here().loc, "a declaration cannot be nested in another");
+        declaration();
+      } else {
+        whole = guarded(member) && whole;
+      }
+    }
+    depthIs(inside);
+    if (accept("}")) return whole;
+    if (opened) reportExpected({{open, "to match this '{'"}});
+    return false;
+  }
+
+  template <class Member>
+  bool guarded(Member const& member) {
+    std::size_t const start = position();
+    unsigned const inside = depth();
+    try {
+      member();
+      return true;
+    } catch (SyntaxError const&) {
+      skipMember(start, inside);
+      return false;
+    }
   }
 
   void enumeration() {
-    take();
-    auto decl = std::make_unique<EnumDecl>();
-    decl->name = identifier("the name of an enumeration");
-    expect("{");
-    do {
-      if (is("}") && !decl->enumerators.empty()) break;
-      Enumerator e;
-      e.name = identifier("the name of an enumerator");
-      e.init = initializer();
-      decl->enumerators.push_back(std::move(e));
-    } while (accept(","));
-    if (!accept("}")) fail("expected ',' or '}'");
-    model_->enums.push_back(std::move(decl));
+    EnumDecl& decl = declare(model_->enums, declaredName("the name of an enumeration"));
+    bool const whole = is("{");
+    if (!openBody()) return;
+    bool const all = items("}", ListOf::enumerators, decl.enumerators, &Parser::enumerator);
+    decl.incomplete = !whole || !all;
   }
 
-  // The members between the braces; an error in one does not touch the next. The declaration is kept whatever they are,
-  // so that its name is known.
-  template <class Member>
-  void body(Member const& member) {
-    expect("{");
-    while (!atEnd() && !is("}")) guarded(member);
-    expect("}");
+  Enumerator enumerator() {
+    Enumerator e;
+    e.name = identifier("the name of an enumerator");
+    e.init = initializer();
+    return e;
   }
 
-  void value() {
-    auto owned = std::make_unique<ValueDecl>();
-    ValueDecl& decl = *owned;
-    decl.rep = accept("rep");
-    expect("value");
-    decl.name = identifier("the name of a value type");
+  void value(bool rep) {
+    bool whole = !rep || expectKeyword("value");
+    ValueDecl& decl = declare(model_->values, declaredName("the name of a value type"));
+    decl.rep = rep;
     if (is("[")) {
-      list("[", "]", [&] {
-        Loc const loc = here().loc;
-        decl.traits.push_back({oneOf(traitWords, "a trait of a value type"), loc});
-      });
+      whole = list("[", "]", ListOf::words, decl.traits, &Parser::trait) && whole;
+    } else {
+      alsoExpected("'['");
     }
-    model_->values.push_back(std::move(owned));
-    body([&] { field(decl); });
+    decl.incomplete = !body([&] { field(decl); }) || !whole;
+  }
+
+  Trait trait() {
+    Loc const loc = here().loc;
+    return {oneOf(traitWords, "trait"), loc};
   }
 
   void field(ValueDecl& decl) {
     Field field;
-    field.name = identifier("the name of a field");
-    expect(":");
-    field.shape = shape();
+    field.name = memberName("the name of a field");
+    field.shape = shape(Use::single);
     field.init = initializer();
-    expect(";");
+    expectEnd();
     decl.fields.push_back(std::move(field));
   }
 
-  void entity() {
-    auto owned = std::make_unique<EntityDecl>();
-    EntityDecl& decl = *owned;
-    decl.abstract = accept("abstract");
-    expect("entity");
-    decl.name = identifier("the name of an entity");
-    if (is("(")) constructorParams(decl);
-    if (accept(":")) decl.baseName = qualifiedName("the name of the base");
-    model_->entities.push_back(std::move(owned));
-    body([&] { member(decl); });
+  void entity(bool abstract) {
+    bool const whole = !abstract || expectKeyword("entity");
+    EntityDecl& decl = declare(model_->entities, declaredName("the name of an entity"));
+    decl.abstract = abstract;
+    if (is("(")) {
+      constructorParams(decl);
+    } else {
+      alsoExpected("'('");
+    }
+    if (accept(":")) base(decl);
+    if (!is("{")) decl.paramsUnknown = decl.baseUnknown = true;
+    if (decl.paramsUnknown && !decl.baseName) decl.baseUnknown = true;
+    decl.incomplete = !body([&] { member(decl); }) || !whole;
   }
 
   void constructorParams(EntityDecl& decl) {
-    for (Param& param : params()) {
+    std::vector<Param> all;
+    decl.paramsUnknown = !list("(", ")", ListOf::params, all, &Parser::param);
+    for (Param& param : all) {
       Attribute a;
       a.name = std::move(param.name);
       a.shape = std::move(param.shape);
@@ -376,86 +474,96 @@ class Parser {
     }
   }
 
+  void base(EntityDecl& decl) {
+    try {
+      decl.baseName = qualifiedName("the name of the base");
+    } catch (SyntaxError const&) {
+      decl.baseUnknown = true;
+    }
+  }
+
   // --- members of entities ---
 
   // A name followed by a colon is an attribute, whatever the name means elsewhere.
   void member(EntityDecl& decl) {
-    if (ahead().is(":")) return attribute(decl);
+    if (ahead().is(":")) return attribute(decl, false);
     if (is("impl") && ahead().is(";")) return impl(decl);
-    if (is("own")) return attribute(decl);
-    if (is("const")) return constant(decl);
-    if (is("virtual") || is("override") || is("hidden") || is("op")) return operation(decl);
-    if (isIdentifier()) {
-      take();
-      fail("expected ':' behind the name of an attribute");
+    std::string_view const word = memberWord();
+    if (word.empty()) return attribute(decl, false);
+    take();
+    if (word == "own") return attribute(decl, true);
+    if (word == "const") return constant(decl);
+    operation(decl, word);
+  }
+
+  std::string_view memberWord() {
+    for (std::string_view word : {"own", "const", "virtual", "override", "hidden", "op"}) {
+      if (is(word)) return word;
     }
-    fail("expected an attribute, an operation or '}'");
+    if (!isIdentifier()) {
+      alsoExpected("an attribute, an operation or '}'");
+      failExpected();
+    }
+    return misspeltMember();
   }
 
   void impl(EntityDecl& decl) {
-    if (decl.hasImpl) diagnostics_.error(here().loc, "'impl' is already there");
+    if (decl.hasImpl) report(here().loc, "duplicate 'impl'");
     decl.hasImpl = true;
     take();
-    expect(";");
+    expectEnd();
   }
 
-  void attribute(EntityDecl& decl) {
+  void attribute(EntityDecl& decl, bool own) {
     Attribute a;
-    a.own = acceptBefore("own");
-    a.name = identifier("the name of an attribute");
-    expect(":");
-    a.shape = shape();
+    a.own = own;
+    a.name = memberName("the name of an attribute");
+    a.shape = shape(own ? Use::owned : Use::attribute);
     a.init = initializer();
     if (is("{")) {
-      list("{", "}", [&] { a.modifiers.push_back(modifier()); });
+      list("{", "}", ListOf::words, a.modifiers, &Parser::modifier);
+    } else {
+      alsoExpected("'{'");
     }
-    expect(";");
+    expectEnd();
     decl.attributes.push_back(std::move(a));
   }
 
   Modifier modifier() {
     Modifier m;
     m.loc = here().loc;
-    m.kind = oneOf(modifierWords, "a modifier");
+    m.kind = oneOf(modifierWords, "modifier");
     if (m.kind == Modifier::Kind::onChange) m.operation = identifier("the name of an operation");
     return m;
   }
 
   void constant(EntityDecl& decl) {
-    take();
     Attribute a;
     a.kind = Attribute::Kind::constant;
-    a.name = identifier("the name of a constant");
-    expect(":");
-    a.shape = shape();
+    a.name = memberName("the name of a constant");
+    a.shape = shape(Use::single);
     expect("=");
     a.init = literal();
-    expect(";");
+    expectEnd();
     decl.attributes.push_back(std::move(a));
   }
 
-  void operation(EntityDecl& decl) {
+  void operation(EntityDecl& decl, std::string_view word) {
     Operation op;
-    if (accept("virtual")) {
-      op.binding = Operation::Binding::virtualOp;
-    } else if (accept("override")) {
-      op.binding = Operation::Binding::overrideOp;
-    }
-    op.hidden = accept("hidden");
-    expect("op");
+    if (word == "virtual") op.binding = Operation::Binding::virtualOp;
+    if (word == "override") op.binding = Operation::Binding::overrideOp;
+    op.hidden = word == "hidden" || (word != "op" && acceptQuietly("hidden"));
+    if (word != "op") expectKeyword("op");
     op.name = identifier("the name of an operation");
-    op.params = params();
+    op.paramsUnknown = !list("(", ")", ListOf::params, op.params, &Parser::param);
     op.isConst = accept("const");
     if (accept("->")) op.result = type();
-    expect(";");
+    expectEnd();
     decl.operations.push_back(std::move(op));
   }
 
-  std::vector<Token> const& tokens_;
-  Diagnostics& diagnostics_;
   std::unique_ptr<Model> model_;
-  std::size_t at_ = 0;
-  unsigned depth_ = 0;  // of open braces
+  bool braced_ = false;  // the namespace was opened with a brace, as in C++
 };
 
 }  // namespace

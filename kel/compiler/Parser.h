@@ -10,8 +10,8 @@
 
 namespace kelc {
 
-// The parser goes on after an error at the next `;` or `}`, so that one run reports the errors of a whole file. The
-// tree is always there; what was malformed is left out of it.
+// After a syntax error the parser goes on at the next item, member or declaration. The tree is always there: whatever
+// was malformed is left out, and what it was left out of is marked as incomplete.
 std::unique_ptr<Model> parse(std::vector<Token> const& tokens, Diagnostics& diagnostics);
 
 }  // namespace kelc

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "compiler/Names.h"
+#include "compiler/Suggest.h"
 
 namespace kelc {
 
@@ -41,6 +42,32 @@ std::string join(std::string const& scope, std::string const& name) {
   return scope.empty() ? name : scope + "::" + name;
 }
 
+std::size_t partsOf(std::string_view name) {
+  std::size_t parts = 1;
+  for (std::size_t at = name.find("::"); at != std::string_view::npos; at = name.find("::", at + 2)) ++parts;
+  return parts;
+}
+
+// The end of a qualified name.
+std::string_view lastPartsOf(std::string_view name, std::size_t parts) {
+  std::size_t start = name.size();
+  while (parts-- > 0) {
+    start = start == 0 ? std::string_view::npos : name.rfind("::", start - 1);
+    if (start == std::string_view::npos) return name;
+  }
+  return name.substr(start + 2);
+}
+
+// The namespace of a model and those around it, from the inside out.
+std::vector<std::string> scopesOf(Model const& model) {
+  std::vector<std::string> scopes = {model.nameSpace.text};
+  while (!scopes.back().empty()) {
+    std::size_t const last = scopes.back().rfind("::");
+    scopes.push_back(scopes.back().substr(0, last == std::string::npos ? 0 : last));
+  }
+  return scopes;
+}
+
 }  // namespace
 
 void Scope::enterFramework(ModelSet& set, std::unique_ptr<Decl> decl, char const* name, char const* header) {
@@ -48,6 +75,7 @@ void Scope::enterFramework(ModelSet& set, std::unique_ptr<Decl> decl, char const
   decl->qualified = join("Kel", name);
   decl->header = header;
   declared_[decl->qualified] = decl.get();
+  all_.push_back(decl.get());
   set.framework.push_back(std::move(decl));
 }
 
@@ -85,6 +113,7 @@ void Scope::enter(Model const& model, Decl& decl, Diagnostics& diagnostics) {
   decl.model = &model;
   decl.header = model.includePath + ".h";
   decl.qualified = join(model.nameSpace.text, decl.name.text);
+  all_.push_back(&decl);
   auto const [earlier, added] = declared_.emplace(decl.qualified, &decl);
   std::string const name = "'" + decl.name.text + "'";
   if (added) {
@@ -113,32 +142,73 @@ void Scope::enterExtern(Model const& model, ExternDecl& decl, Diagnostics& diagn
     if (other->model == &model) earlier = other;
   }
   same.push_back(&decl);
+  all_.push_back(&decl);
   if (!earlier) return;
   diagnostics.error(written.loc, "'" + written.text + "' is declared already",
                     {{earlier->name.loc, "the earlier declaration"}});
 }
 
+bool Scope::sees(Model const& model, Decl const& decl) const {
+  return !decl.model || visible_.at(&model).count(decl.model) > 0;
+}
+
 Decl const* Scope::findFull(Model const& model, std::string const& qualified) const {
-  std::set<Model const*> const& visible = visible_.at(&model);
-  auto const seen = [&](Decl const* decl) { return !decl->model || visible.count(decl->model) > 0; };
   auto const declared = declared_.find(qualified);
-  if (declared != declared_.end() && seen(declared->second)) return declared->second;
+  if (declared != declared_.end() && sees(model, *declared->second)) return declared->second;
   auto const externs = externs_.find(qualified);
   if (externs == externs_.end()) return nullptr;
   for (ExternDecl const* decl : externs->second) {
-    if (seen(decl)) return decl;
+    if (sees(model, *decl)) return decl;
   }
   return nullptr;
 }
 
+bool Scope::isComplete(Model const& model) const {
+  std::set<Model const*> const& visible = visible_.at(&model);
+  return std::none_of(visible.begin(), visible.end(), [](Model const* m) { return m->incomplete; });
+}
+
 Decl const* Scope::find(Model const& model, std::string const& name) const {
-  std::string scope = model.nameSpace.text;
-  while (true) {
+  for (std::string const& scope : scopesOf(model)) {
     if (Decl const* const decl = findFull(model, join(scope, name))) return decl;
-    if (scope.empty()) return nullptr;
-    std::size_t const last = scope.rfind("::");
-    scope.resize(last == std::string::npos ? 0 : last);
   }
+  return nullptr;
+}
+
+Decl const* Scope::findNotImported(Model const& model, std::string const& name) const {
+  for (std::string const& scope : scopesOf(model)) {
+    auto const declared = declared_.find(join(scope, name));
+    if (declared != declared_.end()) return declared->second;
+  }
+  return nullptr;
+}
+
+std::string Scope::shortestName(Model const& model, Decl const& decl) const {
+  for (std::string const& scope : scopesOf(model)) {
+    std::string const prefix = join(scope, "");
+    if (decl.qualified.compare(0, prefix.size(), prefix) != 0) continue;
+    std::string const name = decl.qualified.substr(prefix.size());
+    if (find(model, name) == &decl) return name;
+  }
+  return decl.qualified;
+}
+
+std::string Scope::nearest(Model const& model, std::string const& wrong, bool targets,
+                           std::vector<std::string_view> const& others) const {
+  Nearest all(wrong), lastParts(lastPartsOf(wrong, 1));
+  std::size_t const parts = partsOf(wrong);
+  std::map<std::string_view, Decl const*> found;
+  for (std::string_view other : others) all.consider(other);
+  for (Decl const* decl : all_) {
+    bool const target = decl->isEntity() || decl->kind == Decl::Kind::counted;
+    if (!sees(model, *decl) || (targets && !target)) continue;
+    bool const near = all.consider(lastPartsOf(decl->qualified, parts), decl->qualified);
+    // In another namespace, the name itself has to be right.
+    if (lastParts.consider(decl->name.text, decl->qualified) || near) found[decl->qualified] = decl;
+  }
+  std::string const& best = all.best().empty() && lastParts.isExact() ? lastParts.best() : all.best();
+  auto const decl = found.find(best);
+  return decl == found.end() ? best : shortestName(model, *decl->second);
 }
 
 }  // namespace kelc

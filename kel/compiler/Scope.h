@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -25,6 +26,16 @@ class Scope {
   // its imports declare. Null when it means nothing.
   Decl const* find(Model const& model, std::string const& name) const;
 
+  // What a name would mean if the model imported everything.
+  Decl const* findNotImported(Model const& model, std::string const& name) const;
+  // What a wrong name was probably meant to be, as the model would write it: one of `others` or a declaration that the
+  // model sees, if asked one that `ref` can point at. Empty when none is near.
+  std::string nearest(Model const& model, std::string const& wrong, bool targets,
+                      std::vector<std::string_view> const& others) const;
+
+  // Whether all that the model and its imports declare could be read. Otherwise a name that is not found may be right.
+  bool isComplete(Model const& model) const;
+
  private:
   // Who took a full name.
   struct Taken {
@@ -36,8 +47,11 @@ class Scope {
   void enter(Model const& model, Decl& decl, Diagnostics& diagnostics);
   void enterExtern(Model const& model, ExternDecl& decl, Diagnostics& diagnostics);
   void take(std::string const& qualified, Taken const& by, Diagnostics& diagnostics);
+  bool sees(Model const& model, Decl const& decl) const;
   Decl const* findFull(Model const& model, std::string const& qualified) const;
+  std::string shortestName(Model const& model, Decl const& decl) const;
 
+  std::vector<Decl const*> all_;  // in the order in which they were entered, so that of two near names the first wins
   std::unordered_map<std::string, Decl const*> declared_;
   std::unordered_map<std::string, std::vector<ExternDecl const*>> externs_;
   std::unordered_map<std::string, Taken> taken_;

@@ -26,7 +26,8 @@ class ValueRules {
       e.value = next;
       if (e.init) fits = enumeratorValue(*e.init, e.value);
       if (!e.init && fits && next > std::numeric_limits<std::int32_t>::max()) {
-        diagnostics_.error(e.name.loc, "the value of " + inQuotes(e.name.text) + " is out of range for S32");
+        diagnostics_.error(e.name.loc, "the value of " + inQuotes(e.name.text) + ", " + std::to_string(next) +
+                                           ", is out of range for " + withRange(Builtin::s32));
         fits = false;
       }
       next = e.value + 1;
@@ -36,7 +37,7 @@ class ValueRules {
 
   void check(ValueDecl const& decl) const {
     checkTraits(decl);
-    if (decl.rep && decl.fields.size() != 1) {
+    if (decl.rep && !decl.incomplete && decl.fields.size() != 1) {
       diagnostics_.error(decl.name.loc, "a 'rep value' has exactly one field");
     }
     std::map<std::string, Loc> seen;
@@ -48,17 +49,14 @@ class ValueRules {
 
  private:
   bool enumeratorValue(Literal const& init, std::int64_t& value) const {
-    std::uint64_t const limit = init.negative ? 0x80000000 : 0x7fffffff;
     if (init.kind != Literal::Kind::integer) {
-      diagnostics_.error(init.loc, "the value of an enumerator is an integer");
-    } else if (init.magnitude > limit) {
-      diagnostics_.error(init.loc, "out of range for S32");
-    } else {
-      auto const magnitude = static_cast<std::int64_t>(init.magnitude);
-      value = init.negative ? -magnitude : magnitude;
-      return true;
+      diagnostics_.error(init.loc, "the value of an enumerator must be an integer");
+      return false;
     }
-    return false;
+    if (!types_.checkRange(init, Builtin::s32)) return false;
+    auto const magnitude = static_cast<std::int64_t>(init.magnitude);
+    value = init.negative ? -magnitude : magnitude;
+    return true;
   }
 
   // Values are read from their text form, so each has to have one of its own.
@@ -74,7 +72,7 @@ class ValueRules {
         bool const same = twin->name.text == e.name.text;
         std::string const why = same ? " is declared already" : " prints as " + inQuotes(twin->name.text) + " does";
         diagnostics_.error(e.name.loc, name + why, {{twin->name.loc, "the earlier enumerator"}});
-      } else if (equal != &e) {
+      } else if (equal != &e && !decl.incomplete) {
         diagnostics_.error(e.name.loc, name + " has the value of " + inQuotes(equal->name.text),
                            {{equal->name.loc, "the earlier enumerator"}});
       }
@@ -152,7 +150,7 @@ class ValueRules {
   // What the value type does with its content, the field's type has to be able to do.
   void checkFieldTraits(ValueDecl const& decl, Field const& field) const {
     ValueDecl const* const value = valueDecl(field.shape.target);
-    if (!value) return;
+    if (!value || value->incomplete || decl.incomplete) return;
     auto const refuse = [&](char const* missing) {
       diagnostics_.error(field.shape.target.name.loc, inQuotes(value->name.text) + missing,
                          {{value->name.loc, inQuotes(value->name.text) + " is declared here"}});

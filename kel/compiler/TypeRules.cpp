@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "compiler/Names.h"
+#include "compiler/Suggest.h"
 
 namespace kelc {
 
@@ -36,6 +37,8 @@ char const* kindName(Decl const& decl) {
   }
 }
 
+std::string spelled(Literal const& number) { return (number.negative ? "-" : "") + number.written; }
+
 // `Seconds` is a double, too.
 Builtin canonical(Builtin type) { return type == Builtin::seconds ? Builtin::f64 : type; }
 
@@ -49,6 +52,12 @@ std::vector<Note> declaredHere(Decl const& decl) {
 std::string spelled(TypeRef const& type) {
   std::string const prefix = type.isRef ? (type.isConst ? "ref const " : "ref ") : "";
   return prefix + type.name.text;
+}
+
+std::string withRange(Builtin integer) {
+  IntegerRange const range = rangeOf(integer);
+  std::string const lowest = (range.below > 0 ? "-" : "") + std::to_string(range.below);
+  return std::string(builtinName(integer)) + " (" + lowest + ".." + std::to_string(range.above) + ")";
 }
 
 bool isInteger(Builtin type) { return rangeOf(type).above > 0; }
@@ -78,9 +87,24 @@ void TypeRules::resolve(Model const& model, TypeRef& type) const {
   type.builtin = builtinOf(type.name.text);
   if (type.builtin == Builtin::none) {
     type.decl = scope_.find(model, type.name.text);
-    if (!type.decl) diagnostics_.error(type.name.loc, "unknown type " + inQuotes(type.name.text));
+    if (!type.decl && scope_.isComplete(model)) refuseUnknown(model, type.name, "type", type.isRef);
   }
   for (TypeRef& arg : type.args) resolve(model, arg);
+}
+
+void TypeRules::refuseUnknown(Model const& model, QName const& name, std::string const& what, bool target) const {
+  std::string const text = "unknown " + what + " " + inQuotes(name.text);
+  Decl const* const hidden = scope_.findNotImported(model, name.text);
+  if (hidden) {
+    std::string const note = inQuotes(hidden->name.text) + " is declared here, in a model that is not imported";
+    return diagnostics_.error(name.loc, text, {{hidden->name.loc, note}});
+  }
+  std::vector<std::string_view> const builtins = target ? std::vector<std::string_view>() : builtinNames();
+  std::string const near = scope_.nearest(model, name.text, target, builtins), hint = hintOfHabit(name.text);
+  std::string const habit = target ? "" : typeOfHabit(name.text);
+  bool const exact = !near.empty() && editDistance(near, name.text, 0) == 0;
+  if (!exact && !hint.empty()) return diagnostics_.error(name.loc, text + hint);
+  diagnostics_.error(name.loc, text + didYouMean(exact || habit.empty() ? near : habit));
 }
 
 void TypeRules::resolve(Model const& model, Shape& shape) const {
@@ -148,7 +172,7 @@ bool TypeRules::checkKey(Shape& shape) const {
 
 bool TypeRules::checkKeyType(TypeRef const& type, bool ordered, Loc loc) const {
   ValueDecl const* const value = valueDecl(type);
-  if (!value) return true;
+  if (!value || value->incomplete) return true;
   char const* missing = nullptr;
   if (value->has(Trait::Kind::noCompare)) {
     missing = "is 'noCompare'";
@@ -169,9 +193,14 @@ bool TypeRules::checkFieldKey(Shape& shape) const {
     return false;
   }
   Field const* const field = value->field(key.field.text);
+  if (!field && value->incomplete) return false;
   if (!field) {
-    diagnostics_.error(key.field.loc, inQuotes(shape.target.name.text) + " has no field " + inQuotes(key.field.text),
-                       declaredHere(*value));
+    Nearest nearest(key.field.text);
+    for (Field const& f : value->fields) nearest.consider(f.name.text);
+    diagnostics_.error(
+        key.field.loc,
+        inQuotes(shape.target.name.text) + " has no field " + inQuotes(key.field.text) + didYouMean(nearest.best()),
+        declaredHere(*value));
     return false;
   }
   key.type = field->shape.target;
@@ -201,9 +230,14 @@ void TypeRules::checkLiteral(Literal const& literal, TypeRef const& type) const 
 void TypeRules::checkInteger(Literal const& literal, TypeRef const& type) const {
   std::string const name(builtinName(type.builtin));
   if (literal.kind != Literal::Kind::integer) return diagnostics_.error(literal.loc, "expected an integer for " + name);
-  IntegerRange const range = rangeOf(type.builtin);
-  bool const fits = literal.magnitude <= (literal.negative ? range.below : range.above);
-  if (!fits) diagnostics_.error(literal.loc, "out of range for " + name);
+  checkRange(literal, type.builtin);
+}
+
+bool TypeRules::checkRange(Literal const& integer, Builtin type) const {
+  IntegerRange const range = rangeOf(type);
+  if (integer.magnitude <= (integer.negative ? range.below : range.above)) return true;
+  diagnostics_.error(integer.loc, spelled(integer) + " is out of range for " + withRange(type));
+  return false;
 }
 
 void TypeRules::checkFloating(Literal const& literal, TypeRef const& type) const {
@@ -213,23 +247,36 @@ void TypeRules::checkFloating(Literal const& literal, TypeRef const& type) const
   if (!number && !infinite) return diagnostics_.error(literal.loc, "expected a number for " + name);
   bool const fits = type.builtin != Builtin::f32 || literal.kind != Literal::Kind::floating ||
                     std::fabs(literal.floating) <= static_cast<double>(FLT_MAX);
-  if (!fits) diagnostics_.error(literal.loc, "out of range for " + name);
+  if (!fits)
+    diagnostics_.error(literal.loc, spelled(literal) + " is out of range for F32 (-3.4028234e+38..3.4028234e+38)");
 }
 
 void TypeRules::checkCharacter(Literal const& literal) const {
   bool const one = literal.kind == Literal::Kind::string && literal.text.size() == 1;
   bool const code = literal.kind == Literal::Kind::integer && !literal.negative && literal.magnitude < 0x80;
-  if (!one && !code) diagnostics_.error(literal.loc, "a char is a string of one character or a number below 128");
+  if (one || code) return;
+  bool const number = literal.kind == Literal::Kind::integer;
+  diagnostics_.error(literal.loc, number ? spelled(literal) + " is out of range for char (0..127)"
+                                         : "a char must be a string of one character or a number (0..127)");
 }
 
 void TypeRules::checkEnumerator(Literal const& literal, EnumDecl const& decl) const {
-  if (literal.kind == Literal::Kind::word && !literal.negative) {
-    for (Enumerator const& e : decl.enumerators) {
-      if (e.name.text == literal.text) return;
-    }
+  std::string const name = inQuotes(decl.name.text);
+  if (literal.kind != Literal::Kind::word || literal.negative) {
+    return diagnostics_.error(literal.loc, "expected an enumerator of " + name, declaredHere(decl));
   }
-  std::string const text = literal.text.empty() ? "this" : inQuotes(literal.text);
-  diagnostics_.error(literal.loc, text + " is no enumerator of " + inQuotes(decl.name.text), declaredHere(decl));
+  // What is written as in C++ is suggested without its qualification.
+  Nearest nearest(literal.text), last(std::string_view(literal.text).substr(literal.text.rfind(':') + 1));
+  for (Enumerator const& e : decl.enumerators) {
+    if (e.name.text == literal.text) return;
+    nearest.consider(e.name.text);
+    last.consider(e.name.text);
+  }
+  if (decl.incomplete) return;
+  diagnostics_.error(literal.loc,
+                     name + " has no enumerator " + inQuotes(literal.text) +
+                         didYouMean(nearest.best().empty() ? last.best() : nearest.best()),
+                     declaredHere(decl));
 }
 
 }  // namespace kelc

@@ -13,6 +13,8 @@ namespace kelc {
 std::string spelled(TypeRef const& type);
 
 bool isInteger(Builtin type);
+// "U8 (0..255)", behind "out of range for".
+std::string withRange(Builtin integer);
 // The same type in C++; `String` and `Name` are one.
 bool sameType(TypeRef const& a, TypeRef const& b);
 // The declaration of a value type; null for any other.
@@ -31,6 +33,9 @@ class TypeRules {
   void resolve(Model const& model, TypeRef& type) const;
   void resolve(Model const& model, Shape& shape) const;
 
+  // Reports a name that means nothing in a model; `what` was expected ("type"), for a pointer when `target`.
+  void refuseUnknown(Model const& model, QName const& name, std::string const& what, bool target) const;
+
   // The name of a declaration, member, parameter or enumerator.
   void checkName(Ident const& name) const;
   // A builtin, an enumeration or a value type.
@@ -44,6 +49,8 @@ class TypeRules {
   bool checkKey(Shape& shape) const;
   // That the literal is a value of the type. The type has passed `checkValue`.
   void checkLiteral(Literal const& literal, TypeRef const& type) const;
+  // That the integer is a value of a builtin integer type.
+  bool checkRange(Literal const& integer, Builtin type) const;
 
  private:
   void refuse(TypeRef const& type, std::string const& text) const;

@@ -18,13 +18,13 @@ int report(std::string const& what) {
   return failed;
 }
 
-// The phases, with a stop behind each that found something.
+// A model with a syntax error is checked all the same: one run shows all mistakes.
 bool readModel(kelc::Options const& options, kelc::ModelSet& set, kelc::Diagnostics& diagnostics) {
   if (!kelc::load(options.input, options.name, options.includeDirs, diagnostics, set)) {
     report("cannot read '" + options.input.string() + "'");
     return false;
   }
-  if (diagnostics.empty()) kelc::check(set, diagnostics);
+  kelc::check(set, diagnostics);
   diagnostics.print(std::cerr);
   return diagnostics.empty();
 }

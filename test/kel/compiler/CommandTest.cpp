@@ -49,6 +49,31 @@ TEST_F(Command, WritesHeaderSourceAndDependencies) {
   EXPECT_EQ(files(), 5u);
 }
 
+// The folder of the importing file comes first, and the header of what is found there is beside its own.
+TEST_F(Command, ImportsFromBesideTheImportingFile) {
+  write("src/Zuk/A.kel", "namespace N; import \"C.kel\"; enum E { a }");
+  write("src/Zuk/C.kel", "namespace N; enum C { c }");
+  write("src/C.kel", "namespace Wrong;");
+  write("src/Zuk/B.kel", "namespace N; import \"A.kel\"; value V { e : E; c : C; }");
+  EXPECT_EQ(run("-I src -o gen --name Zuk/B --depfile B.d src/Zuk/B.kel"), 0) << printed;
+  EXPECT_EQ(read("B.d"), "gen/Zuk/B.h: \\\n  src/Zuk/B.kel \\\n  src/Zuk/A.kel \\\n  src/Zuk/C.kel\n");
+  EXPECT_NE(read("gen/Zuk/B.h").find("#include \"Zuk/A.h\""), std::string::npos);
+
+  // From a folder above it, the path on the include path is the header's.
+  write("src/Top.kel", "namespace N; import \"Zuk/A.kel\"; value V { e : E; }");
+  EXPECT_EQ(run("-I src -o gen --name Other/Top src/Top.kel"), 0) << printed;
+  EXPECT_NE(read("gen/Other/Top.h").find("#include \"Zuk/A.h\""), std::string::npos);
+}
+
+TEST_F(Command, ListsWhereAnImportWasLookedFor) {
+  write("src/A.kel", "namespace N; import \"B.kel\";");
+  EXPECT_EQ(run("-I src -I other -I ./src/ src/A.kel"), 1);
+  EXPECT_EQ(printed.substr(0, printed.find('\n')), "src/A.kel:1:21: error: cannot find 'B.kel' in 'src' or 'other'");
+  write("C.kel", "namespace N; import \"B.kel\";");
+  EXPECT_EQ(run("C.kel"), 1);
+  EXPECT_EQ(printed.substr(0, printed.find('\n')), "C.kel:1:21: error: cannot find 'B.kel' in '.'");
+}
+
 TEST_F(Command, LeavesFilesAloneThatDidNotChange) {
   write("A.kel", "namespace N; enum E { a }");
   ASSERT_EQ(run("A.kel"), 0);
@@ -66,7 +91,11 @@ TEST_F(Command, LeavesNothingBehindAfterAnError) {
   EXPECT_EQ(run("--depfile A.d A.kel"), 1);
   EXPECT_EQ(printed,
             "A.kel:1:26: error: 'a' is declared already\n"
-            "A.kel:1:23: note: the earlier enumerator\n");
+            "    namespace N; enum E { a, a }\n"
+            "                             ^\n"
+            "A.kel:1:23: note: the earlier enumerator\n"
+            "    namespace N; enum E { a, a }\n"
+            "                          ^\n");
   EXPECT_EQ(files(), 1u);
 }
 
