@@ -63,7 +63,8 @@ Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Ent
 bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src) {
   Kel::Entity const *d = &dest, *s = &src;
   for (; d && s && d != ec.dest().ptr() && s != ec.src().ptr(); d = d->parent(), s = s->parent())
-    if (!madeAlike(*d, *s)) return false;
+    // A copy root is never made anew, and may be of another type.
+    if (!madeAlike(*d, *s)) return ec.srcCopyRootHas(Kel::Ptr<Kel::Entity const>(s));
   return true;
 }
 
