@@ -311,8 +311,7 @@ class OwnedMapAccess final : public AttrAccess {
       return map.find(key);
     }
   }
-  bool membersEqual(Entity const& dest, Entity const& src,
-                    bool (*alike)(Entity const&, Entity const&)) const override {
+  bool membersEqual(Entity const& dest, Entity const& src, bool (*alike)(Entity const&, Entity const&)) const override {
     if constexpr (dense) {
       M const& a = dest.*slot_;
       M const& b = src.*slot_;

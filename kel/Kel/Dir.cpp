@@ -16,9 +16,10 @@ Dir::Dir(Name name, Dir* parent) : Entity(std::move(name)) {
   } catch (...) {
     // A reactor of the parent threw: there will be no directory, so there must be no entry.
     if (this->parent() == parent) {
-      Kel::Ptr<EntryState> const state = parent->entryState_.take(this->name());
+      Kel::Ptr<EntryState> state = parent->entryState_.take(this->name());
       state->entity_.release();
-      leaveTree(state);
+      leaveTree(Entity::Ptr(this));
+      leaveTree(std::move(state));
     }
     throw;
   }
@@ -54,6 +55,7 @@ Entity const* Dir::child(std::string_view name) const {
 
 void Dir::attach(EntryState& state, Entity::Ptr const& entity) {
   state.entity_ = entity;
+  state.mark(Change::content);
   adopt(*entity, entryStateAttr);
   Name const name = state.name();
   notify(entryStateAttr, &name);
@@ -111,7 +113,7 @@ void Dir::entryStateDel(Name const& name) {
   Kel::Ptr<EntryState> state = entryState_.take(key);
   if (!state) return;
   if (state->entity_) leaveTree(std::exchange(state->entity_, nullptr));
-  leaveTree(state);
+  leaveTree(std::move(state));
   notify(entryStateAttr, &key);
 }
 

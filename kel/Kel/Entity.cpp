@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "Kel/AttrAccess.h"
+#include "Kel/ChangeJournal.h"
 #include "Kel/Dir.h"
 #include "Kel/TypeBuilder.h"
 
@@ -13,7 +14,7 @@ namespace Kel {
 
 std::atomic<U64> Entity::departures_{0};
 
-Entity::~Entity() { delete reactors_; }
+Entity::~Entity() { delete extras_; }
 
 KelType const* Entity::_fwkType() {
   static KelType const* const type = EntityTypeBuilder<Entity>("Kel::Entity", nullptr).done();
@@ -190,32 +191,31 @@ Entity const* Entity::lookup(String8 const& path) const {
 
 // --- Leaving the tree, and the end ---
 
-// Entities, the last one first out. The stack takes no memory: the link of an entity takes the place of its list of
-// reactors, or stands in that list. Nothing may ask for the reactors of an entity that is on a stack.
+// Entities, the last one first out. The stack takes no memory: the link of an entity takes the place of its
+// extras, or stands in them. Nothing may ask for the reactors of an entity that is on a stack.
 class EntityStack {
  public:
   bool empty() const { return !top_; }
   void push(Entity& e) noexcept {
-    if (e.reactors_)
-      e.reactors_->next = top_;
+    if (e.extras_)
+      e.extras_->next = top_;
     else
-      e.reactors_ = reinterpret_cast<ReactorList*>(reinterpret_cast<std::uintptr_t>(top_) | isLink);
+      e.extras_ = reinterpret_cast<EntityExtras*>(reinterpret_cast<std::uintptr_t>(top_) | EntityExtras::isLink);
     top_ = &e;
   }
   Entity& pop() noexcept {
     Entity& e = *top_;
-    auto const bits = reinterpret_cast<std::uintptr_t>(e.reactors_);
-    if ((bits & isLink) != 0) {
-      top_ = reinterpret_cast<Entity*>(bits & ~isLink);
-      e.reactors_ = nullptr;
+    auto const bits = reinterpret_cast<std::uintptr_t>(e.extras_);
+    if ((bits & EntityExtras::isLink) != 0) {
+      top_ = reinterpret_cast<Entity*>(bits & ~EntityExtras::isLink);
+      e.extras_ = nullptr;
     } else {
-      top_ = e.reactors_->next;
+      top_ = e.extras_->next;
     }
     return e;
   }
 
  private:
-  static constexpr std::uintptr_t isLink = 1;  // no list of reactors has an odd address
   Entity* top_ = nullptr;
 };
 
@@ -241,6 +241,7 @@ class PointerDrop {
         attr->access().eachChild(
             e, [](Entity* child, void* drop) { static_cast<PointerDrop*>(drop)->visit(*child); }, this);
     for (KelAttr const* attr : e.type()->ptrAttrs()) attr->access().dropPointers(e);
+    if (!e.type()->ptrAttrs().empty()) e.mark(Change::content);
     --levels_;
   }
 
@@ -297,7 +298,8 @@ class Dismantling {
     static void takeOut(Entity::Ptr child, void* waiting) {
       child->parent_ = nullptr;
       child->parentAttrId_ = noAttribute;
-      if (child->refs() > 1 || child->isNondestructing()) return;  // somebody holds it: it stays, out of the tree
+      // What somebody holds stays, out of the tree.
+      if (child->refs() > 1 || child->isNondestructing()) return ChangeJournal::noteHeldDeparture();
       // Its count is left at 1 and never read again.
       static_cast<Waiting*>(waiting)->destroy(*child.release());
     }
@@ -317,10 +319,12 @@ thread_local Dismantling::Waiting Dismantling::waiting_;
 void Entity::destroySelf() noexcept { Dismantling::add(*this); }
 
 void Entity::leaveTree(Ptr child) noexcept {
+  child->noteLeaving();
   departures_.fetch_add(1, std::memory_order_relaxed);
   child->parent_ = nullptr;
   child->parentAttrId_ = noAttribute;
   if (child->refs() > 1) Dismantling::dropPointersBelow(*child);
+  if (child->refs() > 1) ChangeJournal::noteHeldDeparture();
 }
 
 }  // namespace Kel

@@ -35,6 +35,13 @@ class EntityUriPath {
   String8 path_;
 };
 
+// What has changed of an entity. Each kind includes those in front of it.
+enum class Change : U8 {
+  content = 1,  // its own attributes: a value, a pointer, a collection or queue of them
+  members,      // an entity that it owns came or went
+  whole         // it came into the tree: everything below it is new
+};
+
 class Entity : public VFPtrInterface {
  public:
   using Ptr = Kel::Ptr<Entity>;
@@ -77,6 +84,7 @@ class Entity : public VFPtrInterface {
   void parentIs(Ptr const& parent) {
     parent_ = parent.ptr();
     departures_.fetch_add(1, std::memory_order_relaxed);
+    upheavals_.fetch_add(1, std::memory_order_relaxed);
   }
   KelAttr const* parentAttr() const;
   AttributeId parentAttrId() const { return parentAttrId_; }
@@ -91,15 +99,21 @@ class Entity : public VFPtrInterface {
   void adopt(Entity& child, AttributeId id) {
     child.parent_ = this;
     child.parentAttrId_ = id;
+    if (stampFloor_.load(std::memory_order_relaxed) != 0) noteArrival(child);
   }
   // Takes a child that its owner has let go of out of the tree.
   static void leaveTree(Ptr child) noexcept;
-  // Tells the reactors that an attribute changed; `key` points at the key of the changed member, of the collection's
-  // key type.
+  // Tells the change journals and the reactors that an attribute changed; `key` points at the key of the changed
+  // member, of the collection's key type.
   void notify(AttributeId id, void const* key = nullptr) const {
-    if (reactors_) notifyReactors(id, key);
+    mark(Change::content);
+    if (hasReactors()) notifyReactors(id, key);
   }
-  bool hasReactors() const { return reactors_ != nullptr; }
+  bool hasReactors() const { return extras_ && !extras_->reactors.empty(); }
+  // Tells the change journals of the entities above, and of this one; see ChangeJournal.h.
+  void mark(Change change) const noexcept {
+    if (stamp_ < (stampFloor_.load(std::memory_order_relaxed) | static_cast<U32>(change))) note(change);
+  }
   // Counts the times that entities have left a tree or a tree has ended, in the whole process: while it stands still,
   // what a path led to is there.
   static U64 departures() { return departures_.load(std::memory_order_relaxed); }
@@ -111,18 +125,28 @@ class Entity : public VFPtrInterface {
   void destroySelf() noexcept override;
 
  private:
+  friend class ChangeJournal;
   friend class EntityNotifiee;
   friend class EntityStack;
   friend class Dismantling;
   Entity const* lookup(String8 const& path) const;
   void notifyReactors(AttributeId id, void const* key) const;
+  EntityExtras& extras() const;
+  void dropEmptyExtras() const noexcept;
+  void note(Change change) const noexcept;
+  void noteArrival(Entity& child) const noexcept;
+  void noteLeaving() const noexcept;
 
-  static std::atomic<U64> departures_;
+  static std::atomic<U64> departures_, upheavals_;
+  // The epoch of the change journals, shifted as in a stamp; 0: no journal was ever attached, or they are off.
+  static std::atomic<U32> stampFloor_;
 
   Name name_;
   Entity* parent_ = nullptr;
-  mutable ReactorList* reactors_ = nullptr;
+  mutable EntityExtras* extras_ = nullptr;
   AttributeId parentAttrId_ = noAttribute;
+  // The last epoch in which the entity changed, above two bits for the strongest change in it.
+  mutable U32 stamp_ = static_cast<U32>(Change::whole);
 };
 
 // The entity's full name; "<null>" for null.

@@ -193,8 +193,8 @@ class KelType final : public PtrInterface {
   bool isValue() const { return kind_ <= Kind::value; }
   bool isAbstract() const { return !construct_ && isEntity(); }
   KelType const* base() const { return base_; }
-  // Whether any type is known that is derived from this one. Before an entity of a derived type can be a member anywhere
-  // its type is known.
+  // Whether any type is known that is derived from this one. Before an entity of a derived type can be a member
+  // anywhere its type is known.
   bool hasDerived() const { return hasDerived_.load(std::memory_order_relaxed); }
   // Whether this is `other` or derived from it. Cost: the length of the chain.
   bool isA(KelType const* other) const;

@@ -27,22 +27,20 @@ EntityNotifiee::~EntityNotifiee() { bind(nullptr); }
 void EntityNotifiee::bind(Ptr<Entity const> const& notifier) {
   if (notifier == notifier_) return;
   if (notifier_) {
-    ReactorList& list = *notifier_->reactors_;
-    auto const at = std::find(list.reactors.begin(), list.reactors.end(), this);
-    if (list.deliveries > 0) {
+    EntityExtras& extras = *notifier_->extras_;
+    auto const at = std::find(extras.reactors.begin(), extras.reactors.end(), this);
+    if (extras.deliveries > 0) {
       *at = nullptr;
     } else {
-      list.reactors.erase(at);
-      if (list.reactors.empty()) {
-        delete notifier_->reactors_;
-        notifier_->reactors_ = nullptr;
-      }
+      extras.reactors.erase(at);
+      notifier_->dropEmptyExtras();
     }
   }
-  notifier_ = notifier;
-  if (!notifier_) return;
-  if (!notifier_->reactors_) notifier_->reactors_ = new ReactorList;
-  notifier_->reactors_->reactors.push_back(this);
+  Ptr<Entity const> const next = notifier;  // the given handle may lie in what goes with the old notifier
+  notifier_ = nullptr;
+  if (!next) return;
+  next->extras().reactors.push_back(this);
+  notifier_ = next;
 }
 
 void EntityNotifiee::deliver(AttributeId id, void const* key) {
@@ -56,19 +54,27 @@ void Entity::notifyReactors(AttributeId id, void const* key) const {
   // Reactors bound during the delivery come at the end and are not called for this change.
   struct Delivery {
     Entity const& entity;
-    explicit Delivery(Entity const& e) : entity(e) { ++e.reactors_->deliveries; }
+    explicit Delivery(Entity const& e) : entity(e) { ++e.extras_->deliveries; }
     ~Delivery() {
-      ReactorList* list = entity.reactors_;
-      if (--list->deliveries > 0) return;
-      std::erase(list->reactors, nullptr);
-      if (!list->reactors.empty()) return;
-      delete list;
-      entity.reactors_ = nullptr;
+      if (--entity.extras_->deliveries > 0) return;
+      std::erase(entity.extras_->reactors, nullptr);
+      entity.dropEmptyExtras();
     }
   } delivery(*this);
-  std::size_t const bound = reactors_->reactors.size();
+  std::size_t const bound = extras_->reactors.size();
   for (std::size_t i = 0; i < bound; ++i)
-    if (EntityNotifiee* reactor = reactors_->reactors[i]) reactor->deliver(id, key);
+    if (EntityNotifiee* reactor = extras_->reactors[i]) reactor->deliver(id, key);
+}
+
+EntityExtras& Entity::extras() const {
+  if (!extras_) extras_ = new EntityExtras;
+  return *extras_;
+}
+
+void Entity::dropEmptyExtras() const noexcept {
+  if (!extras_->reactors.empty() || extras_->journal) return;
+  delete extras_;
+  extras_ = nullptr;
 }
 
 }  // namespace Kel

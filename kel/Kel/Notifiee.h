@@ -7,6 +7,8 @@
 // raised from the inner write. A reactor keeps its notifier alive and unbinds when it is destroyed.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "Kel/Ptr.h"
@@ -14,6 +16,7 @@
 
 namespace Kel {
 
+class ChangeJournal;
 class Entity;
 
 // The base of every type's Notifiee and NotifieeConst.
@@ -38,12 +41,18 @@ class EntityNotifiee : public PtrInterface {
   Activation* active_ = nullptr;  // what this reactor is handling now, innermost first
 };
 
-// The reactors of one entity, in the order in which they were bound; a reactor that unbinds during a delivery leaves a
-// null behind until the delivery ends.
-struct ReactorList {
+// What only few entities have.
+struct EntityExtras {
+  EntityExtras() noexcept;
+  ~EntityExtras();
+
+  // The reactors, in the order in which they were bound; one that unbinds during a delivery leaves a null behind until
+  // the delivery ends.
   std::vector<EntityNotifiee*> reactors;
   U32 deliveries = 0;
-  Entity* next = nullptr;  // of the entity's EntityStack
+  std::unique_ptr<ChangeJournal> journal;
+  Entity* next = nullptr;                      // of the entity's EntityStack
+  static constexpr std::uintptr_t isLink = 1;  // an odd address is no extras, but such a link
 };
 
 }  // namespace Kel

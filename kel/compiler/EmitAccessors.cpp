@@ -184,9 +184,9 @@ class Accessors {
 
   // Does not settle what was counted before: appending is all that a count costs.
   void addCounter() {
-    Lines body = {slot_ + ".increment(key);",
-                  after_.empty() ? "if (hasReactors()) " + notified("key") : notified("key")};
-    write("void", x_ + "CounterInc").takes(types_.param(keyType()), "key").does(thenAfter(body));
+    write("void", x_ + "CounterInc")
+        .takes(types_.param(keyType()), "key")
+        .does(thenAfter({slot_ + ".increment(key);", notified("key")}));
   }
 
   void addValueDeleters() {

@@ -1,28 +1,13 @@
 // What things cost: bytes, and allocations on the way where nothing changes.
-#include <cstdlib>
-#include <new>
-
+#include "Allocations.h"
 #include "Kel/AttrAccess.h"
 #include "Support.h"
 
-namespace {
-
-std::size_t allocations = 0;
-bool noMemory = false;
-
-}  // namespace
-
-// Counts every allocation of the process. Under a sanitizer the pool's blocks are among them.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* block = noMemory ? nullptr : std::malloc(size)) return block;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-
 namespace Gadgets {
 namespace {
+
+using Tests::allocations;
+using Tests::allocationsFail;
 
 TEST(Cost, Sizes) {
   EXPECT_EQ(sizeof(Ptr<Part>), sizeof(void*));
@@ -115,9 +100,9 @@ TEST(Cost, MembersOfACopyAreFoundWithoutAllocating) {
 
 template <class Step>
 void withoutMemory(Step const& step) {
-  noMemory = true;
+  allocationsFail = true;
   step();
-  noMemory = false;
+  allocationsFail = false;
 }
 
 struct Counted : Part {

@@ -1,0 +1,274 @@
+#include "Kel/ChangeJournal.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <new>
+
+#include "Kel/AttrAccess.h"
+#include "Kel/Exception.h"
+
+namespace Kel {
+
+namespace {
+
+constexpr unsigned changeBits = 2;
+constexpr U32 changeMask = 3;
+constexpr U32 lastEpoch = (1u << (32 - changeBits)) - 1;
+
+constexpr std::size_t maxDepartures = 4096;
+
+constexpr U32 stampOf(U32 floor, Change change) { return floor | static_cast<U32>(change); }
+
+Entity const* entityOf(U64 entry) {
+  return reinterpret_cast<Entity const*>(static_cast<std::uintptr_t>(entry & ~U64(changeMask)));
+}
+
+}  // namespace
+
+std::atomic<U32> Entity::stampFloor_{0};
+std::atomic<U64> Entity::upheavals_{0};
+std::atomic<U64> ChangeJournal::heldDepartures_{0};
+
+EntityExtras::EntityExtras() noexcept = default;
+EntityExtras::~EntityExtras() = default;
+
+// --- Epochs ---
+
+// Changed seldom, and under the lock; what is read often is Entity::stampFloor_.
+struct ChangeJournal::Epochs {
+  std::mutex lock;
+  U32 epoch = 0;  // 0: no journal was ever attached
+  std::atomic<bool> on;
+
+  Epochs() {
+    char const* const given = std::getenv("KEL_CHANGE_JOURNAL");
+    on = !given || std::strcmp(given, "off") != 0;
+  }
+  void next() {
+    if (!on) return;
+    if (epoch == lastEpoch) return off();
+    ++epoch;
+    Entity::stampFloor_.store(epoch << changeBits, std::memory_order_relaxed);
+  }
+  void off() {
+    on = false;
+    Entity::stampFloor_.store(0, std::memory_order_relaxed);
+    Entity::upheavals_.fetch_add(1, std::memory_order_relaxed);
+  }
+};
+
+ChangeJournal::Epochs& ChangeJournal::epochs() {
+  static Epochs epochs;
+  return epochs;
+}
+
+void ChangeJournal::newEpoch() {
+  Epochs& e = epochs();
+  std::lock_guard<std::mutex> guard(e.lock);
+  if (e.epoch > 0) e.next();
+}
+
+void ChangeJournal::lastEpochsLeftIs(U32 left) {
+  Epochs& e = epochs();
+  std::lock_guard<std::mutex> guard(e.lock);
+  e.epoch = std::max(e.epoch, lastEpoch - left);
+}
+
+bool ChangeJournal::enabled() { return epochs().on; }
+
+void ChangeJournal::enabledIs(bool on) {
+  Epochs& e = epochs();
+  std::lock_guard<std::mutex> guard(e.lock);
+  if (on == e.on) return;
+  if (!on) return e.off();
+  if (e.epoch == lastEpoch) return;
+  e.on = true;
+  Entity::upheavals_.fetch_add(1, std::memory_order_relaxed);  // what changed while journals were off is not known
+  if (e.epoch > 0) e.next();
+}
+
+U64 ChangeJournal::heldDepartures() { return heldDepartures_.load(std::memory_order_relaxed); }
+U64 ChangeJournal::upheavals() { return Entity::upheavals_.load(std::memory_order_relaxed); }
+
+// --- Journals ---
+
+namespace {
+
+U64 nextId() {
+  static std::atomic<U64> last{0};
+  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+}  // namespace
+
+ChangeJournal::ChangeJournal() : id_(nextId()), upheavals_(upheavals()) {}
+
+ChangeJournal& ChangeJournal::attach(Entity const& anchor) {
+  if (ChangeJournal* const journal = of(anchor)) return *journal;
+  std::unique_ptr<ChangeJournal> made(new ChangeJournal);
+  // Entities with stamps of this epoch have no entry in this journal.
+  Epochs& e = epochs();
+  std::lock_guard<std::mutex> guard(e.lock);
+  e.epoch = std::max(e.epoch, 1u);
+  e.next();
+  return *(anchor.extras().journal = std::move(made));
+}
+
+ChangeJournal* ChangeJournal::of(Entity const& anchor) {
+  // What waits to be destroyed may have a link there.
+  bool const none = !anchor.extras_ || (reinterpret_cast<std::uintptr_t>(anchor.extras_) & EntityExtras::isLink) != 0;
+  return none ? nullptr : anchor.extras_->journal.get();
+}
+
+U64 ChangeJournal::checkpoint() {
+  newEpoch();
+  return end();
+}
+
+U64 ChangeJournal::end() {
+  forgetAfterUpheaval();
+  wanted_ = true;
+  return position();
+}
+
+bool ChangeJournal::holds(U64 from) {
+  forgetAfterUpheaval();
+  return enabled() && wanted_ && base_ <= from && from <= position();
+}
+
+void ChangeJournal::forget() noexcept {
+  base_ = position() + 1;
+  entries_.clear();
+  departures_.clear();
+  wanted_ = false;
+}
+
+void ChangeJournal::forgetAfterUpheaval() noexcept {
+  U64 const now = upheavals();
+  if (now == upheavals_) return;
+  upheavals_ = now;
+  forget();
+}
+
+void ChangeJournal::append(Entity const& entity, Change change, U32 floor) noexcept {
+  if (!wanted_) return;
+  if (entries_.size() == maxEntries) return forget();
+  oldest_ = entries_.empty() ? floor : std::min(oldest_, floor);
+  try {
+    entries_.push_back(reinterpret_cast<std::uintptr_t>(&entity) | static_cast<U32>(change));
+  } catch (std::bad_alloc const&) {
+    forget();
+  }
+}
+
+// Makes the entries of all that leaves void: it may be destroyed soon, and another entity may get its address.
+void ChangeJournal::depart(Entity const& top) noexcept {
+  if (entries_.empty()) return;
+  try {
+    departBelow(top);
+  } catch (std::bad_alloc const&) {
+    forget();
+  }
+}
+
+void ChangeJournal::departBelow(Entity const& top) {
+  std::vector<Entity const*> open{&top};
+  while (!open.empty()) {
+    Entity const& e = *open.back();
+    open.pop_back();
+    for (KelAttr const* attr : e.type()->ownAttrs())
+      attr->access().eachOwned(
+          e, [](Entity* owned, U64, void* to) { static_cast<std::vector<Entity const*>*>(to)->push_back(owned); },
+          &open);
+    // The stamp of an anchor does not tell whether it came into this journal's tree.
+    if (e.stamp_ < oldest_ && !of(e)) continue;
+    if (departures_.size() == maxDepartures) settle();
+    departures_.push_back({&e, position()});
+  }
+}
+
+// Makes void what stands in front of a departure of the same entity.
+void ChangeJournal::settle() noexcept {
+  if (departures_.empty()) return;
+  auto const byEntity = [](Departure const& a, Departure const& b) {
+    return a.entity != b.entity ? std::less<>()(a.entity, b.entity) : a.at < b.at;
+  };
+  std::sort(departures_.begin(), departures_.end(), byEntity);
+  U64 at = base_;
+  for (U64& entry : entries_) {
+    // The first departure behind the entry.
+    Departure const sought{entityOf(entry), ++at};
+    auto const found = std::lower_bound(departures_.begin(), departures_.end(), sought, byEntity);
+    if (found != departures_.end() && found->entity == sought.entity) entry = 0;
+  }
+  departures_.clear();
+}
+
+std::vector<ChangeJournal::Entry> ChangeJournal::since(U64 from) {
+  if (from < base_ || from > position()) throwRangeException("change journal: the position is not held");
+  settle();
+  struct Noted {
+    Entity const* entity;
+    Change change;
+    std::size_t at;
+  };
+  std::vector<Noted> noted;
+  for (auto at = static_cast<std::size_t>(from - base_); at < entries_.size(); ++at)
+    if (U64 const entry = entries_[at]) noted.push_back({entityOf(entry), static_cast<Change>(entry & changeMask), at});
+  // One of each entity, where it was noted first.
+  std::sort(noted.begin(), noted.end(), [](Noted const& a, Noted const& b) {
+    return a.entity != b.entity ? std::less<>()(a.entity, b.entity) : a.at < b.at;
+  });
+  auto last = noted.begin();
+  for (auto const& n : noted) {
+    if (n.entity != last->entity) *++last = n;
+    last->change = std::max(last->change, n.change);
+  }
+  if (!noted.empty()) noted.erase(last + 1, noted.end());
+  std::sort(noted.begin(), noted.end(), [](Noted const& a, Noted const& b) { return a.at < b.at; });
+  std::vector<Entry> entries;
+  entries.reserve(noted.size());
+  for (Noted const& n : noted) entries.push_back({n.entity, n.change});
+  return entries;
+}
+
+// --- Entities ---
+
+// Visits the journal of an entity and those above. It stops at an entity that is new in this epoch: the journals above
+// that one have it as a whole.
+template <class Visit>
+void ChangeJournal::eachAbove(Entity const* e, U32 floor, Visit const& visit) noexcept {
+  for (; e; e = e->parent_) {
+    if (ChangeJournal* const journal = of(*e)) visit(*journal);
+    if (e->stamp_ == stampOf(floor, Change::whole)) return;
+  }
+}
+
+void Entity::note(Change change) const noexcept {
+  U32 const floor = stampFloor_.load(std::memory_order_relaxed);
+  if (floor == 0 || stamp_ >= stampOf(floor, change)) return;
+  stamp_ = stampOf(floor, change);
+  ChangeJournal::eachAbove(this, floor, [&](ChangeJournal& journal) { journal.append(*this, change, floor); });
+}
+
+void Entity::noteArrival(Entity& child) const noexcept {
+  U32 const floor = stampFloor_.load(std::memory_order_relaxed);
+  if (floor == 0) return;
+  mark(Change::members);
+  // An anchor is not stamped: the journals above know of it as a whole, but its own does not.
+  if (!ChangeJournal::of(child)) child.stamp_ = std::max(child.stamp_, stampOf(floor, Change::whole));
+  if (stamp_ == stampOf(floor, Change::whole)) return;
+  ChangeJournal::eachAbove(this, floor, [&](ChangeJournal& journal) { journal.append(child, Change::whole, floor); });
+}
+
+void Entity::noteLeaving() const noexcept {
+  U32 const floor = stampFloor_.load(std::memory_order_relaxed);
+  if (floor == 0 || !parent_) return;
+  ChangeJournal::eachAbove(parent_, floor, [&](ChangeJournal& journal) { journal.depart(*this); });
+  parent_->mark(Change::members);
+}
+
+}  // namespace Kel
