@@ -45,7 +45,7 @@ std::string parameterTypes(EntityDecl const& entity) {
   for (Attribute const* param : entity.allParams()) {
     list += (list.empty() ? "" : ", ") + spelled(param->shape.target);
   }
-  return "(" + list + ")";
+  return list.empty() ? "no arguments" : "the arguments (" + list + ")";
 }
 
 // Wrong anyway, and reported as such.
@@ -82,16 +82,16 @@ void EntityRules::resolveBase(Model const& model, EntityDecl& entity) const {
     entity.baseUnknown = true;
     return types_.refuseUnknown(model, name, "base", true);
   }
-  if (decl->kind == Decl::Kind::external) return refuse(" is only 'extern', and cannot be derived from");
+  if (decl->kind == Decl::Kind::external) return refuse(" is 'extern' and cannot be derived from");
   if (decl->kind != Decl::Kind::entity) return refuse(" is not an entity");
   if (!decl->model) {
     if (decl->name.text != "Entity") refuse(" cannot be derived from");
     return;
   }
   if (decl == &entity) return refuse(" is the entity itself");
-  if (decl->model == &model && entity.name.loc < decl->name.loc) return refuse(" is declared only behind its use");
+  if (decl->model == &model && entity.name.loc < decl->name.loc) return refuse(" must be declared before it is used");
   auto const* const base = static_cast<EntityDecl const*>(decl);
-  if (base->depth == maxBases) return refuse(" is the end of a chain of more than 64 bases");
+  if (base->depth == maxBases) return refuse(" is the last in a chain of more than 64 bases");
   entity.base = base;
   entity.depth = base->depth + 1;
 }
@@ -100,7 +100,7 @@ void EntityRules::check(EntityDecl& entity) {
   Members& members = members_[&entity];
   if (entity.base) members.attributes = members_[entity.base].attributes;
   if (isEntityMember(entity.name.text)) {
-    diagnostics_.error(entity.name.loc, inQuotes(entity.name.text) + " means something else in an entity's class");
+    diagnostics_.error(entity.name.loc, inQuotes(entity.name.text) + " is a member of every entity's class");
   }
   checkNameOfEntity(entity);
   for (Attribute& param : entity.params) checkParam(param);
@@ -124,7 +124,7 @@ void EntityRules::checkParam(Attribute& param) const {
   ValueDecl const* const value = type.isRef ? nullptr : valueDecl(type);
   if (!value || !value->has(Trait::Kind::noCompare)) return;
   diagnostics_.error(type.name.loc,
-                     inQuotes(value->name.text) + " is 'noCompare', and cannot be a constructor parameter",
+                     inQuotes(value->name.text) + " is 'noCompare' and cannot be a constructor parameter",
                      declaredHere(*value));
 }
 
@@ -133,8 +133,7 @@ void EntityRules::checkNameOfEntity(EntityDecl const& entity) const {
   if (!entity.paramsKnown()) return;
   auto const refuse = [&](Ident const& name) {
     if (name.text != "name") return;
-    diagnostics_.error(name.loc,
-                       "'name' is every entity's name: only the first constructor parameter, a Name, is called so");
+    diagnostics_.error(name.loc, "'name' is reserved for the first constructor parameter, of type Name");
   };
   for (Attribute const& param : entity.params) {
     bool const first = &param == entity.allParams().front();
@@ -150,15 +149,16 @@ void EntityRules::checkAttribute(Attribute& attribute) const {
   types_.checkName(attribute.name);
   char const initial = attribute.name.text.front();
   if (attribute.isCollection() && initial >= 'A' && initial <= 'Z') {
-    diagnostics_.error(attribute.name.loc,
-                       "the name of a collection begins with a small letter: its iterators take the other");
+    diagnostics_.error(
+        attribute.name.loc,
+        "a collection's name must begin with a lower-case letter: the capital one is for its iterator types");
   }
   if (attribute.kind == Attribute::Kind::constant) return checkConstant(attribute);
   if (!checkShape(attribute) || !attribute.init) return;
   if (attribute.kind == Attribute::Kind::value) {
     types_.checkLiteral(*attribute.init, attribute.shape.target);
   } else {
-    diagnostics_.error(attribute.init->loc, "only a single value has a default");
+    diagnostics_.error(attribute.init->loc, "only a single value can have a default");
   }
 }
 
@@ -213,7 +213,7 @@ bool EntityRules::checkQueue(Attribute& attribute) const {
   attribute.kind = attribute.own ? Attribute::Kind::entityQueue : Attribute::Kind::valueQueue;
   bool const index = shape.index.resolved() && !shape.index.isRef && isInteger(shape.index.builtin);
   if (!index && shape.index.resolved()) {
-    diagnostics_.error(shape.index.name.loc, "the index of a queue is an integer type");
+    diagnostics_.error(shape.index.name.loc, "the index of a queue must be an integer type");
   }
   if (attribute.own) {
     EntityDecl const* const entity = checkOwned(shape.target);
@@ -229,7 +229,7 @@ bool EntityRules::checkQueue(Attribute& attribute) const {
 
 bool EntityRules::checkPlainValue(TypeRef const& type) const {
   if (!type.decl || !type.decl->isEntity()) return types_.checkValue(type, "an attribute");
-  diagnostics_.error(type.name.loc, inQuotes(type.name.text) + " is an entity: it stands behind 'own' or 'ref'",
+  diagnostics_.error(type.name.loc, inQuotes(type.name.text) + " is an entity and needs 'own' or 'ref'",
                      declaredHere(*type.decl));
   return false;
 }
@@ -243,13 +243,13 @@ EntityDecl const* EntityRules::checkOwned(TypeRef const& type) const {
   std::string const name = inQuotes(type.name.text);
   EntityDecl const* const entity = entityDecl(type);
   if (type.isRef) {
-    refuse("'own' and 'ref' exclude each other");
+    refuse("'own' and 'ref' cannot be combined");
   } else if (type.is(Decl::Kind::external)) {
-    refuse(name + " is only 'extern', and can only stand behind 'ref'");
+    refuse(name + " is 'extern' and can only be used with 'ref'");
   } else if (!entity) {
-    refuse("'own' needs an entity: " + name + " is none");
+    refuse("'own' needs an entity, but " + name + " is " + kindOf(type));
   } else if (entity->abstract) {
-    refuse(name + " is abstract: nothing can own one");
+    refuse(name + " is abstract and cannot be owned");
   } else {
     if (type.hasArgs) checkArguments(type, *entity);
     return entity;
@@ -269,7 +269,7 @@ void EntityRules::checkArguments(TypeRef const& type, EntityDecl const& entity) 
     same = sameOrMistaken(param, type.args[i]);
   }
   if (same) return;
-  diagnostics_.error(type.name.loc, inQuotes(type.name.text) + " is made from " + parameterTypes(entity),
+  diagnostics_.error(type.name.loc, inQuotes(type.name.text) + " takes " + parameterTypes(entity),
                      declaredHere(entity));
 }
 
@@ -280,13 +280,14 @@ void EntityRules::checkMemberKey(EntityDecl const& entity, TypeRef const& type, 
   std::string const name = inQuotes(type.name.text);
   if (!entity.paramsKnown()) return;
   if (params.empty()) {
-    return diagnostics_.error(type.name.loc, name + " has no constructor parameter to be its " + role,
+    return diagnostics_.error(type.name.loc, name + " has no constructor parameter to serve as its " + role,
                               declaredHere(entity));
   }
   Attribute const& first = *params.front();
   if (!first.shape.target.resolved() || sameType(first.shape.target, key)) return;
   std::string const written = inQuotes(first.name.text + " : " + spelled(first.shape.target));
-  diagnostics_.error(key.name.loc, std::string("the ") + role + " of " + name + " is its parameter " + written,
+  diagnostics_.error(key.name.loc,
+                     std::string("the ") + role + " of " + name + " must have the type of its parameter " + written,
                      noteAt(first.name.loc, "the parameter is declared here"));
 }
 
@@ -302,7 +303,7 @@ void EntityRules::checkModifiers(EntityDecl const& entity, Attribute const& attr
   for (Modifier const& modifier : attribute.modifiers) {
     std::string const name = inQuotes(word(modifier.kind));
     if (!seen.insert(modifier.kind).second) {
-      diagnostics_.error(modifier.loc, name + " is there already");
+      diagnostics_.error(modifier.loc, "duplicate modifier " + name);
     } else if (char const* const needed = misplaced(modifier.kind, attribute)) {
       diagnostics_.error(modifier.loc, name + " needs " + needed);
     } else if (modifier.kind == Modifier::Kind::onChange) {
@@ -317,7 +318,7 @@ char const* EntityRules::misplaced(Modifier::Kind kind, Attribute const& attribu
   if (!target.resolved()) return nullptr;
   switch (kind) {
     case Modifier::Kind::inc:
-      return attribute.kind == Attribute::Kind::value && isInteger(target.builtin) ? nullptr : "an integer";
+      return attribute.kind == Attribute::Kind::value && isInteger(target.builtin) ? nullptr : "a single integer";
     case Modifier::Kind::nonnull:
       return attribute.kind == Attribute::Kind::pointers ? nullptr : "a collection of pointers";
     case Modifier::Kind::counter: return isCounter(attribute) ? nullptr : "a collection of U8 that is not 'ordered'";
@@ -332,7 +333,7 @@ void EntityRules::checkOnChange(EntityDecl const& entity, Ident const& name) con
     diagnostics_.error(name.loc, inQuotes(entity.name.text) + " has no operation " + inQuotes(name.text) +
                                      didYouMean(nearestOperation(&entity, name.text)));
   } else if (!found->operation->params.empty()) {
-    diagnostics_.error(name.loc, "the operation of 'onChange' has no arguments",
+    diagnostics_.error(name.loc, "the operation of 'onChange' must have no parameters",
                        {{found->loc, inQuotes(name.text) + " is declared here"}});
   }
 }
@@ -347,8 +348,8 @@ void EntityRules::checkOperation(EntityDecl const& entity, Operation const& op) 
     types_.checkSingle(param.shape, "a parameter");
     auto const [earlier, added] = seen.emplace(param.name.text, param.name.loc);
     if (added) continue;
-    diagnostics_.error(param.name.loc, "parameter " + inQuotes(param.name.text) + " is declared already",
-                       {{earlier->second, "the earlier parameter"}});
+    diagnostics_.error(param.name.loc, "duplicate parameter " + inQuotes(param.name.text),
+                       {{earlier->second, "the previous parameter is here"}});
   }
   if (op.result) types_.checkValueOrPointer(*op.result, "a result");
   if (op.binding == Operation::Binding::overrideOp) checkOverride(entity, op);
@@ -360,13 +361,13 @@ void EntityRules::checkOverride(EntityDecl const& entity, Operation const& op) c
   std::string const name = inQuotes(op.name.text);
   if (!found && !(entity.base ? entity.base->membersKnown() : !entity.baseUnknown)) return;
   if (!base) {
-    diagnostics_.error(op.name.loc,
-                       name + " overrides nothing" + didYouMean(nearestOperation(entity.base, op.name.text)));
+    diagnostics_.error(op.name.loc, name + " overrides no operation of a base" +
+                                        didYouMean(nearestOperation(entity.base, op.name.text)));
   } else if (base->binding == Operation::Binding::plain) {
     diagnostics_.error(op.name.loc, name + " overrides an operation that is not virtual",
                        {{found->loc, "the operation of the base"}});
   } else if (!sameSignature(*base, op)) {
-    diagnostics_.error(op.name.loc, name + " overrides an operation of another signature",
+    diagnostics_.error(op.name.loc, name + " overrides an operation with another signature",
                        {{found->loc, "the operation of the base"}});
   }
 }
@@ -423,17 +424,17 @@ bool EntityRules::enter(EntityDecl const& entity, NameTable table, std::string c
   std::string const generated = inQuotes(name) + " of ";
   std::string const what = (isAccessor ? generated : std::string()) + member.what;
   if (entity.hasImpl && (name == "impl" || name == "impl_")) {
-    diagnostics_.error(member.loc, what + " takes a name that an entity with 'impl' has");
+    diagnostics_.error(member.loc, what + " clashes with a member of every entity with 'impl'");
     return false;
   }
   if (reactor ? isReactorMember(name) : isEntityMember(name) || name == entity.name.text) {
-    diagnostics_.error(member.loc, what + " takes a name that every entity has");
+    diagnostics_.error(member.loc, what + " clashes with a member of every entity");
     return false;
   }
   Member const* const earlier = find(&entity, table, name);
   if (earlier) {
     bool const same = !isAccessor && earlier->what == member.what;
-    diagnostics_.error(member.loc, what + (same ? " is declared already" : " clashes with " + earlier->what),
+    diagnostics_.error(member.loc, what + (same ? " is already declared" : " clashes with " + earlier->what),
                        {{earlier->loc, earlier->what + " is declared here"}});
     return false;
   }

@@ -55,7 +55,7 @@ class Lexer {
 
   // Reports a run of bytes outside ASCII once, and skips it.
   void refuseNonAscii() {
-    diagnostics_.error(here(), "character outside ASCII");
+    diagnostics_.error(here(), "non-ASCII character");
     while (!atEnd() && !isAscii(peek())) ++pos_;
   }
 
@@ -116,7 +116,7 @@ class Lexer {
     std::size_t const start = pos_;
     while (isWord(peek())) ++pos_;
     add(Token::Kind::identifier, loc, start);
-    if (pos_ - start > maxIdentifier) diagnostics_.error(loc, "identifier longer than 255 characters");
+    if (pos_ - start > maxIdentifier) diagnostics_.error(loc, "identifier is longer than 255 characters");
   }
 
   // Takes everything that looks like a part of the number, so that a malformed one is reported whole.
@@ -194,7 +194,7 @@ class Lexer {
       pos_ += 2;
       return;
     }
-    diagnostics_.error(here(), "unknown escape in a string");
+    diagnostics_.error(here(), "unknown escape sequence; use \\\", \\\\, \\n or \\t");
     ++pos_;
   }
 

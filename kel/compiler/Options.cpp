@@ -1,17 +1,20 @@
 #include "compiler/Options.h"
 
+#include "compiler/Suggest.h"
+
 namespace kelc {
 
 char const usage[] =
     "usage: kelc [option]... FILE.kel\n"
-    "Reads a model and writes the C++ of its types, NAME.h and NAME.cpp.\n"
-    "  -I DIR              look for imported models below DIR, too, after the directory\n"
-    "                      of the model that imports them; may be repeated\n"
-    "  -o OUTDIR           write below OUTDIR instead of the working directory\n"
+    "Compiles a model to C++: the types that it declares, in NAME.h and NAME.cpp.\n"
+    "  -I DIR              look for imported models below DIR, after the directory of\n"
+    "                      the model that imports them; may be repeated (default: the\n"
+    "                      working directory)\n"
+    "  -o OUTDIR           write below OUTDIR (default: the working directory)\n"
     "  --name NAME         the path of the header on the include path, without its\n"
-    "                      extension (\"Zuk/PathTrie\"); the model's base name unless given\n"
-    "  --depfile FILE      write what the output depends on, in the form of make\n"
-    "  --deptarget TARGET  what FILE says depends on it; the header unless given\n"
+    "                      extension, as \"Zuk/PathTrie\" (default: the model's base name)\n"
+    "  --depfile FILE      write to FILE, as a rule of make, what the output depends on\n"
+    "  --deptarget TARGET  the target of that rule (default: the header)\n"
     "  --stubs             print the signatures of the operations, and write nothing\n"
     "  --help              print this text\n";
 
@@ -27,6 +30,12 @@ bool isName(std::string const& name) {
   return name.find_first_of("\"\\\n") == std::string::npos;
 }
 
+std::string suggestion(std::string const& wrong) {
+  Nearest nearest(wrong);
+  for (char const* option : {"--name", "--depfile", "--deptarget", "--stubs", "--help"}) nearest.consider(option);
+  return didYouMean(nearest.best());
+}
+
 class CommandLine {
  public:
   CommandLine(std::vector<std::string> const& args, Options& options) : args_(args), options_(options) {}
@@ -36,7 +45,7 @@ class CommandLine {
     if (!error_.empty() || options_.help) return error_;
     if (options_.input.empty()) return "no model given";
     if (options_.name.empty()) options_.name = options_.input.stem().string();
-    if (!isName(options_.name)) return "'" + options_.name + "' is no path below the include path";
+    if (!isName(options_.name)) return "'" + options_.name + "' is not on the include path";
     if (options_.includeDirs.empty()) options_.includeDirs.emplace_back(".");
     return {};
   }
@@ -60,9 +69,9 @@ class CommandLine {
     } else if (arg == "--help") {
       options_.help = true;
     } else if (arg.empty() || arg[0] == '-') {
-      error_ = "unknown option '" + arg + "'";
+      error_ = "unknown option '" + arg + "'" + suggestion(arg);
     } else if (!options_.input.empty()) {
-      error_ = "more than one model given";
+      error_ = "more than one model given: '" + options_.input.string() + "' and '" + arg + "'";
     } else {
       options_.input = arg;
     }

@@ -119,10 +119,10 @@ void Scope::enter(Model const& model, Decl& decl, Diagnostics& diagnostics) {
   if (added) {
     take(decl.qualified, {name, decl.name.loc}, diagnostics);
   } else if (!earlier->second->model) {
-    diagnostics.error(decl.name.loc, name + " is declared by the framework");
+    diagnostics.error(decl.name.loc, name + " is already declared by the framework");
   } else {
     Loc const loc = earlier->second->name.loc;
-    diagnostics.error(decl.name.loc, name + " is declared already", {{loc, "the earlier declaration"}});
+    diagnostics.error(decl.name.loc, name + " is already declared", {{loc, "the previous declaration is here"}});
   }
 }
 
@@ -144,8 +144,8 @@ void Scope::enterExtern(Model const& model, ExternDecl& decl, Diagnostics& diagn
   same.push_back(&decl);
   all_.push_back(&decl);
   if (!earlier) return;
-  diagnostics.error(written.loc, "'" + written.text + "' is declared already",
-                    {{earlier->name.loc, "the earlier declaration"}});
+  diagnostics.error(written.loc, "'" + written.text + "' is already declared",
+                    {{earlier->name.loc, "the previous declaration is here"}});
 }
 
 bool Scope::sees(Model const& model, Decl const& decl) const {

@@ -13,6 +13,17 @@ namespace kelc {
 
 namespace {
 
+char const* word(Trait::Kind kind) {
+  switch (kind) {
+    case Trait::Kind::ordered: return "ordered";
+    case Trait::Kind::hashed: return "hashed";
+    case Trait::Kind::xorHashed: return "xorHashed";
+    case Trait::Kind::noCompare: return "noCompare";
+    case Trait::Kind::autoconvert: return "autoconvert";
+  }
+  return "";
+}
+
 // Checks the enumerations and value types of one model.
 class ValueRules {
  public:
@@ -38,7 +49,7 @@ class ValueRules {
   void check(ValueDecl const& decl) const {
     checkTraits(decl);
     if (decl.rep && !decl.incomplete && decl.fields.size() != 1) {
-      diagnostics_.error(decl.name.loc, "a 'rep value' has exactly one field");
+      diagnostics_.error(decl.name.loc, "a 'rep value' must have exactly one field");
     }
     std::map<std::string, Loc> seen;
     for (Field const& field : decl.fields) {
@@ -65,16 +76,17 @@ class ValueRules {
     std::map<std::int64_t, Enumerator const*> values;
     for (Enumerator const& e : decl.enumerators) {
       std::string const name = inQuotes(e.name.text);
-      if (e.text().empty()) diagnostics_.error(e.name.loc, name + " has no text form");
+      if (e.text().empty()) diagnostics_.error(e.name.loc, name + " has an empty text form");
       Enumerator const* const twin = texts.emplace(e.text(), &e).first->second;
       Enumerator const* const equal = values.emplace(e.value, &e).first->second;
       if (twin != &e) {
         bool const same = twin->name.text == e.name.text;
-        std::string const why = same ? " is declared already" : " prints as " + inQuotes(twin->name.text) + " does";
-        diagnostics_.error(e.name.loc, name + why, {{twin->name.loc, "the earlier enumerator"}});
+        std::string const why =
+            same ? " is already declared" : " has the same text form as " + inQuotes(twin->name.text);
+        diagnostics_.error(e.name.loc, name + why, {{twin->name.loc, "the previous enumerator is here"}});
       } else if (equal != &e && !decl.incomplete) {
-        diagnostics_.error(e.name.loc, name + " has the value of " + inQuotes(equal->name.text),
-                           {{equal->name.loc, "the earlier enumerator"}});
+        diagnostics_.error(e.name.loc, name + " has the same value as " + inQuotes(equal->name.text),
+                           {{equal->name.loc, "the previous enumerator is here"}});
       }
     }
   }
@@ -82,15 +94,16 @@ class ValueRules {
   void checkTraits(ValueDecl const& decl) const {
     std::set<Trait::Kind> seen;
     for (Trait const& trait : decl.traits) {
-      if (!seen.insert(trait.kind).second) diagnostics_.error(trait.loc, "the trait is there already");
+      if (!seen.insert(trait.kind).second)
+        diagnostics_.error(trait.loc, "duplicate trait " + inQuotes(word(trait.kind)));
       if (trait.kind == Trait::Kind::autoconvert && !decl.rep) {
-        diagnostics_.error(trait.loc, "only a 'rep value' converts to its representation");
+        diagnostics_.error(trait.loc, "'autoconvert' is for a 'rep value' only");
       }
       if (trait.kind == Trait::Kind::noCompare && decl.has(Trait::Kind::ordered)) {
-        diagnostics_.error(trait.loc, "'noCompare' and 'ordered' exclude each other");
+        diagnostics_.error(trait.loc, "'noCompare' and 'ordered' cannot be combined");
       }
       if (trait.kind == Trait::Kind::xorHashed && decl.has(Trait::Kind::hashed)) {
-        diagnostics_.error(trait.loc, "'hashed' and 'xorHashed' exclude each other");
+        diagnostics_.error(trait.loc, "'hashed' and 'xorHashed' cannot be combined");
       }
     }
   }
@@ -99,14 +112,14 @@ class ValueRules {
     std::string const& name = field.name.text;
     types_.checkName(field.name);
     for (std::string const& taken : {name, name + "Is", name + "_"}) {
+      std::string const what = (taken == name ? "" : inQuotes(taken) + " of ") + "field " + inQuotes(name);
       if (isValueMember(taken) || taken == decl.name.text || taken == decl.name.text + "Is") {
-        return diagnostics_.error(field.name.loc, "every value type has a " + inQuotes(taken) + " of its own");
+        return diagnostics_.error(field.name.loc, what + " clashes with a member of every value type");
       }
       auto const [earlier, added] = seen.emplace(taken, field.name.loc);
       if (added) continue;
-      std::string const why = name == taken ? " is declared already" : ": " + inQuotes(taken) + " is taken";
-      return diagnostics_.error(field.name.loc, "field " + inQuotes(name) + why,
-                                {{earlier->second, "the earlier field"}});
+      return diagnostics_.error(field.name.loc, what + " is already declared",
+                                {{earlier->second, "the previous field is here"}});
     }
   }
 
@@ -121,10 +134,10 @@ class ValueRules {
     if (value == &decl) {
       diagnostics_.error(type.name.loc, name + " contains itself");
     } else if (contains(*value, decl)) {
-      diagnostics_.error(type.name.loc, name + " contains " + inQuotes(decl.name.text),
+      diagnostics_.error(type.name.loc, inQuotes(decl.name.text) + " contains itself through " + name,
                          {{value->name.loc, name + " is declared here"}});
     } else {
-      diagnostics_.error(type.name.loc, name + " is declared only behind its use in a field",
+      diagnostics_.error(type.name.loc, name + " must be declared before it is used in a field",
                          {{value->name.loc, name + " is declared here"}});
     }
     return false;
@@ -151,14 +164,15 @@ class ValueRules {
   void checkFieldTraits(ValueDecl const& decl, Field const& field) const {
     ValueDecl const* const value = valueDecl(field.shape.target);
     if (!value || value->incomplete || decl.incomplete) return;
-    auto const refuse = [&](char const* missing) {
+    std::string const outer = inQuotes(decl.name.text);
+    auto const refuse = [&](std::string const& missing) {
       diagnostics_.error(field.shape.target.name.loc, inQuotes(value->name.text) + missing,
                          {{value->name.loc, inQuotes(value->name.text) + " is declared here"}});
     };
     if (!decl.has(Trait::Kind::noCompare) && value->has(Trait::Kind::noCompare)) {
-      refuse(" is 'noCompare', so what contains it has to be");
+      refuse(" is 'noCompare', so " + outer + " must be 'noCompare', too");
     }
-    if (decl.isHashed() && !value->isHashed()) refuse(" is not hashed, so what contains it cannot be");
+    if (decl.isHashed() && !value->isHashed()) refuse(" is not hashed, so " + outer + " cannot be hashed");
   }
 
   TypeRules const& types_;
@@ -194,9 +208,9 @@ class Checker {
     types_.checkName(name);
     if (!whyNoName(name.text).empty()) return;
     if (isModelWord(name.text)) {
-      diagnostics_.error(name.loc, inQuotes(name.text) + " is a word of the language and cannot name a declaration");
+      diagnostics_.error(name.loc, inQuotes(name.text) + " is reserved by the model language");
     } else if (isNamespaceMember(name.text)) {
-      diagnostics_.error(name.loc, inQuotes(name.text) + " means something else in generated code");
+      diagnostics_.error(name.loc, inQuotes(name.text) + " has another meaning in generated code");
     }
   }
 
@@ -209,7 +223,7 @@ class Checker {
       Ident const part{text.substr(start, end - start), name.loc};
       bool const framework = part.text == "Kel" && start == 0;
       if (isNamespaceMember(part.text) && !framework) {
-        diagnostics_.error(name.loc, inQuotes(part.text) + " means something else in generated code");
+        diagnostics_.error(name.loc, inQuotes(part.text) + " has another meaning in generated code");
       }
       types_.checkName(part);
       start = end + 2;

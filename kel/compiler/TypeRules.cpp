@@ -29,14 +29,6 @@ IntegerRange rangeOf(Builtin type) {
   }
 }
 
-char const* kindName(Decl const& decl) {
-  switch (decl.kind) {
-    case Decl::Kind::enumeration: return "an enumeration";
-    case Decl::Kind::value: return "a value type";
-    default: return "an entity";
-  }
-}
-
 std::string spelled(Literal const& number) { return (number.negative ? "-" : "") + number.written; }
 
 // `Seconds` is a double, too.
@@ -52,6 +44,16 @@ std::vector<Note> declaredHere(Decl const& decl) {
 std::string spelled(TypeRef const& type) {
   std::string const prefix = type.isRef ? (type.isConst ? "ref const " : "ref ") : "";
   return prefix + type.name.text;
+}
+
+char const* kindOf(TypeRef const& type) {
+  if (!type.decl) return "a builtin type";
+  switch (type.decl->kind) {
+    case Decl::Kind::enumeration: return "an enumeration";
+    case Decl::Kind::value: return "a value type";
+    case Decl::Kind::counted: return "a counted object";
+    default: return "an entity";
+  }
 }
 
 std::string withRange(Builtin integer) {
@@ -119,7 +121,7 @@ void TypeRules::checkName(Ident const& name) const {
 }
 
 bool TypeRules::checkNoArgs(TypeRef const& type) const {
-  if (type.hasArgs) diagnostics_.error(type.name.loc, "only an owned entity has arguments");
+  if (type.hasArgs) diagnostics_.error(type.name.loc, "only an owned entity takes arguments");
   return !type.hasArgs;
 }
 
@@ -130,7 +132,7 @@ bool TypeRules::checkValue(TypeRef const& type, std::string const& what) const {
     return false;
   }
   if (type.is(Decl::Kind::counted)) {
-    refuse(type, inQuotes(type.name.text) + " can only stand behind 'ref'");
+    refuse(type, inQuotes(type.name.text) + " can only be used with 'ref'");
     return false;
   }
   if (type.decl && type.decl->isEntity()) {
@@ -143,8 +145,7 @@ bool TypeRules::checkValue(TypeRef const& type, std::string const& what) const {
 bool TypeRules::checkPointer(TypeRef const& type) const {
   if (!type.resolved()) return false;
   if (type.decl && (type.decl->isEntity() || type.is(Decl::Kind::counted))) return checkNoArgs(type);
-  std::string const kind = type.decl ? kindName(*type.decl) : "a builtin type";
-  refuse(type, "'ref' needs an entity: " + inQuotes(type.name.text) + " is " + kind);
+  refuse(type, "'ref' needs an entity, but " + inQuotes(type.name.text) + " is " + kindOf(type));
   return false;
 }
 
@@ -165,7 +166,8 @@ bool TypeRules::checkKey(Shape& shape) const {
   if (!key.type.isRef) return checkValue(key.type, "a key") && checkKeyType(key.type, key.ordered, key.type.name.loc);
   if (!checkPointer(key.type)) return false;
   if (key.ordered) {
-    diagnostics_.error(key.type.name.loc, "pointers have no order: a collection keyed by them keeps that of insertion");
+    diagnostics_.error(key.type.name.loc,
+                       "a collection keyed by pointers cannot be 'ordered': it keeps the order of insertion");
   }
   return !key.ordered;
 }
@@ -180,7 +182,7 @@ bool TypeRules::checkKeyType(TypeRef const& type, bool ordered, Loc loc) const {
     missing = "is neither 'hashed' nor 'xorHashed'";
   }
   if (!missing) return true;
-  diagnostics_.error(loc, inQuotes(type.name.text) + " cannot be this key: it " + missing, declaredHere(*value));
+  diagnostics_.error(loc, inQuotes(type.name.text) + " cannot be a key here: it " + missing, declaredHere(*value));
   return false;
 }
 
@@ -189,7 +191,7 @@ bool TypeRules::checkFieldKey(Shape& shape) const {
   if (!shape.target.resolved()) return false;
   ValueDecl const* const value = shape.target.isRef ? nullptr : valueDecl(shape.target);
   if (!value) {
-    diagnostics_.error(key.field.loc, "only value types are keyed by a field of their own");
+    diagnostics_.error(key.field.loc, "only a collection of value types can be keyed by a field");
     return false;
   }
   Field const* const field = value->field(key.field.text);
@@ -210,7 +212,7 @@ bool TypeRules::checkFieldKey(Shape& shape) const {
 void TypeRules::checkLiteral(Literal const& literal, TypeRef const& type) const {
   if (ValueDecl const* const value = valueDecl(type)) {
     return diagnostics_.error(literal.loc,
-                              inQuotes(type.name.text) + " is a value type: its default is that of its fields",
+                              inQuotes(type.name.text) + " is a value type and takes its default from its fields",
                               declaredHere(*value));
   }
   if (EnumDecl const* const decl = enumDecl(type)) return checkEnumerator(literal, *decl);
@@ -218,10 +220,10 @@ void TypeRules::checkLiteral(Literal const& literal, TypeRef const& type) const 
   switch (type.builtin) {
     case Builtin::boolean:
       if (literal.kind == Literal::Kind::word && (literal.text == "true" || literal.text == "false")) return;
-      return diagnostics_.error(literal.loc, "a bool is 'true' or 'false'");
+      return diagnostics_.error(literal.loc, "a bool must be 'true' or 'false'");
     case Builtin::character: return checkCharacter(literal);
     case Builtin::string:
-      if (literal.kind != Literal::Kind::string) diagnostics_.error(literal.loc, "expected a string in quotes");
+      if (literal.kind != Literal::Kind::string) diagnostics_.error(literal.loc, "expected a string in double quotes");
       return;
     default: return checkFloating(literal, type);
   }
@@ -244,7 +246,7 @@ void TypeRules::checkFloating(Literal const& literal, TypeRef const& type) const
   std::string const name(builtinName(type.builtin));
   bool const number = literal.kind == Literal::Kind::floating || literal.kind == Literal::Kind::integer;
   bool const infinite = literal.kind == Literal::Kind::word && literal.text == "infinity";
-  if (!number && !infinite) return diagnostics_.error(literal.loc, "expected a number for " + name);
+  if (!number && !infinite) return diagnostics_.error(literal.loc, "expected a number or 'infinity' for " + name);
   bool const fits = type.builtin != Builtin::f32 || literal.kind != Literal::Kind::floating ||
                     std::fabs(literal.floating) <= static_cast<double>(FLT_MAX);
   if (!fits)

@@ -12,6 +12,9 @@ namespace kelc {
 // As diagnostics write it: "U32", "ref const Port".
 std::string spelled(TypeRef const& type);
 
+// As diagnostics write it: "a value type".
+char const* kindOf(TypeRef const& type);
+
 bool isInteger(Builtin type);
 // "U8 (0..255)", behind "out of range for".
 std::string withRange(Builtin integer);

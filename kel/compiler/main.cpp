@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
   kelc::Options options;
   std::string const wrong = kelc::parseOptions(std::vector<std::string>(argv + 1, argv + argc), options);
   if (!wrong.empty()) {
-    std::cerr << "kelc: " << wrong << "; see 'kelc --help'\n";
+    std::cerr << "kelc: " << wrong << (wrong.back() == '?' ? "\n" : "; see 'kelc --help'\n");
     return misused;
   }
   if (options.help) {

@@ -134,12 +134,13 @@ TEST(Limits, ChainOfBases) {
     return text;
   };
   EXPECT_EQ(firstError(chain(64)), "");
-  EXPECT_EQ(firstError(chain(65)), "the base 'E64' is the end of a chain of more than 64 bases");
+  EXPECT_EQ(firstError(chain(65)), "the base 'E64' is the last in a chain of more than 64 bases");
 }
 
 TEST(Limits, Identifiers) {
   EXPECT_EQ(firstError("namespace N; enum " + std::string(255, 'x') + "{a}"), "");
-  EXPECT_EQ(firstError("namespace N; enum " + std::string(256, 'x') + "{a}"), "identifier longer than 255 characters");
+  EXPECT_EQ(firstError("namespace N; enum " + std::string(256, 'x') + "{a}"),
+            "identifier is longer than 255 characters");
 }
 
 TEST(Robustness, SurvivesLongRuns) {

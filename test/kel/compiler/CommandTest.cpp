@@ -90,10 +90,10 @@ TEST_F(Command, LeavesNothingBehindAfterAnError) {
   write("A.kel", "namespace N; enum E { a, a }");
   EXPECT_EQ(run("--depfile A.d A.kel"), 1);
   EXPECT_EQ(printed,
-            "A.kel:1:26: error: 'a' is declared already\n"
+            "A.kel:1:26: error: 'a' is already declared\n"
             "    namespace N; enum E { a, a }\n"
             "                             ^\n"
-            "A.kel:1:23: note: the earlier enumerator\n"
+            "A.kel:1:23: note: the previous enumerator is here\n"
             "    namespace N; enum E { a, a }\n"
             "                          ^\n");
   EXPECT_EQ(files(), 1u);
@@ -111,10 +111,14 @@ TEST_F(Command, SaysWhatIsWrongWithItsArguments) {
   write("A.kel", "namespace N;");
   EXPECT_EQ(run(""), 2);
   EXPECT_EQ(printed, "kelc: no model given; see 'kelc --help'\n");
-  EXPECT_EQ(run("A.kel A.kel"), 2);
-  EXPECT_EQ(run("--fast A.kel"), 2);
+  EXPECT_EQ(run("A.kel B.kel"), 2);
+  EXPECT_EQ(printed, "kelc: more than one model given: 'A.kel' and 'B.kel'; see 'kelc --help'\n");
+  EXPECT_EQ(run("--stub A.kel"), 2);
+  EXPECT_EQ(printed, "kelc: unknown option '--stub'; did you mean '--stubs'?\n");
   EXPECT_EQ(run("A.kel -o"), 2);
+  EXPECT_EQ(printed, "kelc: '-o' needs a value; see 'kelc --help'\n");
   EXPECT_EQ(run("--name ../A A.kel"), 2);
+  EXPECT_EQ(printed, "kelc: '../A' is not on the include path; see 'kelc --help'\n");
   EXPECT_EQ(run("--help"), 0);
   EXPECT_EQ(printed, usage);
   EXPECT_EQ(run("B.kel"), 1);

@@ -64,7 +64,7 @@ class Recovery : public testing::TestWithParam<std::string> {
     std::vector<Diagnostic> const errors = model.with(token, other);
     std::string all = std::string(token.text) + " in line " + std::to_string(token.loc.line) + ":\n";
     for (Diagnostic const& d : errors) all += std::to_string(d.loc.line) + ": " + d.text + "\n";
-    EXPECT_TRUE(has(errors, "'a' is declared already")) << all;
+    EXPECT_TRUE(has(errors, "'a' is already declared")) << all;
     EXPECT_TRUE(has(errors, "expected a type, not ';'")) << all;
     EXPECT_GE(errors.size(), 2u) << all;
     EXPECT_LE(errors.size(), 2u + 2) << all;
