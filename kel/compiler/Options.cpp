@@ -1,5 +1,7 @@
 #include "compiler/Options.h"
 
+#include <algorithm>
+
 namespace kelc {
 
 char const usage[] =
@@ -10,6 +12,10 @@ char const usage[] =
     "  -o OUTDIR           write below OUTDIR instead of the working directory\n"
     "  --name NAME         the path of the header on the include path, without its\n"
     "                      extension (\"Zuk/PathTrie\"); the model's base name unless given\n"
+    "  --export            mark types and functions for export from a shared library that\n"
+    "                      is compiled with hidden symbols\n"
+    "  --anchor SYMBOL     define the C symbol SYMBOL in the source: a link that asks for it\n"
+    "                      gets the registrations of the model's types\n"
     "  --depfile FILE      write what the output depends on, in the form of make\n"
     "  --deptarget TARGET  what FILE says depends on it; the header unless given\n"
     "  --stubs             print the signatures of the operations, and write nothing\n"
@@ -27,6 +33,13 @@ bool isName(std::string const& name) {
   return name.find_first_of("\"\\\n") == std::string::npos;
 }
 
+// A name in C++, as far as it takes to keep the output well-formed.
+bool isIdentifier(std::string const& text) {
+  auto const isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
+  auto const isPart = [&](char c) { return isLetter(c) || (c >= '0' && c <= '9'); };
+  return !text.empty() && isLetter(text[0]) && std::all_of(text.begin(), text.end(), isPart);
+}
+
 class CommandLine {
  public:
   CommandLine(std::vector<std::string> const& args, Options& options) : args_(args), options_(options) {}
@@ -37,6 +50,8 @@ class CommandLine {
     if (options_.input.empty()) return "no model given";
     if (options_.name.empty()) options_.name = options_.input.stem().string();
     if (!isName(options_.name)) return "'" + options_.name + "' is no path below the include path";
+    if (!options_.anchor.empty() && !isIdentifier(options_.anchor))
+      return "'" + options_.anchor + "' is not an identifier";
     if (options_.includeDirs.empty()) options_.includeDirs.emplace_back(".");
     return {};
   }
@@ -51,6 +66,10 @@ class CommandLine {
       options_.outDir = valueOf(arg);
     } else if (arg == "--name") {
       options_.name = valueOf(arg);
+    } else if (arg == "--export") {
+      options_.exported = true;
+    } else if (arg == "--anchor") {
+      options_.anchor = valueOf(arg);
     } else if (arg == "--depfile") {
       options_.depfile = valueOf(arg);
     } else if (arg == "--deptarget") {
