@@ -17,7 +17,7 @@ namespace Kel {
 class Entity;
 
 // The base of every type's Notifiee and NotifieeConst.
-class EntityNotifiee : public PtrInterface {
+class KEL_API EntityNotifiee : public PtrInterface {
  public:
   ~EntityNotifiee() override;
 
