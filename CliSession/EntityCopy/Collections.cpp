@@ -40,8 +40,7 @@ bool Walk::collection(Frame& f, Step const& s) {
   destAttr(f, s);
   WALK_TRACE(2, operation) << "doCopyCollection: " << s.attr.name();
   WALK_TRACE(3, operation) << "Key is of type " << s.attr.keyType()->name()
-                             << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr()
-                             << ")";
+                           << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // What waits for a member is met again below, or the source has it no more.
   std::vector<Kel::Ptr<AttributeCopy>> waiting;
@@ -49,9 +48,9 @@ bool Walk::collection(Frame& f, Step const& s) {
 
   // Where both sides have keys of the same hashes at the same positions there is nothing to delete. Should equal hashes
   // stand for different keys all the same, the copy finds out and makes up for it.
-  bool const sameHashes = s.dense && !traced_ && s.childPlan(*s.attr.type(), *s.attr.type()).keyOnly &&
-                          s.access.sameShape(f.dest, f.src);
-  f.walking(&s);
+  bool const sameHashes =
+      s.dense && !traced_ && s.childPlan(*s.attr.type(), *s.attr.type()).keyOnly && s.access.sameShape(f.dest, f.src);
+  if (s.dense) f.walking(&s);
   Kel::U32 passed = 0;
   bool differs = sameHashes ? passPairs(f, s, passed) : deleteExtra(f, s);
   if (!stopped()) differs |= copyMembers(f, s, passed, !sameHashes);
@@ -143,12 +142,14 @@ bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const
 
 }  // namespace
 
-// A pointer key of the destination as a key of the source: its counterpart by position, or itself where it lies outside.
-// A handler may lead keys elsewhere: then the source's keys are followed forward. Null: none of them leads there.
+// A pointer key of the destination as a key of the source: its counterpart by position, or itself where it lies
+// outside. A handler may lead keys elsewhere: then the source's keys are followed forward. Null: none of them leads
+// there.
 Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
   bool const inside = ec_.dest() && isBelow(destKey, *ec_.dest());
-  Kel::Entity* const standing =
-      inside && ec_.src() ? sourceCounterpart(ec_, destKey) : destKey.parent() ? &destKey : nullptr;
+  Kel::Entity* const standing = inside && ec_.src() ? sourceCounterpart(ec_, destKey)
+                                : destKey.parent()  ? &destKey
+                                                    : nullptr;
   if (standing && isKey(f.src, s.attr, *standing)) return standing;
   if (!keys.made) {
     keys.made = true;

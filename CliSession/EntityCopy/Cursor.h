@@ -8,8 +8,8 @@
 
 namespace Cli::Session {
 
-// Over owned members that have positions it counts positions, and neither allocates nor touches the collection; anything
-// else is left to the collection's own iterator. Whoever lets foreign code run meanwhile pins the collection
+// Over owned members that have positions it counts positions, and neither allocates nor touches the collection;
+// anything else is left to the collection's own iterator. Whoever lets foreign code run meanwhile pins the collection
 // (Frame::walking). It must not outlive the owner.
 class Cursor {
  public:

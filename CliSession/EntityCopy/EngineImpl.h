@@ -15,8 +15,8 @@ namespace Cli::Session {
 class EntityCopy::Impl {
  public:
   Kel::U32 depth = 0;
-  // Counts the times that foreign code has run: handlers, reactors, bypass checkers. What the walks keep is good for one
-  // generation.
+  // Counts the times that foreign code has run: handlers, reactors, bypass checkers. What the walks keep is good for
+  // one generation.
   Kel::U64 generation = 1;
   Counterparts counterparts;
   // Where the edits of each step are counted: two for each, set and delete.

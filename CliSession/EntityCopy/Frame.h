@@ -38,7 +38,7 @@ class Frame {
 
   // Keeps the entities of this frame and of those above while foreign code runs.
   void hold();
-  // The collection of owned members that is being walked; null: none.
+  // The collection that is being walked by positions, from which its members must not move; null: none.
   void walking(Step const* step);
 
   // What the handler said of all paths below this frame's, and when.

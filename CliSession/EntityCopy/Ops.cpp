@@ -207,8 +207,7 @@ bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifCon
   RootedHook at(*this, dest, *attr);
   Kel::GenericIf::Ptr const gif = genericIf(dest);
   return at.walk.edit(
-      at.frame, at.step, AttributeEditType::del_,
-      [&] { return GifConst(gif->attribute(at.step.attr.id(), index)); },
+      at.frame, at.step, AttributeEditType::del_, [&] { return GifConst(gif->attribute(at.step.attr.id(), index)); },
       [&](GifConst const&) { gif->attributeDel(at.step.attr.id(), index); });
 }
 

@@ -25,14 +25,14 @@ struct Step {
   Plan const& childPlan(Kel::KelType const& dest, Kel::KelType const& src) const;
 
   Kel::KelAttr const& attr;
-  Kel::KelAttr const* destAttr;     // the destination's attribute of that name; null: there is none
-  Kel::AttrAccess const& access;    // of the source; also of the destination where `typed` is set
+  Kel::KelAttr const* destAttr;   // the destination's attribute of that name; null: there is none
+  Kel::AttrAccess const& access;  // of the source; also of the destination where `typed` is set
   Kind kind;
-  bool supported;                   // checkValue finds nothing to object to
-  bool typed;                       // supported, both sides have the same storage, and values compare by ==
-  bool dense;                       // owned members that have positions
-  bool withPointers;                // keyed by pointers, or with pointers as members
-  Kel::U32 number;                  // among all steps of the process
+  bool supported;     // checkValue finds nothing to object to
+  bool typed;         // supported, both sides have the same storage, and values compare by ==
+  bool dense;         // owned members that have positions
+  bool withPointers;  // keyed by pointers, or with pointers as members
+  Kel::U32 number;    // among all steps of the process
   AttributeEdit const set, del;
 
  private:

@@ -45,9 +45,9 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     if (held) current = const_cast<Kel::Entity*>(entityConstOf(held.obj()).ptr());
   }
   WALK_TRACE(4, operation) << "Compare Ptrs for " << s.attr.name()
-                             << "? attr voidPtr: " << static_cast<void const*>(target)
-                             << ", dest voidPtr: " << static_cast<void const*>(current) << " => "
-                             << (isThere && current == target);
+                           << "? attr voidPtr: " << static_cast<void const*>(target)
+                           << ", dest voidPtr: " << static_cast<void const*>(current) << " => "
+                           << (isThere && current == target);
   if (isThere && current == target) return false;
   // The boxed write refuses a target of another type.
   bool const typed = s.typed && (!m || m->at) && (!target || target->type()->isA(s.attr.type())) &&

@@ -63,8 +63,7 @@ std::vector<Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const
 }
 
 void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
-  if (record->dest())
-    dropPending(ec, keyOf(*record), [&](AttributeCopy const& r) { return &r == record.ptr(); });
+  if (record->dest()) dropPending(ec, keyOf(*record), [&](AttributeCopy const& r) { return &r == record.ptr(); });
   ec.pendingAttrDel(record);  // in case it was put there by hand
 }
 

@@ -86,7 +86,7 @@ bool Walk::further(Frame& f, bool plainEqual) {
 namespace {
 
 void traceSkipped(Kel::KelAttr const& attr) {
-  char const* const reason = !attr.logging()     ? "Skipping non-logging attribute "
+  char const* const reason = !attr.logging()    ? "Skipping non-logging attribute "
                              : attr.ctorParam() ? "Skipping constructor parameter "
                                                 : "Skipping non-writable attribute ";
   KEL_TRACE_AS(9, "attrCopiable") << reason << attr.name();

@@ -1,8 +1,8 @@
 // One walk over a source and a destination: the engine's algorithm.
 //
 // There is one body for each kind of attribute, with its traces in it. In front of it stands a filter that passes by
-// what is equal; while a trace handle is on, the filter is off and every step shows itself. The operations of EntityCopy
-// that are called by name make a walk that begins with their arguments (Ops.cpp).
+// what is equal; while a trace handle is on, the filter is off and every step shows itself. The operations of
+// EntityCopy that are called by name make a walk that begins with their arguments (Ops.cpp).
 //
 // Between two places where foreign code runs (handlers, reactors, bypass checkers) only the walk changes the trees. It
 // works on references and on what it has looked up. Around each such place stands a `ForeignCode`.
@@ -15,11 +15,10 @@
 #include "CliSession/EntityCopyCompare.h"
 
 // A trace of the walk, in the name of an operation. One flag of the walk stands before all of them.
-#define WALK_TRACE(level, operation)             \
-  !(traced_ && KEL_TRACE_ENABLED(level))         \
-      ? static_cast<void>(0)                     \
-      : ::Kel::TraceVoid() &                     \
-            ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, operation).stream()
+#define WALK_TRACE(level, operation)     \
+  !(traced_ && KEL_TRACE_ENABLED(level)) \
+      ? static_cast<void>(0)             \
+      : ::Kel::TraceVoid() & ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, operation).stream()
 
 namespace Cli::Session {
 
@@ -36,8 +35,8 @@ class Walk {
   // A member of a collection on its way from the source to the destination. What is not given is boxed when it is first
   // asked for.
   struct Member {
-    Cursor const* at = nullptr;     // on the source's member; null: everything is given boxed
-    Kel::Entity* key = nullptr;     // the destination's key, where keys are pointers
+    Cursor const* at = nullptr;  // on the source's member; null: everything is given boxed
+    Kel::Entity* key = nullptr;  // the destination's key, where keys are pointers
     Box srcIndexBox, indexBox, srcMemberBox;
 
     Box const& srcIndex();
@@ -46,20 +45,20 @@ class Walk {
   };
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
-  bool attributes(Frame& frame);                              // doCopyEntityAttrs
-  bool differs(Frame& frame, Step const& step) {              // doCopyAttr
+  bool attributes(Frame& frame);                  // doCopyEntityAttrs
+  bool differs(Frame& frame, Step const& step) {  // doCopyAttr
     return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
   }
   // The following take for granted that the filter has found a difference, or could not tell.
-  bool value(Frame& frame, Step const& step);                 // doCopyValue
+  bool value(Frame& frame, Step const& step);  // doCopyValue
   bool valueIfDifferent(Frame& frame, Step const& step) {
     return (traced_ || !equalInPlace(frame, step)) && value(frame, step);
   }
-  bool singleton(Frame& frame, Step const& step);             // doCopySingleton
-  bool collection(Frame& frame, Step const& step);            // doCopyCollection
-  bool queue(Frame& frame, Step const& step);                 // doCopyQueue
-  bool member(Frame& frame, Step const& step, Member& m);     // doCopyCollectionMember
-  bool pointer(Frame& frame, Step const& step, Member* m);    // doCopyPtr; `m` is null for a single pointer
+  bool singleton(Frame& frame, Step const& step);           // doCopySingleton
+  bool collection(Frame& frame, Step const& step);          // doCopyCollection
+  bool queue(Frame& frame, Step const& step);               // doCopyQueue
+  bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
+  bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
   // resolvePtr: the destination's target, or null and a record of what waits for it.
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
@@ -191,9 +190,9 @@ class Walk {
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
-  bool debugged_ = false;  // the log has debug actions
-  bool quiet_ = false;     // there is a log, and edits are only counted in it
-  bool keeps_ = false;     // the handler keeps targets
+  bool debugged_ = false;               // the log has debug actions
+  bool quiet_ = false;                  // there is a log, and edits are only counted in it
+  bool keeps_ = false;                  // the handler keeps targets
   std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
 };
 
