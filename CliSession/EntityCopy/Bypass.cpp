@@ -16,21 +16,6 @@ bool AttributeEditLogBypass::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&,
   Kel::throwNoImplementationException("bypassAttributeEditLog");
 }
 
-bool AttributeEditBypassTable::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const& ec, AttributeEdit const& edit,
-                                                      Kel::String path, Kel::Ptr<Kel::GenericIf const> const& value) {
-  if (!value) return false;
-  auto const check = [&](Kel::String const& name, Kel::String const& type) {
-    return checkBypassAttributeEditLog(attributeEditBypassEntry(AttributeEdit(name, type, edit.editType())), ec, path,
-                                       value);
-  };
-  Kel::String const& name = edit.attributeName();
-  Kel::String const& type = edit.attributeType();
-  if (check(name, type)) return true;
-  if (!name.empty() && check("", type)) return true;
-  if (!type.empty() && check(name, "")) return true;
-  return !name.empty() && !type.empty() && check("", "");
-}
-
 bool AttributeEditLogBypass::concerns(AttributeEdit const&) const { return true; }
 
 bool AttributeEditBypassTable::concerns(AttributeEdit const& edit) const {
@@ -54,6 +39,9 @@ bool covers(AttributeEditBypassEntry const& entry, Kel::String8 const& path) {
 
 // The check is written as several functions, which trace in its name.
 char const* const operation = "checkBypassAttributeEditLog";
+char const* const signature =
+    "bool Cli::Session::checkBypassAttributeEditLog(const Kel::Ptr<const Cli::Session::AttributeEditBypassEntry>&, "
+    "const Kel::Ptr<Cli::Session::EntityCopy>&, Kel::String, const Kel::Ptr<const Kel::GenericIf>&)";
 
 // Copies the default values into the entity that is about to be deleted: what is logged meanwhile is what it held
 // beside them. The entity dies, so nobody sees what was written; in compare mode nothing is written. Raises
@@ -78,25 +66,45 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
 // Only an entity that the deleted attribute owns can be compared with a default one; the target of a pointer is not the
 // engine's to write.
 bool isOwned(Kel::Ptr<Kel::Entity const> const& entity, AttributeEdit const& edit) {
-  if (!entity || !entity->parent()) return false;
-  Kel::KelAttr const* holder = entity->parentAttr();
-  bool const named = edit.attributeName().empty() || (holder && holder->name() == edit.attributeName());
-  return holder && holder->instantiating() && named;
+  Kel::KelAttr const* const holder = entity ? entity->parentAttr() : nullptr;
+  return holder && holder->instantiating() && holder->name() == edit.attributeName() &&
+         entity->parent()->type()->fullTypeName() == edit.attributeType();
+}
+
+// The check of one entry against an edit that is about to be made.
+bool bypasses(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec, AttributeEdit const& edit,
+              Kel::String const& path, Kel::GenericIf::PtrConst const& value) {
+  if (!aeBypass) return false;
+  KEL_TRACE_AS(3, operation) << aeBypass->attributeEdit().attributeName() << " in attributeEditBypassTable";
+  if (!covers(*aeBypass, path)) return false;
+  if (!isOwned(entityConstOf(value), edit) || !aeBypass->defaultEnt()) return true;
+  KEL_ASSERT_AS(aeBypass->attributeEdit().editType() == AttributeEditType::del_,
+                "aeBypass->attributeEdit().editType() == AttributeEditType::del_", signature);
+  KEL_TRACE_AS(3, operation) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
+  Kel::Ptr<Kel::Entity> const dying = entityOf(value);
+  // What may not be written is not about to die.
+  return !dying || holdsDefaultsOnly(*aeBypass, *Kel::validPtr(ec), dying);
 }
 
 }  // namespace
 
 bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec,
                                  Kel::String path, Kel::GenericIf::PtrConst const& value) {
-  if (!aeBypass) return false;
-  KEL_TRACE(3) << aeBypass->attributeEdit().attributeName() << " in attributeEditBypassTable";
-  if (!covers(*aeBypass, path)) return false;
-  if (!isOwned(entityConstOf(value), aeBypass->attributeEdit()) || !aeBypass->defaultEnt()) return true;
-  KEL_ASSERT(aeBypass->attributeEdit().editType() == AttributeEditType::del_);
-  KEL_TRACE(3) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
-  Kel::Ptr<Kel::Entity> const dying = entityOf(value);
-  // What may not be written is not about to die.
-  return !dying || holdsDefaultsOnly(*aeBypass, *Kel::validPtr(ec), dying);
+  return aeBypass && bypasses(aeBypass, ec, aeBypass->attributeEdit(), path, value);
+}
+
+bool AttributeEditBypassTable::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const& ec, AttributeEdit const& edit,
+                                                      Kel::String path, Kel::Ptr<Kel::GenericIf const> const& value) {
+  if (!value) return false;
+  auto const check = [&](Kel::String const& name, Kel::String const& type) {
+    return bypasses(attributeEditBypassEntry(AttributeEdit(name, type, edit.editType())), ec, edit, path, value);
+  };
+  Kel::String const& name = edit.attributeName();
+  Kel::String const& type = edit.attributeType();
+  if (check(name, type)) return true;
+  if (!name.empty() && check("", type)) return true;
+  if (!type.empty() && check(name, "")) return true;
+  return !name.empty() && !type.empty() && check("", "");
 }
 
 }  // namespace Cli::Session

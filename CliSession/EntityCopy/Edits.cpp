@@ -75,8 +75,9 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
 
 bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::Entity const& dest,
                 Kel::GenericIf::PtrConst const& value) {
-  Kel::String8 const relative = ec.dest() ? pathBelow(*ec.dest(), dest) : Kel::String8();
-  return recordEdit(ec, edit, dest.fullName(), relative, value);
+  Kel::String8 const path = dest.fullName();
+  Kel::String8 const relative = ec.dest() ? pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), path) : Kel::String8();
+  return recordEdit(ec, edit, path, relative, value);
 }
 
 bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, Box const& value) {

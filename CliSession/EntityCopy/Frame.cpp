@@ -51,21 +51,19 @@ Kel::String8 const& Frame::path() {
 
 Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation) {
   Extras& e = extras();
-  Kel::Entity const* top = ec.dest().ptr();
+  Kel::Entity const* const top = ec.dest().ptr();
   // The members of a queue without a parameter are named by their place in it.
   bool const byPlace = up_ && through_->attr.isQueue() && dest.type()->ctorArgs().empty();
-  if (!top) {
-    e.logPath = {};
-  } else if (!up_ || dest.parent() != &up_->dest || byPlace) {
-    e.logPath = pathBelow(*top, dest);
-  } else {
+  Kel::String8 path;
+  if (top && up_ && dest.parent() == &up_->dest && !byPlace) {
     Kel::KelAttr const& attr = *through_->destAttr;
-    bool const atTop = &up_->dest == top;
-    Kel::String8 const above = atTop ? Kel::String8() : up_->logPath(ec, generation);
-    e.logPath = above.empty() && !atTop
-                    ? above
-                    : joined(above, atTop ? "" : ".", attr.name(), attr.isCollection(), dest.name());
+    if (&up_->dest == top)
+      path = joined({}, {}, attr.name(), attr.isCollection(), dest.name());
+    else if (Kel::String8 const& above = up_->logPath(ec, generation); !above.empty())
+      path = joined(above, ".", attr.name(), attr.isCollection(), dest.name());
   }
+  if (top && path.empty()) path = pathBelow(Kel::Ptr<Kel::Entity const>(top), dest.fullName());
+  e.logPath = path;
   e.logPathAt = generation;
   return e.logPath;
 }

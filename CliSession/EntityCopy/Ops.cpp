@@ -31,7 +31,7 @@ class Rooted {
  public:
   Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
          Kel::KelAttr const& attr)
-      : dest_(dest), src_(src), walk(ec), frame(*dest, *src, path), step(stepFor(frame.plan, attr)) {}
+      : dest_(dest), src_(src), walk(ec, *dest), frame(*dest, *src, path), step(stepFor(frame.plan, attr)) {}
 
  private:
   // An attribute of another type stands for the source's of that name.
@@ -91,7 +91,7 @@ bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst c
   KEL_ASSERT(srcT);
   KEL_ASSERT(destT);
   KEL_TRACE(1) << "doCopyEntityAttrs: " << path;
-  Walk walk(*this);
+  Walk walk(*this, *destEntity);
   Frame frame(*destEntity, *srcEntity, path);
   if (!filter) return walk.attributes(frame);
   EntityPtr const destAlive = destEntity;

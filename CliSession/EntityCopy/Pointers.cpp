@@ -72,8 +72,7 @@ PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, bool foreign) {
 
 Kel::Entity* Walk::translated(Frame& f, Kel::Entity& srcTarget) {
   Counterparts::Answer known{nullptr, false};
-  bool const keeps = guide_ && guide_->keepsTargets();
-  if (keeps) known = impl_.counterparts.find(ec_, srcTarget);
+  if (keeps_) known = impl_.counterparts.find(ec_, srcTarget);
   if (known.target) return known.target;
   PtrTarget const answer = ask(f, srcTarget, !known.rootKnown);
   if (!answer.copiable()) return nullptr;
@@ -86,8 +85,7 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
   WALK_TRACE(2, operation) << "resolvePtr: " << s.attr.name();
   auto& target = const_cast<Kel::Entity&>(srcTarget);
   Counterparts::Answer known{nullptr, false};
-  bool const keeps = guide_ && guide_->keepsTargets();
-  if (keeps) known = impl_.counterparts.find(ec_, target);
+  if (keeps_) known = impl_.counterparts.find(ec_, target);
   if (known.target) {
     supersede(f, s, m);
     return known.target;
@@ -99,7 +97,7 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
     WALK_TRACE(3, operation) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
     if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
-    if (found && keeps && known.rootKnown) impl_.counterparts.remember(target, *found);
+    if (found && keeps_ && known.rootKnown) impl_.counterparts.remember(target, *found);
     return found.ptr();
   }
   WALK_TRACE(3, operation) << "Target is not copiable, deferring";

@@ -24,7 +24,9 @@ bool anyTrace() {
 
 }  // namespace
 
-Walk::Walk(EntityCopy& ec) : ec_(ec), impl_(EntityCopy::Impl::of(ec)) { revalidate(); }
+Walk::Walk(EntityCopy& ec, Kel::Entity const& dest) : ec_(ec), impl_(EntityCopy::Impl::of(ec)), top_(dest) {
+  revalidate();
+}
 
 void Walk::read() {
   traced_ = anyTrace();
@@ -32,7 +34,7 @@ void Walk::read() {
   checker_ = ec_.attributeEditBypassChecker().ptr();
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
-  keeps_ = guide_ && guide_->keepsTargets();
+  keeps_ = guide_ && guide_->keepsTargets() && ec_.dest() && ec_.dest()->root() == top_.root();
   bool const watched = checker_ || traced_ || (log_ && log_->hasReactors());
   debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
   quiet_ = log_ && !watched && !debugged_;

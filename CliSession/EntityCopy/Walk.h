@@ -28,7 +28,8 @@ class Walk {
  public:
   using Box = Kel::GenericIf::PtrConst;
 
-  explicit Walk(EntityCopy& ec);
+  // `dest` is what the walk begins with, and outlives it.
+  Walk(EntityCopy& ec, Kel::Entity const& dest);
   Walk(Walk const&) = delete;
   Walk& operator=(Walk const&) = delete;
 
@@ -184,6 +185,7 @@ class Walk {
 
   EntityCopy& ec_;
   EntityCopy::Impl& impl_;
+  Kel::Entity const& top_;
   // Read again after foreign code.
   EntityCopyHandler* guide_ = nullptr;  // the handler, for what it may tell in advance; null while tracing
   AttributeEditLogBypass* checker_ = nullptr;

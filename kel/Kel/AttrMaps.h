@@ -416,7 +416,7 @@ class OwnedMapAccess final : public AttrAccess {
   static K keyOf(Entity const& e) { return EntityKey<E>::key(static_cast<E const&>(e)); }
   Ptr<Entity> make(KelAttr const& attr, GenericIf const* key, GenericIf const* value) const {
     Ptr<Entity> made = TypeOf<E>::type()->newEntity(creationArgs(attr, key, value));
-    if (key && !(keyOf(*made) == unboxKey<K>(attr, key)))
+    if (key && !sameKey(keyOf(*made), unboxKey<K>(attr, key)))
       throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
     return made;
   }
