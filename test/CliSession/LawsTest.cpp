@@ -38,9 +38,10 @@ struct RuledWorld : RandomWorld {
   S::AttributeEditBypassTable::Ptr bypass;
   std::vector<AttributeEdit> debugged;
   std::vector<std::string> filtered;  // how edits that filters leave out begin
-  bool watched, logWatched;
+  bool eager, watched, logWatched;
 
   explicit RuledWorld(unsigned seed, bool pair = false) : RandomWorld(seed, pair), dice(seed + 1000000) {
+    eager = dice.below(2);  // custom handlers copy twice
     if (!table) table = S::entityCopyCustomHandlerTableFactory("table", root);
     if (dice.below(2)) {
       custom("", "Plant::Door");
@@ -148,7 +149,8 @@ struct RuledWorld : RandomWorld {
     auto const handler = Kel::Ptr<Scripted>(
         new Scripted(status, [this](auto const& ec, auto const& to, auto const& from, Kel::String const& at) {
           told += "visit " + at.str() + "\n";
-          bool const differs = ec->doCopyEntityAttrs(to, from, at, nullptr);
+          bool differs = ec->doCopyEntityAttrs(to, from, at, nullptr);
+          if (eager) differs |= ec->doCopyEntityAttrs(to, from, at, nullptr);
           told += at.str() + (differs ? " differs\n" : " does not differ\n");
           return differs;
         }));
@@ -174,6 +176,11 @@ void compareAsExpected(RuledWorld& world) {
   world.mutate(world.dest, world.generator, 0);  // what a directory's handler passes by may point at what is gone
   Edits const expected = world.expected(true);
   std::string const before = world.image();
+  // The engine's plain handler compares as well, without the pointers.
+  EntityCopy::Ptr const plain = world.copyFrom(world.src, true);
+  plain->handlerIs(S::entityCopyHandlerFactory());
+  plain->destIs(world.dest);
+  EXPECT_EQ(plain->pendingAttrs(), 0u);
   Outcome const outcome = world.run(true);
   ASSERT_TRUE(world.image() == before) << "a comparison has changed something";
   // A pointer to something that only a bypassed edit would make is not seen.
@@ -236,7 +243,7 @@ TEST(Laws, HoldBetweenTypes) {
 }
 
 TEST(Laws, TracesMakeNoDifference) {
-  for (unsigned seed : seeds(120)) {
+  for (unsigned seed : seeds(100)) {
     SCOPED_TRACE(seed);
     RuledWorld silent(seed, seed % 7 == 6), traced(seed, seed % 7 == 6);
     for (bool compare : {true, false, true, false}) {
@@ -253,7 +260,7 @@ TEST(Laws, TracesMakeNoDifference) {
 }
 
 TEST(Laws, CopyingBackRestores) {
-  for (unsigned seed : seeds(150)) {
+  for (unsigned seed : seeds(100)) {
     SCOPED_TRACE(seed);
     RandomWorld world(seed);
     if (!world.alike()) continue;
@@ -270,7 +277,7 @@ TEST(Laws, CopyingBackRestores) {
 
 TEST(Laws, ReactorsDoNotChangeTheResult) {
   Kel::U32 calls = 0;
-  for (unsigned seed : seeds(150)) {
+  for (unsigned seed : seeds(100)) {
     SCOPED_TRACE(seed);
     RandomWorld plain(seed), watched(seed);
     Kel::U32 early = 0;
@@ -324,7 +331,7 @@ bool askedFor(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, 
 }
 
 TEST(Laws, OperationsAnswerWhetherAnythingDiffers) {
-  for (unsigned seed : seeds(60)) {
+  for (unsigned seed : seeds(40)) {
     SCOPED_TRACE(seed);
     RandomWorld world(seed, seed % 7 == 6);
     auto const filter = world.filters->newEcf(S::HandlerContext(S::EntityPath(""), "Plant::Slot"));

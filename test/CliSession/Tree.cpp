@@ -425,8 +425,8 @@ void Generator::mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targe
 }
 
 void dropOrphans(Kel::Entity& root) {
-  auto const orphan = [](GifConst const& object) {
-    return object && object->entityConst() && object->entityConst()->fullName().empty();
+  auto const orphan = [&](GifConst const& object) {
+    return object && object->entityConst() && object->entityConst()->root() != root.root();
   };
   for (Kel::Entity* e : entitiesOf(root)) {
     Gif const gif = gifOf(*e);
