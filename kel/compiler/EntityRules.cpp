@@ -74,10 +74,6 @@ void EntityRules::resolveBase(Model const& model, EntityDecl& entity) const {
     diagnostics_.error(name.loc, "the base " + inQuotes(name.text) + why,
                        decl ? declaredHere(*decl) : std::vector<Note>());
   };
-  if (!decl && !scope_.isComplete(model)) {
-    entity.baseUnknown = true;
-    return;
-  }
   if (!decl) {
     entity.baseUnknown = true;
     return types_.refuseUnknown(model, name, "base", true);

@@ -53,9 +53,9 @@ class Lexer {
     return tokens_.emplace_back(std::move(token));
   }
 
-  // Reports a run of bytes outside ASCII once, and skips it.
+  // Reports bytes outside ASCII once a line, and skips them.
   void refuseNonAscii() {
-    diagnostics_.error(here(), "non-ASCII character");
+    if (std::exchange(nonAsciiLine_, line_) != line_) diagnostics_.error(here(), "non-ASCII character");
     while (!atEnd() && !isAscii(peek())) ++pos_;
   }
 
@@ -215,6 +215,7 @@ class Lexer {
   std::size_t pos_ = 0;
   std::size_t lineStart_ = 0;
   unsigned line_ = 1;
+  unsigned nonAsciiLine_ = 0;  // the last line with an error about it
 };
 
 }  // namespace

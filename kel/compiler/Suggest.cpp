@@ -95,10 +95,10 @@ static_assert(isSorted(types) && isSorted(hints) && isSorted(keywords));
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// Without namespaces, and in lower case.
+// Whatever the case, and with or without `std::`.
 template <std::size_t count>
 std::string_view find(Habit const (&table)[count], std::string_view word) {
-  std::string last(word.substr(word.rfind(':') + 1));
+  std::string last(word.substr(word.substr(0, 5) == "std::" ? 5 : 0));
   std::transform(last.begin(), last.end(), last.begin(), lower);
   auto const found = std::lower_bound(std::begin(table), std::end(table), last,
                                       [](Habit const& habit, std::string const& name) { return habit.theirs < name; });

@@ -89,12 +89,16 @@ void TypeRules::resolve(Model const& model, TypeRef& type) const {
   type.builtin = builtinOf(type.name.text);
   if (type.builtin == Builtin::none) {
     type.decl = scope_.find(model, type.name.text);
-    if (!type.decl && scope_.isComplete(model)) refuseUnknown(model, type.name, "type", type.isRef);
+    if (!type.decl) refuseUnknown(model, type.name, "type", type.isRef);
   }
   for (TypeRef& arg : type.args) resolve(model, arg);
 }
 
 void TypeRules::refuseUnknown(Model const& model, QName const& name, std::string const& what, bool target) const {
+  // What could not be read may declare it, if it does not look like a type of another language.
+  bool const small = name.text[0] >= 'a' && name.text[0] <= 'z';
+  bool const foreign = small && !(hintOfHabit(name.text) + typeOfHabit(name.text)).empty();
+  if (!foreign && !scope_.isComplete(model)) return;
   std::string const text = "unknown " + what + " " + inQuotes(name.text);
   Decl const* const hidden = scope_.findNotImported(model, name.text);
   if (hidden) {

@@ -36,7 +36,8 @@ class TypeRules {
   void resolve(Model const& model, TypeRef& type) const;
   void resolve(Model const& model, Shape& shape) const;
 
-  // Reports a name that means nothing in a model; `what` was expected ("type"), for a pointer when `target`.
+  // Reports a name that means nothing in a model, if all that it sees could be read; `what` was expected ("type"), for
+  // a pointer when `target`.
   void refuseUnknown(Model const& model, QName const& name, std::string const& what, bool target) const;
 
   // The name of a declaration, member, parameter or enumerator.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "ModelTest.h"
 #include "compiler/Diagnostic.h"
 #include "compiler/Excerpt.h"
 
@@ -60,6 +61,17 @@ TEST(Excerpt, CutsLongLinesAroundThePosition) {
     ASSERT_GE(columns.size(), 4u + 70) << at;
     ASSERT_EQ(columns[caret], line[at]) << shown;
   }
+}
+
+// The whole output for a model with many mistakes, against text that somebody has read.
+TEST(Diagnostics, PrintWhatTheGoldenFileSays) {
+  std::ostringstream out;
+  Compiled(dataDir() / "golden" / "Mistakes.kel").diagnostics.print(out);
+  std::string printed = out.str();
+  std::string const here = dataDir().string() + "/";
+  for (std::size_t at = 0; (at = printed.find(here)) != std::string::npos;) printed.erase(at, here.size());
+  EXPECT_EQ(Tests::golden(dataDir() / "golden" / "Mistakes.golden", printed), printed)
+      << "to renew: UPDATE_GOLDEN=1 bin/kelc_test --gtest_filter=Diagnostics.*";
 }
 
 TEST(Diagnostics, CountWhatTheyDoNotShow) {
