@@ -135,8 +135,8 @@ Lines CppMethod::paramList() const {
   return list;
 }
 
-void CppMethod::declare(CppText& out, std::string const& indent) const {
-  std::string const start = prefix_ + head({});
+void CppMethod::declare(CppText& out, std::string const& indent, std::string const& exported) const {
+  std::string const start = exported + prefix_ + head({});
   std::string const end = std::string(")") + (const_ ? " const" : "") + suffix_;
   if (!comment_.empty()) out.line(indent + "// " + comment_);
   if (!inline_) return out.list(indent, start, paramList(), end + ";");
@@ -191,8 +191,8 @@ void CppClass::declareGroups(CppText& out, std::vector<CppGroup> const& groups) 
   }
 }
 
-void CppClass::declare(CppText& out) const {
-  out.line("class " + name_ + (base.empty() ? "" : " : " + base) + " {");
+void CppClass::declare(CppText& out, std::string const& exported) const {
+  out.line("class " + exported + name_ + (base.empty() ? "" : " : " + base) + " {");
   out.lines(aliases, "  ");
   if (!aliases.empty()) out.gap();
   out.line(" public:");

@@ -68,7 +68,8 @@ class CppMethod {
   CppMethod& commented(std::string comment);
 
   bool isDefined() const { return defined_ || defaulted_; }
-  void declare(CppText& out, std::string const& indent) const;
+  // `exported` stands in front of everything.
+  void declare(CppText& out, std::string const& indent, std::string const& exported = {}) const;
   // `scope`: the class, empty for a free function.
   void define(CppText& out, std::string const& scope) const;
 
@@ -110,7 +111,8 @@ class CppClass {
   }
 
   std::string const& name() const { return name_; }
-  void declare(CppText& out) const;
+  // `exported` stands in front of the name.
+  void declare(CppText& out, std::string const& exported = {}) const;
   void define(CppText& out) const;
 
  private:

@@ -18,7 +18,10 @@ std::string include(std::string const& header) { return "#include \"" + header +
 
 class FileEmitter {
  public:
-  explicit FileEmitter(ModelSet const& set) : model_(*set.main), types_(set, model_) { collectTypes(); }
+  FileEmitter(ModelSet const& set, Linkage const& linkage) : model_(*set.main), types_(set, model_), linkage_(linkage) {
+    if (linkage.exported) out_.exported = "KEL_API ";
+    collectTypes();
+  }
 
   Generated emit() {
     openHeader();
@@ -29,6 +32,7 @@ class FileEmitter {
     for (auto const& decl : model_.entities) emitEntity(*decl, types_, out_);
     emitAllReactors();
     emitRegistration();
+    emitAnchor();
     closeNamespace(out_.header);
     closeNamespace(out_.source);
     emitKeyBodies();
@@ -101,7 +105,7 @@ class FileEmitter {
     out.line("#endif");
     declareExterns();
     openNamespace(out);
-    for (auto const& decl : model_.entities) out.line("class " + decl->name.text + ";");
+    for (auto const& decl : model_.entities) out.line("class " + out_.exported + decl->name.text + ";");
   }
 
   // In the order of the file, those of one namespace together.
@@ -200,8 +204,18 @@ class FileEmitter {
     out.line("}  // namespace");
   }
 
+  // Visible from other libraries whatever the types are. Declared first, since a constant would stay in its file.
+  void emitAnchor() {
+    if (linkage_.anchor.empty()) return;
+    CppText& out = out_.source;
+    out.gap();
+    out.line("extern \"C\" KEL_API char const " + linkage_.anchor + ";");
+    out.line("char const " + linkage_.anchor + " = 0;");
+  }
+
   Model const& model_;
   CppTypes const types_;
+  Linkage const& linkage_;
   Texts out_;
   struct ByName {
     bool operator()(Decl const* a, Decl const* b) const { return a->qualified < b->qualified; }
@@ -219,7 +233,7 @@ void heading(CppText& out, std::string const& what) {
   out.gap();
 }
 
-Generated emit(ModelSet const& set) { return FileEmitter(set).emit(); }
+Generated emit(ModelSet const& set, Linkage const& linkage) { return FileEmitter(set, linkage).emit(); }
 
 std::string emitStubs(ModelSet const& set) {
   Model const& model = *set.main;

@@ -15,8 +15,14 @@ struct Generated {
   std::string source;
 };
 
+// What the output owes to the library that it becomes part of.
+struct Linkage {
+  bool exported = false;  // its types and functions are marked for export
+  std::string anchor;     // a C symbol that the source defines; may be empty
+};
+
 // The header and the source of the set's main model.
-Generated emit(ModelSet const& set);
+Generated emit(ModelSet const& set, Linkage const& linkage = {});
 // What the model expects to be written by hand: the operations, empty.
 std::string emitStubs(ModelSet const& set);
 
@@ -26,6 +32,7 @@ std::string emitStubs(ModelSet const& set);
 struct Texts {
   CppText header;
   CppText source;
+  std::string exported;  // the mark in front of what is exported, with a blank behind it; or empty
 };
 
 // An empty line and a line that names a part of a file.

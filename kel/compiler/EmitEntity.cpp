@@ -36,7 +36,7 @@ class EntityEmitter {
     addPlainEqual();
     if (entity_.hasImpl) addImpl();
     heading(out.header, "entity " + name_);
-    class_.declare(out.header);
+    class_.declare(out.header, out.exported);
     heading(out.source, "entity " + name_);
     class_.define(out.source);
     if (!entity_.abstract) emitFactory(out);
@@ -161,7 +161,7 @@ class EntityEmitter {
     }
     factory.does({"return " + name_ + "::Ptr(new " + name_ + "(" + joined(args) + "));"});
     out.header.gap();
-    factory.declare(out.header, {});
+    factory.declare(out.header, {}, out.exported);
     out.source.gap();
     factory.define(out.source, {});
   }

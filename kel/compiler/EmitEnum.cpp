@@ -26,7 +26,7 @@ void emitEnum(EnumDecl const& decl, Texts& out) {
   Lines enumerators;
   for (Enumerator const& e : decl.enumerators) enumerators.push_back(e.name.text + " = " + cppInteger(e.value));
   heading(out.header, "enum " + name);
-  out.header.braced({}, "enum class " + name + " : Kel::S32", enumerators);
+  out.header.braced({}, "enum class " + out.exported + name + " : Kel::S32", enumerators);
   out.header.gap();
 
   std::string const cast = "static_cast<Kel::S32>(value)";
@@ -65,7 +65,7 @@ void emitEnum(EnumDecl const& decl, Texts& out) {
 
   heading(out.source, "enum " + name);
   for (CppMethod const& f : functions) {
-    f.declare(out.header, {});
+    f.declare(out.header, {}, out.exported);
     out.source.gap();
     f.define(out.source, {});
   }

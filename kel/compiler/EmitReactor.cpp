@@ -28,7 +28,7 @@ class ReactorEmitter {
     bool const inherited = cases_.empty() && entity_.base;
     if (!inherited) addDispatch();
     out.header.gap();
-    class_.declare(out.header);
+    class_.declare(out.header, out.exported);
     class_.define(out.source);
   }
 

@@ -16,12 +16,12 @@ class ValueEmitter {
     if (comparable()) addComparison();
     if (decl_.isHashed()) addHash();
     heading(out.header, "value " + name_);
-    class_.declare(out.header);
+    class_.declare(out.header, out.exported);
     heading(out.source, "value " + name_);
     class_.define(out.source);
     out.header.gap();
     for (CppMethod const& f : textFunctions()) {
-      f.declare(out.header, {});
+      f.declare(out.header, {}, out.exported);
       out.source.gap();
       f.define(out.source, {});
     }

@@ -1,5 +1,7 @@
 #include "compiler/Options.h"
 
+#include <algorithm>
+
 #include "compiler/Suggest.h"
 
 namespace kelc {
@@ -13,6 +15,10 @@ char const usage[] =
     "  -o OUTDIR           write below OUTDIR (default: the working directory)\n"
     "  --name NAME         the path of the header on the include path, without its\n"
     "                      extension, as \"Zuk/PathTrie\" (default: the model's base name)\n"
+    "  --export            mark types and functions for export from a shared library that\n"
+    "                      is compiled with hidden symbols\n"
+    "  --anchor SYMBOL     define the C symbol SYMBOL in the source: a link that asks for it\n"
+    "                      gets the registrations of the model's types\n"
     "  --depfile FILE      write to FILE, as a rule of make, what the output depends on\n"
     "  --deptarget TARGET  the target of that rule (default: the header)\n"
     "  --stubs             print the signatures of the operations, and write nothing\n"
@@ -32,8 +38,16 @@ bool isName(std::string const& name) {
 
 std::string suggestion(std::string const& wrong) {
   Nearest nearest(wrong);
-  for (char const* option : {"--name", "--depfile", "--deptarget", "--stubs", "--help"}) nearest.consider(option);
+  for (char const* option : {"--name", "--export", "--anchor", "--depfile", "--deptarget", "--stubs", "--help"})
+    nearest.consider(option);
   return didYouMean(nearest.best());
+}
+
+// A name in C++, as far as it takes to keep the output well-formed.
+bool isIdentifier(std::string const& text) {
+  auto const isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
+  auto const isPart = [&](char c) { return isLetter(c) || (c >= '0' && c <= '9'); };
+  return !text.empty() && isLetter(text[0]) && std::all_of(text.begin(), text.end(), isPart);
 }
 
 class CommandLine {
@@ -46,6 +60,8 @@ class CommandLine {
     if (options_.input.empty()) return "no model given";
     if (options_.name.empty()) options_.name = options_.input.stem().string();
     if (!isName(options_.name)) return "'" + options_.name + "' is not on the include path";
+    if (!options_.anchor.empty() && !isIdentifier(options_.anchor))
+      return "'" + options_.anchor + "' is not an identifier";
     if (options_.includeDirs.empty()) options_.includeDirs.emplace_back(".");
     return {};
   }
@@ -60,6 +76,10 @@ class CommandLine {
       options_.outDir = valueOf(arg);
     } else if (arg == "--name") {
       options_.name = valueOf(arg);
+    } else if (arg == "--export") {
+      options_.exported = true;
+    } else if (arg == "--anchor") {
+      options_.anchor = valueOf(arg);
     } else if (arg == "--depfile") {
       options_.depfile = valueOf(arg);
     } else if (arg == "--deptarget") {

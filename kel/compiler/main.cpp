@@ -30,7 +30,7 @@ bool readModel(kelc::Options const& options, kelc::ModelSet& set, kelc::Diagnost
 }
 
 std::vector<kelc::OutputFile> outputs(kelc::Options const& options, kelc::ModelSet const& set) {
-  kelc::Generated const generated = kelc::emit(set);
+  kelc::Generated const generated = kelc::emit(set, {options.exported, options.anchor});
   std::string const stem = (options.outDir / options.name).string();
   std::vector<kelc::OutputFile> files = {{stem + ".h", generated.header}, {stem + ".cpp", generated.source}};
   if (!options.depfile.empty()) {

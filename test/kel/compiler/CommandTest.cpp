@@ -119,6 +119,8 @@ TEST_F(Command, SaysWhatIsWrongWithItsArguments) {
   EXPECT_EQ(printed, "kelc: '-o' needs a value; see 'kelc --help'\n");
   EXPECT_EQ(run("--name ../A A.kel"), 2);
   EXPECT_EQ(printed, "kelc: '../A' is not on the include path; see 'kelc --help'\n");
+  EXPECT_EQ(run("--anchor 1x A.kel"), 2);
+  EXPECT_EQ(printed, "kelc: '1x' is not an identifier; see 'kelc --help'\n");
   EXPECT_EQ(run("--help"), 0);
   EXPECT_EQ(printed, usage);
   EXPECT_EQ(run("B.kel"), 1);

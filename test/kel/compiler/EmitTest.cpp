@@ -40,6 +40,25 @@ TEST(Emit, WritesTheSameTwice) {
   EXPECT_EQ(emit(one.set).source, emit(other.set).source);
 }
 
+// The marks are all that distinguishes a model for export; that they are where they have to be shows when libraries are
+// built of it.
+TEST(Emit, MarksForExportAndChangesNothingElse) {
+  Compiled const compiled(dataDir() / "golden" / "Lamp.kel");
+  Generated const plain = emit(compiled.set), marked = emit(compiled.set, {true, "lamp_anchor"});
+  std::string header = marked.header;
+  std::size_t marks = 0;
+  for (std::string const mark = "KEL_API "; header.find(mark) != std::string::npos; ++marks)
+    header.erase(header.find(mark), mark.size());
+  EXPECT_LT(20u, marks);
+  EXPECT_EQ(plain.header, header);
+  std::string const anchor =
+      "\nextern \"C\" KEL_API char const lamp_anchor;\nchar const lamp_anchor = 0;\n\n}  // namespace Home\n";
+  ASSERT_GT(marked.source.size(), anchor.size());
+  std::string const start = marked.source.substr(0, marked.source.size() - anchor.size());
+  EXPECT_EQ(marked.source, start + anchor);
+  EXPECT_EQ(plain.source, start + "\n}  // namespace Home\n");
+}
+
 TEST(Emit, KeepsToTheWidthOfALine) {
   Compiled const compiled(broad);
   ASSERT_TRUE(compiled.diagnostics.empty());
