@@ -3,9 +3,11 @@
 
 #include <iosfwd>
 
+#include "Kel/Export.h"
+
 namespace Zuk {
 
 class PrefixTrieState;
-std::ostream& operator<<(std::ostream& out, PrefixTrieState const& state);
+KEL_API std::ostream& operator<<(std::ostream& out, PrefixTrieState const& state);
 
 }  // namespace Zuk

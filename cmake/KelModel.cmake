@@ -1,17 +1,23 @@
-# kel_add_model(TARGET MODEL [NAME PATH])
+# kel_add_model(TARGET MODEL [NAME PATH] [EXPORT])
 #
 # Compiles a model file with kelc, adds the generated source to TARGET and puts the generated header on its include path
 # as PATH.h. PATH defaults to the model's base name; a model that others import as "Zuk/PathTrie.kel" needs the NAME
 # Zuk/PathTrie. Imports are looked for beside the importing model, below the project's source directory, and in the
 # include directories of TARGET, those of the libraries that it links included.
 #
-# Generated files go to the folder `gen` of the build directory. They are rewritten only when their content changes, and
-# made again when the model, anything that it imports, or kelc itself changes. Two targets may name the same model.
+# Whatever links TARGET, a library, gets the model's types, also when it uses none of them but by name: a static archive
+# is asked for a symbol of the generated source, a shared library is linked whatever `--as-needed` says.
+#
+# A library that is compiled with hidden symbols needs EXPORT for others to use the model's types from C++.
+#
+# Generated files go to a folder of TARGET's own in the build directory, its property KEL_GEN_DIR. They are rewritten
+# only when their content changes, and made again when the model, anything that it imports, or kelc itself changes.
+# KELC_EXECUTABLE names another kelc than that of this build or package, as cross-compiling needs.
 
 include_guard(GLOBAL)
 
 function(kel_add_model target model)
-  cmake_parse_arguments(PARSE_ARGV 2 arg "" "NAME" "")
+  cmake_parse_arguments(PARSE_ARGV 2 arg "EXPORT" "NAME" "")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "kel_add_model: unexpected ${arg_UNPARSED_ARGUMENTS}")
   endif()
@@ -20,29 +26,41 @@ function(kel_add_model target model)
   if(NOT name)
     get_filename_component(name "${model}" NAME_WLE)
   endif()
+  get_target_property(binary_dir ${target} BINARY_DIR)
+  set(gen "${binary_dir}/gen/${target}")
+  set_target_properties(${target} PROPERTIES KEL_GEN_DIR "${gen}")
+  string(MAKE_C_IDENTIFIER "kel_model_${target}_${name}" rule)
 
-  set(gen "${CMAKE_BINARY_DIR}/gen")
-  set(generated "${gen}/${name}.cpp" "${gen}/${name}.h")
-  string(MAKE_C_IDENTIFIER "model_${name}" rule)
-  if(NOT TARGET ${rule})
-    _kel_model_rule(${rule} ${target} "${source}" "${name}" "${gen}")
+  set(options --anchor ${rule})
+  if(arg_EXPORT)
+    list(APPEND options --export)
   endif()
+  _kel_model_rule(${rule} ${target} "${source}" "${name}" "${gen}" "${options}")
+  add_dependencies(${target} ${rule})
 
+  set(generated "${gen}/${name}.cpp" "${gen}/${name}.h")
   set_source_files_properties(${generated} PROPERTIES GENERATED TRUE)
   target_sources(${target} PRIVATE ${generated})
   target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${gen}>")
-  add_dependencies(${target} ${rule})
+  set(option "")
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL SHARED_LIBRARY)
+    set(library "$<TARGET_LINKER_FILE:$<TARGET_NAME:${target}>>")
+    set(option "LINKER:--push-state,--no-as-needed,${library},--pop-state")
+  elseif(NOT type STREQUAL EXECUTABLE)
+    set(option "LINKER:--undefined=${rule}")
+  endif()
+  get_target_property(options ${target} INTERFACE_LINK_OPTIONS)
+  if(option AND NOT option IN_LIST options)
+    target_link_options(${target} INTERFACE "${option}")
+  endif()
 endfunction()
 
 # The custom target that runs kelc. What it stands for is a stamp: the generated files keep their time when they did not
 # change, and would look out of date for ever.
-function(_kel_model_rule rule target source name gen)
-  if(TARGET kelc)
-    set(kelc kelc)
-  elseif(TARGET Kel::kelc)
-    set(kelc Kel::kelc)
-  else()
-    find_program(KELC_EXECUTABLE kelc REQUIRED)
+function(_kel_model_rule rule target source name gen options)
+  set(kelc CliSession::kelc)
+  if(KELC_EXECUTABLE)
     set(kelc "${KELC_EXECUTABLE}")
   endif()
   set(stamp "${gen}/${name}.stamp")
@@ -51,11 +69,11 @@ function(_kel_model_rule rule target source name gen)
     OUTPUT "${stamp}"
     BYPRODUCTS "${gen}/${name}.cpp" "${gen}/${name}.h"
     COMMAND ${kelc} "-I${PROJECT_SOURCE_DIR}" "$<$<BOOL:${dirs}>:-I$<JOIN:${dirs},;-I>>" -o "${gen}" --name "${name}"
-            --depfile "${stamp}.d" --deptarget "${stamp}" "${source}"
+            ${options} --depfile "${stamp}.d" --deptarget "${stamp}" "${source}"
     COMMAND ${CMAKE_COMMAND} -E touch "${stamp}"
     DEPENDS "${source}" ${kelc}
     DEPFILE "${stamp}.d"
-    COMMENT "Compiling model ${name}"
+    COMMENT "Compiling model ${name} for ${target}"
     COMMAND_EXPAND_LISTS
     VERBATIM)
   add_custom_target(${rule} DEPENDS "${stamp}")

@@ -1,12 +1,13 @@
 // Assertions for broken preconditions; on in every build. Bad input from outside is never one: it raises an exception.
 #pragma once
 
+#include "Kel/Export.h"
 #include "Kel/SourceName.h"
 
 namespace Kel {
 
 // Writes "MODULE:LINE: SIGNATURE: Assertion 'EXPR' failed." to standard error and aborts.
-[[noreturn]] void assertionFailed(char const* file, int line, char const* signature, char const* expr);
+[[noreturn]] KEL_API void assertionFailed(char const* file, int line, char const* signature, char const* expr);
 
 }  // namespace Kel
 

@@ -17,7 +17,7 @@ class AttrLogIn;
 class AttrLogOut;
 
 // An iterator over a collection, as the collection itself has it; GenericIf::AttributeIterator wraps it.
-class AttrIterator {
+class KEL_API AttrIterator {
  public:
   virtual ~AttrIterator() = default;
   virtual bool nonNull() const = 0;
@@ -72,7 +72,7 @@ class SameTarget {
   ~SameTarget() = default;
 };
 
-class AttrAccess {
+class KEL_API AttrAccess {
  public:
   virtual ~AttrAccess() = default;
 

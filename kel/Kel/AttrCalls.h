@@ -10,8 +10,8 @@
 namespace Kel {
 
 // Finds the argument of that name; checks that every given name is known.
-GenericIf const* callArg(KelAttr const& attr, GenericIf::Args const& args, std::size_t n);
-void checkCallArgs(KelAttr const& attr, GenericIf::Args const& args);
+KEL_API GenericIf const* callArg(KelAttr const& attr, GenericIf::Args const& args, std::size_t n);
+KEL_API void checkCallArgs(KelAttr const& attr, GenericIf::Args const& args);
 
 // A callable attribute.
 template <class F>

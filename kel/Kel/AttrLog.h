@@ -30,18 +30,18 @@ inline constexpr U16 attrLogVersion = 1;
 // with the pointers at it, if its type neither owns nor points at anything (the state of a path trie does neither).
 // Raises EntityIdUnavailableException when a pointer leads to any other entity of another tree, or to one that no path
 // leads to.
-std::string writeAttrLog(Entity const& top);
+KEL_API std::string writeAttrLog(Entity const& top);
 
 // Reads a log into new entities, and answers the top one; it has no parent, so that it can be put where it belongs
 // (`Dir::entryIs`). Paths lead through the tree of `context`; without one a log may not hold any. Raises
 // AttrLogRecordException for bytes that are no log of this version, or not whole, or of other types than those of this
 // process, and AttrLogEntityException for an entity that cannot be made, or not there, and for a pointer that leads
 // nowhere. The message says at which offset. Nothing has changed then, and nothing is left behind.
-Entity::Ptr readAttrLog(std::string_view log, Entity* context = nullptr);
+KEL_API Entity::Ptr readAttrLog(std::string_view log, Entity* context = nullptr);
 
 // The stream adapter of a type: which attributes are streamed, and in which order. Every type has its own
 // (`KelType::attrLogSa`); a log brings another, for the attributes that it knows.
-class KelNboAttrLogSa {
+class KEL_API KelNboAttrLogSa {
  public:
   explicit KelNboAttrLogSa(KelType const& type);
 
@@ -74,6 +74,6 @@ inline constexpr U32 attrLogNoOwner = 0xffffffff;
 
 // The checksum of a log: CRC-32 (polynomial 0x04C11DB7 reflected, initial value and final exclusive-or all ones), as in
 // ITU-T V.42.
-U32 attrLogChecksum(std::string_view bytes) noexcept;
+KEL_API U32 attrLogChecksum(std::string_view bytes) noexcept;
 
 }  // namespace Kel

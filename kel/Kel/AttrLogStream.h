@@ -27,9 +27,9 @@ using BitsOf =
 
 // Whether entities of a type can be in a log without an owner: those that neither own nor point at anything, so that
 // they cannot keep each other alive.
-bool attrLogLoose(KelType const& type);
+KEL_API bool attrLogLoose(KelType const& type);
 
-class AttrLogOut {
+class KEL_API AttrLogOut {
  public:
   // Gives an entity the next number of the log. References to entities without one lead by path through the tree of
   // `treeRoot`.
@@ -72,7 +72,7 @@ class AttrLogOut {
   std::string bytes_;
 };
 
-class AttrLogIn {
+class KEL_API AttrLogIn {
  public:
   // Where references lead.
   class Entities {
@@ -120,13 +120,13 @@ class AttrLogIn {
   Entities* entities_;
 };
 
-[[noreturn]] void throwAttrLogRecord(std::size_t offset, String8 const& what);
-[[noreturn]] void throwAttrLogEntity(std::size_t offset, String8 const& what);
+[[noreturn]] KEL_API void throwAttrLogRecord(std::size_t offset, String8 const& what);
+[[noreturn]] KEL_API void throwAttrLogEntity(std::size_t offset, String8 const& what);
 
 // One value, or one pointer.
-void writeAttrLogValue(AttrLogOut& out, KelType const& type, void const* value);
-void readAttrLogValue(AttrLogIn& in, KelType const& type, void* value);
-S32 readAttrLogEnumerator(AttrLogIn& in, KelType const& type);
+KEL_API void writeAttrLogValue(AttrLogOut& out, KelType const& type, void const* value);
+KEL_API void readAttrLogValue(AttrLogIn& in, KelType const& type, void* value);
+KEL_API S32 readAttrLogEnumerator(AttrLogIn& in, KelType const& type);
 
 template <class T>
 void streamOut(AttrLogOut& out, T const& v) {

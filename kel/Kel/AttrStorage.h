@@ -15,22 +15,23 @@ inline void changed(KelAttr const& attr, Entity& e, void const* key = nullptr) {
   if (auto* after = attr.afterChange()) after(e);
 }
 
-[[noreturn]] void throwKeyWanted(KelAttr const& attr);
-[[noreturn]] void throwKeyType(KelAttr const& attr, KelType const* expected);
-[[noreturn]] void throwNoKeyWanted(KelAttr const& attr);
-[[noreturn]] void throwNullMember(KelAttr const& attr);
-[[noreturn]] void throwTaken(KelAttr const& attr, String8 const& key);
-[[noreturn]] void throwWrongEntity(KelAttr const& attr, Entity const& given);
+[[noreturn]] KEL_API void throwKeyWanted(KelAttr const& attr);
+[[noreturn]] KEL_API void throwKeyType(KelAttr const& attr, KelType const* expected);
+[[noreturn]] KEL_API void throwNoKeyWanted(KelAttr const& attr);
+[[noreturn]] KEL_API void throwNullMember(KelAttr const& attr);
+[[noreturn]] KEL_API void throwTaken(KelAttr const& attr, String8 const& key);
+[[noreturn]] KEL_API void throwWrongEntity(KelAttr const& attr, Entity const& given);
 inline void wantNoKey(KelAttr const& attr, GenericIf const* key) {
   if (key) throwNoKeyWanted(attr);
 }
 // Whether two entities of the same type have the same constructor parameters; pointers are the same when their targets
 // are.
-bool sameParams(Entity const& a, Entity const& b);
+KEL_API bool sameParams(Entity const& a, Entity const& b);
 // For messages; a null key is the key of a collection keyed by pointers.
 inline String8 keyText(GenericIf::PtrConst const& key) { return key ? key->text() : String8("<null>"); }
 // The arguments of a creation: those of a list, the one value, or the key alone.
-std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key, GenericIf const* value);
+KEL_API std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key,
+                                                      GenericIf const* value);
 
 // A key to look something up by; a null reflective object is a null pointer key. To find what is held under a pointer a
 // read-only handle to it will do.
@@ -66,7 +67,7 @@ Ptr<E> restored(KelAttr const& attr, Ptr<Entity> const& child) {
 
 // One value.
 template <class V>
-class ValueAccess final : public AttrAccess {
+class KEL_API ValueAccess final : public AttrAccess {
  public:
   // Where in an entity the value lies, for loops that compare many.
   V Entity::*slot() const { return slot_; }

@@ -57,7 +57,7 @@ GenericIf::Ptr boxView(T const& value, bool constView) {
   return box(value);
 }
 
-[[noreturn]] void throwWrongType(String8 const& where, KelType const* expected, GenericIf const* got);
+[[noreturn]] KEL_API void throwWrongType(String8 const& where, KelType const* expected, GenericIf const* got);
 
 // The C++ value of a reflective object; null is a null pointer. `where` names the attribute for the error.
 template <class T>

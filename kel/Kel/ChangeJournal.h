@@ -30,7 +30,7 @@
 
 namespace Kel {
 
-class ChangeJournal {
+class KEL_API ChangeJournal {
  public:
   struct Entry {
     Entity const* entity;

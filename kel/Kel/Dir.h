@@ -14,7 +14,7 @@
 
 namespace Kel {
 
-class Dir : public Entity {
+class KEL_API Dir : public Entity {
  public:
   using Ptr = Kel::Ptr<Dir>;
   using PtrConst = Kel::Ptr<Dir const>;
@@ -70,7 +70,7 @@ class Dir : public Entity {
   EntityTree<EntryState> entryState_;
 };
 
-class Dir::EntryState : public Entity {
+class KEL_API Dir::EntryState : public Entity {
  public:
   using Ptr = Kel::Ptr<EntryState>;
   using PtrConst = Kel::Ptr<EntryState const>;
@@ -94,7 +94,7 @@ class Dir::EntryState : public Entity {
 };
 
 // The reactor of a directory: called with the name of the entry that came, got its entity, or went.
-class Dir::Notifiee : public EntityNotifiee {
+class KEL_API Dir::Notifiee : public EntityNotifiee {
  public:
   using Ptr = Kel::Ptr<Notifiee>;
   Dir::Ptr notifier() const;
@@ -105,7 +105,7 @@ class Dir::Notifiee : public EntityNotifiee {
   void dispatch(AttributeId id, void const* key) override;
 };
 
-class Dir::NotifieeConst : public EntityNotifiee {
+class KEL_API Dir::NotifieeConst : public EntityNotifiee {
  public:
   using Ptr = Kel::Ptr<NotifieeConst>;
   Dir::PtrConst notifier() const;
@@ -116,6 +116,6 @@ class Dir::NotifieeConst : public EntityNotifiee {
   void dispatch(AttributeId id, void const* key) override;
 };
 
-Dir::Ptr dirFactory(Name const& name);
+KEL_API Dir::Ptr dirFactory(Name const& name);
 
 }  // namespace Kel

@@ -42,7 +42,7 @@ enum class Change : U8 {
   whole         // it came into the tree: everything below it is new
 };
 
-class Entity : public VFPtrInterface {
+class KEL_API Entity : public VFPtrInterface {
  public:
   using Ptr = Kel::Ptr<Entity>;
   using PtrConst = Kel::Ptr<Entity const>;
@@ -150,7 +150,7 @@ class Entity : public VFPtrInterface {
 };
 
 // The entity's full name; "<null>" for null.
-std::ostream& operator<<(std::ostream& out, Entity const* entity);
+KEL_API std::ostream& operator<<(std::ostream& out, Entity const* entity);
 template <class T>
 requires std::is_base_of_v<Entity, T> std::ostream& operator<<(std::ostream& out, Ptr<T> const& entity) {
   return out << static_cast<Entity const*>(entity.ptr());

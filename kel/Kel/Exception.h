@@ -11,7 +11,7 @@
 
 namespace Kel {
 
-class Exception : public std::exception {
+class KEL_API Exception : public std::exception {
  public:
   enum Id : U8 {
     generalId,
@@ -51,7 +51,7 @@ class Exception : public std::exception {
 };
 
 // Marks a scope of the current thread in which an exception of that id is expected; scopes nest.
-class Expect {
+class KEL_API Expect {
  public:
   explicit Expect(Exception::Id id);
   ~Expect();
@@ -63,7 +63,7 @@ class Expect {
 };
 
 #define KEL_EXCEPTION(Class, id)                                        \
-  class Class : public Exception {                                      \
+  class KEL_API Class : public Exception {                              \
    public:                                                              \
     explicit Class(String8 message) : Exception(message, ids_(id)) {}   \
                                                                         \
@@ -86,19 +86,19 @@ KEL_EXCEPTION(BadIndexAttrException, badIndexId);                    // a key of
 KEL_EXCEPTION(OpNotSupportedException, opNotSupportedId);            // an operation that the attribute does not offer
 #undef KEL_EXCEPTION
 
-[[noreturn]] void throwInternalException(String8 const& message);
-[[noreturn]] void throwRangeException(char const* message);
-[[noreturn]] void throwRangeException(String8 const& message);
-[[noreturn]] void throwNameInUseException(String8 const& message);
-[[noreturn]] void throwNoImplementationException(char const* function);
+[[noreturn]] KEL_API void throwInternalException(String8 const& message);
+[[noreturn]] KEL_API void throwRangeException(char const* message);
+[[noreturn]] KEL_API void throwRangeException(String8 const& message);
+[[noreturn]] KEL_API void throwNameInUseException(String8 const& message);
+[[noreturn]] KEL_API void throwNoImplementationException(char const* function);
 
 // What the reflective interface raises. `where` names the type and the attribute ("Cli::Session::Status::root"), `what`
 // adds what was wrong.
-[[noreturn]] void throwConstException(String8 const& where);
-[[noreturn]] void throwTypeException(String8 const& where, String8 const& what);
-[[noreturn]] void throwUnknownAttrException(String8 const& typeName, String8 const& attrName);
-[[noreturn]] void throwUnknownArgException(String8 const& where, String8 const& what);
-[[noreturn]] void throwBadIndexAttrException(String8 const& where, String8 const& what);
-[[noreturn]] void throwOpNotSupportedException(String8 const& where, char const* operation);
+[[noreturn]] KEL_API void throwConstException(String8 const& where);
+[[noreturn]] KEL_API void throwTypeException(String8 const& where, String8 const& what);
+[[noreturn]] KEL_API void throwUnknownAttrException(String8 const& typeName, String8 const& attrName);
+[[noreturn]] KEL_API void throwUnknownArgException(String8 const& where, String8 const& what);
+[[noreturn]] KEL_API void throwBadIndexAttrException(String8 const& where, String8 const& what);
+[[noreturn]] KEL_API void throwOpNotSupportedException(String8 const& where, char const* operation);
 
 }  // namespace Kel

@@ -32,7 +32,7 @@ enum class AttributeOp : U8 {
   create,     // newX: as attributeIs, but a taken key raises NameInUseException
 };
 
-class GenericIf final : public VFPtrInterface {
+class KEL_API GenericIf final : public VFPtrInterface {
  public:
   using Ptr = Kel::Ptr<GenericIf>;
   using PtrConst = Kel::Ptr<GenericIf const>;
@@ -151,12 +151,12 @@ class GenericIf final : public VFPtrInterface {
 };
 
 // Holds a value of a value type behind a GenericIf.
-struct ValueHolder : VFPtrInterface {
+struct KEL_API ValueHolder : VFPtrInterface {
   virtual void const* value() const = 0;
 };
 
 // An ordered list of reflective objects, such as the constructor arguments of an entity to be made.
-class GenericIf::List : public VFPtrInterface {
+class KEL_API GenericIf::List : public VFPtrInterface {
  public:
   using Ptr = Kel::Ptr<List>;
   List() = default;
@@ -172,7 +172,7 @@ class GenericIf::List : public VFPtrInterface {
 
 // An iterator over a collection attribute. It keeps the owner alive; deleting the member under it, in whatever way,
 // leaves it ready to be advanced.
-class GenericIf::AttributeIterator {
+class KEL_API GenericIf::AttributeIterator {
  public:
   AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, std::unique_ptr<AttrIterator> it, bool isConst);
   AttributeIterator(AttributeIterator const& o);
@@ -204,7 +204,7 @@ class GenericIf::AttributeIterator {
 };
 
 // The text of a value, the full name of an entity, "<null>" for null.
-std::ostream& operator<<(std::ostream& out, GenericIf::PtrConst const& object);
+KEL_API std::ostream& operator<<(std::ostream& out, GenericIf::PtrConst const& object);
 
 // --- Implementation of the templates ---
 

@@ -53,7 +53,7 @@ bool sameKey(A const& a, B const& b) {
 }
 
 // What does not depend on the members' type: the array of hashes, the index, growth and deletion.
-class HashMapGeneric {
+class KEL_API HashMapGeneric {
  public:
   static constexpr U32 none = 0xffffffff;
   static constexpr U32 longestUnindexed = 8;

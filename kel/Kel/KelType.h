@@ -48,7 +48,7 @@ struct KelArg {
 };
 
 // The constructor arguments of what an instantiating attribute creates.
-class KelConstraint {
+class KEL_API KelConstraint {
  public:
   explicit KelConstraint(std::vector<KelArg> const& args) : args_(args) {}
   // The n-th argument, or null past the last.
@@ -76,7 +76,7 @@ class TypeLink {
 };
 
 // The flags of an attribute that the reflective interface shows.
-class KelAttrIntrospectionFlags {
+class KEL_API KelAttrIntrospectionFlags {
  public:
   enum Flag : U8 { writable = 1, logging = 2, instantiating = 4, pointer = 8, function = 16, ctorParam = 32 };
   // Raises RangeException "KelAttrIntrospectionFlags::value > 0x3f not allowed".
@@ -88,7 +88,7 @@ class KelAttrIntrospectionFlags {
   U8 value_;
 };
 
-class KelAttr final : public PtrInterface {
+class KEL_API KelAttr final : public PtrInterface {
  public:
   using Ptr = Kel::Ptr<KelAttr>;
   using PtrConst = Kel::Ptr<KelAttr const>;
@@ -154,9 +154,9 @@ class KelAttr final : public PtrInterface {
   void (*afterChange_)(Entity&) = nullptr;
 };
 
-std::ostream& operator<<(std::ostream& out, KelAttr const& attr);
+KEL_API std::ostream& operator<<(std::ostream& out, KelAttr const& attr);
 
-class KelType final : public PtrInterface {
+class KEL_API KelType final : public PtrInterface {
  public:
   enum class Kind : U8 { builtin, enumeration, value, entity, object };
   enum class Builtin : U8 {
@@ -295,12 +295,12 @@ class KelType final : public PtrInterface {
 };
 
 // The type's full name.
-std::ostream& operator<<(std::ostream& out, KelType const& type);
+KEL_API std::ostream& operator<<(std::ostream& out, KelType const& type);
 
 // Registers a type when its library is loaded, so that it can be found by name before anybody used it. Its record is
 // made before any entity is, at the latest: what is done to entities later, their destruction above all, finds it
 // there.
-struct TypeRegistration {
+struct KEL_API TypeRegistration {
   explicit TypeRegistration(TypeFunction fwkType);
   // Whether there may be registered types without a record; makes them all.
   static bool pending() { return pending_.load(std::memory_order_acquire); }
@@ -321,13 +321,13 @@ struct TypeOf {
   }
 };
 
-KelType const* builtinType(KelType::Builtin builtin);
+KEL_API KelType const* builtinType(KelType::Builtin builtin);
 template <>
-struct TypeOf<KelAttr> {
+struct KEL_API TypeOf<KelAttr> {
   static KelType const* type();
 };
 template <>
-struct TypeOf<GenericIf> {
+struct KEL_API TypeOf<GenericIf> {
   static KelType const* type();
 };
 template <>

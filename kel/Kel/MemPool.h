@@ -10,9 +10,11 @@
 #include <cstddef>
 #include <new>
 
+#include "Kel/Export.h"
+
 namespace Kel {
 
-class KelMemPool {
+class KEL_API KelMemPool {
  public:
   static constexpr std::size_t granule = 16;
   static constexpr std::size_t maxBlock = 512;

@@ -18,7 +18,7 @@ namespace Kel {
 // What generated accessors of owned entities share.
 namespace Own {
 
-[[noreturn]] void taken(KelType const* owner, AttributeId id, String8 const& key);
+[[noreturn]] KEL_API void taken(KelType const* owner, AttributeId id, String8 const& key);
 
 // Enters a new member; raises NameInUseException when its key is taken.
 template <class Map, class E>

@@ -20,7 +20,7 @@ class ChangeJournal;
 class Entity;
 
 // The base of every type's Notifiee and NotifieeConst.
-class EntityNotifiee : public PtrInterface {
+class KEL_API EntityNotifiee : public PtrInterface {
  public:
   ~EntityNotifiee() override;
 

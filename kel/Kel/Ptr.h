@@ -18,7 +18,7 @@
 namespace Kel {
 
 // The common base of all counted objects. A new object has a count of 0 and belongs to nobody until a handle takes it.
-class PtrInterface {
+class KEL_API PtrInterface {
  public:
   PtrInterface() = default;
   PtrInterface(PtrInterface const&) : refs_(0) {}
@@ -54,7 +54,7 @@ class PtrInterface {
 };
 
 // Counted objects whose memory comes from the framework's pool.
-class VFPtrInterface : public PtrInterface {
+class KEL_API VFPtrInterface : public PtrInterface {
  public:
   static void* operator new(std::size_t size) { return KelMemPool::allocate(size); }
   static void* operator new(std::size_t, void* place) noexcept { return place; }
@@ -116,7 +116,7 @@ Ptr<To> ptrCast(Ptr<From> const& from) {
 }
 
 // Throws Kel::RangeException "null ValidPtr".
-[[noreturn]] void throwNullValidPtr();
+[[noreturn]] KEL_API void throwNullValidPtr();
 
 // A handle that is never null: making one from null raises "null ValidPtr".
 template <class T>

@@ -19,40 +19,40 @@
 
 namespace Kel {
 
-String8 valueToStrep(bool v);
-String8 valueToStrep(char v);
-String8 valueToStrep(S8 v);
-String8 valueToStrep(U8 v);
-String8 valueToStrep(S16 v);
-String8 valueToStrep(U16 v);
-String8 valueToStrep(S32 v);
-String8 valueToStrep(U32 v);
-String8 valueToStrep(long v);
-String8 valueToStrep(S64 v);
-String8 valueToStrep(U64 v);
-String8 valueToStrep(F32 v);
-String8 valueToStrep(F64 v);
-String8 valueToStrep(char const* v);
-String8 valueToStrep(String8 const& v);
+KEL_API String8 valueToStrep(bool v);
+KEL_API String8 valueToStrep(char v);
+KEL_API String8 valueToStrep(S8 v);
+KEL_API String8 valueToStrep(U8 v);
+KEL_API String8 valueToStrep(S16 v);
+KEL_API String8 valueToStrep(U16 v);
+KEL_API String8 valueToStrep(S32 v);
+KEL_API String8 valueToStrep(U32 v);
+KEL_API String8 valueToStrep(long v);
+KEL_API String8 valueToStrep(S64 v);
+KEL_API String8 valueToStrep(U64 v);
+KEL_API String8 valueToStrep(F32 v);
+KEL_API String8 valueToStrep(F64 v);
+KEL_API String8 valueToStrep(char const* v);
+KEL_API String8 valueToStrep(String8 const& v);
 
-void sequenceToValue(char const*& begin, char const* end, bool* v);
-void sequenceToValue(char const*& begin, char const* end, char* v);
-void sequenceToValue(char const*& begin, char const* end, S8* v);
-void sequenceToValue(char const*& begin, char const* end, U8* v);
-void sequenceToValue(char const*& begin, char const* end, S16* v);
-void sequenceToValue(char const*& begin, char const* end, U16* v);
-void sequenceToValue(char const*& begin, char const* end, S32* v);
-void sequenceToValue(char const*& begin, char const* end, U32* v);
-void sequenceToValue(char const*& begin, char const* end, long* v);
-void sequenceToValue(char const*& begin, char const* end, S64* v);
-void sequenceToValue(char const*& begin, char const* end, U64* v);
-void sequenceToValue(char const*& begin, char const* end, F32* v);
-void sequenceToValue(char const*& begin, char const* end, F64* v);
-void sequenceToValue(char const*& begin, char const* end, String8* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, bool* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, char* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, S8* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, U8* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, S16* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, U16* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, S32* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, U32* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, long* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, S64* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, U64* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, F32* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, F64* v);
+KEL_API void sequenceToValue(char const*& begin, char const* end, String8* v);
 
 // Parses a whole text; characters left after the value (trailing blanks are characters too) raise "junk at column %lld
 // deserializing %s" with the column of the first of them and the short type name.
-[[noreturn]] void throwJunk(S64 column, char const* typeName);
+[[noreturn]] KEL_API void throwJunk(S64 column, char const* typeName);
 template <class T>
 T strepToValue(String8 const& text);
 
@@ -61,7 +61,7 @@ T strepToValue(String8 const& text);
 //     ValueParser p("Ns::T", "T", begin, end);
 //     while (p.nextField())
 //       if (p.is("cmd")) p.read(&cmd_); else if (p.is("id")) p.read(&id_); else p.unknown();
-class ValueParser {
+class KEL_API ValueParser {
  public:
   ValueParser(char const* fullTypeName, char const* typeName, char const*& begin, char const* end);
   // Reads up to the next field's ':'; false after the closing brace and parenthesis.
@@ -95,13 +95,13 @@ struct EnumName {
   char const* name;
   S32 value;
 };
-S32 parseEnumerator(char const* typeName, EnumName const* names, std::size_t count, char const*& begin,
-                    char const* end);
+KEL_API S32 parseEnumerator(char const* typeName, EnumName const* names, std::size_t count, char const*& begin,
+                            char const* end);
 // The name of an enumerator, or "Type(7)".
-String8 enumeratorName(char const* typeName, EnumName const* names, std::size_t count, S32 value);
+KEL_API String8 enumeratorName(char const* typeName, EnumName const* names, std::size_t count, S32 value);
 
 // Plain text of builtins, without quotes; booleans as "true" and "false".
-String8 plainText(F64 v);
+KEL_API String8 plainText(F64 v);
 
 template <class T>
 T strepToValue(String8 const& text) {

@@ -20,9 +20,9 @@ namespace Kel {
 
 // The framework's hash of a range of bytes, never 0. Every process has its own, so that nobody can prepare keys that
 // collide; with KEL_HASH_SEED=N in the environment it is the same each time. Nothing that shows depends on it.
-U32 hashBytes(char const* data, std::size_t size) noexcept;
+KEL_API U32 hashBytes(char const* data, std::size_t size) noexcept;
 
-class String8 {
+class KEL_API String8 {
  public:
   static constexpr S64 npos = -1;
   // A longer string is refused with a RangeException.
@@ -140,8 +140,8 @@ class String8 {
 using String = String8;
 using Name = String8;
 
-String8 operator+(String8 const& a, std::string_view b);
-String8 operator+(std::string_view a, String8 const& b);
+KEL_API String8 operator+(String8 const& a, std::string_view b);
+KEL_API String8 operator+(std::string_view a, String8 const& b);
 inline String8 operator+(String8 const& a, String8 const& b) { return a + b.view(); }
 inline String8 operator+(String8 const& a, char const* b) { return a + std::string_view(b); }
 inline String8 operator+(char const* a, String8 const& b) { return std::string_view(a) + b; }
@@ -149,7 +149,7 @@ inline String8 operator+(String8 const& a, std::string const& b) { return a + st
 inline String8 operator+(std::string const& a, String8 const& b) { return std::string_view(a) + b; }
 
 // Plain text.
-std::ostream& operator<<(std::ostream& out, String8 const& s);
+KEL_API std::ostream& operator<<(std::ostream& out, String8 const& s);
 
 }  // namespace Kel
 

@@ -33,12 +33,12 @@ struct TraceRecord {
 
 // Takes every trace while it is installed; an empty function restores standard error. Returns the previous sink.
 using TraceSink = std::function<void(TraceRecord const&)>;
-TraceSink traceSinkIs(TraceSink sink);
+KEL_API TraceSink traceSinkIs(TraceSink sink);
 
 // While a coverage stream is set, every trace is formatted, whatever its level, and written there; null clears it.
-void coverageStreamIs(std::ostream* stream);
+KEL_API void coverageStreamIs(std::ostream* stream);
 
-class TraceHandle {
+class KEL_API TraceHandle {
  public:
   static constexpr U16 allLevels = 0x3ff;
 
@@ -70,8 +70,8 @@ class TraceHandle {
 };
 
 // Hands one formatted message to the sink.
-void traceHelper(TraceHandle const& handle, int level, char const* file, int line, char const* function,
-                 std::string const& message);
+KEL_API void traceHelper(TraceHandle const& handle, int level, char const* file, int line, char const* function,
+                         std::string const& message);
 
 // One trace statement under way; sends its message when it goes out of scope.
 class TraceLine {

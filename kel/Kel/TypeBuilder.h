@@ -24,7 +24,7 @@
 
 namespace Kel {
 
-class TypeBuilderBase {
+class KEL_API TypeBuilderBase {
  public:
   TypeBuilderBase(char const* fullName, KelType::Kind kind, KelType const* base);
   // Finishes and registers the record.

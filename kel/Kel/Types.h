@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Kel/Export.h"
+
 namespace Kel {
 
 using U8 = unsigned char;
