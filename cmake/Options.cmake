@@ -5,6 +5,7 @@ option(CLISESSION_SHELL "Build cli-session and the examples" ${PROJECT_IS_TOP_LE
 option(CLISESSION_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_INSTALL "Install the libraries and programs" ${PROJECT_IS_TOP_LEVEL})
+option(CLISESSION_PACKAGE "Configure cpack, which makes Debian packages" OFF)
 option(CLISESSION_WERROR "Make warnings errors" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_FUZZ "Build the fuzz targets as libFuzzer programs, which takes clang" OFF)
 set(CLISESSION_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=, e.g. address,undefined")
