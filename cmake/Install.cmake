@@ -1,5 +1,5 @@
 # What `cmake --install` installs, in three components: runtime (the shared libraries), development (headers, models,
-# kelc, what find_package and pkg-config read) and tools (cli-session).
+# kelc, the files for find_package and pkg-config) and tools (cli-session).
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -8,8 +8,8 @@ set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/clisession)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/CliSession)
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# Programs and libraries find the libraries wherever they are all installed to. Packages for the system's own folders
-# are built with CMAKE_SKIP_INSTALL_RPATH.
+# Programs and libraries look for the libraries relative to themselves, so that the prefix can be moved. Packages for the
+# system's own folders are built with CMAKE_SKIP_INSTALL_RPATH.
 file(RELATIVE_PATH bin_to_lib /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
 set_target_properties(kel CliSession PROPERTIES INSTALL_RPATH $ORIGIN)
 
@@ -20,7 +20,7 @@ install(TARGETS kel CliSession kelc EXPORT CliSessionTargets
   FILE_SET application DESTINATION ${header_dir} COMPONENT development
   FILE_SET generated_code DESTINATION ${header_dir} COMPONENT development)
 
-# The libraries' own models, with their headers: other models import them.
+# The libraries' own models and their generated headers. Other models import them.
 get_target_property(gen CliSession KEL_GEN_DIR)
 foreach(model Zuk/PathTrie Zuk/PrefixTrie CliSession/EntityCopy CliSession/CliSession)
   get_filename_component(folder ${model} DIRECTORY)
@@ -39,7 +39,7 @@ install(FILES
   DESTINATION ${package_dir} COMPONENT development)
 install(EXPORT CliSessionTargets NAMESPACE CliSession:: DESTINATION ${package_dir} COMPONENT development)
 
-# pkg-config, whose files find the prefix from where they are. They link as kel_add_model makes CMake link.
+# pkg-config. The files find the prefix relative to themselves, and pass the linker options that kel_add_model sets.
 set(link_clisession "-Wl,--push-state,--no-as-needed -lCliSession -Wl,--pop-state")
 if(NOT BUILD_SHARED_LIBS)
   get_target_property(options CliSession INTERFACE_LINK_OPTIONS)

@@ -5,14 +5,14 @@
 # Zuk/PathTrie. Imports are looked for beside the importing model, below the project's source directory, and in the
 # include directories of TARGET, those of the libraries that it links included.
 #
-# Whatever links TARGET, a library, gets the model's types, also when it uses none of them but by name: a static archive
-# is asked for a symbol of the generated source, a shared library is linked whatever `--as-needed` says.
+# If TARGET is a library, every target that links it gets the model's types, even if it only makes entities by name: the
+# linker is told to take the generated object from a static archive, and to keep a shared library under `--as-needed`.
 #
-# A library that is compiled with hidden symbols needs EXPORT for others to use the model's types from C++.
+# A library that is compiled with hidden symbols needs EXPORT so that others can use the model's classes from C++.
 #
-# Generated files go to a folder of TARGET's own in the build directory, its property KEL_GEN_DIR. They are rewritten
-# only when their content changes, and made again when the model, anything that it imports, or kelc itself changes.
-# KELC_EXECUTABLE names another kelc than that of this build or package, as cross-compiling needs.
+# Each target has its own folder for generated files, in its property KEL_GEN_DIR. Files are rewritten only when their
+# content changes, and made again when the model, anything that it imports, or kelc itself changes. The variable
+# KELC_EXECUTABLE replaces the kelc of this build or package, for example by one that runs on the host of a cross build.
 
 include_guard(GLOBAL)
 

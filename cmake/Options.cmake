@@ -1,12 +1,12 @@
-# What this project is built with. As part of another project it brings the two libraries and the model compiler, and
-# leaves warnings, build type and folders alone.
+# How this project is built. As a part of another project it adds the two libraries and the model compiler only, and sets
+# no warnings, no build type and no output folders.
 
 option(CLISESSION_SHELL "Build cli-session and the examples" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_INSTALL "Install the libraries and programs" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_PACKAGE "Configure cpack, which makes Debian packages" OFF)
-option(CLISESSION_WERROR "Make warnings errors" ${PROJECT_IS_TOP_LEVEL})
+option(CLISESSION_WERROR "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_FUZZ "Build the fuzz targets as libFuzzer programs, which takes clang" OFF)
 set(CLISESSION_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=, e.g. address,undefined")
 
