@@ -142,15 +142,18 @@ bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const
 
 }  // namespace
 
-// A pointer key of the destination as a key of the source: its counterpart by position, or itself where it lies
-// outside. A handler may lead keys elsewhere: then the source's keys are followed forward. Null: none of them leads
-// there.
+// A pointer key of the destination as the key of the source that the handler leads there; null: there is none. Usually
+// it is the key's counterpart by position. Where that is no key, or is led elsewhere, the source's keys are followed
+// forward.
 Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
-  bool const inside = ec_.dest() && isBelow(destKey, *ec_.dest());
-  Kel::Entity* const standing = inside && ec_.src() ? sourceCounterpart(ec_, destKey)
-                                : destKey.parent()  ? &destKey
-                                                    : nullptr;
-  if (standing && isKey(f.src, s.attr, *standing)) return standing;
+  bool const inside = ec_.src() && ec_.dest() && isBelow(destKey, *ec_.dest());
+  Kel::Entity* const standing = inside ? sourceCounterpart(ec_, destKey) : nullptr;
+  if (standing && isKey(f.src, s.attr, *standing)) {
+    EntityCopyHandler const& handler = *Kel::validPtr(ec_.handler());
+    if (!handler.keepsTargets() ||
+        handler.counterpartRoot(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(standing)))
+      return standing;
+  }
   if (!keys.made) {
     keys.made = true;
     for (Cursor at(s.attr, f.src, false); at; ++at)

@@ -75,6 +75,10 @@ bool Walk::attributes(Frame& f) {
 // All attributes, or where the plain ones are known to be equal, the others.
 bool Walk::further(Frame& f, bool plainEqual) {
   bool any = false;
+  // Whether to stop is asked after each attribute: where it is so already, the first one alone takes part.
+  if (stopped())
+    return !f.plan.steps.empty() && f.plan.steps.front().kind != Step::Kind::skipped &&
+           differs(f, f.plan.steps.front());
   for (Step const* step : plainEqual ? f.plan.further : f.plan.copied) {
     if (step->kind == Step::Kind::value && step->typed && !traced_)
       any |= !step->access.equal(f.dest, f.src) && value(f, *step);
