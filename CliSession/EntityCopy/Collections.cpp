@@ -166,16 +166,15 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
 
 // --- The copy pass ---
 
-// Whether the walk goes down into members of the usual type without asking the handler or looking at their types.
-bool Walk::passesBy(Frame& f, Plan const& usual) {
-  return guide_ && !usual.src.hasDerived() && !asksForType(usual.src) && walkedThrough(f);
-}
+// Whether the walk goes down into members of the usual type without asking the handler.
+bool Walk::passesBy(Frame& f, Plan const& usual) { return guide_ && !asksForType(usual.src) && walkedThrough(f); }
 
 // The filter for members: whether both sides have the same ones, at the same positions, with nothing in them but plain
 // attributes, which are equal. Large members are not looked into, so that no entity is compared twice.
 bool Walk::equalMembers(Frame& f, Step const& s) {
+  if (f.changed && changesHold()) return false;
   Plan const& usual = s.childPlan(*s.attr.type(), *s.attr.type());
-  return usual.further.empty() && usual.plainEqual && usual.keyOnly && passesBy(f, usual) &&
+  return usual.further.empty() && usual.plainEqual && usual.keyOnly && !usual.src.hasDerived() && passesBy(f, usual) &&
          s.access.membersEqual(f.dest, f.src, usual.plainEqual);
 }
 
@@ -186,11 +185,12 @@ bool Walk::passPairs(Frame& f, Step const& s, Kel::U32& position) {
   std::array<Kel::AttrAccess::Pair, Kel::AttrAccess::maxPairs> pairs;
   Plan const& usual = s.childPlan(*s.attr.type(), *s.attr.type());
   bool const passes = passesBy(f, usual);
+  bool const exact = !usual.src.hasDerived();
   bool any = false;
   for (Kel::U32 next = position; Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, next, pairs.data());) {
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const [dest, src, at] = pairs[i];
-      if (passes)
+      if (passes && (exact || (dest->type() == &usual.dest && src->type() == &usual.src)))
         any |= descend(f, s, usual, *dest, *src);
       else if (dest->type() == src->type())
         any |= child(f, s, *dest, *src);
@@ -326,6 +326,9 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
           s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
         else
           genericIf(f.destPtr())->attributeIs(destOwn.id(), m.index(), m.srcMember());
+        Kel::Entity* none = nullptr;
+        if (typed && s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
+          impl_.unsettled = true;
       });
 }
 

@@ -47,17 +47,26 @@ bool standAlike(Kel::Entity const& a, Kel::Entity const& b) {
 
 }  // namespace
 
-Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
+Nearest nearestStandIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
   // From the bottom up, then down on the other side.
   std::vector<Kel::Entity const*> chain;
   chain.reserve(8);
   for (Kel::Entity const* e = &src; e != &srcTop; e = e->parent()) {
-    if (!e) return nullptr;
+    if (!e) return {&destTop, &src};
     chain.push_back(e);
   }
   Kel::Entity* at = &destTop;
-  for (auto it = chain.rbegin(); at && it != chain.rend(); ++it) at = heldLike(*at, **it);
-  return at;
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    Kel::Entity* const next = heldLike(*at, **it);
+    if (!next) return {at, *it};
+    at = next;
+  }
+  return {at, nullptr};
+}
+
+Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
+  Nearest const found = nearestStandIn(src, srcTop, destTop);
+  return found.missing ? nullptr : found.entity;
 }
 
 bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src) {

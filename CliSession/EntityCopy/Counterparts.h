@@ -11,6 +11,13 @@ namespace Cli::Session {
 // without any path. Null when there is none, or when a step is one that only a path can take.
 Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop);
 
+// As far as that can be followed: the last entity that stands where an owner of `src`, or `src` itself, stands.
+struct Nearest {
+  Kel::Entity* entity;
+  Kel::Entity const* missing;  // the first that has no counterpart; null: `entity` stands where `src` stands
+};
+Nearest nearestStandIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop);
+
 // True if `dest` will still be the counterpart of `src` when the run ends: neither it nor any of its owners differs in
 // constructor parameters, which would make the run delete and create it anew. A pointer to one that differs waits for
 // its successor.

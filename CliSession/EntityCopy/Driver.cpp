@@ -26,9 +26,39 @@ void dropAnonymousPending(EntityCopy& ec) {
   }
 }
 
-struct RunEnd {
-  EntityCopy& ec;
-  ~RunEnd() { dropAnonymousPending(ec); }
+// Around a run: what it walks is its own, whatever run foreign code starts meanwhile.
+class Run {
+ public:
+  explicit Run(EntityCopy& ec) : ec_(ec), impl_(EntityCopy::Impl::of(ec)), foreignCalls_(impl_.foreignCalls) {
+    impl_.walked.swap(outer_);
+    impl_.unsettled = false;
+  }
+  ~Run() {
+    impl_.walked.swap(outer_);
+    if (!outer_.empty()) impl_.unsettled = true;
+    dropAnonymousPending(ec_);
+  }
+  Run(Run const&) = delete;
+  Run& operator=(Run const&) = delete;
+
+  // The run has come to its end: what it walked is equal now.
+  void completed() {
+    bool const settled = !impl_.unsettled && ec_.pendingAttrs() == 0;
+    for (WalkedRoot const& root : impl_.walked) {
+      if (!settled) return;
+      // Foreign code may have changed what was walked already.
+      if (impl_.foreignCalls == foreignCalls_)
+        rememberEqual(root, takeCheckpoint(ec_, root));
+      else if (root.start)
+        rememberEqual(root, *root.start);
+    }
+  }
+
+ private:
+  EntityCopy& ec_;
+  EntityCopy::Impl& impl_;
+  Kel::U64 const foreignCalls_;
+  std::vector<WalkedRoot> outer_;
 };
 
 // Where a copy root's counterpart lies; empty for what is not below the source.
@@ -47,7 +77,7 @@ void EntityCopy::handleCopyRoots() {
     return;
   }
   Ptr const self(this);
-  RunEnd const runEnd{*this};
+  Run run(*this);
   Impl& impl = Impl::of(*this);
   if (pendingAttrs() == 0) {  // whoever took the records away took the pointers away
     impl.pending.clear();
@@ -77,6 +107,7 @@ void EntityCopy::handleCopyRoots() {
     if (stop()) return;
   }
   doCopyPendingAttrs(false);
+  run.completed();
   KEL_TRACE(1) << "handleCopyRoots: completed";
 }
 

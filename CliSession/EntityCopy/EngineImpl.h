@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
+#include "CliSession/EntityCopy/Changes.h"
 #include "CliSession/EntityCopy/Counterparts.h"
 #include "CliSession/EntityCopy/Depth.h"
 #include "Kel/Assert.h"
@@ -19,6 +20,11 @@ class EntityCopy::Impl {
   // one generation.
   Kel::U64 generation = 1;
   Counterparts counterparts;
+  // The roots that the run under way has walked whole, and what keeps it from remembering that they are equal.
+  std::vector<WalkedRoot> walked;
+  Kel::U64 foreignCalls = 0;  // how often foreign code has run
+  bool unsettled = false;     // something was written that does not compare equal, as a NaN does not
+
   // Where the edits of each step are counted: two for each, set and delete.
   std::vector<AttributeEditEntry*> entries;
   Kel::U64 entriesAt = 0;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "CliSession/EntityCopy/Changes.h"
 #include "CliSession/EntityCopy/Plan.h"
 
 namespace Cli::Session {
@@ -41,6 +42,8 @@ class Frame {
   // The collection that is being walked by positions, from which its members must not move; null: none.
   void walking(Step const* step);
 
+  // What has changed here since both sides were last equal; null: that is not known, or everything.
+  Changed const* changed = nullptr;
   // What the handler said of all paths below this frame's, and when.
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;

@@ -26,6 +26,8 @@ Kel::Ptr<Kel::Entity const> EntityCopyHandler::counterpartRoot(Kel::Ptr<EntityCo
   return nullptr;
 }
 
+Kel::Ptr<Kel::Entity const> EntityCopyHandler::ground() const { return nullptr; }
+
 void EntityCopyCustomHandlerTable::registerCustomCopyHandler(EntityPath const& path, Kel::String typeName,
                                                              Kel::Ptr<EntityCopyGlobalSessionHandler> const& handler) {
   Kel::validPtr(handler);

@@ -93,7 +93,7 @@ bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst c
   KEL_TRACE(1) << "doCopyEntityAttrs: " << path;
   Walk walk(*this, *destEntity);
   Frame frame(*destEntity, *srcEntity, path);
-  if (!filter) return walk.attributes(frame);
+  if (!filter) return walk.root(frame);
   EntityPtr const destAlive = destEntity;
   EntityPtrConst const srcAlive = srcEntity;
   bool differs = false;

@@ -62,6 +62,7 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
   bool const differs = edit(
       f, s, AttributeEditType::set_, [&] { return value; },
       [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
+  if (!entities && !valueTypeEqual(value, value)) impl_.unsettled = true;
   if (!entities || compare_) return differs;
   // The member that has just been made: the queue's last.
   Kel::GenericIf::Ptr const gif = genericIf(f.destPtr());

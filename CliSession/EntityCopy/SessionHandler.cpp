@@ -190,4 +190,9 @@ Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
   return highest;
 }
 
+Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::ground() const {
+  if (!isPlain(*this) || externalDest()) return nullptr;
+  return sessionStatus()->rootTrie();
+}
+
 }  // namespace Cli::Session

@@ -74,6 +74,7 @@ bool Walk::attributes(Frame& f) {
 
 // All attributes, or where the plain ones are known to be equal, the others.
 bool Walk::further(Frame& f, bool plainEqual) {
+  if (f.changed && changesHold()) return changedOnly(f);
   bool any = false;
   // Whether to stop is asked after each attribute: where it is so already, the first one alone takes part.
   if (stopped())
@@ -198,10 +199,17 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
 
 // Into a child of which the handler need not be asked.
 bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src) {
+  Changed const* changed = nullptr;
+  if (f.changed && changesHold()) {
+    changed = changes_->find(src);
+    if (!changed) return false;
+    if (changed->has(Kel::Change::whole)) changed = nullptr;
+  }
   bool const plainEqual = plan.plainEqual && plan.plainEqual(dest, src);
   if (plainEqual && plan.further.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
+  below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
   return further(below, plainEqual);
@@ -229,6 +237,7 @@ bool Walk::value(Frame& f, Step const& s) {
           else
             genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
         });
+  if (changed && s.typed && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -262,6 +271,8 @@ bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChil
       *made = s.access.newLike(s.attr, f.dest, srcChild);
     else
       genericIf(f.destPtr())->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
+    if (*made && s.attr.type()->paramsEqual() && !s.attr.type()->paramsEqual()(**made, srcChild))
+      impl_.unsettled = true;
     // A reactor may have deleted it.
     if (f.dest.hasReactors() || s.destAttr->afterChange()) *made = nullptr;
   });

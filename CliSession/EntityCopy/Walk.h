@@ -47,6 +47,8 @@ class Walk {
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
   bool attributes(Frame& frame);                  // doCopyEntityAttrs
+  // The same for a copy root: what has not changed since both sides were last equal is passed by, where that is known.
+  bool root(Frame& frame);
   bool differs(Frame& frame, Step const& step) {  // doCopyAttr
     return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
   }
@@ -92,7 +94,10 @@ class Walk {
   class ForeignCode {
    public:
     ForeignCode(Walk& walk, Frame& frame) : walk_(walk) { frame.hold(); }
-    ~ForeignCode() { walk_.revalidate(); }
+    ~ForeignCode() {
+      ++walk_.impl_.foreignCalls;
+      walk_.revalidate();
+    }
     ForeignCode(ForeignCode const&) = delete;
     ForeignCode& operator=(ForeignCode const&) = delete;
 
@@ -121,6 +126,12 @@ class Walk {
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
   bool further(Frame& frame, bool plainEqual);
+  bool mayKeepChanges(Frame& frame);
+  bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
+  // Whether what has changed is still all that has: it is until foreign code runs.
+  bool changesHold() const { return changesAt_ == impl_.generation; }
+  bool changedOnly(Frame& frame);
+  bool changedMembers(Frame& frame, Step const& step);
   // Whether the handler wants to be asked about a child.
   bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
   bool asksForType(Kel::KelType const& type) {
@@ -192,9 +203,11 @@ class Walk {
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
-  bool debugged_ = false;               // the log has debug actions
-  bool quiet_ = false;                  // there is a log, and edits are only counted in it
-  bool keeps_ = false;                  // the handler keeps targets
+  bool debugged_ = false;             // the log has debug actions
+  bool quiet_ = false;                // there is a log, and edits are only counted in it
+  bool keeps_ = false;                // the handler keeps targets
+  std::unique_ptr<Changes> changes_;  // below the root of the walk
+  Kel::U64 changesAt_ = 0;
   std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
 };
 

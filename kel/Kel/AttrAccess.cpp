@@ -55,6 +55,7 @@ bool AttrAccess::membersEqual(Entity const&, Entity const&, bool (*)(Entity cons
   return false;
 }
 Entity* AttrAccess::memberLike(Entity const&, Entity const&, U32) const { return nullptr; }
+U32 AttrAccess::positionOf(Entity const&, Entity const&) const { return 0; }
 Entity* AttrAccess::newLike(KelAttr const& attr, Entity&, Entity const&) const {
   throwOpNotSupportedException(attr.fullName(), "newLike");
 }

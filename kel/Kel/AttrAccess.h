@@ -129,6 +129,8 @@ class KEL_API AttrAccess {
   // The owned member with the same key as a member of another entity's same attribute, or null; `hint` is where the
   // other one stands.
   virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
+  // Where an owned member stands, for members that have positions.
+  virtual U32 positionOf(Entity const& e, Entity const& member) const;
   // A new owned singleton or member with the constructor parameters of another; the key must be free. Notifies.
   virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
   virtual void reserveMembers(Entity& e, U32 count) const;

@@ -311,6 +311,12 @@ class OwnedMapAccess final : public AttrAccess {
       return map.find(key);
     }
   }
+  U32 positionOf(Entity const& e, Entity const& member) const override {
+    if constexpr (dense)
+      return (e.*slot_).findSlot(EntityKey<E>::key(static_cast<E const&>(member)));
+    else
+      return AttrAccess::positionOf(e, member);
+  }
   bool membersEqual(Entity const& dest, Entity const& src, bool (*alike)(Entity const&, Entity const&)) const override {
     if constexpr (dense) {
       M const& a = dest.*slot_;

@@ -254,7 +254,9 @@ TypeBuilderBase::TypeBuilderBase(char const* fullName, KelType::Kind kind, KelTy
   type_->kind_ = kind;
   type_->base_ = base;
   if (!base) return;
-  base->hasDerived_.store(true, std::memory_order_relaxed);
+  type_->nextDerived_ = base->firstDerived();
+  while (!base->firstDerived_.compare_exchange_weak(type_->nextDerived_, type_, std::memory_order_acq_rel)) {
+  }
   type_->attrs_ = base->attrs_;
   type_->ctorArgs_ = base->ctorArgs_;
   type_->plainEqual_ = base->plainEqual_;

@@ -193,9 +193,11 @@ class KEL_API KelType final : public PtrInterface {
   bool isValue() const { return kind_ <= Kind::value; }
   bool isAbstract() const { return !construct_ && isEntity(); }
   KelType const* base() const { return base_; }
-  // Whether any type is known that is derived from this one. Before an entity of a derived type can be a member
-  // anywhere its type is known.
-  bool hasDerived() const { return hasDerived_.load(std::memory_order_relaxed); }
+  // The types known so far that are derived directly from this one: the first, and from there the next; null at the end.
+  // Before an entity of a derived type can be a member anywhere its type is known.
+  KelType const* firstDerived() const { return firstDerived_.load(std::memory_order_acquire); }
+  KelType const* nextDerived() const { return nextDerived_; }
+  bool hasDerived() const { return firstDerived() != nullptr; }
   // Whether this is `other` or derived from it. Cost: the length of the chain.
   bool isA(KelType const* other) const;
 
@@ -276,7 +278,8 @@ class KEL_API KelType final : public PtrInterface {
   Builtin builtin_ = Builtin::none;
   bool autoconvert_ = false;
   mutable std::atomic<S8> pointersBelow_{-1};
-  mutable std::atomic<bool> hasDerived_{false};
+  mutable std::atomic<KelType const*> firstDerived_{nullptr};
+  KelType const* nextDerived_ = nullptr;
   KelType const* base_ = nullptr;
   std::vector<KelAttr const*> attrs_, queue_, ownAttrs_, ptrAttrs_;
   std::vector<KelArg> ctorArgs_;

@@ -1,0 +1,101 @@
+// The walk over what has changed.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include <algorithm>
+#include <utility>
+
+#include "CliSession/EntityCopy/Cursor.h"
+#include "CliSession/EntityCopy/Walk.h"
+
+namespace Cli::Session {
+
+// Whether the handler wants to be asked about a type, or about any that may stand below an entity of it.
+bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen) {
+  if (std::find(seen.begin(), seen.end(), &type) != seen.end()) return false;
+  seen.push_back(&type);
+  if (asksForType(type)) return true;
+  for (Kel::KelType const* derived = type.firstDerived(); derived; derived = derived->nextDerived())
+    if (asksForAnyType(*derived, seen)) return true;
+  for (Kel::KelAttr const* attr : type.ownAttrs())
+    if (attr->copiable() && asksForAnyType(*attr->type(), seen)) return true;
+  return false;
+}
+
+// Whether nothing is registered, marked or waiting at this root or below it, so that what is equal needs no look.
+bool Walk::mayKeepChanges(Frame& f) {
+  if (!keeps_ || ec_.pendingAttrs() > 0 || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
+  std::vector<Kel::KelType const*> seen;
+  return walkedThrough(f) && !asksForAnyType(f.plan.src, seen);
+}
+
+bool Walk::root(Frame& f) {
+  bool const isRoot = ec_.srcCopyRootHas(f.srcPtr()) || (ec_.srcCopyRoots() == 0 && ec_.src() == f.srcPtr());
+  Kel::Ptr<Kel::Entity const> ground;
+  if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
+  if (!ground) return attributes(f);
+  WalkedRoot walked{f.destPtr(), f.srcPtr(), ground, {}};
+  changes_ = changesSinceEqual(ec_, walked);
+  walked.start = checkpointIfJournaled(ec_, walked);
+  if (changes_) {
+    changesAt_ = impl_.generation;
+    Changed const* const here = changes_->find(f.src);
+    if (!here->has(Kel::Change::whole)) f.changed = here;
+  }
+  bool const any = attributes(f);
+  impl_.walked.push_back(std::move(walked));
+  return any;
+}
+
+bool Walk::changedOnly(Frame& f) {
+  bool any = false;
+  if (stopped()) return false;
+  for (Step const* step : f.plan.copied) {
+    if (!changesHold())
+      any |= differs(f, *step);  // foreign code may have changed anything
+    else if (step->attr.instantiating())
+      any |= changedMembers(f, *step);
+    else if (f.changed->has(Kel::Change::content))
+      any |= differs(f, *step);
+    if (stopped()) break;
+  }
+  return any;
+}
+
+// The members of one attribute that have changed, in the order of the walk.
+bool Walk::changedMembers(Frame& f, Step const& s) {
+  std::vector<std::pair<Kel::U32, Kel::Entity const*>> changed;
+  for (Kel::Entity const* e : f.changed->owned)
+    if (e->parentAttrId() == s.attr.id()) changed.emplace_back(s.dense ? s.access.positionOf(f.src, *e) : 0, e);
+  bool const membership = f.changed->has(Kel::Change::members);
+  if (!membership && changed.empty()) return false;
+  if (membership && s.attr.isQueue()) {
+    // Other members may be side by side now.
+    Changed const* const here = std::exchange(f.changed, nullptr);
+    bool const any = attribute(f, s);
+    f.changed = here;
+    return any;
+  }
+  // Elsewhere each member is looked at, and passed by where it has not changed (descend).
+  bool const sameMembers = s.dense && (!membership || s.access.sameShape(f.dest, f.src)) &&
+                           s.childPlan(*s.attr.type(), *s.attr.type()).keyOnly;
+  if (!sameMembers) return attribute(f, s);
+  std::sort(changed.begin(), changed.end());
+  f.walking(&s);
+  bool any = false;
+  for (auto const& [position, src] : changed) {
+    Kel::Entity* const dest = s.access.memberLike(f.dest, *src, position);
+    if (!dest || dest->type() != src->type()) {
+      any |= attribute(f, s);  // equal hashes of other keys
+      break;
+    }
+    any |= child(f, s, *dest, *src);
+    if (stopped()) break;
+    if (!changesHold()) {
+      any |= copyMembers(f, s, position + 1, true);
+      break;
+    }
+  }
+  f.walking(nullptr);
+  return any;
+}
+
+}  // namespace Cli::Session

@@ -1,0 +1,120 @@
+#include "CliSession/EntityCopy/Changes.h"
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+
+#include "CliSession/EntityCopy/Counterparts.h"
+
+namespace Cli::Session {
+
+using Kel::ChangeJournal;
+
+// --- The changes of one pair ---
+
+Changes::Changes(Kel::Entity const& dest, Kel::Entity const& src, std::vector<ChangeJournal::Entry> const& destEntries,
+                 std::vector<ChangeJournal::Entry> const& srcEntries)
+    : src_(src) {
+  at(src);
+  for (auto const& entry : srcEntries) note(*entry.entity, entry.change);
+  for (auto const& entry : destEntries) {
+    auto& top = const_cast<Kel::Entity&>(src);
+    Nearest const counterpart = nearestStandIn(*entry.entity, dest, top);
+    Kel::Change change = entry.change;
+    // What has no counterpart is a member too many of the nearest owner that has one. In a queue it may have one all
+    // the same: that is for the walk to find out.
+    if (counterpart.missing)
+      change = counterpart.missing->parentAttr()->isQueue() ? Kel::Change::whole : Kel::Change::members;
+    note(*counterpart.entity, change);
+  }
+}
+
+Changed& Changes::at(Kel::Entity const& src) {
+  auto const [found, isNew] = changed_.try_emplace(&src);
+  Changed& changed = found->second;
+  // References into the map stay valid while it grows.
+  if (isNew && &src != &src_) at(*src.parent()).owned.push_back(&src);
+  return changed;
+}
+
+void Changes::note(Kel::Entity const& src, Kel::Change change) {
+  Changed& changed = at(src);
+  changed.change = std::max(changed.change, static_cast<Kel::U8>(change));
+}
+
+// --- The memory ---
+
+namespace {
+
+// By the numbers of the two journals, which are never used again: what is left of roots that are gone does no harm.
+struct Memory {
+  static constexpr std::size_t most = 4096;  // pairs; then all are forgotten
+  std::mutex mutex;
+  std::map<std::pair<Kel::U64, Kel::U64>, Checkpoint> equal;
+};
+
+Memory& memory() {
+  static Memory& the = *new Memory;
+  return the;
+}
+
+// Where the journals stand.
+Checkpoint standing(EntityCopy const& ec, Kel::U64 src, Kel::U64 dest, Kel::U64 ground, ChangeJournal const& ofGround) {
+  return {src,
+          dest,
+          ground,
+          ChangeJournal::heldDepartures(),
+          ChangeJournal::upheavals(),
+          ec.src().ptr(),
+          ec.dest().ptr(),
+          ofGround.id()};
+}
+
+}  // namespace
+
+std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot const& root) {
+  ChangeJournal* const src = ChangeJournal::of(*root.src);
+  ChangeJournal* const dest = ChangeJournal::of(*root.dest);
+  ChangeJournal* const ground = ChangeJournal::of(*root.ground);
+  if (!src || !dest || !ground || !ChangeJournal::enabled()) return nullptr;
+  Checkpoint was;
+  {
+    Memory& all = memory();
+    std::lock_guard const lock(all.mutex);
+    auto const found = all.equal.find({src->id(), dest->id()});
+    if (found == all.equal.end()) return nullptr;
+    was = found->second;
+  }
+  // The answers that the run before had from its handler still hold, and no pointer has lost its target.
+  bool const sameWorld = was.srcTop == ec.src().ptr() && was.destTop == ec.dest().ptr() &&
+                         was.groundJournal == ground->id() && ground->holds(was.ground) &&
+                         ground->end() == was.ground && was.heldDepartures == ChangeJournal::heldDepartures() &&
+                         was.upheavals == ChangeJournal::upheavals();
+  if (!sameWorld || !src->holds(was.src) || !dest->holds(was.dest)) return nullptr;
+  return std::make_unique<Changes>(*root.dest, *root.src, dest->since(was.dest), src->since(was.src));
+}
+
+Checkpoint takeCheckpoint(EntityCopy const& ec, WalkedRoot const& root) {
+  ChangeJournal& src = ChangeJournal::attach(*root.src);
+  ChangeJournal& dest = ChangeJournal::attach(*root.dest);
+  ChangeJournal& ground = ChangeJournal::attach(*root.ground);
+  Kel::U64 const at = src.checkpoint();
+  return standing(ec, at, dest.checkpoint(), ground.checkpoint(), ground);
+}
+
+std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot const& root) {
+  if (!ChangeJournal::of(*root.src) || !ChangeJournal::of(*root.dest)) return std::nullopt;
+  return takeCheckpoint(ec, root);
+}
+
+void rememberEqual(WalkedRoot const& root, Checkpoint const& at) {
+  ChangeJournal const* const src = ChangeJournal::of(*root.src);
+  ChangeJournal const* const dest = ChangeJournal::of(*root.dest);
+  if (!src || !dest) return;
+  Memory& all = memory();
+  std::lock_guard const lock(all.mutex);
+  if (all.equal.size() >= Memory::most) all.equal.clear();
+  all.equal.insert_or_assign({src->id(), dest->id()}, at);
+}
+
+}  // namespace Cli::Session
