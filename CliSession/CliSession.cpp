@@ -2,9 +2,13 @@
 #define KEL_SOURCE_NAME "CliSession"
 #include "CliSession/CliSession.h"
 
+#include <functional>
 #include <iostream>
+#include <optional>
+#include <unordered_set>
 #include <vector>
 
+#include "CliSession/AsMade.h"
 #include "Kel/Assert.h"
 #include "Kel/Trace.h"
 
@@ -37,6 +41,13 @@ std::vector<Kel::Name> components(Kel::String const& path) {
   }
 }
 
+bool isDir(Kel::Dir::EntryState const& entry) {
+  return entry.entityTypeName() == Kel::Dir::_fwkType()->fullTypeName().view();
+}
+
+// Whether a directory on the way to a root, given by its path, is going to be made anew.
+using GoesFirst = std::function<bool(Kel::String const& path)>;
+
 // One session root under way: two cursors that walk the ancestors of the root side by side. Traces and asserts as the
 // operation.
 class RootSkeleton {
@@ -46,13 +57,14 @@ class RootSkeleton {
       "void Cli::Session::Status::doCreateSessionRoot(const Kel::Ptr<Kel::Dir>&, const Kel::Ptr<Kel::Dir>&, "
       "Kel::String)";
 
+  // Raises what is to be said against the root; changes nothing.
   RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
-               Kel::String const& typeName)
+               Kel::String const& typeName, GoesFirst const& goesFirst = {})
       : path_(path), typeName_(typeName), names_(components(path)), src_(src), dest_(dest) {
     for (Kel::Name const& name : names_)
       if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path + "': empty path component");
     Kel::validPtr(src);
-    checkDestination(*Kel::validPtr(dest));
+    checkDestination(*Kel::validPtr(dest), goesFirst);
     Kel::KelType const* type = Kel::KelType::find(typeName_);
     if (!type || !type->isMadeByName())
       Kel::throwTypeException(Kel::String("session root '") + path_ + "'",
@@ -66,14 +78,18 @@ class RootSkeleton {
   }
 
  private:
-  void checkDestination(Kel::Dir& dest) const {
+  void checkDestination(Kel::Dir& dest, GoesFirst const& goesFirst) const {
     Kel::Dir* cursor = &dest;
+    std::size_t walked = 0;
     for (std::size_t i = 0; cursor && i + 1 < names_.size(); ++i) {
+      walked += names_[i].chars() + 1;
       auto const state = cursor->entry(names_[i]);
-      if (state && state->entityTypeName() != Kel::Dir::_fwkType()->fullTypeName().view())
+      if (state && !isDir(*state)) {
+        if (goesFirst && goesFirst(path_.view().substr(0, walked - 1))) return;
         Kel::throwTypeException(
             Kel::String("session root '") + path_ + "' of type " + typeName_,
             cursor->fullName() + "/" + names_[i] + " is a " + state->entityTypeName() + ", no directory");
+      }
       cursor = state ? dynamic_cast<Kel::Dir*>(state->entityPtr().ptr()) : nullptr;
     }
   }
@@ -81,8 +97,8 @@ class RootSkeleton {
   void descend(Kel::Name const& name) {
     if (src_) {
       auto const state = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
-      bool const isDir = !state || state->entityTypeName() == Kel::Dir::_fwkType()->fullTypeName().view();
-      KEL_ASSERT_AS(isDir, "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"", signature);
+      KEL_ASSERT_AS(!state || isDir(*state), "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"",
+                    signature);
       // A directory that is announced but not there yet has nothing to walk; the source is never written.
       src_ = state ? Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())))
                    : Kel::Ptr<Kel::Dir>();
@@ -183,25 +199,105 @@ Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, Kel::String const
 
 Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::String("<unknown>") : path; }
 
-// A root that an earlier copy filled and that the source no longer has is to be made afresh, empty. All such roots go
-// before any is made: one may lie in another.
-void deleteVanishedRoots(Status const& status, Kel::Dir const& src, std::initializer_list<Kel::Dir*> dirs) {
-  for (auto it = status.rootIterator(); it; ++it) {
-    if (src.entity(it.key())) continue;
-    std::vector<Kel::Name> const names = components(it.key());  // a malformed path leads nowhere; it is refused later
-    for (Kel::Dir* at : dirs) {
-      for (std::size_t i = 0; at && i + 1 < names.size(); ++i)
-        at = dynamic_cast<Kel::Dir*>(const_cast<Kel::Entity*>(at->child(names[i])));
-      if (at) at->entryDel(names.back());
+// The session roots that the source lacks are to be there and empty. What an earlier copy has filled is deleted, to be
+// made anew; what is as it would be made anew is kept.
+class VanishedRoots {
+ public:
+  VanishedRoots(Status& status, Kel::Dir const& src) : status_(status), src_(src) {}
+
+  // Raises what is to be said against any root in a directory that is to hold them all; changes nothing.
+  void check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest) const {
+    for (auto it = status_.rootIterator(); it; ++it) {
+      try {
+        checkRoot(src, dest, it.key());
+      } catch (...) {
+        KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(it.key());
+        throw;
+      }
     }
   }
-}
+  // All go before any is made: one may lie in another.
+  void deleteFrom(Kel::Dir& dest) {
+    for (auto it = status_.rootIterator(); it; ++it) {
+      Kel::String const path = it.key();
+      if (src_.entity(path)) continue;
+      std::vector<Kel::Name> const names = components(path);
+      Kel::Dir* at = &dest;
+      for (std::size_t i = 0; at && i + 1 < names.size(); ++i)
+        at = dynamic_cast<Kel::Dir*>(const_cast<Kel::Entity*>(at->child(names[i])));
+      Kel::Ptr<Kel::Dir::EntryState> const entry = at ? at->entry(names.back()) : nullptr;
+      if (entry && !isEmpty(*at, *entry, path)) at->entryDel(names.back());
+    }
+  }
+
+ private:
+  Kel::String typeOf(Kel::String const& path) const { return Kel::validPtr(status_.rootTrie())->prefixTypename(path); }
+  void checkRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path) const {
+    Kel::String const& dirType = Kel::Dir::_fwkType()->fullTypeName();
+    auto const goesFirst = [&](Kel::String const& above) {
+      return status_.rootHas(above) && typeOf(above) == dirType && !src_.entity(above);
+    };
+    Kel::String const type = typeOf(path);
+    RootSkeleton(src, dest, path, type, goesFirst);
+    for (std::size_t end = path.view().find('/'); end != std::string_view::npos; end = path.view().find('/', end + 1)) {
+      Kel::String const above = path.view().substr(0, end);
+      if (status_.rootHas(above) && typeOf(above) != dirType)
+        Kel::throwTypeException(Kel::String("session root '") + path + "' of type " + type,
+                                Kel::String("session root '") + above + "' is a " + typeOf(above) + ", no directory");
+    }
+  }
+
+  // Whether a root is as it would be made anew. In a directory that includes the way to other roots, which are asked
+  // about for themselves.
+  bool isEmpty(Kel::Dir& dir, Kel::Dir::EntryState& root, Kel::String const& path) {
+    if (root.entityTypeName() != typeOf(path)) return false;
+    if (!root.entityPtr()) return true;
+    return isDir(root) ? leadsToRootsOnly(root, path) : isAsMade(*root.entityPtr(), dir);
+  }
+  bool leadsToRootsOnly(Kel::Dir::EntryState& root, Kel::String const& path) {
+    struct Open {
+      Kel::Dir* dir;  // null: announced, but not there
+      Kel::String path;
+    };
+    std::vector<Open> open{{dynamic_cast<Kel::Dir*>(root.entityPtr().ptr()), path}};
+    while (!open.empty()) {
+      Open const at = open.back();
+      open.pop_back();
+      if (!at.dir) continue;
+      for (auto it = at.dir->entryStateIterator(); it; ++it) {
+        Kel::String const below = at.path + "/" + it.key();
+        if (status_.rootHas(below)) continue;
+        if (!isDir(*it) || !leadsToRoots(below)) return false;
+        open.push_back({dynamic_cast<Kel::Dir*>(it->entityPtr().ptr()), below});
+      }
+    }
+    return true;
+  }
+  bool leadsToRoots(Kel::String const& path) {
+    if (!ways_) {
+      ways_.emplace();
+      for (auto it = status_.rootIterator(); it; ++it) {
+        std::string_view way = rootPaths_.emplace_back(it.key());
+        for (std::size_t end = way.rfind('/'); end != std::string_view::npos; end = way.rfind('/'))
+          ways_->insert(way = way.substr(0, end));
+      }
+    }
+    return ways_->count(path) != 0;
+  }
+
+  Status& status_;
+  Kel::Dir const& src_;
+  std::optional<std::unordered_set<std::string_view>> ways_;  // the directories that roots stand in; once asked for
+  std::vector<Kel::String> rootPaths_;                        // what `ways_` looks at
+};
 
 // Builds the skeletons of all roots and registers what there is to copy.
 void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& session,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
   Kel::Ptr<Kel::Dir const> const readOnlySrc = src;
-  deleteVanishedRoots(status, *readOnlySrc, {session.ptr(), ancestor.ptr()});
+  VanishedRoots vanished(status, *readOnlySrc);
+  for (auto const& dest : {session, ancestor}) vanished.check(src, dest);
+  for (auto const& dest : {session, ancestor}) vanished.deleteFrom(*dest);
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
     KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(path);

@@ -232,6 +232,8 @@ class KEL_API KelType final : public PtrInterface {
   // a name alone; further constructor parameters get their defaults, but a second one that points at a directory gets
   // the directory. Raises TypeException for a type that cannot be made so, NameInUseException for a taken name.
   Ptr<Entity> newEntity(Name const& name, Dir* dir = nullptr) const;
+  // The same, but it is no entry of the directory.
+  Ptr<Entity> newEntityFor(Name const& name, Dir* dir) const;
   // A new entity all of whose constructor arguments are defaults: null, an enumeration's first enumerator, what a value
   // starts with.
   Ptr<Entity> newDefault() const;
@@ -268,10 +270,7 @@ class KEL_API KelType final : public PtrInterface {
 
  private:
   friend class TypeBuilderBase;
-  friend class Dir;
   KelType() { isNondestructingIs(true); }
-  // As `newEntity`, but no entry of the directory.
-  Ptr<Entity> newEntityFor(Name const& name, Dir* dir) const;
 
   String8 name_, fullName_;
   Kind kind_ = Kind::builtin;

@@ -215,47 +215,120 @@ TEST_F(Session, ARootMissingInTheSourceIsEmptyEvenIfItWasFilled) {
                                               "CliSession:handleEntity"}));
 }
 
-TEST_F(Session, ARootMissingInTheSourceIsKeptWhileItIsEmpty) {
-  world.src->entryDel("hall");
-  testing::internal::CaptureStderr();
-  replace(world.src);
-  EntityPtr const kept[] = {session->entity("hall"), ancestor->entity("hall")};
-  int calls = 0;
-  Reactor const inSession(kept[0], [&] { ++calls; }), inAncestor(kept[1], [&] { ++calls; });
-  replace(world.src);
-  EXPECT_EQ(session->entity("hall"), kept[0]);
-  EXPECT_EQ(ancestor->entity("hall"), kept[1]);
-  EXPECT_EQ(calls, 0);
-  World::hall(session)->newBolt("b");
-  World::hall(ancestor)->u8Is(1);
-  EXPECT_EQ(calls, 2);
-  World::hall(ancestor)->u8Is(0);
-  replace(world.src);
-  testing::internal::GetCapturedStderr();
-  EXPECT_NE(session->entity("hall"), kept[0]) << "it is empty no more";
-  EXPECT_EQ(World::hall(session)->bolts(), 0u);
-  EXPECT_EQ(ancestor->entity("hall"), kept[1]) << "it is empty again";
+struct Told : Plant::Hall::Notifiee {
+  explicit Told(Kel::Ptr<Plant::Hall> const& hall) {
+    isNondestructingIs(true);
+    notifierIs(hall);
+  }
+  ~Told() override { notifierIs(nullptr); }
+  void onU8() override { ++times; }
+  int times = 0;
+};
+
+struct SessionOfVanishedRoots : Session {
+  Kel::Ptr<Plant::Hall> mine, theirs;  // in the session, in its ancestor
+
+  // A root by itself, and one that stands in another; the source has neither.
+  void SetUp() override {
+    Session::SetUp();
+    world.src->entryDel("hall");
+    world.rootIs("sys/new/on/the/way", "Plant::Hall");
+    world.rootIs("sys/new", "Kel::Dir");
+    replaceQuietly();
+    mine = World::hall(session);
+    theirs = World::hall(ancestor);
+  }
+  void replaceQuietly() const {
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(replace(world.src));
+    testing::internal::GetCapturedStderr();
+  }
+  std::string content(Kel::Ptr<Plant::Hall> const& hall) const { return Tests::dump(*hall, {*hall, {}}); }
+};
+
+TEST_F(SessionOfVanishedRoots, AreKeptWhileTheyAreEmpty) {
+  Told told(mine);
+  std::vector<EntityPtr> before, after;
+  for (auto* found : {&before, &after}) {
+    for (Kel::Dir::Ptr const& dir : {session, ancestor})
+      for (char const* path : {"hall", "sys/new", "sys/new/on/the", "sys/new/on/the/way"})
+        found->push_back(dir->entity(path));
+    replaceQuietly();
+  }
+  EXPECT_EQ(before, after);
+
+  mine->u8Is(1);
+  EXPECT_EQ(told.times, 1);
+  replaceQuietly();
+  EXPECT_EQ(mine->parent(), nullptr) << "it was filled";
+  EXPECT_EQ(World::hall(session)->u8(), 0);
+  EXPECT_EQ(World::hall(ancestor), theirs) << "this one was not";
+  EXPECT_EQ(pending->local("hall"), session->entity("hall"));
+  // What a copy does not carry counts, too.
+  theirs->seenIs(1);
+  World::hall(session, "sys/new/on/the/way")->u8Is(1);
+  replaceQuietly();
+  EXPECT_EQ(World::hall(ancestor)->seen(), 0u);
+  EXPECT_EQ(World::hall(session, "sys/new/on/the/way")->u8(), 0);
+  EXPECT_EQ(session->entity("sys/new"), before[1]) << "what stands in it was asked about for itself";
+  for (char const* path : {"sys/new", "sys/new/on/the"}) {
+    Kel::ptrCast<Kel::Dir>(session->entity(path))->newEntity("Kel::Dir", "stray");
+    replaceQuietly();
+    EXPECT_FALSE(session->entity(Kel::String8(path) + "/stray"));
+    EXPECT_TRUE(World::hall(session, "sys/new/on/the/way"));
+  }
 }
 
-TEST_F(Session, RefusesBadRootsBeforeAnythingIsDeleted) {
-  src->u8Is(3);
-  replace(world.src);
-  world.src->entryDel("hall");
-  // Of many roots, in whatever order, one is bad.
-  for (char const* good : {"a", "b", "c", "x/y", "x/z"}) world.rootIs(good, "Plant::Hall");
-  testing::internal::CaptureStderr();
-  for (char const* bad : {"odd/log", "un/known", "m//n", "sys/annex/below"}) {
-    std::string const type = bad == std::string("odd/log") ? "Cli::Session::AttributeEditLog" : "Plant::Hall";
-    if (bad == std::string("un/known"))
-      status->rootIs(bad, true);  // without a type
-    else
-      world.rootIs(bad, type.c_str());
-    EXPECT_THROW(replace(world.src), Kel::Exception) << bad;
-    for (Kel::Dir::Ptr const& dir : {session, ancestor})
-      EXPECT_TRUE(World::hall(dir) && World::hall(dir)->u8() == 3 && dir->entryStates() == 2) << bad;
-    status->rootDel(bad);
+// Whatever is changed: a root that looks like a new one is kept, any other is made anew.
+TEST_F(SessionOfVanishedRoots, AreKeptExactlyWhileTheyLookNew) {
+  std::string const empty = content(mine);
+  int kept = 0;
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    Generator generator(seed);
+    generator.mutate(*mine, {world.src->entity("loose").ptr(), mine.ptr()});
+    bool const looksNew = content(mine) == empty;
+    replaceQuietly();
+    EXPECT_EQ(World::hall(session) == mine, looksNew) << content(mine);
+    EXPECT_EQ(content(World::hall(session)), empty);
+    mine = World::hall(session);
+    kept += looksNew ? 1 : 0;
   }
-  testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(kept > 0 && kept < 200) << kept;
+}
+
+TEST_F(SessionOfVanishedRoots, NoneIsDeletedWhenAnyRootIsRefused) {
+  mine->u8Is(1);
+  session->newEntity("Plant::Bolt", "blocked");
+  ancestor->newEntity("Plant::Bolt", "blockedToo");
+  auto const stays = [&](char const* what) {
+    EXPECT_THROW(replace(world.src), Kel::Exception) << what;
+    EXPECT_EQ(World::hall(session), mine) << what;
+    EXPECT_FALSE(session->entry("odd") || ancestor->entry("odd")) << what;
+  };
+  for (char const* path :
+       {"", "/odd", "odd/", "odd//odd", "odd/unknown", "blocked/hall", "blockedToo/hall", "hall/b"}) {
+    bool const typed = std::string(path) != "odd/unknown";
+    typed ? world.rootIs(path, "Plant::Hall") : status->rootIs(path, true);
+    stays(path);
+    status->rootDel(path);
+    if (typed) status->rootTrie()->prefixDel(path);
+  }
+  for (char const* path : {"odd", "odd/below"}) world.rootIs(path, "Plant::Hall");
+  stays("below a root that is no directory");
+  for (char const* path : {"odd/below", "odd"}) status->rootDel(path);
+  status->rootTrieDel();
+  stays("no trie");
+  status->rootTrieIs("root");
+  stays("no types");
+}
+
+// A root that was an entity and is now a directory goes before what lies in it is asked about.
+TEST_F(SessionOfVanishedRoots, MayBecomeDirectories) {
+  status->rootTrie()->prefixDel("hall");
+  world.rootIs("hall/inner", "Plant::Hall");
+  world.rootIs("hall", "Kel::Dir");
+  replaceQuietly();
+  EXPECT_TRUE(World::hall(session, "hall/inner") && World::hall(ancestor, "hall/inner"));
 }
 
 TEST_F(Session, KeepsALogOfWhatChanged) {
