@@ -57,7 +57,7 @@ class KEL_API TraceHandle {
   U16 levels() const { return levels_.load(std::memory_order_relaxed); }
   void levelsIs(U16 levels);
   bool enabled(int level) const { return (active_.load(std::memory_order_relaxed) & (1u << level)) != 0; }
-  // Whether any level is on: the engine takes the road that shows each step.
+  // Whether any level is on: the engine shows each step.
   bool any() const { return active_.load(std::memory_order_relaxed) != 0; }
 
  private:

@@ -1,4 +1,4 @@
-// Copies and comparisons, as a transcript that holds on both roads of the engine:
+// Copies and comparisons, as a transcript that holds with traces on and off:
 //
 //     new                  a world anew: "src" and "dest" with empty roots "hall" and "sys/annex", and what lies
 //     outside PATH TEXT...         sets an attribute or a member from texts ('' is an empty one)
@@ -132,11 +132,11 @@ class Script {
   Kel::U16 order_ = 0;
 };
 
-TEST(Copies, AreWhatTheTranscriptSaysOnBothRoads) {
+TEST(Copies, AreWhatTheTranscriptSaysTracedOrNot) {
   std::string const path = SOURCE_DIR "/test/CliSession/copies.golden";
-  for (bool boxed : {false, true}) {
-    SCOPED_TRACE(boxed ? "boxed" : "typed");
-    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+  for (bool traced : {false, true}) {
+    SCOPED_TRACE(traced ? "traced" : "untraced");
+    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
     Script script;
     std::string const said = answered(path, [&](std::string const& line) { return script.answer(line); });
     EXPECT_EQ(golden(path, said), said);

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "CliSession/World.h"
+#include "Kel/ChangeJournal.h"
 
 namespace {
 
@@ -38,6 +39,9 @@ constexpr bool countsPool = false;
 constexpr int members = 512;
 
 struct Cost : testing::Test {
+  Cost() { Kel::ChangeJournal::enabledIs(false); }  // a full walk, each time
+  ~Cost() override { Kel::ChangeJournal::enabledIs(true); }
+
   World world;
   Kel::Ptr<Plant::Hall> src = World::hall(world.src);
   EntityCopy::Ptr ec = world.copyFrom(world.src);

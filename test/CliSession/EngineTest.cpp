@@ -69,8 +69,8 @@ TEST_F(Engine, AComparisonWithAFilledLogStopsAtOnce) {
   world.copy();
   src->part()->countIs(1);
   src->u8Is(1);
-  for (bool boxed : {false, true}) {
-    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+  for (bool traced : {false, true}) {
+    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
     EntityCopy::Ptr const ec = engine(true);
     ec->attributeEditLog()->newAttributeEditEntry(S::AttributeEdit("old", "Old", S::AttributeEditType::set_));
     EXPECT_TRUE(ec->stop());
@@ -221,8 +221,8 @@ void runOnAStackOf(std::size_t bytes, std::function<void()> body) {
 TEST_F(Engine, RefusesATreeThatIsTooDeep) {
   Kel::Ptr<Plant::Hall> at = src;
   for (int i = 0; i < 1100; ++i) at = at->newAnnex("a");
-  for (bool boxed : {false, true}) {
-    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+  for (bool traced : {false, true}) {
+    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
     // Whatever the build, it ends with an exception, not with the stack; given room, at the limit.
     for (std::size_t stack : {std::size_t{512} << 10, std::size_t{8} << 20, std::size_t{128} << 20}) {
       runOnAStackOf(stack, [&] {

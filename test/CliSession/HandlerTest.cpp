@@ -132,8 +132,8 @@ struct Meddler : Kel::EntityNotifiee {
 };
 
 TEST_F(Handlers, WhatAReactorChangesHoldsFromThenOn) {
-  for (bool boxed : {false, true}) {
-    std::unique_ptr<BoxedRoad> const road = boxed ? std::make_unique<BoxedRoad>() : nullptr;
+  for (bool traced : {false, true}) {
+    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
     for (char const* change : {"root", "handler", "table", "checker"}) {
       SCOPED_TRACE(change);
       World w;

@@ -13,11 +13,11 @@ namespace S = Cli::Session;
 struct Pointers : testing::TestWithParam<bool> {
   World world;
   Kel::Ptr<Plant::Hall> src = World::hall(world.src), dest = World::hall(world.dest);
-  std::unique_ptr<BoxedRoad> road = GetParam() ? std::make_unique<BoxedRoad>() : nullptr;
+  std::unique_ptr<TracedRun> tracing = GetParam() ? std::make_unique<TracedRun>() : nullptr;
   EntityPtr stranger = world.outside->entityRef("stranger");
 };
-INSTANTIATE_TEST_SUITE_P(Typed, Pointers, testing::Values(false));
-INSTANTIATE_TEST_SUITE_P(Boxed, Pointers, testing::Values(true));
+INSTANTIATE_TEST_SUITE_P(Untraced, Pointers, testing::Values(false));
+INSTANTIATE_TEST_SUITE_P(Traced, Pointers, testing::Values(true));
 
 TEST_P(Pointers, KeysAreTranslatedAndWaitForTheirTargets) {
   Kel::Ptr<Plant::Hall> const annex = World::hall(world.src, "sys/annex");
@@ -116,8 +116,8 @@ struct Deferred : Pointers {
   }
   Kel::Ptr<Plant::Bolt> arrive() { return World::hall(world.dest, "sys/annex")->boltIs("late"); }
 };
-INSTANTIATE_TEST_SUITE_P(Typed, Deferred, testing::Values(false));
-INSTANTIATE_TEST_SUITE_P(Boxed, Deferred, testing::Values(true));
+INSTANTIATE_TEST_SUITE_P(Untraced, Deferred, testing::Values(false));
+INSTANTIATE_TEST_SUITE_P(Traced, Deferred, testing::Values(true));
 
 TEST_P(Deferred, RecordsSayWhatWillBeSet) {
   ASSERT_EQ(ec->pendingAttrs(), 3u);

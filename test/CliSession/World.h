@@ -146,9 +146,9 @@ struct World {
   bool differs(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from) const { return run(to, from, true).stopped; }
 };
 
-// While it lives the engine takes the road that shows each step.
-struct BoxedRoad : Traces {
-  BoxedRoad() : Traces("EntityCopyUtils", 1u << 0) {}
+// While it lives the engine shows each step.
+struct TracedRun : Traces {
+  TracedRun() : Traces("EntityCopyUtils", 1u << 0) {}
 };
 
 // While it lives everything that a copy can trace is traced.
