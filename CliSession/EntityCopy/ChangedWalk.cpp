@@ -20,9 +20,9 @@ bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType con
   return false;
 }
 
-// Whether nothing is registered, marked or waiting at this root or below it, so that what is equal needs no look.
+// Whether nothing is registered or marked at this root or below it, so that what is equal needs no look.
 bool Walk::mayKeepChanges(Frame& f) {
-  if (!keeps_ || ec_.pendingAttrs() > 0 || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
+  if (!keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   std::vector<Kel::KelType const*> seen;
   return walkedThrough(f) && !asksForAnyType(f.plan.src, seen);
 }
@@ -33,7 +33,7 @@ bool Walk::root(Frame& f) {
   if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
   if (!ground) return attributes(f);
   WalkedRoot walked{f.destPtr(), f.srcPtr(), ground, {}};
-  changes_ = changesSinceEqual(ec_, walked);
+  if (ec_.pendingAttrs() == 0) changes_ = changesSinceEqual(ec_, walked);
   walked.start = checkpointIfJournaled(ec_, walked);
   if (changes_) {
     changesAt_ = impl_.generation;

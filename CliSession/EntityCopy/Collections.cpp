@@ -305,7 +305,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Ke
     return changed;
   }
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *dest, src) || changed;
+  return child(f, s, *dest, src, differ) || changed;
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {

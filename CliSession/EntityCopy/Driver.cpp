@@ -41,6 +41,14 @@ class Run {
   Run(Run const&) = delete;
   Run& operator=(Run const&) = delete;
 
+  // Hands a root to the handler.
+  void walk(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src) {
+    std::size_t const before = impl_.walked.size();
+    handlerForRun(ec_)->handleEntity(EntityCopy::Ptr(&ec_), dest, src, "");
+    // A handler that did not just let the walk do it is foreign code.
+    if (impl_.walked.size() != before + 1) ++impl_.foreignCalls;
+  }
+
   // The run has come to its end: what it walked is equal now.
   void completed() {
     bool const settled = !impl_.unsettled && ec_.pendingAttrs() == 0;
@@ -97,13 +105,13 @@ void EntityCopy::handleCopyRoots() {
       Kel::Ptr<Kel::Entity> destRoot(standIn(*srcRoot, *src(), *dest()));
       if (!destRoot) destRoot = entityInTree(*dest(), destFullName);
       KEL_ASSERT(destRoot);
-      handlerForRun(*this)->handleEntity(self, destRoot, srcRoot, "");
+      run.walk(destRoot, srcRoot);
       if (stop()) return;
     }
   } else if (stopAtFirstDiff()) {
     Kel::Ptr<Kel::Entity> const destTop = dest();
     Kel::Ptr<Kel::Entity const> const srcTop = src();
-    handlerForRun(*this)->handleEntity(self, destTop, srcTop, "");
+    run.walk(destTop, srcTop);
     if (stop()) return;
   }
   doCopyPendingAttrs(false);

@@ -73,7 +73,7 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
     newest = entityOf(it.obj());
     last = it.key();
   }
-  return (newest && child(f, s, *newest, *member)) || differs;
+  return (newest && child(f, s, *newest, *member, true)) || differs;
 }
 
 }  // namespace Cli::Session

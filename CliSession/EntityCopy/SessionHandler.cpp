@@ -166,6 +166,7 @@ bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) 
   if (copied() && !copied()->empty() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path, below)))
     return false;
   if (!handlerTable()) return true;
+  if (handlerTable()->pathSpecificHandler("")) return false;  // it takes the copy roots
   for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
     std::string_view const key = it.key();
     if (key.substr(0, path.chars()) == path.view() && (!below || key.size() > path.chars())) return false;

@@ -186,9 +186,9 @@ bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
   return !f.stepWalkedThrough && !guide_->walksThrough(f.childPath(s.attr, src), false);
 }
 
-bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
+bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
   Plan const& plan = s.childPlan(*dest.type(), *src.type());
-  if (!asks(f, s, src)) return descend(f, s, plan, dest, src);
+  if (!asks(f, s, src)) return descend(f, s, plan, dest, src, isNew);
   Frame below(f, s, dest, src, plan);
   WALK_TRACE(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);
@@ -198,9 +198,9 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
 }
 
 // Into a child of which the handler need not be asked.
-bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src) {
+bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
   Changed const* changed = nullptr;
-  if (f.changed && changesHold()) {
+  if (f.changed && !isNew && changesHold()) {
     changed = changes_->find(src);
     if (!changed) return false;
     if (changed->has(Kel::Change::whole)) changed = nullptr;
@@ -310,7 +310,7 @@ bool Walk::singleton(Frame& f, Step const& s) {
   // A comparison made nothing, and what is there has other parameters.
   if (compare_) return differs;
   if (!made) made = destAccess.single(f.dest);
-  if (made) differs |= child(f, s, *made, *srcChild);
+  if (made) differs |= child(f, s, *made, *srcChild, true);
   return differs;
 }
 

@@ -123,8 +123,10 @@ class Walk {
   bool attribute(Frame& frame, Step const& step);
   // The filter: whether an attribute is equal, as far as can be told without showing anything.
   bool equalInPlace(Frame& frame, Step const& step);
-  bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src);
-  bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
+  // `isNew`: the destination's child has just been made, whatever has changed of the source's.
+  bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
+  bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
+               bool isNew = false);
   bool further(Frame& frame, bool plainEqual);
   bool mayKeepChanges(Frame& frame);
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
