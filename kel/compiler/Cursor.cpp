@@ -14,12 +14,10 @@ std::string shown(Token const& token) {
 
 // "';', '{' or '='". What was tried last comes first: it has to follow, the others may.
 std::string alternatives(std::vector<std::string> const& tried) {
-  std::vector<std::string> all;
-  for (auto one = tried.rbegin(); one != tried.rend(); ++one) {
-    if (std::find(all.begin(), all.end(), *one) == all.end()) all.push_back(*one);
-  }
   std::string list;
-  for (std::string const& one : all) list += (list.empty() ? "" : &one == &all.back() ? " or " : ", ") + one;
+  for (auto one = tried.rbegin(); one != tried.rend(); ++one) {
+    list += (list.empty() ? "" : one + 1 == tried.rend() ? " or " : ", ") + *one;
+  }
   return list;
 }
 

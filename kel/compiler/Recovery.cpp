@@ -83,10 +83,7 @@ void Recovery::skipMember(std::size_t start, unsigned inside) {
     if (position() > start && next) return depthIs(inside);
     bool const ends = outside && is(";"), brace = is("}");
     skip();
-    bool const closes = brace && depth() <= inside;
-    if (!ends && !closes) continue;
-    if (closes) acceptQuietly(";");
-    return depthIs(inside);
+    if (ends || (brace && depth() <= inside)) return depthIs(inside);
   }
 }
 
