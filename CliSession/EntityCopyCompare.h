@@ -24,8 +24,8 @@ KEL_API bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::P
 KEL_API bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest,
                        Kel::GenericIf::PtrConst const& src);
 
-// Whether setting an attribute, or the member under `index`, would change nothing; `current` is what is there, where the
-// caller knows it. A member whose key is absent always differs, and so does what a set creates.
+// Whether setting an attribute, or the member under `index`, would change nothing; `current` is what is there, where
+// the caller knows it. A member whose key is absent always differs, and so does what a set creates.
 bool alreadySet(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& index,
                 Kel::GenericIf::PtrConst const& value, Kel::GenericIf::PtrConst current);
 

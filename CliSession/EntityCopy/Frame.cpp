@@ -44,13 +44,13 @@ Kel::String8 Frame::childPath(Kel::KelAttr const& attr, Kel::Entity const& srcCh
 }
 
 Kel::String8 const& Frame::path() {
-  Extras& e = extras();
+  FrameExtras& e = extras();
   if (!e.path) e.path = up_->childPath(through_->attr, src);
   return *e.path;
 }
 
 Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation) {
-  Extras& e = extras();
+  FrameExtras& e = extras();
   Kel::Entity const* const top = ec.dest().ptr();
   // The members of a queue without a parameter are named by their place in it.
   bool const byPlace = up_ && through_->attr.isQueue() && dest.type()->ctorArgs().empty();
@@ -70,7 +70,7 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
 
 void Frame::hold() {
   for (Frame* f = this; f; f = f->up_) {
-    Extras& e = f->extras();
+    FrameExtras& e = f->extras();
     if (!e.dest) {
       e.dest = f->destPtr();
       e.src = f->srcPtr();

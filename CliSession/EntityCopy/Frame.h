@@ -9,6 +9,16 @@
 
 namespace Cli::Session {
 
+// What a frame needs for an edit, or while foreign code runs.
+struct FrameExtras {
+  std::optional<Kel::String8> path;
+  Kel::String8 logPath;
+  Kel::U64 logPathAt = 0;  // 0: not made
+  Kel::Ptr<Kel::Entity> dest;
+  Kel::Ptr<Kel::Entity const> src;
+  std::unique_ptr<Kel::AttrIterator> destPin, srcPin;
+};
+
 // Lives on the stack and points at the frame above. A frame costs nothing but its fields until an edit or foreign code
 // needs more: the texts of its paths, handles that keep both entities, and iterators that keep the collection under
 // walk from moving its members.
@@ -57,21 +67,13 @@ class Frame {
   Frame* up() const { return up_; }
 
  private:
-  struct Extras {
-    std::optional<Kel::String8> path;
-    Kel::String8 logPath;
-    Kel::U64 logPathAt = 0;  // 0: not made
-    Kel::Ptr<Kel::Entity> dest;
-    Kel::Ptr<Kel::Entity const> src;
-    std::unique_ptr<Kel::AttrIterator> destPin, srcPin;
-  };
   Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);
-  Extras& extras() { return extras_ ? *extras_ : extras_.emplace(); }
+  FrameExtras& extras() { return extras_ ? *extras_ : extras_.emplace(); }
 
   Frame* const up_ = nullptr;
   Step const* const through_ = nullptr;
   Step const* walking_ = nullptr;
-  std::optional<Extras> extras_;
+  std::optional<FrameExtras> extras_;
 };
 
 }  // namespace Cli::Session

@@ -46,7 +46,7 @@ class Walk {
   };
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
-  bool attributes(Frame& frame);                  // doCopyEntityAttrs
+  bool attributes(Frame& frame);  // doCopyEntityAttrs
   // The same for a copy root: what has not changed since both sides were last equal is passed by, where that is known.
   bool root(Frame& frame);
   bool differs(Frame& frame, Step const& step) {  // doCopyAttr

@@ -193,8 +193,8 @@ class KEL_API KelType final : public PtrInterface {
   bool isValue() const { return kind_ <= Kind::value; }
   bool isAbstract() const { return !construct_ && isEntity(); }
   KelType const* base() const { return base_; }
-  // The types known so far that are derived directly from this one: the first, and from there the next; null at the end.
-  // Before an entity of a derived type can be a member anywhere its type is known.
+  // The types known so far that are derived directly from this one: the first, and from there the next; null at the
+  // end. Before an entity of a derived type can be a member anywhere its type is known.
   KelType const* firstDerived() const { return firstDerived_.load(std::memory_order_acquire); }
   KelType const* nextDerived() const { return nextDerived_; }
   bool hasDerived() const { return firstDerived() != nullptr; }
