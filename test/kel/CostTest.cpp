@@ -166,7 +166,8 @@ TEST(Cost, DestructionTakesNoMemory) {
     BigTree big(*top);
     big.owner = nullptr;
     big.root = nullptr;
-    withoutMemory([&] { top->entryDel("big"); });
+    Name const name = "big";
+    withoutMemory([&] { top->entryDel(name); });
   }
   EXPECT_EQ(Counted::living, 0);
   BigTree big(*top);
@@ -184,8 +185,9 @@ TEST(Cost, LeavingTheTreeTakesNoMemory) {
   BigTree big(*top);
   Part::Ptr const watched = big.owner->parts("key 7");
   Watch first(big.owner->part()), second(watched);
+  Name const name = "big";
   std::size_t const before = allocations;
-  withoutMemory([&] { top->entryDel("big"); });
+  withoutMemory([&] { top->entryDel(name); });
   EXPECT_EQ(allocations, before);
   EXPECT_EQ(big.owner->partss(), BigTree::width);
   EXPECT_EQ(Counted::living, int(BigTree::width) + 1) << "they are held by what is held";
