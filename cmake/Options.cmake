@@ -1,7 +1,8 @@
 # How this project is built. As a part of another project it adds the two libraries and the model compiler only, and sets
 # no warnings, no build type and no output folders.
 
-option(CLISESSION_SHELL "Build cli-session and the examples" ${PROJECT_IS_TOP_LEVEL})
+option(CLISESSION_SERVICE "Build libCliService, which takes nlohmann-json and SQLite" ${PROJECT_IS_TOP_LEVEL})
+option(CLISESSION_SHELL "Build cli-session, on libCliService, and the examples" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
 option(CLISESSION_INSTALL "Install the libraries and programs" ${PROJECT_IS_TOP_LEVEL})
