@@ -64,6 +64,12 @@ Step::Step(Step&& o) noexcept
       set(o.set),
       del(o.del) {}
 
+Plan const& Step::makeUsualPlan() const {
+  Plan const& plan = Plan::of(*attr.type(), *attr.type());
+  usual_.store(&plan, std::memory_order_release);
+  return plan;
+}
+
 Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) const {
   Plan const* known = child_.load(std::memory_order_acquire);
   if (known && &known->dest == &dest && &known->src == &src) return *known;
@@ -93,6 +99,7 @@ std::unique_ptr<Plan const> makePlan(Kel::KelType const& dest, Kel::KelType cons
     bool const plain = plan->plainEqual && step.typed && step.attr.inPlainEqual();
     if (!plain) plan->further.push_back(&step);
   }
+  plan->leaf = plan->keyOnly && plan->plainEqual && plan->further.empty();
   return plan;
 }
 

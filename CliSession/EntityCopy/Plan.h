@@ -21,6 +21,11 @@ struct Step {
   Step(Kel::KelType const& destType, Kel::KelAttr const& attr);
   Step(Step&& o) noexcept;
 
+  // The plan for what an owning attribute usually holds on both sides: entities of its own type.
+  Plan const& usualPlan() const {
+    Plan const* const known = usual_.load(std::memory_order_acquire);
+    return known ? *known : makeUsualPlan();
+  }
   // The plan for entities of these types that the attribute owns. Cost: a comparison, but for members of derived types.
   Plan const& childPlan(Kel::KelType const& dest, Kel::KelType const& src) const;
 
@@ -36,7 +41,9 @@ struct Step {
   AttributeEdit const set, del;
 
  private:
-  mutable std::atomic<Plan const*> child_{nullptr};
+  Plan const& makeUsualPlan() const;
+
+  mutable std::atomic<Plan const*> usual_{nullptr}, child_{nullptr};
 };
 
 struct Plan {
@@ -52,7 +59,8 @@ struct Plan {
   bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
   // The constructor parameters of two entities are equal: null where parameters may be pointers, or the types differ.
   bool (*paramsEqual)(Kel::Entity const& dest, Kel::Entity const& src);
-  bool keyOnly;  // the key is the only constructor parameter
+  bool keyOnly;       // the key is the only constructor parameter
+  bool leaf = false;  // that, and `plainEqual` compares all that there is
 };
 
 // The number of steps made so far in the process.

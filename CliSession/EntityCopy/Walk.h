@@ -123,6 +123,7 @@ class Walk {
   bool attribute(Frame& frame, Step const& step);
   // The filter: whether an attribute is equal, as far as can be told without showing anything.
   bool equalInPlace(Frame& frame, Step const& step);
+  bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
   // `isNew`: the destination's child has just been made, whatever has changed of the source's.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
@@ -160,8 +161,10 @@ class Walk {
 
   struct KeyMap;
   bool deleteExtra(Frame& frame, Step const& step);
-  bool equalMembers(Frame& frame, Step const& step);
-  bool passesBy(Frame& frame, Plan const& usual);
+  bool areLeaves(Step const& step);
+  bool leavesEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
+  bool areShallow(Plan const& plan);
+  bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
   bool passPairs(Frame& frame, Step const& step, Kel::U32& position);
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Cursor const& at);

@@ -80,17 +80,26 @@ U32 hashBytes(char const* data, std::size_t size) noexcept {
   return folded32 ? folded32 : 1;
 }
 
+// Whole words; see sameText.
+std::size_t String8::storageSize(std::size_t size) noexcept {
+  return (sizeof(Rep) + size + sizeof(U64) - 1) / sizeof(U64) * sizeof(U64);
+}
+
 String8::Rep* String8::make(std::string_view a, std::string_view b) {
   std::size_t const size = a.size() + b.size();
   if (size == 0) return nullptr;
   if (size > maxChars) throwRangeException("string too long");
-  auto* rep = new (KelMemPool::allocate(sizeof(Rep) + size)) Rep{{1}, {0}, static_cast<U32>(size)};
+  static_assert(offsetof(Rep, size) == sizeAt && sizeof(Rep) == sizeAt + sizeof(U32));
+  std::size_t const storage = storageSize(size);
+  auto* room = static_cast<char*>(KelMemPool::allocate(storage));
+  std::memset(room + storage - sizeof(U64), 0, sizeof(U64));
+  auto* rep = new (room) Rep{{1}, {0}, static_cast<U32>(size)};
   std::memcpy(rep->text(), a.data(), a.size());
   if (!b.empty()) std::memcpy(rep->text() + a.size(), b.data(), b.size());
   return rep;
 }
 
-void String8::destroy(Rep* rep) noexcept { KelMemPool::release(rep, sizeof(Rep) + rep->size); }
+void String8::destroy(Rep* rep) noexcept { KelMemPool::release(rep, storageSize(rep->size)); }
 
 U32 String8::hashSlow() const noexcept {
   U32 const h = hashBytes(rep_->text(), rep_->size);

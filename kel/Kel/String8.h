@@ -101,32 +101,30 @@ class KEL_API String8 {
     char const* text() const noexcept { return reinterpret_cast<char const*>(this + 1); }
   };
 
-  template <class Word>
+  static constexpr std::size_t sizeAt = 2 * sizeof(U32);  // the size in a Rep; behind it the text begins
   static bool sameWord(char const* a, char const* b) noexcept {
-    Word x, y;
+    U64 x, y;
     std::memcpy(&x, a, sizeof x);
     std::memcpy(&y, b, sizeof y);
     return x == y;
   }
-  // Short texts, which most are, are compared in words that may overlap: a call would cost more.
-  static bool sameBytes(char const* a, char const* b, std::size_t size) noexcept {
-    if (size > 32) return std::memcmp(a, b, size) == 0;
-    if (size >= 8) {
-      std::size_t const last = size - 8;
-      for (std::size_t at = 0; at < last; at += 8)
-        if (!sameWord<U64>(a + at, b + at)) return false;
-      return sameWord<U64>(a + last, b + last);
-    }
-    if (size >= 4) return sameWord<U32>(a, b) && sameWord<U32>(a + size - 4, b + size - 4);
-    return a[0] == b[0] && a[size / 2] == b[size / 2] && a[size - 1] == b[size - 1];
-  }
-  // Apart, so that comparing strings that share their bytes is a comparison of pointers in place.
+  // Apart, so that comparing strings that share their bytes is a comparison of pointers in place. Short texts, which
+  // most are, are compared in words, of which the first holds the size and the last is filled up with zeros: a call
+  // would cost more.
   [[gnu::noinline]] static bool sameText(Rep const& a, Rep const& b) noexcept {
-    return a.size == b.size && sameBytes(a.text(), b.text(), a.size);
+    auto const* x = reinterpret_cast<char const*>(&a) + sizeAt;
+    auto const* y = reinterpret_cast<char const*>(&b) + sizeAt;
+    if (!sameWord(x, y)) return false;
+    std::size_t const end = sizeof a.size + a.size;
+    if (end > 40) return std::memcmp(x, y, end) == 0;
+    for (std::size_t at = sizeof(U64); at < end; at += sizeof(U64))
+      if (!sameWord(x + at, y + at)) return false;
+    return true;
   }
   // The two texts one after the other; null when both are empty.
   static Rep* make(std::string_view a, std::string_view b);
   static void destroy(Rep* rep) noexcept;
+  static std::size_t storageSize(std::size_t size) noexcept;
   void drop() noexcept {
     if (rep_ && rep_->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(rep_);
   }
