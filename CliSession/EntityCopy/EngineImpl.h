@@ -1,8 +1,8 @@
 // What the engine keeps for itself, beside what the model shows, and what its parts share.
 #pragma once
 
-#include <unordered_map>
-#include <unordered_set>
+#include <map>
+#include <memory>
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
@@ -34,21 +34,14 @@ class EntityCopy::Impl {
   struct PendingKey {
     Kel::Entity const* dest;
     Kel::KelAttr const* attr;
-    std::size_t index;  // a hash of the member's key in the source
-    bool operator==(PendingKey const&) const = default;
-  };
-  struct PendingHash {
-    std::size_t operator()(PendingKey const& key) const {
-      return std::hash<void const*>()(key.dest) ^ (std::hash<void const*>()(key.attr) << 1) ^ (key.index << 2);
-    }
+    std::size_t index = 0;  // a hash of the member's key in the source
+    auto operator<=>(PendingKey const&) const = default;
   };
   struct Pending {
     Kel::Ptr<AttributeCopy> record;
     Kel::Entity const* tree;
   };
-  std::unordered_multimap<PendingKey, Pending, PendingHash> pending;
-  // The records for members of collections, by their collection alone.
-  std::unordered_map<PendingKey, std::unordered_set<AttributeCopy*>, PendingHash> pendingMembers;
+  std::multimap<PendingKey, Pending> pending;
 
   static Impl& of(EntityCopy& ec) {
     if (!ec.impl()) ec.impl() = std::make_shared<Impl>();
