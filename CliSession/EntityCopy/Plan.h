@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
@@ -19,7 +20,8 @@ struct Step {
   enum class Kind : Kel::U8 { skipped, value, collection, pointer, singleton, members, queue, unsupported };
 
   Step(Kel::KelType const& destType, Kel::KelAttr const& attr);
-  Step(Step&& o) noexcept;
+  Step(Step const&) = delete;
+  Step& operator=(Step const&) = delete;
 
   // The plan for what an owning attribute usually holds on both sides: entities of its own type.
   Plan const& usualPlan() const {
@@ -48,19 +50,20 @@ struct Step {
 
 struct Plan {
   static Plan const& of(Kel::KelType const& dest, Kel::KelType const& src);
+  Plan(Kel::KelType const& dest, Kel::KelType const& src);
   // The step for an attribute of the source's type; null for an attribute of another type.
   Step const* find(Kel::KelAttr const& attr) const;
 
   Kel::KelType const& dest;
   Kel::KelType const& src;
-  std::vector<Step> steps;           // all attributes in the order of the attribute queue
+  std::deque<Step> steps;            // all attributes in the order of the attribute queue
   std::vector<Step const*> copied;   // those that take part
   std::vector<Step const*> further;  // of these, those that `plainEqual` does not compare
   bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
   // The constructor parameters of two entities are equal: null where parameters may be pointers, or the types differ.
   bool (*paramsEqual)(Kel::Entity const& dest, Kel::Entity const& src);
-  bool keyOnly;       // the key is the only constructor parameter
-  bool leaf = false;  // that, and `plainEqual` compares all that there is
+  bool keyOnly;  // the key is the only constructor parameter
+  bool leaf;     // that, and `plainEqual` compares all that there is
 };
 
 // The number of steps made so far in the process.
