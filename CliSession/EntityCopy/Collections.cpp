@@ -43,7 +43,7 @@ bool Walk::collection(Frame& f, Step const& s) {
                            << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // What waits for a member is met again below, or the source has it no more.
-  std::vector<Kel::Ptr<AttributeCopy>> waiting;
+  std::map<Kel::U64, Kel::Ptr<AttributeCopy>> waiting;
   if (ec_.pendingAttrs() > 0) waiting = pendingOf(ec_, f.dest, s.attr);
 
   // Where both sides have keys of the same hashes at the same positions there is nothing to delete. Should equal hashes
@@ -55,7 +55,7 @@ bool Walk::collection(Frame& f, Step const& s) {
   if (!stopped()) differs |= copyMembers(f, s, passed, !sameHashes);
   f.walking(nullptr);
   if (!stopped())
-    for (auto const& record : waiting) forgetPending(ec_, record);
+    for (auto const& [number, record] : waiting) forgetPending(ec_, record);
   return differs;
 }
 
@@ -171,11 +171,6 @@ bool Walk::areLeaves(Step const& s) {
   if (!s.dense) return false;
   Plan const& usual = s.usualPlan();
   return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
-}
-
-// Whether both sides have the same leaves, at the same positions.
-bool Walk::leavesEqual(Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
-  return s.access.membersEqual(dest, src, s.usualPlan().plainEqual);
 }
 
 // Whether equalThroughout looks at everything in entities of a plan. Where it does not, an entity would be compared

@@ -50,12 +50,13 @@ void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr cons
               [&](AttributeCopy const& r) { return sameIndex(r.srcIndex(), srcIndex); });
 }
 
-std::vector<Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr) {
+std::map<Kel::U64, Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest,
+                                                      Kel::KelAttr const& attr) {
   auto const& all = Impl::of(ec).pending;
-  std::vector<Kel::Ptr<AttributeCopy>> records;
+  std::map<Kel::U64, Kel::Ptr<AttributeCopy>> records;
   for (auto it = all.lower_bound({&dest, &attr}); it != all.end(); ++it) {
     if (it->first.dest != &dest || it->first.attr != &attr) break;
-    records.push_back(it->second.record);
+    records.emplace(it->second.number, it->second.record);
   }
   return records;
 }
@@ -85,7 +86,8 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
     record->destValueFullNameIs(destTarget);
   }
   ec.pendingAttrIs(record, true);
-  Impl::of(ec).pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root()});
+  Impl& impl = Impl::of(ec);
+  impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred});
 }
 
 namespace {

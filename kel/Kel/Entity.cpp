@@ -1,6 +1,7 @@
 #include "Kel/Entity.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <ostream>
@@ -41,38 +42,65 @@ bool isDirEntry(Entity const& e) {
          e.type() != Dir::EntryState::_fwkType();
 }
 
-// The key of a member in a path: its name, or for a member of a queue without one, its index. Cost of the latter: a
-// walk.
-String8 keyInPath(Entity const& e, KelAttr const& attr) {
-  if (!attr.isQueue() || !e.type()->ctorArgs().empty()) return e.name();
+// The place of a queue's member that has no name. Cost: a walk.
+String8 placeInQueue(Entity const& e, KelAttr const& attr) {
   for (auto it = attr.access().iterator(attr, *e.parent(), nullptr); it->nonNull(); it->inc())
     if (it->obj(true)->entityConst().ptr() == &e) return it->key()->text();
   return e.name();
 }
 
+// A path, written from its end.
+class PathText {
+ public:
+  void prepend(std::string_view part) {
+    while (part.size() > at_) grow();
+    at_ -= part.size();
+    std::copy(part.begin(), part.end(), text() + at_);
+  }
+  String8 text8() { return String8(std::string_view(text() + at_, size() - at_)); }
+
+ private:
+  char* text() { return large_.empty() ? room_.data() : large_.data(); }
+  std::size_t size() const { return large_.empty() ? room_.size() : large_.size(); }
+  void grow() {
+    std::string larger(size(), ' ');
+    larger.append(text(), size());
+    at_ += size();
+    large_ = std::move(larger);
+  }
+
+  std::array<char, 256> room_;
+  std::string large_;
+  std::size_t at_ = room_.size();
+};
+
 }  // namespace
 
-String8 Entity::fullName() const {
-  std::vector<Entity const*> chain;
-  for (Entity const* e = this; e->parent_; e = e->parent_) chain.push_back(e);
-  std::string path;
-  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-    Entity const& e = **it;
-    if (isDirEntry(e)) {
-      path += '/';
-      path += e.name_.view();
-      continue;
-    }
-    KelAttr const* attr = e.parentAttr();
-    if (!attr) continue;
-    path += '.';
-    path += attr->name().view();
-    if (attr->isCollection()) {
-      path += '/';
-      path += keyInPath(e, *attr).view();
+void Entity::makeName() const {
+  KelAttr const& key = *type()->getAttr(type()->ctorArgs().front().name);
+  name_ = key.access().get(key, this, nullptr, true)->text();
+  nameIsDue_ = false;
+}
+
+String8 Entity::fullName() const { return pathFrom(nullptr); }
+
+String8 Entity::pathFrom(Entity const* top) const {
+  PathText path;
+  for (Entity const* e = this; e != top && e->parent_; e = e->parent_) {
+    if (isDirEntry(*e)) {
+      path.prepend(e->name());
+      path.prepend("/");
+    } else if (KelAttr const* attr = e->parentAttr()) {
+      bool const named = !attr->isQueue() || !e->type()->ctorArgs().empty();
+      if (attr->isCollection()) {
+        path.prepend(named ? e->name() : placeInQueue(*e, *attr));
+        path.prepend("/");
+      }
+      path.prepend(attr->name());
+      path.prepend(".");
     }
   }
-  return String8(path);
+  return path.text8();
 }
 
 std::ostream& operator<<(std::ostream& out, Entity const* entity) {

@@ -61,10 +61,16 @@ class KEL_API Entity : public VFPtrInterface {
   String8 const& typeName() const { return type()->fullTypeName(); }
 
   // The key by which its owner holds it, as it prints.
-  Name const& name() const { return name_; }
+  Name const& name() const {
+    if (nameIsDue_) makeName();
+    return name_;
+  }
   // The path from the tree's root, whose own full name is empty. An entry of a directory adds "/name", a singleton
   // ".attribute", a member of a collection or queue ".attribute/key". Cost: the length of the path.
   String8 fullName() const;
+  // What the full name has behind that of `top`, the separator first: ".port/Et1". The whole where `top` does not lie
+  // above this entity.
+  String8 pathFrom(Entity const* top) const;
   // The same text.
   String8 uriPath() const { return fullName(); }
 
@@ -123,14 +129,19 @@ class KEL_API Entity : public VFPtrInterface {
     if (TypeRegistration::pending()) TypeRegistration::makeRecords();
   }
   void destroySelf() noexcept override;
+  // The name is the first constructor parameter as it prints. It is made when it is first asked for.
+  void nameFollowsKey() { nameIsDue_ = true; }
 
  private:
+  template <class T>
+  friend struct EntityKey;
   friend class ChangeJournal;
   friend class EntityNotifiee;
   friend class EntityStack;
   friend class Dismantling;
   Entity const* lookup(String8 const& path) const;
   void notifyReactors(AttributeId id, void const* key) const;
+  void makeName() const;
   EntityExtras& extras() const;
   void dropEmptyExtras() const noexcept;
   void note(Change change) const noexcept;
@@ -141,10 +152,11 @@ class KEL_API Entity : public VFPtrInterface {
   // The epoch of the change journals, shifted as in a stamp; 0: no journal was ever attached, or they are off.
   static std::atomic<U32> stampFloor_;
 
-  Name name_;
+  mutable Name name_;
   Entity* parent_ = nullptr;
   mutable EntityExtras* extras_ = nullptr;
   AttributeId parentAttrId_ = noAttribute;
+  mutable bool nameIsDue_ = false;
   // The last epoch in which the entity changed, above two bits for the strongest change in it.
   mutable U32 stamp_ = static_cast<U32>(Change::whole);
 };

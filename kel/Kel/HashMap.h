@@ -324,7 +324,7 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
 template <class T>
 struct EntityKey {
   using type = Name;
-  static Name const& key(T const& entity) { return entity.name(); }
+  static Name const& key(T const& entity) { return entity.Entity::name_; }
 };
 
 template <class T>

@@ -101,7 +101,15 @@ class EntityEmitter {
     for (Attribute const& p : entity_.params) {
       if (!isName(entity_, p)) initializers.push_back(p.name.text + "_(" + passed(p) + ")");
     }
-    constructor.initializes(initializers).does({});
+    constructor.initializes(initializers).does(printsKey() ? Lines{"nameFollowsKey();"} : Lines{});
+  }
+
+  // Whether the name is a key that has to be printed.
+  bool printsKey() const {
+    std::vector<Attribute const*> const params = entity_.allParams();
+    if (params.empty() || (entity_.base && !entity_.base->allParams().empty())) return false;
+    Shape const& key = params.front()->shape;
+    return !key.target.isRef && key.target.builtin != Builtin::string;
   }
 
   static std::string passed(Attribute const& param) {
@@ -109,7 +117,7 @@ class EntityEmitter {
     return isScalar(param.shape.target) ? name : "std::move(" + name + ")";
   }
 
-  // What the base is made from: its own parameters, or when it has none the key as it prints.
+  // What the base is made from: its own parameters, or when it has none the key where that is a text.
   std::string baseArguments() const {
     std::vector<Attribute const*> const params = entity_.allParams();
     if (entity_.base && !entity_.base->allParams().empty()) {
@@ -117,12 +125,12 @@ class EntityEmitter {
       for (Attribute const* p : entity_.base->allParams()) args.push_back(passed(*p));
       return joined(args);
     }
-    if (params.empty()) return {};
+    if (params.empty() || printsKey()) return {};
     Attribute const& key = *params.front();
     std::string const name = cppParam(key.name.text);
     if (isName(entity_, key)) return passed(key);
     if (key.shape.target.isRef) return {};
-    return key.shape.target.builtin == Builtin::string ? name : "Kel::box(" + name + ")->text()";
+    return name;
   }
 
   void addTypeMethods(CppGroup& group) {

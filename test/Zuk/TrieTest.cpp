@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "Files.h"
+#include "Golden.h"
 #include "MessageOf.h"
 #include "Zuk/PrefixTrie.h"
 #include "Zuk/PrefixTrieOutput.h"
@@ -61,7 +61,7 @@ TEST(PrefixTrie, SaysWhatTheTranscriptSays) {
     for (std::size_t i = 0; i < traces.lines.size(); ++i) out << traces.functions[i] << ": " << traces.lines[i] << "\n";
     return out.str();
   });
-  EXPECT_EQ(Tests::golden(path, said), said);
+  Tests::expectGolden(path, said);
 }
 
 PrefixTrie::Ptr trieOf(std::initializer_list<char const*> paths) {
