@@ -68,7 +68,7 @@ class RootSkeleton {
     Kel::KelType const* type = Kel::KelType::find(typeName_);
     if (!type || !type->isMadeByName())
       Kel::throwTypeException(Kel::String("session root '") + path_ + "'",
-                              Kel::String("no entity type '") + typeName_ + "' that is made by a name");
+                              Kel::String("no entity type '") + typeName_ + "' that can be made from a name");
   }
 
   void make() {
@@ -88,7 +88,7 @@ class RootSkeleton {
         if (goesFirst && goesFirst(path_.view().substr(0, walked - 1))) return;
         Kel::throwTypeException(
             Kel::String("session root '") + path_ + "' of type " + typeName_,
-            cursor->fullName() + "/" + names_[i] + " is a " + state->entityTypeName() + ", no directory");
+            cursor->fullName() + "/" + names_[i] + " is a " + state->entityTypeName() + ", not a directory");
       }
       cursor = state ? dynamic_cast<Kel::Dir*>(state->entityPtr().ptr()) : nullptr;
     }
@@ -242,8 +242,9 @@ class VanishedRoots {
     for (std::size_t end = path.view().find('/'); end != std::string_view::npos; end = path.view().find('/', end + 1)) {
       Kel::String const above = path.view().substr(0, end);
       if (status_.rootHas(above) && typeOf(above) != dirType)
-        Kel::throwTypeException(Kel::String("session root '") + path + "' of type " + type,
-                                Kel::String("session root '") + above + "' is a " + typeOf(above) + ", no directory");
+        Kel::throwTypeException(
+            Kel::String("session root '") + path + "' of type " + type,
+            Kel::String("session root '") + above + "' is a " + typeOf(above) + ", not a directory");
     }
   }
 

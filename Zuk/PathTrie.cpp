@@ -252,7 +252,7 @@ void PathTrie::append(Kel::Ptr<PathTrie const> const& target) {
   if (Kel::validPtr(target).ptr() == this) return;
   // What is added below the target would be found there, and added again, without end.
   for (Kel::Entity const* above = parent(); above; above = above->parent())
-    if (above == target.ptr()) Kel::throwRangeException(fullName() + " cannot take in a trie that it is part of");
+    if (above == target.ptr()) Kel::throwRangeException(fullName() + " cannot append a trie that contains it");
   appendInternal(target, nullptr);
 }
 

@@ -89,7 +89,7 @@ void KelNboAttrLogSa::describe(AttrLogOut& out) const {
 KelNboAttrLogSa KelNboAttrLogSa::described(AttrLogIn& in) {
   String8 const name(in.getText());
   KelType const* type = KelType::find(name);
-  if (!type) in.bad(String8("no type '") + name + "' here");
+  if (!type) in.bad(String8("unknown type '") + name + "'");
   auto const kind = in.get<U8>();
   bool const streamed = type->isEntity() || type->isEnum() || type->kind() == KelType::Kind::value;
   if (kind != static_cast<U8>(type->kind()) || !streamed) in.bad(name + " is of another kind here");

@@ -92,7 +92,7 @@ class Reader final : private AttrLogIn::Entities {
   // Values carry no description of their own: one that was not checked might be read as another.
   void wantDescribed(KelAttr const& attr, KelType const* type, AttrLogIn const& in) const {
     if (type && type->isValue() && !type->isBuiltin() && !described_.count(type))
-      in.bad(attr.fullName() + ": " + type->fullTypeName() + " is not described before");
+      in.bad(attr.fullName() + ": " + type->fullTypeName() + " was not described before");
   }
 
   void entity(std::size_t start, AttrLogIn& in) {
@@ -103,11 +103,11 @@ class Reader final : private AttrLogIn::Entities {
     if (item.owner == attrLogNoOwner) {
       if (!items_.empty() && !attrLogLoose(item.sa->type())) in.bad(item.sa->type().fullTypeName() + " needs an owner");
     } else {
-      if (item.owner >= items_.size()) in.bad("no owner #" + std::to_string(item.owner) + " before");
+      if (item.owner >= items_.size()) in.bad("no entity #" + std::to_string(item.owner) + " before this one");
       auto const& attrs = items_[item.owner].sa->attributes();
       auto const attribute = in.get<U32>();
       if (attribute >= attrs.size() || !attrs[attribute]->instantiating())
-        in.bad("the owner owns nothing in attribute #" + std::to_string(attribute));
+        in.bad("attribute #" + std::to_string(attribute) + " of the owner owns no entities");
       item.heldBy = attrs[attribute];
       if (item.heldBy->isQueue()) item.sequence = in.get<U64>();
     }
@@ -117,11 +117,11 @@ class Reader final : private AttrLogIn::Entities {
 
   void end(AttrLogIn& in) {
     if (in.get<U32>() != items_.size() || items_.empty())
-      in.bad("the log holds " + std::to_string(items_.size()) + " entities, not as many as it says");
+      in.bad("the log holds " + std::to_string(items_.size()) + " entities, another number than it says");
     std::size_t const summed = in.offset();
     if (in.get<U32>() != attrLogChecksum(log_.substr(0, summed))) in.bad("the checksum is wrong");
     wantEnd(in);
-    if (at_ != log_.size()) throwAttrLogRecord(at_, std::to_string(log_.size() - at_) + " bytes behind the end");
+    if (at_ != log_.size()) throwAttrLogRecord(at_, std::to_string(log_.size() - at_) + " bytes after the end");
   }
 
   static void wantEnd(AttrLogIn const& in) {

@@ -42,7 +42,7 @@ void AttrLogOut::reference(Entity const* target) {
 }
 
 void AttrLogOut::noEntity(KelType const* type) {
-  throw EntityIdUnavailableException(type->fullTypeName() + " cannot be referred to: it is no entity");
+  throw EntityIdUnavailableException(type->fullTypeName() + " cannot be referred to: it is not an entity");
 }
 
 // --- Reading ---

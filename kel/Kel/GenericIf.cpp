@@ -273,7 +273,9 @@ void throwKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullN
 void throwKeyType(KelAttr const& attr, KelType const* expected) {
   throwBadIndexAttrException(attr.fullName(), String8("key of type ") + expected->fullTypeName() + " expected");
 }
-void throwNoKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullName(), "no collection, so no key"); }
+void throwNoKeyWanted(KelAttr const& attr) {
+  throwBadIndexAttrException(attr.fullName(), "not a collection, so it takes no key");
+}
 void throwNullMember(KelAttr const& attr) {
   throwRangeException(String8("null _") + attr.name() + " parameter to mutator for " + attr.fullName() +
                       " not allowed\"");

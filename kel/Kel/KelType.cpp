@@ -157,7 +157,7 @@ bool KelType::isMadeByName() const {
 }
 
 Ptr<Entity> KelType::newEntityFor(Name const& name, Dir* dir) const {
-  if (!isMadeByName()) throwTypeException(fullName_, "Entity is the wrong type: it is not created by a name");
+  if (!isMadeByName()) throwTypeException(fullName_, "Entity is the wrong type: it cannot be created from a name");
   std::vector<GenericIf::PtrConst> args{GenericIf::of(name)};
   for (std::size_t i = 1; i < ctorArgs_.size(); ++i) args.push_back(defaultArg(ctorArgs_[i]));
   if (dir && args.size() > 1 && ctorArgs_[1].pointer && ctorArgs_[1].type() == Dir::_fwkType())
@@ -195,7 +195,7 @@ Ptr<GenericIf const> KelType::genericIf(Ptr<Entity const> const& object) const {
   return GenericIf::ofEntity(object);
 }
 Ptr<GenericIf> KelType::genericIf(void const* value, bool isValue) const {
-  if (!isValue || !ops_.box) throwTypeException(fullName_, "no value type");
+  if (!isValue || !ops_.box) throwTypeException(fullName_, "not a value type");
   return ops_.box(value);
 }
 
@@ -233,7 +233,7 @@ Ptr<GenericIf> KelType::genericFromText(std::string_view text) const {
     for (Enumerator const& e : enumerators_) names = names + (names.empty() ? "" : ", ") + e.name;
     throwRangeException(String8("'") + text + "': one of " + names + " expected");
   }
-  if (kind_ != Kind::value) throwTypeException(fullName_, "no value type");
+  if (kind_ != Kind::value) throwTypeException(fullName_, "not a value type");
   if (valAttr_) {  // a representation value reads as its representation
     String8 const strep = valAttr_->type()->genericFromText(text)->strep();
     char const* at = strep.charPtr();
