@@ -45,11 +45,11 @@ bool isDir(Kel::Dir::EntryState const& entry) {
   return entry.entityTypeName() == Kel::Dir::_fwkType()->fullTypeName().view();
 }
 
-// Whether a directory on the way to a root, given by its path, is going to be made anew.
+// Whether the entry at a path, which is on the way to a root, is going to be deleted and made again.
 using GoesFirst = std::function<bool(Kel::String const& path)>;
 
-// One session root under way: two cursors that walk the ancestors of the root side by side. Traces and asserts as the
-// operation.
+// Makes one session root: two cursors walk down to it side by side, in the source and in the destination. Traces and
+// asserts under the name of the operation.
 class RootSkeleton {
  public:
   static constexpr char const* operation = "doCreateSessionRoot";
@@ -57,7 +57,7 @@ class RootSkeleton {
       "void Cli::Session::Status::doCreateSessionRoot(const Kel::Ptr<Kel::Dir>&, const Kel::Ptr<Kel::Dir>&, "
       "Kel::String)";
 
-  // Raises what is to be said against the root; changes nothing.
+  // Raises an exception if the root is wrong; changes nothing.
   RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
                Kel::String const& typeName, GoesFirst const& goesFirst = {})
       : path_(path), typeName_(typeName), names_(components(path)), src_(src), dest_(dest) {
@@ -68,7 +68,7 @@ class RootSkeleton {
     Kel::KelType const* type = Kel::KelType::find(typeName_);
     if (!type || !type->isMadeByName())
       Kel::throwTypeException(Kel::String("session root '") + path_ + "'",
-                              Kel::String("no entity type '") + typeName_ + "' that is made by a name");
+                              Kel::String("no entity type '") + typeName_ + "' that can be made from a name");
   }
 
   void make() {
@@ -88,7 +88,7 @@ class RootSkeleton {
         if (goesFirst && goesFirst(path_.view().substr(0, walked - 1))) return;
         Kel::throwTypeException(
             Kel::String("session root '") + path_ + "' of type " + typeName_,
-            cursor->fullName() + "/" + names_[i] + " is a " + state->entityTypeName() + ", no directory");
+            cursor->fullName() + "/" + names_[i] + " is a " + state->entityTypeName() + ", not a directory");
       }
       cursor = state ? dynamic_cast<Kel::Dir*>(state->entityPtr().ptr()) : nullptr;
     }
@@ -99,7 +99,7 @@ class RootSkeleton {
       auto const state = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
       KEL_ASSERT_AS(!state || isDir(*state), "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"",
                     signature);
-      // A directory that is announced but not there yet has nothing to walk; the source is never written.
+      // A directory that is announced but does not exist yet is not walked, and not made: the source is never written.
       src_ = state ? Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())))
                    : Kel::Ptr<Kel::Dir>();
     }
@@ -161,11 +161,11 @@ Kel::Ptr<EntityCopyGlobalSessionHandler> sessionHandler(Status& status, char con
   return handler;
 }
 
-// Copies what custom handlers have put off to after the main copy.
+// Copies the attributes that custom handlers have deferred until after the main copy.
 void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
   if (handler.postAttributeCopys() == 0) return;
   while (handler.postAttributeCopys() > 0) {
-    // The record drops its pointers when it leaves the queue.
+    // Taken first, because the record drops its pointers when it leaves the queue.
     Kel::Ptr<PostCopyAttribute> const front = handler.postAttributeCopyIterator().value();
     Kel::Ptr<Kel::Entity> const dest = front->dest();
     Kel::Ptr<Kel::Entity const> const src = front->src();
@@ -175,12 +175,12 @@ void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
   if (ec.pendingAttrs() > 0) ec.doCopyPendingAttrs(false);
 }
 
-// The steps of doReplaceConfig trace in its name.
+// The steps of doReplaceConfig trace under its name.
 char const* const replaceOperation = "doReplaceConfig";
 char const* const replaceSignature =
     "bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String)";
 
-// The session a configuration is to be copied into; null, with a trace, when there is none to be had.
+// The session into which a configuration is copied; null, with a trace, if it does not exist or is completed.
 Kel::Ptr<PendingChangeStatus> openSession(Status& status, Kel::String const& sessionName) {
   Kel::Ptr<PendingChangeStatus> session;
   if (status.pendingChangeStatusDir()) session = status.pendingChangeStatusDir()->status(sessionName);
@@ -199,13 +199,13 @@ Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, Kel::String const
 
 Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::String("<unknown>") : path; }
 
-// The session roots that the source lacks are to be there and empty. What an earlier copy has filled is deleted, to be
-// made anew; what is as it would be made anew is kept.
+// Session roots that the source lacks must be empty in the destination. One that an earlier copy has filled is deleted,
+// so that it is made again; one that equals a new one is kept.
 class VanishedRoots {
  public:
   VanishedRoots(Status& status, Kel::Dir const& src) : status_(status), src_(src) {}
 
-  // Raises what is to be said against any root in a directory that is to hold them all; changes nothing.
+  // Raises an exception if any root cannot be made in `dest`; changes nothing.
   void check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest) const {
     for (auto it = status_.rootIterator(); it; ++it) {
       try {
@@ -216,7 +216,7 @@ class VanishedRoots {
       }
     }
   }
-  // All go before any is made: one may lie in another.
+  // Deletes all before any is made, because one may lie in another.
   void deleteFrom(Kel::Dir& dest) {
     for (auto it = status_.rootIterator(); it; ++it) {
       Kel::String const path = it.key();
@@ -242,13 +242,14 @@ class VanishedRoots {
     for (std::size_t end = path.view().find('/'); end != std::string_view::npos; end = path.view().find('/', end + 1)) {
       Kel::String const above = path.view().substr(0, end);
       if (status_.rootHas(above) && typeOf(above) != dirType)
-        Kel::throwTypeException(Kel::String("session root '") + path + "' of type " + type,
-                                Kel::String("session root '") + above + "' is a " + typeOf(above) + ", no directory");
+        Kel::throwTypeException(
+            Kel::String("session root '") + path + "' of type " + type,
+            Kel::String("session root '") + above + "' is a " + typeOf(above) + ", not a directory");
     }
   }
 
-  // Whether a root is as it would be made anew. In a directory that includes the way to other roots, which are asked
-  // about for themselves.
+  // Whether a root equals a new one. A directory may also contain the directories on the way to other roots; those
+  // roots are checked for themselves.
   bool isEmpty(Kel::Dir& dir, Kel::Dir::EntryState& root, Kel::String const& path) {
     if (root.entityTypeName() != typeOf(path)) return false;
     if (!root.entityPtr()) return true;
@@ -256,7 +257,7 @@ class VanishedRoots {
   }
   bool leadsToRootsOnly(Kel::Dir::EntryState& root, Kel::String const& path) {
     struct Open {
-      Kel::Dir* dir;  // null: announced, but not there
+      Kel::Dir* dir;  // null: announced, but does not exist
       Kel::String path;
     };
     std::vector<Open> open{{dynamic_cast<Kel::Dir*>(root.entityPtr().ptr()), path}};
@@ -287,11 +288,11 @@ class VanishedRoots {
 
   Status& status_;
   Kel::Dir const& src_;
-  std::optional<std::unordered_set<std::string_view>> ways_;  // the directories that roots stand in; once asked for
-  std::vector<Kel::String> rootPaths_;                        // what `ways_` looks at
+  std::optional<std::unordered_set<std::string_view>> ways_;  // the directories above roots; made on demand
+  std::vector<Kel::String> rootPaths_;                        // the texts behind `ways_`
 };
 
-// Builds the skeletons of all roots and registers what there is to copy.
+// Makes all roots, and adds those that the source has to the copy.
 void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& session,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
   Kel::Ptr<Kel::Dir const> const readOnlySrc = src;
@@ -311,7 +312,7 @@ void recordLocals(Status& status, PendingChangeStatus& session, Kel::Ptr<Kel::Di
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
     session.localIs(path, dir->entity(path));
-    // The owner may have made it under a name of its own.
+    // The application may have made it under another name.
     if (!session.localPrefix()) session.newLocalPrefix("localPrefix");
     session.localPrefix()->prefixIs(path, Zuk::prefixTrieStateFactory());
   }
@@ -347,7 +348,7 @@ bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionN
 
   handler = sessionHandler(*this, "replace");
   ec->handlerIs(handler);
-  // The ancestor's copy repeats the session's: it is not counted in the session's log.
+  // The copy into the ancestor repeats the edits of the session's copy, so they are not counted again.
   if (keepsLog) ec->attributeEditLogIs(attributeEditLogFactory());
   ec->destIs(ancestorRoot);
   drainPostCopies(*ec, *handler);

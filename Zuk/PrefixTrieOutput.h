@@ -1,4 +1,4 @@
-// Stream output of a prefix trie's states: their output form.
+// Stream output of the states of a prefix trie.
 #pragma once
 
 #include <iosfwd>
@@ -8,6 +8,7 @@
 namespace Zuk {
 
 class PrefixTrieState;
+// Prints `state.outputForm()`.
 KEL_API std::ostream& operator<<(std::ostream& out, PrefixTrieState const& state);
 
 }  // namespace Zuk

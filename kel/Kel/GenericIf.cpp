@@ -63,7 +63,7 @@ GenericIf::Ptr GenericIf::List::genericIf(Ptr const& list) {
 Kel::Ptr<Entity> GenericIf::entity() const { return Kel::Ptr<Entity>(const_ ? nullptr : const_cast<Entity*>(entity_)); }
 Kel::Ptr<Entity const> GenericIf::entityConst() const { return Kel::Ptr<Entity const>(entity_); }
 
-// The object that attribute access works on.
+// The object on which attribute access works.
 void const* GenericIf::base() const {
   if (entity_) return entity_;
   if (!type_) return nullptr;
@@ -136,7 +136,7 @@ GenericIf::PtrConst GenericIf::attribute(AttributeId id, PtrConst const& key) co
   return a.access().get(a, base(), key.ptr(), true);
 }
 
-// What the public may write; a read-only attribute is written by its type alone.
+// Only writable attributes: a read-only one is written by its own type alone.
 void GenericIf::attributeIs(AttributeId id, PtrConst const& key, PtrConst const& value) const {
   KelAttr const& a = checked(id);
   Entity& e = writableEntity(a);
@@ -241,7 +241,7 @@ GenericIf::AttributeIterator::AttributeIterator(AttributeIterator const& o)
     : owner_(o.owner_), attr_(o.attr_), it_(o.it_->clone()), const_(o.const_) {}
 GenericIf::AttributeIterator::AttributeIterator(AttributeIterator&& o) noexcept = default;
 GenericIf::AttributeIterator& GenericIf::AttributeIterator::operator=(AttributeIterator o) noexcept {
-  // The old iterator goes before what it iterates over.
+  // The old iterator is destroyed before the collection that it iterates over.
   it_ = std::move(o.it_);
   std::swap(owner_, o.owner_);
   attr_ = o.attr_;
@@ -273,7 +273,9 @@ void throwKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullN
 void throwKeyType(KelAttr const& attr, KelType const* expected) {
   throwBadIndexAttrException(attr.fullName(), String8("key of type ") + expected->fullTypeName() + " expected");
 }
-void throwNoKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullName(), "no collection, so no key"); }
+void throwNoKeyWanted(KelAttr const& attr) {
+  throwBadIndexAttrException(attr.fullName(), "not a collection, so it takes no key");
+}
 void throwNullMember(KelAttr const& attr) {
   throwRangeException(String8("null _") + attr.name() + " parameter to mutator for " + attr.fullName() +
                       " not allowed\"");

@@ -13,8 +13,8 @@ namespace Kel {
 
 namespace {
 
-// Drawn once a process: whoever knows it could make up keys that all have the same hash, and so make a map as slow as a
-// list.
+// Drawn once for the process. Somebody who knew it could make keys that all have the same hash, and so make a map as
+// slow as a list.
 struct HashSecret {
   U64 start, factor;
 };
@@ -27,7 +27,7 @@ HashSecret drawSecret() {
     try {
       std::random_device device;
       seed = U64(device()) << 32 | device();
-    } catch (std::exception const&) {  // better than nothing
+    } catch (std::exception const&) {  // less random, but good enough
       seed = static_cast<U64>(std::chrono::steady_clock::now().time_since_epoch().count());
     }
   }
@@ -51,7 +51,8 @@ U64 load(char const* data) {
 
 __extension__ using U128 = unsigned __int128;
 
-// Both halves of the product (as wyhash has it, Wang Yi): every bit of either number tells on every bit of the result.
+// Combines both halves of the product (as in wyhash, by Wang Yi): every bit of either number affects every bit of the
+// result.
 U64 folded(U64 a, U64 b) {
   U128 const product = static_cast<U128>(a) * b;
   return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
@@ -63,7 +64,7 @@ U32 hashBytes(char const* data, std::size_t size) noexcept {
   static HashSecret const secret = drawSecret();
   U64 h = secret.start ^ size;
   for (; size > 16; data += 16, size -= 16) h = folded(load<U64>(data) ^ secret.factor, load<U64>(data + 8) ^ h);
-  // The rest in two words, which overlap.
+  // The rest, in two words that overlap.
   U64 first = 0, last = 0;
   if (size >= 8) {
     first = load<U64>(data);

@@ -11,7 +11,7 @@ namespace kelc {
 
 namespace {
 
-// Changes whenever generated code needs something else from the framework's headers.
+// To be increased whenever generated code needs other headers of the framework.
 constexpr char const* frameworkVersion = "3";
 
 std::string include(std::string const& header) { return "#include \"" + header + "\""; }
@@ -108,7 +108,7 @@ class FileEmitter {
     for (auto const& decl : model_.entities) out.line("class " + out_.exported + decl->name.text + ";");
   }
 
-  // In the order of the file, those of one namespace together.
+  // In the order of the file, grouped by namespace.
   void declareExterns() {
     std::map<std::string, Lines> bySpace;
     for (auto const& decl : model_.externs) {
@@ -156,7 +156,7 @@ class FileEmitter {
     return all;
   }
 
-  // Outside of the model's namespace every name is written in full.
+  // Outside of the model's namespace, every name is a full one.
   CppTypes fullNames() const {
     std::set<std::string> all;
     for (auto const& decl : model_.enums) all.insert(decl->name.text);
@@ -179,7 +179,7 @@ class FileEmitter {
     }
   }
 
-  // Behind all entities, for the reactors' keys and notifiers.
+  // After all entities, because reactors use them as keys and notifiers.
   void emitAllReactors() {
     if (model_.entities.empty()) return;
     heading(out_.header, "reactors");
@@ -204,7 +204,7 @@ class FileEmitter {
     out.line("}  // namespace");
   }
 
-  // Visible from other libraries whatever the types are. Declared first, since a constant would stay in its file.
+  // Exported even if the types are not. Declared first, because a constant that is only defined is local to its file.
   void emitAnchor() {
     if (linkage_.anchor.empty()) return;
     CppText& out = out_.source;
@@ -220,7 +220,7 @@ class FileEmitter {
   struct ByName {
     bool operator()(Decl const* a, Decl const* b) const { return a->qualified < b->qualified; }
   };
-  std::set<ExternDecl const*, ByName> externs_;  // that the source has to know
+  std::set<ExternDecl const*, ByName> externs_;  // whose headers the source includes
   std::set<std::string> included_;
   bool infinity_ = false, shared_ = false;
 };
