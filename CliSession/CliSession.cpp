@@ -48,6 +48,12 @@ bool isDir(Kel::Dir::EntryState const& entry) {
 // Whether the entry at a path, which is on the way to a root, is going to be deleted and made again.
 using GoesFirst = std::function<bool(Kel::String const& path)>;
 
+// The type of a session root; empty if none is recorded.
+Kel::String rootType(Status const& status, Kel::String const& path) {
+  if (!status.rootTrie()) Kel::throwRangeException(status.name() + " has no rootTrie: initialize() makes it");
+  return status.rootTrie()->prefixTypename(path);
+}
+
 // Makes one session root: two cursors walk down to it side by side, in the source and in the destination. Traces and
 // asserts under the name of the operation.
 class RootSkeleton {
@@ -60,11 +66,13 @@ class RootSkeleton {
   // Raises an exception if the root is wrong; changes nothing.
   RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
                Kel::String const& typeName, GoesFirst const& goesFirst = {})
-      : path_(path), typeName_(typeName), names_(components(path)), src_(src), dest_(dest) {
+      : path_(path), typeName_(typeName), names_(components(path)), givenSrc_(src), src_(src), dest_(dest) {
     for (Kel::Name const& name : names_)
       if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path + "': empty path component");
     Kel::validPtr(src);
     checkDestination(*Kel::validPtr(dest), goesFirst);
+    if (typeName_.empty())
+      Kel::throwTypeException(Kel::String("session root '") + path_ + "'", "rootTrie has no type for it");
     Kel::KelType const* type = Kel::KelType::find(typeName_);
     if (!type || !type->isMadeByName())
       Kel::throwTypeException(Kel::String("session root '") + path_ + "'",
@@ -110,7 +118,7 @@ class RootSkeleton {
   void checkSource(Kel::Name const& name) const {
     auto const e = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
     if (!e) {
-      std::cerr << "path " << path_ << " is not a mount point in src (" << src_ << ")" << std::endl;
+      std::cerr << "path " << path_ << " is not a mount point in src (" << givenSrc_ << ")" << std::endl;
       return;
     }
     KEL_ASSERT_AS(e->entityTypeName() == typeName_, "e->type() == typeName", signature);
@@ -131,7 +139,8 @@ class RootSkeleton {
 
   Kel::String const path_, typeName_;
   std::vector<Kel::Name> const names_;
-  Kel::Ptr<Kel::Dir> src_, dest_;
+  Kel::Ptr<Kel::Dir> const givenSrc_;
+  Kel::Ptr<Kel::Dir> src_, dest_;  // how far the path has been walked
 };
 
 }  // namespace
@@ -145,7 +154,7 @@ void Status::doCreateSessionRoots(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::D
 
 void Status::doCreateSessionRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String path) {
   KEL_TRACE(8) << RootSkeleton::signature << name() << " path: " << path;
-  RootSkeleton(src, dest, path, Kel::validPtr(rootTrie())->prefixTypename(path)).make();
+  RootSkeleton(src, dest, path, rootType(*this, path)).make();
 }
 
 // --- Copies ---
@@ -180,21 +189,50 @@ char const* const replaceOperation = "doReplaceConfig";
 char const* const replaceSignature =
     "bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String)";
 
-// The session into which a configuration is copied; null, with a trace, if it does not exist or is completed.
+Kel::Ptr<PendingChangeStatus> sessionOf(Status& status, Kel::String const& sessionName) {
+  auto const& sessions = status.pendingChangeStatusDir();
+  return sessions ? sessions->status(sessionName) : nullptr;
+}
+
+// Records why an operation has done nothing in the session, if there is one. An empty reason deletes the record.
+void setError(Kel::Ptr<PendingChangeStatus> const& session, char const* operationName, Kel::String const& reason) {
+  if (!session) return;
+  if (reason.empty())
+    session->errorDel(operationName);
+  else
+    session->errorIs(operationName, reason);
+}
+
+// The session into which a configuration is copied; null if it does not exist or is completed. Then a trace says why,
+// and the session's `error` if there is a session.
 Kel::Ptr<PendingChangeStatus> openSession(Status& status, Kel::String const& sessionName) {
-  Kel::Ptr<PendingChangeStatus> session;
-  if (status.pendingChangeStatusDir()) session = status.pendingChangeStatusDir()->status(sessionName);
+  Kel::Ptr<PendingChangeStatus> const session = sessionOf(status, sessionName);
   if (!session) {
+    if (!status.pendingChangeStatusDir())
+      KEL_TRACE_AS(9, replaceOperation) << status.name() << " has no pendingChangeStatusDir: initialize() makes it";
     KEL_TRACE_AS(9, replaceOperation) << "No session found under name " << sessionName;
-  } else if (session->completed()) {
-    KEL_TRACE_AS(9, replaceOperation) << "Session " << sessionName << " already completed.";
-    session = nullptr;
+    return nullptr;
   }
+  if (session->completed()) {
+    KEL_TRACE_AS(9, replaceOperation) << "Session " << sessionName << " already completed.";
+    setError(session, replaceOperation, "the session is already completed");
+    return nullptr;
+  }
+  setError(session, replaceOperation, "");
   return session;
 }
 
-Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, Kel::String const& sessionName) {
-  return Kel::validPtr(Kel::ptrCast<Kel::Dir>(Kel::validPtr(dir)->entityRef(sessionName))).handle();
+// One of the session's own directories. `holder` is the status's attribute that leads to what holds it.
+Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, PendingChangeStatus& session, char const* holder) {
+  Kel::String const& name = session.name();
+  Kel::Ptr<Kel::Dir> const entry = dir ? Kel::ptrCast<Kel::Dir>(dir->entityRef(name)) : nullptr;
+  if (!entry) {
+    Kel::String const reason =
+        Kel::String(holder) + (dir ? Kel::String(" has no directory '") + name + "'" : " is null");
+    KEL_TRACE_AS(9, replaceOperation) << "Session " << name << ": " << reason;
+    setError(Kel::Ptr<PendingChangeStatus>(&session), replaceOperation, reason);
+  }
+  return Kel::validPtr(entry).handle();
 }
 
 Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::String("<unknown>") : path; }
@@ -231,7 +269,7 @@ class VanishedRoots {
   }
 
  private:
-  Kel::String typeOf(Kel::String const& path) const { return Kel::validPtr(status_.rootTrie())->prefixTypename(path); }
+  Kel::String typeOf(Kel::String const& path) const { return rootType(status_, path); }
   void checkRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path) const {
     Kel::String const& dirType = Kel::Dir::_fwkType()->fullTypeName();
     auto const goesFirst = [&](Kel::String const& above) {
@@ -323,6 +361,7 @@ void recordLocals(Status& status, PendingChangeStatus& session, Kel::Ptr<Kel::Di
 bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionName) {
   if (!src) {
     KEL_TRACE(8) << replaceSignature << " for " << sessionName << " returning because srcRoot is NULL";
+    setError(sessionOf(*this, sessionName), replaceOperation, "the source directory is null");
     return false;
   }
   KEL_TRACE(8) << replaceSignature << " for " << sessionName << " from " << src;
@@ -331,8 +370,8 @@ bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionN
   if (!session) return false;
   EntityCopy::Ptr const ec = entityCopyFactory();
   ec->attributeEditBypassCheckerIs(attributeEditBypassTable());
-  Kel::Ptr<Kel::Dir> const sessionRoot = sessionEntry(sessionDir(), sessionName);
-  Kel::Ptr<Kel::Dir> const ancestorRoot = sessionEntry(ancestorDir(), sessionName);
+  Kel::Ptr<Kel::Dir> const sessionRoot = sessionEntry(sessionDir(), *session, "sessionDir");
+  Kel::Ptr<Kel::Dir> const ancestorRoot = sessionEntry(ancestorDir(), *session, "ancestorDir");
   prepareRoots(*this, *ec, src, sessionRoot, ancestorRoot);
 
   Kel::Ptr<EntityCopyGlobalSessionHandler> handler = sessionHandler(*this, "replace");
@@ -388,8 +427,9 @@ void Status::doCreateCleanConfig(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Di
 
 bool Status::doCleanConfig(Kel::String sessionName) {
   KEL_TRACE(8) << "bool Cli::Session::Status::doCleanConfig(Kel::String) for " << sessionName;
-  if (cleanConfig() && cleanConfigStatus() && cleanConfigStatus()->cleanConfigComplete())
-    return doReplaceConfig(cleanConfig(), sessionName);
+  bool const complete = cleanConfig() && cleanConfigStatus() && cleanConfigStatus()->cleanConfigComplete();
+  setError(sessionOf(*this, sessionName), __func__, complete ? "" : "the clean configuration is not yet complete");
+  if (complete) return doReplaceConfig(cleanConfig(), sessionName);
   KEL_TRACE(9) << "clean-config is not yet complete";
   return false;
 }

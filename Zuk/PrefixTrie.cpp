@@ -33,6 +33,12 @@ Kel::String mergedFlags(Kel::String const& own, Kel::String const& added, bool i
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, PrefixTrieState const& state) { return out << state.outputForm(); }
+std::ostream& operator<<(std::ostream& out, Kel::Ptr<PrefixTrieState> const& state) {
+  return out << Kel::Ptr<PrefixTrieState const>(state);
+}
+std::ostream& operator<<(std::ostream& out, Kel::Ptr<PrefixTrieState const> const& state) {
+  return state ? out << *state : out << "<null>";
+}
 
 bool PrefixTrieState::upgradeState(Kel::Ptr<PathTrieState> const& newState, bool inheritedOnly) {
   KEL_TRACE(8)

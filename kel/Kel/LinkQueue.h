@@ -117,6 +117,29 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(I index) const { return Iterator(this, this->findSlot(index)); }
 
+  // Of a queue of entities: hands them out as const.
+  class IteratorConst : private Iterator {
+    using Member = Ptr<typename V::element_type const>;
+    struct Arrow {
+      Member member;
+      Member const* operator->() const { return &member; }
+    };
+
+   public:
+    explicit IteratorConst(LinkQueue const* queue) : Iterator(queue) {}
+    using Iterator::operator bool;
+    using Iterator::key;
+    using Iterator::sequence;
+    Member value() const { return Iterator::value(); }
+    Member operator*() const { return value(); }
+    Arrow operator->() const { return {value()}; }
+    IteratorConst& operator++() {
+      Iterator::operator++();
+      return *this;
+    }
+  };
+  IteratorConst iteratorConst() const { return IteratorConst(this); }
+
   // For attribute logs, which restore a queue with the numbers that its members had.
   // Whether a member of that number can follow the present ones.
   bool follows(U64 sequence) const {

@@ -12,6 +12,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "Kel/Assert.h"
 #include "Kel/MemPool.h"
 #include "Kel/Types.h"
 
@@ -92,9 +93,13 @@ class Ptr {
 
   // The object, or null.
   T* ptr() const noexcept { return p_; }
-  // REQUIRES: not null.
-  T* operator->() const noexcept { return p_; }
-  T& operator*() const noexcept { return *p_; }
+  // REQUIRES: not null; asserted, with the type of the handle.
+  T* operator->() const noexcept {
+    if (!p_) [[unlikely]]
+      isNull();
+    return p_;
+  }
+  T& operator*() const noexcept { return *operator->(); }
   explicit operator bool() const noexcept { return p_ != nullptr; }
   void swap(Ptr& o) noexcept { std::swap(p_, o.p_); }
 
@@ -108,6 +113,11 @@ class Ptr {
   bool operator==(std::nullptr_t) const noexcept { return p_ == nullptr; }
 
  private:
+  [[noreturn, gnu::cold, gnu::noinline]] static void isNull() noexcept {
+    KEL_ASSERT_TEXT(false, "null handle");
+    __builtin_unreachable();
+  }
+
   T* p_ = nullptr;
 };
 

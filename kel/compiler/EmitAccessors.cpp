@@ -264,9 +264,20 @@ class Accessors {
     Lines keep = {"if (" + slot_ + same + ") return " + slot_ + ";"};
     keep.insert(keep.end(), put.begin(), put.end());
     write(ptr(), x_ + "Is").takes(params).does(keep);
+    if (isDirectory()) addWithParent();
     write("void", x_ + "Del").does(thenAfter({"if (!" + slot_ + ") return;", put1(ptr() + "()")}));
     addNotify();
     field(ptr());
+  }
+
+  // A directory is made from a name and a parent. The owner of a singleton is its parent, whatever is given.
+  bool isDirectory() const { return memberType() == "Kel::Dir"; }
+  void addWithParent() {
+    readers_.comment += " The owner is the directory's parent: a `parent` that is given gets no entry.";
+    for (std::string const& method : {newX_, x_ + "Is"})
+      write(ptr(), method)
+          .takes({{"Kel::Name const&", "name"}, {ptr() + " const&", ""}})
+          .inlined("return " + method + "(name);");
   }
 
   std::string put1(std::string const& what) const {
@@ -380,9 +391,9 @@ class Accessors {
   void addQueueIterators() {
     std::string const type = upperFirst(x_) + "Iterator";
     class_.types.push_back("using " + type + " = " + queueStorage(ptr()) + "::Iterator;");
-    class_.types.push_back("using " + type + "Const = " + type + ";");
+    class_.types.push_back("using " + type + "Const = " + queueStorage(ptr()) + "::IteratorConst;");
     read(type, x_ + "Iterator").resultNested().does({"return " + slot_ + ".iterator();"});
-    read(type + "Const", x_ + "IteratorConst").resultNested().asConst().does({"return " + slot_ + ".iterator();"});
+    read(type + "Const", x_ + "IteratorConst").resultNested().asConst().does({"return " + slot_ + ".iteratorConst();"});
   }
 
   void addEnqueue() {

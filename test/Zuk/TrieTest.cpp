@@ -64,6 +64,13 @@ TEST(PrefixTrie, SaysWhatTheTranscriptSays) {
   Tests::expectGolden(path, said);
 }
 
+TEST(PrefixTrieState, PrintsItsOutputForm) {
+  State::Ptr const state = stateOf("w", "T");
+  std::ostringstream out;
+  out << state << State::PtrConst(state) << State::Ptr();
+  EXPECT_EQ(out.str(), (state->outputForm() + state->outputForm()).str() + "<null>");
+}
+
 PrefixTrie::Ptr trieOf(std::initializer_list<char const*> paths) {
   PrefixTrie::Ptr const trie = Zuk::prefixTrieFactory("root");
   for (char const* path : paths) trie->prefixIs(path, stateOf("r"));
