@@ -126,6 +126,7 @@ class KEL_API Entity : public VFPtrInterface {
 
  private:
   friend class ChangeJournal;
+  friend struct DebugLayout;
   friend class EntityNotifiee;
   friend class EntityStack;
   friend class Dismantling;
