@@ -277,8 +277,8 @@ KelType const* Dir::_fwkType() {
     b.params<&Entity::name>(nameAttr, {"name"});
     b.collectionAttr(subdirAttr, "subdir", new SubdirAccess, &TypeOf<bool>::type, KelAttrIntrospectionFlags::logging,
                      &TypeOf<Name>::type);
-    b.collectionAttr(entryStateAttr, "entryState", new DirAccess, &EntryState::_fwkType,
-                     plain | KelAttrIntrospectionFlags::instantiating, &TypeOf<Name>::type);
+    b.treeAttr(entryStateAttr, "entryState", &Dir::entryState_, new DirAccess,
+               plain | KelAttrIntrospectionFlags::instantiating);
     b.constructs<&Entity::name>();
     b.nested(EntryState::_fwkType());
     return b.done();

@@ -148,6 +148,7 @@ class KEL_API Entity : public VFPtrInterface {
   template <class T>
   friend struct EntityKey;
   friend class ChangeJournal;
+  friend struct DebugLayout;
   friend class EntityNotifiee;
   friend class EntityStack;
   friend class Dismantling;

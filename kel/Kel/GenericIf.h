@@ -22,6 +22,7 @@
 namespace Kel {
 
 class AttrIterator;
+struct DebugLayout;
 struct ValueHolder;
 
 // An operation on an attribute beyond set and delete.
@@ -131,6 +132,7 @@ class KEL_API GenericIf final : public VFPtrInterface {
   explicit GenericIf(KelType const* type, bool isConst) : type_(type), const_(isConst) {}
 
  private:
+  friend struct DebugLayout;
   friend class List;
   struct Attr;  // an attribute of this object, checked
   KelAttr const& checked(AttributeId id) const;
@@ -185,6 +187,7 @@ class KEL_API GenericIf::List : public VFPtrInterface {
   static GenericIf::Ptr genericIf(Ptr const& list);
 
  private:
+  friend struct Kel::DebugLayout;
   std::vector<GenericIf::PtrConst> objects_;
 };
 

@@ -101,6 +101,7 @@ class KEL_API HashMapGeneric {
   };
 
  protected:
+  friend struct DebugLayout;
   // Moves `count` slots for which the hash is not 0 from one array to another, one after the other.
   using Relocate = void (*)(void* to, void* from, U32 const* hashes, U32 count, bool close) noexcept;
   // What the generic part needs to know about a slot.

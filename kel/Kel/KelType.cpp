@@ -8,6 +8,7 @@
 
 #include "Kel/AttrAccess.h"
 #include "Kel/AttrLog.h"
+#include "Kel/DebugLayout.h"
 #include "Kel/Dir.h"
 #include "Kel/Entity.h"
 #include "Kel/TypeBuilder.h"
@@ -29,7 +30,11 @@ struct TypeRegistry {
 };
 
 TypeRegistry& typeRegistry() {
-  static TypeRegistry* registry = new TypeRegistry;
+  static TypeRegistry* const registry = [] {
+    auto* made = new TypeRegistry;
+    DebugLayout::types = &made->byName;
+    return made;
+  }();
   return *registry;
 }
 
@@ -65,7 +70,9 @@ void TypeRegistration::makeRecords() {
       next = r.announced[r.made++];
     }
     try {
-      next()->pointersBelow();
+      KelType const* const type = next();
+      type->pointersBelow();
+      type->resolveLinks();
     } catch (...) {
       --r.made;
       throw;
@@ -111,6 +118,14 @@ KelAttr const* KelType::getAttr(std::string_view name) const {
   KelAttr const* attr = findAttr(name);
   if (!attr) throwUnknownAttrException(fullName_, String8(name));
   return attr;
+}
+
+// A debugger cannot: it reads what was looked up.
+void KelType::resolveLinks() const {
+  for (KelAttr const* attr : attrs_) {
+    attr->type();
+    attr->keyType();
+  }
 }
 
 // Called while entities are destroyed, too. If there is no memory to find out, answers that there are pointers.

@@ -72,6 +72,7 @@ class TypeLink {
   }
 
  private:
+  friend struct DebugLayout;
   TypeFunction function_ = nullptr;
   mutable std::atomic<KelType const*> type_{nullptr};
 };
@@ -150,6 +151,7 @@ class KEL_API KelAttr final : public PtrInterface {
   void (*afterChange() const)(Entity&) { return afterChange_; }
 
  private:
+  friend struct DebugLayout;
   friend class TypeBuilderBase;
   KelAttr(AttrAccess const* access) : access_(access) { isNondestructingIs(true); }
 
@@ -160,6 +162,12 @@ class KEL_API KelAttr final : public PtrInterface {
   KelAttrIntrospectionFlags flags_ = 0;
   Collection collection_ = Collection::none;
   bool keyIsPtr_ = false, constPtr_ = false, constant_ = false, plain_ = false;
+  // For debuggers, which cannot call `access_`: where in the object the content lies, whether that is a CounterMap, and
+  // the value that the attribute starts with.
+  bool counts_ = false;
+  static constexpr U32 nowhere = 0xffffffff;
+  U32 offset_ = nowhere;
+  void const* initial_ = nullptr;
   std::vector<KelArg> args_;
   AttrAccess const* access_;
   void (*afterChange_)(Entity&) = nullptr;
@@ -288,8 +296,13 @@ class KEL_API KelType final : public PtrInterface {
   bool pointersBelow() const noexcept;
 
  private:
+  friend struct DebugLayout;
   friend class TypeBuilderBase;
+  friend struct TypeRegistration;
   KelType() { isNondestructingIs(true); }
+
+  // Looks up the types that the attributes refer to; see KelAttr::type.
+  void resolveLinks() const;
 
   String8 name_, fullName_;
   Kind kind_ = Kind::builtin;

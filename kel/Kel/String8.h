@@ -97,6 +97,7 @@ class KEL_API String8 {
   friend bool operator>=(String8 const& a, String8 const& b) noexcept { return !(a < b); }
 
  private:
+  friend struct DebugLayout;
   static constexpr U32 emptyHash = 0x9e3779b9;
 
   struct Rep {
