@@ -4,7 +4,6 @@
 // pointers); the counts are made from it when the map is next read. A count is an unsigned 8-bit number and wraps.
 #pragma once
 
-#include <algorithm>
 #include <vector>
 
 #include "Kel/HashMap.h"

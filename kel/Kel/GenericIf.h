@@ -12,7 +12,6 @@
 // call), NameInUseException, RangeException. A failed write changes nothing.
 #pragma once
 
-#include <memory>
 #include <utility>
 #include <vector>
 
@@ -174,7 +173,8 @@ class KEL_API GenericIf::List : public VFPtrInterface {
 // leaves it ready to be advanced.
 class KEL_API GenericIf::AttributeIterator {
  public:
-  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, std::unique_ptr<AttrIterator> it, bool isConst);
+  // Takes the iterator over.
+  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, AttrIterator* it, bool isConst);
   AttributeIterator(AttributeIterator const& o);
   AttributeIterator(AttributeIterator&& o) noexcept;
   AttributeIterator& operator=(AttributeIterator o) noexcept;
@@ -199,7 +199,7 @@ class KEL_API GenericIf::AttributeIterator {
  private:
   GenericIf::PtrConst owner_;
   KelAttr const* attr_;
-  std::unique_ptr<AttrIterator> it_;
+  AttrIterator* it_;  // owned
   bool const_;
 };
 

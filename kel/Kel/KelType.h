@@ -6,8 +6,8 @@
 // declaration order, inherited attributes before own ones).
 #pragma once
 
+#include <atomic>
 #include <iosfwd>
-#include <memory>
 #include <vector>
 
 #include "Kel/Ptr.h"
