@@ -33,7 +33,7 @@ std::atomic<U64> Entity::upheavals_{0};
 std::atomic<U64> ChangeJournal::heldDepartures_{0};
 
 EntityExtras::EntityExtras() noexcept = default;
-EntityExtras::~EntityExtras() = default;
+EntityExtras::~EntityExtras() { delete journal; }
 
 // --- Epochs ---
 
@@ -114,13 +114,13 @@ ChangeJournal& ChangeJournal::attach(Entity const& anchor) {
   std::lock_guard<std::mutex> guard(e.lock);
   e.epoch = std::max(e.epoch, 1u);
   e.next();
-  return *(anchor.extras().journal = std::move(made));
+  return *(anchor.extras().journal = made.release());
 }
 
 ChangeJournal* ChangeJournal::of(Entity const& anchor) {
   // An entity that waits to be destroyed may have a link there.
   bool const none = !anchor.extras_ || (reinterpret_cast<std::uintptr_t>(anchor.extras_) & EntityExtras::isLink) != 0;
-  return none ? nullptr : anchor.extras_->journal.get();
+  return none ? nullptr : anchor.extras_->journal;
 }
 
 U64 ChangeJournal::checkpoint() {

@@ -4,7 +4,6 @@
 // The counts are made from the list when the map is next read. A count has 8 bits and wraps.
 #pragma once
 
-#include <algorithm>
 #include <vector>
 
 #include "Kel/HashMap.h"

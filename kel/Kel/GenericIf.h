@@ -12,7 +12,6 @@
 // failed write changes nothing.
 #pragma once
 
-#include <memory>
 #include <utility>
 #include <vector>
 
@@ -195,8 +194,8 @@ class KEL_API GenericIf::List : public VFPtrInterface {
 // whatever way, it can still be advanced.
 class KEL_API GenericIf::AttributeIterator {
  public:
-  // For the framework.
-  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, std::unique_ptr<AttrIterator> it, bool isConst);
+  // For the framework. Takes the iterator over.
+  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, AttrIterator* it, bool isConst);
   AttributeIterator(AttributeIterator const& o);
   AttributeIterator(AttributeIterator&& o) noexcept;
   AttributeIterator& operator=(AttributeIterator o) noexcept;
@@ -224,7 +223,7 @@ class KEL_API GenericIf::AttributeIterator {
  private:
   GenericIf::PtrConst owner_;
   KelAttr const* attr_;
-  std::unique_ptr<AttrIterator> it_;
+  AttrIterator* it_;  // owned
   bool const_;
 };
 

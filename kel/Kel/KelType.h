@@ -6,8 +6,8 @@
 // inherited attributes before own ones. Ids count from 0; a derived type continues the ids of its base.
 #pragma once
 
+#include <atomic>
 #include <iosfwd>
-#include <memory>
 #include <vector>
 
 #include "Kel/Ptr.h"

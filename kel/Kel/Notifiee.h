@@ -11,7 +11,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "Kel/Ptr.h"
@@ -49,12 +48,14 @@ class KEL_API EntityNotifiee : public PtrInterface {
 struct EntityExtras {
   EntityExtras() noexcept;
   ~EntityExtras();
+  EntityExtras(EntityExtras const&) = delete;
+  EntityExtras& operator=(EntityExtras const&) = delete;
 
   // The reactors, in the order in which they were bound. One that unbinds during a delivery leaves a null behind until
   // the delivery ends.
   std::vector<EntityNotifiee*> reactors;
   U32 deliveries = 0;
-  std::unique_ptr<ChangeJournal> journal;
+  ChangeJournal* journal = nullptr;            // owned
   Entity* next = nullptr;                      // of the entity's EntityStack
   static constexpr std::uintptr_t isLink = 1;  // an odd address is no extras, but such a link
 };

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <functional>
 #include <iosfwd>
 #include <type_traits>
 #include <utility>

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <iosfwd>
 #include <string>
 #include <string_view>

@@ -202,7 +202,10 @@ class Accessors {
     }
     std::string const eraseAll = "Kel::eraseAllValues(*this, " + slot_ + ", " + id_ + ");";
     CppMethod& delAll = write("void", x_ + "DelAll");
-    if (after_.empty()) return define(delAll, eraseAll);
+    if (after_.empty()) {
+      delAll.does({eraseAll});
+      return;
+    }
     delAll.does({"if (" + slot_ + ".empty()) return;", eraseAll, after_});
   }
 
