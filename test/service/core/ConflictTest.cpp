@@ -81,23 +81,22 @@ TEST_F(Conflicts, OneKeyOfACollection) {
 }
 
 TEST_F(Conflicts, TheSameChangeIsNone) {
-  expectNone(
-      [](auto& h) { h.newBolt("b"); },
-      [](auto& h) {
-        h.u32Is(5);
-        h.boltDel("b");
-        h.newSlot(3)->textIs("t");
-      },
-      [](auto& h) {
-        h.newSlot(3)->textIs("t");
-        h.boltDel("b");
-        h.u32Is(5);
-      },
-      [](auto& h) {
-        EXPECT_EQ(h.u32(), 5u);
-        EXPECT_FALSE(h.bolt("b"));
-        EXPECT_EQ(h.slot(3)->text(), "t");
-      });
+  expectNone([](auto& h) { h.newBolt("b"); },
+             [](auto& h) {
+               h.u32Is(5);
+               h.boltDel("b");
+               h.newSlot(3)->textIs("t");
+             },
+             [](auto& h) {
+               h.newSlot(3)->textIs("t");
+               h.boltDel("b");
+               h.u32Is(5);
+             },
+             [](auto& h) {
+               EXPECT_EQ(h.u32(), 5u);
+               EXPECT_FALSE(h.bolt("b"));
+               EXPECT_EQ(h.slot(3)->text(), "t");
+             });
 }
 
 TEST_F(Conflicts, DifferentNodesAreNone) {
@@ -138,8 +137,8 @@ TEST_F(Conflicts, ADeletionAboveAChange) {
          },
          [](auto& h) { EXPECT_FALSE(h.annex("x")); });
   expect([](auto& h) { h.newAnnex("x")->newBolt("b"); }, [](auto& h) { h.annexDel("x"); },
-         [](auto& h) { h.annex("x")->bolt("b")->torqueIs(9); },
-         "hall.annex/x existence hall.annex/x.bolt/b.torque\n", [](auto& h) { EXPECT_FALSE(h.annex("x")); },
+         [](auto& h) { h.annex("x")->bolt("b")->torqueIs(9); }, "hall.annex/x existence hall.annex/x.bolt/b.torque\n",
+         [](auto& h) { EXPECT_FALSE(h.annex("x")); },
          [](auto& h) {
            ASSERT_TRUE(h.annex("x"));
            EXPECT_EQ(h.annex("x")->bolt("b")->torque(), 9);
@@ -148,7 +147,7 @@ TEST_F(Conflicts, ADeletionAboveAChange) {
 
 TEST_F(Conflicts, ADeletionBelowADeletionIsNone) {
   Edit const before = [](auto& h) { h.newAnnex("x")->newBolt("b"); };
-  Edit const outer = [](auto& h) { h.annexDel("x"); }, inner = [](auto& h) { h.annex("x")->boltDel("b"); };
+  Edit const outer = [](auto&h) { h.annexDel("x"); }, inner = [](auto&h) { h.annex("x")->boltDel("b"); };
   Edit const gone = [](auto& h) { EXPECT_FALSE(h.annex("x")); };
   expectNone(before, outer, inner, gone);
   expectNone(before, inner, outer, gone);
@@ -224,8 +223,8 @@ TEST_F(Conflicts, OverlappingRuns) {
   expect(history("abcde"), history("axyde"), history("abze"), "hall.history order\n", hasHistory("axyde"),
          hasHistory("abze"));
   // Elsewhere in the queue both changes stand.
-  expect(history("abcdefg"), history("1abXdefg"), history("abYdefg2"), "hall.history order\n",
-         hasHistory("1abXdefg2"), hasHistory("1abYdefg2"));
+  expect(history("abcdefg"), history("1abXdefg"), history("abYdefg2"), "hall.history order\n", hasHistory("1abXdefg2"),
+         hasHistory("1abYdefg2"));
 }
 
 TEST_F(Conflicts, InsertionsAtOnePlace) {
@@ -240,7 +239,7 @@ TEST_F(Conflicts, ItemsOfAQueue) {
   };
   auto const jobs = [](Plant::Hall& h) {
     std::string text;
-    for (auto it = h.jobIterator(); it; ++it) text += it->title().str() + (it->done() ? "! " : " ");
+    for (auto it = h.jobIterator(); it; ++it) text += it.value()->title().str() + (it.value()->done() ? "! " : " ");
     return text;
   };
   auto const at = [](Plant::Hall& h, unsigned n) {
@@ -249,14 +248,14 @@ TEST_F(Conflicts, ItemsOfAQueue) {
     return it;
   };
   expectNone(
-      before, [&](auto& h) { at(h, 2)->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 0).key()); },
+      before, [&](auto& h) { at(h, 2).value()->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 0).key()); },
       [&](auto& h) { EXPECT_EQ(jobs(h), "two three! "); });
   expect(
-      before, [&](auto& h) { at(h, 1)->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 1).key()); },
+      before, [&](auto& h) { at(h, 1).value()->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 1).key()); },
       "hall.job/1 existence hall.job/1.done\n", [&](auto& h) { EXPECT_EQ(jobs(h), "one two! three "); },
       [&](auto& h) { EXPECT_EQ(jobs(h), "one three "); });
   expect(
-      before, [&](auto& h) { h.jobDel(at(h, 1).key()); }, [&](auto& h) { at(h, 1)->doneIs(true); },
+      before, [&](auto& h) { h.jobDel(at(h, 1).key()); }, [&](auto& h) { at(h, 1).value()->doneIs(true); },
       "hall.job/1 existence hall.job/1.done\n", [&](auto& h) { EXPECT_EQ(jobs(h), "one three "); },
       [&](auto& h) { EXPECT_EQ(jobs(h), "one two! three "); });
 }
