@@ -66,7 +66,7 @@ class QueuePlan {
       while (p < now.size() && !(now[p].id == wanted.id && !now[p].item)) {
         std::size_t const here = now[p].item ? 0 : now[p].id;
         bool const moves = !now[p].item && taken_.count(here) && !moved_[here];
-        std::size_t const to = moves ? std::min(positions_[here], now.size() - 1) : 0;
+        std::size_t const to = moves ? before(now, positions_[here]) : 0;
         if (moves && to > p) {  // it is on its way to a place further behind
           moved_[here] = true;
           shift(now, p, to, move);
@@ -104,6 +104,11 @@ class QueuePlan {
       positions_[id] = final_.size();
       final_.push_back({nullptr, id});
     }
+  }
+  // How many of the items that are there belong in front of a position.
+  std::size_t before(std::vector<Slot> const& slots, std::size_t position) {
+    return static_cast<std::size_t>(std::count_if(
+        slots.begin(), slots.end(), [&](Slot const& slot) { return slot.item || positions_[slot.id] < position; }));
   }
   static std::size_t indexOf(std::vector<Slot> const& slots, std::size_t id) {
     for (std::size_t i = 0; i < slots.size(); ++i)
