@@ -76,6 +76,8 @@ class Exporter {
       if (attr->isFunction() || (keyed && attr == key)) continue;
       if (attr->ctorParam())
         json[attr->name().str()] = exportValue(valueOfAttr(e, *attr).ptr(), base_);
+      else if (!options_.references && (attr->isPtr() || attr->keyIsPtr()))
+        continue;
       else if (attr->copiable() && (options_.defaults || !hasDefault(e, *attr) || isPending(*attr)))
         json[attr->name().str()] = attribute(e, *attr);
     }
@@ -102,7 +104,10 @@ class Exporter {
       std::string name = it->name().str();
       if (name.starts_with('$')) name = "$" + name;
       Kel::Entity::PtrConst const child = it->entityPtr();
-      if (child)
+      if (child && asDir(child.ptr())) {
+        json[name] = Json{{"$type", child->type()->fullTypeName().str()}};
+        json[name].update(below(entryStep(it->name()), [&] { return entity(*child); }));
+      } else if (child)
         json[name] = below(entryStep(it->name()), [&] { return entity(*child); });
       else
         json[name] = Json{{"$type", it->entityTypeName().str()}, {"$absent", true}};
