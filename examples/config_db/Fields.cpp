@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "examples/config_db/Editing.h"
 #include "examples/config_db/Values.h"
 
 namespace ConfigDb {
@@ -27,14 +28,6 @@ std::vector<std::string_view> split(std::string_view text) {
   }
 }
 
-// Whether a value that was given would pass for one that was not.
-bool looksAbsent(GenericIf const& value) {
-  Kel::KelType const& type = *value.type();
-  if (!type.isBuiltin() || type.builtin() == Kel::KelType::Builtin::string) return false;
-  bool const isBool = type.builtin() == Kel::KelType::Builtin::boolT;
-  return value.valueEqual(*type.genericFromText(isBool ? "false" : "0"));
-}
-
 }  // namespace
 
 void Complaints::add(std::string const& where, std::string const& what) {
@@ -57,7 +50,7 @@ GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& fie
     if (!found.problem.empty()) complain(entry, field, found.problem + ", " + done);
     return GenericIf::ofEntity(found.entity);
   }
-  GenericIf::Ptr value = valueFromText(type, text);
+  GenericIf::Ptr value = Cli::Service::valueOf(type, text);
   if (!value) complain(entry, field, "\"" + std::string(text) + "\" " + refusal(type) + ", " + done);
   return value;
 }
@@ -94,8 +87,7 @@ void FieldWriter::single(Entry const& entry, Kel::KelAttr const& attr, std::stri
       converted(entry, name, *attr.type(), attr.isPtr(), text, attr.isPtr() ? "left null" : "left unset");
   if (!value) return;
   entry.entity->attributeIs(attr.id(), nullptr, value);
-  if (!attr.isPtr() && looksAbsent(*value))
-    entry.entity->attributeIs(entry.entity->attributeId("present"), GenericIf::of(attr.name()), GenericIf::of(true));
+  notePresence(*entry.entity->entity(), attr, true);
 }
 
 // A list replaces the one that is there: an entry can be given twice, under two spellings of its key.

@@ -27,7 +27,7 @@ void eachComponent(std::string_view path, Visit const& visit) {
 }
 
 GenericIf::Ptr member(GenericIf::Ptr const& owner, Kel::KelAttr const& attr, std::string const& name) {
-  auto const key = valueFromText(*attr.keyType(), name);
+  auto const key = Cli::Service::valueOf(*attr.keyType(), name);
   if (!key) return nullptr;
   owner->attributeIs(attr.id(), key, nullptr);
   return owner->attribute(attr.id(), key);
