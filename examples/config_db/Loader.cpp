@@ -18,7 +18,10 @@ namespace {
 class Load {
  public:
   Load(Source const& source, Report& report)
-      : source_(source), report_(report), complaints_(source.file, report.complaints), writer_(tree_, complaints_) {}
+      : source_(source),
+        report_(report),
+        complaints_(source.file, report.complaints),
+        writer_(tree_, complaints_, report.dangling) {}
 
   void run(Kel::Dir::Ptr const& into) {
     report_.complaints = duplicateComplaints(source_);
