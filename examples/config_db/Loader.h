@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Kel/Dir.h"
+#include "service/PendingReferences.h"
 
 namespace ConfigDb {
 
@@ -25,6 +26,9 @@ struct Report {
   std::vector<std::string> complaints;
   // The tables that were loaded, with the number of their entries. An address of an interface is an entry.
   std::map<std::string, unsigned> entries;
+
+  // References that lead nowhere: where they stand, relative to the directory loaded into, and what they say.
+  std::vector<Cli::Service::PendingReference> dangling;
 
   unsigned entryCount() const;
 };
