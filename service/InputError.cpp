@@ -1,0 +1,7 @@
+#include "service/InputError.h"
+
+namespace Cli::Service {
+
+InputError::~InputError() = default;
+
+}  // namespace Cli::Service

@@ -1,0 +1,19 @@
+// What a person or a file gave and cannot be taken.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "service/Export.h"
+
+namespace Cli::Service {
+
+// The message says which word, path or line is wrong and what would have done. Nothing was changed.
+class CLI_SERVICE_API InputError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+  InputError(InputError const&) = default;
+  ~InputError() override;
+};
+
+}  // namespace Cli::Service
