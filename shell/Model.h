@@ -1,5 +1,5 @@
-// What the shell wants to know of a model: its session roots, how a configuration is loaded, how values are spelt, and
-// what belongs to an entity that is made by hand.
+// What the shell wants to know of a model: its session roots, and how a configuration is loaded. How values are spelt and
+// what follows from an entity's key are told to the service, by service/ValueText.h and service/ModelHooks.h.
 //
 // A model library that has more to say than its types exports a function
 //
@@ -9,17 +9,17 @@
 // are named on the command line, and configurations are JSON trees.
 #pragma once
 
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Kel/Dir.h"
+#include "service/PendingReferences.h"
 
 namespace Shell {
 
-struct SessionRoot {
+struct ModelRoot {
   std::string path;      // relative to the configuration: "network/ports"
   std::string typeName;  // "ConfigDb::Ports"
 };
@@ -30,15 +30,14 @@ class ModelError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Something in a configuration that was not taken as it stands. Remarks of one kind are shown as one.
+// Something in a configuration that was not taken as it stands.
 struct Remark {
   std::string place;  // "PORT|Ethernet0: mtu"
   std::string what;   // what is wrong and what was done
-  std::string kind;   // the same without what differs from place to place
+  std::string kind;   // the same without what differs from place to place: remarks of one kind are shown as one
 };
 
 struct LoadReport {
-  std::size_t entries = 0;
   std::string summary;  // "602 entries of 41 tables"
   std::vector<Remark> remarks;
 };
@@ -47,17 +46,11 @@ class Model {
  public:
   virtual ~Model() = default;
   virtual std::string name() const = 0;
-  virtual std::vector<SessionRoot> roots() const = 0;
-  // Loads a configuration into a directory that has none of the roots; all of them are there afterwards. `file` is for
-  // messages. Raises ModelError, and then has changed nothing.
-  virtual LoadReport load(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into) const = 0;
-  // The one spelling of a value that is typed or loaded; nothing when the text is no value of the type. The text
-  // itself where the model does not know better.
-  virtual std::optional<std::string> spelling(Kel::KelType const&, std::string_view text) const {
-    return std::string(text);
-  }
-  // Fills what follows from the key of an entity that was just made by hand. `dir` holds the roots.
-  virtual void made(Kel::Entity::Ptr const&, Kel::Dir::Ptr const&) const {}
+  virtual std::vector<ModelRoot> roots() const = 0;
+  // Loads a configuration into a directory that has none of the roots; all of them are there afterwards. References
+  // that lead nowhere are added to `pending`. `file` is for messages. Raises ModelError, and then has changed nothing.
+  virtual LoadReport load(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into,
+                          Cli::Service::PendingReferences& pending) const = 0;
 };
 
 // The name of the function that a model library exports.

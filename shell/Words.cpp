@@ -18,7 +18,6 @@ char escaped(std::string_view line, std::size_t& at) {
   char const c = line[++at];
   if (c == 'n') return '\n';
   if (c == 't') return '\t';
-  if (c == 'r') return '\r';
   if (c != 'x' || at + 2 >= line.size()) return c;
   int const high = hexDigit(line[at + 1]), low = hexDigit(line[at + 2]);
   if (high < 0 || low < 0) return c;
@@ -81,7 +80,8 @@ void eachPart(std::string_view text, Plain const& plain, Control const& control)
 Line splitLine(std::string_view line) {
   Line out;
   Word word;
-  bool started = false, quoted = false;
+  bool started = false;
+  char quote = 0;
   auto const finish = [&](std::size_t end) {
     word.end = end;
     out.words.push_back(word);
@@ -91,23 +91,24 @@ Line splitLine(std::string_view line) {
   for (std::size_t i = 0; i < line.size(); ++i) {
     char const c = line[i];
     bool const blank = c == ' ' || c == '\t' || c == '\r' || c == '\n';
-    if (!quoted && blank) {
+    if (!quote && blank) {
       if (started) finish(i);
       continue;
     }
     if (!started) word.begin = i;
     started = true;
-    if (c == '\\' && i + 1 < line.size()) {
-      word.text += quoted ? escaped(line, i) : line[++i];
+    bool const opens = !quote && (c == '"' || c == '\'');
+    if (opens || c == quote) {
+      quote = opens ? c : '\0';
       word.quoted = true;
-    } else if (c == '"') {
-      quoted = !quoted;
+    } else if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
+      word.text += quote ? escaped(line, i) : line[++i];
       word.quoted = true;
     } else {
       word.text += c;
     }
   }
-  out.openQuote = quoted;
+  out.openQuote = quote != 0;
   out.endsInBlank = !started;
   if (started) finish(line.size());
   return out;
@@ -126,7 +127,7 @@ std::string asWord(std::string_view text) {
   eachPart(
       text,
       [&](std::string_view plain) {
-        if (plain == " ") needsQuotes = true;
+        if (plain == " " || plain == "'") needsQuotes = true;
         if (plain == "\"" || plain == "\\") {
           needsQuotes = true;
           inner += '\\';

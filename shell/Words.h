@@ -1,7 +1,6 @@
 // A command line, taken apart.
 //
-// Words are separated by blanks. Double quotes keep blanks together; in them, and outside, a backslash takes the next
-// character as it is, except that "\n", "\t", "\r" and "\xHH" in quotes are the characters that they name. A bar that
+// The words are those of Cli::Service::splitWords; here with where they stand, and of unfinished lines, too. A bar that
 // is a word of its own begins an output filter.
 #pragma once
 
@@ -30,7 +29,7 @@ Line splitLine(std::string_view line);
 
 std::vector<std::string> texts(std::vector<Word> const& words);
 
-// The text as a word that `splitLine` reads back: as it is where it can be, else in quotes.
+// The text as a word that is read back: as it is where it can be, else in quotes, without control characters.
 std::string asWord(std::string_view text);
 
 // The text for a terminal: control characters, and bytes that are not UTF-8, as "\n" or "\x1b".

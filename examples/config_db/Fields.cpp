@@ -51,10 +51,13 @@ void FieldWriter::complain(Entry const& entry, std::string const& field, std::st
 // The value or the entity that the text stands for, or null. When it should stand for one, a complaint says so together
 // with what was done.
 GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& field, Kel::KelType const& type,
-                                      bool pointer, std::string_view text, char const* done) const {
+                                      Kel::KelAttr const* pointer, std::string_view text, char const* done) const {
   if (pointer) {
     Tree::Found const found = tree_.referred(type, text);
-    if (!found.problem.empty()) complain(entry, field, found.problem + ", " + done);
+    if (!found.problem.empty()) {
+      complain(entry, field, found.problem + ", " + done);
+      dangling_.push_back({entry.entity->entity(), pointer, found.name, found.wanted});
+    }
     return GenericIf::ofEntity(found.entity);
   }
   GenericIf::Ptr value = valueFromText(type, text);
@@ -83,15 +86,15 @@ void FieldWriter::mapped(Entry const& entry, std::string const& name, JsonValue 
   Kel::KelAttr const& attr = *entry.entity->type()->getAttr(mapAttribute(*entry.table));
   auto const text = scalarText(value);
   if (!text) return complain(entry, name, std::string(kindName(value.kind)) + " is no single value, left out");
-  auto const key = converted(entry, name, *attr.keyType(), attr.keyIsPtr(), name, "left out");
-  auto const member = key ? converted(entry, name, *attr.type(), false, *text, "left out") : nullptr;
+  auto const key = converted(entry, name, *attr.keyType(), attr.keyIsPtr() ? &attr : nullptr, name, "left out");
+  auto const member = key ? converted(entry, name, *attr.type(), nullptr, *text, "left out") : nullptr;
   if (member) entry.entity->attributeIs(attr.id(), key, member);
 }
 
 void FieldWriter::single(Entry const& entry, Kel::KelAttr const& attr, std::string const& name,
                          std::string_view text) const {
   auto const value =
-      converted(entry, name, *attr.type(), attr.isPtr(), text, attr.isPtr() ? "left null" : "left unset");
+      converted(entry, name, *attr.type(), attr.isPtr() ? &attr : nullptr, text, attr.isPtr() ? "left null" : "left unset");
   if (!value) return;
   entry.entity->attributeIs(attr.id(), nullptr, value);
   if (!attr.isPtr() && looksAbsent(*value))
@@ -119,7 +122,7 @@ void FieldWriter::many(Entry const& entry, Kel::KelAttr const& attr, std::string
 void FieldWriter::one(Entry const& entry, Kel::KelAttr const& attr, std::string const& name,
                       std::string_view text) const {
   if (isAbsent(text)) return;
-  auto const value = converted(entry, name, *attr.type(), attr.isPtr(), text, "left out");
+  auto const value = converted(entry, name, *attr.type(), attr.isPtr() ? &attr : nullptr, text, "left out");
   if (!value) return;
   if (attr.isQueue())
     entry.entity->attributeSQEnq(attr.id(), value);

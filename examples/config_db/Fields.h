@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "examples/config_db/Json.h"
+#include "examples/config_db/Loader.h"
 #include "examples/config_db/Tree.h"
 
 namespace ConfigDb {
@@ -30,7 +31,8 @@ class Complaints {
 
 class FieldWriter {
  public:
-  FieldWriter(Tree const& tree, Complaints& complaints) : tree_(tree), complaints_(complaints) {}
+  FieldWriter(Tree const& tree, Complaints& complaints, std::vector<Report::Dangling>& dangling)
+      : tree_(tree), complaints_(complaints), dangling_(dangling) {}
 
   void keyPart(Entry const& entry, std::string const& attribute, std::string_view text) const;
   void field(Entry const& entry, std::string const& name, JsonValue const& value) const;
@@ -41,11 +43,12 @@ class FieldWriter {
   void many(Entry const& entry, Kel::KelAttr const& attr, std::string const& name, JsonValue const& value) const;
   void one(Entry const& entry, Kel::KelAttr const& attr, std::string const& name, std::string_view text) const;
   void complain(Entry const& entry, std::string const& field, std::string const& what) const;
-  Kel::GenericIf::Ptr converted(Entry const& entry, std::string const& field, Kel::KelType const& type, bool pointer,
-                                std::string_view text, char const* done) const;
+  Kel::GenericIf::Ptr converted(Entry const& entry, std::string const& field, Kel::KelType const& type,
+                                Kel::KelAttr const* pointer, std::string_view text, char const* done) const;
 
   Tree const& tree_;
   Complaints& complaints_;
+  std::vector<Report::Dangling>& dangling_;
 };
 
 }  // namespace ConfigDb

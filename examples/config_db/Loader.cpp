@@ -41,7 +41,7 @@ std::string canonicalPart(Kel::KelType const& type, KeyPart const& part, std::st
 class Load {
  public:
   Load(Source const& source, Report& report)
-      : source_(source), report_(report), complaints_(source.file, report.complaints), writer_(tree_, complaints_) {}
+      : source_(source), report_(report), complaints_(source.file, report.complaints), writer_(tree_, complaints_, report.dangling) {}
 
   void run(Kel::Dir::Ptr const& into) {
     report_.complaints = duplicateComplaints(source_);
@@ -167,15 +167,26 @@ std::vector<SessionRoot> const& sessionRoots() {
   return all;
 }
 
-void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
-  Source const source = readSource(file);
+namespace {
+
+void load(Source const& source, Kel::Dir::Ptr const& into, Report& report) {
   try {
     Report met;
     Load(source, met).run(into);
     report = std::move(met);
   } catch (Kel::Exception const& e) {
-    throw LoadError(file + ": " + e.what());
+    throw LoadError(source.file + ": " + e.what());
   }
+}
+
+}  // namespace
+
+void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
+  load(readSource(file), into, report);
+}
+
+void loadConfigDbText(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
+  load(sourceOf(text, file), into, report);
 }
 
 }  // namespace ConfigDb

@@ -23,6 +23,14 @@ struct Report {
   // First about names given twice, then about tables and keys, then about fields:
   // "file: TABLE|key: field: what is wrong, what was done about it".
   std::vector<std::string> complaints;
+  // References that lead nowhere and were left null, or left out of a collection.
+  struct Dangling {
+    Kel::Entity::Ptr owner;
+    Kel::KelAttr const* attr;
+    std::string text;    // as the file has it, and as a name
+    std::string target;  // the path that such an entry would have
+  };
+  std::vector<Dangling> dangling;
   // The tables that were loaded, with the number of their entries. An address of an interface is an entry.
   std::map<std::string, unsigned> entries;
 
@@ -39,5 +47,7 @@ std::vector<SessionRoot> const& sessionRoots();
 
 // Nothing is changed when it raises LoadError; directories that are there are used, session roots must not be.
 void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report);
+// The same from a text; `file` is for messages.
+void loadConfigDbText(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into, Report& report);
 
 }  // namespace ConfigDb

@@ -95,16 +95,17 @@ Tree::Found Tree::referred(Kel::KelType const& type, std::string_view text) cons
     tableName = name.substr(1, bar - 1);
     name = name.substr(bar + 1, name.size() - bar - 2);
   }
-  std::string names;
+  std::string names, wanted;
   for (Table const* table : tablesOf(type)) {
     names += (names.empty() ? "" : "|") + std::string(table->name);
     if (!tableName.empty() && tableName != table->name) continue;
     auto const& [root, attr] = places_.at(table);
     auto const found = root->attribute(attr->id(), GenericIf::of(Kel::Name(name)));
-    if (found) return {found->entity(), {}};
+    if (found) return {found->entity(), {}, {}, {}};
     if (isImplied(*table, name)) return {};
+    if (wanted.empty()) wanted = std::string(table->root) + "." + attr->name().str() + "/" + std::string(name);
   }
-  return {nullptr, "there is no " + names + " \"" + std::string(trimmed(text)) + "\""};
+  return {nullptr, "there is no " + names + " \"" + std::string(trimmed(text)) + "\"", std::string(name), wanted};
 }
 
 void Tree::attach(std::string const& file, Kel::Dir::Ptr const& into) const {

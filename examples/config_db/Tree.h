@@ -28,6 +28,8 @@ class Tree {
   struct Found {
     Kel::Entity::Ptr entity;
     std::string problem;
+    std::string name;    // of what is referred to
+    std::string wanted;  // where there is a problem: the path that such an entry would have
   };
   Found referred(Kel::KelType const& type, std::string_view text) const;
 

@@ -2,16 +2,20 @@
 
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <optional>
 
 #include "Kel/Exception.h"
 #include "Kel/GenericIf.h"
+#include "service/Json.h"
+#include "service/Path.h"
+#include "service/ValueText.h"
 
 namespace Router {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+namespace Service = Cli::Service;
+using Service::Json;
 using Kel::GenericIf;
 
 // --- Names ---
@@ -103,7 +107,7 @@ std::string textOf(Json const& value) { return value.is_string() ? value.get<std
 
 class Load {
  public:
-  explicit Load(Shell::LoadReport& report) : report_(report) {}
+  Load(Shell::LoadReport& report, Service::PendingReferences& pending) : report_(report), pending_(pending) {}
 
   void run(Json const& document, Kel::Dir::Ptr const& into) {
     std::map<std::string, GenericIf::Ptr> made;
@@ -115,14 +119,15 @@ class Load {
       index(entity);
       auto const found = document.find(root.member);
       if (found == document.end()) continue;
-      ++report_.entries;
+      ++moduleCount_;
       container(*found, entity, root.member);
     }
     for (auto const& [name, value] : document.items())
       if (std::none_of(std::begin(rootTable), std::end(rootTable), [&](Root const& r) { return name == r.member; }))
         remark(name, "not in the model, ignored");
-    for (Reference const& reference : references_) resolve(reference);
     for (auto const& [path, entity] : made) attach(path, entity->entity(), into);
+    for (Reference const& reference : references_) resolve(reference, into);
+    report_.summary = std::to_string(entityCount_) + " entities of " + std::to_string(moduleCount_) + " modules";
   }
 
  private:
@@ -132,7 +137,7 @@ class Load {
     std::string target, place;
   };
 
-  void remark(std::string place, std::string what) { report_.remarks.push_back({std::move(place), what, what}); }
+  void remark(std::string const& place, std::string const& what) { report_.remarks.push_back({place, what, what}); }
 
   void index(GenericIf::Ptr const& entity) {
     entities_[{entity->type(), entity->entity()->name().str()}] = entity;
@@ -208,13 +213,29 @@ class Load {
       entity->attributeIs(attr.id(), nullptr, typed);
   }
 
-  void resolve(Reference const& reference) {
-    auto const found = entities_.find({reference.attr->type(), reference.target});
-    if (found == entities_.end())
-      return remark(reference.place, "there is no " + reference.attr->type()->name().str() + " '" + reference.target +
-                                         "', left null");
-    auto const key = reference.attr->isCollection() ? GenericIf::of(Kel::Name(reference.target)) : nullptr;
-    reference.entity->attributeIs(reference.attr->id(), key, found->second);
+  void resolve(Reference const& reference, Kel::Dir::Ptr const& into) {
+    auto const& [entity, attr, target, place] = reference;
+    auto const found = entities_.find({attr->type(), target});
+    auto const key = attr->isCollection() ? GenericIf::of(Kel::Name(target)) : nullptr;
+    if (found != entities_.end()) return entity->attributeIs(attr->id(), key, found->second);
+    std::string const reason = "there is no such " + attr->type()->name().str();
+    report_.remarks.push_back({place, "'" + target + "': " + reason + ", left null", reason + ", left null"});
+    // The text is kept, until such an entity is made.
+    Service::Path at = *Service::pathOf(*entity->entityConst(), *into);
+    at.steps.push_back(key ? Service::memberStep(*attr, key) : Service::attributeStep(*attr));
+    pending_.add({at, collectionOf(*attr->type()) + "/" + target, target, reason});
+  }
+
+  // Where the entities of a type are that references lead to.
+  static std::string collectionOf(Kel::KelType const& type) {
+    static std::map<std::string, char const*> const places = {
+        {"Interface", "interfaces.interface"},
+        {"Component", "hardware.component"},
+        {"Zone", "firewall.zone"},
+        {"SymmetricKey", "keystore.symmetricKeys.symmetricKey"},
+        {"AsymmetricKey", "keystore.asymmetricKeys.asymmetricKey"},
+    };
+    return places.at(type.name().str());
   }
 
   static void attach(std::string const& path, Kel::Entity::Ptr const& root, Kel::Dir::Ptr dir) {
@@ -227,24 +248,24 @@ class Load {
   }
 
   Shell::LoadReport& report_;
+  Service::PendingReferences& pending_;
   std::map<std::pair<Kel::KelType const*, std::string>, GenericIf::Ptr> entities_;
   std::vector<Reference> references_;
-
- public:
-  std::size_t entityCount_ = 0;
+  std::size_t entityCount_ = 0, moduleCount_ = 0;
 };
 
 class RouterModel : public Shell::Model {
  public:
   std::string name() const override { return "router"; }
 
-  std::vector<Shell::SessionRoot> roots() const override {
-    std::vector<Shell::SessionRoot> roots;
+  std::vector<Shell::ModelRoot> roots() const override {
+    std::vector<Shell::ModelRoot> roots;
     for (Root const& root : rootTable) roots.push_back({root.path, root.type});
     return roots;
   }
 
-  Shell::LoadReport load(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into) const override {
+  Shell::LoadReport load(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into,
+                         Service::PendingReferences& pending) const override {
     Json document;
     try {
       document = Json::parse(text);
@@ -255,14 +276,8 @@ class RouterModel : public Shell::Model {
                                                            [&](Root const& r) { return document.contains(r.member); });
     if (!known) throw Shell::ModelError(file + ": none of this model's containers is in it");
     Shell::LoadReport report;
-    Load load(report);
-    load.run(document, into);
-    report.summary = std::to_string(load.entityCount_) + " entities of " + std::to_string(report.entries) + " modules";
+    Load(report, pending).run(document, into);
     return report;
-  }
-
-  std::optional<std::string> spelling(Kel::KelType const& type, std::string_view text) const override {
-    return type.isEnum() ? enumText(type, text) : std::string(text);
   }
 };
 
@@ -270,6 +285,17 @@ class RouterModel : public Shell::Model {
 
 Shell::Model const& model() {
   static RouterModel const only;
+  // No person means "unset".
+  static bool const told = [] {
+    for (char const* type : {"ComponentClass", "AdminState", "InterfaceType", "ZoneAction", "KeyFormat", "NacmAction",
+                             "LoginShell"}) {
+      Service::Spelling spelling;
+      spelling.unset = {"unset"};
+      Service::registerSpelling(std::string("Router::") + type, spelling);
+    }
+    return true;
+  }();
+  (void)told;
   return only;
 }
 

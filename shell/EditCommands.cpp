@@ -1,0 +1,158 @@
+// Edits of the session's configuration.
+#include "CommandTable.h"
+#include "Words.h"
+#include "service/JsonTree.h"
+#include "service/PathWords.h"
+
+namespace Shell {
+
+namespace Service = Cli::Service;
+using Service::Path;
+
+namespace {
+
+std::vector<std::string> texts(std::vector<Path> const& paths) {
+  std::vector<std::string> out;
+  for (Path const& path : paths) out.push_back(shown(path.text()));
+  return out;
+}
+
+// What became of references besides what the command was about.
+void tellReferences(Context& context, Service::Applied const& applied) {
+  if (!applied.dangling.empty())
+    context.out << counted(applied.dangling.size(), "reference points", "references point")
+                << " nowhere now: " << listed(texts(applied.dangling)) << "\n";
+  if (!applied.revived.empty())
+    context.out << counted(applied.revived.size(), "reference leads", "references lead")
+                << " there again: " << listed(texts(applied.revived)) << "\n";
+}
+
+void tell(Context& context, Service::Applied const& applied) {
+  context.out << shown(applied.text) << "\n";
+  tellReferences(context, applied);
+}
+
+std::vector<std::string> commandWords(std::string const& command, Arguments const& arguments) {
+  std::vector<std::string> words{command};
+  for (char const* name : {"PATH", "VALUE", "FROM", "TO"})
+    for (std::string const& word : arguments.words(name)) words.push_back(word);
+  return words;
+}
+
+Outcome apply(Context& context, std::vector<std::string> const& words) {
+  Service::Session& session = context.session();
+  Service::Editor editor(context.base(), context.pending());
+  Service::Applied const applied = editor.apply(words, context.at());
+  session.edited(applied.path);
+  tell(context, applied);
+  return Outcome::ok;
+}
+
+bool isEntityPlace(Service::WordPath const& place) { return place.type && place.type->isEntity(); }
+
+}  // namespace
+
+Outcome set(Context& context, Arguments const& arguments) {
+  return apply(context, commandWords("set", arguments));
+}
+
+Outcome del(Context& context, Arguments const& arguments) {
+  return apply(context, commandWords("delete", arguments));
+}
+
+Outcome insert(Context& context, Arguments const& arguments) {
+  return apply(context, commandWords("insert", arguments));
+}
+
+Outcome move(Context& context, Arguments const& arguments) {
+  return apply(context, commandWords("move", arguments));
+}
+
+Outcome create(Context& context, Arguments const& arguments) {
+  std::vector<std::string> words = commandWords("set", arguments);
+  std::vector<std::string> const typed(words.begin() + 1, words.end());
+  Service::WordRules rules;
+  rules.create = true;
+  auto const place = (context.session(), Service::readPath(context.base(), context.at(), typed, rules));
+  std::string const path = shown(place.path.text());
+  if (!isEntityPlace(place)) throw CommandError(path + " is no entity; 'set' gives it a value");
+  if (place.missing == 0) throw CommandError(path + " is there already");
+  return apply(context, words);
+}
+
+namespace {
+
+// Carries an entity over to another key: its content, and the pointers to it and below it.
+void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Service::PendingReferences& pending) {
+  Kel::Entity::Ptr const entity = Service::entityAt(tree.dir, from);
+  std::vector<std::pair<Path, std::string>> pointers;
+  for (Path const& pointer : Service::referencesTo(tree.dir, *entity)) {
+    Service::Place const place = Service::locate(tree.dir, pointer);
+    auto const value = Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key);
+    std::string const target = value ? Service::targetText(*value->entityConst(), *tree.dir) : "";
+    std::string const old = from.text();
+    if (target.compare(0, old.size(), old) == 0) pointers.emplace_back(pointer, to.text() + target.substr(old.size()));
+  }
+  Service::ExportOptions all;
+  all.pending = &pending;
+  Service::ImportOptions options;
+  options.pending = &pending;
+  Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
+  Service::Editor editor(tree.dir, pending);
+  for (auto const& [pointer, target] : pointers) {
+    std::vector<std::string> const value{target};
+    if (!pointer.isWithin(from)) editor.set(pointer, value);
+  }
+  editor.remove(from);
+}
+
+}  // namespace
+
+Outcome rename(Context& context, Arguments const& arguments) {
+  Path const from = context.path(arguments.words("PATH"));
+  Kel::KelAttr const* const attr = from.empty() ? nullptr : from.steps.back().attr;
+  bool const member = attr && attr->instantiating() && attr->isCollection() && !attr->isQueue();
+  if (!member || !from.steps.back().key) throw CommandError(shown(from.text()) + " has no key that could change");
+  std::vector<std::string> words = from.parent().words();
+  words.push_back(attr->name().str());
+  words.push_back(arguments.text("NAME"));
+  Service::WordRules rules;
+  rules.create = true;
+  auto const target = Service::readPath(context.base(), {}, words, rules);
+  std::string const to = shown(target.path.text());
+  if (target.missing == 0) throw CommandError(to + " is there already");
+  if (target.path.steps.size() != from.steps.size()) throw CommandError("'" + shown(words.back()) + "' is no key here");
+  Service::PendingReferences pending = context.pending();
+  context.session().loadMerge([&](Service::Tree const& tree) { carryOver(tree, from, target.path, pending); });
+  pending.retry(context.base());
+  context.pending() = std::move(pending);
+  context.session().edited(from);
+  context.session().edited(target.path);
+  context.out << shown(from.text()) << " is now " << to << "\n";
+  return Outcome::ok;
+}
+
+// --- Where commands work ---
+
+Outcome edit(Context& context, Arguments const& arguments) {
+  Path const path = context.path(arguments.words("PATH"));
+  Service::Place const place = Service::locate(context.base(), path);
+  bool const leaf = place.attr && !place.attr->instantiating();
+  if (leaf) throw CommandError(shown(path.text()) + " is a value; nothing is below it");
+  context.at() = path;
+  return Outcome::ok;
+}
+
+Outcome up(Context& context, Arguments const&) {
+  context.session();
+  context.at() = context.at().parent();
+  return Outcome::ok;
+}
+
+Outcome top(Context& context, Arguments const&) {
+  context.session();
+  context.at() = Path();
+  return Outcome::ok;
+}
+
+}  // namespace Shell
