@@ -1,17 +1,14 @@
 // What a person or a file gave and cannot be taken.
 #pragma once
 
-#include <stdexcept>
-#include <string>
-
-#include "service/Export.h"
+#include "service/Error.h"
 
 namespace Cli::Service {
 
 // The message says which word, path or line is wrong and what would have done. Nothing was changed.
-class CLI_SERVICE_API InputError : public std::runtime_error {
+class CLI_SERVICE_API InputError : public Error {
  public:
-  using std::runtime_error::runtime_error;
+  using Error::runtime_error;
   InputError(InputError const&) = default;
   ~InputError() override;
 };
