@@ -39,7 +39,7 @@ std::vector<std::string> commandWords(std::string const& command, Arguments cons
   return words;
 }
 
-Outcome apply(Context& context, std::vector<std::string> const& words) {
+Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Session& session = context.session();
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
@@ -53,19 +53,19 @@ bool isEntityPlace(Service::WordPath const& place) { return place.type && place.
 }  // namespace
 
 Outcome set(Context& context, Arguments const& arguments) {
-  return apply(context, commandWords("set", arguments));
+  return applyWords(context, commandWords("set", arguments));
 }
 
 Outcome del(Context& context, Arguments const& arguments) {
-  return apply(context, commandWords("delete", arguments));
+  return applyWords(context, commandWords("delete", arguments));
 }
 
 Outcome insert(Context& context, Arguments const& arguments) {
-  return apply(context, commandWords("insert", arguments));
+  return applyWords(context, commandWords("insert", arguments));
 }
 
 Outcome move(Context& context, Arguments const& arguments) {
-  return apply(context, commandWords("move", arguments));
+  return applyWords(context, commandWords("move", arguments));
 }
 
 Outcome create(Context& context, Arguments const& arguments) {
@@ -77,7 +77,7 @@ Outcome create(Context& context, Arguments const& arguments) {
   std::string const path = shown(place.path.text());
   if (!isEntityPlace(place)) throw CommandError(path + " is no entity; 'set' gives it a value");
   if (place.missing == 0) throw CommandError(path + " is there already");
-  return apply(context, words);
+  return applyWords(context, words);
 }
 
 namespace {

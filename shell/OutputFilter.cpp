@@ -15,7 +15,7 @@ namespace Shell {
 
 namespace {
 
-enum Rule { include, exclude, begin, first, last, count, more, noMore, save };
+enum Rule { include, exclude, begin, first, last, count, more, noMore, toFile };
 
 bool isBar(Word const& word) { return word.text == "|" && !word.quoted; }
 
@@ -54,7 +54,7 @@ OutputFilter::OutputFilter(std::vector<Word>& words) {
       throw UsageError(std::string("behind '|': ") + e.what());
     }
     if (match.rule == noMore) paged_ = false;
-    std::string const text = match.rule == save ? match.arguments.text("FILE") : match.arguments.text("TEXT");
+    std::string const text = match.rule == toFile ? match.arguments.text("FILE") : match.arguments.text("TEXT");
     steps_.push_back({match.rule, text, match.arguments.number("COUNT")});
     at = end;
   }
@@ -65,7 +65,7 @@ std::string OutputFilter::filtered(std::string output) const {
   if (steps_.empty()) return output;
   for (Step const& step : steps_) {
     if (step.rule == more || step.rule == noMore) continue;
-    if (step.rule == save) {
+    if (step.rule == toFile) {
       writeFile(step.text, output);
       output = "written to " + shown(step.text) + "\n";
       continue;
