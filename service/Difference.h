@@ -43,8 +43,7 @@ struct Difference {
   std::optional<Run> run;
 };
 
-// The same change seen from the other side.
-CLI_SERVICE_API Difference inverse(Difference const& difference);
+// The same changes seen from the other side. The list must be whole: paths below queues are counted anew.
 CLI_SERVICE_API std::vector<Difference> inverse(std::vector<Difference> const& differences);
 
 // A tree as the service knows it: the session roots below a directory. Roots are paths relative to it ("sys/annex").
@@ -57,10 +56,10 @@ struct Tree {
 // paths below queues are those of `from`. Neither tree is changed. Cost: a walk over both trees.
 CLI_SERVICE_API std::vector<Difference> differences(Tree const& from, Tree const& to);
 
-// Carries differences out on a tree that is as their `before` says. Whole or not at all: when anything raises (a
-// reactor, an allocation, a content that cannot be), what was written is taken back and the exception goes on. Pointers
-// whose target is not there are left null, and named in the result.
-CLI_SERVICE_API std::vector<Path> apply(std::vector<Difference> const& differences, Tree const& tree);
+// Carries differences out on a tree that is as their `before` says; what they do not name may be anything. Whole or not
+// at all: when anything raises (a reactor, an allocation, a content that cannot be), what was written is taken back and
+// the exception goes on. Pointers whose target is not there are left null, and named in the result.
+CLI_SERVICE_API std::vector<Path> carryOut(std::vector<Difference> const& differences, Tree const& tree);
 
 // Differences as bytes, for a store or a wire. `differencesOf` raises Kel::RangeException for bytes that are none, or
 // that speak of types and attributes this process does not have.

@@ -128,9 +128,10 @@ class CLI_SERVICE_API Service {
   // that came while something else was under way are served. Answers when it wants to be called next.
   double poll();
 
+  struct Impl;  // of the library
+
  private:
   friend class Session;
-  struct Impl;
   std::unique_ptr<Impl> impl_;
 };
 

@@ -17,6 +17,7 @@
 #include "service/CommitStore.h"
 #include "service/Conflict.h"
 #include "service/Difference.h"
+#include "service/PendingReferences.h"
 
 namespace Cli::Service {
 
@@ -62,6 +63,9 @@ class CLI_SERVICE_API Session {
   // The tree that the user edits, and the ancestor. The directories stay the same while the session is open.
   Tree tree() const;
   Tree ancestor() const;
+  // References in the tree whose targets are not there: whoever writes to the tree keeps this up to date. A session
+  // with any of them cannot be committed.
+  PendingReferences& pending() const;
   // What the library publishes of it.
   Cli::Session::PendingChangeStatus& status() const;
   Cli::Session::PendingChangeConfig& config() const;
@@ -119,9 +123,10 @@ class CLI_SERVICE_API Session {
   // Undoes the commit that waits to be confirmed, at once; it must be this session's, or `persist` its word.
   CommitResult commitCancel(std::string const& persist = "");
 
+  struct Impl;  // of the library
+
  private:
   friend class Service;
-  struct Impl;
   explicit Session(std::unique_ptr<Impl> impl);
   std::unique_ptr<Impl> impl_;
 };

@@ -1,0 +1,33 @@
+#include "service/Conflict.h"
+
+namespace Cli::Service {
+
+char const* text(ConflictKind kind) {
+  switch (kind) {
+    case ConflictKind::value: return "value";
+    case ConflictKind::existence: return "existence";
+    case ConflictKind::order: return "order";
+  }
+  return "?";
+}
+
+namespace {
+
+std::string shown(Json const& content) {
+  if (content.is_null()) return "none";
+  std::string text = content.dump(-1, ' ', false, Json::error_handler_t::replace);
+  constexpr std::size_t most = 120;
+  return text.size() > most ? text.substr(0, most) + "..." : text;
+}
+
+}  // namespace
+
+std::string text(Conflict const& c) {
+  std::string line = c.path.text() + " (" + text(c.kind) + "): was " + shown(c.ancestor) + ", session " +
+                     shown(c.session) + ", running " + shown(c.running);
+  if (c.target) line += "; target " + c.target->text() + " was deleted";
+  for (std::size_t i = 0; i < c.nodes.size(); ++i) line += (i == 0 ? "; changed: " : ", ") + c.nodes[i].text();
+  return line;
+}
+
+}  // namespace Cli::Service

@@ -1,0 +1,492 @@
+#include "service/Differ.h"
+
+#include <algorithm>
+#include <set>
+
+#include "CliSession/EntityCopyCompare.h"
+#include "service/JsonTree.h"
+#include "service/Walk.h"
+
+namespace Cli::Service {
+
+using Kel::Change;
+using Kel::Entity;
+using Kel::KelAttr;
+using Kel::KelType;
+
+bool madeAlike(Entity const& from, Entity const& to) {
+  if (from.type() != to.type()) return false;
+  if (auto const equal = from.type()->paramsEqual()) return equal(from, to);
+  for (KelAttr const* param : furtherParams(*from.type(), false))
+    if (!Cli::Session::valueTypeEqual(valueOfAttr(from, *param), valueOfAttr(to, *param))) return false;
+  return true;
+}
+
+std::optional<bool> sameItem(Entity const& from, Entity const& to) {
+  if (from.type() != to.type()) return false;
+  if (from.type()->ctorArgs().size() < 2) return std::nullopt;
+  if (auto const equal = from.type()->furtherParamsEqual()) return equal(from, to);
+  for (KelAttr const* param : furtherParams(*from.type()))
+    if (!Cli::Session::valueTypeEqual(valueOfAttr(from, *param), valueOfAttr(to, *param))) return false;
+  return true;
+}
+
+// --- What is told of a difference ---
+
+Path Differ::pathOf(Frame const& at) const {
+  std::vector<Frame const*> way;
+  for (Frame const* f = &at; f; f = f->up) way.push_back(f);
+  Path path;
+  path.steps.reserve(way.size() + 3);
+  for (auto it = way.rbegin(); it != way.rend(); ++it) {
+    Frame const& f = **it;
+    if (f.fixed)
+      path.steps.push_back(*f.fixed);
+    else if (!f.attr)
+      path.steps.push_back(entryStep(f.member->name()));
+    else if (f.attr->isQueue())
+      path.steps.push_back(queueStep(*f.attr, f.position));
+    else if (f.attr->isCollection())
+      path.steps.push_back(memberStep(*f.attr, valueOfAttr(*f.member, *keyParam(*f.member->type()))));
+    else
+      path.steps.push_back(attributeStep(*f.attr));
+  }
+  return path;
+}
+
+void Differ::emit(DifferenceKind kind, Path path, KelType const* type, KelAttr const* attr, Json before, Json after) {
+  found_.push_back({kind, std::move(path), type, attr, std::move(before), std::move(after), std::nullopt});
+}
+
+Json Differ::content(Entity const* e, Tree const& tree) const { return e ? exportEntity(*e, *tree.dir) : Json(); }
+
+Json Differ::text(Entity const* target, Tree const& tree) const {
+  std::string text = target ? targetText(*target, *tree.dir) : std::string();
+  return text.empty() ? Json() : Json(std::move(text));
+}
+
+// --- Entities ---
+
+std::vector<Difference> Differ::run() {
+  for (std::string const& path : outerRoots(*from_.roots)) {
+    Path const place = rootPath(path);
+    std::deque<Frame> frames;
+    for (PathStep const& step : place.steps) frames.push_back({frames.empty() ? nullptr : &frames.back(), &step});
+    owned(frames.back(), rootAt(from_, path), rootAt(to_, path));
+  }
+  return std::move(found_);
+}
+
+Differ::Plan const& Differ::planOf(KelType const& type) {
+  auto const [found, isNew] = plans_.try_emplace(&type);
+  Plan& plan = found->second;
+  if (!isNew) return plan;
+  for (KelAttr const* attr : type.attributeQ()) {
+    if (!attr->copiable()) continue;
+    plan.all.push_back(attr);
+    if (!type.plainEqual() || !attr->inPlainEqual()) plan.further.push_back(attr);
+    if (attr->instantiating()) plan.owned.push_back(attr);
+  }
+  return plan;
+}
+
+// What an attribute or a directory's entry owns on both sides.
+void Differ::owned(Frame const& at, Entity const* from, Entity const* to) {
+  if (!from && !to) return;
+  if (from && to && madeAlike(*from, *to)) return entity(at, *from, *to);
+  DifferenceKind const kind = !from ? DifferenceKind::created : !to ? DifferenceKind::deleted : DifferenceKind::changed;
+  Entity const& any = from ? *from : *to;
+  Json before = content(from, from_), after = content(to, to_);
+  emit(kind, pathOf(at), any.parent()->type(), at.fixed ? at.fixed->attr : at.attr, std::move(before),
+       std::move(after));
+}
+
+void Differ::entity(Frame const& at, Entity const& from, Entity const& to) {
+  if (marks_ && !whole_) {
+    Mark const* const mark = marks_->find(from);
+    if (!mark) return;
+    if (!mark->has(Change::whole)) return changedOnly(at, from, to, *mark);
+    whole_ = true;
+    entity(at, from, to);
+    whole_ = false;
+    return;
+  }
+  if (Kel::Dir const* const dir = asDir(&from)) return directory(at, *dir, static_cast<Kel::Dir const&>(to));
+  Plan const& plan = planOf(*from.type());
+  auto const plainEqual = from.type()->plainEqual();
+  for (KelAttr const* attr : plainEqual&& plainEqual(from, to) ? plan.further : plan.all)
+    attribute(at, from, to, *attr);
+}
+
+void Differ::changedOnly(Frame const& at, Entity const& from, Entity const& to, Mark const& mark) {
+  if (Kel::Dir const* const dir = asDir(&from)) return directory(at, *dir, static_cast<Kel::Dir const&>(to));
+  bool const content = mark.has(Change::content);
+  auto const plainEqual = from.type()->plainEqual();
+  Plan const& plan = planOf(*from.type());
+  for (KelAttr const* attr : content&& plainEqual&& plainEqual(from, to) ? plan.further : plan.all) {
+    if (!attr->instantiating()) {
+      if (content) attribute(at, from, to, *attr);
+    } else if (attr->isQueue()) {
+      bool const items = std::find(mark.queues.begin(), mark.queues.end(), attr) != mark.queues.end();
+      if (mark.has(Change::members) || items) {
+        whole_ = true;
+        queue(at, from, to, *attr);
+        whole_ = false;
+      }
+    } else if (mark.has(Change::members)) {
+      attribute(at, from, to, *attr);
+    } else {
+      markedMembers(at, from, to, *attr, mark);
+    }
+  }
+}
+
+void Differ::markedMembers(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr,
+                           Mark const& mark) {
+  std::vector<std::pair<Kel::U32, Entity const*>> marked;
+  bool const positions = attr.collectionKind() == KelAttr::Collection::hashMap;
+  for (Entity const* e : mark.owned)
+    if (e->parentAttrId() == attr.id()) marked.emplace_back(positions ? attr.access().positionOf(from, *e) : 0, e);
+  auto const before = [&](auto const& a, auto const& b) {
+    if (positions || !attr.isCollection()) return a.first < b.first;
+    return memberStep(attr, valueOfAttr(*a.second, *keyParam(*a.second->type()))) <
+           memberStep(attr, valueOfAttr(*b.second, *keyParam(*b.second->type())));
+  };
+  std::sort(marked.begin(), marked.end(), before);
+  for (auto const& [position, e] : marked) owned({&at, nullptr, &attr, e}, e, heldLike(to, *e));
+}
+
+void Differ::directory(Frame const& at, Kel::Dir const& from, Kel::Dir const& to) {
+  for (auto it = from.entryStateIteratorConst(); it; ++it) {
+    Entity const* const mine = it->entityPtr().ptr();
+    if (mine && !to.child(it->name())) owned({&at, nullptr, nullptr, mine}, mine, nullptr);
+  }
+  for (auto it = to.entryStateIteratorConst(); it; ++it)
+    if (Entity const* const theirs = it->entityPtr().ptr())
+      owned({&at, nullptr, nullptr, theirs}, from.child(it->name()), theirs);
+}
+
+void Differ::attribute(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  if (attr.isQueue()) return queue(at, from, to, attr);
+  if (attr.isCollection()) return attr.instantiating() ? members(at, from, to, attr) : collection(at, from, to, attr);
+  if (attr.instantiating()) return singleton(at, from, to, attr);
+  if (attr.isPtr()) return pointer(at, from, to, attr);
+  if (!attr.access().equal(from, to)) value(at, from, to, attr);
+}
+
+void Differ::value(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  Json before = exportValue(valueOfAttr(from, attr).ptr(), *from_.dir);
+  Json after = exportValue(valueOfAttr(to, attr).ptr(), *to_.dir);
+  if (before == after) return;  // a value that has no comparison, or a NaN
+  Path path = pathOf(at);
+  path.steps.push_back(attributeStep(attr));
+  emit(DifferenceKind::changed, std::move(path), from.type(), &attr, std::move(before), std::move(after));
+}
+
+void Differ::singleton(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  Entity const *const mine = attr.access().single(from), *const theirs = attr.access().single(to);
+  owned({&at, nullptr, &attr, mine ? mine : theirs}, mine, theirs);
+}
+
+// --- Pointers ---
+
+bool Differ::sameEntity(Entity const& from, Entity const& to) {
+  if (&from == fromOwner_ && &to == toOwner_) return true;
+  if (&from == from_.dir.ptr() || &to == to_.dir.ptr()) return &from == from_.dir.ptr() && &to == to_.dir.ptr();
+  Entity const *const fromUp = from.parent(), *const toUp = to.parent();
+  if (!fromUp || !toUp || from.parentAttrId() != to.parentAttrId() || from.type() != to.type()) return false;
+  if (asDir(fromUp) || !from.parentAttr()->isCollection()) {
+    if (asDir(fromUp) && !(from.name() == to.name())) return false;
+  } else if (from.parentAttr()->isQueue()) {
+    if (!sameEntity(*fromUp, *toUp)) return false;
+    Queue const& items = aligned(*fromUp, *toUp, *from.parentAttr());
+    auto const mine = items.from.find(&from), theirs = items.to.find(&to);
+    return mine != items.from.end() && theirs != items.to.end() && items.partner[mine->second] == theirs->second;
+  } else {
+    KelAttr const& key = *keyParam(*from.type());
+    if (!key.isPtr() && !Cli::Session::valueTypeEqual(valueOfAttr(from, key), valueOfAttr(to, key))) return false;
+  }
+  if (!sameEntity(*fromUp, *toUp)) return false;
+  fromOwner_ = fromUp;
+  toOwner_ = toUp;
+  return true;
+}
+
+bool Differ::sameTarget(Entity const& from, Entity const& to) {
+  // The usual case: a neighbour of the last target.
+  if (from.parent() && from.parent() == fromOwner_ && to.parent() == toOwner_ && from.type() == to.type() &&
+      from.parentAttrId() == to.parentAttrId() && !asDir(fromOwner_) && !from.parentAttr()->isQueue())
+    if (auto const equal = from.type()->paramsEqual(); equal && equal(from, to)) return true;
+  auto const within = [](Entity const* e, Entity const* dir) {
+    while (e && e != dir) e = e->parent();
+    return e != nullptr;
+  };
+  bool const mine = within(&from, from_.dir.ptr()), theirs = within(&to, to_.dir.ptr());
+  if (mine != theirs) return false;
+  return mine ? sameEntity(from, to) : &from == &to || text(&from, from_) == text(&to, to_);
+}
+
+void Differ::pointer(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  Entity const *const mine = attr.access().single(from), *const theirs = attr.access().single(to);
+  if (mine == theirs || (mine && theirs && sameTarget(*mine, *theirs))) return;
+  Json before = text(mine, from_), after = text(theirs, to_);
+  if (before.is_null() && after.is_null()) return;  // a pointer whose target has left the tree leads nowhere
+  Path path = pathOf(at);
+  path.steps.push_back(attributeStep(attr));
+  emit(DifferenceKind::changed, std::move(path), from.type(), &attr, std::move(before), std::move(after));
+}
+
+// --- Collections of values and pointers ---
+
+namespace {
+
+class Targets final : public Kel::SameTarget {
+ public:
+  explicit Targets(Differ& differ) : differ_(differ) {}
+  bool operator()(Entity& from, Entity& to) override { return differ_.sameTarget(from, to); }
+
+ private:
+  Differ& differ_;
+};
+
+Json memberContent(Kel::AttrIterator const& it, Entity const& base) {
+  Kel::GenericIf::PtrConst const boxed = it.obj(true);
+  if (!boxed) return {};
+  Json content = exportValue(boxed.ptr(), base);
+  if (boxed->isEntity() && content.is_string() && content.get_ref<std::string const&>().empty()) return {};
+  return content;
+}
+
+}  // namespace
+
+void Differ::collection(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  Kel::AttrAccess const& access = attr.access();
+  if (attr.keyIsPtr() || attr.isPtr()) {
+    Targets targets(*this);
+    if (access.equalThrough(from, to, targets)) return;
+    if (attr.keyIsPtr()) return pointerKeys(at, from, to, attr);
+  } else if (access.equal(from, to)) {
+    return;
+  }
+  auto const differs = [&](DifferenceKind kind, Kel::AttrIterator const& it, Json before, Json after) {
+    Path path = pathOf(at);
+    path.steps.push_back(memberStep(attr, it.key()));
+    emit(kind, std::move(path), from.type(), &attr, std::move(before), std::move(after));
+  };
+  eachMember(from, attr, [&](Kel::AttrIterator const& it, std::size_t) {
+    Entity* target = nullptr;
+    if (access.findMember(to, it, nullptr, &target) == Kel::AttrAccess::Found::absent)
+      differs(DifferenceKind::deleted, it, memberContent(it, *from_.dir), {});
+    return true;
+  });
+  eachMember(to, attr, [&](Kel::AttrIterator const& it, std::size_t) {
+    Entity* mine = nullptr;
+    auto const found = access.findMember(from, it, nullptr, &mine);
+    if (found == Kel::AttrAccess::Found::absent) {
+      differs(DifferenceKind::created, it, {}, memberContent(it, *to_.dir));
+    } else if (attr.isPtr()) {
+      Entity const* const theirs = it.target();
+      if (mine == theirs || (mine && theirs && sameTarget(*mine, *theirs))) return true;
+      Json before = text(mine, from_), after = text(theirs, to_);
+      if (before != after || (before.is_string() && mine && theirs))
+        differs(DifferenceKind::changed, it, std::move(before), std::move(after));
+    } else if (found == Kel::AttrAccess::Found::different) {
+      Kel::GenericIf::PtrConst const key = it.key();
+      Json before = exportValue(access.get(attr, &from, key.ptr(), true).ptr(), *from_.dir);
+      Json after = memberContent(it, *to_.dir);
+      if (before != after) differs(DifferenceKind::changed, it, std::move(before), std::move(after));
+    }
+    return true;
+  });
+}
+
+// Keys are told apart by where they lead.
+void Differ::pointerKeys(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  struct Member {
+    Entity const* key;
+    Json content;
+    bool matched = false;
+  };
+  auto const membersOf = [&](Entity const& e, Tree const& tree) {
+    std::vector<Member> members;
+    eachMember(e, attr, [&](Kel::AttrIterator const& it, std::size_t) {
+      members.push_back({it.keyTarget(), memberContent(it, *tree.dir)});
+      return true;
+    });
+    return members;
+  };
+  std::vector<Member> mine = membersOf(from, from_), theirs = membersOf(to, to_);
+  auto const differs = [&](DifferenceKind kind, Entity const* key, Tree const& tree, Json before, Json after) {
+    Path path = pathOf(at);
+    Json const place = text(key, tree);
+    path.steps.push_back(memberStep(
+        attr, Kel::GenericIf::of(Kel::String8(place.is_string() ? place.get<std::string>() : std::string()))));
+    emit(kind, std::move(path), from.type(), &attr, std::move(before), std::move(after));
+  };
+  std::vector<Member const*> partners;
+  for (Member const& other : theirs) {
+    auto const found = std::find_if(mine.begin(), mine.end(), [&](Member const& m) {
+      if (m.matched) return false;
+      return m.key == other.key || (m.key && other.key && sameTarget(*m.key, *other.key));
+    });
+    if (found != mine.end()) found->matched = true;
+    partners.push_back(found != mine.end() ? &*found : nullptr);
+  }
+  for (Member const& m : mine)
+    if (!m.matched) differs(DifferenceKind::deleted, m.key, from_, m.content, {});
+  for (std::size_t i = 0; i < theirs.size(); ++i) {
+    if (!partners[i])
+      differs(DifferenceKind::created, theirs[i].key, to_, {}, theirs[i].content);
+    else if (partners[i]->content != theirs[i].content)
+      differs(DifferenceKind::changed, partners[i]->key, from_, partners[i]->content, theirs[i].content);
+  }
+}
+
+// --- Owned members ---
+
+void Differ::members(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  Kel::AttrAccess const& access = attr.access();
+  if (access.count(attr, from) != access.count(attr, to) || !access.sameShape(from, to))
+    eachMember(from, attr, [&](Kel::AttrIterator const& it, std::size_t position) {
+      Entity const& mine = *it.target();
+      if (!access.memberLike(to, mine, static_cast<Kel::U32>(position)))
+        owned({&at, nullptr, &attr, &mine}, &mine, nullptr);
+      return true;
+    });
+  auto const pair = [&](Entity const& theirs, Kel::U32 position) {
+    Entity const* const mine = access.memberLike(from, theirs, position);
+    owned({&at, nullptr, &attr, mine ? mine : &theirs}, mine, &theirs);
+  };
+  Kel::U32 const end = access.memberEnd(to);
+  if (end == 0) {
+    eachMember(to, attr, [&](Kel::AttrIterator const& it, std::size_t) {
+      pair(*it.target(), 0);
+      return true;
+    });
+    return;
+  }
+  Kel::U32 position = 0;
+  for (Kel::AttrAccess::Pair pairs[Kel::AttrAccess::maxPairs];;) {
+    Kel::U32 const count = access.gatherPairs(from, to, position, pairs);
+    if (count == 0) break;
+    for (Kel::U32 i = 0; i < count; ++i) owned({&at, nullptr, &attr, pairs[i].dest}, pairs[i].dest, pairs[i].src);
+  }
+  for (; position < end; ++position)
+    if (Entity const* const theirs = access.memberAt(to, position)) pair(*theirs, position);
+}
+
+// --- Queues ---
+
+namespace {
+
+// The items of a queue, with their contents when they are asked for.
+class Items {
+ public:
+  Items(Entity const& owner, KelAttr const& attr, Tree const& tree) : tree_(tree) {
+    eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {
+      if (attr.instantiating())
+        entities_.push_back(it.target());
+      else
+        contents_.push_back(exportValue(it.obj(true).ptr(), *tree.dir));
+      return true;
+    });
+    if (attr.instantiating()) contents_.resize(entities_.size());
+  }
+  std::size_t size() const { return contents_.size(); }
+  Entity const& entity(std::size_t n) const { return *entities_[n]; }
+  Json const& content(std::size_t n) {
+    if (contents_[n].is_null() && !entities_.empty()) contents_[n] = exportEntity(*entities_[n], *tree_.dir);
+    return contents_[n];
+  }
+  Json run(std::size_t begin, std::size_t end) {
+    Json items = Json::array();
+    for (; begin < end; ++begin) items.push_back(content(begin));
+    return items;
+  }
+
+ private:
+  Tree const& tree_;
+  std::vector<Entity const*> entities_;
+  std::vector<Json> contents_;
+};
+
+Aligned alignItems(KelAttr const& attr, Items& from, Items& to) {
+  return align(from.size(), to.size(), [&](std::size_t i, std::size_t j) {
+    if (attr.instantiating())
+      if (auto const same = sameItem(from.entity(i), to.entity(j))) return *same;
+    return from.content(i) == to.content(j);
+  });
+}
+
+}  // namespace
+
+Differ::Queue const& Differ::aligned(Entity const& from, Entity const& to, KelAttr const& attr) {
+  auto& known = queues_[&attr];
+  auto const [found, isNew] = known.try_emplace(&from);
+  Queue& queue = found->second;
+  if (!isNew) return queue;
+  Items mine(from, attr, from_), theirs(to, attr, to_);
+  queue.partner.assign(mine.size(), std::size_t(-1));
+  for (auto const& [i, j] : alignItems(attr, mine, theirs)) queue.partner[i] = j;
+  for (std::size_t i = 0; i < mine.size(); ++i) queue.from.emplace(&mine.entity(i), i);
+  for (std::size_t j = 0; j < theirs.size(); ++j) queue.to.emplace(&theirs.entity(j), j);
+  return queue;
+}
+
+void Differ::queue(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
+  if (!attr.instantiating() && attr.access().equal(from, to)) return;
+  Items mine(from, attr, from_), theirs(to, attr, to_);
+  Aligned pairs = alignItems(attr, mine, theirs);
+  if (attr.instantiating())
+    for (auto const& [i, j] : pairs)
+      if (mine.entity(i).type()->ctorArgs().size() >= 2)
+        entity({&at, nullptr, &attr, &mine.entity(i), i}, mine.entity(i), theirs.entity(j));
+  struct Gap {
+    std::size_t from, fromEnd, to, toEnd;
+  };
+  std::vector<Gap> gaps;
+  pairs.emplace_back(mine.size(), theirs.size());
+  std::size_t i = 0, j = 0;
+  for (auto const& [nextI, nextJ] : pairs) {
+    if (i < nextI || j < nextJ) gaps.push_back({i, nextI, j, nextJ});
+    i = nextI + 1;
+    j = nextJ + 1;
+  }
+  Path path = pathOf(at);
+  path.steps.push_back(attributeStep(attr));
+  auto const runDiffers = [&](DifferenceKind kind, Gap const& gap, Json before, Json after) {
+    emit(kind, path, from.type(), &attr, std::move(before), std::move(after));
+    found_.back().run = {static_cast<Kel::U32>(gap.from), static_cast<Kel::U32>(gap.to)};
+  };
+  // A run that was removed at one place and added at another was moved.
+  std::vector<bool> moved(gaps.size(), false);
+  for (std::size_t g = 0; g < gaps.size(); ++g) {
+    Gap const& gap = gaps[g];
+    if (moved[g]) continue;
+    Json before = mine.run(gap.from, gap.fromEnd), after = theirs.run(gap.to, gap.toEnd);
+    bool const removed = gap.to == gap.toEnd, added = gap.from == gap.fromEnd;
+    std::size_t partner = g + 1;
+    for (; (removed || added) && partner < gaps.size(); ++partner) {
+      Gap const& other = gaps[partner];
+      if (moved[partner]) continue;
+      if (removed && other.from == other.fromEnd && theirs.run(other.to, other.toEnd) == before) break;
+      if (added && other.to == other.toEnd && mine.run(other.from, other.fromEnd) == after) break;
+    }
+    if ((removed || added) && partner < gaps.size()) {
+      moved[partner] = true;
+      Gap const& source = removed ? gap : gaps[partner];
+      Gap const& target = removed ? gaps[partner] : gap;
+      Json const& content = removed ? before : after;
+      runDiffers(DifferenceKind::reordered, {source.from, source.fromEnd, target.to, target.toEnd}, content, content);
+      continue;
+    }
+    DifferenceKind const kind = added     ? DifferenceKind::created
+                                : removed ? DifferenceKind::deleted
+                                          : DifferenceKind::changed;
+    runDiffers(kind, gap, added ? Json() : std::move(before), removed ? Json() : std::move(after));
+  }
+}
+
+std::vector<Difference> differences(Tree const& from, Tree const& to) { return Differ(from, to, nullptr).run(); }
+
+}  // namespace Cli::Service

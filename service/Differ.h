@@ -1,0 +1,83 @@
+// The walk that finds differences. Not installed.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <unordered_map>
+
+#include "service/Align.h"
+#include "service/Difference.h"
+#include "service/Marks.h"
+
+namespace Cli::Service {
+
+class Differ {
+ public:
+  // `marks`, where given, are on `from`'s entities, and nothing else is looked at.
+  Differ(Tree const& from, Tree const& to, Marks const* marks) : from_(from), to_(to), marks_(marks) {}
+  std::vector<Difference> run();
+
+  // Whether two pointers, one in each tree, lead to the same place: neither is null.
+  bool sameTarget(Kel::Entity const& from, Kel::Entity const& to);
+
+ private:
+  using Mark = Marks::Mark;
+  // How an entity was reached, for its path.
+  struct Frame {
+    Frame const* up;
+    PathStep const* fixed;               // the step itself; null: made of what follows
+    Kel::KelAttr const* attr = nullptr;  // the attribute through which it is held
+    Kel::Entity const* member = nullptr;
+    std::size_t position = 0;  // in a queue, of `from`
+  };
+  struct Plan {
+    std::vector<Kel::KelAttr const*> all, further, owned;  // copiable; those that plainEqual leaves out; owning
+  };
+  // What is known of the items of an owned queue.
+  struct Queue {
+    std::unordered_map<Kel::Entity const*, std::size_t> from, to;
+    std::vector<std::size_t> partner;  // by positions in `from`
+  };
+
+  Plan const& planOf(Kel::KelType const& type);
+  void entity(Frame const& at, Kel::Entity const& from, Kel::Entity const& to);
+  void directory(Frame const& at, Kel::Dir const& from, Kel::Dir const& to);
+  void changedOnly(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Mark const& mark);
+  void attribute(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void value(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void pointer(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void collection(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void pointerKeys(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void singleton(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void members(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void markedMembers(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr,
+                     Mark const& mark);
+  void queue(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  void owned(Frame const& at, Kel::Entity const* from, Kel::Entity const* to);
+
+  Queue const& aligned(Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
+  bool sameEntity(Kel::Entity const& from, Kel::Entity const& to);
+
+  Path pathOf(Frame const& at) const;
+  void emit(DifferenceKind kind, Path path, Kel::KelType const* type, Kel::KelAttr const* attr, Json before,
+            Json after);
+  Json content(Kel::Entity const* e, Tree const& tree) const;
+  Json text(Kel::Entity const* target, Tree const& tree) const;
+
+  Tree from_, to_;
+  Marks const* marks_;
+  bool whole_ = false;  // below here everything is looked at, marked or not
+  std::vector<Difference> found_;
+  std::unordered_map<Kel::KelType const*, Plan> plans_;
+  std::unordered_map<Kel::KelAttr const*, std::unordered_map<Kel::Entity const*, Queue>> queues_;
+  // The owners of the last two targets that were the same.
+  Kel::Entity const *fromOwner_ = nullptr, *toOwner_ = nullptr;
+};
+
+// True if two entities of an owned queue may be aligned: of one type, with the same constructor parameters behind the
+// index. Nothing where there are no such parameters, and the contents decide.
+std::optional<bool> sameItem(Kel::Entity const& from, Kel::Entity const& to);
+// True if an entity was made as another one was: the type, and all constructor parameters.
+bool madeAlike(Kel::Entity const& from, Kel::Entity const& to);
+
+}  // namespace Cli::Service

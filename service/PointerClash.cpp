@@ -1,0 +1,177 @@
+#include "service/PointerClash.h"
+
+#include <functional>
+#include <optional>
+
+#include "service/JsonTree.h"
+#include "service/Walk.h"
+
+namespace Cli::Service {
+
+using Kel::Entity;
+using Kel::KelAttr;
+
+namespace {
+
+bool isEntity(Difference const& d) { return !d.run && (!d.attr || d.attr->instantiating()); }
+
+// A pointer of a tree, and where it leads.
+struct Pointer {
+  Path place;
+  Entity const* owner;
+  KelAttr const* attr;
+  Entity const* target;
+};
+
+// Visits the pointers at and below an entity.
+void eachPointer(Entity const& top, Path const& at, std::function<void(Pointer const&)> const& visit) {
+  for (KelAttr const* attr : top.type()->ptrAttrs()) {
+    if (!attr->copiable()) continue;
+    if (!attr->isCollection()) {
+      if (Entity const* const target = attr->access().single(top))
+        visit({at / attributeStep(*attr), &top, attr, target});
+      continue;
+    }
+    eachMember(top, *attr, [&](Kel::AttrIterator const& it, std::size_t) {
+      if (attr->keyIsPtr() && it.keyTarget()) visit({at / attributeStep(*attr), &top, attr, it.keyTarget()});
+      if (attr->isPtr() && it.target())
+        visit(
+            {attr->keyIsPtr() ? at / attributeStep(*attr) : at / memberStep(*attr, it.key()), &top, attr, it.target()});
+      return true;
+    });
+  }
+  if (!asDir(&top) && !top.type()->pointersBelow()) return;
+  eachOwned(top, [&](Entity const& child) {
+    if (!child.parentAttr() || asDir(&top)) return eachPointer(child, at / entryStep(child.name()), visit);
+    KelAttr const& held = *child.parentAttr();
+    if (held.isQueue()) {
+      std::size_t position = 0;
+      eachMember(top, held, [&](Kel::AttrIterator const& it, std::size_t p) {
+        position = p;
+        return it.target() != &child;
+      });
+      return eachPointer(child, at / queueStep(held, position), visit);
+    }
+    eachPointer(child,
+                held.isCollection() ? at / memberStep(held, valueOfAttr(child, *keyParam(*child.type())))
+                                    : at / attributeStep(held),
+                visit);
+  });
+}
+
+// The deleted entity that a place lies in.
+class Deleted {
+ public:
+  explicit Deleted(std::vector<Difference> const& differences) {
+    for (Difference const& d : differences)
+      if (isEntity(d) && d.kind == DifferenceKind::deleted) paths_.insert(d.path.text());
+  }
+  bool empty() const { return paths_.empty(); }
+  std::optional<Path> around(Path const& place) const {
+    Path top;
+    for (PathStep const& step : place.steps) {
+      top.steps.push_back(step);
+      if (paths_.count(top.text())) return top;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  std::unordered_set<std::string> paths_;
+};
+
+class Clashes {
+ public:
+  explicit Clashes(MergeInput const& in) : in_(in) {}
+
+  void find(bool byEdit) {
+    std::vector<Difference> const &setters = byEdit ? in_.edits : in_.changes,
+                                  &deleters = byEdit ? in_.changes : in_.edits;
+    Deleted const deleted(deleters);
+    if (deleted.empty()) return;
+    Tree const& tree = byEdit ? in_.session : in_.running;
+    for (Difference const& d : setters) {
+      if (d.run || d.kind == DifferenceKind::deleted) continue;
+      if (isEntity(d)) {
+        if (Entity::Ptr const made = entityAt(tree.dir, d.path))
+          eachPointer(*made, d.path,
+                      [&](Pointer const& p) { add(p.place, *p.owner, *p.attr, *p.target, byEdit, deleted); });
+      } else if (d.attr->isPtr() || d.attr->keyIsPtr()) {
+        Entity::Ptr const owner = entityAt(tree.dir, d.path.parent());
+        if (!owner) continue;
+        for (std::string const& text : targetsOf(d))
+          if (Entity::Ptr const target = targetAt(tree.dir, text))
+            add(d.path, *owner, *d.attr, *target, byEdit, deleted);
+      }
+    }
+  }
+  std::vector<PointerClash> take() { return std::move(clashes_); }
+
+ private:
+  static std::vector<std::string> targetsOf(Difference const& d) {
+    std::vector<std::string> texts;
+    if (d.attr->keyIsPtr() && d.path.steps.back().key) texts.push_back(d.path.steps.back().keyText());
+    if (d.attr->isPtr() && d.after.is_string()) texts.push_back(d.after.get<std::string>());
+    return texts;
+  }
+
+  void add(Path const& place, Entity const&, KelAttr const& attr, Entity const& target, bool byEdit,
+           Deleted const& deleted) {
+    Tree const& tree = byEdit ? in_.session : in_.running;
+    auto const path = pathOf(target, *tree.dir);
+    if (!path) return;
+    auto const around = deleted.around(*path);
+    if (!around || !seen_.insert(place.text()).second) return;
+    PointerClash clash;
+    clash.byEdit = byEdit;
+    clash.deleted = *around;
+    Conflict& c = clash.conflict;
+    c.path = place;
+    c.kind = ConflictKind::existence;
+    c.type = attr.ownerType();
+    c.attr = &attr;
+    c.target = *path;
+    bool inAncestor = false;
+    c.ancestor = contentAt(in_.ancestor, place, inAncestor);
+    c.session = contentAt(in_.session, place, clash.inSession);
+    c.running = contentAt(in_.running, place, clash.inRunning);
+    clashes_.push_back(std::move(clash));
+  }
+
+  static Json contentAt(Tree const& tree, Path const& place, bool& isThere) {
+    Place const at = locate(tree.dir, place);
+    isThere = at.there();
+    if (!isThere || !at.attr) return {};
+    if (!at.isMember) return at.attr->isCollection() ? Json() : exportAttribute(*at.entity, *at.attr, *tree.dir);
+    Kel::GenericIf::Ptr const member = at.attr->access().get(*at.attr, at.entity.ptr(), at.key.ptr(), true);
+    return member ? exportValue(member.ptr(), *tree.dir) : Json();
+  }
+
+  MergeInput const& in_;
+  std::vector<PointerClash> clashes_;
+  std::unordered_set<std::string> seen_;
+};
+
+}  // namespace
+
+std::vector<PointerClash> clashingPointers(MergeInput const& input) {
+  Clashes clashes(input);
+  clashes.find(true);
+  clashes.find(false);
+  return clashes.take();
+}
+
+bool pointedAtBy(Tree const& tree, Path const& target, std::unordered_set<std::string> const& holders) {
+  bool found = false;
+  for (std::string const& holder : holders) {
+    Entity::Ptr const e = targetAt(tree.dir, holder);
+    if (!e || found) continue;
+    eachPointer(*e, {}, [&](Pointer const& p) {
+      auto const path = pathOf(*p.target, *tree.dir);
+      found |= path && path->isWithin(target);
+    });
+  }
+  return found;
+}
+
+}  // namespace Cli::Service

@@ -1,0 +1,25 @@
+// Pointers that one side set to what the other side deleted. Not installed.
+#pragma once
+
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "service/Merge.h"
+
+namespace Cli::Service {
+
+struct PointerClash {
+  Conflict conflict;          // at the pointer
+  bool byEdit;                // the session set the pointer, and running deleted the target
+  Path deleted;               // the entity that was deleted: the target, or what it lies in
+  bool inSession, inRunning;  // whether the pointer, or its member, is there
+  Side winner = Side::session;
+};
+
+std::vector<PointerClash> clashingPointers(MergeInput const& input);
+
+// Whether a pointer at or below one of the entities in a tree leads to, or below, the entity at a path.
+bool pointedAtBy(Tree const& tree, Path const& target, std::unordered_set<std::string> const& holders);
+
+}  // namespace Cli::Service

@@ -1,0 +1,127 @@
+// The service's state. Not installed.
+#pragma once
+
+#include <deque>
+#include <map>
+
+#include "service/SessionImpl.h"
+
+namespace Cli::Service {
+
+struct Service::Impl {
+  Impl(Service& facade, Kel::Dir::Ptr running, std::vector<SessionRoot> roots, Options options);
+
+  struct Registration {
+    Participant* participant;
+    std::string path;
+    Kel::KelType const* type = nullptr;  // null: registered for the path
+  };
+  // Commits that are undone unless they are confirmed.
+  struct Unconfirmed {
+    std::string user, session, persist;
+    Kel::U64 first;
+    double until;
+  };
+  // One commit under way.
+  struct Commit {
+    Session::Impl& session;
+    std::string comment;
+    CommitKind kind = CommitKind::commit;
+    bool confirms = false;
+  };
+
+  // --- Trees ---
+  Tree treeAt(Kel::Dir::Ptr const& dir) const { return {dir, &rootPaths}; }
+  // A directory with empty session roots, which goes with the handle that is answered.
+  class Scratch;
+  std::unique_ptr<Scratch> scratch();
+  // Copies all session roots, by the copy engine.
+  void copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
+            Cli::Session::AttributeEditLog::Ptr const& log = nullptr);
+  void repair(Tree const& src, Tree const& dest, std::unique_ptr<Marks> const& marks);
+
+  // --- Commits ---
+  CommitResult commit(Commit const& commit);
+  void carryOut(Commit const& commit, std::vector<Difference> const& differences, CommitResult& result);
+  std::vector<CheckError::Finding> findings(Session::Impl& session, std::vector<Difference> const& differences) const;
+  void check(Session::Impl& session);
+  void requireMayCommit(Session::Impl const& session, std::string const& persist) const;
+  void confirm(Session::Impl const& session, std::string const& comment);
+  CommitRecord record(CommitKind kind, std::string const& user, std::string const& session, std::string const& comment,
+                      std::vector<Difference> const& differences) const;
+  void append(CommitRecord const& record);
+  void takeSnapshot(Kel::Dir const& dir);
+  // Answers what could not be done.
+  std::vector<std::string> undoUnconfirmed(bool keepEdits);
+  // Running after a commit, in a scratch tree.
+  void restore(Kel::U64 number, Tree const& into) const;
+  void makeRunning(Tree const& wanted, std::vector<Difference> const& differences);
+  void updateOthers(Session::Impl const& committed);
+  static std::vector<Difference> partOf(Registration const& who, std::vector<Difference> const& differences);
+
+  // --- Sessions ---
+  Session& make(std::string const& name, std::string const& user, std::string const& terminal);
+  void end(Session::Impl& session, Cli::Session::SessionState state);
+  void requireRoom(bool forSaved) const;
+  void makeClean();
+  void publishOpen(Session::Impl& session);
+  void serve(Session::Impl& session, Kel::U32 channel, Kel::U32 id);
+  void servePostponed();
+  std::string answer(Session::Impl& session, Cli::Session::SessionCommand command);
+  double now() const { return options.clock(); }
+
+  Service& facade;
+  Kel::Dir::Ptr running, top, sessionDir, ancestorDir, cli, clean;
+  Cli::Session::Status::Ptr manager;
+  Cli::Session::Config::Ptr config;
+  Cli::Session::CliConfig::Ptr tunables;
+  Cli::Session::CleanConfigStatus::Ptr cleanStatus;
+  Cli::Session::OpenSessionStatusDir::Ptr openStatus;
+  Cli::Session::OpenSessionConfigDir::Ptr openConfig;
+  Cli::Session::EntityCopyFilterDir::Ptr handlers;
+  Cli::Session::EntityCopyCustomHandlerTable::Ptr tables;
+  std::vector<SessionRoot> roots;
+  std::vector<std::string> rootPaths;
+  bool ownsQueues = false;  // some session root may own a queue of entities
+  Options options;
+  MemoryStore memory;
+  CommitStore* store;
+  Kel::U64 last = 0;
+  std::optional<Unconfirmed> unconfirmed;
+  std::optional<CommitRecord> owed;  // of an undoing that the store has not taken yet
+  std::vector<Registration> participants;
+  std::vector<Constraint> constraints;
+  std::map<std::string, std::unique_ptr<Session>> sessions;
+  std::vector<std::unique_ptr<Session>> ended;  // may still be in use further up
+  int underWay = 0;                             // updates and commits
+  std::deque<std::tuple<std::string, Kel::U32, Kel::U32>> postponed;
+  double lastProcessPoll = 0;
+  unsigned scratches = 0;
+};
+
+class Service::Impl::Scratch {
+ public:
+  Scratch(Impl& service, std::string name);
+  ~Scratch();
+  Scratch(Scratch const&) = delete;
+  Scratch& operator=(Scratch const&) = delete;
+  Tree tree;
+
+ private:
+  Impl& service_;
+  std::string name_;
+};
+
+// Around what others have to wait for.
+class UnderWay {
+ public:
+  explicit UnderWay(Service::Impl& service);
+  ~UnderWay();
+  UnderWay(UnderWay const&) = delete;
+  UnderWay& operator=(UnderWay const&) = delete;
+
+ private:
+  int& count_;
+};
+
+}  // namespace Cli::Service

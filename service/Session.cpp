@@ -1,0 +1,192 @@
+// Looking at a session, and settling conflicts.
+#include "service/Session.h"
+
+#include <algorithm>
+
+#include "Kel/AttrAccess.h"
+#include "service/Differ.h"
+#include "service/JsonTree.h"
+#include "service/Requests.h"
+#include "service/ServiceImpl.h"
+
+namespace Cli::Service {
+
+// --- What is raised ---
+
+namespace {
+
+std::string messageOf(std::vector<Conflict> const& conflicts) {
+  std::string message = std::to_string(conflicts.size()) + (conflicts.size() == 1 ? " conflict" : " conflicts") +
+                        " with the running configuration";
+  for (Conflict const& c : conflicts) message += "\n" + text(c);
+  return message;
+}
+
+std::string messageOf(std::vector<CheckError::Finding> const& findings) {
+  std::string message = "the configuration cannot be committed";
+  for (auto const& f : findings) message += "\n" + (f.path.empty() ? f.reason : f.path.text() + ": " + f.reason);
+  return message;
+}
+
+}  // namespace
+
+ConflictError::ConflictError(std::vector<Conflict> all) : Error(messageOf(all)), conflicts(std::move(all)) {}
+ConflictError::~ConflictError() = default;
+CheckError::CheckError(std::vector<Finding> all) : Error(messageOf(all)), findings(std::move(all)) {}
+CheckError::~CheckError() = default;
+
+// --- Contents and keys ---
+
+std::string keyOf(Conflict const& conflict) {
+  std::string key = conflict.path.text();
+  if (conflict.run) key += '\0' + std::to_string(conflict.run->from);
+  return key;
+}
+
+Json contentAt(Tree const& tree, Path const& path) {
+  Place const place = locate(tree.dir, path);
+  if (!place.there()) return {};
+  if (!place.attr) return exportEntity(*place.entity, *tree.dir);
+  if (!place.isMember) return exportAttribute(*place.entity, *place.attr, *tree.dir);
+  Kel::GenericIf::Ptr const member = place.attr->access().get(*place.attr, place.entity.ptr(), place.key.ptr(), true);
+  return member ? exportValue(member.ptr(), *tree.dir) : Json();
+}
+
+Session::Impl::Impl(Service::Impl& s, std::string n, std::string u, std::string t)
+    : service(s), name(std::move(n)), user(std::move(u)), terminal(std::move(t)) {}
+Session::Impl::~Impl() = default;
+
+// --- Differences ---
+
+std::vector<Difference> Session::Impl::edits() const {
+  auto const marks = editsFrom.changes(ancestor, tree);
+  return Differ(ancestor, tree, marks.get()).run();
+}
+
+std::vector<Difference> Session::Impl::changes() const {
+  Tree const running = service.treeAt(service.running);
+  auto const marks = changesFrom.changes(ancestor, running);
+  return Differ(ancestor, running, marks.get()).run();
+}
+
+Merged Session::Impl::mergeWith(std::vector<Difference> const& mine, std::vector<Difference> const& theirs,
+                                Side otherwise) const {
+  return merge({ancestor, tree, service.treeAt(service.running), mine, theirs,
+                [this](Conflict const& c) { return settledSide(c); },
+                [this](Difference const& d) { return keepsOwn(d); }, otherwise});
+}
+
+// --- Settled conflicts ---
+
+std::optional<Side> Session::Impl::settledSide(Conflict const& conflict) const {
+  std::string const key = keyOf(conflict);
+  if (auto const found = settled.find(key); found != settled.end() && found->second.running == conflict.running)
+    return found->second.side;
+  // A side that was named for what the conflict lies in holds for the conflict.
+  for (Path at = conflict.path.parent(); !at.empty(); at = at.parent())
+    if (auto const found = settled.find(at.text());
+        found != settled.end() && found->second.running == contentAt(service.treeAt(service.running), at))
+      return found->second.side;
+  auto const known = told.find(key);
+  if (known == told.end() || known->second.running != conflict.running) return std::nullopt;
+  return editedSince(conflict, known->second) ? std::optional(Side::session) : std::nullopt;
+}
+
+bool Session::Impl::editedSince(Conflict const& conflict, Told const& known) const {
+  if (known.edited.count(conflict.path.text())) return true;
+  if (conflict.nodes.empty() || known.nodes.empty()) return conflict.session != known.session;
+  return std::all_of(known.nodes.begin(), known.nodes.end(), [&](auto const& node) {
+    if (known.edited.count(node.first)) return true;
+    auto const listed = std::find_if(conflict.nodes.begin(), conflict.nodes.end(),
+                                     [&](Path const& path) { return path.text() == node.first; });
+    return listed == conflict.nodes.end() || contentAt(tree, *listed) != node.second;
+  });
+}
+
+bool Session::Impl::keepsOwn(Difference const& change) const {
+  auto const found = settled.find(change.path.text());
+  return found != settled.end() && found->second.side == Side::session && found->second.running == change.after;
+}
+
+// What a user was told of before, and has not changed since, stays as it was told first.
+void Session::Impl::tell(std::vector<Conflict> const& conflicts) {
+  for (Conflict const& c : conflicts) {
+    Told known{c.running, c.session, {}, {}};
+    for (Path const& node : c.nodes) known.nodes.emplace(node.text(), contentAt(tree, node));
+    auto const [found, isNew] = told.try_emplace(keyOf(c), known);
+    if (!isNew && found->second.running != c.running) found->second = std::move(known);
+  }
+}
+
+void Session::Impl::forgetSettled() {
+  told.clear();
+  settled.clear();
+}
+
+// --- The session's face ---
+
+Session::Session(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+Session::~Session() = default;
+
+std::string const& Session::name() const { return impl_->name; }
+std::string const& Session::user() const { return impl_->user; }
+Tree Session::tree() const { return impl_->tree; }
+Tree Session::ancestor() const { return impl_->ancestor; }
+PendingReferences& Session::pending() const { return impl_->pending; }
+Cli::Session::PendingChangeStatus& Session::status() const { return *impl_->status; }
+Cli::Session::PendingChangeConfig& Session::config() const { return *impl_->config; }
+
+std::vector<Difference> Session::differences() const { return impl_->edits(); }
+
+std::vector<Difference> Session::differencesFromRunning() const {
+  Tree const running = impl_->service.treeAt(impl_->service.running);
+  auto const marks = impl_->runningFrom.changes(running, impl_->tree);
+  return Differ(running, impl_->tree, marks.get()).run();
+}
+
+std::vector<Difference> Session::differencesInRunning() const { return impl_->changes(); }
+
+std::vector<Conflict> Session::conflicts() const {
+  Merged merged = impl_->mergeWith(impl_->edits(), impl_->changes(), Side::session);
+  impl_->tell(merged.conflicts);
+  return std::move(merged.conflicts);
+}
+
+std::vector<std::string> Session::takeNotices() { return std::exchange(impl_->notices, {}); }
+
+void Session::edited(Path const& path) {
+  std::string const place = path.text();
+  for (auto& [key, known] : impl_->told)
+    if (key.compare(0, key.find('\0'), place) == 0 || known.nodes.count(place)) known.edited.insert(place);
+}
+
+void Session::resolve(Path const& path, Side side) {
+  Impl& s = *impl_;
+  std::vector<Difference> const mine = s.edits(), theirs = s.changes();
+  // All conflicts, settled or not.
+  Merged const all =
+      merge({s.ancestor, s.tree, s.service.treeAt(s.service.running), mine, theirs, {}, {}, Side::session});
+  bool any = false;
+  for (Conflict const& c : all.conflicts) {
+    bool const listed = std::any_of(c.nodes.begin(), c.nodes.end(), [&](Path const& node) { return node == path; });
+    if (c.path.isWithin(path)) {
+      s.settled.insert_or_assign(keyOf(c), Impl::Settled{c.running, side});
+      any = true;
+    } else if (listed) {
+      if (side == Side::running)
+        throw Error("'" + path.text() + "' goes with '" + c.path.text() + "': name that to take what running has");
+      s.tell({c});
+      s.told.at(keyOf(c)).edited.insert(path.text());
+      any = true;
+    }
+  }
+  // What only running has changed may be refused, too.
+  for (Difference const& d : theirs) {
+    if (side != Side::session || any || !(d.path == path)) continue;
+    s.settled.insert_or_assign(path.text(), Impl::Settled{d.after, side});
+    any = true;
+  }
+  if (!any) throw Error("there is no conflict at '" + path.text() + "'");
+}
+
+}  // namespace Cli::Service

@@ -1,0 +1,70 @@
+// A session's state. Not installed.
+#pragma once
+
+#include <map>
+#include <set>
+
+#include "service/Apply.h"
+#include "service/Marks.h"
+#include "service/Merge.h"
+#include "service/Service.h"
+
+namespace Cli::Service {
+
+class Requests;
+
+struct Session::Impl {
+  Impl(Service::Impl& s, std::string n, std::string u, std::string t);
+  ~Impl();
+
+  // What was known of a conflict when its user was told of it.
+  struct Told {
+    Json running, session;
+    std::map<std::string, Json> nodes;  // the session's contents at the listed places
+    std::set<std::string> edited;       // places that were announced since
+  };
+  struct Settled {
+    Json running;  // what it was settled against
+    Side side;
+  };
+
+  // Merging.
+  std::vector<Difference> edits() const;
+  std::vector<Difference> changes() const;
+  Merged mergeWith(std::vector<Difference> const& mine, std::vector<Difference> const& theirs, Side otherwise) const;
+  std::optional<Side> settledSide(Conflict const& conflict) const;
+  bool editedSince(Conflict const& conflict, Told const& known) const;
+  bool keepsOwn(Difference const& change) const;
+  void tell(std::vector<Conflict> const& conflicts);
+  void forgetSettled();
+
+  // S becomes what another tree is, and A what running is.
+  std::size_t become(Tree const& wanted);
+  // S gets differences, whole or not at all.
+  void edit(std::vector<Difference> const& differences);
+
+  Service::Impl& service;
+  std::string name, user, terminal;
+  bool attached = true, open = true;
+  Kel::U32 processId = 0;
+  double lastUse = 0;
+  Kel::Dir::Ptr dir, ancestorDir;
+  Tree tree, ancestor;
+  Cli::Session::PendingChangeStatus::Ptr status;
+  Cli::Session::PendingChangeConfig::Ptr config;
+  EqualPoint editsFrom;    // A was S
+  EqualPoint changesFrom;  // A was R
+  EqualPoint runningFrom;  // R was S
+  std::map<std::string, Told> told;
+  std::map<std::string, Settled> settled;
+  PendingReferences pending;
+  std::vector<std::string> notices;
+  std::unique_ptr<Requests> requests;
+};
+
+// Under which a conflict is remembered.
+std::string keyOf(Conflict const& conflict);
+// The content of a place of a tree.
+Json contentAt(Tree const& tree, Path const& path);
+
+}  // namespace Cli::Service

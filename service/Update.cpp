@@ -1,0 +1,168 @@
+// Updates, and what gives a session another content.
+#include <algorithm>
+
+#include "service/Differ.h"
+#include "service/ServiceImpl.h"
+
+namespace Cli::Service {
+
+namespace {
+
+// Carries two lists out, each on its tree: both or none.
+void writeBoth(Applying& first, Applying& second) {
+  try {
+    first.write();
+    second.write();
+  } catch (...) {
+    second.takeBack();
+    first.takeBack();
+    throw;
+  }
+}
+
+Side sideOf(UpdateMode mode) { return mode == UpdateMode::preferRunning ? Side::running : Side::session; }
+
+std::vector<Difference> within(std::vector<Difference> list, Path const& path) {
+  std::erase_if(list, [&](Difference const& d) { return !d.path.isWithin(path); });
+  return list;
+}
+
+}  // namespace
+
+std::vector<Difference> Session::update(UpdateMode mode) {
+  Impl& s = *impl_;
+  UnderWay const underWay(s.service);
+  std::vector<Difference> const mine = s.edits(), theirs = s.changes();
+  if (theirs.empty()) return {};
+  Merged const merged = s.mergeWith(mine, theirs, sideOf(mode));
+  if (mode == UpdateMode::revertOnConflict && !merged.conflicts.empty()) {
+    s.tell(merged.conflicts);
+    throw ConflictError(merged.conflicts);
+  }
+  Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
+  writeBoth(toSession, toAncestor);
+  s.changesFrom = EqualPoint(s.ancestor, s.service.treeAt(s.service.running));
+  s.forgetSettled();
+  return merged.changes;
+}
+
+std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
+  Impl& s = *impl_;
+  if (path.empty()) return update(mode);
+  UnderWay const underWay(s.service);
+  std::vector<Difference> const mine = s.edits(), theirs = within(s.changes(), path);
+  if (theirs.empty()) return {};
+  Merged const merged = s.mergeWith(mine, theirs, sideOf(mode));
+  if (mode == UpdateMode::revertOnConflict && !merged.conflicts.empty()) {
+    s.tell(merged.conflicts);
+    throw ConflictError(merged.conflicts);
+  }
+  Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
+  writeBoth(toSession, toAncestor);
+  if (auto const missing = toAncestor.dangling(); !missing.empty()) {
+    toAncestor.takeBack();
+    toSession.takeBack();
+    throw Error("'" + missing.front().text() + "' leads to what running has elsewhere: update more than '" +
+                path.text() + "'");
+  }
+  return merged.changes;
+}
+
+// --- Editing ---
+
+void Session::Impl::edit(std::vector<Difference> const& differences) {
+  Applying applying(differences, tree);
+  try {
+    applying.write();
+  } catch (...) {
+    applying.takeBack();
+    throw;
+  }
+}
+
+std::size_t Session::Impl::become(Tree const& wanted) {
+  UnderWay const underWay(service);
+  std::size_t const dropped = edits().size();
+  std::vector<Difference> const toSession = Differ(tree, wanted, nullptr).run(), theirs = changes();
+  Applying session(toSession, tree), toAncestor(theirs, ancestor);
+  writeBoth(session, toAncestor);
+  changesFrom = EqualPoint(ancestor, service.treeAt(service.running));
+  forgetSettled();
+  pending.clear();
+  return dropped;
+}
+
+std::size_t Session::discard(std::optional<Path> const& path) {
+  Impl& s = *impl_;
+  UnderWay const underWay(s.service);
+  std::vector<Difference> mine = s.edits();
+  std::vector<Difference> back;
+  if (path && !path->empty()) {
+    // Of what was created or deleted as a whole, a part cannot be.
+    std::vector<Difference> const chosen = within(mine, *path);
+    back = within(Differ(s.tree, s.ancestor, nullptr).run(), *path);
+    if (chosen.empty()) {
+      for (Difference const& d : mine)
+        if (path->isWithin(d.path) && !d.run)
+          throw Error("'" + d.path.text() + "' is " + text(d.kind) + " as a whole: name that");
+      return 0;
+    }
+    mine = chosen;
+  } else {
+    back = inverse(mine);
+  }
+  s.edit(back);
+  if (path && !path->empty()) {
+    std::erase_if(s.settled, [&](auto const& e) { return e.first.compare(0, path->text().size(), path->text()) == 0; });
+    std::erase_if(s.told, [&](auto const& e) { return e.first.compare(0, path->text().size(), path->text()) == 0; });
+    s.pending.erase(*path);
+  } else {
+    s.forgetSettled();
+    s.pending.clear();
+    s.editsFrom = EqualPoint(s.ancestor, s.tree);
+  }
+  return mine.size();
+}
+
+std::size_t Session::clear() {
+  Impl& s = *impl_;
+  std::size_t const dropped = s.become(s.service.treeAt(s.service.clean));
+  s.status->clearsInc();
+  s.status->clearedIs(true);
+  return dropped;
+}
+
+std::size_t Session::rollback(Kel::U64 number) {
+  Impl& s = *impl_;
+  auto const scratch = s.service.scratch();
+  s.service.restore(number, scratch->tree);
+  return s.become(scratch->tree);
+}
+
+std::size_t Session::loadReplace(Load const& load) {
+  Impl& s = *impl_;
+  auto const fresh = s.service.scratch();
+  load(fresh->tree);
+  return s.become(fresh->tree);
+}
+
+void Session::loadMerge(Load const& load) {
+  Impl& s = *impl_;
+  auto const copy = s.service.scratch();
+  s.service.copy(s.dir, copy->tree.dir);
+  load(copy->tree);
+  s.edit(Differ(s.tree, copy->tree, nullptr).run());
+}
+
+void Session::loadReplace(Load const& load, Path const& path) {
+  if (path.empty()) {
+    loadReplace(load);
+    return;
+  }
+  Impl& s = *impl_;
+  auto const fresh = s.service.scratch();
+  load(fresh->tree);
+  s.edit(within(Differ(s.tree, fresh->tree, nullptr).run(), path));
+}
+
+}  // namespace Cli::Service
