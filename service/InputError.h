@@ -8,7 +8,7 @@ namespace Cli::Service {
 // The message says which word, path or line is wrong and what would have done. Nothing was changed.
 class CLI_SERVICE_API InputError : public Error {
  public:
-  using Error::runtime_error;
+  using Error::Error;
   InputError(InputError const&) = default;
   ~InputError() override;
 };

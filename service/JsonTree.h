@@ -42,7 +42,7 @@ CLI_SERVICE_API Json exportValue(Kel::GenericIf const* value, Kel::Entity const&
 CLI_SERVICE_API bool hasDefault(Kel::Entity const& owner, Kel::KelAttr const& attr);
 
 enum class ValueRule {
-  checked,   // spelt and checked as a person's are, see ValueText.h; what exportValue writes is always taken
+  checked,   // spelt and checked as a person's are, see ValueText.h; a type's default is always taken
   asWritten  // what the type itself can hold
 };
 // The value of a type. Raises InputError saying what was expected.
@@ -55,6 +55,8 @@ struct ImportOptions {
   bool merge = false;
   ValueRule values = ValueRule::checked;
   PendingReferences* pending = nullptr;  // gets references that dangle, next to the report
+  // Entries at these paths are emptied instead of deleted, and so are directories on the way to them.
+  std::vector<std::string> const* roots = nullptr;
 };
 struct ImportReport {
   std::vector<PendingReference> dangling;  // left null, or left out when they are keys
@@ -78,9 +80,10 @@ class CLI_SERVICE_API ImportError : public InputError {
 };
 
 // Puts JSON into the tree at a path: an entity, an attribute, a member. What is on the way must be there. Everything is
-// checked before anything is changed: an ImportError leaves the tree as it was. References are resolved last, so that
-// they may lead to what the same JSON makes, and to what is in the tree. An entity that is there with the same
-// constructor parameters is kept; its handles and pointers to it stay good.
+// checked before anything is changed: an ImportError leaves the tree as it was (an exception of a reactor, or for want
+// of memory, does not). References are resolved last, so that they may lead to what the same JSON makes, and to what is
+// in the tree. An entity that is there with the same constructor parameters is kept; its handles and pointers to it
+// stay good.
 CLI_SERVICE_API ImportReport importJson(Kel::Dir::Ptr const& base, Path const& at, Json const& json,
                                         ImportOptions const& = {});
 // The same from a text; `file` is its name in messages. Raises ImportError for what is no JSON, too: at most 64 MiB,

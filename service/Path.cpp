@@ -310,9 +310,7 @@ class PathParser {
     }
     return false;
   }
-  std::string ledTo(std::size_t at) const {
-    return at == 0 ? std::string("there") : "'" + std::string(text_.substr(0, at - 1)) + "'";
-  }
+  std::string ledTo(std::size_t at) const { return "'" + std::string(text_.substr(0, at - 1)) + "'"; }
   // Goes on behind a step; takes the step back when that leads nowhere.
   template <class Rest>
   bool with(PathStep step, Rest const& rest) {
@@ -329,7 +327,8 @@ class PathParser {
       if (dir.entry(name) && with(entryStep(name), [&] { return behindEntry(dir, name, end); })) return true;
       if (end == text_.size()) break;
     }
-    return fail(at, ledTo(at) + " has no entry '" + std::string(part(at, nextEnd(at))) + "'" + nearEntries(dir, at));
+    return fail(at, (at ? ledTo(at) + " has" : std::string("there is")) + " no entry '" +
+                        std::string(part(at, nextEnd(at))) + "'" + nearEntries(dir, at));
   }
 
   bool behindEntry(Kel::Dir const& dir, Kel::Name const& name, std::size_t end) {

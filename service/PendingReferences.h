@@ -1,6 +1,7 @@
 // References whose targets are not there (yet): their texts, kept until the targets come.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,7 @@ struct PendingReference {
 // Belongs to one tree. Whoever writes to the tree keeps it up to date: import, commands.
 class CLI_SERVICE_API PendingReferences {
  public:
+  // In the order of their places.
   std::vector<PendingReference> const& list() const { return list_; }
   bool empty() const { return list_.empty(); }
   // One at the same place is replaced.
@@ -30,6 +32,8 @@ class CLI_SERVICE_API PendingReferences {
   // Forgets what is at or below a place, as when it is set or deleted.
   void erase(Path const& top);
   void clear() { list_.clear(); }
+  // Those at or below a place. Cost: logarithmic, and what is found.
+  std::span<PendingReference const> within(Path const& top) const;
   // Null when nothing is pending at that place.
   PendingReference const* find(Path const& place) const;
 
@@ -38,7 +42,7 @@ class CLI_SERVICE_API PendingReferences {
   std::vector<Path> retry(Kel::Dir::Ptr const& base);
 
  private:
-  std::vector<PendingReference> list_;
+  std::vector<PendingReference> list_;  // by place
 };
 
 }  // namespace Cli::Service

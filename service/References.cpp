@@ -1,0 +1,238 @@
+#include "service/References.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "service/Commands.h"
+#include "service/JsonTree.h"
+
+namespace Cli::Service {
+
+using Kel::GenericIf;
+using Kel::KelAttr;
+
+namespace {
+
+void referencesOf(Kel::Entity& e, std::function<void(Reference const&)> const& visit) {
+  for (KelAttr const* attr : e.type()->ptrAttrs()) {
+    if (attr->isFunction() || !(attr->logging() || attr->ctorParam())) continue;
+    if (!attr->isCollection()) {
+      if (Kel::Entity* const target = singleTarget(e, *attr)) visit({&e, attr, nullptr, 0, false, target});
+      continue;
+    }
+    eachMember(e, *attr, [&](Kel::AttrIterator const& it, std::size_t position) {
+      if (attr->keyIsPtr() && it.keyTarget()) visit({&e, attr, it.key(), position, true, it.keyTarget()});
+      if (attr->isPtr() && it.target()) visit({&e, attr, it.key(), position, false, it.target()});
+      return true;
+    });
+  }
+}
+
+}  // namespace
+
+void eachReference(Kel::Entity& top, std::function<void(Reference const&)> const& visit) {
+  std::vector<Kel::Entity*> open{&top};
+  while (!open.empty()) {
+    Kel::Entity& e = *open.back();
+    open.pop_back();
+    if (!e.type()->pointersBelow()) continue;
+    if (!asDir(&e)) referencesOf(e, visit);
+    auto const note = [&](Kel::Entity const& child) {
+      if (child.type()->pointersBelow()) open.push_back(const_cast<Kel::Entity*>(&child));
+    };
+    if (asDir(&e)) {
+      eachOwned(e, note);
+      continue;
+    }
+    for (KelAttr const* attr : e.type()->ownAttrs()) {
+      if (!attr->type()->pointersBelow() && !attr->type()->hasDerived()) continue;
+      attr->access().eachChild(
+          e, [](Kel::Entity* child, void* context) { (*static_cast<decltype(note)*>(context))(*child); },
+          const_cast<void*>(static_cast<void const*>(&note)));
+    }
+  }
+}
+
+std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base) {
+  auto owner = pathOf(*reference.owner, base);
+  if (!owner) return std::nullopt;
+  KelAttr const& attr = *reference.attr;
+  if (!attr.isCollection()) return *owner / attributeStep(attr);
+  if (attr.isQueue()) return *owner / queueStep(attr, reference.position);
+  if (!attr.keyIsPtr()) return *owner / memberStep(attr, reference.key);
+  std::string const text = reference.key ? targetText(*reference.key->entityConst(), base) : std::string();
+  return *owner / memberStep(attr, GenericIf::of(Kel::String8(text)));
+}
+
+// --- Setting ---
+
+namespace {
+
+std::string wrongType(Kel::Entity const& target, Kel::KelType const& wanted) {
+  return "'" + target.name().str() + "' is a " + target.type()->name().str() + ", not a " + wanted.name().str();
+}
+
+constexpr char const* noEntity = "there is no such entity";
+
+}  // namespace
+
+std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  PathStep const& step = reference.place.steps.back();
+  KelAttr const& attr = *step.attr;
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+  if (!owner) return "its owner is gone";
+  GenericIf::PtrConst key = step.key;
+  GenericIf::Ptr value;
+  if (attr.keyIsPtr()) {
+    Kel::Entity::Ptr const target = targetAt(base, step.keyText());
+    if (!target && !step.keyText().empty()) return noEntity;
+    if (target && !target->type()->isA(attr.keyType())) return wrongType(*target, *attr.keyType());
+    key = GenericIf::ofEntity(target);
+    if (!attr.isPtr()) value = valueFromJson(*attr.type(), reference.value, ValueRule::asWritten);
+  }
+  if (attr.isPtr() && reference.value.is_string()) {
+    Kel::Entity::Ptr const target = targetAt(base, reference.value.get<std::string>());
+    if (!target) return noEntity;
+    if (!target->type()->isA(attr.type())) return wrongType(*target, *attr.type());
+    value = GenericIf::ofEntity(target);
+  }
+  try {
+    gifOf(*owner)->attributeIs(attr.id(), key, value);
+  } catch (Kel::Exception const& e) {
+    return e.what();
+  }
+  return {};
+}
+
+// --- Departures ---
+
+void Departed::note(Kel::Entity& entity, Path now) { entities_.push_back({Kel::Entity::Ptr(&entity), std::move(now)}); }
+
+std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences* pending) {
+  std::unordered_map<Kel::Entity const*, Path const*> tops;
+  for (Gone const& gone : entities_)
+    if (!gone.entity->parent()) tops[gone.entity.ptr()] = &gone.now;
+  std::vector<Path> lost;
+  if (tops.empty()) return lost;
+  struct Change {
+    Reference reference;
+    Path now;
+  };
+  std::vector<Change> changes;
+  eachReference(*base, [&](Reference const& reference) {
+    Kel::Entity const* const top = reference.target->root();
+    auto const found = tops.find(top);
+    if (found == tops.end() || reference.attr->ctorParam()) return;
+    Path now = *found->second;
+    auto const below = pathOf(*reference.target, *top);
+    if (!below) return;
+    now.steps.insert(now.steps.end(), below->steps.begin(), below->steps.end());
+    changes.push_back({reference, std::move(now)});
+  });
+  for (auto const& [reference, now] : changes) {
+    GenericIf::Ptr const owner = gifOf(*reference.owner);
+    KelAttr const& attr = *reference.attr;
+    Kel::Entity::Ptr const target = entityAt(base, now);
+    bool const fits = target && target->type()->isA(reference.isKey ? attr.keyType() : attr.type());
+    auto const place = placeOf(reference, *base);
+    if (fits && reference.isKey) {
+      GenericIf::Ptr const value = owner->attribute(attr.id(), reference.key);
+      owner->attributeDel(attr.id(), reference.key);
+      owner->attributeIs(attr.id(), GenericIf::ofEntity(target), value);
+    } else if (fits) {
+      owner->attributeIs(attr.id(), reference.key, GenericIf::ofEntity(target));
+    } else if (place) {
+      PathStep last = place->steps.back();
+      if (reference.isKey) last.key = GenericIf::of(Kel::String8(now.text()));
+      Path const at = place->parent() / last;
+      lost.push_back(at);
+      if (!pending) continue;
+      GenericIf::Ptr const value = reference.isKey ? owner->attribute(attr.id(), reference.key) : nullptr;
+      pending->add(
+          {at, reference.isKey ? exportValue(value.ptr(), *base) : Json(now.text()), now.text(), "it was deleted"});
+    }
+  }
+  return lost;
+}
+
+// --- Pending ---
+
+namespace {
+
+bool isBefore(PendingReference const& reference, Path const& place) { return reference.place < place; }
+
+}  // namespace
+
+void PendingReferences::add(PendingReference reference) {
+  auto const at = std::lower_bound(list_.begin(), list_.end(), reference.place, isBefore);
+  if (at != list_.end() && at->place == reference.place)
+    *at = std::move(reference);
+  else
+    list_.insert(at, std::move(reference));
+}
+
+// What is below a place stands right behind it.
+std::span<PendingReference const> PendingReferences::within(Path const& top) const {
+  auto const first = std::lower_bound(list_.begin(), list_.end(), top, isBefore);
+  auto last = first;
+  while (last != list_.end() && last->place.isWithin(top)) ++last;
+  return {first, last};
+}
+
+void PendingReferences::erase(Path const& top) {
+  auto const gone = within(top);
+  auto const first = list_.begin() + (gone.data() - list_.data());
+  if (!gone.empty()) list_.erase(first, first + static_cast<std::ptrdiff_t>(gone.size()));
+}
+
+PendingReference const* PendingReferences::find(Path const& place) const {
+  auto const found = within(place);
+  return !found.empty() && found.front().place == place ? &found.front() : nullptr;
+}
+
+namespace {
+
+// Removes from a collection the members whose pointer key leads to what is no longer in the tree.
+void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
+  std::vector<GenericIf::PtrConst> gone;
+  eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {
+    if (it.keyTarget() && it.keyTarget()->root() != owner.root()) gone.push_back(it.key());
+    return true;
+  });
+  for (GenericIf::PtrConst const& key : gone) gifOf(owner)->attributeDel(attr.id(), key);
+}
+
+}  // namespace
+
+std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
+  std::vector<Path> revived;
+  std::vector<PendingReference> left;
+  for (PendingReference& reference : list_) {
+    Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+    if (!owner) continue;
+    if (targetAt(base, reference.target) && setReference(base, reference).empty()) {
+      if (reference.place.steps.back().attr->keyIsPtr()) dropOrphanKeys(*owner, *reference.place.steps.back().attr);
+      revived.push_back(reference.place);
+    } else {
+      left.push_back(std::move(reference));
+    }
+  }
+  list_ = std::move(left);
+  return revived;
+}
+
+std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Kel::Entity const& target) {
+  std::vector<Path> found;
+  auto const isWithin = [&](Kel::Entity const* e) {
+    for (; e; e = e->parent())
+      if (e == &target) return true;
+    return false;
+  };
+  eachReference(*base, [&](Reference const& reference) {
+    if (!isWithin(reference.target) || isWithin(reference.owner)) return;
+    if (auto place = placeOf(reference, *base)) found.push_back(std::move(*place));
+  });
+  return found;
+}
+
+}  // namespace Cli::Service
