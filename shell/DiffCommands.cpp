@@ -41,8 +41,8 @@ std::vector<Difference> fromCommit(Context& context, Kel::U64 number) {
   context.service().commitRecord(number);  // raises for one that is not kept
   Scratch scratch(context);
   makeRoots(context.device.model().roots(), scratch.dir());
-  Service::apply(Service::differences(scratch.tree(), context.service().running()), scratch.tree());
-  Service::apply(Service::inverse(context.service().differencesFromRunning(number)), scratch.tree());
+  Service::carryOut(Service::differences(scratch.tree(), context.service().running()), scratch.tree());
+  Service::carryOut(Service::inverse(context.service().differencesFromRunning(number)), scratch.tree());
   return Service::differences(scratch.tree(), context.tree());
 }
 
