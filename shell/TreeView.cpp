@@ -186,7 +186,7 @@ std::string TreeView::cell(Kel::Entity const& entity, Kel::KelAttr const& attr) 
   std::string text;
   if (attr.instantiating()) {
     if (attr.isCollection()) return "(" + std::to_string(gif->attributeCount(attr.id())) + ")";
-    return "(" + attr.name().str() + ")";
+    return "yes";
   }
   if (attr.isPtr() && !attr.isCollection()) {
     auto const target = gif->attribute(attr.id());
@@ -206,6 +206,8 @@ void TreeView::tableText(Kel::Entity::PtrConst const& entity, Kel::KelAttr const
   for (auto it = gif->attributeIteratorConst(attr.id()); it; ++it)
     for (Kel::KelAttr const* each : contentAttrs(*it.obj()->entityConst()->type()))
       if (std::find(attrs.begin(), attrs.end(), each) == attrs.end()) attrs.push_back(each);
+  // What has one value comes first.
+  std::stable_partition(attrs.begin(), attrs.end(), [](Kel::KelAttr const* each) { return !each->isCollection(); });
   std::vector<std::string> heads{keyName(attr)};
   for (Kel::KelAttr const* each : attrs) heads.push_back(each->name().str());
   TextTable table(heads);

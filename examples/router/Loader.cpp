@@ -61,7 +61,7 @@ Kel::KelAttr const* attributeOf(Kel::KelType const& type, std::string_view membe
       {"type", "kind"}, {"class", "kind"}, {"default", "fallback"}, {"id", "code"}};
   std::string_view const name = local(member);
   if (auto const found = renamed.find(name); found != renamed.end()) return type.findAttr(found->second);
-  if (name == "name" && !type.findAttr("name")->ctorParam()) return type.findAttr("label");
+  if (name == "name" && !type.findAttr("name")) return type.findAttr("label");
   return type.findAttr(camelCase(name));
 }
 
