@@ -91,8 +91,11 @@ Entity::Ptr Applying::owner(Difference const& d) const {
 
 // --- Forward ---
 
-// Members go before members come, and pointers are set when all that they may lead to is there.
+// A member under a pointer is found only while the pointer's target is there. Members go before members come, and
+// pointers are set when all that they may lead to is there.
 void Applying::write() {
+  for (Difference const& d : differences_)
+    if (goesWithItsKey(d)) point(d);
   for (Difference const& d : differences_)
     if (isEntity(d) && d.kind != DifferenceKind::created) remove(d);
   for (Difference const& d : differences_)
@@ -112,7 +115,7 @@ void Applying::settle() {
   std::vector<Difference> const after = queues_.empty() ? std::vector<Difference>() : inverse_;
   for (std::size_t i = 0; i < differences_.size(); ++i) {
     Difference const& d = differences_[i];
-    if (isEntity(d) || d.run || !isReference(d)) continue;
+    if (isEntity(d) || d.run || !isReference(d) || goesWithItsKey(d)) continue;
     if (after.empty()) {
       point(d);
       continue;
@@ -358,6 +361,7 @@ bool Applying::backOnce() noexcept {
       if (!d.run && concerns(d) && !isSaved(d.path)) ok &= step(what, d);
     }
   };
+  each([&](Difference const& d) { return goesWithItsKey(d); }, &Applying::point);
   each([&](Difference const& d) { return isEntity(d); }, &Applying::backEntity);
   each([&](Difference const& d) { return !isEntity(d) && !isReference(d); }, &Applying::backValue);
   for (SavedQueue const& queue : saved_) {

@@ -80,8 +80,9 @@ void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
 // --- Snapshots ---
 
 void Service::Impl::takeSnapshot(Kel::Dir const& dir) {
-  if (options.snapshotEvery == 0 || last % options.snapshotEvery != 0) return;
+  if (options.snapshotEvery == 0 || last - lastSnapshot < options.snapshotEvery) return;
   store->snapshot({last, Kel::writeAttrLog(dir)});
+  lastSnapshot = last;
 }
 
 // --- At start ---
@@ -118,6 +119,7 @@ void Service::start() {
     }
     i.makeRunning(newest->tree, Differ(i.treeAt(i.running), newest->tree, nullptr).run());
     i.last = expected;
+    i.lastSnapshot = snapshot ? snapshot->number : 0;
   }
   // Every participant gets all there is.
   {

@@ -86,7 +86,7 @@ struct Service::Impl {
   Options options;
   MemoryStore memory;
   CommitStore* store;
-  Kel::U64 last = 0;
+  Kel::U64 last = 0, lastSnapshot = 0;
   std::optional<Unconfirmed> unconfirmed;
   std::optional<CommitRecord> owed;  // of an undoing that the store has not taken yet
   std::vector<Registration> participants;

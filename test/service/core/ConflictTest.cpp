@@ -1,0 +1,368 @@
+// Every row of the tables of conflicts, in all three modes.
+#include "service/core/Device.h"
+
+namespace {
+
+using namespace Tests;
+using Mode = Sv::UpdateMode;
+using Edit = std::function<void(Plant::Hall&)>;
+
+// Two users of one device.
+struct Conflicts : testing::Test {
+  std::unique_ptr<Device> device;
+  Sv::Session* session = nullptr;
+
+  // Both begin with `before`; the other one commits `theirs`.
+  void prepare(Edit const& before, Edit const& mine, Edit const& theirs) {
+    device = std::make_unique<Device>(before);
+    session = &device->open("mine");
+    Sv::Session& other = device->open("other");
+    mine(*hallOf(session->tree()));
+    theirs(*hallOf(other.tree()));
+    other.commit();
+  }
+  Plant::Hall& mine() { return *hallOf(session->tree()); }
+
+  // The conflicts in the refusal, and that nothing changes; then `candidate` and `running` look at what the other modes
+  // make of it.
+  void expect(Edit const& before, Edit const& edit, Edit const& change, std::string const& conflicts,
+              Edit const& candidate, Edit const& running) {
+    prepare(before, edit, change);
+    std::string const session0 = Kel::writeAttrLog(*session->tree().dir),
+                      ancestor0 = Kel::writeAttrLog(*session->ancestor().dir);
+    std::string told;
+    for (Sv::Conflict const& c : conflictsOf([&] { session->update(); })) {
+      told += c.path.text() + " " + Sv::text(c.kind);
+      for (Sv::Path const& node : c.nodes) told += " " + node.text();
+      if (c.target) told += " -> " + c.target->text();
+      told += "\n";
+    }
+    EXPECT_EQ(told, conflicts);
+    EXPECT_EQ(Kel::writeAttrLog(*session->tree().dir), session0);
+    EXPECT_EQ(Kel::writeAttrLog(*session->ancestor().dir), ancestor0);
+    std::string const running0 = device->image();
+    EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), session->conflicts().size());
+    EXPECT_EQ(device->image(), running0);
+
+    session->update(Mode::preferCandidate);
+    EXPECT_EQ(imageOf(session->ancestor()), running0);
+    candidate(mine());
+    session->commit();
+    candidate(*device->hall());
+
+    prepare(before, edit, change);
+    session->update(Mode::preferRunning);
+    EXPECT_EQ(imageOf(session->ancestor()), device->image());
+    running(mine());
+    session->commit();
+    running(*device->hall());
+  }
+  void expectNone(Edit const& before, Edit const& edit, Edit const& change, Edit const& both) {
+    prepare(before, edit, change);
+    EXPECT_EQ(linesOf(session->conflicts()), "");
+    session->update();
+    both(mine());
+    session->commit();
+    both(*device->hall());
+  }
+};
+
+Edit const nothing = [](Plant::Hall&) {};
+
+TEST_F(Conflicts, OneValue) {
+  expect([](auto& h) { h.u32Is(1); }, [](auto& h) { h.u32Is(2); }, [](auto& h) { h.u32Is(3); }, "hall.u32 value\n",
+         [](auto& h) { EXPECT_EQ(h.u32(), 2u); }, [](auto& h) { EXPECT_EQ(h.u32(), 3u); });
+}
+
+TEST_F(Conflicts, OneKeyOfACollection) {
+  expect([](auto& h) { h.textsIs("k", "1"); }, [](auto& h) { h.textsIs("k", "2"); }, [](auto& h) { h.textsDel("k"); },
+         "hall.texts/k value\n", [](auto& h) { EXPECT_EQ(h.texts("k"), "2"); },
+         [](auto& h) { EXPECT_FALSE(h.textsHas("k")); });
+}
+
+TEST_F(Conflicts, TheSameChangeIsNone) {
+  expectNone([](auto& h) { h.newBolt("b"); },
+             [](auto& h) {
+               h.u32Is(5);
+               h.boltDel("b");
+               h.newSlot(3)->textIs("t");
+             },
+             [](auto& h) {
+               h.newSlot(3)->textIs("t");
+               h.boltDel("b");
+               h.u32Is(5);
+             },
+             [](auto& h) {
+               EXPECT_EQ(h.u32(), 5u);
+               EXPECT_FALSE(h.bolt("b"));
+               EXPECT_EQ(h.slot(3)->text(), "t");
+             });
+}
+
+TEST_F(Conflicts, DifferentNodesAreNone) {
+  expectNone(
+      [](auto& h) {
+        h.newBolt("b");
+        for (char const* item : {"a", "b", "c"}) h.historyEnq(item);
+      },
+      [](auto& h) {
+        h.bolt("b")->torqueIs(1);
+        h.textsIs("mine", "1");
+        h.newSlot(1);
+        h.historyDeq();
+      },
+      [](auto& h) {
+        h.bolt("b")->lockedIs(true);
+        h.textsIs("theirs", "2");
+        h.newSlot(2);
+        h.historyEnq("d");
+      },
+      [](auto& h) {
+        EXPECT_EQ(h.bolt("b")->torque(), 1);
+        EXPECT_TRUE(h.bolt("b")->locked());
+        EXPECT_EQ(h.textss(), 2u);
+        EXPECT_EQ(h.slots(), 2u);
+        std::string items;
+        for (auto it = h.historyIterator(); it; ++it) items += it.value().str();
+        EXPECT_EQ(items, "bcd");
+      });
+}
+
+TEST_F(Conflicts, ADeletionAboveAChange) {
+  expect([](auto& h) { h.newAnnex("x")->newBolt("b"); }, [](auto& h) { h.annex("x")->bolt("b")->torqueIs(9); },
+         [](auto& h) { h.annexDel("x"); }, "hall.annex/x existence hall.annex/x.bolt/b.torque\n",
+         [](auto& h) {
+           ASSERT_TRUE(h.annex("x"));
+           EXPECT_EQ(h.annex("x")->bolt("b")->torque(), 9);
+         },
+         [](auto& h) { EXPECT_FALSE(h.annex("x")); });
+  expect([](auto& h) { h.newAnnex("x")->newBolt("b"); }, [](auto& h) { h.annexDel("x"); },
+         [](auto& h) { h.annex("x")->bolt("b")->torqueIs(9); }, "hall.annex/x existence hall.annex/x.bolt/b.torque\n",
+         [](auto& h) { EXPECT_FALSE(h.annex("x")); },
+         [](auto& h) {
+           ASSERT_TRUE(h.annex("x"));
+           EXPECT_EQ(h.annex("x")->bolt("b")->torque(), 9);
+         });
+}
+
+TEST_F(Conflicts, ADeletionBelowADeletionIsNone) {
+  Edit const before = [](auto& h) { h.newAnnex("x")->newBolt("b"); };
+  Edit const outer = [](auto&h) { h.annexDel("x"); }, inner = [](auto&h) { h.annex("x")->boltDel("b"); };
+  Edit const gone = [](auto& h) { EXPECT_FALSE(h.annex("x")); };
+  expectNone(before, outer, inner, gone);
+  expectNone(before, inner, outer, gone);
+}
+
+TEST_F(Conflicts, OneMemberCreatedTwice) {
+  auto const gear = [](Kel::U16 teeth, Kel::F32 wear) {
+    return [=](Plant::Hall& h) { h.newGear("g", teeth, Plant::Size(), Plant::Grade::raw)->wearIs(wear); };
+  };
+  auto const has = [](Kel::U16 teeth, Kel::F32 wear) {
+    return [=](Plant::Hall& h) {
+      ASSERT_TRUE(h.gear("g"));
+      EXPECT_EQ(h.gear("g")->teeth(), teeth);
+      EXPECT_EQ(h.gear("g")->wear(), wear);
+    };
+  };
+  expect(nothing, gear(3, 1), gear(4, 1), "hall.gear/g existence\n", has(3, 1), has(4, 1));
+  expect(nothing, gear(3, 1), gear(3, 2), "hall.gear/g existence\n", has(3, 1), has(3, 2));
+}
+
+TEST_F(Conflicts, APointerAtWhatTheOtherDeleted) {
+  Edit const before = [](auto& h) {
+    h.newBolt("t")->torqueIs(1);
+    h.newBolt("p");
+  };
+  Edit const points = [](auto& h) { h.bolt("p")->peerIs(h.bolt("t")); };
+  Edit const deletes = [](auto& h) { h.boltDel("t"); };
+  Edit const pointing = [](auto& h) {
+    ASSERT_TRUE(h.bolt("t"));
+    EXPECT_EQ(h.bolt("t")->torque(), 1);
+    EXPECT_EQ(h.bolt("p")->peer(), h.bolt("t"));
+  };
+  Edit const gone = [](auto& h) {
+    EXPECT_FALSE(h.bolt("t"));
+    EXPECT_FALSE(h.bolt("p")->peer());
+  };
+  char const* const conflict = "hall.bolt/p.peer existence -> hall.bolt/t\n";
+  expect(before, points, deletes, conflict, pointing, gone);
+  expect(before, deletes, points, conflict, gone, pointing);
+}
+
+TEST_F(Conflicts, APointerInWhatWasCreated) {
+  expect([](auto& h) { h.newBolt("t"); }, [](auto& h) { h.newBolt("new")->peerIs(h.bolt("t")); },
+         [](auto& h) { h.boltDel("t"); }, "hall.bolt/new.peer existence -> hall.bolt/t\n",
+         [](auto& h) {
+           ASSERT_TRUE(h.bolt("new") && h.bolt("t"));
+           EXPECT_EQ(h.bolt("new")->peer(), h.bolt("t"));
+         },
+         [](auto& h) {
+           ASSERT_TRUE(h.bolt("new"));
+           EXPECT_FALSE(h.bolt("new")->peer());
+           EXPECT_FALSE(h.bolt("t"));
+         });
+}
+
+void setHistory(Plant::Hall& h, std::string const& items) {
+  h.historyDelAll();
+  for (char c : items) h.historyEnq(Kel::String8(std::string(1, c)));
+}
+std::string historyOf(Plant::Hall& h) {
+  std::string items;
+  for (auto it = h.historyIterator(); it; ++it) items += it.value().str();
+  return items;
+}
+Edit history(std::string const& items) {
+  return [=](Plant::Hall& h) { setHistory(h, items); };
+}
+Edit hasHistory(std::string const& items) {
+  return [=](Plant::Hall& h) { EXPECT_EQ(historyOf(h), items); };
+}
+
+TEST_F(Conflicts, OverlappingRuns) {
+  expect(history("abcde"), history("axyde"), history("abze"), "hall.history order\n", hasHistory("axyde"),
+         hasHistory("abze"));
+  // Elsewhere in the queue both changes stand.
+  expect(history("abcdefg"), history("1abXdefg"), history("abYdefg2"), "hall.history order\n", hasHistory("1abXdefg2"),
+         hasHistory("1abYdefg2"));
+}
+
+TEST_F(Conflicts, InsertionsAtOnePlace) {
+  expectNone(history("ab"), history("axyb"), history("axzb"), hasHistory("axzyb"));
+  expectNone(history(""), history("m"), history("r"), hasHistory("rm"));
+  expectNone(history("abcd"), history("aXbcd"), history("abcYd"), hasHistory("aXbcYd"));
+}
+
+TEST_F(Conflicts, ItemsOfAQueue) {
+  Edit const before = [](auto& h) {
+    for (char const* title : {"one", "two", "three"}) h.jobEnq(title);
+  };
+  auto const jobs = [](Plant::Hall& h) {
+    std::string text;
+    for (auto it = h.jobIterator(); it; ++it) text += it.value()->title().str() + (it.value()->done() ? "! " : " ");
+    return text;
+  };
+  auto const at = [](Plant::Hall& h, unsigned n) {
+    auto it = h.jobIterator();
+    while (n-- > 0) ++it;
+    return it;
+  };
+  expectNone(
+      before, [&](auto& h) { at(h, 2).value()->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 0).key()); },
+      [&](auto& h) { EXPECT_EQ(jobs(h), "two three! "); });
+  expect(
+      before, [&](auto& h) { at(h, 1).value()->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 1).key()); },
+      "hall.job/1 existence hall.job/1.done\n", [&](auto& h) { EXPECT_EQ(jobs(h), "one two! three "); },
+      [&](auto& h) { EXPECT_EQ(jobs(h), "one three "); });
+  expect(
+      before, [&](auto& h) { h.jobDel(at(h, 1).key()); }, [&](auto& h) { at(h, 1).value()->doneIs(true); },
+      "hall.job/1 existence hall.job/1.done\n", [&](auto& h) { EXPECT_EQ(jobs(h), "one three "); },
+      [&](auto& h) { EXPECT_EQ(jobs(h), "one two! three "); });
+}
+
+// --- Settling ---
+
+struct Settling : Conflicts {
+  void SetUp() override {
+    prepare([](auto& h) { h.u32Is(1); }, [](auto& h) { h.u32Is(2); }, [](auto& h) { h.u32Is(3); });
+  }
+  Sv::Path path(char const* text = "hall.u32") { return pathIn(session->tree(), text); }
+  void otherCommits(Kel::U32 value) {
+    Sv::Session& other = *device->service->session("other");
+    other.update(Mode::preferRunning);
+    hallOf(other.tree())->u32Is(value);
+    other.commit();
+  }
+};
+
+TEST_F(Settling, ByAnotherEdit) {
+  mine().u32Is(4);
+  EXPECT_EQ(session->conflicts().size(), 1u) << "the user was not told before";
+  mine().u32Is(5);
+  EXPECT_TRUE(session->conflicts().empty());
+  otherCommits(6);
+  EXPECT_EQ(session->conflicts().size(), 1u) << "running has changed it once more";
+  mine().u32Is(7);
+  session->commit();
+  EXPECT_EQ(device->hall()->u32(), 7u);
+}
+
+TEST_F(Settling, ByTheSameValueAgain) {
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  session->edited(path());
+  session->commit();
+  EXPECT_EQ(device->hall()->u32(), 2u);
+}
+
+TEST_F(Settling, ByTheAncestorsValue) {
+  mine().u32Is(1);
+  session->update();
+  EXPECT_EQ(mine().u32(), 3u);
+}
+
+TEST_F(Settling, ByNamingASide) {
+  session->resolve(path(), Sv::Side::running);
+  EXPECT_TRUE(session->conflicts().empty());
+  session->update();
+  EXPECT_EQ(mine().u32(), 3u);
+  SetUp();
+  session->resolve(path(), Sv::Side::session);
+  mine().u32Is(1);  // holds for the ancestor's value, too
+  session->commit();
+  EXPECT_EQ(device->hall()->u32(), 1u);
+  SetUp();
+  session->resolve(path(), Sv::Side::session);
+  session->discard();
+  mine().u32Is(2);
+  EXPECT_EQ(session->conflicts().size(), 1u) << "discarding forgets";
+  EXPECT_THROW(session->resolve(path("hall.text"), Sv::Side::session), Sv::Error);
+}
+
+TEST_F(Settling, OfSeveralNodesByEach) {
+  prepare([](auto& h) { h.newBolt("b"); },
+          [](auto& h) {
+            h.bolt("b")->torqueIs(1);
+            h.bolt("b")->lockedIs(true);
+          },
+          [](auto& h) { h.boltDel("b"); });
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  mine().bolt("b")->torqueIs(2);
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  session->edited(path("hall.bolt/b.locked"));
+  EXPECT_TRUE(session->conflicts().empty());
+  session->commit();
+  EXPECT_EQ(device->hall()->bolt("b")->torque(), 2);
+}
+
+// --- The example of the draft ---
+
+TEST_F(Conflicts, TheWorkedExample) {
+  Edit const before = [](auto& h) {
+    h.newSlot(1)->textIs("Link to London");
+    h.newSlot(2)->textIs("Link to Tokyo");
+  };
+  Edit const one = [](auto& h) { h.slot(1)->textIs("Link to San Francisco"); };
+  Edit const two = [](auto& h) {
+    h.slotDel(1);
+    h.slot(2)->textIs("Link moved to Paris");
+  };
+  Edit const paris = [](auto& h) {
+    EXPECT_FALSE(h.slot(1));
+    EXPECT_EQ(h.slot(2)->text(), "Link moved to Paris");
+  };
+  expect(
+      before, one, two, "hall.slot/1 existence hall.slot/1.text\n",
+      [](auto& h) {
+        ASSERT_TRUE(h.slot(1));
+        EXPECT_EQ(h.slot(1)->text(), "Link to San Francisco");
+        EXPECT_EQ(h.slot(2)->text(), "Link moved to Paris");
+      },
+      paris);
+  prepare(before, one, two);
+  EXPECT_EQ(conflictsOf([&] { session->update(); }).size(), 1u);
+  mine().slot(1)->textIs("Link to London");
+  session->commit();
+  paris(*device->hall());
+}
+
+}  // namespace

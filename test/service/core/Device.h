@@ -1,0 +1,78 @@
+// A device of the test model with a service, and how its trees look.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "CliSession/Tree.h"
+#include "Kel/AttrLog.h"
+#include "Plant.h"
+#include "service/Service.h"
+
+namespace Tests {
+
+namespace Sv = Cli::Service;
+
+// What a copy carries, in a form that equal trees share.
+inline std::string imageOf(Sv::Tree const& tree) {
+  Scope scope{*tree.dir, {}};
+  for (std::string const& path : *tree.roots)
+    if (EntityPtr const root = tree.dir->entity(Kel::String8(path))) scope.roots.push_back(root.ptr());
+  std::string text;
+  for (Kel::Entity const* root : scope.roots) text += dump(*root, scope);
+  return text;
+}
+
+inline Kel::Ptr<Plant::Hall> hallOf(Sv::Tree const& tree, char const* path = "hall") {
+  return Kel::ptrCast<Plant::Hall>(tree.dir->entity(Kel::String8(path)));
+}
+
+struct Device {
+  Kel::Dir::Ptr top = Kel::dirFactory("");
+  Kel::Dir::Ptr running = Kel::Dir::Ptr(new Kel::Dir("running", top.ptr()));
+  double time = 1000;
+  Sv::MemoryStore store;
+  std::unique_ptr<Sv::Service> service;
+
+  // `prepare` fills running before the service takes it.
+  explicit Device(std::function<void(Plant::Hall&)> const& prepare = {}, Sv::Options options = {}) {
+    running->newEntity("Plant::Hall", "hall");
+    Kel::Dir::Ptr(new Kel::Dir("sys", running.ptr()))->newEntity("Plant::Hall", "annex");
+    if (prepare) prepare(*hall());
+    if (!options.store) options.store = &store;
+    if (!options.clock) options.clock = [this] { return time; };
+    service = std::make_unique<Sv::Service>(
+        running, std::vector<Sv::SessionRoot>{{"hall", "Plant::Hall"}, {"sys/annex", "Plant::Hall"}},
+        std::move(options));
+  }
+  Kel::Ptr<Plant::Hall> hall() { return Kel::ptrCast<Plant::Hall>(running->entity(Kel::String8("hall"))); }
+  Sv::Session& open(std::string const& name) { return service->open(name, "user of " + name); }
+  std::string image() { return imageOf(service->running()); }
+};
+
+inline Sv::Path pathIn(Sv::Tree const& tree, std::string const& text) { return Sv::parsePath(tree.dir, text); }
+
+// The lines that tell differences and conflicts.
+template <class List>
+std::string linesOf(List const& list) {
+  std::string lines;
+  for (auto const& item : list) lines += Sv::text(item) + "\n";
+  return lines;
+}
+
+// The conflicts that a call is refused with.
+template <class Call>
+std::vector<Sv::Conflict> conflictsOf(Call const& call) {
+  try {
+    call();
+  } catch (Sv::ConflictError const& e) {
+    return e.conflicts;
+  }
+  ADD_FAILURE() << "not refused";
+  return {};
+}
+
+}  // namespace Tests

@@ -1,0 +1,107 @@
+// Differences between two trees, what carrying them out makes, and their bytes.
+#include "service/core/Device.h"
+
+namespace {
+
+using namespace Tests;
+
+struct Differences : testing::Test {
+  Device device;
+  Sv::Session& session = device.open("s");
+  Kel::Ptr<Plant::Hall> hall = hallOf(session.tree());
+  std::string lines() { return linesOf(session.differences()); }
+};
+
+TEST_F(Differences, EachKindOfNode) {
+  hall->u32Is(7);
+  hall->textsIs("k", "v");
+  hall->newGear("g", 3, Plant::Size(), Plant::Grade::raw)->wearIs(0.5F);
+  hall->newPart()->noteIs("n");
+  hall->favouriteIs(hall->newBolt("b"));
+  hall->historyEnq("first");
+  EXPECT_EQ(lines(),
+            "changed hall.u32: 0 -> 7\n"
+            "created hall.texts/k: \"v\"\n"
+            "created hall.part\n"
+            "created hall.bolt/b\n"
+            "created hall.gear/g\n"
+            "created hall.history at 0: [\"first\"]\n"
+            "changed hall.favourite: null -> \"hall.bolt/b\"\n");
+  session.commit();
+  EXPECT_EQ(lines(), "");
+  hall->u32Is(0);
+  hall->textsIs("k", "w");
+  hall->newGear("h", 4, Plant::Size(), Plant::Grade::raw);
+  hall->gear("g")->wearIs(0.25F);
+  hall->part()->countIs(2);
+  hall->historyEnq("second");
+  EXPECT_EQ(lines(),
+            "changed hall.u32: 7 -> 0\n"
+            "changed hall.texts/k: \"v\" -> \"w\"\n"
+            "changed hall.part.count: 0 -> 2\n"
+            "changed hall.gear/g.wear: 0.5 -> 0.25\n"
+            "created hall.gear/h\n"
+            "created hall.history at 1: [\"second\"]\n");
+}
+
+TEST_F(Differences, AnEntityMadeAnewWithTheSameContentIsNone) {
+  hall->newBolt("b")->torqueIs(1);
+  session.commit();
+  hall->boltDel("b");
+  hall->newBolt("b")->torqueIs(1);
+  EXPECT_EQ(lines(), "");
+  hall->newGear("g", 3, Plant::Size(), Plant::Grade::raw)->wearIs(1);
+  session.commit();
+  hall->gearDel("g");
+  hall->newGear("g", 4, Plant::Size(), Plant::Grade::raw)->wearIs(1);
+  EXPECT_EQ(lines(), "changed hall.gear/g\n") << "other constructor parameters";
+}
+
+TEST_F(Differences, QueuesAreAligned) {
+  for (char const* item : {"a", "b", "c", "d"}) hall->historyEnq(item);
+  session.commit();
+  hall->historyDelAll();
+  for (char const* item : {"a", "x", "c", "d", "b"}) hall->historyEnq(item);
+  EXPECT_EQ(lines(),
+            "changed hall.history at 1: [\"b\"] -> [\"x\"]\n"
+            "created hall.history at 4: [\"b\"]\n");
+  hall->historyDelAll();
+  for (char const* item : {"a", "c", "d", "b"}) hall->historyEnq(item);
+  EXPECT_EQ(lines(), "reordered hall.history at 1 to 3\n");
+}
+
+TEST_F(Differences, ItemsThatAreEntitiesGoByTheirParameters) {
+  hall->jobEnq("one")->doneIs(true);
+  hall->jobEnq("two");
+  hall->anythingIs(hall->jobIterator().value());
+  session.commit();
+  EXPECT_EQ(lines(), "");
+  // Other indices, the same items.
+  auto const first = hall->jobIterator().key();
+  hall->jobDel(first);
+  hall->jobDelAll();
+  hall->jobEnq("one")->doneIs(true);
+  hall->jobEnq("two")->doneIs(true);
+  hall->anythingIs(hall->jobIterator().value());
+  EXPECT_EQ(lines(), "changed hall.job/1.done: false -> true\n");
+}
+
+TEST_F(Differences, BytesHoldThemWhole) {
+  hall->u32Is(7);
+  hall->bySizeIs(Plant::Size(1, 2), 0.1);
+  hall->newAnnex("x/y.z")->newBolt("b")->torqueIs(1e300);
+  hall->weightIs(hall->annex("x/y.z")->bolt("b"), 3);
+  hall->jobEnq("one")->stepEnq()->textIs("t");
+  std::vector<Sv::Difference> const all = session.differences();
+  std::vector<Sv::Difference> const read = Sv::differencesOf(Sv::bytesOf(all));
+  EXPECT_EQ(Sv::bytesOf(read), Sv::bytesOf(all));
+  std::string const before = imageOf(session.ancestor()), after = imageOf(session.tree());
+  Sv::carryOut(read, session.ancestor());
+  EXPECT_EQ(imageOf(session.ancestor()), after);
+  Sv::carryOut(Sv::inverse(read), session.ancestor());
+  EXPECT_EQ(imageOf(session.ancestor()), before);
+  std::string const bytes = Sv::bytesOf(all);
+  EXPECT_THROW(Sv::differencesOf(bytes.substr(0, bytes.size() / 2)), Kel::RangeException);
+}
+
+}  // namespace
