@@ -6,6 +6,8 @@
 //   insert PATH POSITION VALUE  an item of a queue, before the one at that position; `end`: behind the last
 //   insert PATH POSITION [PARAMETER VALUE]…   an item that is an entity
 //   move PATH FROM TO           an item of a queue: TO is the position that it has afterwards
+//   create TYPE NAME [PARAMETER VALUE]… [absent] in PATH
+//                               an entry of a directory, or a member of a type derived from the collection's
 //
 // A path that goes on below a key, or a singleton, that is not there makes it. A pointer's value is the path or the
 // unique name of its target.
@@ -46,7 +48,8 @@ class CLI_SERVICE_API Editor {
  public:
   // Words are checked and spelt as a person's are, or, from a rendering, taken as they are written.
   enum class Source { person, rendering };
-  // `pending`: the references of this tree that wait; must live as long as the editor.
+  // `pending`: the references of this tree that wait; must live as long as the editor. A person does not delete
+  // entries of directories, nor creates them.
   Editor(Kel::Dir::Ptr base, PendingReferences& pending, Source source = Source::person);
   ~Editor();
   Editor(Editor const&) = delete;
@@ -59,11 +62,8 @@ class CLI_SERVICE_API Editor {
   // get the pointers back that led to them. Raises InputError naming the line.
   void applyAll(std::span<std::string const> lines);
 
-  // By structure, for callers that have it.
-  Applied set(Path const& path, std::span<std::string const> values);
+  // Deletes what is at a path, as `delete` does.
   Applied remove(Path const& path);
-  Applied insert(Path const& queue, std::size_t position, std::span<std::string const> values);
-  Applied move(Path const& queue, std::size_t from, std::size_t to);
 
  private:
   class Impl;

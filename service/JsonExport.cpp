@@ -76,6 +76,8 @@ class Exporter {
       if (attr->isFunction() || (keyed && attr == key)) continue;
       if (attr->ctorParam())
         json[attr->name().str()] = exportValue(valueOfAttr(e, *attr).ptr(), base_);
+      else if (!options_.references && (attr->isPtr() || attr->keyIsPtr()))
+        continue;
       else if (attr->copiable() && (options_.defaults || !hasDefault(e, *attr) || isPending(*attr)))
         json[attr->name().str()] = attribute(e, *attr);
     }

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "service/JsonKeys.h"
 #include "service/JsonText.h"
 #include "service/JsonTree.h"
 #include "service/ModelHooks.h"
@@ -419,18 +420,11 @@ class Importer {
 
   // --- Keyed collections ---
 
-  GenericIf::PtrConst keyFromName(KelType const& type, std::string const& name) const {
-    if (type.isBuiltin() && type.builtin() == KelType::Builtin::string) return GenericIf::of(Kel::String8(name));
-    if (type.valAttr()) {
-      Kel::String8 const strep = keyFromName(*type.valAttr()->type(), name)->strep();
-      char const* at = strep.charPtr();
-      return type.valueOps().parse(at, at + strep.chars());
-    }
-    Kel::Expect const wrong(Kel::Exception::rangeId);
+  GenericIf::PtrConst keyOf(KelAttr const& attr, std::string const& name) const {
     try {
-      return type.genericFromText(name);
-    } catch (Kel::RangeException const&) {
-      return converted(type, Json(name));
+      return keyFromName(*attr.keyType(), name);
+    } catch (InputError const& e) {
+      fail(e.what());
     }
   }
   // The step to a member: its key, or the text of its pointer key.
@@ -439,8 +433,7 @@ class Importer {
       if (key && !key->is_null() && !key->is_string()) fail("a key is the path of an entity");
       return memberStep(attr, GenericIf::of(Kel::String8(key ? key->is_null() ? "" : key->get<std::string>() : name)));
     }
-    return memberStep(attr,
-                      key ? GenericIf::PtrConst(converted(*attr.keyType(), *key)) : keyFromName(*attr.keyType(), name));
+    return memberStep(attr, key ? GenericIf::PtrConst(converted(*attr.keyType(), *key)) : keyOf(attr, name));
   }
 
   void collection(Kel::Entity* e, KelAttr const& attr, Json const& json) {

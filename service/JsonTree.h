@@ -29,6 +29,8 @@ struct ExportOptions {
   bool defaults = false;
   // Pointers that are null and pending here are written as the texts that they wait for.
   PendingReferences const* pending = nullptr;
+  // Pointers, and collections that are keyed by them, are left out unless this is set.
+  bool references = true;
 };
 
 // `base`: the directory that paths are relative to. Cost: proportional to what is exported.

@@ -2,6 +2,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "service/JsonKeys.h"
 #include "service/JsonTree.h"
 #include "service/ValueText.h"
 
@@ -201,6 +202,22 @@ GenericIf::Ptr fieldsFromJson(KelType const& type, Json const& json, ValueRule r
 }
 
 }  // namespace
+
+GenericIf::PtrConst keyFromName(KelType const& type, std::string const& name) {
+  if (type.isBuiltin() && type.builtin() == B::string) return GenericIf::of(Kel::String8(name));
+  if (type.valAttr()) return fromStrep(type, keyFromName(*type.valAttr()->type(), name)->strep());
+  if (GenericIf::Ptr exact = fromText(type, name)) return exact;
+  return valueFromJson(type, Json(name));
+}
+
+GenericIf::Ptr writtenValue(KelType const& type, std::string const& text) {
+  if (type.isBuiltin() && type.builtin() == B::string) return GenericIf::of(Kel::String8(text));
+  if (type.valAttr()) return fromStrep(type, writtenValue(*type.valAttr()->type(), text)->strep());
+  if (type.kind() == KelType::Kind::value && text.starts_with('{'))
+    return valueFromJson(type, Json::parse(text, nullptr, false), ValueRule::asWritten);
+  GenericIf::Ptr const exact = fromText(type, text);
+  return exact ? exact : valueFromText(type, text);
+}
 
 Json exportValue(GenericIf const* value, Kel::Entity const& base) {
   if (!value) return nullptr;

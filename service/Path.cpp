@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "service/PathWords.h"
+#include "service/ValueText.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
@@ -89,7 +90,7 @@ std::vector<std::string> Path::words() const {
   std::vector<std::string> words;
   for (PathStep const& step : steps) {
     words.push_back(step.attr ? step.attr->name().str() : step.entry.str());
-    if (step.key) words.push_back(step.keyText());
+    if (step.key) words.push_back(textOf(*step.key));
   }
   return words;
 }

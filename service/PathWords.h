@@ -32,6 +32,8 @@ struct WordRules {
   bool create = false;
   // Keys may be abbreviated.
   bool abbreviateKeys = true;
+  // Keys are as a rendering writes them: neither spelt nor checked as a person's are.
+  bool asWritten = false;
 };
 
 struct WordPath {

@@ -13,7 +13,7 @@ using Kel::KelAttr;
 
 namespace {
 
-void referencesOf(Kel::Entity& e, std::function<void(Reference const&)> const& visit) {
+void referencesOf(Kel::Entity& e, bool nulls, std::function<void(Reference const&)> const& visit) {
   for (KelAttr const* attr : e.type()->ptrAttrs()) {
     if (attr->isFunction() || !(attr->logging() || attr->ctorParam())) continue;
     if (!attr->isCollection()) {
@@ -21,8 +21,8 @@ void referencesOf(Kel::Entity& e, std::function<void(Reference const&)> const& v
       continue;
     }
     eachMember(e, *attr, [&](Kel::AttrIterator const& it, std::size_t position) {
-      if (attr->keyIsPtr() && it.keyTarget()) visit({&e, attr, it.key(), position, true, it.keyTarget()});
-      if (attr->isPtr() && it.target()) visit({&e, attr, it.key(), position, false, it.target()});
+      if (attr->keyIsPtr() && (it.keyTarget() || nulls)) visit({&e, attr, it.key(), position, true, it.keyTarget()});
+      if (attr->isPtr() && (it.target() || nulls)) visit({&e, attr, it.key(), position, false, it.target()});
       return true;
     });
   }
@@ -30,13 +30,13 @@ void referencesOf(Kel::Entity& e, std::function<void(Reference const&)> const& v
 
 }  // namespace
 
-void eachReference(Kel::Entity& top, std::function<void(Reference const&)> const& visit) {
+void eachReference(Kel::Entity& top, std::function<void(Reference const&)> const& visit, bool nulls) {
   std::vector<Kel::Entity*> open{&top};
   while (!open.empty()) {
     Kel::Entity& e = *open.back();
     open.pop_back();
     if (!e.type()->pointersBelow()) continue;
-    if (!asDir(&e)) referencesOf(e, visit);
+    if (!asDir(&e)) referencesOf(e, nulls, visit);
     auto const note = [&](Kel::Entity const& child) {
       if (child.type()->pointersBelow()) open.push_back(const_cast<Kel::Entity*>(&child));
     };

@@ -17,10 +17,11 @@ struct Reference {
   Kel::GenericIf::PtrConst key;  // of a member: its key in this tree; null otherwise
   std::size_t position = 0;      // in a queue
   bool isKey;                    // the pointer is the member's key, not the member
-  Kel::Entity* target;
+  Kel::Entity* target;           // null: a member that is null, or under a null key
 };
-// Visits every pointer at or below `top`. Cost: a walk over everything that may hold pointers.
-void eachReference(Kel::Entity& top, std::function<void(Reference const&)> const& visit);
+// Visits every pointer at or below `top`; members of collections that are null, and null keys, only when asked to.
+// Cost: a walk over everything that may hold pointers.
+void eachReference(Kel::Entity& top, std::function<void(Reference const&)> const& visit, bool nulls = false);
 // The place of a pointer: the attribute, or the member. Nothing when it is not below `base`.
 std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base);
 

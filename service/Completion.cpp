@@ -1,0 +1,257 @@
+// What may come next: completion of words.
+#include <algorithm>
+
+#include "service/ModelHooks.h"
+#include "service/Targets.h"
+#include "service/ValueText.h"
+#include "service/WordReader.h"
+
+namespace Cli::Service {
+
+using Kel::GenericIf;
+using Kel::KelAttr;
+using Kel::KelType;
+using Expects = WordReader::Expects;
+
+// --- Targets ---
+
+Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, KelAttr const& attr, KelType const& wanted,
+                                std::string_view text) {
+  EntityHooks const& hooks = hooksOf(*attr.ownerType());
+  if (hooks.isImplied && hooks.isImplied(attr, text)) return nullptr;
+  Kel::Entity::Ptr const there = targetAt(base, text);
+  if (there && there->type()->isA(&wanted)) return there;
+  TargetFinder finder(*base, wanted);
+  std::vector<Kel::Entity*> const named = finder.named(text);
+  if (named.size() == 1) return Kel::Entity::Ptr(named.front());
+  std::string const type = wanted.name().str();
+  if (named.size() > 1) {
+    std::string paths;
+    for (Kel::Entity const* e : named) paths += (paths.empty() ? "" : ", ") + targetText(*e, *base);
+    throw InputError("'" + std::string(text) + "' may be " + paths);
+  }
+  if (there) throw InputError("'" + std::string(text) + "' is a " + there->type()->name().str() + ", not a " + type);
+  constexpr std::size_t most = 100000;
+  std::vector<std::string> names;
+  finder.each([&](Kel::Entity const& e) {
+    names.push_back(e.name().str());
+    return names.size() < most;
+  });
+  std::string const near = nearest(text, names);
+  throw InputError("there is no " + type + " '" + std::string(text) + "'" +
+                   (near.empty() ? "" : "; did you mean " + near + "?"));
+}
+
+namespace {
+
+// The candidates that begin with a word; keeps the first ones of a natural order.
+class Gathering {
+ public:
+  Gathering(std::string_view begun, std::size_t limit) : begun_(begun), limit_(limit) {}
+
+  bool fits(std::string_view word) const { return word.starts_with(begun_); }
+  void add(std::string word, std::string explanation) {
+    if (fits(word)) found_.list.push_back({std::move(word), std::move(explanation)});
+  }
+  // Texts that stay where they are until the end.
+  void offer(std::string_view word) {
+    if (fits(word)) words_.push_back(word);
+  }
+  void keep(std::string const& explanation, std::string const& before = {}) {
+    std::size_t const count = std::min(words_.size(), limit_);
+    auto const end = words_.begin() + static_cast<std::ptrdiff_t>(count);
+    if (count < words_.size()) std::nth_element(words_.begin(), end, words_.end(), naturalLess);
+    std::sort(words_.begin(), end, naturalLess);
+    for (auto it = words_.begin(); it != end; ++it) found_.list.push_back({before + std::string(*it), explanation});
+    found_.more = found_.more || count < words_.size();
+    words_.clear();
+  }
+  Candidates& found() { return found_; }
+
+ private:
+  std::string begun_;
+  std::size_t limit_;
+  std::vector<std::string_view> words_;
+  Candidates found_;
+};
+
+class Completer {
+ public:
+  Completer(Kel::Dir::Ptr const& base, CompletionFor what, std::size_t limit)
+      : base_(base), what_(what), limit_(limit) {}
+
+  Candidates run(Path const& at, std::span<std::string const> words) {
+    WordRules rules;
+    rules.create = what_ == CompletionFor::set;
+    WordReader reader(base_, at, rules);
+    std::size_t used = 0;
+    std::size_t const before = words.empty() ? 0 : words.size() - 1;
+    std::string const begun = words.empty() ? std::string() : words.back();
+    while (used < before && reader.expects() != Expects::nothing) reader.take(words[used++]);
+    if (used == before && reader.expects() != Expects::nothing) {
+      Candidates found = next(reader, begun, {});
+      if (before == 0 && found.list.empty() && begun.find_first_of("/.") != std::string::npos) found = dotted(begun);
+      return found;
+    }
+    if (used == before && what_ == CompletionFor::set) return value(*reader.path().steps.back().attr, begun);
+    return {};
+  }
+
+ private:
+  // `head`: what stands in the word in front of what is completed.
+  Candidates next(WordReader const& reader, std::string const& begun, std::string const& head) {
+    switch (reader.expects()) {
+      case Expects::entry: return entries(reader, begun, head);
+      case Expects::attribute: return attributes(reader, begun, head);
+      case Expects::key: return keys(reader, begun, head);
+      default: return {};
+    }
+  }
+
+  Candidates entries(WordReader const& reader, std::string const& begun, std::string const& head) const {
+    Gathering gathering(begun, limit_);
+    if (Kel::Dir const* dir = asDir(reader.entity()))
+      for (auto it = dir->entryStateIteratorConst(); it; ++it) {
+        if (!gathering.fits(it->name().view())) continue;
+        std::string const type = it->entityTypeName().str();
+        gathering.found().list.push_back(
+            {head + it->name().str(), type == "Kel::Dir" ? "directory" : type.substr(type.rfind(':') + 1)});
+      }
+    return std::move(gathering.found());
+  }
+
+  Candidates attributes(WordReader const& reader, std::string const& begun, std::string const& head) const {
+    Gathering gathering(begun, limit_);
+    for (KelAttr const* attr : reader.type()->attributeQ()) {
+      if (attr->isFunction() || attr->isConstant() || !gathering.fits(attr->name().view())) continue;
+      bool const shown =
+          what_ == CompletionFor::path ? attr->copiable() || attr->ctorParam()
+          : what_ == CompletionFor::remove
+              ? attr->copiable()
+              : attr->copiable() || (attr->ctorParam() && reader.missing() && attr != keyParam(*reader.type()));
+      if (shown) gathering.found().list.push_back({head + attr->name().str(), explanationOf(*attr)});
+    }
+    return std::move(gathering.found());
+  }
+
+  Candidates keys(WordReader const& reader, std::string const& begun, std::string const& head) const {
+    KelAttr const& attr = *reader.attr();
+    Gathering gathering(begun, limit_);
+    if (reader.entity()) gatherKeys(*reader.entity(), attr, gathering, head);
+    if (what_ == CompletionFor::set && !attr.isQueue())
+      gathering.found().hint = attr.keyIsPtr() ? "a " + attr.keyType()->name().str() : "a new key: " + keyHint(attr);
+    if (what_ == CompletionFor::set && attr.keyIsPtr()) addTargets(*attr.keyType(), begun, gathering.found());
+    if (what_ == CompletionFor::set && attr.keyType()->isEnum())
+      for (std::string const& word : valueWords(*attr.keyType())) addOnce(gathering, word);
+    return std::move(gathering.found());
+  }
+  static std::string keyHint(KelAttr const& attr) {
+    return attr.keyType() == Kel::TypeOf<Kel::Name>::type() ? "a name" : expectation(*attr.keyType());
+  }
+  static void addOnce(Gathering& gathering, std::string const& word) {
+    for (Candidate const& known : gathering.found().list)
+      if (known.word == word) return;
+    gathering.add(word, "");
+  }
+
+  void gatherKeys(Kel::Entity const& e, KelAttr const& attr, Gathering& gathering, std::string const& head) const {
+    if (attr.isQueue()) {
+      Kel::U32 const count = attr.access().count(attr, e);
+      for (Kel::U32 i = 0; i < std::min<std::size_t>(count, limit_); ++i) gathering.add(std::to_string(i), "position");
+      gathering.found().more = count > limit_;
+    } else if (attr.instantiating()) {
+      attr.access().eachChild(
+          e, [](Kel::Entity* child, void* to) { static_cast<Gathering*>(to)->offer(child->name().view()); },
+          &gathering);
+      gathering.keep(attr.type()->name().str(), head);
+    } else {
+      std::vector<std::string> texts;
+      eachMember(e, attr, [&](Kel::AttrIterator const& it, std::size_t) {
+        if (!attr.keyIsPtr())
+          texts.push_back(textOf(*it.key()));
+        else if (it.keyTarget())
+          texts.push_back(targetText(*it.keyTarget(), *base_));
+        if (!gathering.fits(texts.empty() ? std::string_view() : texts.back())) texts.pop_back();
+        return true;
+      });
+      for (std::string const& text : texts) gathering.offer(text);
+      gathering.keep(explanationOf(attr), head);
+    }
+  }
+
+  Candidates value(KelAttr const& attr, std::string const& begun) const {
+    Candidates found;
+    if (attr.isPtr()) {
+      addTargets(*attr.type(), begun, found);
+      found.hint = "a " + attr.type()->name().str();
+      return found;
+    }
+    if (attr.instantiating()) return found;
+    Gathering gathering(begun, limit_);
+    for (std::string const& word : valueWords(*attr.type())) gathering.add(word, "");
+    gathering.found().hint = expectation(*attr.type());
+    return std::move(gathering.found());
+  }
+
+  // By name, those that share one by their paths.
+  void addTargets(KelType const& wanted, std::string const& begun, Candidates& found) const {
+    struct Target {
+      std::string_view name;
+      Kel::Entity const* entity;
+    };
+    std::vector<Target> targets;
+    TargetFinder(*base_, wanted).each([&](Kel::Entity const& e) {
+      if (e.name().view().starts_with(begun)) targets.push_back({e.name().view(), &e});
+      return true;
+    });
+    auto const less = [](Target const& a, Target const& b) { return naturalLess(a.name, b.name); };
+    std::size_t const count = std::min(targets.size(), limit_);
+    auto const end = targets.begin() + static_cast<std::ptrdiff_t>(count);
+    if (count < targets.size()) std::nth_element(targets.begin(), end, targets.end(), less);
+    std::stable_sort(targets.begin(), end, less);
+    for (std::size_t i = 0; i < count; ++i) {
+      bool const shared = (i > 0 && targets[i - 1].name == targets[i].name) ||
+                          (i + 1 < count && targets[i + 1].name == targets[i].name) || targets[i].name.empty();
+      std::string const path = targetText(*targets[i].entity, *base_);
+      found.list.push_back({shared ? path : std::string(targets[i].name), shared ? "" : path});
+    }
+    found.more = found.more || count < targets.size();
+    if (count == 0 && begun.find_first_of("/.") != std::string::npos)
+      for (Candidate& candidate : dotted(begun).list) found.list.push_back(std::move(candidate));
+  }
+
+  // Completes the last component of a path in the dotted form.
+  Candidates dotted(std::string const& begun) const {
+    for (std::size_t at = begun.find_last_of("/."); at != std::string::npos && at > 0;
+         at = begun.find_last_of("/.", at - 1)) {
+      std::string const head = begun.substr(0, at), tail = begun.substr(at + 1);
+      try {
+        WordReader const reader(base_, parsePath(base_, head), {});
+        bool const slash = begun[at] == '/';
+        if (reader.missing() || (reader.expects() == Expects::attribute) == slash) continue;
+        Candidates found = Completer(*this).next(reader, tail, head + begun[at]);
+        if (!found.list.empty()) return found;
+      } catch (InputError const&) {
+        continue;
+      }
+    }
+    return {};
+  }
+
+  Kel::Dir::Ptr base_;
+  CompletionFor what_;
+  std::size_t limit_;
+};
+
+}  // namespace
+
+Candidates complete(Kel::Dir::Ptr const& base, Path const& at, std::span<std::string const> words, CompletionFor what,
+                    std::size_t limit) {
+  try {
+    return Completer(base, what, limit).run(at, words);
+  } catch (InputError const&) {
+    return {};  // the words before lead nowhere
+  }
+}
+
+}  // namespace Cli::Service
