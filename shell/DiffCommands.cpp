@@ -80,13 +80,25 @@ Outcome showDiff(Context& context, Arguments const& arguments) {
   return print(context, session.differences(), form, "no edits");
 }
 
+namespace {
+
+// "network/ports.port/Ethernet0.mtu: 9100 -> 1500", "network/vlans.vlan/Vlan9: created".
+std::string whereAndHow(Difference const& difference) {
+  std::string const text = shown(Service::text(difference)), kind = Service::text(difference.kind);
+  if (text.compare(0, kind.size() + 1, kind + " ") != 0) return text;
+  std::string const rest = text.substr(kind.size() + 1);
+  return difference.kind == Service::DifferenceKind::changed ? rest : rest + ": " + kind;
+}
+
+}  // namespace
+
 Outcome compare(Context& context, Arguments const&) {
   std::vector<Difference> const differences = context.session().differencesFromRunning();
   if (differences.empty()) {
     context.out << "equal\n";
     return Outcome::ok;
   }
-  context.out << "differs at " << shown(Service::text(differences.front()));
+  context.out << "differs at " << whereAndHow(differences.front());
   if (differences.size() > 1) context.out << ", and at " << counted(differences.size() - 1, "place", "places") << " more";
   context.out << "\n";
   return Outcome::differs;
@@ -117,8 +129,10 @@ Outcome diffCommits(Context& context, Arguments const& arguments) {
 
 namespace {
 
-std::string sideText(Service::Json const& content) {
-  if (content.is_null()) return "not there, or null";
+std::string sideText(Service::Conflict const& conflict, Service::Json const& content) {
+  bool const pointer = conflict.attr && !conflict.attr->instantiating() && !conflict.attr->isCollection();
+  if (content.is_null()) return pointer ? "null" : "not there";
+  if (content.is_object() && (!conflict.attr || conflict.attr->instantiating())) return "there";
   std::string text = oneLine(content);
   constexpr std::size_t longest = 100;
   if (text.size() > longest) text = text.substr(0, longest) + "...";
@@ -131,9 +145,9 @@ std::string conflictsText(std::vector<Service::Conflict> const& conflicts, Paint
   std::string out;
   for (Service::Conflict const& conflict : conflicts) {
     out += paint(Style::changed, shown(conflict.path.text())) + " (" + Service::text(conflict.kind) + ")\n";
-    out += "  ancestor  " + sideText(conflict.ancestor) + "\n";
-    out += "  session   " + sideText(conflict.session) + "\n";
-    out += "  running   " + sideText(conflict.running) + "\n";
+    out += "  ancestor  " + sideText(conflict, conflict.ancestor) + "\n";
+    out += "  session   " + sideText(conflict, conflict.session) + "\n";
+    out += "  running   " + sideText(conflict, conflict.running) + "\n";
     if (conflict.target) out += "  points at " + shown(conflict.target->text()) + "\n";
     for (Service::Path const& node : conflict.nodes)
       if (!(node == conflict.path)) out += "  changed   " + shown(node.text()) + "\n";

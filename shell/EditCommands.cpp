@@ -11,27 +11,6 @@ using Service::Path;
 
 namespace {
 
-std::vector<std::string> texts(std::vector<Path> const& paths) {
-  std::vector<std::string> out;
-  for (Path const& path : paths) out.push_back(shown(path.text()));
-  return out;
-}
-
-// What became of references besides what the command was about.
-void tellReferences(Context& context, Service::Applied const& applied) {
-  if (!applied.dangling.empty())
-    context.out << counted(applied.dangling.size(), "reference points", "references point")
-                << " nowhere now: " << listed(texts(applied.dangling)) << "\n";
-  if (!applied.revived.empty())
-    context.out << counted(applied.revived.size(), "reference leads", "references lead")
-                << " there again: " << listed(texts(applied.revived)) << "\n";
-}
-
-void tell(Context& context, Service::Applied const& applied) {
-  context.out << shown(applied.text) << "\n";
-  tellReferences(context, applied);
-}
-
 std::vector<std::string> commandWords(std::string const& command, Arguments const& arguments) {
   std::vector<std::string> words{command};
   for (char const* name : {"PATH", "VALUE", "FROM", "TO"})
@@ -44,7 +23,7 @@ Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
   session.edited(applied.path);
-  tell(context, applied);
+  context.out << shown(applied.text) << "\n";
   return Outcome::ok;
 }
 
@@ -100,8 +79,10 @@ void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Serv
   Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
   Service::Editor editor(tree.dir, pending);
   for (auto const& [pointer, target] : pointers) {
-    std::vector<std::string> const value{target};
-    if (!pointer.isWithin(from)) editor.set(pointer, value);
+    std::vector<std::string> words = pointer.words();
+    words.insert(words.begin(), "set");
+    words.push_back(target);
+    if (!pointer.isWithin(from)) editor.apply(words);
   }
   editor.remove(from);
 }

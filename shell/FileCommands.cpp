@@ -119,10 +119,24 @@ std::string jsonText(Context& context, Path const& path) {
   return out.dump(2, ' ', false, Service::Json::error_handler_t::replace) + "\n";
 }
 
+// The roots at and below a path; nothing for a path in a root.
+std::vector<Path> rootsBelow(Context& context, Path const& path) {
+  std::vector<Path> out;
+  for (auto const& root : context.service().roots()) {
+    Path const at = Service::parsePath(context.base(), root.path);
+    if (at.isWithin(path)) out.push_back(at);
+  }
+  return out;
+}
+
 std::string commandText(Context& context, Path const& path) {
+  std::vector<Path> places = rootsBelow(context, path);
+  if (places.empty()) places.push_back(path);
   std::string out;
-  auto const content = Service::Json::parse(jsonText(context, path));
-  for (std::string const& command : Service::commands(path, content)) out += command + "\n";
+  for (Path const& place : places) {
+    auto const content = Service::Json::parse(jsonText(context, place));
+    for (std::string const& command : Service::commands(place, content)) out += command + "\n";
+  }
   return out;
 }
 

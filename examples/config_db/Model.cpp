@@ -63,7 +63,7 @@ class ConfigDbModel : public Shell::Model {
     at->steps.push_back(attr.isCollection()
                             ? Service::memberStep(attr, Kel::GenericIf::of(Kel::Name(dangling.text)))
                             : Service::attributeStep(attr));
-    pending.add({*at, dangling.target, dangling.text, "there is no such entry"});
+    pending.add({*at, dangling.target, dangling.target, "there is no such entry"});
   }
 };
 

@@ -223,7 +223,8 @@ class Load {
     // The text is kept, until such an entity is made.
     Service::Path at = *Service::pathOf(*entity->entityConst(), *into);
     at.steps.push_back(key ? Service::memberStep(*attr, key) : Service::attributeStep(*attr));
-    pending_.add({at, collectionOf(*attr->type()) + "/" + target, target, reason});
+    std::string const path = collectionOf(*attr->type()) + "/" + target;
+    pending_.add({at, path, path, reason});
   }
 
   // Where the entities of a type are that references lead to.

@@ -24,7 +24,7 @@ TEST(Words, AreThoseOfTheService) {
 }
 
 TEST(Words, AreWrittenSoThatTheyReadBack) {
-  for (std::string const& word : {"plain", "", "two words", "a\"b\\c", "it's", "tab\there", "esc\x1b[31m", "|", "#x",
+  for (std::string const word : {"plain", "", "two words", "a\"b\\c", "it's", "tab\there", "esc\x1b[31m", "|", "#x",
                                   "caf\xc3\xa9", "bad\xff", "Vlan1|Ethernet0"}) {
     std::string const written = asWord(word);
     Line const read = splitLine("x " + written + " y");
@@ -85,7 +85,7 @@ TEST(Grammar, TakesWhatTheUsageSays) {
 
 TEST(Grammar, TakesUniqueAbbreviationsOfKeywords) {
   EXPECT_EQ("8", parsed("q"));
-  EXPECT_EQ("2 NAME=x", parsed("ses o x"));
+  EXPECT_EQ("2 session=ses NAME=x", parsed("ses o x"));
   EXPECT_EQ("1 running=r", parsed("sh d r"));
   EXPECT_EQ("'se' is ambiguous: session, set", parsed("se"));
   EXPECT_EQ("'s' is ambiguous: session, set, show", parsed("s"));

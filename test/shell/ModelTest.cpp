@@ -33,7 +33,7 @@ std::string const board = SOURCE_DIR "/examples/router/board.json";
 
 TEST(RouterModel, TakesEverythingInItsSample) {
   Device device(router(), {board, "", nullptr});
-  EXPECT_EQ("58 entities of 8 modules", device.report().summary);
+  EXPECT_EQ("53 entities of 9 modules", device.report().summary);
   for (Remark const& remark : device.report().remarks) ADD_FAILURE() << remark.place << ": " << remark.what;
 }
 
@@ -53,9 +53,8 @@ TEST(RouterModel, KeepsTheTextOfAReferenceUntilItsTargetComes) {
                                                     "show references", "show interfaces interface lan1 bridgePort"});
   EXPECT_EQ(
       "session s is open, equal to running\n"
-      "interfaces.interface/lan1.bridgePort.bridge -> br9: there is no such Interface\n"
-      "interfaces.interface/br9 created\n"
-      "1 reference leads there again: interfaces.interface/lan1.bridgePort.bridge\n"
+      "interfaces.interface/lan1.bridgePort.bridge -> interfaces.interface/br9: there is no such Interface\n"
+      "interfaces.interface/br9 created; pointing at it again: interfaces.interface/lan1.bridgePort.bridge\n"
       "every reference leads somewhere\n"
       "bridge  interfaces.interface/br9\n",
       said);
@@ -72,10 +71,11 @@ TEST(RouterModel, IsEditedByCommands) {
   std::string const said = answers(
       router(), board,
       {"session open s", "set interfaces interface wan ipv4 dhcp option 12 value box",
-       "insert nacm ruleList 1 rule 0 label first action permit", "move firewall policy 0 0",
+       "insert nacm ruleList 1 rule 0", "set nacm ruleList 1 rule 0 label first", "move nacm ruleList 1 0",
        "delete interfaces interface br0", "show diff as commands"});
-  EXPECT_NE(std::string::npos, said.find("interfaces.interface/wan.ipv4.dhcp.option/12")) << said;
-  EXPECT_NE(std::string::npos, said.find("references point nowhere now")) << said;
+  EXPECT_NE(std::string::npos, said.find("interfaces.interface/wan.ipv4.dhcp.option/12.value set to box")) << said;
+  EXPECT_NE(std::string::npos, said.find("move nacm ruleList 1 0\n")) << said;
+  EXPECT_NE(std::string::npos, said.find("br0 deleted; no longer lead anywhere: ")) << said;
 }
 
 // A library that has types alone: its configurations are JSON trees.

@@ -50,7 +50,7 @@ std::vector<std::string> names() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Shell, Transcript, testing::ValuesIn(names()),
-                         [](auto const& info) { return info.param; });
+                         [](auto const& transcript) { return transcript.param; });
 
 }  // namespace
 }  // namespace Shell
