@@ -30,12 +30,11 @@ std::vector<Command> const& commandTable() {
       {sessions, "session close [--discard]", "end this session; its edits are lost", sessionClose},
 
       {looking, "show [all] [PATH]", "the configuration, or what is below a path; 'all': unset values as well", show},
-      {looking, "show references [PATH]", "who points at a place; without a path: what points nowhere",
-       showReferences},
+      {looking, "show references [PATH]", "who points at a place; without a path: what points nowhere", showReferences},
       {looking, "show remarks [all]", "what was not taken as it stands in the file", showRemarks},
       {looking, "roots", "the session's roots, with the entities and attributes in each", showRoots},
 
-      {editing, "set PATH VALUE...", "set an attribute or a member; keys that are not there are made", set},
+      {editing, "set PATH [VALUE...]", "set an attribute or a member; keys that are not there are made", set},
       {editing, "create PATH [VALUE...]", "make an entity; fails when it is there", create},
       {editing, "delete PATH", "delete a member or an entity, or put a value back to its default", del},
       {editing, "insert PATH [VALUE...]", "put an item into a queue, before a position or at the 'end'", insert},
@@ -113,9 +112,9 @@ std::string argumentHelp(std::string const& argument) {
 }
 
 std::vector<std::string> const& filterUsages() {
-  static std::vector<std::string> const usages = {"include TEXT", "exclude TEXT", "begin TEXT", "first COUNT",
-                                                  "last COUNT",   "count",        "more",       "no-more",
-                                                  "save FILE"};
+  static std::vector<std::string> const usages = {"include TEXT", "exclude TEXT", "begin TEXT",
+                                                  "first COUNT",  "last COUNT",   "count",
+                                                  "more",         "no-more",      "save FILE"};
   return usages;
 }
 
@@ -169,7 +168,8 @@ bool beginsWith(Command const& command, std::vector<std::string> const& words) {
 std::string oneLine(Command const& command, Paint const& paint) {
   constexpr std::size_t wide = 44;
   std::string const usage = command.usage;
-  std::string const gap = usage.size() < wide ? std::string(wide - usage.size(), ' ') : "\n" + std::string(wide + 2, ' ');
+  std::string const gap =
+      usage.size() < wide ? std::string(wide - usage.size(), ' ') : "\n" + std::string(wide + 2, ' ');
   return "  " + paint(Style::name, usage) + gap + command.summary + "\n";
 }
 

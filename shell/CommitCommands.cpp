@@ -57,8 +57,8 @@ Outcome commit(Context& context, Arguments const& arguments) {
   Service::Session& session = context.session();
   return refusable(context, "commit", [&] {
     std::string const comment = arguments.joined("COMMENT");
-    Service::CommitResult const result = arguments.has("ID") ? session.commitPersistent(arguments.text("ID"), comment)
-                                                             : session.commit(comment);
+    Service::CommitResult const result =
+        arguments.has("ID") ? session.commitPersistent(arguments.text("ID"), comment) : session.commit(comment);
     committed(context);
     tellCommit(context, result);
   });

@@ -36,7 +36,7 @@ class Context {
   Device& device;
   std::ostringstream out;  // of the command that runs
   Paint paint;
-  std::size_t width = 100;  // columns for tables
+  std::size_t width = 100;                                   // columns for tables
   std::function<bool(std::string const& question)> confirm;  // empty: there is nobody to ask
   bool terminal = false;
 

@@ -101,7 +101,8 @@ Outcome explain(Context& context, Arguments const& arguments) {
     context.out << "root       none: above the session's roots\n";
   Kel::KelType const& type = *place.entity->type();
   context.out << "type       " << type.fullTypeName().str() << "\n";
-  if (place.attr) context.out << "attribute  " << place.attr->name().str() << ", " << attributeKind(*place.attr) << "\n";
+  if (place.attr)
+    context.out << "attribute  " << place.attr->name().str() << ", " << attributeKind(*place.attr) << "\n";
   explainHandler(context, place.attr ? path.parent().text() : text, type);
   if (place.attr) explainBypass(context, *place.attr);
   auto const* const waiting = context.pending().find(path);

@@ -13,8 +13,8 @@ namespace Shell {
 class Device {
  public:
   struct Settings {
-    std::string file;           // the configuration; "-": standard input
-    std::string stateDir;       // where commits are kept; empty: nowhere
+    std::string file;      // the configuration; "-": standard input
+    std::string stateDir;  // where commits are kept; empty: nowhere
     std::function<double()> clock;
   };
   // Loads the configuration. With a state directory that has commits the running configuration is that of the newest

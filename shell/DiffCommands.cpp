@@ -70,8 +70,7 @@ std::vector<Difference> fromSession(Context& context, std::string const& name) {
 Outcome showDiff(Context& context, Arguments const& arguments) {
   Service::Session const& session = context.session();
   DiffForm const form = formOf(arguments);
-  if (arguments.has("running"))
-    return print(context, session.differencesFromRunning(), form, "equal to running");
+  if (arguments.has("running")) return print(context, session.differencesFromRunning(), form, "equal to running");
   if (arguments.has("clean")) return print(context, fromClean(context), form, "equal to the clean configuration");
   if (arguments.has("SESSION"))
     return print(context, fromSession(context, arguments.text("SESSION")), form, "both sessions are equal");
@@ -99,7 +98,8 @@ Outcome compare(Context& context, Arguments const&) {
     return Outcome::ok;
   }
   context.out << "differs at " << whereAndHow(differences.front());
-  if (differences.size() > 1) context.out << ", and at " << counted(differences.size() - 1, "place", "places") << " more";
+  if (differences.size() > 1)
+    context.out << ", and at " << counted(differences.size() - 1, "place", "places") << " more";
   context.out << "\n";
   return Outcome::differs;
 }
@@ -184,7 +184,8 @@ Outcome resolve(Context& context, Arguments const& arguments) {
   session.resolve(path, forRunning ? Service::Side::running : Service::Side::session);
   std::size_t const left = session.conflicts().size();
   context.out << shown(path.text()) << " is settled for " << (forRunning ? "running" : "the session") << "; "
-              << (left == 0 ? "no conflicts are left" : counted(left, "conflict is left", "conflicts are left")) << "\n";
+              << (left == 0 ? "no conflicts are left" : counted(left, "conflict is left", "conflicts are left"))
+              << "\n";
   return Outcome::ok;
 }
 

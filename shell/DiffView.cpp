@@ -68,11 +68,11 @@ class Lines {
     bool const gone = difference.kind == DifferenceKind::deleted;
     Json const& items = gone ? difference.before : difference.after;
     std::size_t at = gone ? difference.run->from : difference.run->to;
-    char const mark = gone ? '-' : difference.kind == DifferenceKind::created ? '+' : '>';
+    char const mark = gone ? '-' : difference.kind == DifferenceKind::created ? '+' : '*';
     std::size_t from = difference.run->from;
     for (Json const& item : items) {
       std::string label = name + " [" + std::to_string(at++) + "]";
-      if (mark == '>') label += " (was [" + std::to_string(from++) + "])";
+      if (mark == '*') label += " (was [" + std::to_string(from++) + "])";
       whole(mark, label, item, depth);
     }
   }

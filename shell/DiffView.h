@@ -11,7 +11,7 @@ namespace Shell {
 
 enum class DiffForm { tree, commands, json };
 
-// As a tree each difference has a mark in front: '+' it came, '-' it went, '~' it changed, '>' it moved; and the values
+// As a tree each difference has a mark in front: '+' it came, '-' it went, '~' it changed, '*' it moved; and the values
 // on both sides.
 std::string diffText(std::vector<Cli::Service::Difference> const& differences, DiffForm form, Paint const& paint);
 

@@ -31,7 +31,9 @@ std::vector<std::string> lines(std::string const& text) {
 class FileContent {
  public:
   FileContent(Context& context, std::string const& file)
-      : context_(context), file_(file), text_(readConfiguration(file)) {}
+      : context_(context), file_(file), text_(readConfiguration(file)) {
+    if (text_.find_first_not_of(" \t\r\n") == std::string::npos) throw CommandError(shown(file) + ": is empty");
+  }
 
   void into(Tree const& tree, Path const& path, bool merge, Service::PendingReferences& pending) const {
     if (!isJson(text_)) return commands(tree, path, pending);

@@ -34,8 +34,7 @@ class Front {
     if (!report.remarks.empty()) std::cout << ", " << counted(report.remarks.size(), "remark", "remarks");
     std::cout << std::endl;
     std::cerr << remarksText(report, false);
-    if (auto const last = context_.service().lastCommit())
-      std::cout << "running is as after commit " << last << "\n";
+    if (auto const last = context_.service().lastCommit()) std::cout << "running is as after commit " << last << "\n";
     std::cout.flush();
   }
 

@@ -43,8 +43,8 @@ class Arguments {
 class Grammar {
  public:
   // Whether a word will do for an argument; for completion and for abbreviations.
-  using Accepts = std::function<bool(std::string const& argument, std::vector<std::string> const& before,
-                                     std::string const& word)>;
+  using Accepts =
+      std::function<bool(std::string const& argument, std::vector<std::string> const& before, std::string const& word)>;
 
   explicit Grammar(std::vector<std::string> usages);
 

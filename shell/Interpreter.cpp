@@ -63,7 +63,6 @@ Interpreter::Answer Interpreter::run(std::string const& text) {
     answer.error = e.what();
   }
   answer.outcome = Outcome::failed;
-  answer.output = context_.out.str();
   if (answer.error.empty()) answer.error = "failed";
   answer.error += '\n';
   return answer;

@@ -1,5 +1,5 @@
-// What the shell wants to know of a model: its session roots, and how a configuration is loaded. How values are spelt and
-// what follows from an entity's key are told to the service, by service/ValueText.h and service/ModelHooks.h.
+// What the shell wants to know of a model: its session roots, and how a configuration is loaded. How values are spelt
+// and what follows from an entity's key are told to the service, by service/ValueText.h and service/ModelHooks.h.
 //
 // A model library that has more to say than its types exports a function
 //

@@ -98,8 +98,7 @@ LoadReport loadTree(std::vector<ModelRoot> const& roots, std::string const& text
     pending.clear();
     Service::ImportReport const done = load(into);
     LoadReport report;
-    report.summary =
-        plural(done.entities, "entity", "entities") + " and " + plural(done.values, "value", "values");
+    report.summary = plural(done.entities, "entity", "entities") + " and " + plural(done.values, "value", "values");
     for (Service::PendingReference const& dangling : done.dangling)
       report.remarks.push_back({dangling.place.text(), "'" + dangling.target + "': " + dangling.reason + ", left null",
                                 dangling.reason + ", left null"});

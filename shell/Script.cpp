@@ -61,8 +61,7 @@ class File : public Script {
 
  private:
   void check(std::string const& file) {
-    if (!in_.is_open() || in_.bad() || (in_.fail() && !in_.eof()))
-      throw std::runtime_error(file + ": cannot be read");
+    if (!in_.is_open() || in_.bad() || (in_.fail() && !in_.eof())) throw std::runtime_error(file + ": cannot be read");
     in_.clear();
   }
   std::ifstream in_;

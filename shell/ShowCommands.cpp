@@ -29,8 +29,8 @@ void showDangling(Context& context) {
   auto const& dangling = context.pending().list();
   if (dangling.empty()) context.out << "every reference leads somewhere\n";
   for (Service::PendingReference const& reference : dangling)
-    context.out << shown(reference.place.text()) << " -> " << shown(reference.target) << ": "
-                << shown(reference.reason) << "\n";
+    context.out << shown(reference.place.text()) << " -> " << shown(reference.target) << ": " << shown(reference.reason)
+                << "\n";
 }
 
 }  // namespace
@@ -117,8 +117,7 @@ std::string remarksText(LoadReport const& report, bool all) {
     std::vector<Remark const*> const& remarks = kinds[kind];
     bool const folded = !all && remarks.size() > 1;
     std::size_t const count = folded ? 1 : remarks.size();
-    for (std::size_t i = 0; i < count; ++i)
-      out += shown(remarks[i]->place) + ": " + shown(remarks[i]->what) + "\n";
+    for (std::size_t i = 0; i < count; ++i) out += shown(remarks[i]->place) + ": " + shown(remarks[i]->what) + "\n";
     if (folded) out += "  and " + counted(remarks.size() - 1, "place", "places") + " more: " + shown(kind) + "\n";
   }
   return out;

@@ -43,8 +43,9 @@ TextTable::Text TextTable::text(Paint const& paint, std::size_t indent, std::siz
     for (Column const& column : shownColumns) {
       std::string const& cell = cells[column.index];
       std::string const gap(column.width - columns(cell), ' ');
-      std::string const painted = head ? paint(Style::heading, cell)
-                                       : column.index == 0 ? paint(Style::name, cell) : cell;
+      std::string const painted = head                ? paint(Style::heading, cell)
+                                  : column.index == 0 ? paint(Style::name, cell)
+                                                      : cell;
       text += (column.right ? gap + painted : painted + gap) + "  ";
     }
     text.erase(text.find_last_not_of(' ') + 1);

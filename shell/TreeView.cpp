@@ -173,8 +173,8 @@ void TreeView::membersText(Kel::Entity::PtrConst const& entity, Kel::KelAttr con
   std::size_t position = 0;
   for (auto it = gif->attributeIteratorConst(attr.id()); it; ++it, ++position) {
     auto const step = attr.isQueue() ? Service::queueStep(attr, position) : Service::memberStep(attr, it.key());
-    out += std::string(indent + 2, ' ') + attr.name().str() + " " +
-           options_.paint(Style::name, shown(step.keyText())) + "\n";
+    out += std::string(indent + 2, ' ') + attr.name().str() + " " + options_.paint(Style::name, shown(step.keyText())) +
+           "\n";
     entityText(it.obj()->entityConst(), path / step, indent + 4, out);
   }
 }

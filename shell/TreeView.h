@@ -35,8 +35,7 @@ class TreeView {
                    std::size_t indent, std::string& out) const;
   void tableText(Kel::Entity::PtrConst const& entity, Kel::KelAttr const& attr, std::size_t indent,
                  std::string& out) const;
-  std::string leaf(Kel::Entity::PtrConst const& entity, Kel::KelAttr const& attr,
-                   Cli::Service::Path const& path) const;
+  std::string leaf(Kel::Entity::PtrConst const& entity, Kel::KelAttr const& attr, Cli::Service::Path const& path) const;
   std::string cell(Kel::Entity const& entity, Kel::KelAttr const& attr) const;
   void line(std::size_t indent, std::string const& name, std::size_t width, std::string const& value,
             std::string& out) const;

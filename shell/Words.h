@@ -19,8 +19,8 @@ struct Word {
 
 struct Line {
   std::vector<Word> words;
-  bool openQuote = false;      // the last word's quote is not closed
-  bool endsInBlank = true;     // a new word would begin at the end
+  bool openQuote = false;   // the last word's quote is not closed
+  bool endsInBlank = true;  // a new word would begin at the end
   bool isComment() const { return !words.empty() && !words.front().quoted && words.front().text.rfind('#', 0) == 0; }
 };
 

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "Diff.h"
 #include "Device.h"
+#include "Diff.h"
 #include "Front.h"
 #include "ModelLibrary.h"
 
@@ -75,8 +75,9 @@ int runSessions(int argc, char** argv) {
   CLI::App app(
       "Opens configuration sessions on a configuration and runs commands on them; 'help' lists the commands.\n"
       "'cli-session diff A B' compares two configurations.");
-  app.add_option("CONFIG", options.file, "a configuration in the model's form (config_db), or a JSON tree; '-': standard "
-                                         "input")
+  app.add_option("CONFIG", options.file,
+                 "a configuration in the model's form (config_db), or a JSON tree; '-': standard "
+                 "input")
       ->required();
   app.add_option("--state", options.stateDir, "keep commits in this directory")->type_name("DIR");
   // One command an option: a command is not to swallow the words that follow it.

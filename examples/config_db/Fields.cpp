@@ -27,15 +27,14 @@ std::vector<std::string_view> split(std::string_view text) {
   }
 }
 
-// Whether a value that was given would pass for one that was not.
+}  // namespace
+
 bool looksAbsent(GenericIf const& value) {
   Kel::KelType const& type = *value.type();
   if (!type.isBuiltin() || type.builtin() == Kel::KelType::Builtin::string) return false;
   bool const isBool = type.builtin() == Kel::KelType::Builtin::boolT;
   return value.valueEqual(*type.genericFromText(isBool ? "false" : "0"));
 }
-
-}  // namespace
 
 void Complaints::add(std::string const& where, std::string const& what) {
   std::string line = file_ + ": " + where + ": " + what;
@@ -93,8 +92,8 @@ void FieldWriter::mapped(Entry const& entry, std::string const& name, JsonValue 
 
 void FieldWriter::single(Entry const& entry, Kel::KelAttr const& attr, std::string const& name,
                          std::string_view text) const {
-  auto const value =
-      converted(entry, name, *attr.type(), attr.isPtr() ? &attr : nullptr, text, attr.isPtr() ? "left null" : "left unset");
+  auto const value = converted(entry, name, *attr.type(), attr.isPtr() ? &attr : nullptr, text,
+                               attr.isPtr() ? "left null" : "left unset");
   if (!value) return;
   entry.entity->attributeIs(attr.id(), nullptr, value);
   if (!attr.isPtr() && looksAbsent(*value))

@@ -18,6 +18,9 @@ struct Entry {
   Kel::GenericIf::Ptr entity;
 };
 
+// Whether a value that was given would pass for one that was not.
+bool looksAbsent(Kel::GenericIf const& value);
+
 class Complaints {
  public:
   Complaints(std::string file, std::vector<std::string>& lines) : file_(std::move(file)), lines_(lines) {}

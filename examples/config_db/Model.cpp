@@ -1,8 +1,7 @@
 // The model as the shell knows it.
 #include "examples/config_db/Model.h"
 
-#include <map>
-
+#include "examples/config_db/Edits.h"
 #include "examples/config_db/Loader.h"
 #include "service/Path.h"
 
@@ -14,8 +13,8 @@ namespace Service = Cli::Service;
 
 // "file: TABLE|key: field: what" in its parts; the kind of a remark has no name from the file in it.
 Shell::Remark remarkOf(std::string const& complaint, std::string const& file) {
-  std::string const rest = complaint.compare(0, file.size() + 2, file + ": ") == 0 ? complaint.substr(file.size() + 2)
-                                                                                  : complaint;
+  std::string const rest =
+      complaint.compare(0, file.size() + 2, file + ": ") == 0 ? complaint.substr(file.size() + 2) : complaint;
   std::size_t const cut = rest.rfind(": ");
   if (cut == std::string::npos) return {"", rest, rest};
   Shell::Remark remark{rest.substr(0, cut), rest.substr(cut + 2), {}};
@@ -60,9 +59,8 @@ class ConfigDbModel : public Shell::Model {
     if (attr.isQueue() || attr.keyIsPtr()) return;
     auto at = Service::pathOf(*dangling.owner, base);
     if (!at) return;
-    at->steps.push_back(attr.isCollection()
-                            ? Service::memberStep(attr, Kel::GenericIf::of(Kel::Name(dangling.text)))
-                            : Service::attributeStep(attr));
+    at->steps.push_back(attr.isCollection() ? Service::memberStep(attr, Kel::GenericIf::of(Kel::Name(dangling.text)))
+                                            : Service::attributeStep(attr));
     pending.add({*at, dangling.target, dangling.target, "there is no such entry"});
   }
 };
@@ -71,11 +69,11 @@ class ConfigDbModel : public Shell::Model {
 
 Shell::Model const& model() {
   static ConfigDbModel const only;
+  static bool const told = (registerEdits(), true);
+  (void)told;
   return only;
 }
 
 }  // namespace ConfigDb
 
-extern "C" __attribute__((visibility("default"))) Shell::Model const* cli_session_model() {
-  return &ConfigDb::model();
-}
+extern "C" __attribute__((visibility("default"))) Shell::Model const* cli_session_model() { return &ConfigDb::model(); }

@@ -15,8 +15,8 @@ namespace Router {
 namespace {
 
 namespace Service = Cli::Service;
-using Service::Json;
 using Kel::GenericIf;
+using Service::Json;
 
 // --- Names ---
 
@@ -158,8 +158,8 @@ class Load {
   }
 
   void member(GenericIf::Ptr const& entity, Kel::KelAttr const& attr, Json const& value, std::string const& place) {
-    if (!attr.isCollection()) return attr.instantiating() ? singleton(entity, attr, value, place)
-                                                          : leaf(entity, attr, value, place);
+    if (!attr.isCollection())
+      return attr.instantiating() ? singleton(entity, attr, value, place) : leaf(entity, attr, value, place);
     if (!value.is_array()) return remark(place, "is no list, left empty");
     for (Json const& item : value)
       if (attr.instantiating())
@@ -288,8 +288,8 @@ Shell::Model const& model() {
   static RouterModel const only;
   // No person means "unset".
   static bool const told = [] {
-    for (char const* type : {"ComponentClass", "AdminState", "InterfaceType", "ZoneAction", "KeyFormat", "NacmAction",
-                             "LoginShell"}) {
+    for (char const* type :
+         {"ComponentClass", "AdminState", "InterfaceType", "ZoneAction", "KeyFormat", "NacmAction", "LoginShell"}) {
       Service::Spelling spelling;
       spelling.unset = {"unset"};
       Service::registerSpelling(std::string("Router::") + type, spelling);

@@ -20,12 +20,13 @@ std::string const samples[] = {
 };
 
 TEST(Words, AreThoseOfTheService) {
-  for (std::string const& line : samples) EXPECT_EQ(Cli::Service::splitWords(line), texts(splitLine(line).words)) << line;
+  for (std::string const& line : samples)
+    EXPECT_EQ(Cli::Service::splitWords(line), texts(splitLine(line).words)) << line;
 }
 
 TEST(Words, AreWrittenSoThatTheyReadBack) {
   for (std::string const word : {"plain", "", "two words", "a\"b\\c", "it's", "tab\there", "esc\x1b[31m", "|", "#x",
-                                  "caf\xc3\xa9", "bad\xff", "Vlan1|Ethernet0"}) {
+                                 "caf\xc3\xa9", "bad\xff", "Vlan1|Ethernet0"}) {
     std::string const written = asWord(word);
     Line const read = splitLine("x " + written + " y");
     ASSERT_EQ(3u, read.words.size()) << written;
@@ -38,10 +39,10 @@ TEST(Words, AreWrittenSoThatTheyReadBack) {
 TEST(Words, AreShownWithoutControlCharacters) {
   EXPECT_EQ("\\x1b[2Jx", shown("\x1b[2Jx"));
   EXPECT_EQ("a\\nb\\tc\\rd", shown("a\nb\tc\rd"));
-  EXPECT_EQ("\\xc2\\x9b", shown("\xc2\x9b"));              // a control character of two bytes
-  EXPECT_EQ("\\xe2\\x80\\xae", shown("\xe2\x80\xae"));     // right to left
-  EXPECT_EQ("\\xc0\\xaf", shown("\xc0\xaf"));              // not UTF-8
-  EXPECT_EQ("\\xed\\xa0\\x80", shown("\xed\xa0\x80"));     // half a pair
+  EXPECT_EQ("\\xc2\\x9b", shown("\xc2\x9b"));           // a control character of two bytes
+  EXPECT_EQ("\\xe2\\x80\\xae", shown("\xe2\x80\xae"));  // right to left
+  EXPECT_EQ("\\xc0\\xaf", shown("\xc0\xaf"));           // not UTF-8
+  EXPECT_EQ("\\xed\\xa0\\x80", shown("\xed\xa0\x80"));  // half a pair
   EXPECT_EQ("gr\xc3\xbc\xc3\x9f", shown("gr\xc3\xbc\xc3\x9f"));
 }
 
@@ -65,7 +66,8 @@ std::string parsed(std::string const& line) {
   try {
     Grammar::Match const match = sample().match(splitLine(line).words, accepts);
     std::string out = std::to_string(match.rule);
-    for (char const* name : {"all", "running", "session", "NAME", "PATH", "VALUE", "NUMBER", "COMMENT", "SECONDS", "ID"})
+    for (char const* name :
+         {"all", "running", "session", "NAME", "PATH", "VALUE", "NUMBER", "COMMENT", "SECONDS", "ID"})
       if (match.arguments.has(name)) out += " " + std::string(name) + "=" + match.arguments.joined(name);
     return out;
   } catch (UsageError const& e) {
@@ -93,9 +95,7 @@ TEST(Grammar, TakesUniqueAbbreviationsOfKeywords) {
   EXPECT_EQ("0 PATH=n p", parsed("show n p"));
 }
 
-TEST(Grammar, TakesQuotedWordsForNoKeywords) {
-  EXPECT_EQ("6 COMMENT=confirmed", parsed("commit \"confirmed\""));
-}
+TEST(Grammar, TakesQuotedWordsForNoKeywords) { EXPECT_EQ("6 COMMENT=confirmed", parsed("commit \"confirmed\"")); }
 
 TEST(Grammar, SaysWhichWordIsWrongAndWhatWouldDo) {
   EXPECT_EQ("'nonsense': no such command; 'help' lists them", parsed("nonsense"));

@@ -48,9 +48,11 @@ TEST(RouterModel, TakesEverythingInARealConfiguration) {
 TEST(RouterModel, KeepsTheTextOfAReferenceUntilItsTargetComes) {
   Tests::TemporaryDir const dir;
   std::string const file = dir.write("x.json", R"({"ietf-interfaces:interfaces": {"interface": [
-    {"name": "lan1", "infix-interfaces:bridge-port": {"bridge": "br9"}}]}})").string();
-  std::string const said = answers(router(), file, {"session open s", "show references", "create interfaces interface br9",
-                                                    "show references", "show interfaces interface lan1 bridgePort"});
+    {"name": "lan1", "infix-interfaces:bridge-port": {"bridge": "br9"}}]}})")
+                               .string();
+  std::string const said = answers(router(), file,
+                                   {"session open s", "show references", "create interfaces interface br9",
+                                    "show references", "show interfaces interface lan1 bridgePort"});
   EXPECT_EQ(
       "session s is open, equal to running\n"
       "interfaces.interface/lan1.bridgePort.bridge -> interfaces.interface/br9: there is no such Interface\n"
@@ -68,13 +70,13 @@ TEST(RouterModel, RefusesFilesOfAnotherForm) {
 
 // Nested lists, queues in queues, and keys that are numbers, by commands.
 TEST(RouterModel, IsEditedByCommands) {
-  std::string const said = answers(
-      router(), board,
-      {"session open s", "set interfaces interface wan ipv4 dhcp option 12 value box",
-       "insert nacm ruleList 1 rule 0", "set nacm ruleList 1 rule 0 label first", "move nacm ruleList 1 0",
-       "delete interfaces interface br0", "show diff as commands"});
+  std::string const said =
+      answers(router(), board,
+              {"session open s", "set interfaces interface wan ipv4 dhcp option 12 value box",
+               "insert nacm ruleList 1 rule 0", "set nacm ruleList 1 rule 0 label first", "move nacm ruleList 1 0",
+               "delete interfaces interface br0", "show diff as commands"});
   EXPECT_NE(std::string::npos, said.find("interfaces.interface/wan.ipv4.dhcp.option/12.value set to box")) << said;
-  EXPECT_NE(std::string::npos, said.find("move nacm ruleList 1 0\n")) << said;
+  EXPECT_NE(std::string::npos, said.find("set nacm ruleList 0 rule 0 label first\n")) << said;
   EXPECT_NE(std::string::npos, said.find("br0 deleted; no longer lead anywhere: ")) << said;
 }
 
@@ -83,7 +85,8 @@ TEST(ModelLibrary, IsUsedByItsTypes) {
   auto const types = modelOfTypes("router", {"firewall=Router::Firewall", "Router::Interfaces"});
   Tests::TemporaryDir const dir;
   std::string const file = dir.write("t.json", R"({"firewall": {"zone": {"lan": {"action": "accept",
-    "interface": {"br0": "interfaces.interface/br0"}}}}, "interfaces": {"interface": {"br0": {}}}})").string();
+    "interface": {"br0": "interfaces.interface/br0"}}}}, "interfaces": {"interface": {"br0": {}}}})")
+                               .string();
   EXPECT_EQ("session s is open, equal to running\naction     accept\ninterface  br0\n",
             answers(*types, file, {"session open s", "show firewall zone lan"}));
   EXPECT_THROW(modelOfTypes("router", {}), ModelError);

@@ -6,8 +6,8 @@
 #include <sstream>
 
 #include "Files.h"
-#include "OutputFilter.h"
 #include "Grammar.h"
+#include "OutputFilter.h"
 
 namespace Shell {
 namespace {

@@ -1,5 +1,5 @@
-// The shell's commands on the sample configuration, as transcripts: behind each command stands what it answered, and its
-// status where that is not 0.
+// The shell's commands on the sample configuration, as transcripts: behind each command stands what it answered, and
+// its status where that is not 0.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,8 +18,8 @@ class Transcript : public testing::TestWithParam<std::string> {
   static std::unique_ptr<Device> sample() {
     ::setenv("TZ", "UTC", 1);
     ::setenv("LOGNAME", "operator", 1);
-    return std::make_unique<Device>(ConfigDb::model(),
-                                    Device::Settings{SOURCE_DIR "/examples/config_db/leaf.json", "", [] { return 1.7e9; }});
+    return std::make_unique<Device>(
+        ConfigDb::model(), Device::Settings{SOURCE_DIR "/examples/config_db/leaf.json", "", [] { return 1.7e9; }});
   }
 };
 
