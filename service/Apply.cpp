@@ -5,6 +5,7 @@
 #include "service/Error.h"
 #include "service/JsonTree.h"
 #include "service/Marks.h"
+#include "service/Pointers.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
@@ -36,6 +37,7 @@ Applying::Applying(std::vector<Difference> const& differences, Tree const& tree)
   }
   saveQueues();
   noteLeaving();
+  notePointers();
 }
 
 // The outermost queues that something changes in: their positions shift, so that they are brought back as wholes.
@@ -60,26 +62,46 @@ bool Applying::isSaved(Path const& path) const { return !saved_.empty() && queue
 void Applying::noteLeaving() {
   for (Difference const& d : differences_)
     if (isEntity(d) && d.kind != DifferenceKind::created)
-      if (Entity::Ptr const e = entityAt(tree_.dir, d.path)) noteLeaving(*e, d.path.text());
+      if (Entity::Ptr const e = entityAt(tree_.dir, d.path)) noteLeaving(*e);
   for (Queue const& queue : queues_) {
     if (!queue.attr->instantiating()) continue;
     Place const place = locate(tree_.dir, queue.path);
     if (!place.there()) continue;
     eachMember(*place.entity, *place.attr, [&](Kel::AttrIterator const& it, std::size_t) {
-      noteLeaving(*it.target(), "");
+      noteLeaving(*it.target());
       return true;
     });
   }
 }
 
-void Applying::noteLeaving(Entity const& top, std::string const&) {
+void Applying::noteLeaving(Entity const& top) {
   std::vector<Entity const*> open{&top};
   while (!open.empty()) {
     Entity const& e = *open.back();
     open.pop_back();
     // Besides its owner somebody else holds it.
-    if (e.refs() > 1) leaving_.emplace(&e, std::pair(Entity::PtrConst(&e), targetText(e, *tree_.dir)));
+    if (e.refs() > 1) leaving_.emplace(&e, Leaving{Entity::PtrConst(&e), targetText(e, *tree_.dir)});
     eachOwned(e, [&](Entity const& child) { open.push_back(&child); });
+  }
+}
+
+void Applying::notePointers() {
+  if (leaving_.empty()) return;
+  for (std::string const& path : outerRoots(*tree_.roots)) {
+    Entity const* const root = rootAt(tree_, path);
+    if (!root) continue;
+    eachPointer(*root, rootPath(path), [&](Pointer const& p) {
+      if (!leaving_.count(p.target)) return;
+      Json target = targetText(*p.target, *tree_.dir);
+      Path place = p.place;
+      if (p.attr->keyIsPtr()) {
+        if (!p.content || place.steps.back().key) return;
+        place.steps.back() = memberStep(*p.attr, GenericIf::of(Kel::String8(target.get<std::string>())));
+        target = exportValue(p.content.ptr(), *tree_.dir);
+      }
+      pointers_.push_back(
+          {DifferenceKind::changed, std::move(place), p.attr->ownerType(), p.attr, {}, std::move(target), {}});
+    });
   }
 }
 
@@ -245,6 +267,9 @@ void Applying::arrange(Queue const& queue) {
             attr.instantiating()
                 ? exportEntity(*items[next[n].stays].entity, *tree_.dir)
                 : exportValue(attr.access().get(attr, &e, items[next[n].stays].index.ptr(), true).ptr(), *tree_.dir);
+  std::vector<std::optional<std::size_t>> positions(items.size());
+  for (std::size_t n = 0; n < next.size(); ++n)
+    if (!next[n].content) positions[next[n].stays] = n;
   for (std::size_t i = items.size(); i-- > 0;)
     if (removed[i] || (!onlyAppends && i >= kept)) gif->attributeDel(attr.id(), items[i].index);
   for (std::size_t n = head; n < next.size(); ++n) {
@@ -263,6 +288,23 @@ void Applying::arrange(Queue const& queue) {
     gif->attributeSQEnq(attr.id(),
                         params->size() > 0 ? GenericIf::PtrConst(GenericIf::List::genericIf(params)) : nullptr);
     create(queue.path.parent() / queueStep(attr, n), content);
+  }
+  if (attr.instantiating()) followItems(queue, positions);
+}
+
+// What was in an item is found in the item that was made in its place.
+void Applying::followItems(Queue const& queue, std::vector<std::optional<std::size_t>> const& positions) {
+  std::string const prefix = queue.path.text() + "/";
+  for (auto& [entity, leaving] : leaving_) {
+    std::string& path = leaving.path;
+    if (path.compare(0, prefix.size(), prefix) != 0) continue;
+    std::size_t const end = std::min(path.find_first_not_of("0123456789", prefix.size()), path.size());
+    if (end == prefix.size()) continue;
+    std::size_t const position = std::stoul(path.substr(prefix.size(), end - prefix.size()));
+    if (position < positions.size() && positions[position])
+      path = prefix + std::to_string(*positions[position]) + path.substr(end);
+    else
+      path.clear();
   }
 }
 
@@ -289,12 +331,12 @@ void eachPointerOwner(Entity& top, Visit const& visit) {
 // What was made anew under its old path is found again by those who pointed at it.
 void Applying::repoint() {
   bool any = false;
-  for (auto const& [e, held] : leaving_) any |= e->root() != tree_.dir->root() && e->refs() > 1 + 0;
+  for (auto const& [e, leaving] : leaving_) any |= e->root() != tree_.dir->root() && e->refs() > 1;
   if (!any) return;
   auto const successor = [&](Entity const* target) -> Entity::Ptr {
     auto const found = leaving_.find(target);
     if (found == leaving_.end() || target->root() == tree_.dir->root()) return nullptr;
-    return targetAt(tree_.dir, found->second.second);
+    return targetAt(tree_.dir, found->second.path);
   };
   for (std::string const& path : outerRoots(*tree_.roots)) {
     Entity* const root = rootAt(tree_, path);
@@ -372,9 +414,9 @@ bool Applying::backOnce() noexcept {
     }
   }
   each([&](Difference const& d) { return !isEntity(d) && isReference(d); }, &Applying::point);
+  for (Difference const& d : pointers_) ok &= step(&Applying::point, d);
   try {
     pending_.retry(tree_.dir);
-    repoint();
   } catch (...) {
     ok = false;
   }

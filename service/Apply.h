@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <unordered_map>
 
 #include "service/Difference.h"
@@ -41,7 +42,9 @@ class Applying {
   bool isSaved(Path const& path) const;
   void saveQueues();
   void noteLeaving();
-  void noteLeaving(Kel::Entity const& top, std::string const& path);
+  void noteLeaving(Kel::Entity const& top);
+  void notePointers();
+  void followItems(Queue const& queue, std::vector<std::optional<std::size_t>> const& positions);
 
   void remove(Difference const& d);
   void create(Path const& path, Json const& content);
@@ -64,9 +67,14 @@ class Applying {
   std::vector<Difference> inverse_;
   std::vector<Queue> queues_;
   std::vector<SavedQueue> saved_;
-  // Entities that may leave the tree while something points at them, with their paths. Their handles keep their
-  // addresses from being used again.
-  std::unordered_map<Kel::Entity const*, std::pair<Kel::Entity::PtrConst, std::string>> leaving_;
+  // Entities that may leave the tree while something points at them. Their handles keep their addresses from being used
+  // again.
+  struct Leaving {
+    Kel::Entity::PtrConst handle;
+    std::string path;  // of what is made in its place; empty: nothing is
+  };
+  std::unordered_map<Kel::Entity const*, Leaving> leaving_;
+  std::vector<Difference> pointers_;  // what points at them, as it was
   PendingReferences pending_;
 };
 

@@ -29,22 +29,19 @@ class QueuePlan {
  public:
   void add(Difference const& difference) {
     Difference::Run const run = difference.run.value_or(Difference::Run());
-    Json const& items = difference.after.is_array() ? difference.after : difference.before;
-    std::size_t const count = items.size();
-    size_ = std::max<std::size_t>(size_, std::max(run.from, run.to) + count);
-    for (std::size_t i = 0; i < count; ++i) {
-      if (difference.kind != DifferenceKind::created) taken_[run.from + i] = difference.kind;
-      if (difference.kind == DifferenceKind::created) placed_[run.to + i] = {&items[i], 0};
-      if (difference.kind == DifferenceKind::reordered) placed_[run.to + i] = {nullptr, run.from + i};
-    }
-    total_ += count;
+    bool const moved = difference.kind == DifferenceKind::reordered;
+    std::size_t const gone = difference.before.size(), come = difference.after.size();
+    for (std::size_t i = 0; i < gone; ++i) taken_[run.from + i] = moved;
+    for (std::size_t i = 0; i < come; ++i) placed_[run.to + i] = {moved ? nullptr : &difference.after[i], run.from + i};
+    size_ = std::max(size_, std::max(run.from + gone, run.to + come));
+    total_ += gone + come;
   }
 
   // The position behind all edits of the item that was at a position before.
   std::size_t after(std::size_t from) {
     plan();
     auto const found = positions_.find(from);
-    return found == positions_.end() ? from : found->second;
+    return found == positions_.end() ? final_.size() + from - length() : found->second;
   }
 
   // Deletions from behind, then what is inserted or moved from the front.
@@ -55,7 +52,7 @@ class QueuePlan {
     for (std::size_t i = 0; i < length(); ++i) now.push_back({nullptr, i});
     for (std::size_t i = length(); i-- > 0;) {
       auto const found = taken_.find(i);
-      if (found == taken_.end() || found->second == DifferenceKind::reordered) continue;
+      if (found == taken_.end() || found->second) continue;
       drop(i);
       now.erase(now.begin() + static_cast<std::ptrdiff_t>(i));
     }
@@ -69,7 +66,7 @@ class QueuePlan {
       while (p < now.size() && !(now[p].id == wanted.id && !now[p].item)) {
         std::size_t const here = now[p].item ? 0 : now[p].id;
         bool const moves = !now[p].item && taken_.count(here) && !moved_[here];
-        std::size_t const to = moves ? std::min(positions_[here], now.size() - 1) : 0;
+        std::size_t const to = moves ? before(now, positions_[here]) : 0;
         if (moves && to > p) {  // it is on its way to a place further behind
           moved_[here] = true;
           shift(now, p, to, move);
@@ -108,6 +105,11 @@ class QueuePlan {
       final_.push_back({nullptr, id});
     }
   }
+  // How many of the items that are there belong in front of a position.
+  std::size_t before(std::vector<Slot> const& slots, std::size_t position) {
+    return static_cast<std::size_t>(std::count_if(
+        slots.begin(), slots.end(), [&](Slot const& slot) { return slot.item || positions_[slot.id] < position; }));
+  }
   static std::size_t indexOf(std::vector<Slot> const& slots, std::size_t id) {
     for (std::size_t i = 0; i < slots.size(); ++i)
       if (!slots[i].item && slots[i].id == id) return i;
@@ -121,8 +123,8 @@ class QueuePlan {
     slots.insert(slots.begin() + static_cast<std::ptrdiff_t>(to), slot);
   }
 
-  std::map<std::size_t, DifferenceKind> taken_;  // by position before
-  std::map<std::size_t, Slot> placed_;           // by position behind
+  std::map<std::size_t, bool> taken_;   // by position before: whether it is moved
+  std::map<std::size_t, Slot> placed_;  // by position behind
   std::map<std::size_t, std::size_t> positions_;
   std::map<std::size_t, bool> moved_;
   std::vector<Slot> final_;

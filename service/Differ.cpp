@@ -68,13 +68,22 @@ Json Differ::text(Entity const* target, Tree const& tree) const {
 // --- Entities ---
 
 std::vector<Difference> Differ::run() {
+  walk();
+  if (!marks_ || !strayPointers_) return std::move(found_);
+  // Pointers at items that stand for other ones now, or for none, may be anywhere.
+  marks_ = nullptr;
+  found_.clear();
+  walk();
+  return std::move(found_);
+}
+
+void Differ::walk() {
   for (std::string const& path : outerRoots(*from_.roots)) {
     Path const place = rootPath(path);
     std::deque<Frame> frames;
     for (PathStep const& step : place.steps) frames.push_back({frames.empty() ? nullptr : &frames.back(), &step});
     owned(frames.back(), rootAt(from_, path), rootAt(to_, path));
   }
-  return std::move(found_);
 }
 
 Differ::Plan const& Differ::planOf(KelType const& type) {
@@ -379,6 +388,18 @@ void Differ::members(Frame const& at, Entity const& from, Entity const& to, KelA
 
 namespace {
 
+// Whether somebody besides its owner holds an entity, or what is below it.
+bool isPointedAt(Entity const& top) {
+  std::vector<Entity const*> open{&top};
+  while (!open.empty()) {
+    Entity const& e = *open.back();
+    open.pop_back();
+    if (e.refs() > 1) return true;
+    eachOwned(e, [&](Entity const& child) { open.push_back(&child); });
+  }
+  return false;
+}
+
 // The items of a queue, with their contents when they are asked for.
 class Items {
  public:
@@ -444,11 +465,17 @@ void Differ::queue(Frame const& at, Entity const& from, Entity const& to, KelAtt
   struct Gap {
     std::size_t from, fromEnd, to, toEnd;
   };
+  auto const lookForPointers = [&](Items const& items, std::size_t begin, std::size_t end) {
+    for (; marks_ && attr.instantiating() && !strayPointers_ && begin < end; ++begin)
+      strayPointers_ = isPointedAt(items.entity(begin));
+  };
   std::vector<Gap> gaps;
   pairs.emplace_back(mine.size(), theirs.size());
   std::size_t i = 0, j = 0;
   for (auto const& [nextI, nextJ] : pairs) {
     if (i < nextI || j < nextJ) gaps.push_back({i, nextI, j, nextJ});
+    lookForPointers(mine, i, nextI);
+    lookForPointers(theirs, j, nextJ);
     i = nextI + 1;
     j = nextJ + 1;
   }

@@ -39,6 +39,7 @@ class Differ {
     std::vector<std::size_t> partner;  // by positions in `from`
   };
 
+  void walk();
   Plan const& planOf(Kel::KelType const& type);
   void entity(Frame const& at, Kel::Entity const& from, Kel::Entity const& to);
   void directory(Frame const& at, Kel::Dir const& from, Kel::Dir const& to);
@@ -66,7 +67,8 @@ class Differ {
 
   Tree from_, to_;
   Marks const* marks_;
-  bool whole_ = false;  // below here everything is looked at, marked or not
+  bool whole_ = false;          // below here everything is looked at, marked or not
+  bool strayPointers_ = false;  // something points at items that are not aligned
   std::vector<Difference> found_;
   std::unordered_map<Kel::KelType const*, Plan> plans_;
   std::unordered_map<Kel::KelAttr const*, std::unordered_map<Kel::Entity const*, Queue>> queues_;

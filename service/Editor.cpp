@@ -365,7 +365,7 @@ class Editor::Impl {
     Kel::Entity::Ptr const owner = entityAt(base_, ownerPath);
     if (attr.isQueue() && last.key) {
       QueueEdit edit(base_, pending_, *owner, path.parent() / attributeStep(attr));
-      if (attr.instantiating()) departed_.note(*place.entity, path);
+      if (attr.instantiating()) departed_.note(*place.entity, std::nullopt);  // its position will be another's
       edit.erase(path.position());
       applied.text = path.text() + " deleted";
       return;

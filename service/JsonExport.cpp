@@ -104,7 +104,10 @@ class Exporter {
       std::string name = it->name().str();
       if (name.starts_with('$')) name = "$" + name;
       Kel::Entity::PtrConst const child = it->entityPtr();
-      if (child)
+      if (child && asDir(child.ptr())) {
+        json[name] = Json{{"$type", child->type()->fullTypeName().str()}};
+        json[name].update(below(entryStep(it->name()), [&] { return entity(*child); }));
+      } else if (child)
         json[name] = below(entryStep(it->name()), [&] { return entity(*child); });
       else
         json[name] = Json{{"$type", it->entityTypeName().str()}, {"$absent", true}};

@@ -6,10 +6,10 @@
 // (service/Path.h); null is a null pointer or a singleton that is not there. A value type is an object of its fields, a
 // representation value what it represents. A number that JSON has none for is "nan", "infinity" or "-infinity"; text
 // that is not UTF-8 is {"$bytes": "hexadecimal digits"}; an enumerator without a name is its number. A directory is an
-// object of its entries, each with "$type" in front unless it is a directory; an entry whose entity is to come has
-// "$absent": true. An entity of a type derived from the attribute's has "$type", too. A name of an entry that begins
-// with '$' gets another one in front. A collection with keys that have no text of their own (value types, null
-// pointers) is an array of {"$key": …, "$value": …}.
+// object of its entries, each with "$type" in front (read, it may be missing from directories, and from entries that
+// are there); an entry whose entity is to come has "$absent": true. An entity of a type derived from the attribute's
+// has "$type", too. A name of an entry that begins with '$' gets another one in front. A collection with keys that have
+// no text of their own (value types, null pointers) is an array of {"$key": …, "$value": …}.
 #pragma once
 
 #include <string>

@@ -106,50 +106,55 @@ std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& refe
 
 // --- Departures ---
 
-void Departed::note(Kel::Entity& entity, Path now) { entities_.push_back({Kel::Entity::Ptr(&entity), std::move(now)}); }
+void Departed::note(Kel::Entity& entity, std::optional<Path> now) {
+  entities_.push_back({Kel::Entity::Ptr(&entity), std::move(now)});
+}
 
 std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences* pending) {
-  std::unordered_map<Kel::Entity const*, Path const*> tops;
+  std::unordered_map<Kel::Entity const*, std::optional<Path> const*> tops;
   for (Gone const& gone : entities_)
     if (!gone.entity->parent()) tops[gone.entity.ptr()] = &gone.now;
   std::vector<Path> lost;
   if (tops.empty()) return lost;
   struct Change {
     Reference reference;
-    Path now;
+    std::optional<Path> now;
   };
   std::vector<Change> changes;
   eachReference(*base, [&](Reference const& reference) {
     Kel::Entity const* const top = reference.target->root();
     auto const found = tops.find(top);
     if (found == tops.end() || reference.attr->ctorParam()) return;
-    Path now = *found->second;
+    std::optional<Path> now = *found->second;
     auto const below = pathOf(*reference.target, *top);
     if (!below) return;
-    now.steps.insert(now.steps.end(), below->steps.begin(), below->steps.end());
+    if (now) now->steps.insert(now->steps.end(), below->steps.begin(), below->steps.end());
     changes.push_back({reference, std::move(now)});
   });
   for (auto const& [reference, now] : changes) {
     GenericIf::Ptr const owner = gifOf(*reference.owner);
     KelAttr const& attr = *reference.attr;
-    Kel::Entity::Ptr const target = entityAt(base, now);
+    Kel::Entity::Ptr const target = now ? entityAt(base, *now) : nullptr;
     bool const fits = target && target->type()->isA(reference.isKey ? attr.keyType() : attr.type());
     auto const place = placeOf(reference, *base);
     if (fits && reference.isKey) {
       GenericIf::Ptr const value = owner->attribute(attr.id(), reference.key);
+      GenericIf::Ptr const key = GenericIf::ofEntity(target);
       owner->attributeDel(attr.id(), reference.key);
-      owner->attributeIs(attr.id(), GenericIf::ofEntity(target), value);
+      // What was entered under the successor since then stands.
+      if (!attr.access().iterator(attr, *reference.owner, key.ptr())->nonNull())
+        owner->attributeIs(attr.id(), key, value);
     } else if (fits) {
       owner->attributeIs(attr.id(), reference.key, GenericIf::ofEntity(target));
     } else if (place) {
       PathStep last = place->steps.back();
-      if (reference.isKey) last.key = GenericIf::of(Kel::String8(now.text()));
+      std::string const text = now ? now->text() : std::string();
+      if (reference.isKey) last.key = GenericIf::of(Kel::String8(text));
       Path const at = place->parent() / last;
       lost.push_back(at);
-      if (!pending) continue;
+      if (!pending || !now) continue;
       GenericIf::Ptr const value = reference.isKey ? owner->attribute(attr.id(), reference.key) : nullptr;
-      pending->add(
-          {at, reference.isKey ? exportValue(value.ptr(), *base) : Json(now.text()), now.text(), "it was deleted"});
+      pending->add({at, reference.isKey ? exportValue(value.ptr(), *base) : Json(text), text, "it was deleted"});
     }
   }
   return lost;

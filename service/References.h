@@ -31,17 +31,17 @@ std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& refe
 // Entities that left the tree in the course of a change, and where their successors are. Keeps them alive.
 class Departed {
  public:
-  // Before it leaves. `now`: the path under which a successor may be found.
-  void note(Kel::Entity& entity, Path now);
+  // Before it leaves. `now`: the path under which a successor may be found; nothing: there will be none.
+  void note(Kel::Entity& entity, std::optional<Path> now);
   bool empty() const { return entities_.empty(); }
-  // Leads pointers that still point at what has departed to the successors. Those that have none stay; they are pending
-  // from then on, and their places are the answer.
+  // Leads pointers that still point at what has departed to the successors. Those that have none stay; they are
+  // pending from then on, if a successor may come, and their places are the answer.
   std::vector<Path> repoint(Kel::Dir::Ptr const& base, PendingReferences* pending);
 
  private:
   struct Gone {
     Kel::Entity::Ptr entity;
-    Path now;
+    std::optional<Path> now;
   };
   std::vector<Gone> entities_;
 };

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -10,6 +11,7 @@
 #include "CliSession/Tree.h"
 #include "Kel/AttrLog.h"
 #include "Plant.h"
+#include "service/JsonTree.h"
 #include "service/Service.h"
 
 namespace Tests {
@@ -23,6 +25,28 @@ inline std::string imageOf(Sv::Tree const& tree) {
     if (EntityPtr const root = tree.dir->entity(Kel::String8(path))) scope.roots.push_back(root.ptr());
   std::string text;
   for (Kel::Entity const* root : scope.roots) text += dump(*root, scope);
+  return text;
+}
+
+// The same by the service's own export, in which pointers name items of queues by their positions.
+inline nlohmann::json sorted(Sv::Json const& json) {
+  if (!json.is_structured()) return nlohmann::json::parse(json.dump());
+  nlohmann::json made = json.is_object() ? nlohmann::json::object() : nlohmann::json::array();
+  for (auto const& item : json.items()) {
+    if (json.is_object())
+      made[item.key()] = sorted(item.value());
+    else
+      made.push_back(sorted(item.value()));
+  }
+  if (!json.empty() && json.is_array() && json[0].is_object() && json[0].contains("$key"))
+    std::sort(made.begin(), made.end());
+  return made;
+}
+inline std::string exportOf(Sv::Tree const& tree) {
+  std::string text;
+  for (std::string const& path : *tree.roots)
+    if (EntityPtr const root = tree.dir->entity(Kel::String8(path)))
+      text += path + " " + sorted(Sv::exportEntity(*root, *tree.dir)).dump(1) + "\n";
   return text;
 }
 

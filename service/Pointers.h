@@ -1,0 +1,22 @@
+// The pointers of a tree. Not installed.
+#pragma once
+
+#include <functional>
+
+#include "service/Path.h"
+
+namespace Cli::Service {
+
+// A pointer of a tree, and where it leads.
+struct Pointer {
+  Path place;  // of the attribute where a key is the pointer
+  Kel::Entity const* owner;
+  Kel::KelAttr const* attr;
+  Kel::Entity const* target;
+  Kel::GenericIf::PtrConst content;  // of the member, where its key is the pointer
+};
+
+// Visits the pointers at and below an entity, which stands at `at`.
+void eachPointer(Kel::Entity const& top, Path const& at, std::function<void(Pointer const&)> const& visit);
+
+}  // namespace Cli::Service

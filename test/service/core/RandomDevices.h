@@ -1,0 +1,83 @@
+// Devices of random content, with two users who change random things.
+#pragma once
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "Kel/AttrAccess.h"
+#include "service/JsonTree.h"
+#include "service/core/Device.h"
+
+namespace Tests {
+
+inline unsigned seedCount(unsigned usual) {
+  char const* const text = std::getenv("LAW_SEEDS");
+  return text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : usual;
+}
+inline unsigned firstSeed() {
+  char const* const text = std::getenv("LAW_FIRST");
+  return text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : 0;
+}
+
+inline std::vector<Kel::Entity*> rootsOf(Sv::Tree const& tree) {
+  std::vector<Kel::Entity*> roots;
+  for (std::string const& path : *tree.roots) roots.push_back(tree.dir->entity(Kel::String8(path)).ptr());
+  return roots;
+}
+// What pointers may lead to.
+inline std::vector<Kel::Entity*> targetsIn(Sv::Tree const& tree, bool items) {
+  std::vector<Kel::Entity*> all;
+  for (Kel::Entity* root : rootsOf(tree))
+    for (Kel::Entity* e : entitiesOf(*root))
+      if (items || e->fullName().pos(".job/") == Kel::String8::npos) all.push_back(e);
+  return all;
+}
+inline void fill(Sv::Tree const& tree, Generator& generator, bool items) {
+  for (Kel::Entity* root : rootsOf(tree)) generator.fill(*root, 2);
+  for (Kel::Entity* root : rootsOf(tree)) generator.point(*root, targetsIn(tree, items));
+}
+inline void mutate(Sv::Tree const& tree, Generator& generator, unsigned times, bool items) {
+  for (unsigned i = 0; i < times; ++i)
+    for (Kel::Entity* root : rootsOf(tree)) generator.mutate(*root, targetsIn(tree, items));
+  for (Kel::Entity* root : rootsOf(tree)) dropOrphans(*root);
+}
+
+// The same seed makes the same device and the same edits.
+struct RandomDevice : Device {
+  Sv::Session& mine;
+  Sv::Session& theirs;
+
+  // `items`: pointers may lead to items of queues.
+  explicit RandomDevice(unsigned seed, bool items = false, bool edits = true)
+      : Device([&](Plant::Hall&) {
+          static std::vector<std::string> const roots{"hall", "sys/annex"};
+          Generator generator(seed);
+          fill({running, &roots}, generator, items);
+        }),
+        mine(open("mine")),
+        theirs(open("theirs")) {
+    if (!edits) return;
+    Generator first(seed * 2 + 1), second(seed * 2 + 2);
+    mutate(mine.tree(), first, 1 + seed % 7, items);
+    mutate(theirs.tree(), second, 1 + seed % 5, items);
+  }
+};
+
+inline Sv::Json contentOf(Sv::Tree const& tree, Sv::Path const& path) {
+  Sv::Place const place = Sv::locate(tree.dir, path);
+  if (!place.there()) return {};
+  if (!place.attr) return Sv::exportEntity(*place.entity, *tree.dir);
+  if (!place.isMember) return Sv::exportAttribute(*place.entity, *place.attr, *tree.dir);
+  auto const member = place.attr->access().get(*place.attr, place.entity.ptr(), place.key.ptr(), true);
+  return member ? Sv::exportValue(member.ptr(), *tree.dir) : Sv::Json();
+}
+
+inline std::string bytesOfTree(Sv::Tree const& tree) { return Kel::writeAttrLog(*tree.dir); }
+
+inline bool inQueue(Sv::Path const& path) {
+  return std::any_of(path.steps.begin(), path.steps.end(),
+                     [](Sv::PathStep const& s) { return s.attr && s.attr->isQueue(); });
+}
+inline bool touch(Sv::Path const& a, Sv::Path const& b) { return a.isWithin(b) || b.isWithin(a); }
+
+}  // namespace Tests
