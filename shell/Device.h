@@ -1,6 +1,7 @@
 // The embedded default: a running configuration, the service that owns its sessions, and the store, in one process.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,9 +14,10 @@ namespace Shell {
 class Device {
  public:
   struct Settings {
-    std::string file;      // the configuration; "-": standard input
+    std::string file;  // the configuration; "-": standard input
     std::string stateDir;  // where commits are kept; empty: nowhere
     std::function<double()> clock;
+    std::string text{};  // of the configuration, in place of the file
   };
   // Loads the configuration. With a state directory that has commits the running configuration is that of the newest
   // one, and the file's the clean configuration. Raises ModelError, Cli::Service::Error.

@@ -41,7 +41,7 @@ class Front {
   // One command after the other, until there are no more, one says to stop, or one fails. False: it is over.
   bool run(Script& script) {
     for (std::string line; script.next(line);) {
-      if (options_.echo) std::cout << "> " << line << std::endl;
+      if (options_.echo) std::cout << (line.empty() || line.front() == '#' ? "" : "> ") << line << std::endl;
       Interpreter::Answer const answer = runOne(line);
       std::cout << answer.output << std::flush;
       if (!answer.error.empty()) std::cerr << script.place() << answer.error << std::flush;
