@@ -7,10 +7,7 @@
 
 #include "Kel/Exception.h"
 #include "ModelLibrary.h"
-#if __has_include("service/SqliteStore.h")
 #include "service/SqliteStore.h"
-#define HAVE_STORE 1
-#endif
 
 namespace Shell {
 
@@ -30,11 +27,7 @@ std::unique_ptr<Service::CommitStore> openStore(std::string const& dir) {
   std::error_code error;
   std::filesystem::create_directories(dir, error);
   if (error) throw ModelError(dir + ": cannot be made: " + error.message());
-#ifndef HAVE_STORE
-  return nullptr;
-#else
   return std::make_unique<Service::SqliteStore>((std::filesystem::path(dir) / "commits.db").string());
-#endif
 }
 
 }  // namespace
