@@ -64,9 +64,8 @@ struct Terminal {
     std::string const before = trees();
     Interpreter::Answer const answer = interpreter.run(line);
     FUZZ_LAW(answer.error.empty() == (answer.outcome != Outcome::failed), line + ": " + answer.error);
-    bool const control = std::any_of(answer.output.begin(), answer.output.end(), [](unsigned char c) {
-      return (c < ' ' && c != '\n') || c == 0x7f;
-    });
+    bool const control = std::any_of(answer.output.begin(), answer.output.end(),
+                                     [](unsigned char c) { return (c < ' ' && c != '\n') || c == 0x7f; });
     FUZZ_LAW(!control, line + ": " + answer.output);
     if (answer.outcome == Outcome::failed) FUZZ_LAW(trees() == before, line + ": " + answer.error);
     return answer.outcome;

@@ -11,7 +11,14 @@ namespace {
 
 std::string changes(std::size_t count) { return counted(count, "change", "changes"); }
 
-// Runs what may be refused for conflicts or by the checks; both are answers for people.
+std::string findingsText(std::string const& what, Service::CheckError const& e) {
+  std::string text = what + " refused:";
+  for (auto const& finding : e.findings)
+    text += "\n  " + (finding.path.empty() ? "" : shown(finding.path.text()) + ": ") + shown(finding.reason);
+  return text;
+}
+
+// Runs what may be refused for conflicts, which are shown, or by the checks, which are an error.
 template <class Action>
 Outcome refusable(Context& context, char const* what, Action const& action) {
   try {
@@ -23,10 +30,7 @@ Outcome refusable(Context& context, char const* what, Action const& action) {
                 << "'resolve PATH session' or 'resolve PATH running' settles each, or edit it again\n";
     return Outcome::differs;
   } catch (Service::CheckError const& e) {
-    std::string text = std::string(what) + " refused:";
-    for (auto const& finding : e.findings)
-      text += "\n  " + (finding.path.empty() ? "" : shown(finding.path.text()) + ": ") + shown(finding.reason);
-    throw CommandError(text);
+    throw CommandError(findingsText(what, e));
   }
 }
 
@@ -86,10 +90,15 @@ Outcome commitCancel(Context& context, Arguments const& arguments) {
 
 Outcome check(Context& context, Arguments const&) {
   Service::Session const& session = context.session();
-  return refusable(context, "commit would be", [&] {
-    session.check();
-    context.out << "a commit would be taken\n";
-  });
+  try {
+    return refusable(context, "commit would be", [&] {
+      session.check();
+      context.out << "a commit would be taken\n";
+    });
+  } catch (CommandError const& e) {  // a finding is an answer here
+    context.out << e.what() << "\n";
+    return Outcome::differs;
+  }
 }
 
 Outcome update(Context& context, Arguments const& arguments) {

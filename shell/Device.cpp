@@ -35,7 +35,8 @@ std::unique_ptr<Service::CommitStore> openStore(std::string const& dir) {
 Device::Device(Model const& model, Settings const& settings) : model_(model), top_(Kel::dirFactory("")) {
   running_ = Kel::Dir::Ptr(new Kel::Dir("running", top_.ptr()));
   std::string const name = settings.file == "-" ? "standard input" : settings.file;
-  report_ = loadConfiguration(model, settings.text.empty() ? readConfiguration(settings.file) : settings.text, name, running_, pending);
+  report_ = loadConfiguration(model, settings.text.empty() ? readConfiguration(settings.file) : settings.text, name,
+                              running_, pending);
   Service::Options options;
   options.clock = settings.clock;
   if (!settings.stateDir.empty()) {

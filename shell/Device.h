@@ -14,7 +14,7 @@ namespace Shell {
 class Device {
  public:
   struct Settings {
-    std::string file;  // the configuration; "-": standard input
+    std::string file;      // the configuration; "-": standard input
     std::string stateDir;  // where commits are kept; empty: nowhere
     std::function<double()> clock;
     std::string text{};  // of the configuration, in place of the file

@@ -71,11 +71,12 @@ TEST(CliSession, TakesTheFlatForm) {
   Tests::TemporaryDir const dir;
   std::string const nested = R"({"PORT": {"Ethernet0": {"mtu": "1500"}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}}})";
   std::string const flat = R"({"PORT|Ethernet0": {"mtu": "1500"}, "VLAN_MEMBER|Vlan1|Ethernet0": {}})";
-  Result const result = run(CLI_SESSION " diff " + dir.write("a.json", nested).string() + " " +
-                            dir.write("b.json", flat).string());
+  Result const result =
+      run(CLI_SESSION " diff " + dir.write("a.json", nested).string() + " " + dir.write("b.json", flat).string());
   EXPECT_EQ(0, result.status) << result.output;
   EXPECT_EQ("", result.output);
-  Result const shown = run(CLI_SESSION " " + (dir.path() / "b.json").string() + " -c 'session open s' -c 'show network'");
+  Result const shown =
+      run(CLI_SESSION " " + (dir.path() / "b.json").string() + " -c 'session open s' -c 'show network'");
   EXPECT_NE(std::string::npos, shown.output.find("2 entries of 2 tables loaded")) << shown.output;
 }
 
@@ -131,7 +132,8 @@ TEST(CliSession, KeepsCommitsInItsStateDirectory) {
   EXPECT_EQ(0, second.status) << second.output;
   EXPECT_NE(std::string::npos, second.output.find("\n1500\n")) << second.output;
   EXPECT_NE(std::string::npos, second.output.find("smaller frames")) << second.output;
-  Result const third = run(program + open + " -c clear -c 'show diff as commands' -c 'commit back' -c 'show diff clean'");
+  Result const third =
+      run(program + open + " -c clear -c 'show diff as commands' -c 'commit back' -c 'show diff clean'");
   EXPECT_NE(std::string::npos, third.output.find("set network ports port Ethernet0 mtu 9100")) << third.output;
   EXPECT_EQ(0, third.status) << third.output;
   EXPECT_EQ(2, run(program + "/commits.db -c help").status) << "a file where a directory belongs";
