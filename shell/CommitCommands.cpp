@@ -42,8 +42,8 @@ void tellCommit(Context& context, Service::CommitResult const& result) {
   if (result.confirms) context.out << "the commit that waited is confirmed\n";
   if (result.number) {
     context.out << "commit " << *result.number << ": " << changes(result.differences.size()) << "\n";
-    if (!context.device.keepsCommits())
-      context.out << "it is not kept beyond this process; --state DIR keeps commits\n";
+    if (!context.device.keepsCommits() && *result.number == 1)
+      context.out << "commits are not kept beyond this process; --state DIR keeps them\n";
   } else if (!result.confirms) {
     context.out << "nothing to commit\n";
   }
