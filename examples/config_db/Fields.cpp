@@ -2,7 +2,9 @@
 
 #include <optional>
 
+#include "examples/config_db/Editing.h"
 #include "examples/config_db/Values.h"
+#include "service/JsonTree.h"
 
 namespace ConfigDb {
 
@@ -29,13 +31,6 @@ std::vector<std::string_view> split(std::string_view text) {
 
 }  // namespace
 
-bool looksAbsent(GenericIf const& value) {
-  Kel::KelType const& type = *value.type();
-  if (!type.isBuiltin() || type.builtin() == Kel::KelType::Builtin::string) return false;
-  bool const isBool = type.builtin() == Kel::KelType::Builtin::boolT;
-  return value.valueEqual(*type.genericFromText(isBool ? "false" : "0"));
-}
-
 void Complaints::add(std::string const& where, std::string const& what) {
   std::string line = file_ + ": " + where + ": " + what;
   for (char& c : line)
@@ -50,18 +45,28 @@ void FieldWriter::complain(Entry const& entry, std::string const& field, std::st
 // The value or the entity that the text stands for, or null. When it should stand for one, a complaint says so together
 // with what was done.
 GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& field, Kel::KelType const& type,
-                                      Kel::KelAttr const* pointer, std::string_view text, char const* done) const {
+                                      bool pointer, std::string_view text, char const* done) const {
   if (pointer) {
     Tree::Found const found = tree_.referred(type, text);
-    if (!found.problem.empty()) {
-      complain(entry, field, found.problem + ", " + done);
-      dangling_.push_back({entry.entity->entity(), pointer, found.name, found.wanted});
-    }
+    if (!found.problem.empty()) complain(entry, field, found.problem + ", " + done);
     return GenericIf::ofEntity(found.entity);
   }
-  GenericIf::Ptr value = valueFromText(type, text);
+  GenericIf::Ptr value = Cli::Service::valueOf(type, text);
   if (!value) complain(entry, field, "\"" + std::string(text) + "\" " + refusal(type) + ", " + done);
   return value;
+}
+
+void FieldWriter::noteDangling(Entry const& entry, Kel::KelAttr const& attr, std::string_view text,
+                               GenericIf::PtrConst key, GenericIf::PtrConst const& member) const {
+  Kel::KelType const& type = attr.keyIsPtr() ? *attr.keyType() : *attr.type();
+  Tree::Found const found = tree_.referred(type, text);
+  if (found.problem.empty()) return;
+  std::string const target = tree_.expected(type, text);
+  if (attr.keyIsPtr()) key = GenericIf::of(Kel::String8(target));
+  Cli::Service::Path const owner = tree_.pathOf(*entry.entity->entity());
+  Cli::Service::Json const value =
+      member ? Cli::Service::exportValue(member.ptr(), *entry.entity->entity()) : Cli::Service::Json(target);
+  dangling_.push_back({owner / Cli::Service::memberStep(attr, key), value, target, found.problem});
 }
 
 void FieldWriter::keyPart(Entry const& entry, std::string const& attribute, std::string_view text) const {
@@ -85,19 +90,20 @@ void FieldWriter::mapped(Entry const& entry, std::string const& name, JsonValue 
   Kel::KelAttr const& attr = *entry.entity->type()->getAttr(mapAttribute(*entry.table));
   auto const text = scalarText(value);
   if (!text) return complain(entry, name, std::string(kindName(value.kind)) + " is no single value, left out");
-  auto const key = converted(entry, name, *attr.keyType(), attr.keyIsPtr() ? &attr : nullptr, name, "left out");
-  auto const member = key ? converted(entry, name, *attr.type(), nullptr, *text, "left out") : nullptr;
-  if (member) entry.entity->attributeIs(attr.id(), key, member);
+  auto const key = converted(entry, name, *attr.keyType(), attr.keyIsPtr(), name, "left out");
+  auto const member = converted(entry, name, *attr.type(), false, *text, "left out");
+  if (!key && member && attr.keyIsPtr()) noteDangling(entry, attr, name, nullptr, member);
+  if (key && member) entry.entity->attributeIs(attr.id(), key, member);
 }
 
 void FieldWriter::single(Entry const& entry, Kel::KelAttr const& attr, std::string const& name,
                          std::string_view text) const {
-  auto const value = converted(entry, name, *attr.type(), attr.isPtr() ? &attr : nullptr, text,
-                               attr.isPtr() ? "left null" : "left unset");
+  auto const value =
+      converted(entry, name, *attr.type(), attr.isPtr(), text, attr.isPtr() ? "left null" : "left unset");
+  if (!value && attr.isPtr()) noteDangling(entry, attr, text, nullptr, nullptr);
   if (!value) return;
   entry.entity->attributeIs(attr.id(), nullptr, value);
-  if (!attr.isPtr() && looksAbsent(*value))
-    entry.entity->attributeIs(entry.entity->attributeId("present"), GenericIf::of(attr.name()), GenericIf::of(true));
+  notePresence(*entry.entity->entity(), attr, true);
 }
 
 // A list replaces the one that is there: an entry can be given twice, under two spellings of its key.
@@ -121,7 +127,8 @@ void FieldWriter::many(Entry const& entry, Kel::KelAttr const& attr, std::string
 void FieldWriter::one(Entry const& entry, Kel::KelAttr const& attr, std::string const& name,
                       std::string_view text) const {
   if (isAbsent(text)) return;
-  auto const value = converted(entry, name, *attr.type(), attr.isPtr() ? &attr : nullptr, text, "left out");
+  auto const value = converted(entry, name, *attr.type(), attr.isPtr(), text, "left out");
+  if (!value && attr.isPtr()) noteDangling(entry, attr, text, GenericIf::of(Kel::Name(Tree::nameIn(text))), nullptr);
   if (!value) return;
   if (attr.isQueue())
     entry.entity->attributeSQEnq(attr.id(), value);

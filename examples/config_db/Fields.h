@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "examples/config_db/Json.h"
-#include "examples/config_db/Loader.h"
 #include "examples/config_db/Tree.h"
+#include "service/PendingReferences.h"
 
 namespace ConfigDb {
 
@@ -17,9 +17,6 @@ struct Entry {
   std::string label;  // "TABLE|key", for complaints
   Kel::GenericIf::Ptr entity;
 };
-
-// Whether a value that was given would pass for one that was not.
-bool looksAbsent(Kel::GenericIf const& value);
 
 class Complaints {
  public:
@@ -34,7 +31,8 @@ class Complaints {
 
 class FieldWriter {
  public:
-  FieldWriter(Tree const& tree, Complaints& complaints, std::vector<Report::Dangling>& dangling)
+  // `dangling` gets the references that lead nowhere.
+  FieldWriter(Tree const& tree, Complaints& complaints, std::vector<Cli::Service::PendingReference>& dangling)
       : tree_(tree), complaints_(complaints), dangling_(dangling) {}
 
   void keyPart(Entry const& entry, std::string const& attribute, std::string_view text) const;
@@ -46,12 +44,16 @@ class FieldWriter {
   void many(Entry const& entry, Kel::KelAttr const& attr, std::string const& name, JsonValue const& value) const;
   void one(Entry const& entry, Kel::KelAttr const& attr, std::string const& name, std::string_view text) const;
   void complain(Entry const& entry, std::string const& field, std::string const& what) const;
-  Kel::GenericIf::Ptr converted(Entry const& entry, std::string const& field, Kel::KelType const& type,
-                                Kel::KelAttr const* pointer, std::string_view text, char const* done) const;
+  Kel::GenericIf::Ptr converted(Entry const& entry, std::string const& field, Kel::KelType const& type, bool pointer,
+                                std::string_view text, char const* done) const;
+
+  // Notes a reference, if it leads nowhere. `key`: of the member that it is; `member`: what is to stand under it.
+  void noteDangling(Entry const& entry, Kel::KelAttr const& attr, std::string_view text, Kel::GenericIf::PtrConst key,
+                    Kel::GenericIf::PtrConst const& member) const;
 
   Tree const& tree_;
   Complaints& complaints_;
-  std::vector<Report::Dangling>& dangling_;
+  std::vector<Cli::Service::PendingReference>& dangling_;
 };
 
 }  // namespace ConfigDb

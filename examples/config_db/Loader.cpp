@@ -4,8 +4,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "examples/config_db/Editing.h"
 #include "examples/config_db/Fields.h"
-#include "examples/config_db/Keys.h"
 #include "examples/config_db/Source.h"
 #include "examples/config_db/TableMap.h"
 #include "examples/config_db/Tree.h"
@@ -139,6 +139,7 @@ unsigned Report::entryCount() const {
 }
 
 std::vector<SessionRoot> const& sessionRoots() {
+  registerModel();
   static std::vector<SessionRoot> const all = [] {
     std::vector<SessionRoot> made;
     for (Root const& root : roots()) made.push_back({root.path, root.type});
@@ -150,6 +151,7 @@ std::vector<SessionRoot> const& sessionRoots() {
 namespace {
 
 void load(Source const& source, Kel::Dir::Ptr const& into, Report& report) {
+  registerModel();
   try {
     Report met;
     Load(source, met).run(into);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Kel/Dir.h"
+#include "service/PendingReferences.h"
 
 namespace ConfigDb {
 
@@ -23,16 +24,11 @@ struct Report {
   // First about names given twice, then about tables and keys, then about fields:
   // "file: TABLE|key: field: what is wrong, what was done about it".
   std::vector<std::string> complaints;
-  // References that lead nowhere and were left null, or left out of a collection.
-  struct Dangling {
-    Kel::Entity::Ptr owner;
-    Kel::KelAttr const* attr;
-    std::string text;    // as the file has it, and as a name
-    std::string target;  // the path that such an entry would have
-  };
-  std::vector<Dangling> dangling;
   // The tables that were loaded, with the number of their entries. An address of an interface is an entry.
   std::map<std::string, unsigned> entries;
+
+  // References that lead nowhere: where they stand, relative to the directory loaded into, and what they say.
+  std::vector<Cli::Service::PendingReference> dangling;
 
   unsigned entryCount() const;
 };

@@ -1,7 +1,7 @@
 // The model as the shell knows it.
 #include "examples/config_db/Model.h"
 
-#include "examples/config_db/Edits.h"
+#include "examples/config_db/Editing.h"
 #include "examples/config_db/Loader.h"
 #include "service/Path.h"
 
@@ -21,7 +21,8 @@ Shell::Remark remarkOf(std::string const& complaint, std::string const& file) {
   bool quoted = false;
   for (char const c : remark.what) {
     if (c == '"') quoted = !quoted;
-    if (!quoted || c == '"') remark.kind += c;
+    if (c == '"' && quoted) remark.kind += "...";
+    if (c != '"' && !quoted) remark.kind += c;
   }
   return remark;
 }
@@ -44,24 +45,12 @@ class ConfigDbModel : public Shell::Model {
     } catch (LoadError const& e) {
       throw Shell::ModelError(e.what());
     }
-    for (Report::Dangling const& dangling : report.dangling) addPending(dangling, *into, pending);
+    for (Service::PendingReference const& reference : report.dangling) pending.add(reference);
     Shell::LoadReport out;
     out.summary =
         std::to_string(report.entryCount()) + " entries of " + std::to_string(report.entries.size()) + " tables";
     for (std::string const& complaint : report.complaints) out.remarks.push_back(remarkOf(complaint, file));
     return out;
-  }
-
- private:
-  // Queues have no place for what is not there.
-  static void addPending(Report::Dangling const& dangling, Kel::Dir const& base, Service::PendingReferences& pending) {
-    Kel::KelAttr const& attr = *dangling.attr;
-    if (attr.isQueue() || attr.keyIsPtr()) return;
-    auto at = Service::pathOf(*dangling.owner, base);
-    if (!at) return;
-    at->steps.push_back(attr.isCollection() ? Service::memberStep(attr, Kel::GenericIf::of(Kel::Name(dangling.text)))
-                                            : Service::attributeStep(attr));
-    pending.add({*at, dangling.target, dangling.target, "there is no such entry"});
   }
 };
 
@@ -69,7 +58,7 @@ class ConfigDbModel : public Shell::Model {
 
 Shell::Model const& model() {
   static ConfigDbModel const only;
-  static bool const told = (registerEdits(), true);
+  static bool const told = (registerModel(), true);
   (void)told;
   return only;
 }
