@@ -7,7 +7,7 @@ namespace Cli::Session {
 
 namespace {
 
-// Values without a comparison are held against each other as they print.
+// Values without a comparison are compared by their printed form.
 bool sameContent(Kel::KelAttr const& attr, Kel::Entity const& a, Kel::Entity const& b) {
   Kel::AttrAccess const& access = attr.access();
   if (attr.isCollection() && access.count(attr, a) == 0) return access.count(attr, b) == 0;

@@ -1,13 +1,13 @@
-// Whether anything has been put into an entity since it was made by its name.
+// Tells whether an entity is still as it was made from its name.
 #pragma once
 
 #include "Kel/Dir.h"
 
 namespace Cli::Session {
 
-// Whether an entity of a directory owns nothing and has the parameters, the values and the pointers of one that the
-// directory makes under its name. Answers false for a type that is not made by a name, and for one that owns something
-// from the start. Cost: one new entity, and the number of the attributes.
+// True if an entity of a directory owns nothing and has the parameters, values and pointers of a new one that the
+// directory makes under its name. False for a type that cannot be made from a name, and for one that owns something
+// from the start. Cost: one new entity, and the number of attributes.
 bool isAsMade(Kel::Entity const& e, Kel::Dir& dir);
 
 }  // namespace Cli::Session

@@ -45,11 +45,17 @@ bool isDir(Kel::Dir::EntryState const& entry) {
   return entry.entityTypeName() == Kel::Dir::_fwkType()->fullTypeName().view();
 }
 
-// Whether a directory on the way to a root, given by its path, is going to be made anew.
+// Whether the entry at a path, which is on the way to a root, is going to be deleted and made again.
 using GoesFirst = std::function<bool(Kel::String const& path)>;
 
-// One session root under way: two cursors that walk the ancestors of the root side by side. Traces and asserts as the
-// operation.
+// The type of a session root; empty if none is recorded.
+Kel::String rootType(Status const& status, Kel::String const& path) {
+  if (!status.rootTrie()) Kel::throwRangeException(status.name() + " has no rootTrie: initialize() makes it");
+  return status.rootTrie()->prefixTypename(path);
+}
+
+// Makes one session root: two cursors walk down to it side by side, in the source and in the destination. Traces and
+// asserts under the name of the operation.
 class RootSkeleton {
  public:
   static constexpr char const* operation = "doCreateSessionRoot";
@@ -57,18 +63,20 @@ class RootSkeleton {
       "void Cli::Session::Status::doCreateSessionRoot(const Kel::Ptr<Kel::Dir>&, const Kel::Ptr<Kel::Dir>&, "
       "Kel::String)";
 
-  // Raises what is to be said against the root; changes nothing.
+  // Raises an exception if the root is wrong; changes nothing.
   RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
                Kel::String const& typeName, GoesFirst const& goesFirst = {})
-      : path_(path), typeName_(typeName), names_(components(path)), src_(src), dest_(dest) {
+      : path_(path), typeName_(typeName), names_(components(path)), givenSrc_(src), src_(src), dest_(dest) {
     for (Kel::Name const& name : names_)
       if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path + "': empty path component");
     Kel::validPtr(src);
     checkDestination(*Kel::validPtr(dest), goesFirst);
+    if (typeName_.empty())
+      Kel::throwTypeException(Kel::String("session root '") + path_ + "'", "rootTrie has no type for it");
     Kel::KelType const* type = Kel::KelType::find(typeName_);
     if (!type || !type->isMadeByName())
       Kel::throwTypeException(Kel::String("session root '") + path_ + "'",
-                              Kel::String("no entity type '") + typeName_ + "' that is made by a name");
+                              Kel::String("no entity type '") + typeName_ + "' that can be made from a name");
   }
 
   void make() {
@@ -88,7 +96,7 @@ class RootSkeleton {
         if (goesFirst && goesFirst(path_.view().substr(0, walked - 1))) return;
         Kel::throwTypeException(
             Kel::String("session root '") + path_ + "' of type " + typeName_,
-            cursor->fullName() + "/" + names_[i] + " is a " + state->entityTypeName() + ", no directory");
+            cursor->fullName() + "/" + names_[i] + " is a " + state->entityTypeName() + ", not a directory");
       }
       cursor = state ? dynamic_cast<Kel::Dir*>(state->entityPtr().ptr()) : nullptr;
     }
@@ -99,7 +107,7 @@ class RootSkeleton {
       auto const state = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
       KEL_ASSERT_AS(!state || isDir(*state), "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"",
                     signature);
-      // A directory that is announced but not there yet has nothing to walk; the source is never written.
+      // A directory that is announced but does not exist yet is not walked, and not made: the source is never written.
       src_ = state ? Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())))
                    : Kel::Ptr<Kel::Dir>();
     }
@@ -110,7 +118,7 @@ class RootSkeleton {
   void checkSource(Kel::Name const& name) const {
     auto const e = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
     if (!e) {
-      std::cerr << "path " << path_ << " is not a mount point in src (" << src_ << ")" << std::endl;
+      std::cerr << "path " << path_ << " is not a mount point in src (" << givenSrc_ << ")" << std::endl;
       return;
     }
     KEL_ASSERT_AS(e->entityTypeName() == typeName_, "e->type() == typeName", signature);
@@ -131,7 +139,8 @@ class RootSkeleton {
 
   Kel::String const path_, typeName_;
   std::vector<Kel::Name> const names_;
-  Kel::Ptr<Kel::Dir> src_, dest_;
+  Kel::Ptr<Kel::Dir> const givenSrc_;
+  Kel::Ptr<Kel::Dir> src_, dest_;  // how far the path has been walked
 };
 
 }  // namespace
@@ -145,7 +154,7 @@ void Status::doCreateSessionRoots(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::D
 
 void Status::doCreateSessionRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String path) {
   KEL_TRACE(8) << RootSkeleton::signature << name() << " path: " << path;
-  RootSkeleton(src, dest, path, Kel::validPtr(rootTrie())->prefixTypename(path)).make();
+  RootSkeleton(src, dest, path, rootType(*this, path)).make();
 }
 
 // --- Copies ---
@@ -161,11 +170,11 @@ Kel::Ptr<EntityCopyGlobalSessionHandler> sessionHandler(Status& status, char con
   return handler;
 }
 
-// Copies what custom handlers have put off to after the main copy.
+// Copies the attributes that custom handlers have deferred until after the main copy.
 void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
   if (handler.postAttributeCopys() == 0) return;
   while (handler.postAttributeCopys() > 0) {
-    // The record drops its pointers when it leaves the queue.
+    // Taken first, because the record drops its pointers when it leaves the queue.
     Kel::Ptr<PostCopyAttribute> const front = handler.postAttributeCopyIterator().value();
     Kel::Ptr<Kel::Entity> const dest = front->dest();
     Kel::Ptr<Kel::Entity const> const src = front->src();
@@ -175,37 +184,66 @@ void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
   if (ec.pendingAttrs() > 0) ec.doCopyPendingAttrs(false);
 }
 
-// The steps of doReplaceConfig trace in its name.
+// The steps of doReplaceConfig trace under its name.
 char const* const replaceOperation = "doReplaceConfig";
 char const* const replaceSignature =
     "bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String)";
 
-// The session a configuration is to be copied into; null, with a trace, when there is none to be had.
+Kel::Ptr<PendingChangeStatus> sessionOf(Status& status, Kel::String const& sessionName) {
+  auto const& sessions = status.pendingChangeStatusDir();
+  return sessions ? sessions->status(sessionName) : nullptr;
+}
+
+// Records why an operation has done nothing in the session, if there is one. An empty reason deletes the record.
+void setError(Kel::Ptr<PendingChangeStatus> const& session, char const* operationName, Kel::String const& reason) {
+  if (!session) return;
+  if (reason.empty())
+    session->errorDel(operationName);
+  else
+    session->errorIs(operationName, reason);
+}
+
+// The session into which a configuration is copied; null if it does not exist or is completed. Then a trace says why,
+// and the session's `error` if there is a session.
 Kel::Ptr<PendingChangeStatus> openSession(Status& status, Kel::String const& sessionName) {
-  Kel::Ptr<PendingChangeStatus> session;
-  if (status.pendingChangeStatusDir()) session = status.pendingChangeStatusDir()->status(sessionName);
+  Kel::Ptr<PendingChangeStatus> const session = sessionOf(status, sessionName);
   if (!session) {
+    if (!status.pendingChangeStatusDir())
+      KEL_TRACE_AS(9, replaceOperation) << status.name() << " has no pendingChangeStatusDir: initialize() makes it";
     KEL_TRACE_AS(9, replaceOperation) << "No session found under name " << sessionName;
-  } else if (session->completed()) {
-    KEL_TRACE_AS(9, replaceOperation) << "Session " << sessionName << " already completed.";
-    session = nullptr;
+    return nullptr;
   }
+  if (session->completed()) {
+    KEL_TRACE_AS(9, replaceOperation) << "Session " << sessionName << " already completed.";
+    setError(session, replaceOperation, "the session is already completed");
+    return nullptr;
+  }
+  setError(session, replaceOperation, "");
   return session;
 }
 
-Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, Kel::String const& sessionName) {
-  return Kel::validPtr(Kel::ptrCast<Kel::Dir>(Kel::validPtr(dir)->entityRef(sessionName))).handle();
+// One of the session's own directories. `holder` is the status's attribute that leads to what holds it.
+Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, PendingChangeStatus& session, char const* holder) {
+  Kel::String const& name = session.name();
+  Kel::Ptr<Kel::Dir> const entry = dir ? Kel::ptrCast<Kel::Dir>(dir->entityRef(name)) : nullptr;
+  if (!entry) {
+    Kel::String const reason =
+        Kel::String(holder) + (dir ? Kel::String(" has no directory '") + name + "'" : " is null");
+    KEL_TRACE_AS(9, replaceOperation) << "Session " << name << ": " << reason;
+    setError(Kel::Ptr<PendingChangeStatus>(&session), replaceOperation, reason);
+  }
+  return Kel::validPtr(entry).handle();
 }
 
 Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::String("<unknown>") : path; }
 
-// The session roots that the source lacks are to be there and empty. What an earlier copy has filled is deleted, to be
-// made anew; what is as it would be made anew is kept.
+// Session roots that the source lacks must be empty in the destination. One that an earlier copy has filled is deleted,
+// so that it is made again; one that equals a new one is kept.
 class VanishedRoots {
  public:
   VanishedRoots(Status& status, Kel::Dir const& src) : status_(status), src_(src) {}
 
-  // Raises what is to be said against any root in a directory that is to hold them all; changes nothing.
+  // Raises an exception if any root cannot be made in `dest`; changes nothing.
   void check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest) const {
     for (auto it = status_.rootIterator(); it; ++it) {
       try {
@@ -216,7 +254,7 @@ class VanishedRoots {
       }
     }
   }
-  // All go before any is made: one may lie in another.
+  // Deletes all before any is made, because one may lie in another.
   void deleteFrom(Kel::Dir& dest) {
     for (auto it = status_.rootIterator(); it; ++it) {
       Kel::String const path = it.key();
@@ -231,7 +269,7 @@ class VanishedRoots {
   }
 
  private:
-  Kel::String typeOf(Kel::String const& path) const { return Kel::validPtr(status_.rootTrie())->prefixTypename(path); }
+  Kel::String typeOf(Kel::String const& path) const { return rootType(status_, path); }
   void checkRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path) const {
     Kel::String const& dirType = Kel::Dir::_fwkType()->fullTypeName();
     auto const goesFirst = [&](Kel::String const& above) {
@@ -242,13 +280,14 @@ class VanishedRoots {
     for (std::size_t end = path.view().find('/'); end != std::string_view::npos; end = path.view().find('/', end + 1)) {
       Kel::String const above = path.view().substr(0, end);
       if (status_.rootHas(above) && typeOf(above) != dirType)
-        Kel::throwTypeException(Kel::String("session root '") + path + "' of type " + type,
-                                Kel::String("session root '") + above + "' is a " + typeOf(above) + ", no directory");
+        Kel::throwTypeException(
+            Kel::String("session root '") + path + "' of type " + type,
+            Kel::String("session root '") + above + "' is a " + typeOf(above) + ", not a directory");
     }
   }
 
-  // Whether a root is as it would be made anew. In a directory that includes the way to other roots, which are asked
-  // about for themselves.
+  // Whether a root equals a new one. A directory may also contain the directories on the way to other roots; those
+  // roots are checked for themselves.
   bool isEmpty(Kel::Dir& dir, Kel::Dir::EntryState& root, Kel::String const& path) {
     if (root.entityTypeName() != typeOf(path)) return false;
     if (!root.entityPtr()) return true;
@@ -256,7 +295,7 @@ class VanishedRoots {
   }
   bool leadsToRootsOnly(Kel::Dir::EntryState& root, Kel::String const& path) {
     struct Open {
-      Kel::Dir* dir;  // null: announced, but not there
+      Kel::Dir* dir;  // null: announced, but does not exist
       Kel::String path;
     };
     std::vector<Open> open{{dynamic_cast<Kel::Dir*>(root.entityPtr().ptr()), path}};
@@ -287,11 +326,11 @@ class VanishedRoots {
 
   Status& status_;
   Kel::Dir const& src_;
-  std::optional<std::unordered_set<std::string_view>> ways_;  // the directories that roots stand in; once asked for
-  std::vector<Kel::String> rootPaths_;                        // what `ways_` looks at
+  std::optional<std::unordered_set<std::string_view>> ways_;  // the directories above roots; made on demand
+  std::vector<Kel::String> rootPaths_;                        // the texts behind `ways_`
 };
 
-// Builds the skeletons of all roots and registers what there is to copy.
+// Makes all roots, and adds those that the source has to the copy.
 void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& session,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
   Kel::Ptr<Kel::Dir const> const readOnlySrc = src;
@@ -311,7 +350,7 @@ void recordLocals(Status& status, PendingChangeStatus& session, Kel::Ptr<Kel::Di
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
     session.localIs(path, dir->entity(path));
-    // The owner may have made it under a name of its own.
+    // The application may have made it under another name.
     if (!session.localPrefix()) session.newLocalPrefix("localPrefix");
     session.localPrefix()->prefixIs(path, Zuk::prefixTrieStateFactory());
   }
@@ -322,6 +361,7 @@ void recordLocals(Status& status, PendingChangeStatus& session, Kel::Ptr<Kel::Di
 bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionName) {
   if (!src) {
     KEL_TRACE(8) << replaceSignature << " for " << sessionName << " returning because srcRoot is NULL";
+    setError(sessionOf(*this, sessionName), replaceOperation, "the source directory is null");
     return false;
   }
   KEL_TRACE(8) << replaceSignature << " for " << sessionName << " from " << src;
@@ -330,8 +370,8 @@ bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionN
   if (!session) return false;
   EntityCopy::Ptr const ec = entityCopyFactory();
   ec->attributeEditBypassCheckerIs(attributeEditBypassTable());
-  Kel::Ptr<Kel::Dir> const sessionRoot = sessionEntry(sessionDir(), sessionName);
-  Kel::Ptr<Kel::Dir> const ancestorRoot = sessionEntry(ancestorDir(), sessionName);
+  Kel::Ptr<Kel::Dir> const sessionRoot = sessionEntry(sessionDir(), *session, "sessionDir");
+  Kel::Ptr<Kel::Dir> const ancestorRoot = sessionEntry(ancestorDir(), *session, "ancestorDir");
   prepareRoots(*this, *ec, src, sessionRoot, ancestorRoot);
 
   Kel::Ptr<EntityCopyGlobalSessionHandler> handler = sessionHandler(*this, "replace");
@@ -347,7 +387,7 @@ bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionN
 
   handler = sessionHandler(*this, "replace");
   ec->handlerIs(handler);
-  // The ancestor's copy repeats the session's: it is not counted in the session's log.
+  // The copy into the ancestor repeats the edits of the session's copy, so they are not counted again.
   if (keepsLog) ec->attributeEditLogIs(attributeEditLogFactory());
   ec->destIs(ancestorRoot);
   drainPostCopies(*ec, *handler);
@@ -387,8 +427,9 @@ void Status::doCreateCleanConfig(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Di
 
 bool Status::doCleanConfig(Kel::String sessionName) {
   KEL_TRACE(8) << "bool Cli::Session::Status::doCleanConfig(Kel::String) for " << sessionName;
-  if (cleanConfig() && cleanConfigStatus() && cleanConfigStatus()->cleanConfigComplete())
-    return doReplaceConfig(cleanConfig(), sessionName);
+  bool const complete = cleanConfig() && cleanConfigStatus() && cleanConfigStatus()->cleanConfigComplete();
+  setError(sessionOf(*this, sessionName), __func__, complete ? "" : "the clean configuration is not yet complete");
+  if (complete) return doReplaceConfig(cleanConfig(), sessionName);
   KEL_TRACE(9) << "clean-config is not yet complete";
   return false;
 }

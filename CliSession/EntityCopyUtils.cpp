@@ -30,7 +30,11 @@ bool isBelow(Kel::Entity const& entity, Kel::Entity const& root) {
 
 Kel::String8 pathBelow(Kel::Entity const& root, Kel::Entity const& entity, char* separator) {
   if (!isBelow(entity, root)) return {};
-  return relativePath(Kel::Ptr<Kel::Entity const>(&root), entity.fullName(), separator);
+  if (KEL_TRACE_ENABLED(9)) return relativePath(Kel::Ptr<Kel::Entity const>(&root), entity.fullName(), separator);
+  Kel::String8 const path = entity.pathFrom(&root);
+  if (path.chars() < 2) return {};
+  if (separator) *separator = path[0];
+  return path.substr(1);
 }
 
 Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 const& fullName) {

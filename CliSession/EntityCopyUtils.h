@@ -5,25 +5,25 @@
 
 namespace Cli::Session {
 
-// `absolutePath` relative to `root`, or the empty string when it does not lie strictly below it by its characters. Both
-// must be given (assertion "root && absolutePath"). The character between the root's path and the relative part is not
-// examined but stored through `separator`, when that is given and there is a result: a caller that does not know that
-// the path lies below the root asks `isBelow` first.
+// `absolutePath` relative to `root`, or the empty string if the path does not begin with the root's path and go on
+// after it. Compares characters only: the character after the root's path is not examined. It is stored through
+// `separator`, if that is given and there is a result. If the path may not lie below the root, ask `isBelow` first.
+// REQUIRES: a root and a path that is not empty (assertion "root && absolutePath").
 KEL_API Kel::String8 relativePath(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 absolutePath,
                                   char* separator = nullptr);
 
 // Whether an entity lies strictly below another in its tree. Cost: the distance to the tree's root.
 KEL_API bool isBelow(Kel::Entity const& entity, Kel::Entity const& root);
-// The entity's path relative to `root`; "" for `root` itself and for whatever does not lie below it.
+// The path of an entity relative to `root`; "" for `root` itself and for an entity that does not lie below it.
 KEL_API Kel::String8 pathBelow(Kel::Entity const& root, Kel::Entity const& entity, char* separator = nullptr);
-// The same for the full name of an entity of the root's tree.
+// The same for the full name of an entity. REQUIRES: the entity is in the tree of `root`.
 KEL_API Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 const& fullName);
 
-// The entity of that full name in the tree of another; null for the empty name.
+// The entity of that full name in the tree of `member`, or null.
 KEL_API Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName);
 
-// By the lengths of the paths, the longer one being the smaller: not the order of the maps that paths are keys of,
-// which is that of the text (`EntityPath::compare`).
+// Order paths by length: the longer path is the smaller one. The maps that have paths as keys do not use this order,
+// but that of the text (`EntityPath::compare`).
 KEL_API bool operator>=(EntityPath const& a, EntityPath const& b);
 KEL_API bool operator<=(EntityPath const& a, EntityPath const& b);
 KEL_API bool operator>(EntityPath const& a, EntityPath const& b);

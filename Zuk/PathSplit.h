@@ -5,6 +5,7 @@
 
 namespace Zuk {
 
+// A path, split after its first component.
 struct PathSplit {
   std::string_view first;  // the first component; a "*" right before the separator is dropped
   std::string_view rest;   // from the next separator on

@@ -56,8 +56,8 @@ void PathTrie::childRemove(Kel::Name name) {
 bool PathTrie::empty() const { return childs() == 0; }
 
 // --- Look-ups ---
-// They walk in a loop, not by recursion: a path may have any number of components. Of the empty path they find nothing,
-// whatever is recorded under it.
+// They loop and do not recurse, because a path may have any number of components. They never find the empty path, even
+// if a state is recorded for it.
 
 namespace {
 
@@ -68,8 +68,8 @@ PathTrie* childFor(Children const& children, std::string_view component) {
   return found ? found->ptr() : nullptr;
 }
 
-// The node at a path, or null. Traces each step in the name of the operation that looks up; `childrenOf` gives the
-// children of a node, which are private to it.
+// The node at a path, or null. Traces each step under the name of the calling operation. `childrenOf` gives the
+// children of a node, which are private to its class.
 template <class ChildrenOf>
 PathTrie const* nodeAt(PathTrie const& from, std::string_view path, ChildrenOf const& childrenOf, char const* operation,
                        char const* signature) {
@@ -158,11 +158,11 @@ bool PathTrie::isLeaf(Kel::String path) const {
 }
 
 // --- Changes ---
-// They hold the node that they are at, since reactors may take it out of the trie.
+// They hold the node that they are at, because reactors may take it out of the trie.
 
 namespace {
 
-// The child for a component, made where it is missing, with a state.
+// The child for a component, with a state; makes what is missing.
 Kel::Ptr<PathTrie> childWithState(PathTrie& trie, Kel::Ptr<PathTrie> next, std::string_view component,
                                   char const* operation) {
   if (!next) next = trie.newChildIs(component);
@@ -172,8 +172,8 @@ Kel::Ptr<PathTrie> childWithState(PathTrie& trie, Kel::Ptr<PathTrie> next, std::
   return next;
 }
 
-// Whether the node's kind is one of the library's own, whose `prefixIs` is the one below. Another kind may have its
-// own, which is called at every step.
+// Whether the node's class is one of the library's own, which use the `prefixIs` below. A derived class may override
+// `prefixIs`, which is then called at each step.
 bool isOwnKind(PathTrie const& node) { return typeid(node) == typeid(PathTrie) || typeid(node) == typeid(PrefixTrie); }
 
 }  // namespace
@@ -207,7 +207,7 @@ void removeLast(PathTrie& above, Kel::Ptr<PathTrie> const& node, std::string_vie
   } else if (node->empty()) {
     above.childRemove(component);
   } else {
-    // The node still leads to longer prefixes. It starts over with a fresh state, where the kind of trie has one.
+    // The node still leads to longer prefixes. It gets a fresh state, if the class has one.
     node->presentIs(false);
     node->stateIs(above.type() == PathTrie::_fwkType() ? Kel::Ptr<PathTrieState>() : above.newStateIs());
   }
@@ -250,9 +250,9 @@ void PathTrie::upgradeState(Kel::Ptr<PathTrieState> const& state, bool inherited
 
 void PathTrie::append(Kel::Ptr<PathTrie const> const& target) {
   if (Kel::validPtr(target).ptr() == this) return;
-  // What is added below the target would be found there, and added again, without end.
+  // Otherwise the prefixes that are added here would be found in the target and added again, without end.
   for (Kel::Entity const* above = parent(); above; above = above->parent())
-    if (above == target.ptr()) Kel::throwRangeException(fullName() + " cannot take in a trie that it is part of");
+    if (above == target.ptr()) Kel::throwRangeException(fullName() + " cannot append a trie that contains it");
   appendInternal(target, nullptr);
 }
 
@@ -261,7 +261,7 @@ namespace {
 // A node of the target that is being merged into a node of this trie, and the child that is next.
 struct Merge {
   PathTrie* into;
-  Kel::Ptr<PathTrie> held;  // `into`, unless it is the trie itself
+  Kel::Ptr<PathTrie> held;  // holds `into`, unless that is the trie itself
   Kel::Ptr<PathTrie const> from;
   Kel::Ptr<PathTrieState> inherited;
   PathTrie::ChildIteratorConst next;
@@ -269,8 +269,8 @@ struct Merge {
 
 }  // namespace
 
-// Depth first over the target: a recorded node is merged into the node of the same path, made where it is missing, and
-// then takes over what is inheritable of the nearest recorded node above it in the target.
+// Walks the target depth first. Merges each recorded node into the node of the same path, which it makes if needed.
+// Then the node takes over the inheritable part of the nearest recorded node above it in the target.
 void PathTrie::appendInternal(Kel::Ptr<PathTrie const> const& target, Kel::Ptr<PathTrieState> const& inheritedState) {
   std::vector<Merge> merges;
   Kel::Ptr<PathTrie> held;

@@ -33,6 +33,12 @@ Kel::String mergedFlags(Kel::String const& own, Kel::String const& added, bool i
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, PrefixTrieState const& state) { return out << state.outputForm(); }
+std::ostream& operator<<(std::ostream& out, Kel::Ptr<PrefixTrieState> const& state) {
+  return out << Kel::Ptr<PrefixTrieState const>(state);
+}
+std::ostream& operator<<(std::ostream& out, Kel::Ptr<PrefixTrieState const> const& state) {
+  return state ? out << *state : out << "<null>";
+}
 
 bool PrefixTrieState::upgradeState(Kel::Ptr<PathTrieState> const& newState, bool inheritedOnly) {
   KEL_TRACE(8)
@@ -77,12 +83,12 @@ void PrefixTrie::childRemove(Kel::Name name) {
 
 namespace {
 
-// The state recorded for exactly this path, or null. Traces in the name of the operation that asks.
+// The state recorded for exactly this path, or null. Traces under the name of the calling operation.
 Kel::Ptr<PrefixTrieState> recordedState(PrefixTrie const& trie, Kel::String const& path, char const* operation) {
   Kel::Ptr<PathTrieState> const state = trie.prefixState(path);
   if (!state) return nullptr;
   Kel::Ptr<PrefixTrieState> prefixState = Kel::ptrCast<PrefixTrieState>(state);
-  // A state of another kind need not have an output form.
+  // A state of another class may have no output form.
   KEL_TRACE_AS(9, operation) << "  state: " << (prefixState ? prefixState->outputForm() : state->typeName());
   KEL_TRACE_AS(9, operation) << "  prefixstate: " << (prefixState ? prefixState->outputForm() : Kel::String("<null>"));
   return prefixState;

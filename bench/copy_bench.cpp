@@ -72,17 +72,25 @@ void addOperations(Harness& harness, Trees& trees) {
   auto const b = [&trees]() -> Kel::Dir& { return trees.generated("b", true); };
   auto const shared = [&trees, a]() -> Kel::Dir& { return trees.copyOf("shared", a()); };
 
-  harness.add({"copy_empty",
-               [a] {
-                 walkAll();
-                 a();
-               },
-               [&trees, log, a] { *log = trees.copy(a(), trees.empty("dest")); },
-               [&trees, dropLog] {
-                 trees.remove("dest");
-                 dropLog();
-               },
-               [&trees, log, a] { return trees.same(a(), *trees.dir("dest")) && edits(**log) > 0; }});
+  auto const full = [&](char const* name, std::function<void()> const& after) {
+    harness.add(
+        {name,
+         [a] {
+           walkAll();
+           a();
+         },
+         [&trees, log, a, after] {
+           *log = trees.copy(a(), trees.empty("dest"));
+           if (after) after();
+         },
+         [&trees, dropLog] {
+           trees.remove("dest");
+           dropLog();
+         },
+         [&trees, log, a, after] { return trees.same(a(), *trees.dir("dest")) && (after || edits(**log) > 0); }});
+  };
+  full("copy_empty", {});
+  full("copy_unlogged", dropLog);
 
   auto const noop = [&](char const* name, std::function<Kel::Dir&()> const& dest, bool compare) {
     harness.add({name,

@@ -20,6 +20,18 @@ install(TARGETS kel CliSession kelc EXPORT CliSessionTargets
   FILE_SET application DESTINATION ${header_dir} COMPONENT development
   FILE_SET generated_code DESTINATION ${header_dir} COMPONENT development)
 
+# gdb's printers. gdb looks for them beside the library, and loads them from there where the user trusts the folder. Of
+# libraries below /usr it looks in its own folder, too, which everybody trusts.
+if(BUILD_SHARED_LIBS)
+  set(printers_dir ${CMAKE_INSTALL_LIBDIR})
+  if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
+    set(printers_dir ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR})
+  endif()
+  get_target_property(version kel VERSION)
+  install(FILES ${PROJECT_SOURCE_DIR}/kel/gdb/printers.py DESTINATION ${printers_dir}
+    RENAME libkel.so.${version}-gdb.py COMPONENT development)
+endif()
+
 # The libraries' own models and their generated headers. Other models import them.
 get_target_property(gen CliSession KEL_GEN_DIR)
 foreach(model Zuk/PathTrie Zuk/PrefixTrie CliSession/EntityCopy CliSession/CliSession)

@@ -75,8 +75,7 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
     return any;
   }
   // Elsewhere each member is looked at, and passed by where it has not changed (descend).
-  bool const sameMembers = s.dense && (!membership || s.access.sameShape(f.dest, f.src)) &&
-                           s.childPlan(*s.attr.type(), *s.attr.type()).keyOnly;
+  bool const sameMembers = s.dense && (!membership || s.access.sameShape(f.dest, f.src)) && s.usualPlan().keyOnly;
   if (!sameMembers) return attribute(f, s);
   std::sort(changed.begin(), changed.end());
   f.walking(&s);

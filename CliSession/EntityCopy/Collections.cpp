@@ -43,20 +43,19 @@ bool Walk::collection(Frame& f, Step const& s) {
                            << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // What waits for a member is met again below, or the source has it no more.
-  std::vector<Kel::Ptr<AttributeCopy>> waiting;
+  std::map<Kel::U64, Kel::Ptr<AttributeCopy>> waiting;
   if (ec_.pendingAttrs() > 0) waiting = pendingOf(ec_, f.dest, s.attr);
 
   // Where both sides have keys of the same hashes at the same positions there is nothing to delete. Should equal hashes
   // stand for different keys all the same, the copy finds out and makes up for it.
-  bool const sameHashes =
-      s.dense && !traced_ && s.childPlan(*s.attr.type(), *s.attr.type()).keyOnly && s.access.sameShape(f.dest, f.src);
+  bool const sameHashes = s.dense && !traced_ && s.usualPlan().keyOnly && s.access.sameShape(f.dest, f.src);
   if (s.dense) f.walking(&s);
   Kel::U32 passed = 0;
   bool differs = sameHashes ? passPairs(f, s, passed) : deleteExtra(f, s);
   if (!stopped()) differs |= copyMembers(f, s, passed, !sameHashes);
   f.walking(nullptr);
   if (!stopped())
-    for (auto const& record : waiting) forgetPending(ec_, record);
+    for (auto const& [number, record] : waiting) forgetPending(ec_, record);
   return differs;
 }
 
@@ -166,16 +165,30 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
 
 // --- The copy pass ---
 
-// Whether the walk goes down into members of the usual type without asking the handler.
-bool Walk::passesBy(Frame& f, Plan const& usual) { return guide_ && !asksForType(usual.src) && walkedThrough(f); }
+// Whether members have nothing in them but plain attributes, and the handler need not be asked about them where it need
+// not be asked about paths.
+bool Walk::areLeaves(Step const& s) {
+  if (!s.dense) return false;
+  Plan const& usual = s.usualPlan();
+  return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
+}
 
-// The filter for members: whether both sides have the same ones, at the same positions, with nothing in them but plain
-// attributes, which are equal. Large members are not looked into, so that no entity is compared twice.
-bool Walk::equalMembers(Frame& f, Step const& s) {
-  if (f.changed && changesHold()) return false;
-  Plan const& usual = s.childPlan(*s.attr.type(), *s.attr.type());
-  return usual.further.empty() && usual.plainEqual && usual.keyOnly && !usual.src.hasDerived() && passesBy(f, usual) &&
-         s.access.membersEqual(f.dest, f.src, usual.plainEqual);
+// Whether equalThroughout looks at everything in entities of a plan. Where it does not, an entity would be compared
+// twice.
+bool Walk::areShallow(Plan const& plan) {
+  for (Step const* step : plan.further) {
+    bool const deep = step->kind == Step::Kind::members ? !areLeaves(*step) : step->attr.instantiating();
+    if (deep || !step->typed) return false;
+  }
+  return true;
+}
+
+bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src) {
+  if (plan.plainEqual && !plan.plainEqual(dest, src)) return false;
+  for (Step const* step : plan.further)
+    if (step->kind == Step::Kind::members ? !leavesEqual(*step, dest, src) : !equalAlone(*step, dest, src))
+      return false;
+  return true;
 }
 
 // Goes down into members that stand at the same positions in both, and moves `position` behind what it has done: up to
@@ -183,14 +196,20 @@ bool Walk::equalMembers(Frame& f, Step const& s) {
 bool Walk::passPairs(Frame& f, Step const& s, Kel::U32& position) {
   Kel::U64 const generation = impl_.generation;
   std::array<Kel::AttrAccess::Pair, Kel::AttrAccess::maxPairs> pairs;
-  Plan const& usual = s.childPlan(*s.attr.type(), *s.attr.type());
-  bool const passes = passesBy(f, usual);
+  Plan const& usual = s.usualPlan();
+  bool const passes = guide_ && !asksForType(usual.src) && walkedThrough(f);
   bool const exact = !usual.src.hasDerived();
+  bool const looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
   bool any = false;
   for (Kel::U32 next = position; Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, next, pairs.data());) {
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const [dest, src, at] = pairs[i];
-      if (passes && (exact || (dest->type() == &usual.dest && src->type() == &usual.src)))
+      bool const isUsual = exact || (dest->type() == &usual.dest && src->type() == &usual.src);
+      if (looksFirst && isUsual && equalThroughout(usual, *dest, *src)) {
+        position = at + 1;
+        continue;
+      }
+      if (passes && isUsual)
         any |= descend(f, s, usual, *dest, *src);
       else if (dest->type() == src->type())
         any |= child(f, s, *dest, *src);

@@ -61,51 +61,6 @@ void constructorParams(Kel::Ptr<Kel::Entity const> const& src, Kel::KelAttr cons
   KEL_TRACE(3) << "Done extracting constructor params for " << attr.name();
 }
 
-namespace {
-
-template <class T>
-bool sameBuiltin(Kel::GenericIf const& a, Kel::GenericIf const& b) {
-  return *a.attrValPtr<T>() == *b.attrValPtr<T>();
-}
-
-bool builtinEqual(Kel::GenericIf const& a, Kel::GenericIf const& b) {
-  using B = Kel::KelType::Builtin;
-  switch (a.type()->builtin()) {
-    case B::boolT: return sameBuiltin<bool>(a, b);
-    case B::f64: return sameBuiltin<Kel::F64>(a, b);
-    case B::f32: return sameBuiltin<Kel::F32>(a, b);
-    case B::u64: return sameBuiltin<Kel::U64>(a, b);
-    case B::s64: return sameBuiltin<Kel::S64>(a, b);
-    case B::u32: return sameBuiltin<Kel::U32>(a, b);
-    case B::s32: return sameBuiltin<Kel::S32>(a, b);
-    case B::u16: return sameBuiltin<Kel::U16>(a, b);
-    case B::s16: return sameBuiltin<Kel::S16>(a, b);
-    case B::u8: return sameBuiltin<Kel::U8>(a, b);
-    case B::s8: return sameBuiltin<Kel::S8>(a, b);
-    case B::longT: return sameBuiltin<long>(a, b);
-    case B::charT: return sameBuiltin<char>(a, b);
-    case B::charPtr: return sameBuiltin<char*>(a, b);
-    case B::constCharPtr: return sameBuiltin<char const*>(a, b);
-    case B::string: return sameBuiltin<Kel::String8>(a, b);
-    case B::none: break;
-  }
-  throw Kel::Exception("Unknown builtin type");
-}
-
-// For value types: nothing where the type has no comparison operator.
-enum class Comparison { equal, different, unavailable };
-
-Comparison ownComparison(Kel::GenericIf const& a, Kel::GenericIf const& b) {
-  Kel::Expect const expect(Kel::Exception::noImplementationId);
-  try {
-    return a.valueEqual(b) ? Comparison::equal : Comparison::different;
-  } catch (Kel::NoImplementationException const&) {
-    return Comparison::unavailable;
-  }
-}
-
-}  // namespace
-
 bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst const& b) {
   if (!a || !b) return !a && !b;
   Kel::KelType const* type = a->type();
@@ -114,15 +69,15 @@ bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst 
     return a->entityConst() == b->entityConst() && a->object() == b->object();
   if (type->isBuiltin()) {
     KEL_TRACE(4) << "Comparing builtin " << type->name();
-    return builtinEqual(*a, *b);
+    if (!type->valueOps().equal) throw Kel::Exception("Unknown builtin type");
+    return a->valueEqual(*b);
   }
   if (type->isEnum()) {
     KEL_TRACE(4) << "Comparing enum " << type->name();
     return a->enumValue() == b->enumValue();
   }
   KEL_TRACE(4) << "Comparing " << type->name();
-  Comparison const own = ownComparison(*a, *b);
-  if (own != Comparison::unavailable) return own == Comparison::equal;
+  if (type->valueOps().equal) return a->valueEqual(*b);
   Kel::KelAttr const* rep = type->valAttr();
   KEL_ASSERT_TEXT(!type->autoconvertToRepType() && rep, "No comparison operator found");
   KEL_TRACE(4) << "Convert " << type->name() << " to " << rep->type()->name();

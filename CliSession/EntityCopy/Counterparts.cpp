@@ -79,15 +79,13 @@ bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity co
 
 Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
                                    Kel::Entity const* srcTarget) {
-  Kel::Ptr<Kel::Entity> const found = entityInTree(member, fullName);
-  if (!srcTarget || found.ptr() == srcTarget) return found;
   auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->fullName() == fullName; };
-  if (ec.src() && ec.dest()) {
+  if (srcTarget && ec.src() && ec.dest()) {
     Kel::Entity* const exact = standIn(*srcTarget, *ec.src(), *ec.dest());
-    if (exact == found.ptr() || fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
+    if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
   }
-  if (found && fits(srcTarget)) return Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(srcTarget));
-  return found;
+  if (fits(srcTarget)) return Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(srcTarget));
+  return entityInTree(member, fullName);
 }
 
 void Counterparts::forget() {
@@ -107,6 +105,13 @@ void Counterparts::forgetIfLeft() {
 void Counterparts::remember(Kel::Entity& srcTarget, Kel::Entity& target) {
   forgetIfLeft();
   asked_.emplace(&srcTarget, &target);
+}
+
+Kel::String8 Counterparts::missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer) {
+  if (!answer.destOwner) return {};
+  for (Kel::Entity const* e = &srcTarget; e && e != ec.src().ptr(); e = e->parent())
+    if (e->name().view().find_first_of("/.") != std::string_view::npos) return {};
+  return answer.destOwner->fullName() + srcTarget.pathFrom(answer.owner);
 }
 
 Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) {
@@ -139,6 +144,8 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) 
   while (length > 0) {
     Kel::Entity const& e = *chain[--length];
     Kel::Entity* const next = heldLike(*at, e);
+    // Where the owners are of one type, the target has nothing in its place.
+    if (!next && at->type() == e.parent()->type()) return {nullptr, true, e.parent(), at};
     if (!next || !standAlike(*next, e)) return {nullptr, true};
     at = next;
   }

@@ -35,6 +35,9 @@ class Counterparts {
   struct Answer {
     Kel::Entity* target;  // null: the handler has to be asked
     bool rootKnown;       // the target's root is there, or the target has none, so that asking creates nothing
+    // Where the root is there and the target is missing: the last owner that has a counterpart, and this counterpart.
+    Kel::Entity const* owner = nullptr;
+    Kel::Entity const* destOwner = nullptr;
   };
   // Cost: the distance to the target's root.
   Answer find(EntityCopy& ec, Kel::Entity& srcTarget);
@@ -45,6 +48,9 @@ class Counterparts {
       return dest.parent() == destOwner_ && dest.parentAttrId() == through_ && paramsEqual_(dest, src);
     return find(ec, src).target == &dest;
   }
+  // The name that the missing target of an answer will have. Empty where a path might lead elsewhere, because a key on
+  // the way holds separators: the handler has to be asked.
+  static Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer);
   // Remembers what the handler said of a target that has no root.
   void remember(Kel::Entity& srcTarget, Kel::Entity& target);
   void forget();

@@ -86,11 +86,7 @@ void EntityCopy::handleCopyRoots() {
   }
   Ptr const self(this);
   Run run(*this);
-  Impl& impl = Impl::of(*this);
-  if (pendingAttrs() == 0) {  // whoever took the records away took the pointers away
-    impl.pending.clear();
-    impl.pendingMembers.clear();
-  }
+  if (pendingAttrs() == 0) Impl::of(*this).pending.clear();  // whoever took the records away took the pointers away
   KEL_TRACE(1) << "handleCopyRoots: " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";

@@ -97,13 +97,11 @@ bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, 
 
 // Looks the entry up of an edit, for once; one with reactors each time.
 void Walk::countFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
-  if (impl_.entriesAt != impl_.generation) impl_.entries.clear();
-  impl_.entriesAt = impl_.generation;
   if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));
   Kel::Ptr<AttributeEditEntry> const entry = log_->attributeEditEntryIs(editOf(s, type));
   Kel::String8 const path = f.logPath(ec_, impl_.generation);
   if (!entry->hasReactors()) {
-    impl_.entries[at] = entry.ptr();
+    impl_.entries[at] = {entry.ptr(), impl_.generation};
     entry->pathCounterCounterInc(path);
   } else {
     ForeignCode const foreign(*this, f);

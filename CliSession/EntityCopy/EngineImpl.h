@@ -1,8 +1,8 @@
 // What the engine keeps for itself, beside what the model shows, and what its parts share.
 #pragma once
 
-#include <unordered_map>
-#include <unordered_set>
+#include <map>
+#include <memory>
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
@@ -25,30 +25,28 @@ class EntityCopy::Impl {
   Kel::U64 foreignCalls = 0;  // how often foreign code has run
   bool unsettled = false;     // something was written that does not compare equal, as a NaN does not
 
-  // Where the edits of each step are counted: two for each, set and delete.
-  std::vector<AttributeEditEntry*> entries;
-  Kel::U64 entriesAt = 0;
+  // Where the edits of each step are counted: two for each, set and delete. An entry is good for its generation.
+  struct CountedEntry {
+    AttributeEditEntry* entry = nullptr;
+    Kel::U64 generation = 0;
+  };
+  std::vector<CountedEntry> entries;
 
   // The deferred pointers by what they will set, so that meeting one again supersedes its record; each with the root of
   // the tree that its destination was in, for comparison alone.
   struct PendingKey {
     Kel::Entity const* dest;
     Kel::KelAttr const* attr;
-    std::size_t index;  // a hash of the member's key in the source
-    bool operator==(PendingKey const&) const = default;
-  };
-  struct PendingHash {
-    std::size_t operator()(PendingKey const& key) const {
-      return std::hash<void const*>()(key.dest) ^ (std::hash<void const*>()(key.attr) << 1) ^ (key.index << 2);
-    }
+    std::size_t index = 0;  // a hash of the member's key in the source
+    auto operator<=>(PendingKey const&) const = default;
   };
   struct Pending {
     Kel::Ptr<AttributeCopy> record;
     Kel::Entity const* tree;
+    Kel::U64 number;
   };
-  std::unordered_multimap<PendingKey, Pending, PendingHash> pending;
-  // The records for members of collections, by their collection alone.
-  std::unordered_map<PendingKey, std::unordered_set<AttributeCopy*>, PendingHash> pendingMembers;
+  std::multimap<PendingKey, Pending> pending;
+  Kel::U64 deferred = 0;  // pointers so far
 
   static Impl& of(EntityCopy& ec) {
     if (!ec.impl()) ec.impl() = std::make_shared<Impl>();
@@ -69,8 +67,9 @@ Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& a
 // Drops the record of the pointer that waits at the same place: there is one per destination, attribute and index.
 void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr,
                       Kel::GenericIf::PtrConst const& srcIndex);
-// The records for all members of a collection.
-std::vector<Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr);
+// The records for all members of a collection, in the order in which they were made.
+std::map<Kel::U64, Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest,
+                                                      Kel::KelAttr const& attr);
 // Drops one record.
 void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record);
 

@@ -48,6 +48,15 @@ class Rooted {
   Step const& step;
 };
 
+// One step of a walk, as an operation.
+template <bool (Walk::*run)(Frame&, Step const&)>
+bool walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
+             AttrPtr const& attr) {
+  requireNonNull(dest, src, attr);
+  Rooted at(ec, dest, src, path, *attr);
+  return (at.walk.*run)(at.frame, at.step);
+}
+
 // The same for the hooks, which know no source.
 class RootedHook : public Rooted {
  public:
@@ -126,29 +135,21 @@ bool EntityCopy::doCopyAttrByName(EntityPtr const& dest, EntityPtrConst const& s
 }
 
 bool EntityCopy::doCopyAttr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
-  requireNonNull(dest, src, attr);
-  Rooted at(*this, dest, src, path, *attr);
-  return at.walk.differs(at.frame, at.step);
+  return walkOne<&Walk::differs>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyValue(EntityPtr const& dest, EntityPtrConst const& src, AttrPtr const& attr) {
-  requireNonNull(dest, src, attr);
-  Rooted at(*this, dest, src, {}, *attr);
-  return at.walk.valueIfDifferent(at.frame, at.step);
+  return walkOne<&Walk::valueIfDifferent>(*this, dest, src, {}, attr);
 }
 
 bool EntityCopy::doCopySingleton(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                  AttrPtr const& attr) {
-  requireNonNull(dest, src, attr);
-  Rooted at(*this, dest, src, path, *attr);
-  return at.walk.singleton(at.frame, at.step);
+  return walkOne<&Walk::singleton>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                   AttrPtr const& attr) {
-  requireNonNull(dest, src, attr);
-  Rooted at(*this, dest, src, path, *attr);
-  return at.walk.collection(at.frame, at.step);
+  return walkOne<&Walk::collection>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
@@ -161,9 +162,7 @@ bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst co
 }
 
 bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
-  requireNonNull(dest, src, attr);
-  Rooted at(*this, dest, src, path, *attr);
-  return at.walk.queue(at.frame, at.step);
+  return walkOne<&Walk::queue>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,

@@ -51,18 +51,11 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       set(a.name(), destType.fullTypeName(), AttributeEditType::set_),
       del(a.name(), destType.fullTypeName(), AttributeEditType::del_) {}
 
-Step::Step(Step&& o) noexcept
-    : attr(o.attr),
-      destAttr(o.destAttr),
-      access(o.access),
-      kind(o.kind),
-      supported(o.supported),
-      typed(o.typed),
-      dense(o.dense),
-      withPointers(o.withPointers),
-      number(o.number),
-      set(o.set),
-      del(o.del) {}
+Plan const& Step::makeUsualPlan() const {
+  Plan const& plan = Plan::of(*attr.type(), *attr.type());
+  usual_.store(&plan, std::memory_order_release);
+  return plan;
+}
 
 Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) const {
   Plan const* known = child_.load(std::memory_order_acquire);
@@ -72,31 +65,21 @@ Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) c
   return plan;
 }
 
-namespace {
-
-std::unique_ptr<Plan const> makePlan(Kel::KelType const& dest, Kel::KelType const& src) {
-  bool const same = &dest == &src;
-  auto plan = std::make_unique<Plan>(Plan{dest,
-                                          src,
-                                          {},
-                                          {},
-                                          {},
-                                          same ? src.plainEqual() : nullptr,
-                                          same ? src.paramsEqual() : nullptr,
-                                          src.ctorArgs().size() == 1});
-  plan->steps.reserve(src.attributeQ().size());
-  for (Kel::KelAttr const* attr : src.attributeQ()) plan->steps.emplace_back(dest, *attr);
-  for (Step const& step : plan->steps) {
+Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
+    : dest(d),
+      src(s),
+      plainEqual(&d == &s ? s.plainEqual() : nullptr),
+      paramsEqual(&d == &s ? s.paramsEqual() : nullptr),
+      keyOnly(s.ctorArgs().size() == 1) {
+  for (Kel::KelAttr const* attr : s.attributeQ()) {
+    Step const& step = steps.emplace_back(d, *attr);
     if (step.kind == Step::Kind::skipped) continue;
-    plan->copied.push_back(&step);
+    copied.push_back(&step);
     // What the model does not support is to be met.
-    bool const plain = plan->plainEqual && step.typed && step.attr.inPlainEqual();
-    if (!plain) plan->further.push_back(&step);
+    if (!plainEqual || !step.typed || !attr->inPlainEqual()) further.push_back(&step);
   }
-  return plan;
+  leaf = keyOnly && plainEqual && further.empty();
 }
-
-}  // namespace
 
 Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
   using Plans = std::map<std::pair<Kel::KelType const*, Kel::KelType const*>, std::unique_ptr<Plan const>>;
@@ -107,7 +90,7 @@ Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
     std::shared_lock const lock(mutex);
     if (auto const found = plans.find(types); found != plans.end()) return *found->second;
   }
-  auto made = makePlan(dest, src);
+  auto made = std::make_unique<Plan const>(dest, src);
   std::unique_lock const lock(mutex);
   return *plans.try_emplace(types, std::move(made)).first->second;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
@@ -19,8 +20,14 @@ struct Step {
   enum class Kind : Kel::U8 { skipped, value, collection, pointer, singleton, members, queue, unsupported };
 
   Step(Kel::KelType const& destType, Kel::KelAttr const& attr);
-  Step(Step&& o) noexcept;
+  Step(Step const&) = delete;
+  Step& operator=(Step const&) = delete;
 
+  // The plan for what an owning attribute usually holds on both sides: entities of its own type.
+  Plan const& usualPlan() const {
+    Plan const* const known = usual_.load(std::memory_order_acquire);
+    return known ? *known : makeUsualPlan();
+  }
   // The plan for entities of these types that the attribute owns. Cost: a comparison, but for members of derived types.
   Plan const& childPlan(Kel::KelType const& dest, Kel::KelType const& src) const;
 
@@ -36,23 +43,27 @@ struct Step {
   AttributeEdit const set, del;
 
  private:
-  mutable std::atomic<Plan const*> child_{nullptr};
+  Plan const& makeUsualPlan() const;
+
+  mutable std::atomic<Plan const*> usual_{nullptr}, child_{nullptr};
 };
 
 struct Plan {
   static Plan const& of(Kel::KelType const& dest, Kel::KelType const& src);
+  Plan(Kel::KelType const& dest, Kel::KelType const& src);
   // The step for an attribute of the source's type; null for an attribute of another type.
   Step const* find(Kel::KelAttr const& attr) const;
 
   Kel::KelType const& dest;
   Kel::KelType const& src;
-  std::vector<Step> steps;           // all attributes in the order of the attribute queue
+  std::deque<Step> steps;            // all attributes in the order of the attribute queue
   std::vector<Step const*> copied;   // those that take part
   std::vector<Step const*> further;  // of these, those that `plainEqual` does not compare
   bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
   // The constructor parameters of two entities are equal: null where parameters may be pointers, or the types differ.
   bool (*paramsEqual)(Kel::Entity const& dest, Kel::Entity const& src);
   bool keyOnly;  // the key is the only constructor parameter
+  bool leaf;     // that, and `plainEqual` compares all that there is
 };
 
 // The number of steps made so far in the process.

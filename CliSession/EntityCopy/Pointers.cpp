@@ -91,7 +91,8 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
     return known.target;
   }
   Kel::Ptr<Kel::Entity const> const alive(&srcTarget);
-  PtrTarget const answer = ask(f, srcTarget, !known.rootKnown);
+  Kel::String8 const missing = Counterparts::missingName(ec_, srcTarget, known);
+  PtrTarget const answer = missing.empty() ? ask(f, srcTarget, !known.rootKnown) : PtrTarget(missing, false);
   supersede(f, s, m);
   if (answer.copiable()) {
     WALK_TRACE(3, operation) << "Target is copiable";

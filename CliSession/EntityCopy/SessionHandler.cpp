@@ -24,8 +24,8 @@ void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& pat
 
 namespace {
 
-// Whether a path, or what it lies below, was marked. Marks hold no "*", so that a path with one lies below a mark when
-// what stands before the component with the "*" does.
+// Whether a path, or what it lies below, was marked. "*" is a wildcard to the trie and is never stored in a mark. A
+// path that contains one is marked if the part before it is.
 bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
   std::string_view text = path;
   if (std::size_t const star = text.find('*'); star != std::string_view::npos) {

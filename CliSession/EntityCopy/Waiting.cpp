@@ -40,10 +40,6 @@ void dropPending(EntityCopy& ec, Impl::PendingKey const& key, Which const& which
   if (it == end) return;
   Kel::Ptr<AttributeCopy> const record = std::move(it->second.record);
   impl.pending.erase(it);
-  if (auto const members = impl.pendingMembers.find({key.dest, key.attr, 0}); members != impl.pendingMembers.end()) {
-    members->second.erase(record.ptr());
-    if (members->second.empty()) impl.pendingMembers.erase(members);
-  }
   ec.pendingAttrDel(record);
 }
 
@@ -54,11 +50,14 @@ void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr cons
               [&](AttributeCopy const& r) { return sameIndex(r.srcIndex(), srcIndex); });
 }
 
-std::vector<Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr) {
-  auto const& all = Impl::of(ec).pendingMembers;
-  std::vector<Kel::Ptr<AttributeCopy>> records;
-  if (auto const found = all.find({&dest, &attr, 0}); found != all.end())
-    for (AttributeCopy* record : found->second) records.emplace_back(record);
+std::map<Kel::U64, Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest,
+                                                      Kel::KelAttr const& attr) {
+  auto const& all = Impl::of(ec).pending;
+  std::map<Kel::U64, Kel::Ptr<AttributeCopy>> records;
+  for (auto it = all.lower_bound({&dest, &attr}); it != all.end(); ++it) {
+    if (it->first.dest != &dest || it->first.attr != &attr) break;
+    records.emplace(it->second.number, it->second.record);
+  }
   return records;
 }
 
@@ -88,8 +87,7 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
   }
   ec.pendingAttrIs(record, true);
   Impl& impl = Impl::of(ec);
-  impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root()});
-  if (attr.isCollection()) impl.pendingMembers[{&f.dest, &attr, 0}].insert(record.ptr());
+  impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred});
 }
 
 namespace {

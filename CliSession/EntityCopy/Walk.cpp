@@ -114,23 +114,28 @@ class Pointers final : public Kel::SameTarget {
 
 bool Walk::equalInPlace(Frame& f, Step const& s) {
   if (!s.typed) return false;
+  if (s.kind != Step::Kind::members) return equalAlone(s, f.dest, f.src);
+  return guide_ && !(f.changed && changesHold()) && walkedThrough(f) && areLeaves(s) && leavesEqual(s, f.dest, f.src);
+}
+
+// The same for anything but owned members, which takes no frame.
+bool Walk::equalAlone(Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
   switch (s.kind) {
-    case Step::Kind::value: return s.access.equal(f.dest, f.src);
-    case Step::Kind::queue: return !s.attr.instantiating() && s.access.equal(f.dest, f.src);
-    case Step::Kind::singleton: return !s.access.single(f.src) && !s.access.single(f.dest);
+    case Step::Kind::value: return s.access.equal(dest, src);
+    case Step::Kind::queue: return !s.attr.instantiating() && s.access.equal(dest, src);
+    case Step::Kind::singleton: return !s.access.single(src) && !s.access.single(dest);
     case Step::Kind::pointer: {
-      Kel::Entity *const src = s.access.single(f.src), *const dest = s.access.single(f.dest);
+      Kel::Entity *const srcTarget = s.access.single(src), *const destTarget = s.access.single(dest);
       if (ec_.pendingAttrs() > 0) return false;
-      if (!src || !dest) return src == dest;
-      return keeps_ && impl_.counterparts.same(ec_, *dest, *src);
+      if (!srcTarget || !destTarget) return srcTarget == destTarget;
+      return keeps_ && impl_.counterparts.same(ec_, *destTarget, *srcTarget);
     }
     case Step::Kind::collection: {
-      if (!s.withPointers) return s.access.equal(f.dest, f.src);
+      if (!s.withPointers) return s.access.equal(dest, src);
       if (ec_.pendingAttrs() > 0 || !keeps_) return false;
       Pointers same(ec_, impl_.counterparts);
-      return s.access.equalThrough(f.dest, f.src, same);
+      return s.access.equalThrough(dest, src, same);
     }
-    case Step::Kind::members: return s.dense && guide_ && equalMembers(f, s);
     default: return false;
   }
 }

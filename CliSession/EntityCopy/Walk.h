@@ -123,6 +123,7 @@ class Walk {
   bool attribute(Frame& frame, Step const& step);
   // The filter: whether an attribute is equal, as far as can be told without showing anything.
   bool equalInPlace(Frame& frame, Step const& step);
+  bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
   // `isNew`: the destination's child has just been made, whatever has changed of the source's.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
@@ -160,8 +161,13 @@ class Walk {
 
   struct KeyMap;
   bool deleteExtra(Frame& frame, Step const& step);
-  bool equalMembers(Frame& frame, Step const& step);
-  bool passesBy(Frame& frame, Plan const& usual);
+  bool areLeaves(Step const& step);
+  // Whether both sides have the same leaves, at the same positions.
+  static bool leavesEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src) {
+    return step.access.membersEqual(dest, src, step.usualPlan().plainEqual);
+  }
+  bool areShallow(Plan const& plan);
+  bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
   bool passPairs(Frame& frame, Step const& step, Kel::U32& position);
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
@@ -182,8 +188,8 @@ class Walk {
   // Counts an edit that nobody looks at.
   void count(Frame& frame, Step const& step, AttributeEditType type) {
     std::size_t const at = 2 * std::size_t(step.number) + (type == AttributeEditType::del_ ? 1 : 0);
-    if (impl_.entriesAt == impl_.generation && at < impl_.entries.size() && impl_.entries[at])
-      impl_.entries[at]->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
+    if (at < impl_.entries.size() && impl_.entries[at].generation == impl_.generation)
+      impl_.entries[at].entry->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
     else
       countFirst(frame, step, type, at);
   }

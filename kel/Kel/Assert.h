@@ -1,4 +1,5 @@
-// Assertions for broken preconditions; on in every build. Bad input from outside is never one: it raises an exception.
+// Assertions: checks of what the interface requires of its callers. They are on in every build. Bad input from outside
+// never fails an assertion; it raises an exception. docs/errors.md lists all assertions.
 #pragma once
 
 #include "Kel/Export.h"
@@ -11,9 +12,10 @@ namespace Kel {
 
 }  // namespace Kel
 
-// `KEL_ASSERT_TEXT` is for an assertion whose text is not the expression that is tested, `KEL_ASSERT_AS` for the parts
-// of an operation that is written as several functions: it shows the operation's signature.
+// As KEL_ASSERT_TEXT, but shows `signature` as the function. For an operation that is written as several functions.
 #define KEL_ASSERT_AS(expr, text, signature) \
   ((expr) ? static_cast<void>(0) : ::Kel::assertionFailed(KEL_SOURCE_NAME, __LINE__, signature, text))
+// As KEL_ASSERT, but shows `text` in place of the expression.
 #define KEL_ASSERT_TEXT(expr, text) KEL_ASSERT_AS(expr, text, __PRETTY_FUNCTION__)
+// Aborts with a message if the expression is false.
 #define KEL_ASSERT(expr) KEL_ASSERT_TEXT(static_cast<bool>(expr), #expr)

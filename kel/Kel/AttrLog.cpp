@@ -17,7 +17,7 @@ KelNboAttrLogSa::KelNboAttrLogSa(KelType const& type) : type_(type) {
 
 namespace {
 
-// What an attribute is, in a byte.
+// The form of an attribute, in a byte.
 U8 form(KelAttr const& attr) {
   unsigned const content = attr.isPtr() ? 1 : attr.instantiating() ? 2 : 0;
   unsigned const collection = static_cast<unsigned>(attr.collectionKind());
@@ -26,7 +26,8 @@ U8 form(KelAttr const& attr) {
 
 std::string_view typeName(KelType const* type) { return type ? type->fullTypeName().view() : std::string_view(); }
 
-// One attribute of a description: the type's own of that name, when it is what the log says.
+// Reads the description of one attribute. Answers the type's attribute of that name; raises if the log says something
+// else about it.
 KelAttr const* describedAttr(KelType const& type, AttrLogIn& in) {
   std::string_view const name = in.getText();
   KelAttr const* attr = type.findAttr(name);
@@ -47,7 +48,7 @@ void describedEnumerator(KelType const& type, AttrLogIn& in) {
   if (in.get<S32>() != known->value) in.bad(type.fullTypeName() + " has another number for '" + name + "'");
 }
 
-// A value has no room for what is missing or stands elsewhere; of an entity the parameters must be there, in order.
+// A value is read field by field, so all fields must be there, in order. Of an entity type, so must the parameters.
 void checkComplete(KelType const& type, std::vector<KelAttr const*> const& attrs, AttrLogIn const& in) {
   std::vector<KelAttr const*> const& own = type.attrLogSa().attributes();
   std::size_t const fixed = type.isEntity() ? type.ctorArgs().size() : own.size();
@@ -60,7 +61,7 @@ void checkComplete(KelType const& type, std::vector<KelAttr const*> const& attrs
 
 }  // namespace
 
-// Numbers of the format.
+// How the format numbers the kinds of types.
 static_assert(int(KelType::Kind::enumeration) == 1 && int(KelType::Kind::value) == 2 &&
               int(KelType::Kind::entity) == 3);
 static_assert(int(KelAttr::Collection::hashMap) == 1 && int(KelAttr::Collection::orderedMap) == 2 &&
@@ -89,7 +90,7 @@ void KelNboAttrLogSa::describe(AttrLogOut& out) const {
 KelNboAttrLogSa KelNboAttrLogSa::described(AttrLogIn& in) {
   String8 const name(in.getText());
   KelType const* type = KelType::find(name);
-  if (!type) in.bad(String8("no type '") + name + "' here");
+  if (!type) in.bad(String8("unknown type '") + name + "'");
   auto const kind = in.get<U8>();
   bool const streamed = type->isEntity() || type->isEnum() || type->kind() == KelType::Kind::value;
   if (kind != static_cast<U8>(type->kind()) || !streamed) in.bad(name + " is of another kind here");

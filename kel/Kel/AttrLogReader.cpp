@@ -9,22 +9,22 @@ namespace Kel {
 
 namespace {
 
-// An entity of the log as it is being read.
+// An entity of the log, while the log is read.
 struct Item {
   std::size_t at;        // where its record begins
-  std::size_t contents;  // where the contents begin that are read next
+  std::size_t contents;  // where the next contents begin
   std::size_t end;
   KelNboAttrLogSa const* sa;
   U32 owner = attrLogNoOwner;
   KelAttr const* heldBy = nullptr;  // the owner's attribute
   U64 sequence = 0;
-  bool waiting = false;  // for the entity that a constructor parameter points at
+  bool waiting = false;  // one of its constructor parameters is being made
   Entity::Ptr made = nullptr;
 };
 
-// Reads in steps, each for all entities before the next: the records, so that anything wrong with the bytes shows
-// before anything is made; the entities, those first that a constructor parameter points at; their places; the
-// contents.
+// Reads in steps, each for all entities: first the records, so that damage is found before any entity is made; then it
+// makes the entities, beginning with those that are constructor parameters of others; then it puts them in their
+// places; then it reads their contents.
 class Reader final : private AttrLogIn::Entities {
  public:
   Reader(std::string_view log, Entity* context) : log_(log), context_(context) {}
@@ -89,10 +89,11 @@ class Reader final : private AttrLogIn::Entities {
     wantEnd(in);
   }
 
-  // Values carry no description of their own: one that was not checked might be read as another.
+  // Values have no description of their own. If their type was not checked, they might be read as values of another
+  // type.
   void wantDescribed(KelAttr const& attr, KelType const* type, AttrLogIn const& in) const {
     if (type && type->isValue() && !type->isBuiltin() && !described_.count(type))
-      in.bad(attr.fullName() + ": " + type->fullTypeName() + " is not described before");
+      in.bad(attr.fullName() + ": " + type->fullTypeName() + " was not described before");
   }
 
   void entity(std::size_t start, AttrLogIn& in) {
@@ -103,11 +104,11 @@ class Reader final : private AttrLogIn::Entities {
     if (item.owner == attrLogNoOwner) {
       if (!items_.empty() && !attrLogLoose(item.sa->type())) in.bad(item.sa->type().fullTypeName() + " needs an owner");
     } else {
-      if (item.owner >= items_.size()) in.bad("no owner #" + std::to_string(item.owner) + " before");
+      if (item.owner >= items_.size()) in.bad("no entity #" + std::to_string(item.owner) + " before this one");
       auto const& attrs = items_[item.owner].sa->attributes();
       auto const attribute = in.get<U32>();
       if (attribute >= attrs.size() || !attrs[attribute]->instantiating())
-        in.bad("the owner owns nothing in attribute #" + std::to_string(attribute));
+        in.bad("attribute #" + std::to_string(attribute) + " of the owner owns no entities");
       item.heldBy = attrs[attribute];
       if (item.heldBy->isQueue()) item.sequence = in.get<U64>();
     }
@@ -117,11 +118,11 @@ class Reader final : private AttrLogIn::Entities {
 
   void end(AttrLogIn& in) {
     if (in.get<U32>() != items_.size() || items_.empty())
-      in.bad("the log holds " + std::to_string(items_.size()) + " entities, not as many as it says");
+      in.bad("the log holds " + std::to_string(items_.size()) + " entities, another number than it says");
     std::size_t const summed = in.offset();
     if (in.get<U32>() != attrLogChecksum(log_.substr(0, summed))) in.bad("the checksum is wrong");
     wantEnd(in);
-    if (at_ != log_.size()) throwAttrLogRecord(at_, std::to_string(log_.size() - at_) + " bytes behind the end");
+    if (at_ != log_.size()) throwAttrLogRecord(at_, std::to_string(log_.size() - at_) + " bytes after the end");
   }
 
   static void wantEnd(AttrLogIn const& in) {
@@ -137,7 +138,7 @@ class Reader final : private AttrLogIn::Entities {
     return path.empty() ? root : root->entity(path).ptr();
   }
 
-  // Makes an entity, and before it those that its constructor parameters need, and that theirs need.
+  // Makes an entity. Before that, makes the entities that are its constructor parameters, and theirs.
   void make(U32 id) {
     std::vector<U32> open{id};
     while (!open.empty()) {
@@ -187,7 +188,7 @@ class Reader final : private AttrLogIn::Entities {
     wantEnd(in);
   }
 
-  // What the framework refuses while an entity is made or put in its place is the entity's fault.
+  // Turns an exception of the framework into one that names the entity.
   template <class Step>
   static void guarded(Item const& item, Step step) {
     try {
@@ -197,9 +198,9 @@ class Reader final : private AttrLogIn::Entities {
     }
   }
 
-  // Lets go of entities that may point at each other and at their owners.
+  // Drops entities that may point at each other and at their owners.
   void takeApart() noexcept {
-    // What is taken out stays in `items_`.
+    // The entities stay in `items_`.
     auto const leave = [](Entity::Ptr child, void*) { child->parentIs(nullptr); };
     for (Item& item : items_) {
       if (!item.made) continue;

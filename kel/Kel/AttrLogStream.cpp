@@ -32,7 +32,7 @@ void AttrLogOut::reference(Entity const* target) {
     return put(it->second);
   }
   String8 const path = target->fullName();
-  // A key may hold separators, so that a path may lead to somebody else.
+  // Keys may contain separators, so the path may lead to another entity.
   bool const leads = path.empty() ? target == treeRoot_ : treeRoot_->entity(path).ptr() == target;
   if (!leads)
     throw EntityIdUnavailableException(target->typeName() + " '" + path +
@@ -42,7 +42,7 @@ void AttrLogOut::reference(Entity const* target) {
 }
 
 void AttrLogOut::noEntity(KelType const* type) {
-  throw EntityIdUnavailableException(type->fullTypeName() + " cannot be referred to: it is no entity");
+  throw EntityIdUnavailableException(type->fullTypeName() + " cannot be referred to: it is not an entity");
 }
 
 // --- Reading ---

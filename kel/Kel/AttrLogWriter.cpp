@@ -13,7 +13,7 @@ struct Held {
   Entity const* entity;
   U32 owner = attrLogNoOwner;
   U32 attribute = 0;  // the position among the owner's streamed attributes
-  U64 sequence = 0;   // of a member of a queue
+  U64 sequence = 0;   // number of a member of a queue
   bool queued = false;
 };
 
@@ -25,11 +25,11 @@ class Writer {
     out_.putBytes(attrLogMagic);
     out_.put(attrLogVersion);
     for (Held const& held : held_) entity(held);
-    // Their contents point at nothing: there will be no more.
+    // Loose entities have no pointers, so these are all.
     for (Entity const* loose : out_.loose()) entity({loose});
     std::size_t const length = open(AttrLogRecord::end);
     out_.put(static_cast<U32>(held_.size() + out_.loose().size()));
-    out_.patch(length, 2 * sizeof(U32));  // the checksum is summed up to itself
+    out_.patch(length, 2 * sizeof(U32));  // the checksum covers all bytes before it
     out_.put(attrLogChecksum(out_.bytes()));
     return out_.take();
   }
@@ -62,7 +62,7 @@ class Writer {
     }
   }
 
-  // Describes a type once, and before it the types of the values that it holds.
+  // Describes a type, unless it is described already. The types of its values come first.
   void describe(KelType const* type) {
     if (type->isBuiltin() || type->kind() == KelType::Kind::object || !described_.emplace(type, types_).second) return;
     if (!type->isEnum()) {
@@ -88,7 +88,7 @@ class Writer {
     close(length);
   }
 
-  // Begins a record; answers where its length stands.
+  // Begins a record. Answers the offset of its length.
   std::size_t open(AttrLogRecord kind) {
     out_.put(kind);
     out_.put(U32(0));

@@ -1,7 +1,6 @@
 // Attribute storage: values and pointers by key, and owned entities by key; see AttrStorage.h.
 #pragma once
 
-#include <algorithm>
 #include <charconv>
 #include <optional>
 

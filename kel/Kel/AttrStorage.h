@@ -71,6 +71,7 @@ class KEL_API ValueAccess final : public AttrAccess {
  public:
   // Where in an entity the value lies, for loops that compare many.
   V Entity::*slot() const { return slot_; }
+  V const& initial() const { return initial_; }
 
   ValueAccess(V Entity::*slot, V initial, bool counter)
       : slot_(slot), initial_(std::move(initial)), counter_(counter) {}

@@ -33,11 +33,11 @@ std::atomic<U64> Entity::upheavals_{0};
 std::atomic<U64> ChangeJournal::heldDepartures_{0};
 
 EntityExtras::EntityExtras() noexcept = default;
-EntityExtras::~EntityExtras() = default;
+EntityExtras::~EntityExtras() { delete journal; }
 
 // --- Epochs ---
 
-// Changed seldom, and under the lock; what is read often is Entity::stampFloor_.
+// Changes seldom, and only under the lock. Writes to entities read Entity::stampFloor_ instead.
 struct ChangeJournal::Epochs {
   std::mutex lock;
   U32 epoch = 0;  // 0: no journal was ever attached
@@ -86,7 +86,7 @@ void ChangeJournal::enabledIs(bool on) {
   if (!on) return e.off();
   if (e.epoch == lastEpoch) return;
   e.on = true;
-  Entity::upheavals_.fetch_add(1, std::memory_order_relaxed);  // what changed while journals were off is not known
+  Entity::upheavals_.fetch_add(1, std::memory_order_relaxed);  // changes made while journals were off are unknown
   if (e.epoch > 0) e.next();
 }
 
@@ -114,13 +114,13 @@ ChangeJournal& ChangeJournal::attach(Entity const& anchor) {
   std::lock_guard<std::mutex> guard(e.lock);
   e.epoch = std::max(e.epoch, 1u);
   e.next();
-  return *(anchor.extras().journal = std::move(made));
+  return *(anchor.extras().journal = made.release());
 }
 
 ChangeJournal* ChangeJournal::of(Entity const& anchor) {
-  // What waits to be destroyed may have a link there.
+  // An entity that waits to be destroyed may have a link there.
   bool const none = !anchor.extras_ || (reinterpret_cast<std::uintptr_t>(anchor.extras_) & EntityExtras::isLink) != 0;
-  return none ? nullptr : anchor.extras_->journal.get();
+  return none ? nullptr : anchor.extras_->journal;
 }
 
 U64 ChangeJournal::checkpoint() {
@@ -164,7 +164,8 @@ void ChangeJournal::append(Entity const& entity, Change change, U32 floor) noexc
   }
 }
 
-// Makes the entries of all that leaves void: it may be destroyed soon, and another entity may get its address.
+// Makes the entries of all leaving entities void: they may be destroyed soon, and other entities may get their
+// addresses.
 void ChangeJournal::depart(Entity const& top) noexcept {
   if (entries_.empty()) return;
   try {
@@ -183,14 +184,14 @@ void ChangeJournal::departBelow(Entity const& top) {
       attr->access().eachOwned(
           e, [](Entity* owned, U64, void* to) { static_cast<std::vector<Entity const*>*>(to)->push_back(owned); },
           &open);
-    // The stamp of an anchor does not tell whether it came into this journal's tree.
+    // The stamp of an anchor does not tell whether the anchor is new in this journal's tree.
     if (e.stamp_ < oldest_ && !of(e)) continue;
     if (departures_.size() == maxDepartures) settle();
     departures_.push_back({&e, position()});
   }
 }
 
-// Makes void what stands in front of a departure of the same entity.
+// Makes the entries before a departure of the same entity void.
 void ChangeJournal::settle() noexcept {
   if (departures_.empty()) return;
   auto const byEntity = [](Departure const& a, Departure const& b) {
@@ -199,7 +200,7 @@ void ChangeJournal::settle() noexcept {
   std::sort(departures_.begin(), departures_.end(), byEntity);
   U64 at = base_;
   for (U64& entry : entries_) {
-    // The first departure behind the entry.
+    // The first departure after the entry.
     Departure const sought{entityOf(entry), ++at};
     auto const found = std::lower_bound(departures_.begin(), departures_.end(), sought, byEntity);
     if (found != departures_.end() && found->entity == sought.entity) entry = 0;
@@ -218,7 +219,7 @@ std::vector<ChangeJournal::Entry> ChangeJournal::since(U64 from) {
   std::vector<Noted> noted;
   for (auto at = static_cast<std::size_t>(from - base_); at < entries_.size(); ++at)
     if (U64 const entry = entries_[at]) noted.push_back({entityOf(entry), static_cast<Change>(entry & changeMask), at});
-  // One of each entity, where it was noted first.
+  // One entry for each entity, at the place of its first.
   std::sort(noted.begin(), noted.end(), [](Noted const& a, Noted const& b) {
     return a.entity != b.entity ? std::less<>()(a.entity, b.entity) : a.at < b.at;
   });
@@ -258,7 +259,7 @@ void Entity::noteArrival(Entity& child) const noexcept {
   U32 const floor = stampFloor_.load(std::memory_order_relaxed);
   if (floor == 0) return;
   mark(Change::members);
-  // An anchor is not stamped: the journals above know of it as a whole, but its own does not.
+  // An anchor is not stamped: the journals above have noted it as a whole, but its own journal has not.
   if (!ChangeJournal::of(child)) child.stamp_ = std::max(child.stamp_, stampOf(floor, Change::whole));
   if (stamp_ == stampOf(floor, Change::whole)) return;
   ChangeJournal::eachAbove(this, floor, [&](ChangeJournal& journal) { journal.append(child, Change::whole, floor); });

@@ -5,23 +5,23 @@
 // tree, and only that needs to be compared again. Any entity can be an anchor. A journal does not depend on those of
 // other anchors in the same tree.
 //
-// Noted are all writes that notify (Entity::notify), whether or not the entity has reactors; pointers that are dropped
-// because their entity left its tree; and owned entities that come and go. Reading an attribute log is silent: its
-// entities are new, and are noted as a whole when they come into a tree.
+// A journal notes all writes that notify (Entity::notify), whether or not the entity has reactors; pointers that are
+// dropped because their entity left its tree; and owned entities that come and go. Reading an attribute log is silent:
+// its entities are new, and are noted as a whole when they come into a tree.
 //
 // Every entity carries a stamp of the epoch in which it last changed. Epochs are counted for the whole process, and
-// each checkpoint begins one. An entity is noted once an epoch, and again for a stronger kind of change. A write costs
-// one load and one comparison while no journal was ever attached, and so does each later write in the same epoch. The
-// first write in an epoch costs a walk to the root of the tree. When a subtree leaves the tree, a journal with entries
-// walks the subtree.
+// each checkpoint begins one. An entity is noted once in each epoch, and again for a stronger kind of change. The first
+// write in an epoch costs a walk to the root of the tree. Later writes in the same epoch, and all writes in a process
+// that has never attached a journal, cost one load and one comparison. When a subtree leaves the tree, a journal with
+// entries walks the subtree.
 //
-// A journal may forget its entries: when there are more than `maxEntries`, when memory runs out, when links to parents
-// were moved by hand (Entity::parentIs), and when journals are switched off. Positions taken before are then no longer
-// held, and the whole tree must be compared.
+// A journal may forget its entries: when there are more than `maxEntries`, when memory runs out, when a link to a
+// parent was set by Entity::parentIs, and when journals are switched off. Then it no longer holds positions from
+// before, and the whole tree must be compared.
 //
-// A tree and its journals belong to one thread at a time; threads may work on different trees at the same time. They
-// share the epoch and some counters, which are atomic. The order of relaxed operations is enough: a thread that gets a
-// tree from another one also sees the epochs that the other one saw.
+// A tree and its journals belong to one thread at a time. Threads may work on different trees at the same time; they
+// share the epoch and some counters, which are atomic. Relaxed operations are enough: a thread that gets a tree from
+// another one also sees the epochs that the other one saw.
 #pragma once
 
 #include <vector>
@@ -30,55 +30,57 @@
 
 namespace Kel {
 
+// The journal of one anchor.
 class KEL_API ChangeJournal {
  public:
+  // An entity that has changed, and how.
   struct Entry {
     Entity const* entity;
     Change change;
   };
 
+  // A journal that would have more entries forgets them all.
   static constexpr std::size_t maxEntries = 16384;
 
-  // The journal of an entity. Makes one when there is none, and then begins a new epoch. A journal is destroyed with
-  // its entity.
+  // The journal of an entity. If there is none, makes one and begins a new epoch. The entity owns it.
   static ChangeJournal& attach(Entity const& anchor);
-  // The same, but null when there is none.
+  // The journal of an entity, or null.
   static ChangeJournal* of(Entity const& anchor);
 
   ChangeJournal(ChangeJournal const&) = delete;
   ChangeJournal& operator=(ChangeJournal const&) = delete;
 
-  // Unique in the process; another journal never has it.
+  // No other journal of the process ever has the same id.
   U64 id() const { return id_; }
 
-  // Begins a new epoch and returns `end`: every change from now on has an entry behind this position. To compare two
+  // Begins a new epoch and answers `end`: every change from now on has an entry after this position. To compare two
   // trees later, take both positions before either tree changes.
   U64 checkpoint();
-  // The position behind the last entry. While it is the same as a checkpoint that is held, nothing has changed. It is
-  // no checkpoint itself: an entity that has changed in this epoch before may change again without a new entry.
+  // The position after the last entry. While it equals a checkpoint that is held, nothing has changed. It is not itself
+  // a checkpoint: an entity that has already changed in this epoch may change again without a new entry.
   U64 end();
-  // Whether all entries behind a position are still there.
+  // Whether the journal still has all entries after a position.
   bool holds(U64 from);
-  // The entries behind a position that is held: each entity once, with its strongest change, in the order of first
-  // entries. Entities that have left the anchor's tree are not among them. Raises RangeException when entries are
-  // missing. Cost: sorts the entries.
+  // The entries after a position: each entity once, with its strongest change, in the order of first entries, without
+  // those that have left the anchor's tree. Raises RangeException if the position is not held. Cost: sorts the entries.
   std::vector<Entry> since(U64 from);
 
-  // Begins an epoch: every entity is noted again when it changes. After 2^30 epochs journals are switched off for the
-  // rest of the process.
+  // Begins an epoch, in which every entity is noted again when it changes. After 2^30 epochs, journals are switched off
+  // for the rest of the process.
   static void newEpoch();
-  // While journals are off, nothing is noted and no position is held. They are on at first unless the environment of
-  // the process has KEL_CHANGE_JOURNAL=off.
+  // Whether journals are on. While they are off, nothing is noted and no position is held. They are on at first, unless
+  // the environment has KEL_CHANGE_JOURNAL=off.
   static bool enabled();
+  // Switches all journals of the process on or off.
   static void enabledIs(bool on);
 
-  // Counts the entities of the whole process that left their tree while another handle than their owner's pointed at
-  // them: a pointer attribute somewhere may still do so.
+  // How many entities of the process have left their tree while a handle other than their owner's was on them. A
+  // pointer attribute somewhere may still lead to such an entity.
   static U64 heldDepartures();
-  // Counts what made all journals of the process forget.
+  // How often all journals of the process were made to forget.
   static U64 upheavals();
 
-  // For tests: goes on to the epoch after which so many are left.
+  // For tests: skips epochs until `left` are left.
   static void lastEpochsLeftIs(U32 left);
 
  private:

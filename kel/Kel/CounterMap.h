@@ -1,16 +1,16 @@
 // Counts by key, for logs that are written far more often than they are read.
 //
-// `increment` appends to a list (nothing is looked up; one more of the same key in a row costs a comparison of
-// pointers); the counts are made from it when the map is next read. A count is an unsigned 8-bit number and wraps.
+// `increment` appends to a list and looks nothing up; for the same key as the last time it only compares two pointers.
+// The counts are made from the list when the map is next read. A count has 8 bits and wraps.
 #pragma once
 
-#include <algorithm>
 #include <vector>
 
 #include "Kel/HashMap.h"
 
 namespace Kel {
 
+// Counts by key.
 template <class K>
 class CounterMap {
  public:
@@ -18,6 +18,7 @@ class CounterMap {
   using mapped_type = U8;
   using Iterator = typename HashMap<K, U8>::Iterator;
 
+  // Adds 1 to the count of a key.
   void increment(K const& key) {
     if (!deferred_.empty() && same(deferred_.back().key, key))
       ++deferred_.back().value;
@@ -27,18 +28,22 @@ class CounterMap {
 
   U32 members() const { return counts().members(); }
   bool empty() const { return deferred_.empty() && counts_.empty(); }
+  // The count of the key, or null; `value` answers 0 for null.
   template <class Key>
   U8 const* find(Key const& key) const {
     return counts().find(key);
   }
   U8 value(K const& key) const { return counts().value(key); }
+  // Sets a count; answers whether the map changed.
   bool set(K const& key, U8 value) { return counts().set(key, value); }
+  // Deletes a count; answers whether there was one.
   bool erase(K const& key) { return counts().erase(key); }
   void clear() {
     deferred_.clear();
     counts_.clear();
   }
   bool operator==(CounterMap const& o) const { return counts() == o.counts(); }
+  // Over keys and counts.
   Iterator iterator() const { return counts().iterator(); }
   Iterator iterator(K const& key) const { return counts().iterator(key); }
 

@@ -9,12 +9,12 @@ namespace Kel {
 
 Dir::Dir(Name name, Dir* parent) : Entity(std::move(name)) {
   if (!parent) return;
-  // Nobody holds the new directory yet: a handle that comes and goes meanwhile must not destroy it.
+  // No handle holds the new directory yet. A temporary handle must not destroy it.
   isNondestructingIs(true);
   try {
     parent->entryIs(Entity::Ptr(this));
   } catch (...) {
-    // A reactor of the parent threw: there will be no directory, so there must be no entry.
+    // A reactor of the parent raised an exception. There will be no directory, so there must be no entry.
     if (this->parent() == parent) {
       Kel::Ptr<EntryState> state = parent->entryState_.take(this->name());
       state->entity_.release();
@@ -99,17 +99,18 @@ bool hasChildren(Entity const& e) {
 void Dir::entryIs(Entity::Ptr const& entity) {
   if (!entity) throwNullValidPtr();
   if (entity->parent()) throwRangeException(entity->fullName() + " has a parent already");
-  // Only what has children can hold this; deep trees are built from the root down without walking up each time.
+  // Only an entity with children can contain this directory. So building a deep tree from the root down needs no walk
+  // up for each entity.
   if (entity.ptr() == this || (hasChildren(*entity) && entity.ptr() == root()))
     throwRangeException(fullName() + " cannot be put below itself");
   Kel::Ptr<EntryState> const state = newEntryState(entity->name(), entity->typeName());
-  // Reactors have seen the entry state by now: one may have deleted it, or asked for its entity and so made another.
+  // Reactors have run: one may have deleted the entry state, or asked for its entity and so made another one.
   if (state->parent() != this || state->entity_) throwRangeException(fullName() + "/" + state->name() + " has changed");
   attach(*state, entity);
 }
 
 void Dir::entryStateDel(Name const& name) {
-  Name const key = name;  // may be the entry's own
+  Name const key = name;  // `name` may belong to the entry
   Kel::Ptr<EntryState> state = entryState_.take(key);
   if (!state) return;
   if (state->entity_) leaveTree(std::exchange(state->entity_, nullptr));
@@ -153,7 +154,7 @@ class SubdirAccess final : public AttrAccess {
   }
 };
 
-// Over the names as they were when it was made.
+// Iterates over the names as they were when it was made.
 class SubdirIterator final : public AttrIterator {
  public:
   explicit SubdirIterator(std::vector<Name> names) : names_(std::move(names)) {}
@@ -178,7 +179,7 @@ std::unique_ptr<AttrIterator> SubdirAccess::iterator(KelAttr const& attr, Entity
 
 }  // namespace
 
-// Entry states, and with them the children.
+// The entry states, which hold the children.
 struct DirAccess final : AttrAccess {
   static Dir const& dirOf(Entity const& e) { return static_cast<Dir const&>(e); }
   static Dir& dirOf(Entity& e) { return static_cast<Dir&>(e); }
@@ -233,7 +234,7 @@ struct DirAccess final : AttrAccess {
   }
   void write(void const*, AttrLogOut&) const override {}
   void read(KelAttr const&, void*, AttrLogIn&) const override {}
-  // Each entry state, and behind it its child.
+  // Each entry state, followed by its child.
   void eachOwned(Entity const& e, OwnedVisit visit, void* context) const override {
     for (auto it = dirOf(e).entryState_.iteratorConst(); it; ++it) {
       visit(const_cast<Dir::EntryState*>(it.ptr().ptr()), 0, context);
@@ -276,8 +277,8 @@ KelType const* Dir::_fwkType() {
     b.params<&Entity::name>(nameAttr, {"name"});
     b.collectionAttr(subdirAttr, "subdir", new SubdirAccess, &TypeOf<bool>::type, KelAttrIntrospectionFlags::logging,
                      &TypeOf<Name>::type);
-    b.collectionAttr(entryStateAttr, "entryState", new DirAccess, &EntryState::_fwkType,
-                     plain | KelAttrIntrospectionFlags::instantiating, &TypeOf<Name>::type);
+    b.treeAttr(entryStateAttr, "entryState", &Dir::entryState_, new DirAccess,
+               plain | KelAttrIntrospectionFlags::instantiating);
     b.constructs<&Entity::name>();
     b.nested(EntryState::_fwkType());
     return b.done();

@@ -1,6 +1,7 @@
 #include "Kel/Entity.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <ostream>
@@ -35,44 +36,71 @@ String8 Entity::attributeString(AttributeId id) const {
 
 namespace {
 
-// A child of a directory stands in the path by its name alone; everything else shows the attribute that holds it.
+// A path names a child of a directory by its name alone, and every other entity by the attribute that holds it.
 bool isDirEntry(Entity const& e) {
   return e.parentAttrId() == Dir::entryStateAttr && e.parent()->type() == Dir::_fwkType() &&
          e.type() != Dir::EntryState::_fwkType();
 }
 
-// The key of a member in a path: its name, or for a member of a queue without one, its index. Cost of the latter: a
-// walk.
-String8 keyInPath(Entity const& e, KelAttr const& attr) {
-  if (!attr.isQueue() || !e.type()->ctorArgs().empty()) return e.name();
+// The place of a queue's member that has no name. Cost: a walk.
+String8 placeInQueue(Entity const& e, KelAttr const& attr) {
   for (auto it = attr.access().iterator(attr, *e.parent(), nullptr); it->nonNull(); it->inc())
     if (it->obj(true)->entityConst().ptr() == &e) return it->key()->text();
   return e.name();
 }
 
+// A path, written from its end.
+class PathText {
+ public:
+  void prepend(std::string_view part) {
+    while (part.size() > at_) grow();
+    at_ -= part.size();
+    std::copy(part.begin(), part.end(), text() + at_);
+  }
+  String8 text8() { return String8(std::string_view(text() + at_, size() - at_)); }
+
+ private:
+  char* text() { return large_.empty() ? room_.data() : large_.data(); }
+  std::size_t size() const { return large_.empty() ? room_.size() : large_.size(); }
+  void grow() {
+    std::string larger(size(), ' ');
+    larger.append(text(), size());
+    at_ += size();
+    large_ = std::move(larger);
+  }
+
+  std::array<char, 256> room_;
+  std::string large_;
+  std::size_t at_ = room_.size();
+};
+
 }  // namespace
 
-String8 Entity::fullName() const {
-  std::vector<Entity const*> chain;
-  for (Entity const* e = this; e->parent_; e = e->parent_) chain.push_back(e);
-  std::string path;
-  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-    Entity const& e = **it;
-    if (isDirEntry(e)) {
-      path += '/';
-      path += e.name_.view();
-      continue;
-    }
-    KelAttr const* attr = e.parentAttr();
-    if (!attr) continue;
-    path += '.';
-    path += attr->name().view();
-    if (attr->isCollection()) {
-      path += '/';
-      path += keyInPath(e, *attr).view();
+void Entity::makeName() const {
+  KelAttr const& key = *type()->getAttr(type()->ctorArgs().front().name);
+  name_ = key.access().get(key, this, nullptr, true)->text();
+  nameIsDue_ = false;
+}
+
+String8 Entity::fullName() const { return pathFrom(nullptr); }
+
+String8 Entity::pathFrom(Entity const* top) const {
+  PathText path;
+  for (Entity const* e = this; e != top && e->parent_; e = e->parent_) {
+    if (isDirEntry(*e)) {
+      path.prepend(e->name());
+      path.prepend("/");
+    } else if (KelAttr const* attr = e->parentAttr()) {
+      bool const named = !attr->isQueue() || !e->type()->ctorArgs().empty();
+      if (attr->isCollection()) {
+        path.prepend(named ? e->name() : placeInQueue(*e, *attr));
+        path.prepend("/");
+      }
+      path.prepend(attr->name());
+      path.prepend(".");
     }
   }
-  return String8(path);
+  return path.text8();
 }
 
 std::ostream& operator<<(std::ostream& out, Entity const* entity) {
@@ -83,23 +111,23 @@ std::ostream& operator<<(std::ostream& out, Entity const* entity) {
 
 namespace {
 
-// Where the text of a component that starts at `from` may end: at each later separator, and at the end.
+// The places where a component that begins at `from` may end: each later separator, and the end of the path.
 std::size_t nextEnd(std::string_view path, std::size_t from) {
   std::size_t const at = path.find_first_of("/.", from);
   return at == std::string_view::npos ? path.size() : at;
 }
 
-// A collection or directory whose members' keys a path goes on with, and the end of the key that was tried last.
+// A collection or directory in which the path names a member, and the end of the key that was tried last.
 struct Choice {
   Entity const* owner;
   KelAttr const* attr;  // null: the entries of a directory
   std::size_t key;
-  std::size_t end = std::string_view::npos;      // none was tried
-  std::size_t longest = std::string_view::npos;  // of the collection's keys, once that was asked for
+  std::size_t end = std::string_view::npos;      // none has been tried
+  std::size_t longest = std::string_view::npos;  // length of the collection's keys, once it is known
   unsigned tries = 0;
 };
 
-// The length of a collection's longest key as it prints.
+// The length of the longest key of a collection, printed.
 std::size_t longestKey(Entity const& owner, KelAttr const& attr) {
   std::size_t longest = std::numeric_limits<U64>::digits10 + 2;  // an index prints no longer
   attr.access().eachOwned(
@@ -112,7 +140,7 @@ std::size_t longestKey(Entity const& owner, KelAttr const& attr) {
   return longest;
 }
 
-// Walks a path. Choices are kept, not recursed into: a path may be as long as a tree is deep.
+// Walks a path. Choices are kept in a list, not on the stack: a path may be as long as a tree is deep.
 class Resolver {
  public:
   explicit Resolver(std::string_view path) : path_(path) { choices_.reserve(16); }
@@ -133,7 +161,7 @@ class Resolver {
     return at;
   }
 
-  // Goes to a singleton, or notes a choice of members.
+  // Goes to a singleton, or adds a choice of members.
   Entity const* step(Entity const& e) {
     if (path_[at_] == '/') {
       if (e.type() == Dir::_fwkType()) choices_.push_back({&e, nullptr, at_ + 1});
@@ -150,8 +178,8 @@ class Resolver {
     return attr->access().child(e, {});
   }
 
-  // The member under the next longer key of the last choice; a choice without one is given up. The shortest key of all
-  // is the empty one.
+  // The member under the next longer key of the last choice. A choice without such a member is dropped. The shortest
+  // key is the empty one.
   Entity const* nextMember() {
     Choice& c = choices_.back();
     bool const first = c.end == std::string_view::npos;
@@ -168,12 +196,13 @@ class Resolver {
     if (c.end == path_.size()) return false;
     std::size_t const least = c.end + 1 - c.key;
     if (!c.attr) return static_cast<Dir const*>(c.owner)->anyNameBegins(path_.substr(c.key, least));
-    // Each try hashes the key from its beginning: a path of many separators must not be tried to its end in vain.
-    if (++c.tries == patience) c.longest = longestKey(*c.owner, *c.attr);
+    // Each try hashes the key from its beginning. In a path with many separators, tries that must fail would take
+    // quadratic time.
+    if (++c.tries == triesBeforeMeasuring) c.longest = longestKey(*c.owner, *c.attr);
     return least <= c.longest;
   }
 
-  static constexpr unsigned patience = 16;  // as many look-ups are cheaper than a walk over the members
+  static constexpr unsigned triesBeforeMeasuring = 16;  // so many look-ups are cheaper than a walk over the members
   std::string_view path_;
   std::size_t at_ = 0;
   std::vector<Choice> choices_;
@@ -191,8 +220,8 @@ Entity const* Entity::lookup(String8 const& path) const {
 
 // --- Leaving the tree, and the end ---
 
-// Entities, the last one first out. The stack takes no memory: the link of an entity takes the place of its
-// extras, or stands in them. Nothing may ask for the reactors of an entity that is on a stack.
+// A stack of entities. It allocates nothing: the link of an entity is stored in its extras or, if it has none, in place
+// of their address. REQUIRES: nothing asks for the reactors of an entity that is on a stack.
 class EntityStack {
  public:
   bool empty() const { return !top_; }
@@ -219,8 +248,8 @@ class EntityStack {
   Entity* top_ = nullptr;
 };
 
-// Both walks below go down by recursion, while what they have just seen is at hand, but this many levels only; what
-// lies deeper waits on a stack until they are back up.
+// Both walks below recurse, because a child is cheap to visit right after its owner. They recurse so many levels only:
+// deeper entities wait on a stack until the walk is back at the top.
 constexpr unsigned maxLevels = 16;
 
 // Drops the pointer attributes of an entity and of everything below it.
@@ -249,8 +278,8 @@ class PointerDrop {
   unsigned levels_ = 0;
 };
 
-// While one lives, entities of this thread that lose their last handle wait; the outermost one destroys them at its
-// end.
+// While an object of this class exists, entities of this thread that lose their last handle wait. The outermost one
+// destroys them at its end.
 class Dismantling {
  public:
   Dismantling() noexcept : outermost_(!std::exchange(waiting_.underWay, true)) {}
@@ -267,7 +296,7 @@ class Dismantling {
     Dismantling const run;
     waiting_.tops.push(e);
   }
-  // Whatever dies of it waits: it must not run into a tree whose entities are on a stack.
+  // Entities that are destroyed by this wait: their destructors must not meet a tree whose entities are on a stack.
   static void dropPointersBelow(Entity& top) noexcept {
     if (!top.type()->pointersBelow()) return;
     Dismantling const run;
@@ -298,14 +327,14 @@ class Dismantling {
     static void takeOut(Entity::Ptr child, void* waiting) {
       child->parent_ = nullptr;
       child->parentAttrId_ = noAttribute;
-      // What somebody holds stays, out of the tree.
+      // An entity with other handles stays, outside of the tree.
       if (child->refs() > 1 || child->isNondestructing()) return ChangeJournal::noteHeldDeparture();
       // Its count is left at 1 and never read again.
       static_cast<Waiting*>(waiting)->destroy(*child.release());
     }
 
-    EntityStack tops;   // lost their last handle by themselves: what is below them may still hold pointers
-    EntityStack parts;  // were owned by what has been destroyed, and hold none
+    EntityStack tops;   // lost their last handle; entities below them may still hold pointers
+    EntityStack parts;  // were owned by destroyed entities, and hold no pointers
     unsigned levels = 0;
     bool underWay = false;
   };

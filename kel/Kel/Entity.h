@@ -1,17 +1,20 @@
 // Entities: the nodes of the tree.
 //
-// An entity has a name, a type, a parent and the parent's attribute through which it is held. Owners are the attribute
-// that instantiated it, or its directory; a child's link to its parent does not count. An entity that its owner deletes
-// leaves the tree: its parent becomes null, and it and everything below it drop their pointer attributes, so that
-// entities that point at each other do not keep each other alive. Of pointers among the constructor parameters only
-// those at an owner of the entity itself are dropped. A handle that somebody still holds stays valid and reads that
-// way. Dropping the last handle of a root lets go of the whole tree, at any depth, without deep recursion. Neither that
-// nor leaving a tree takes memory, if the types are registered (generated ones are).
+// An entity has a name, a type, a parent, and the attribute of the parent that holds it. It is owned by the attribute
+// that created it, or by its directory; it does not own its parent.
 //
-// What this does not take apart: a tree whose root is pointed at from inside. Clear such pointers before dropping the
-// root, and delete entities whose constructor parameter is the root itself.
+// An entity that its owner deletes leaves the tree. Its parent becomes null. It and everything below it drop their
+// pointer attributes, so that entities that point at each other do not keep each other alive. Pointers among the
+// constructor parameters stay, except those that lead to an owner of the entity. Handles to the entity stay valid.
 //
-// One thread at a time per tree. An entity without reactors, attributes and children costs 48 bytes and its name.
+// Dropping the last handle of a root destroys the whole tree. This takes no deep recursion, whatever the depth. Neither
+// this nor leaving a tree allocates memory, if the types are registered (generated types are).
+//
+// Not collected: a tree whose root is the target of a pointer inside it. Clear such pointers before dropping the root,
+// and delete entities that have the root as a constructor parameter.
+//
+// A tree belongs to one thread at a time. An entity without reactors, attributes and children takes 48 bytes and its
+// name.
 #pragma once
 
 #include <iosfwd>
@@ -25,7 +28,8 @@
 
 namespace Kel {
 
-// A path as a look-up key. Absolute paths begin with '/', relative ones with a component or with '.' and an attribute.
+// A path as a look-up key. An absolute path begins with '/', a relative one with a component, or with '.' and an
+// attribute.
 class EntityUriPath {
  public:
   explicit EntityUriPath(String8 path) : path_(std::move(path)) {}
@@ -35,13 +39,14 @@ class EntityUriPath {
   String8 path_;
 };
 
-// What has changed of an entity. Each kind includes those in front of it.
+// What has changed in an entity. Each kind includes those listed before it.
 enum class Change : U8 {
   content = 1,  // its own attributes: a value, a pointer, a collection or queue of them
   members,      // an entity that it owns came or went
   whole         // it came into the tree: everything below it is new
 };
 
+// A node of the tree; the base of all entity types.
 class KEL_API Entity : public VFPtrInterface {
  public:
   using Ptr = Kel::Ptr<Entity>;
@@ -56,38 +61,51 @@ class KEL_API Entity : public VFPtrInterface {
   // The ids of a type's own attributes continue its base's.
   enum Attribute : AttributeId { endAttr = 0 };
 
+  // The record of this class.
   static KelType const* _fwkType();
+  // The record of the entity's own, most derived type.
   virtual KelType const* type() const = 0;
+  // The full name of that type, such as "Cli::Session::Status".
   String8 const& typeName() const { return type()->fullTypeName(); }
 
-  // The key by which its owner holds it, as it prints.
-  Name const& name() const { return name_; }
+  // The text of the key under which its owner holds it.
+  Name const& name() const {
+    if (nameIsDue_) makeName();
+    return name_;
+  }
   // The path from the tree's root, whose own full name is empty. An entry of a directory adds "/name", a singleton
   // ".attribute", a member of a collection or queue ".attribute/key". Cost: the length of the path.
   String8 fullName() const;
+  // What the full name has behind that of `top`, the separator first: ".port/Et1". The whole where `top` does not lie
+  // above this entity.
+  String8 pathFrom(Entity const* top) const;
   // The same text.
   String8 uriPath() const { return fullName(); }
 
-  // The entity at a path, or null. An absolute path is looked up from this entity's tree's root, any other from this
-  // entity; "" is null. Keys stand in a path as they print, and may hold '/' and '.': at each step the shortest
-  // component that names a child and lets the rest resolve is taken. Look-up goes through containment only. Cost: a
-  // hash look-up a step in the usual case.
+  // The entity at a path, or null. An absolute path starts at the root of this entity's tree, any other at this entity;
+  // "" is null. Keys appear in a path as they print, and may contain '/' and '.': each step takes the shortest
+  // component that names a child and lets the rest resolve. Paths follow ownership, never pointers. Cost: usually one
+  // hash look-up a step.
   Ptr entity(EntityUriPath const& path) { return Ptr(const_cast<Entity*>(lookup(path.path()))); }
   PtrConst entity(EntityUriPath const& path) const { return PtrConst(lookup(path.path())); }
   Ptr entity(String8 const& path) { return Ptr(const_cast<Entity*>(lookup(path))); }
   PtrConst entity(String8 const& path) const { return PtrConst(lookup(path)); }
 
+  // The entity above: the owner, or the directory. Null for a root, and for an entity that has left its tree.
   Entity* parent() { return parent_; }
   Entity const* parent() const { return parent_; }
+  // The top of the tree; the entity itself if it has no parent. Cost: the depth.
   Entity const* root() const;
-  // Low level: moves the links to the parent only. Whoever calls it has put the entity where it says it is.
+  // Low level: sets the link to the parent and nothing else. REQUIRES: `parent` already holds the entity.
   void parentIs(Ptr const& parent) {
     parent_ = parent.ptr();
     departures_.fetch_add(1, std::memory_order_relaxed);
     upheavals_.fetch_add(1, std::memory_order_relaxed);
   }
+  // The attribute of the parent that holds the entity; null without a parent.
   KelAttr const* parentAttr() const;
   AttributeId parentAttrId() const { return parentAttrId_; }
+  // Low level, as parentIs.
   void parentAttrIdIs(AttributeId id) { parentAttrId_ = id; }
 
   // The printable form of one attribute; see GenericIf::attributeString.
@@ -95,16 +113,16 @@ class KEL_API Entity : public VFPtrInterface {
 
   // --- For generated code ---
 
-  // Takes a new child into the tree under the attribute `id`.
+  // Links a new child to this entity, as a member of the attribute `id`. REQUIRES: that attribute holds it already.
   void adopt(Entity& child, AttributeId id) {
     child.parent_ = this;
     child.parentAttrId_ = id;
     if (stampFloor_.load(std::memory_order_relaxed) != 0) noteArrival(child);
   }
-  // Takes a child that its owner has let go of out of the tree.
+  // Takes a child out of the tree, with all that is below it. REQUIRES: its owner no longer holds it.
   static void leaveTree(Ptr child) noexcept;
-  // Tells the change journals and the reactors that an attribute changed; `key` points at the key of the changed
-  // member, of the collection's key type.
+  // Tells the change journals and the reactors that an attribute changed. For a collection, `key` points at the key of
+  // the changed member. REQUIRES: `key` is null or of the collection's key type.
   void notify(AttributeId id, void const* key = nullptr) const {
     mark(Change::content);
     if (hasReactors()) notifyReactors(id, key);
@@ -114,8 +132,8 @@ class KEL_API Entity : public VFPtrInterface {
   void mark(Change change) const noexcept {
     if (stamp_ < (stampFloor_.load(std::memory_order_relaxed) | static_cast<U32>(change))) note(change);
   }
-  // Counts the times that entities have left a tree or a tree has ended, in the whole process: while it stands still,
-  // what a path led to is there.
+  // How often, in this process, entities have left a tree or a tree has ended. While the number stays the same, an
+  // entity that was found by a path is still there.
   static U64 departures() { return departures_.load(std::memory_order_relaxed); }
 
  protected:
@@ -123,14 +141,20 @@ class KEL_API Entity : public VFPtrInterface {
     if (TypeRegistration::pending()) TypeRegistration::makeRecords();
   }
   void destroySelf() noexcept override;
+  // The name is the first constructor parameter as it prints. It is made when it is first asked for.
+  void nameFollowsKey() { nameIsDue_ = true; }
 
  private:
+  template <class T>
+  friend struct EntityKey;
   friend class ChangeJournal;
+  friend struct DebugLayout;
   friend class EntityNotifiee;
   friend class EntityStack;
   friend class Dismantling;
   Entity const* lookup(String8 const& path) const;
   void notifyReactors(AttributeId id, void const* key) const;
+  void makeName() const;
   EntityExtras& extras() const;
   void dropEmptyExtras() const noexcept;
   void note(Change change) const noexcept;
@@ -138,19 +162,21 @@ class KEL_API Entity : public VFPtrInterface {
   void noteLeaving() const noexcept;
 
   static std::atomic<U64> departures_, upheavals_;
-  // The epoch of the change journals, shifted as in a stamp; 0: no journal was ever attached, or they are off.
+  // The epoch of the change journals, shifted as in a stamp. 0: no journal was ever attached, or journals are off.
   static std::atomic<U32> stampFloor_;
 
-  Name name_;
+  mutable Name name_;
   Entity* parent_ = nullptr;
   mutable EntityExtras* extras_ = nullptr;
   AttributeId parentAttrId_ = noAttribute;
+  mutable bool nameIsDue_ = false;
   // The last epoch in which the entity changed, above two bits for the strongest change in it.
   mutable U32 stamp_ = static_cast<U32>(Change::whole);
 };
 
-// The entity's full name; "<null>" for null.
+// Prints the entity's full name, or "<null>".
 KEL_API std::ostream& operator<<(std::ostream& out, Entity const* entity);
+// Prints the full name of the entity, or "<null>".
 template <class T>
 requires std::is_base_of_v<Entity, T> std::ostream& operator<<(std::ostream& out, Ptr<T> const& entity) {
   return out << static_cast<Entity const*>(entity.ptr());

@@ -1,6 +1,7 @@
 // The framework's exceptions.
 //
-// Each carries a message that says where and what, and a set of ids by which a scope can say that it expects it.
+// The message of an exception says where and what. Its ids are those by which an `Expect` can announce it.
+// docs/errors.md lists all messages.
 #pragma once
 
 #include <bitset>
@@ -11,6 +12,7 @@
 
 namespace Kel {
 
+// The base of the framework's exceptions.
 class KEL_API Exception : public std::exception {
  public:
   enum Id : U8 {
@@ -32,11 +34,13 @@ class KEL_API Exception : public std::exception {
   };
   using IdBitArray = std::bitset<idCount>;
 
+  // An exception that no `Expect` of this thread announces is traced by the handle "Exception" at level 1.
   explicit Exception(String8 message, IdBitArray ids = ids_(generalId));
-  // An exception that no `Expect` of this thread waits for is reported to the trace handle "Exception" at level 1.
   String8 const& message() const noexcept { return message_; }
   char const* what() const noexcept override { return what_.c_str(); }
+  // The ids by which an `Expect` announces it.
   IdBitArray const& ids() const noexcept { return idSet_; }
+  // Whether an `Expect` announced it when it was made.
   bool expected() const noexcept { return expected_; }
 
  protected:
@@ -50,7 +54,7 @@ class KEL_API Exception : public std::exception {
   bool expected_;
 };
 
-// Marks a scope of the current thread in which an exception of that id is expected; scopes nest.
+// Announces, for as long as it lives, that this thread expects exceptions of one id. They are not traced. Scopes nest.
 class KEL_API Expect {
  public:
   explicit Expect(Exception::Id id);
@@ -86,14 +90,15 @@ KEL_EXCEPTION(BadIndexAttrException, badIndexId);                    // a key of
 KEL_EXCEPTION(OpNotSupportedException, opNotSupportedId);            // an operation that the attribute does not offer
 #undef KEL_EXCEPTION
 
+// Each raises the exception of its name.
 [[noreturn]] KEL_API void throwInternalException(String8 const& message);
 [[noreturn]] KEL_API void throwRangeException(char const* message);
 [[noreturn]] KEL_API void throwRangeException(String8 const& message);
 [[noreturn]] KEL_API void throwNameInUseException(String8 const& message);
 [[noreturn]] KEL_API void throwNoImplementationException(char const* function);
 
-// What the reflective interface raises. `where` names the type and the attribute ("Cli::Session::Status::root"), `what`
-// adds what was wrong.
+// The exceptions of the reflective interface. `where` names the type and the attribute ("Cli::Session::Status::root");
+// `what` says what was wrong.
 [[noreturn]] KEL_API void throwConstException(String8 const& where);
 [[noreturn]] KEL_API void throwTypeException(String8 const& where, String8 const& what);
 [[noreturn]] KEL_API void throwUnknownAttrException(String8 const& typeName, String8 const& attrName);

@@ -63,7 +63,7 @@ GenericIf::Ptr GenericIf::List::genericIf(Ptr const& list) {
 Kel::Ptr<Entity> GenericIf::entity() const { return Kel::Ptr<Entity>(const_ ? nullptr : const_cast<Entity*>(entity_)); }
 Kel::Ptr<Entity const> GenericIf::entityConst() const { return Kel::Ptr<Entity const>(entity_); }
 
-// The object that attribute access works on.
+// The object on which attribute access works.
 void const* GenericIf::base() const {
   if (entity_) return entity_;
   if (!type_) return nullptr;
@@ -136,7 +136,7 @@ GenericIf::PtrConst GenericIf::attribute(AttributeId id, PtrConst const& key) co
   return a.access().get(a, base(), key.ptr(), true);
 }
 
-// What the public may write; a read-only attribute is written by its type alone.
+// Only writable attributes: a read-only one is written by its own type alone.
 void GenericIf::attributeIs(AttributeId id, PtrConst const& key, PtrConst const& value) const {
   KelAttr const& a = checked(id);
   Entity& e = writableEntity(a);
@@ -182,12 +182,12 @@ KelAttr const& GenericIf::checkedCollection(AttributeId id) const {
 
 GenericIf::AttributeIterator GenericIf::attributeIterator(AttributeId id) {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, nullptr), const_);
+  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, nullptr).release(), const_);
 }
 GenericIf::AttributeIterator GenericIf::attributeIterator(AttributeId id) const { return attributeIteratorConst(id); }
 GenericIf::AttributeIterator GenericIf::attributeIteratorConst(AttributeId id) const {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, nullptr), true);
+  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, nullptr).release(), true);
 }
 
 namespace {
@@ -201,11 +201,12 @@ GenericIf::PtrConst wantKey(KelAttr const& attr, GenericIf::PtrConst const& key)
 
 GenericIf::AttributeIterator GenericIf::attributeIteratorKey(AttributeId id, PtrConst const& key) const {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, wantKey(a, key).ptr()), const_);
+  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, wantKey(a, key).ptr()).release(),
+                           const_);
 }
 GenericIf::AttributeIterator GenericIf::attributeIteratorKeyConst(AttributeId id, PtrConst const& key) const {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, wantKey(a, key).ptr()), true);
+  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, wantKey(a, key).ptr()).release(), true);
 }
 
 U32 GenericIf::attributeCount(AttributeId id) const {
@@ -234,21 +235,23 @@ String8 GenericIf::attributeString(AttributeId id) const {
 
 // --- Iterators ---
 
-GenericIf::AttributeIterator::AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr,
-                                                std::unique_ptr<AttrIterator> it, bool isConst)
-    : owner_(std::move(owner)), attr_(attr), it_(std::move(it)), const_(isConst) {}
+GenericIf::AttributeIterator::AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, AttrIterator* it,
+                                                bool isConst)
+    : owner_(std::move(owner)), attr_(attr), it_(it), const_(isConst) {}
 GenericIf::AttributeIterator::AttributeIterator(AttributeIterator const& o)
-    : owner_(o.owner_), attr_(o.attr_), it_(o.it_->clone()), const_(o.const_) {}
-GenericIf::AttributeIterator::AttributeIterator(AttributeIterator&& o) noexcept = default;
+    : owner_(o.owner_), attr_(o.attr_), it_(o.it_->clone().release()), const_(o.const_) {}
+GenericIf::AttributeIterator::AttributeIterator(AttributeIterator&& o) noexcept
+    : owner_(std::move(o.owner_)), attr_(o.attr_), it_(std::exchange(o.it_, nullptr)), const_(o.const_) {}
 GenericIf::AttributeIterator& GenericIf::AttributeIterator::operator=(AttributeIterator o) noexcept {
-  // The old iterator goes before what it iterates over.
-  it_ = std::move(o.it_);
+  // The old iterator is destroyed before the collection that it iterates over.
+  std::swap(it_, o.it_);
+  delete std::exchange(o.it_, nullptr);
   std::swap(owner_, o.owner_);
   attr_ = o.attr_;
   const_ = o.const_;
   return *this;
 }
-GenericIf::AttributeIterator::~AttributeIterator() { it_.reset(); }
+GenericIf::AttributeIterator::~AttributeIterator() { delete it_; }
 
 bool GenericIf::AttributeIterator::attributeIterator_nonNull() const { return it_->nonNull(); }
 GenericIf::PtrConst GenericIf::AttributeIterator::attributeIterator_iterKey() const { return it_->key(); }
@@ -257,73 +260,6 @@ void GenericIf::AttributeIterator::attributeIterator_iterInc() { it_->inc(); }
 void GenericIf::AttributeIterator::attributeIterator_iterDel() {
   if (const_) throwConstException(attr_->fullName());
   if (it_->nonNull()) owner_->attributeDel(attr_->id(), it_->key());
-}
-
-// --- For the storage templates ---
-
-void throwWrongType(String8 const& where, KelType const* expected, GenericIf const* got) {
-  String8 const given = !got ? String8("null") : got->type() ? got->type()->fullTypeName() : String8("a list");
-  if (expected->isEntity())
-    throwTypeException(
-        where, String8("Entity is the wrong type: ") + expected->fullTypeName() + " expected, " + given + " given");
-  throwTypeException(where, expected->fullTypeName() + " expected, " + given + " given");
-}
-
-void throwKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullName(), "a key is needed"); }
-void throwKeyType(KelAttr const& attr, KelType const* expected) {
-  throwBadIndexAttrException(attr.fullName(), String8("key of type ") + expected->fullTypeName() + " expected");
-}
-void throwNoKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullName(), "no collection, so no key"); }
-void throwNullMember(KelAttr const& attr) {
-  throwRangeException(String8("null _") + attr.name() + " parameter to mutator for " + attr.fullName() +
-                      " not allowed\"");
-}
-void throwTaken(KelAttr const& attr, String8 const& key) {
-  throwNameInUseException(attr.fullName() + ": '" + key + "' is taken");
-}
-void throwWrongEntity(KelAttr const& attr, Entity const& given) {
-  throwTypeException(attr.fullName(), String8("Entity is the wrong type: ") + given.typeName() + " '" + given.name() +
-                                          "' does not belong there");
-}
-void Own::taken(KelType const* owner, AttributeId id, String8 const& key) { throwTaken(*owner->attr(id), key); }
-
-std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key, GenericIf const* value) {
-  if (value && value->isList()) return value->list()->objects();
-  if (value) return {GenericIf::PtrConst(value)};
-  if (key) return {GenericIf::PtrConst(key)};
-  if (attr.type()->ctorArgs().empty()) return {};
-  throwUnknownArgException(attr.fullName(), "constructor arguments are needed");
-}
-
-bool sameParams(Entity const& a, Entity const& b) {
-  if (auto* equal = a.type()->paramsEqual()) return equal(a, b);
-  for (KelAttr const* attr : a.type()->attributeQ()) {
-    if (!attr->ctorParam()) continue;
-    AttrAccess const& access = attr->access();
-    bool const same = attr->isPtr()
-                          ? access.single(a) == access.single(b)
-                          : access.get(*attr, &a, nullptr, true)->valueEqual(*access.get(*attr, &b, nullptr, true));
-    if (!same) return false;
-  }
-  return true;
-}
-
-GenericIf const* callArg(KelAttr const& attr, GenericIf::Args const& args, std::size_t n) {
-  for (auto const& [name, value] : args)
-    if (name == attr.args()[n].name) return value.ptr();
-  throwUnknownArgException(attr.fullName(), String8("argument '") + attr.args()[n].name + "' is missing");
-}
-
-void checkCallArgs(KelAttr const& attr, GenericIf::Args const& args) {
-  for (auto const& given : args) {
-    String8 const& name = given.first;
-    bool known = false;
-    for (KelArg const& arg : attr.args()) known = known || arg.name == name;
-    if (!known) throwUnknownArgException(attr.fullName(), String8("unknown argument '") + name + "'");
-    for (auto const& other : args)
-      if (&other != &given && other.first == name)
-        throwUnknownArgException(attr.fullName(), String8("argument '") + name + "' is given twice");
-  }
 }
 
 }  // namespace Kel

@@ -1,18 +1,17 @@
 // The reflective interface.
 //
 // A `GenericIf` is a counted object that stands for a value (builtin, enumerator, value type), an entity (mutable or
-// const), another counted object of the framework, or a list of these. Scalars, enumerators and strings are held
-// inline; entities and larger values are referred to. Through it any attribute of any type is read and written by id,
-// with the same effects, reactors included, as the generated accessors have. Names are resolved once, with
-// `attributeId`.
+// const), another counted object of the framework, or a list of these. It holds scalars, enumerators and strings
+// inline, and refers to entities and larger values. It reads and writes any attribute of any type by id, with the same
+// effects, reactors included, as the generated accessors. Look an id up once, with `attributeId`.
 //
-// Errors name the type and the attribute: UnknownAttrException, TypeException (a value of another type),
-// BadIndexAttrException (a key missing, not wanted or of another type), ConstException (a write through a handle to
-// const), OpNotSupportedException (an operation that this kind of attribute does not have), UnknownArgException (a
-// call), NameInUseException, RangeException. A failed write changes nothing.
+// The message of an exception names the type and the attribute. UnknownAttrException: there is no such attribute.
+// TypeException: the value is of another type. BadIndexAttrException: the key is missing, not wanted, or of another
+// type. ConstException: a write through a handle to const. OpNotSupportedException: this kind of attribute does not
+// have the operation. UnknownArgException: wrong arguments of a call. Also NameInUseException and RangeException. A
+// failed write changes nothing.
 #pragma once
 
-#include <memory>
 #include <utility>
 #include <vector>
 
@@ -22,6 +21,7 @@
 namespace Kel {
 
 class AttrIterator;
+struct DebugLayout;
 struct ValueHolder;
 
 // An operation on an attribute beyond set and delete.
@@ -32,6 +32,7 @@ enum class AttributeOp : U8 {
   create,     // newX: as attributeIs, but a taken key raises NameInUseException
 };
 
+// An object of any type, seen without its C++ type.
 class KEL_API GenericIf final : public VFPtrInterface {
  public:
   using Ptr = Kel::Ptr<GenericIf>;
@@ -41,72 +42,87 @@ class KEL_API GenericIf final : public VFPtrInterface {
   // The arguments of a call, by name, in any order.
   using Args = std::vector<std::pair<String8, PtrConst>>;
 
-  // Making one. A null entity or object gives null.
+  // Makes one from a builtin, an enumerator or a value of a value type, which is copied. The type is exactly T: for an
+  // attribute of type U32, `of(Kel::U32(1))`.
   template <class T>
   static Ptr of(T const& value);
+  // Makes one from an entity or another counted object, which it keeps alive; null gives null.
   static Ptr ofEntity(Kel::Ptr<Entity> const& entity);
   static PtrConst ofEntity(Kel::Ptr<Entity const> const& entity);
   static Ptr ofObject(KelType const* type, Kel::Ptr<PtrInterface const> const& object);
+  // Makes one from an enumerator. REQUIRES: `type` is an enumeration.
   static Ptr ofEnum(KelType const* type, S32 value);
+  // For the framework: one that shares a value that is held already.
   static Ptr ofHolder(KelType const* type, Kel::Ptr<ValueHolder> const& holder);
 
-  // What it holds: for an entity, its own (most derived) type.
+  // The type of what it holds; for an entity, its own, most derived type. Null for a list.
   KelType const* type() const { return type_; }
+  // Whether it is read-only.
   bool isConst() const { return const_; }
   bool isEntity() const { return entity_ != nullptr; }
   bool isList() const { return list_ != nullptr; }
-  // The entity; null when it is none (`entity` also when it is const).
+  // The entity; null for anything else. `entity` is also null for a const entity.
   Kel::Ptr<Entity> entity() const;
   Kel::Ptr<Entity const> entityConst() const;
+  // The counted object that it keeps alive: the entity, the holder of a value, or another object; null for none.
   PtrInterface const* object() const { return object_.ptr(); }
+  // The number of the enumerator. REQUIRES: the type is an enumeration.
   S32 enumValue() const { return scalar_.s32; }
+  // The list, or null.
   List const* list() const { return list_; }
 
-  // A pointer to the builtin when it is exactly of type T, else null.
+  // A pointer to the builtin if it is exactly of type T, else null.
   template <class T>
   T const* attrValPtr() const;
-  // The value; raises TypeException when it is of another type.
+  // The value. Raises TypeException if it is not exactly of type T.
   template <class T>
   T attrVal() const;
 
-  // Two values of the same type: the type's own comparison. Raises NoImplementationException when it has none,
-  // TypeException when the types differ.
+  // Compares two values of one type by the type's own comparison. Raises NoImplementationException if it has none,
+  // TypeException if the types differ.
   bool valueEqual(GenericIf const& other) const;
   // The plain text of a value, the full name of an entity.
   String8 text() const;
+  // The text form that can be parsed again; see Strep.h.
   String8 strep() const;
 
-  // Attributes. A key is null where the attribute is no collection; a queue's key is its index.
+  // The id of the attribute of that name. Raises UnknownAttrException.
   AttributeId attributeId(String8 const& name) const;
+  // The record of the attribute, or null.
   KelAttr const* attr(AttributeId id) const;
+  // The value of an attribute, or the member under a key; null for a null pointer and for a member that is not there.
+  // The key is null if the attribute is not a collection. The key of a queue is its index.
   Ptr attribute(AttributeId id, PtrConst const& key = nullptr);
   PtrConst attribute(AttributeId id, PtrConst const& key = nullptr) const;
   // Sets the attribute, or sets or creates the member under the key. A null value clears a pointer. For an
-  // instantiating attribute the value is a `List` of the constructor arguments, or null where the key alone will do; a
-  // member that is there with other parameters is replaced, one with the same is kept.
+  // instantiating attribute, the value is a `List` of the constructor arguments, or null if the key is the only one. A
+  // member with the same parameters is kept; one with other parameters is replaced.
   void attributeIs(AttributeId id, PtrConst const& key, PtrConst const& value) const;
-  // Deletes the member under the key, resets a value to its default, clears a pointer, deletes a singleton. What is not
-  // there is not an error.
+  // Deletes the member under the key, resets a value to its default, clears a pointer, or deletes a singleton. If there
+  // is nothing to delete, does nothing.
   void attributeDel(AttributeId id, PtrConst const& key = nullptr) const;
-  // Appends to a queue: a value, or for owned entities a List of the constructor arguments after the index.
+  // Appends to a queue. For owned entities, `value` is a List of the constructor arguments that follow the index.
   void attributeSQEnq(AttributeId id, PtrConst const& value) const;
-  // Removes the head of a queue; raises RangeException "linkqueue index out of range" when it is empty.
+  // Removes the oldest member of a queue. Raises RangeException "linkqueue index out of range" if it is empty.
   void attributeSQDeq(AttributeId id) const;
+  // Performs one of the operations of `AttributeOp`.
   void attributeOp(AttributeOp op, AttributeId id, PtrConst const& key = nullptr,
                    PtrConst const& value = nullptr) const;
-  // Calls a callable attribute; null when it has no result.
+  // Calls an operation. Answers its result; null if it has none.
   Ptr attributeCall(AttributeId id, Args const& args) const;
 
+  // Over the members of a collection. `...Const` gives members that are read-only.
   AttributeIterator attributeIterator(AttributeId id);
   AttributeIterator attributeIterator(AttributeId id) const;
   AttributeIterator attributeIteratorConst(AttributeId id) const;
-  // Positioned at a key; on no member when the key is absent.
+  // The same, on the member under a key; on no member if the key is absent.
   AttributeIterator attributeIteratorKey(AttributeId id, PtrConst const& key) const;
   AttributeIterator attributeIteratorKeyConst(AttributeId id, PtrConst const& key) const;
   // The number of members of a collection.
   U32 attributeCount(AttributeId id) const;
 
-  // A printable form of the attribute: a value's text, a pointer's target's name, a collection's members in brackets.
+  // Prints an attribute: the text of a value, the full name of a pointer's target, the members of a collection in
+  // brackets.
   String8 attributeString(AttributeId id) const;
 
   ~GenericIf() override;
@@ -115,6 +131,7 @@ class KEL_API GenericIf final : public VFPtrInterface {
   explicit GenericIf(KelType const* type, bool isConst) : type_(type), const_(isConst) {}
 
  private:
+  friend struct DebugLayout;
   friend class List;
   struct Attr;  // an attribute of this object, checked
   KelAttr const& checked(AttributeId id) const;
@@ -152,6 +169,7 @@ class KEL_API GenericIf final : public VFPtrInterface {
 
 // Holds a value of a value type behind a GenericIf.
 struct KEL_API ValueHolder : VFPtrInterface {
+  // The value, of the type that its GenericIf has.
   virtual void const* value() const = 0;
 };
 
@@ -160,21 +178,24 @@ class KEL_API GenericIf::List : public VFPtrInterface {
  public:
   using Ptr = Kel::Ptr<List>;
   List() = default;
+  // Appends.
   void objectEnq(GenericIf::PtrConst const& object) { objects_.push_back(object); }
   std::vector<GenericIf::PtrConst> const& objects() const { return objects_; }
   U32 size() const { return static_cast<U32>(objects_.size()); }
-  // The list as a reflective object, to be handed to attributeIs. The list must not change afterwards.
+  // The list as a reflective object, for attributeIs. REQUIRES: the list does not change afterwards.
   static GenericIf::Ptr genericIf(Ptr const& list);
 
  private:
+  friend struct Kel::DebugLayout;
   std::vector<GenericIf::PtrConst> objects_;
 };
 
-// An iterator over a collection attribute. It keeps the owner alive; deleting the member under it, in whatever way,
-// leaves it ready to be advanced.
+// An iterator over a collection attribute. It keeps the owner alive. If the member that it is on is deleted, in
+// whatever way, it can still be advanced.
 class KEL_API GenericIf::AttributeIterator {
  public:
-  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, std::unique_ptr<AttrIterator> it, bool isConst);
+  // For the framework. Takes the iterator over.
+  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, AttrIterator* it, bool isConst);
   AttributeIterator(AttributeIterator const& o);
   AttributeIterator(AttributeIterator&& o) noexcept;
   AttributeIterator& operator=(AttributeIterator o) noexcept;
@@ -184,10 +205,13 @@ class KEL_API GenericIf::AttributeIterator {
   bool attributeIterator_nonNull() const;
   GenericIf::PtrConst attributeIterator_iterKey() const;  // null for a null pointer key
   GenericIf::Ptr attributeIterator_iterObj() const;       // null for a null pointer member
+  // Moves on to the next member.
   void attributeIterator_iterInc();
   AttributeIterator attributeIterator_iterClone() const { return *this; }
+  // Deletes the member that it is on. Raises ConstException for a read-only iterator.
   void attributeIterator_iterDel();
 
+  // The same, in short.
   explicit operator bool() const { return attributeIterator_nonNull(); }
   GenericIf::PtrConst key() const { return attributeIterator_iterKey(); }
   GenericIf::Ptr obj() const { return attributeIterator_iterObj(); }
@@ -199,15 +223,16 @@ class KEL_API GenericIf::AttributeIterator {
  private:
   GenericIf::PtrConst owner_;
   KelAttr const* attr_;
-  std::unique_ptr<AttrIterator> it_;
+  AttrIterator* it_;  // owned
   bool const_;
 };
 
-// The text of a value, the full name of an entity, "<null>" for null.
+// Prints the text of a value, the full name of an entity, or "<null>".
 KEL_API std::ostream& operator<<(std::ostream& out, GenericIf::PtrConst const& object);
 
 // --- Implementation of the templates ---
 
+// Holds a V.
 template <class V>
 struct ValueHolderOf final : ValueHolder {
   explicit ValueHolderOf(V const& v) : held(v) {}

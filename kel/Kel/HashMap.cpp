@@ -18,7 +18,7 @@ U32 HashMapGeneric::newSlot(U32 hash, SlotType const& type) {
     resize(2, false, type);
   } else if (rep_->used == rep_->cap) {
     bool const close = pins_ == 0 && rep_->live < rep_->used;
-    // Gaps are closed where that frees at least a quarter; otherwise the array doubles.
+    // Closes gaps if that frees at least a quarter of the array; otherwise doubles it.
     U32 const wanted = close && rep_->live <= rep_->cap - rep_->cap / 4 ? rep_->cap : rep_->cap * 2;
     if (wanted > 0x40000000) throwRangeException("hash map full");
     resize(wanted, close, type);
@@ -43,7 +43,7 @@ void HashMapGeneric::reserveSlots(U32 count, SlotType const& type) {
   if (count > (rep_ ? rep_->cap : 0)) resize(count, false, type);
 }
 
-void HashMapGeneric::emptyAllBuckets(SlotType const& type) noexcept {
+void HashMapGeneric::releaseStorage(SlotType const& type) noexcept {
   if (!rep_) return;
   if (pins_ != 0) {
     std::fill_n(hashes(), rep_->used, 0u);

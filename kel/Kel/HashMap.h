@@ -1,11 +1,12 @@
 // Hash maps.
 //
-// Members lie in one array in slot order, with an index of hashes beside it (none up to 8 slots: a short map is
-// searched). Walking a map walks memory in order: the order of insertion, until members are deleted and later
-// insertions close the gaps. Look-up takes a key or, for strings, a view. An empty map is one null pointer.
+// Members are in the slots of one array, with an index of hashes beside it; a map of up to 8 slots has no index and is
+// searched. Iterating walks memory in order: the order of insertion, until members are deleted and later insertions
+// close the gaps. Look-up takes a key or, for strings, a view. An empty map is one null pointer.
 //
-// An iterator stays valid whatever is inserted or deleted meanwhile; deleting the member under it leaves it ready to be
-// advanced. It must not outlive the map. A map with live iterators does not close gaps. One thread at a time.
+// An iterator stays valid whatever is inserted or deleted meanwhile. If the member that it is on is deleted, it can
+// still be advanced. It must not outlive the map. A map with live iterators does not close gaps. A map belongs to one
+// thread at a time.
 #pragma once
 
 #include <cstring>
@@ -21,9 +22,10 @@ namespace Kel {
 
 class Entity;
 
-// Hashes of key types; never 0, which marks a gap. Fibonacci hashing (Knuth, The Art of Computer Programming 6.4): the
-// upper half of the product is the better mixed one, and differs between n and -n.
+// Mixes a hash; the result is never 0, which marks a gap. Fibonacci hashing (Knuth, The Art of Computer Programming
+// 6.4): the upper half of the product is better mixed than the lower half, and differs between n and -n.
 inline U32 mixHash(U64 h) { return static_cast<U32>((h * 0x9e3779b97f4a7c15ull) >> 32) | 0x80000000u; }
+// The hash of a key.
 template <class K>
 U32 keyHash(K const& key) {
   if constexpr (std::is_same_v<K, String8>)
@@ -43,7 +45,7 @@ U32 keyHash(Ptr<T> const& key) {
 }
 inline U32 keyHash(std::string_view key) { return key.empty() ? String8().hash() : hashBytes(key.data(), key.size()); }
 
-// Equality of keys: a NaN is as good a key as another, or it could never be deleted.
+// Whether two keys are equal. A NaN equals a NaN: otherwise it could never be found again.
 template <class A, class B>
 bool sameKey(A const& a, B const& b) {
   if constexpr (std::is_floating_point_v<A>)
@@ -52,7 +54,7 @@ bool sameKey(A const& a, B const& b) {
     return a == b;
 }
 
-// What does not depend on the members' type: the array of hashes, the index, growth and deletion.
+// The part that does not depend on the type of the members: the array of hashes, the index, growth and deletion.
 class KEL_API HashMapGeneric {
  public:
   static constexpr U32 none = 0xffffffff;
@@ -65,21 +67,23 @@ class KEL_API HashMapGeneric {
   U32 members() const { return rep_ ? rep_->live : 0; }
   bool empty() const { return members() == 0; }
 
-  // Slots, for walking by position: members are at the slots below `slotEnd` for which `slotLive` answers true.
+  // Slots, for walking by position. A slot below `slotEnd` has a member if `slotLive` is true.
   U32 slotEnd() const { return rep_ ? rep_->used : 0; }
   bool slotLive(U32 slot) const { return hashes()[slot] != 0; }
   U32 slotHash(U32 slot) const { return hashes()[slot]; }
+  // Whether both maps have keys of the same hashes in the same slots.
   bool sameHashes(HashMapGeneric const& o) const {
     U32 const end = slotEnd();
     return end == o.slotEnd() && (end == 0 || std::memcmp(hashes(), o.hashes(), end * sizeof(U32)) == 0);
   }
+  // The first slot from `slot` on that has a member, or slotEnd().
   U32 nextSlot(U32 slot) const {
     U32 const end = slotEnd();
     while (slot < end && hashes()[slot] == 0) ++slot;
     return slot;
   }
 
-  // Held by an iterator: while there is one, slots keep their numbers.
+  // While there is a pin on a map, slots keep their numbers. Iterators hold one.
   class Pin {
    public:
     explicit Pin(HashMapGeneric const* map) : map_(map) { ++map_->pins_; }
@@ -97,13 +101,16 @@ class KEL_API HashMapGeneric {
   };
 
  protected:
+  friend struct DebugLayout;
   // Moves `count` slots for which the hash is not 0 from one array to another, one after the other.
   using Relocate = void (*)(void* to, void* from, U32 const* hashes, U32 count, bool close) noexcept;
+  // What the generic part needs to know about a slot.
   struct SlotType {
     std::size_t size;
     Relocate relocate;
   };
 
+  // The head of the array.
   struct Rep {
     U32 used;    // slots handed out, gaps included
     U32 live;    // members
@@ -148,8 +155,8 @@ class KEL_API HashMapGeneric {
   // Makes the slot a gap; the caller has destroyed its content.
   void deleteSlot(U32 slot) noexcept;
   void reserveSlots(U32 count, SlotType const& type);
-  // After all slots were destroyed.
-  void emptyAllBuckets(SlotType const& type) noexcept;
+  // Frees the array. REQUIRES: all slots are destroyed.
+  void releaseStorage(SlotType const& type) noexcept;
   void swapRep(HashMapGeneric& o) noexcept { std::swap(rep_, o.rep_); }
   bool pinned() const { return pins_ != 0; }
 
@@ -164,7 +171,7 @@ class KEL_API HashMapGeneric {
   mutable U32 pins_ = 0;
 };
 
-// A map whose slots hold their key: `KeyOf::key(slot)` gives it.
+// A map whose slots contain their key, which `KeyOf::key(slot)` answers.
 template <class K, class Slot, class KeyOf>
 class DenseHash : public HashMapGeneric {
  public:
@@ -172,6 +179,7 @@ class DenseHash : public HashMapGeneric {
 
   ~DenseHash() { clear(); }
 
+  // The slot of a key, or `none`. `hash` is keyHash(key).
   template <class Key>
   U32 findSlot(Key const& key, U32 hash) const {
     Probe probe{0};
@@ -184,21 +192,23 @@ class DenseHash : public HashMapGeneric {
   U32 findSlot(Key const& key) const {
     return rep_ ? findSlot(key, keyHash(key)) : none;
   }
-  // As findSlot, but looks at one slot first: two maps of which one is a copy of the other agree in slots.
+  // As findSlot, but looks at the slot `hint` first. A map and its copy have the same keys in the same slots.
   template <class Key>
   U32 findSlotNear(Key const& key, U32 hash, U32 hint) const {
     if (hint < slotEnd() && slotHash(hint) == hash && sameKey(KeyOf::key(at(hint)), key)) return hint;
     return findSlot(key, hash);
   }
 
+  // REQUIRES: the slot has a member.
   Slot& at(U32 slot) { return slotArray()[slot]; }
   Slot const& at(U32 slot) const { return slotArray()[slot]; }
+  // Makes room for so many members.
   void reserve(U32 count) { reserveSlots(count, slotType()); }
 
   void clear() noexcept {
     if (!rep_) return;
     for (U32 slot = nextSlot(0); slot < slotEnd(); slot = nextSlot(slot + 1)) at(slot).~Slot();
-    emptyAllBuckets(slotType());
+    releaseStorage(slotType());
   }
 
  protected:
@@ -237,11 +247,13 @@ class DenseHash : public HashMapGeneric {
   }
 };
 
+// A key and its value.
 template <class K, class V>
 struct KeyedSlot {
   K key;
   V value;
 };
+// The key of a KeyedSlot.
 struct KeyedSlotKey {
   template <class Slot>
   static auto const& key(Slot const& slot) {
@@ -257,6 +269,7 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
  public:
   using mapped_type = V;
 
+  // The value under the key, or null.
   template <class Key>
   V const* find(Key const& key) const {
     U32 const slot = this->findSlot(key);
@@ -281,12 +294,14 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
     held = value;
     return true;
   }
+  // Deletes a member; answers whether there was one.
   bool erase(K const& key) {
     U32 const slot = this->findSlot(key);
     if (slot == Base::none) return false;
     this->takeSlot(slot);
     return true;
   }
+  // Whether both have the same keys with equal values, in any order.
   bool operator==(HashMap const& o) const {
     if (this->members() != o.members()) return false;
     for (U32 s = this->nextSlot(0); s < this->slotEnd(); s = this->nextSlot(s + 1)) {
@@ -296,6 +311,7 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
     return true;
   }
 
+  // Over keys and values.
   class Iterator {
    public:
     explicit Iterator(HashMap const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}
@@ -319,20 +335,21 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
   Iterator iterator(K const& key) const { return Iterator(this, key); }
 };
 
-// The key of an entity in its owner's collection: its first constructor parameter. Generated code specialises it for
+// The key of an entity in its owner's collection: its first constructor parameter. Generated code specializes it for
 // entities whose key is not their name.
 template <class T>
 struct EntityKey {
   using type = Name;
-  static Name const& key(T const& entity) { return entity.name(); }
+  static Name const& key(T const& entity) { return entity.Entity::name_; }
 };
 
+// The key of a slot that owns an entity.
 template <class T>
 struct EntityMapKey {
   static decltype(auto) key(Ptr<T> const& slot) { return EntityKey<T>::key(*slot); }
 };
 
-// Owned entities, found by the key that they carry.
+// Owned entities by the key that they carry.
 template <class T>
 class EntityMap : public DenseHash<typename EntityKey<T>::type, Ptr<T>, EntityMapKey<T>> {
   using Base = DenseHash<typename EntityKey<T>::type, Ptr<T>, EntityMapKey<T>>;
@@ -341,24 +358,26 @@ class EntityMap : public DenseHash<typename EntityKey<T>::type, Ptr<T>, EntityMa
   using K = typename EntityKey<T>::type;
   using entity_type = T;
 
+  // The member under the key, or null.
   template <class Key>
   T* find(Key const& key) const {
     U32 const slot = this->findSlot(key);
     return slot == Base::none ? nullptr : this->at(slot).ptr();
   }
-  // The key must not be taken.
+  // REQUIRES: the key is free.
   void insert(Ptr<T> entity) {
     U32 const hash = keyHash(static_cast<K const&>(EntityKey<T>::key(*entity)));
     this->emplace(hash, std::move(entity));
   }
-  // Takes the member out; null when there is none.
+  // Takes a member out; null if there is none.
   Ptr<T> take(K const& key) {
     U32 const slot = this->findSlot(key);
     return slot == Base::none ? Ptr<T>() : this->takeSlot(slot);
   }
+  // Takes the member of a slot out. REQUIRES: there is one.
   Ptr<T> takeAt(U32 slot) { return this->takeSlot(slot); }
 
-  // `E` is T or T const.
+  // Over members; `E` is T or T const.
   template <class E>
   class IteratorOf {
    public:

@@ -8,6 +8,7 @@
 
 #include "Kel/AttrAccess.h"
 #include "Kel/AttrLog.h"
+#include "Kel/DebugLayout.h"
 #include "Kel/Dir.h"
 #include "Kel/Entity.h"
 #include "Kel/TypeBuilder.h"
@@ -24,12 +25,16 @@ struct TypeRegistry {
   std::mutex lock;
   std::map<std::string_view, KelType const*> byName;
   std::vector<TypeFunction> announced;
-  std::recursive_mutex making;  // held while announced types are made: who looks one up meanwhile waits for it
-  std::size_t made = 0;         // of those announced; under `making`
+  std::recursive_mutex making;  // held while records are made: another thread that looks one up waits
+  std::size_t made = 0;         // number of announced types with records; under `making`
 };
 
 TypeRegistry& typeRegistry() {
-  static TypeRegistry* registry = new TypeRegistry;
+  static TypeRegistry* const registry = [] {
+    auto* made = new TypeRegistry;
+    DebugLayout::types = &made->byName;
+    return made;
+  }();
   return *registry;
 }
 
@@ -65,7 +70,9 @@ void TypeRegistration::makeRecords() {
       next = r.announced[r.made++];
     }
     try {
-      next()->pointersBelow();
+      KelType const* const type = next();
+      type->pointersBelow();
+      type->resolveLinks();
     } catch (...) {
       --r.made;
       throw;
@@ -113,16 +120,25 @@ KelAttr const* KelType::getAttr(std::string_view name) const {
   return attr;
 }
 
-// Asked when entities are destroyed, too: when there is no memory to find out, it is as if there were pointers.
+// A debugger cannot: it reads what was looked up.
+void KelType::resolveLinks() const {
+  for (KelAttr const* attr : attrs_) {
+    attr->type();
+    attr->keyType();
+  }
+}
+
+// Called while entities are destroyed, too. If there is no memory to find out, answers that there are pointers.
 bool KelType::pointersBelow() const noexcept try {
   S8 known = pointersBelow_.load(std::memory_order_relaxed);
   if (known >= 0) return known != 0;
-  // Types may own each other in circles: only what was asked for is known for certain, and stored, at the end.
+  // Types may own each other in circles. At the end, only the answer for the type that was asked about is certain, so
+  // only that is stored.
   known = 0;
   std::vector<KelType const*> reached{this};
   for (std::size_t i = 0; i < reached.size() && known == 0; ++i) {
     KelType const& type = *reached[i];
-    if (&type == Dir::_fwkType() || !type.ptrAttrs_.empty()) known = 1;  // a directory holds anything
+    if (&type == Dir::_fwkType() || !type.ptrAttrs_.empty()) known = 1;  // a directory may hold entities of any type
     for (KelAttr const* attr : type.ownAttrs_)
       if (std::find(reached.begin(), reached.end(), attr->type()) == reached.end()) reached.push_back(attr->type());
   }
@@ -157,7 +173,7 @@ bool KelType::isMadeByName() const {
 }
 
 Ptr<Entity> KelType::newEntityFor(Name const& name, Dir* dir) const {
-  if (!isMadeByName()) throwTypeException(fullName_, "Entity is the wrong type: it is not created by a name");
+  if (!isMadeByName()) throwTypeException(fullName_, "Entity is the wrong type: it cannot be created from a name");
   std::vector<GenericIf::PtrConst> args{GenericIf::of(name)};
   for (std::size_t i = 1; i < ctorArgs_.size(); ++i) args.push_back(defaultArg(ctorArgs_[i]));
   if (dir && args.size() > 1 && ctorArgs_[1].pointer && ctorArgs_[1].type() == Dir::_fwkType())
@@ -195,13 +211,13 @@ Ptr<GenericIf const> KelType::genericIf(Ptr<Entity const> const& object) const {
   return GenericIf::ofEntity(object);
 }
 Ptr<GenericIf> KelType::genericIf(void const* value, bool isValue) const {
-  if (!isValue || !ops_.box) throwTypeException(fullName_, "no value type");
+  if (!isValue || !ops_.box) throwTypeException(fullName_, "not a value type");
   return ops_.box(value);
 }
 
 namespace {
 
-// Numbers and booleans as they are written without quotes.
+// Reads numbers and booleans without quotes.
 Ptr<GenericIf> builtinFromText(KelType const& type, std::string_view text) {
   using B = KelType::Builtin;
   if (type.builtin() == B::string) return GenericIf::of(String8(text));
@@ -233,8 +249,8 @@ Ptr<GenericIf> KelType::genericFromText(std::string_view text) const {
     for (Enumerator const& e : enumerators_) names = names + (names.empty() ? "" : ", ") + e.name;
     throwRangeException(String8("'") + text + "': one of " + names + " expected");
   }
-  if (kind_ != Kind::value) throwTypeException(fullName_, "no value type");
-  if (valAttr_) {  // a representation value reads as its representation
+  if (kind_ != Kind::value) throwTypeException(fullName_, "not a value type");
+  if (valAttr_) {  // a `rep value` reads as its representation
     String8 const strep = valAttr_->type()->genericFromText(text)->strep();
     char const* at = strep.charPtr();
     return ops_.parse(at, at + strep.chars());
@@ -304,7 +320,7 @@ void TypeBuilderBase::constructWith(Ptr<Entity> (*construct)(std::vector<Generic
 void TypeBuilderBase::plainEqualWith(bool (*equal)(Entity const&, Entity const&),
                                      std::initializer_list<AttributeId> attributes) {
   type_->plainEqual_ = equal;
-  // All of them the type's own: none is shared with another record yet.
+  // All of these records belong to this type; none is shared with another type yet.
   for (AttributeId id : attributes) {
     KEL_ASSERT(type_->attrs_[id]->owner_ == type_);
     const_cast<KelAttr*>(type_->attrs_[id])->plain_ = true;
@@ -366,7 +382,7 @@ struct BuiltinOps {
   }
 };
 
-// Character pointers can be shown and compared, but text has no place to be read into.
+// Character pointers can be printed and compared, but not parsed: there is no memory to read into.
 template <class T>
 struct CharPtrOps {
   static char const* of(void const* value) { return *static_cast<T const*>(value); }

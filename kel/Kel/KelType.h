@@ -1,13 +1,13 @@
 // Type and attribute records.
 //
-// Every type of the framework and of a model has one `KelType`, made on first use, registered by name and never changed
-// or destroyed afterwards; records may be read on any thread. A record lists the type's attributes: by id (dense, a
-// derived type continues its base's) and in the order of the attribute queue (constructor parameters first, then
-// declaration order, inherited attributes before own ones).
+// Every type of the framework and of a model has one `KelType`. It is made on first use and registered by name; after
+// that it is never changed or destroyed, and may be read on any thread. It lists the type's attributes by id, and in
+// the order of the *attribute queue*: constructor parameters first, then the others in the order of declaration,
+// inherited attributes before own ones. Ids count from 0; a derived type continues the ids of its base.
 #pragma once
 
+#include <atomic>
 #include <iosfwd>
-#include <memory>
 #include <vector>
 
 #include "Kel/Ptr.h"
@@ -24,7 +24,7 @@ class KelAttr;
 class KelNboAttrLogSa;
 class KelType;
 
-// What the framework knows of the values of a type, for code that has no type at compile time.
+// Operations on the values of a type, for code that does not know the type at compile time.
 struct ValueOps {
   void (*print)(void const* value, std::ostream& out);
   String8 (*strep)(void const* value);
@@ -36,7 +36,8 @@ struct ValueOps {
   Ptr<GenericIf> (*read)(AttrLogIn& in);        // from an attribute log
 };
 
-// Records refer to each other in circles, so they refer through functions and look each other up when first asked.
+// A function that answers a record. Records refer to each other in circles: a record keeps such functions, and looks
+// the other record up when it is first asked for it.
 using TypeFunction = KelType const* (*)();
 
 // An argument of a callable attribute or of a constructor.
@@ -59,7 +60,7 @@ class KEL_API KelConstraint {
   std::vector<KelArg> const& args_;
 };
 
-// A record of another type, looked up once.
+// A link to the record of another type, which is looked up once.
 class TypeLink {
  public:
   TypeLink() = default;
@@ -71,6 +72,7 @@ class TypeLink {
   }
 
  private:
+  friend struct DebugLayout;
   TypeFunction function_ = nullptr;
   mutable std::atomic<KelType const*> type_{nullptr};
 };
@@ -88,6 +90,7 @@ class KEL_API KelAttrIntrospectionFlags {
   U8 value_;
 };
 
+// The record of an attribute.
 class KEL_API KelAttr final : public PtrInterface {
  public:
   using Ptr = Kel::Ptr<KelAttr>;
@@ -105,23 +108,31 @@ class KEL_API KelAttr final : public PtrInterface {
   KelType const* type() const { return type_.get(); }
   // The type of a collection's keys (a queue's index); null for anything else.
   KelType const* keyType() const { return keyType_.get(); }
+  // Whether the keys are pointers to entities.
   bool keyIsPtr() const { return keyIsPtr_; }
 
   Collection collectionKind() const { return collection_; }
   bool isCollection() const { return collection_ != Collection::none; }
   bool isQueue() const { return collection_ == Collection::queue; }
-  // A builtin, enumerator or value; entities held as owner; a pointer to one held elsewhere; a callable.
+  // Whether the attribute holds values: builtins, enumerators or values of value types.
   bool isValue() const;
+  // Whether it owns entities.
   bool isEntity() const;
+  // Whether it holds pointers to entities that are owned elsewhere.
   bool isPtr() const { return flags_.has(KelAttrIntrospectionFlags::pointer); }
+  // Whether it is an operation, which can be called.
   bool isFunction() const { return flags_.has(KelAttrIntrospectionFlags::function); }
-  // A pointer through which the target cannot be changed.
+  // Whether its pointers lead to const entities.
   bool isConstPtr() const { return constPtr_; }
+  // Whether the model declares it `const`.
   bool isConstant() const { return constant_; }
 
+  // Whether it creates and owns its entities.
   bool instantiating() const { return flags_.has(KelAttrIntrospectionFlags::instantiating); }
   bool writable() const { return flags_.has(KelAttrIntrospectionFlags::writable); }
+  // Whether copies and attribute logs carry it.
   bool logging() const { return flags_.has(KelAttrIntrospectionFlags::logging); }
+  // Whether it is a constructor parameter.
   bool ctorParam() const { return flags_.has(KelAttrIntrospectionFlags::ctorParam); }
   // Logging, writable and no constructor parameter.
   bool copiable() const { return logging() && writable() && !ctorParam(); }
@@ -129,16 +140,18 @@ class KEL_API KelAttr final : public PtrInterface {
   bool inPlainEqual() const { return plain_; }
   KelAttrIntrospectionFlags flags() const { return flags_; }
 
-  // Of an instantiating attribute: the constructor arguments of what it creates.
+  // The constructor arguments of what the attribute creates. REQUIRES: instantiating().
   KelConstraint constraint() const;
-  // Of a callable attribute: its arguments.
+  // The arguments of an operation; empty for any other attribute.
   std::vector<KelArg> const& args() const { return args_; }
 
   // How the attribute of an object is reached; for the framework's own use.
   AttrAccess const& access() const { return *access_; }
+  // The model's `onChange` operation; null if there is none.
   void (*afterChange() const)(Entity&) { return afterChange_; }
 
  private:
+  friend struct DebugLayout;
   friend class TypeBuilderBase;
   KelAttr(AttrAccess const* access) : access_(access) { isNondestructingIs(true); }
 
@@ -149,13 +162,21 @@ class KEL_API KelAttr final : public PtrInterface {
   KelAttrIntrospectionFlags flags_ = 0;
   Collection collection_ = Collection::none;
   bool keyIsPtr_ = false, constPtr_ = false, constant_ = false, plain_ = false;
+  // For debuggers, which cannot call `access_`: where in the object the content lies, whether that is a CounterMap, and
+  // the value that the attribute starts with.
+  bool counts_ = false;
+  static constexpr U32 nowhere = 0xffffffff;
+  U32 offset_ = nowhere;
+  void const* initial_ = nullptr;
   std::vector<KelArg> args_;
   AttrAccess const* access_;
   void (*afterChange_)(Entity&) = nullptr;
 };
 
+// Prints the attribute's full name.
 KEL_API std::ostream& operator<<(std::ostream& out, KelAttr const& attr);
 
+// The record of a type.
 class KEL_API KelType final : public PtrInterface {
  public:
   enum class Kind : U8 { builtin, enumeration, value, entity, object };
@@ -191,14 +212,16 @@ class KEL_API KelType final : public PtrInterface {
   bool isBuiltin() const { return kind_ == Kind::builtin; }
   // A builtin, an enumeration or a value type.
   bool isValue() const { return kind_ <= Kind::value; }
+  // Whether it is an entity type that cannot be created.
   bool isAbstract() const { return !construct_ && isEntity(); }
+  // The type from which an entity type is derived; null for none.
   KelType const* base() const { return base_; }
-  // The types known so far that are derived directly from this one: the first, and from there the next; null at the
-  // end. Before an entity of a derived type can be a member anywhere its type is known.
+  // The types that are derived directly from this one, as a list: the first, and from each the next; null at the end.
+  // The list has all types that have a record by now, so the type of every entity that exists is in its base's list.
   KelType const* firstDerived() const { return firstDerived_.load(std::memory_order_acquire); }
   KelType const* nextDerived() const { return nextDerived_; }
   bool hasDerived() const { return firstDerived() != nullptr; }
-  // Whether this is `other` or derived from it. Cost: the length of the chain.
+  // Whether this type is `other` or derived from it. Cost: the number of bases.
   bool isA(KelType const* other) const;
 
   // The n-th attribute of the attribute queue, null past the end.
@@ -206,36 +229,39 @@ class KEL_API KelType final : public PtrInterface {
   std::vector<KelAttr const*> const& attributeQ() const { return queue_; }
   // By id; null when there is none.
   KelAttr const* attr(AttributeId id) const { return id < attrs_.size() ? attrs_[id] : nullptr; }
-  // By name: `findAttr` answers null, `getAttr` raises UnknownAttrException. Cost: a hash look-up.
+  // By name. If there is none, `findAttr` answers null, and `getAttr` raises UnknownAttrException. Cost: a hash
+  // look-up.
   KelAttr const* findAttr(std::string_view name) const;
   KelAttr const* getAttr(std::string_view name) const;
 
+  // The constructor parameters of an entity type, in order.
   std::vector<KelArg> const& ctorArgs() const { return ctorArgs_; }
+  // The types that are declared inside this one.
   std::vector<KelType const*> const& nestedTypes() const { return nested_; }
 
-  // Of a value type: whether it converts automatically to its representation type, and the attribute that holds its
-  // value (null: it has none).
+  // Whether a value type converts implicitly to the type of its representation.
   bool autoconvertToRepType() const { return autoconvert_; }
+  // The representation of a `rep value`, or null.
   KelAttr const* valAttr() const { return valAttr_; }
   ValueOps const& valueOps() const { return ops_; }
 
-  // Enumerators in the order of the model.
+  // An enumerator.
   struct Enumerator {
     String8 name;
     S32 value;
   };
+  // The enumerators, in the order of the model.
   std::vector<Enumerator> const& enumerators() const { return enumerators_; }
 
-  // Whether the type can be created by a name.
+  // Whether an entity of the type can be made from a name.
   bool isMadeByName() const;
-  // A new entity of this type with that name, an entry of the directory when one is given. The type must be created by
-  // a name alone; further constructor parameters get their defaults, but a second one that points at a directory gets
-  // the directory. Raises TypeException for a type that cannot be made so, NameInUseException for a taken name.
+  // A new entity of this type with that name. If a directory is given, the entity becomes an entry of it. Further
+  // constructor parameters get their defaults, except that a second one of type `ref Kel::Dir` gets the directory.
+  // Raises TypeException if the type cannot be made from a name, NameInUseException if the name is taken.
   Ptr<Entity> newEntity(Name const& name, Dir* dir = nullptr) const;
-  // The same, but it is no entry of the directory.
+  // The same, but the entity does not become an entry.
   Ptr<Entity> newEntityFor(Name const& name, Dir* dir) const;
-  // A new entity all of whose constructor arguments are defaults: null, an enumeration's first enumerator, what a value
-  // starts with.
+  // A new entity whose constructor arguments are all defaults: null pointers, first enumerators, default values.
   Ptr<Entity> newDefault() const;
   // A new entity from all its constructor arguments in order. Raises TypeException, UnknownArgException.
   Ptr<Entity> newEntity(std::vector<Ptr<GenericIf const>> const& args) const;
@@ -243,17 +269,18 @@ class KEL_API KelType final : public PtrInterface {
   // How objects of the type are streamed; see AttrLog.h.
   KelNboAttrLogSa const& attrLogSa() const { return *attrLogSa_; }
 
-  // The reflective interface of an object of this type; null for null. Raises TypeException for one of another type.
+  // The reflective interface of an object of this type; null for null. Raises TypeException if it is of another type.
   Ptr<GenericIf> genericIf(Ptr<Entity> const& object) const;
   Ptr<GenericIf const> genericIf(Ptr<Entity const> const& object) const;
-  // Of a raw value of this type, which is copied; `isValue` must be true.
+  // The reflective interface of a value of this type, which is copied. REQUIRES: `isValue` is true, and `value` points
+  // at a value of exactly this type.
   Ptr<GenericIf> genericIf(void const* value, bool isValue = true) const;
-  // From a plain text (no quotes): numbers, names of enumerators, booleans "true"/"false" and "True"/"False"; a value
-  // type from its strep. Raises RangeException saying what was expected.
+  // Reads plain text, without quotes: a number, the name of an enumerator, a boolean ("true", "false", "True",
+  // "False"). Reads a value type from its strep. Raises RangeException, whose message says what was expected.
   Ptr<GenericIf> genericFromText(std::string_view text) const;
 
-  // For the framework and the copy engine: the constructor parameters of two entities of exactly this type are equal;
-  // a new entity with the parameters of another. Null where a parameter is a pointer.
+  // For the framework and the copy engine. Whether the constructor parameters of two entities of exactly this type are
+  // equal; a new entity with the parameters of another one. Null if a parameter is a pointer.
   bool (*paramsEqual() const)(Entity const& a, Entity const& b) { return paramsEqual_; }
   Entity* (*newLike() const)(Entity const& like) { return newLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.
@@ -263,14 +290,19 @@ class KEL_API KelType final : public PtrInterface {
   // keyed by pointers and `counter` collections stay out; KelAttr::inPlainEqual tells. Null: the type has nothing of
   // the kind.
   bool (*plainEqual() const)(Entity const& a, Entity const& b) { return plainEqual_; }
-  // Attributes that own entities, attributes that hold pointers, whether anything below may hold pointers.
+  // The attributes that own entities; those that hold pointers; whether anything below may hold pointers.
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
   std::vector<KelAttr const*> const& ptrAttrs() const { return ptrAttrs_; }
   bool pointersBelow() const noexcept;
 
  private:
+  friend struct DebugLayout;
   friend class TypeBuilderBase;
+  friend struct TypeRegistration;
   KelType() { isNondestructingIs(true); }
+
+  // Looks up the types that the attributes refer to; see KelAttr::type.
+  void resolveLinks() const;
 
   String8 name_, fullName_;
   Kind kind_ = Kind::builtin;
@@ -296,23 +328,24 @@ class KEL_API KelType final : public PtrInterface {
   bool (*plainEqual_)(Entity const&, Entity const&) = nullptr;
 };
 
-// The type's full name.
+// Prints the type's full name.
 KEL_API std::ostream& operator<<(std::ostream& out, KelType const& type);
 
-// Registers a type when its library is loaded, so that it can be found by name before anybody used it. Its record is
-// made before any entity is, at the latest: what is done to entities later, their destruction above all, finds it
-// there.
+// Registers a type when its library is loaded, so that it can be found by name. Its record is made before the first
+// entity of the process, so that no operation on entities, least of all their destruction, has to make one.
 struct KEL_API TypeRegistration {
   explicit TypeRegistration(TypeFunction fwkType);
-  // Whether there may be registered types without a record; makes them all.
+  // Whether some registered types may have no record yet.
   static bool pending() { return pending_.load(std::memory_order_acquire); }
+  // Makes the records of all registered types.
   static void makeRecords();
 
  private:
   static std::atomic<bool> pending_;
 };
 
-// The record of a C++ type: builtins, model values and enumerations, entities, and the framework's counted objects.
+// The record of a C++ type: a builtin, a value type or enumeration of a model, an entity type, or a counted object of
+// the framework.
 template <class T>
 struct TypeOf {
   static KelType const* type() {

@@ -1,13 +1,12 @@
 // Queues: members in the order of insertion, each with an index.
 //
-// Indices are handed out upwards from 0 and wrap round (those of a signed type into its negative half); one that a
-// member still has is passed over. A member keeps its index for as long as it is in the queue. Appending to a queue
-// whose every index is taken raises RangeException "linkqueue index space full"; an index without a member raises
-// "linkqueue index out of range" where one is needed. Iterators behave as those of the hash map, and walk in the order
-// of insertion.
+// Indices count from 0 upwards and wrap around; those of a signed type wrap into its negative half. An index that a
+// member still has is skipped. A member keeps its index for as long as it is in the queue. Appending to a queue in
+// which every index is taken raises RangeException "linkqueue index space full". Naming an index without a member
+// raises RangeException "linkqueue index out of range", except in `find` and `erase`. Iterators behave like those of
+// the hash map, and follow the order of insertion.
 //
-// Cost: all operations take constant time on average, but an append takes a look-up for each taken index that it passes
-// over.
+// Cost: all operations take constant time on average; an append also takes a look-up for each index that it skips.
 #pragma once
 
 #include <limits>
@@ -17,12 +16,13 @@
 
 namespace Kel {
 
-// The number of a member in the order of insertion; its lowest bits are the index.
+// A member, and its number in the order of insertion. The lowest bits of the number are the index.
 template <class V, class I>
 struct LinkQueueSlot {
   U64 sequence;
   V value;
 };
+// The index of a slot.
 template <class I>
 struct LinkQueueKey {
   template <class Slot>
@@ -31,6 +31,7 @@ struct LinkQueueKey {
   }
 };
 
+// A queue of values.
 template <class V, class I = U32>
 class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   using Base = DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>>;
@@ -43,23 +44,28 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
 
   // The index that the next member will get.
   I nextIndex() const { return static_cast<I>(nextFree()); }
+  // Appends; answers the index.
   I enq(V const& value) {
     U64 const sequence = nextFree();
     append(sequence, value);
     next_ = sequence + 1;
     return static_cast<I>(sequence);
   }
-  // Takes the oldest member out.
+  // Takes the oldest member out. Raises RangeException if there is none.
   V deq() {
     if (empty()) throwRangeException("linkqueue index out of range");
     return takeAt(head());
   }
+  // The member under an index, or null.
   V const* find(I index) const {
     U32 const slot = this->findSlot(index);
     return slot == Base::none ? nullptr : &this->at(slot).value;
   }
+  // The member under an index; raises RangeException if there is none.
   V const& get(I index) const { return this->at(slotOf(index)).value; }
+  // Takes the member under an index out; raises RangeException if there is none.
   V take(I index) { return takeAt(slotOf(index)); }
+  // Deletes a member; answers whether there was one.
   bool erase(I index) {
     U32 const slot = this->findSlot(index);
     if (slot == Base::none) return false;
@@ -70,14 +76,14 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
     Base::clear();
     first_ = this->slotEnd();
   }
-  // Moves every member out, oldest first, to be handed on. Takes no memory.
+  // Moves every member out, oldest first, into a call of `take`. Allocates nothing.
   template <class Taken>
   void takeAll(Taken const& take) {
     for (U32 slot = head(); slot < this->slotEnd(); slot = this->nextSlot(slot + 1))
       take(std::move(this->at(slot).value));
     clear();
   }
-  // The same members in the same order, whatever their indices.
+  // Whether both have the same members in the same order, whatever their indices.
   bool operator==(LinkQueue const& o) const {
     if (members() != o.members()) return false;
     Iterator b = o.iterator();
@@ -86,13 +92,14 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
     return true;
   }
 
+  // Over indices and members.
   class Iterator {
    public:
     explicit Iterator(LinkQueue const* queue) : Iterator(queue, queue->head()) {}
     Iterator(LinkQueue const* queue, U32 slot) : queue_(queue), pin_(queue), slot_(slot) {}
     explicit operator bool() const { return slot_ < queue_->slotEnd() && queue_->slotLive(slot_); }
     I key() const { return static_cast<I>(sequence()); }
-    // The number in the order of insertion; the index is what shows of it.
+    // The number in the order of insertion, of which the index is the lowest bits.
     U64 sequence() const { return queue_->at(slot_).sequence; }
     V const& value() const { return queue_->at(slot_).value; }
     V const& operator*() const { return value(); }
@@ -110,14 +117,38 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(I index) const { return Iterator(this, this->findSlot(index)); }
 
-  // To put a queue back as it was: its members by their numbers in the order of insertion, and the number of the next.
-  // Whether a member of that number can come behind those that are there; puts it there; sets the next number, or
-  // answers that it is none that these members can be followed by.
+  // Of a queue of entities: hands them out as const.
+  class IteratorConst : private Iterator {
+    using Member = Ptr<typename V::element_type const>;
+    struct Arrow {
+      Member member;
+      Member const* operator->() const { return &member; }
+    };
+
+   public:
+    explicit IteratorConst(LinkQueue const* queue) : Iterator(queue) {}
+    using Iterator::operator bool;
+    using Iterator::key;
+    using Iterator::sequence;
+    Member value() const { return Iterator::value(); }
+    Member operator*() const { return value(); }
+    Arrow operator->() const { return {value()}; }
+    IteratorConst& operator++() {
+      Iterator::operator++();
+      return *this;
+    }
+  };
+  IteratorConst iteratorConst() const { return IteratorConst(this); }
+
+  // For attribute logs, which restore a queue with the numbers that its members had.
+  // Whether a member of that number can follow the present ones.
   bool follows(U64 sequence) const {
     return sequence >= afterLast() && sequence < farthest && !find(static_cast<I>(sequence));
   }
+  // Appends a member under that number. REQUIRES: follows( sequence ).
   void restore(U64 sequence, V const& value) { append(sequence, value); }
   U64 nextSequence() const { return next_; }
+  // Sets the number of the next member; false, and no change, if it cannot follow the present ones.
   bool nextSequenceIs(U64 next) {
     if (next > farthest || next < afterLast()) return false;
     next_ = next;

@@ -24,7 +24,7 @@ namespace {
 struct FreeBlock {
   FreeBlock* next;
 };
-// What is left of a chunk, when it is passed on.
+// The rest of a chunk, passed on by a thread that has ended.
 struct FreeChunk {
   FreeChunk* next;
   char* end;
@@ -44,14 +44,14 @@ std::mutex orphansLock;
 FreeBlock* orphans[classes];
 FreeChunk* orphanChunks;
 
-// What a thread had left goes to whoever needs it next. The lists themselves are trivially destructible, so that
-// objects with static storage may still be released after this destructor ran.
+// When a thread ends, its free blocks go to the next thread that needs some. The lists are trivially destructible, so
+// that static objects may still be released after this destructor has run.
 struct HandOver {
   Lists* lists;
   ~HandOver();
 };
 
-// In the static part of the thread's storage: reached without a call.
+// In the static part of the thread's storage, which is reached without a call.
 [[gnu::tls_model("initial-exec")]] thread_local Lists lists;
 thread_local HandOver handOver{&lists};
 
@@ -86,7 +86,7 @@ bool adoptChunk(Lists& mine, std::size_t size) {
   return true;
 }
 
-// Makes sure that the hand-over runs when this thread ends.
+// Makes sure that this thread hands over its blocks when it ends.
 void willHandOver() {
   Lists* volatile used = handOver.lists;
   (void)used;
@@ -131,7 +131,7 @@ void KelMemPool::release(void* block, std::size_t size) noexcept {
   std::size_t const c = size == 0 ? 0 : (size - 1) / granule;
   auto* freed = static_cast<FreeBlock*>(block);
   Lists& mine = lists;
-  if (!mine.head[c]) willHandOver();  // a thread may release what it never made
+  if (!mine.head[c]) willHandOver();  // a thread may release a block without ever having allocated one
   freed->next = mine.head[c];
   mine.head[c] = freed;
 }

@@ -1,10 +1,10 @@
 // The framework's allocator for counted objects, strings and small arrays.
 //
-// Blocks up to `KelMemPool::maxBlock` bytes come from free lists by size, filled from larger chunks, so that objects
-// made one after the other lie one after the other; larger blocks come from the C++ heap. Memory that was once used
-// for small blocks is kept for small blocks. Every thread has free lists of its own: allocation takes no lock, a block
-// may be released on another thread than it was made on, and the lists of a thread that ends pass to the others. Under
-// a sanitizer every block comes from the heap, so that each use after a release is seen.
+// Blocks of up to `KelMemPool::maxBlock` bytes come from free lists, one for each size, which are filled from larger
+// chunks: objects that are made one after the other lie one after the other. Larger blocks come from the C++ heap.
+// Memory that was used for small blocks once is kept for small blocks. Every thread has free lists of its own, so that
+// allocation takes no lock. A block may be released on any thread. The lists of a thread that ends pass to the others.
+// Under a sanitizer, every block comes from the heap, so that each use after release is found.
 #pragma once
 
 #include <cstddef>
@@ -14,20 +14,24 @@
 
 namespace Kel {
 
+// The allocator; also a base for classes whose objects come from it.
 class KEL_API KelMemPool {
  public:
+  // The sizes of small blocks are multiples of it.
   static constexpr std::size_t granule = 16;
+  // The largest small block.
   static constexpr std::size_t maxBlock = 512;
 
-  // Throws std::bad_alloc when memory runs out. `release` takes the size that was given to `allocate`.
+  // Raises std::bad_alloc if memory runs out.
   static void* allocate(std::size_t size);
+  // REQUIRES: the block is from `allocate`, and `size` is what it was given.
   static void release(void* block, std::size_t size) noexcept;
 
   static void* operator new(std::size_t size) { return allocate(size); }
   static void operator delete(void* block, std::size_t size) noexcept { release(block, size); }
 };
 
-// Releases a block of `size` bytes made by `KelMemPool::allocate`; null is allowed.
+// Releases a block of `size` bytes from `KelMemPool::allocate`; null is allowed.
 inline void memDel(void* block, std::size_t size) noexcept {
   if (block) KelMemPool::release(block, size);
 }

@@ -36,7 +36,7 @@ void EntityNotifiee::bind(Ptr<Entity const> const& notifier) {
       notifier_->dropEmptyExtras();
     }
   }
-  Ptr<Entity const> const next = notifier;  // the given handle may lie in what goes with the old notifier
+  Ptr<Entity const> const next = notifier;  // the given handle may be destroyed with the old notifier
   notifier_ = nullptr;
   if (!next) return;
   next->extras().reactors.push_back(this);
@@ -51,7 +51,7 @@ void EntityNotifiee::deliver(AttributeId id, void const* key) {
 
 void Entity::notifyReactors(AttributeId id, void const* key) const {
   PtrConst alive(refs() ? this : nullptr);
-  // Reactors bound during the delivery come at the end and are not called for this change.
+  // Reactors that are bound during the delivery are appended, and are not called for this change.
   struct Delivery {
     Entity const& entity;
     explicit Delivery(Entity const& e) : entity(e) { ++e.extras_->deliveries; }

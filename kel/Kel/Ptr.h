@@ -1,23 +1,23 @@
 // Counted handles.
 //
-// Copying a `Ptr` increments the count of the object that it points at, dropping one decrements it; the object is
-// destroyed with its last handle. Counts are atomic: handles may be copied and dropped on any thread. The objects
-// themselves are not locked; a tree of entities belongs to one thread at a time.
+// Copying a `Ptr` increments the count of its object, dropping it decrements the count. The object is destroyed with
+// its last handle. Counts are atomic: handles may be copied and dropped on any thread. The objects themselves are not
+// locked: a tree of entities belongs to one thread at a time.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
-#include <functional>
 #include <iosfwd>
 #include <type_traits>
 #include <utility>
 
+#include "Kel/Assert.h"
 #include "Kel/MemPool.h"
 #include "Kel/Types.h"
 
 namespace Kel {
 
-// The common base of all counted objects. A new object has a count of 0 and belongs to nobody until a handle takes it.
+// The base of all counted objects. A new object has a count of 0; the first handle takes it over.
 class KEL_API PtrInterface {
  public:
   PtrInterface() = default;
@@ -29,19 +29,19 @@ class KEL_API PtrInterface {
   void refDec() const noexcept {
     if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) lastRefGone();
   }
-  // Whoever sees 1 and holds that handle sees all that the former holders did.
+  // The count. If it is 1, the thread with that handle sees all that former holders did to the object.
   U32 refs() const noexcept { return refs_.load(std::memory_order_acquire); }
 
-  // Marks an object that is not to be destroyed with its last reference (one with static or automatic storage).
+  // Marks an object that its last handle does not destroy, such as one on the stack or a global one.
   void isNondestructingIs(bool on) noexcept { nondestructing_ = on; }
   bool isNondestructing() const noexcept { return nondestructing_; }
 
  protected:
-  // Destroys the object. A class whose instances own long chains of others overrides it to let go of them without
-  // deep recursion.
+  // Destroys the object. A class whose objects own long chains of others overrides it, to destroy them without deep
+  // recursion.
   virtual void destroySelf() noexcept { delete this; }
 
-  // A spare byte beside the count, for derived classes.
+  // A byte that derived classes may use; it takes no space of its own.
   U8 bits_ = 0;
 
  private:
@@ -61,7 +61,7 @@ class KEL_API VFPtrInterface : public PtrInterface {
   static void operator delete(void* block, std::size_t size) noexcept { KelMemPool::release(block, size); }
 };
 
-// A counted reference to a T, or null. `Ptr<T const>` gives read-only access. The size of a pointer.
+// A handle to a T, or null. `Ptr<T const>` gives read-only access. Has the size of a pointer.
 template <class T>
 class Ptr {
  public:
@@ -90,13 +90,19 @@ class Ptr {
     return *this;
   }
 
+  // The object, or null.
   T* ptr() const noexcept { return p_; }
-  T* operator->() const noexcept { return p_; }
-  T& operator*() const noexcept { return *p_; }
+  // REQUIRES: not null; asserted, with the type of the handle.
+  T* operator->() const noexcept {
+    if (!p_) [[unlikely]]
+      isNull();
+    return p_;
+  }
+  T& operator*() const noexcept { return *operator->(); }
   explicit operator bool() const noexcept { return p_ != nullptr; }
   void swap(Ptr& o) noexcept { std::swap(p_, o.p_); }
 
-  // Gives the counted reference away: the caller owes one `refDec`.
+  // Becomes null, and leaves its count to the caller, who has to call `refDec` once.
   T* release() noexcept { return std::exchange(p_, nullptr); }
 
   template <class U>
@@ -106,19 +112,24 @@ class Ptr {
   bool operator==(std::nullptr_t) const noexcept { return p_ == nullptr; }
 
  private:
+  [[noreturn, gnu::cold, gnu::noinline]] static void isNull() noexcept {
+    KEL_ASSERT_TEXT(false, "null handle");
+    __builtin_unreachable();
+  }
+
   T* p_ = nullptr;
 };
 
-// The same object seen as another type of its hierarchy; null when it is not one. Cost: a dynamic_cast.
+// The same object as another type; null if it is not of that type. Cost: a dynamic_cast.
 template <class To, class From>
 Ptr<To> ptrCast(Ptr<From> const& from) {
   return Ptr<To>(dynamic_cast<To*>(from.ptr()));
 }
 
-// Throws Kel::RangeException "null ValidPtr".
+// Raises RangeException "null ValidPtr".
 [[noreturn]] KEL_API void throwNullValidPtr();
 
-// A handle that is never null: making one from null raises "null ValidPtr".
+// A handle that is never null. Making one from null raises RangeException "null ValidPtr".
 template <class T>
 class ValidPtr {
  public:
@@ -136,6 +147,7 @@ class ValidPtr {
   Ptr<T> p_;
 };
 
+// The same handle; raises RangeException for null.
 template <class T>
 ValidPtr<T> validPtr(Ptr<T> const& p) {
   return ValidPtr<T>(p);

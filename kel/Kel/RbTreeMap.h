@@ -1,34 +1,19 @@
 // Ordered maps: iteration in ascending key order.
 //
-// An iterator keeps the key that it is on: it stays valid whatever is inserted or deleted meanwhile, and deleting the
-// member under it leaves it ready to be advanced. It must not outlive the map. Look-up costs O(log n), a step O(1) on
-// average, but O(log n) after members were deleted.
+// An iterator keeps the key that it is on. It stays valid whatever is inserted or deleted meanwhile. If the member that
+// it is on is deleted, it can still be advanced. It must not outlive the map. Look-up costs O(log n); a step costs O(1)
+// on average, and O(log n) after members were deleted.
 #pragma once
 
 #include <map>
 #include <optional>
 
 #include "Kel/HashMap.h"
+#include "Kel/KeyLess.h"
 
 namespace Kel {
 
-// Orders keys: builtins and strings by value, value types field by field (their generated `compare`, whatever operators
-// they have of their own).
-struct KeyLess {
-  using is_transparent = void;
-  template <class A, class B>
-  bool operator()(A const& a, B const& b) const {
-    if constexpr (requires { a.compare(b); })
-      return a.compare(b) < 0;
-    else if constexpr (std::is_convertible_v<A const&, std::string_view>)
-      return std::string_view(a) < std::string_view(b);
-    else if constexpr (std::is_floating_point_v<A>)
-      return a < b || (a == a && b != b);  // a NaN stands behind all numbers
-    else
-      return a < b;
-  }
-};
-
+// Values by key, in the order of the keys.
 template <class K, class V>
 class RbTreeMap {
   using Members = std::map<K, V, KeyLess>;
@@ -43,15 +28,18 @@ class RbTreeMap {
 
   U32 members() const { return static_cast<U32>(map_.size()); }
   bool empty() const { return map_.empty(); }
+  // The value under the key, or null.
   template <class Key>
   V const* find(Key const& key) const {
     auto const it = map_.find(key);
     return it == map_.end() ? nullptr : &it->second;
   }
+  // The value under the key, or a default one.
   V value(K const& key) const {
     V const* v = find(key);
     return v ? *v : V();
   }
+  // Sets or inserts; answers whether the map changed.
   bool set(K const& key, V const& value) {
     auto const [it, inserted] = map_.try_emplace(key, value);
     if (inserted) return true;
@@ -60,12 +48,13 @@ class RbTreeMap {
     it->second = value;
     return true;
   }
+  // Deletes a member; answers whether there was one.
   bool erase(K const& key) {
     bool const erased = map_.erase(key) != 0;
     erasures_ += erased ? 1 : 0;
     return erased;
   }
-  // Of a map keyed by strings: whether some key begins so.
+  // Whether some key begins with `prefix`. REQUIRES: the keys are strings.
   bool anyKeyBegins(std::string_view prefix) const {
     auto const it = map_.lower_bound(prefix);
     return it != map_.end() && it->first.view().substr(0, prefix.size()) == prefix;
@@ -74,12 +63,14 @@ class RbTreeMap {
     map_.clear();
     ++erasures_;
   }
+  // Calls `visit` with each value, in the order of the keys.
   template <class Visit>
   void eachValue(Visit const& visit) {
     for (auto& member : map_) visit(member.second);
   }
   bool operator==(RbTreeMap const& o) const { return map_ == o.map_; }
 
+  // Over keys and values.
   class Iterator {
    public:
     explicit Iterator(RbTreeMap const* map) : map_(map) { goTo(map_->map_.begin()); }
@@ -129,7 +120,7 @@ class RbTreeMap {
   U64 erasures_ = 0;
 };
 
-// Owned entities in the order of the key that they carry.
+// Owned entities, in the order of the key that they carry.
 template <class T>
 class EntityTree {
  public:
@@ -139,29 +130,34 @@ class EntityTree {
 
   U32 members() const { return map_.members(); }
   bool empty() const { return map_.empty(); }
+  // The member under the key, or null.
   template <class Key>
   T* find(Key const& key) const {
     Ptr<T> const* held = map_.find(key);
     return held ? held->ptr() : nullptr;
   }
+  // REQUIRES: the key is free.
   void insert(Ptr<T> entity) {
     K const key = EntityKey<T>::key(*entity);
     map_.set(key, entity);
   }
+  // Takes a member out; null if there is none.
   Ptr<T> take(K const& key) {
     Ptr<T> taken(find(key));
     if (taken) map_.erase(key);
     return taken;
   }
+  // As in RbTreeMap.
   bool anyKeyBegins(std::string_view prefix) const { return map_.anyKeyBegins(prefix); }
   void clear() { map_.clear(); }
-  // Moves every member out, in key order, to be handed on. Takes no memory.
+  // Moves every member out, in the order of the keys, into a call of `take`. Allocates nothing.
   template <class Taken>
   void takeAll(Taken const& take) {
     map_.eachValue([&](Ptr<T>& member) { take(std::move(member)); });
     map_.clear();
   }
 
+  // Over members; `E` is T or T const.
   template <class E>
   class IteratorOf {
    public:

@@ -1,10 +1,11 @@
-// The source name that traces and assertions carry: the file's own, unless it says otherwise before its first include
-// (several files that make up one source module name that module).
+// The source name that traces and assertions show. It is the file's own name, unless the file defines another one
+// before its first include, as several files that make up one module do.
 #pragma once
 
 #include <string_view>
 
 #ifndef KEL_SOURCE_NAME
+// The source name of this file.
 #define KEL_SOURCE_NAME __FILE__
 #endif
 

@@ -17,8 +17,8 @@ void skipBlanks(char const*& begin, char const* end) {
   throwRangeException(String8("premature end of value type ") + typeName);
 }
 
-// A wrong token. The parser of a field counts columns from where the field begins; whoever reads the whole value adds
-// where that is.
+// A wrong token. The parser of a field counts columns from the beginning of the field; the parser of the whole value
+// adds the field's own column.
 class WrongToken : public RangeException {
  public:
   WrongToken(String8 what, S64 column)
@@ -32,7 +32,7 @@ class WrongToken : public RangeException {
 
 [[noreturn]] void throwExpected(std::string_view what, S64 column) { throw WrongToken(String8(what), column); }
 
-// The digits, letters and signs that a number or a word may consist of.
+// The longest run of characters of which numbers and words consist.
 std::string_view word(char const* begin, char const* end) {
   char const* at = begin;
   auto part = [](char c) {
@@ -51,7 +51,7 @@ std::from_chars_result wholeNumber(std::string_view text, T& v) {
   return result;
 }
 
-// Whether more input might have made a number of `text`.
+// Whether `text` could be the beginning of a number.
 template <class T>
 bool beginsNumber(std::string_view text) {
   T ignored{};
@@ -114,7 +114,7 @@ String8 quoted(std::string_view text) {
   return String8(out);
 }
 
-// The character behind a backslash at `begin`; leaves `begin` on its last character.
+// Reads the escape sequence after a backslash at `begin`. Leaves `begin` on its last character.
 char escaped(char const*& begin, char const* end, char const* typeName, char const* start) {
   switch (*begin) {
     case '\'': return '\'';

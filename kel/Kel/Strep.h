@@ -1,13 +1,13 @@
 // The text form of values ("strep"): what prints and parses back.
 //
-// Strings stand in single quotes, with backslash escapes for quote, backslash and control bytes (\n, \t, \r, \xHH);
-// integers are decimal; floating-point numbers print in the fewest digits that read back the same ("inf", "-inf",
-// "nan"); booleans are True and False; an enumerator is its name in single quotes; a value type is "Value('Ns::Type',
-// ** {'field': …, 'field': …})".
+// A string is in single quotes, with backslash escapes for quote, backslash and control bytes (`\n`, `\t`, `\r`,
+// `\xHH`). An integer is decimal. A floating-point number has the fewest digits that read back the same, or is "inf",
+// "-inf" or "nan". A boolean is True or False. An enumerator is its name in single quotes. A value type is
+// "Value('Ns::Type', ** {'field': …, 'field': …})".
 //
-// Parsers read from [begin, end), skip blanks before each token, and leave `begin` behind what they read. All errors
-// are RangeExceptions: input that runs out is "premature end of value type T", a wrong token says what was expected and
-// at which column (from 0).
+// Parsers read from [begin, end), skip blanks before each token, and leave `begin` after what they read. All errors are
+// RangeExceptions. If the input ends too early, the message is "premature end of value type T"; for a wrong token it
+// says what was expected and at which column, counted from 0.
 #pragma once
 
 #include <string>
@@ -19,6 +19,7 @@
 
 namespace Kel {
 
+// Writes a value. Generated code adds the enumerations and value types, in their own namespaces.
 KEL_API String8 valueToStrep(bool v);
 KEL_API String8 valueToStrep(char v);
 KEL_API String8 valueToStrep(S8 v);
@@ -35,6 +36,7 @@ KEL_API String8 valueToStrep(F64 v);
 KEL_API String8 valueToStrep(char const* v);
 KEL_API String8 valueToStrep(String8 const& v);
 
+// Reads one value into `*v`. Generated code adds the enumerations and value types, in their own namespaces.
 KEL_API void sequenceToValue(char const*& begin, char const* end, bool* v);
 KEL_API void sequenceToValue(char const*& begin, char const* end, char* v);
 KEL_API void sequenceToValue(char const*& begin, char const* end, S8* v);
@@ -50,9 +52,9 @@ KEL_API void sequenceToValue(char const*& begin, char const* end, F32* v);
 KEL_API void sequenceToValue(char const*& begin, char const* end, F64* v);
 KEL_API void sequenceToValue(char const*& begin, char const* end, String8* v);
 
-// Parses a whole text; characters left after the value (trailing blanks are characters too) raise "junk at column %lld
-// deserializing %s" with the column of the first of them and the short type name.
+// Raises RangeException "junk at column N deserializing T".
 [[noreturn]] KEL_API void throwJunk(S64 column, char const* typeName);
+// Parses a whole text. Anything left after the value, be it a blank, raises the exception of throwJunk.
 template <class T>
 T strepToValue(String8 const& text);
 
@@ -63,11 +65,15 @@ T strepToValue(String8 const& text);
 //       if (p.is("cmd")) p.read(&cmd_); else if (p.is("id")) p.read(&id_); else p.unknown();
 class KEL_API ValueParser {
  public:
+  // Reads the opening of the value. REQUIRES: the pointers outlive the parser.
   ValueParser(char const* fullTypeName, char const* typeName, char const*& begin, char const* end);
-  // Reads up to the next field's ':'; false after the closing brace and parenthesis.
+  // Reads up to the next field's ':'. False if there was none, but the end of the value.
   bool nextField();
+  // Whether the field that was found last has that name.
   bool is(char const* name) const { return field_ == name; }
+  // Raises: the type has no such field.
   [[noreturn]] void unknown() const;
+  // Reads the field's value.
   template <class T>
   void read(T* v) {
     try {
@@ -90,17 +96,18 @@ class KEL_API ValueParser {
   String8 field_;
 };
 
-// Reads a quoted enumerator: its value, or a RangeException naming the text and the type.
+// An enumerator, as generated code lists them.
 struct EnumName {
   char const* name;
   S32 value;
 };
+// Reads a quoted enumerator and answers its number. Raises RangeException with the text and the type.
 KEL_API S32 parseEnumerator(char const* typeName, EnumName const* names, std::size_t count, char const*& begin,
                             char const* end);
 // The name of an enumerator, or "Type(7)".
 KEL_API String8 enumeratorName(char const* typeName, EnumName const* names, std::size_t count, S32 value);
 
-// Plain text of builtins, without quotes; booleans as "true" and "false".
+// The plain text of a number.
 KEL_API String8 plainText(F64 v);
 
 template <class T>

@@ -13,8 +13,8 @@ namespace Kel {
 
 namespace {
 
-// Drawn once a process: whoever knows it could make up keys that all have the same hash, and so make a map as slow as a
-// list.
+// Drawn once for the process. Somebody who knew it could make keys that all have the same hash, and so make a map as
+// slow as a list.
 struct HashSecret {
   U64 start, factor;
 };
@@ -27,7 +27,7 @@ HashSecret drawSecret() {
     try {
       std::random_device device;
       seed = U64(device()) << 32 | device();
-    } catch (std::exception const&) {  // better than nothing
+    } catch (std::exception const&) {  // less random, but good enough
       seed = static_cast<U64>(std::chrono::steady_clock::now().time_since_epoch().count());
     }
   }
@@ -51,7 +51,8 @@ U64 load(char const* data) {
 
 __extension__ using U128 = unsigned __int128;
 
-// Both halves of the product (as wyhash has it, Wang Yi): every bit of either number tells on every bit of the result.
+// Combines both halves of the product (as in wyhash, by Wang Yi): every bit of either number affects every bit of the
+// result.
 U64 folded(U64 a, U64 b) {
   U128 const product = static_cast<U128>(a) * b;
   return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
@@ -63,7 +64,7 @@ U32 hashBytes(char const* data, std::size_t size) noexcept {
   static HashSecret const secret = drawSecret();
   U64 h = secret.start ^ size;
   for (; size > 16; data += 16, size -= 16) h = folded(load<U64>(data) ^ secret.factor, load<U64>(data + 8) ^ h);
-  // The rest in two words, which overlap.
+  // The rest, in two words that overlap.
   U64 first = 0, last = 0;
   if (size >= 8) {
     first = load<U64>(data);
@@ -80,17 +81,26 @@ U32 hashBytes(char const* data, std::size_t size) noexcept {
   return folded32 ? folded32 : 1;
 }
 
+// Whole words; see sameText.
+std::size_t String8::storageSize(std::size_t size) noexcept {
+  return (sizeof(Rep) + size + sizeof(U64) - 1) / sizeof(U64) * sizeof(U64);
+}
+
 String8::Rep* String8::make(std::string_view a, std::string_view b) {
   std::size_t const size = a.size() + b.size();
   if (size == 0) return nullptr;
   if (size > maxChars) throwRangeException("string too long");
-  auto* rep = new (KelMemPool::allocate(sizeof(Rep) + size)) Rep{{1}, {0}, static_cast<U32>(size)};
+  static_assert(offsetof(Rep, size) == sizeAt && sizeof(Rep) == sizeAt + sizeof(U32));
+  std::size_t const storage = storageSize(size);
+  auto* room = static_cast<char*>(KelMemPool::allocate(storage));
+  std::memset(room + storage - sizeof(U64), 0, sizeof(U64));
+  auto* rep = new (room) Rep{{1}, {0}, static_cast<U32>(size)};
   std::memcpy(rep->text(), a.data(), a.size());
   if (!b.empty()) std::memcpy(rep->text() + a.size(), b.data(), b.size());
   return rep;
 }
 
-void String8::destroy(Rep* rep) noexcept { KelMemPool::release(rep, sizeof(Rep) + rep->size); }
+void String8::destroy(Rep* rep) noexcept { KelMemPool::release(rep, storageSize(rep->size)); }
 
 U32 String8::hashSlow() const noexcept {
   U32 const h = hashBytes(rep_->text(), rep_->size);

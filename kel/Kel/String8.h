@@ -1,14 +1,13 @@
 // Strings.
 //
-// A `String8` is an immutable string of bytes. Its bytes are counted and shared: copying one copies a pointer and
-// increments a count (atomic, so strings may be copied on any thread). The hash is kept beside the bytes once it was
-// asked for; equality looks at the pointers first. The empty string owns nothing. The size of a pointer; 12 bytes
-// beside the characters on the heap.
+// A `String8` is an immutable string of bytes. Strings share their bytes: copying one copies a pointer and increments
+// an atomic count, so that strings may be copied on any thread. The hash is computed once. Equality compares the
+// pointers first. A string has the size of a pointer; a string that is not empty takes 12 bytes and its characters on
+// the heap.
 #pragma once
 
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -18,10 +17,12 @@
 
 namespace Kel {
 
-// The framework's hash of a range of bytes, never 0. Every process has its own, so that nobody can prepare keys that
-// collide; with KEL_HASH_SEED=N in the environment it is the same each time. Nothing that shows depends on it.
+// The framework's hash of a range of bytes; never 0. Every process has a hash function of its own, so that nobody can
+// prepare keys that collide. With KEL_HASH_SEED=N in the environment, it is the same each time. No visible result
+// depends on it.
 KEL_API U32 hashBytes(char const* data, std::size_t size) noexcept;
 
+// A string of bytes, shared and immutable.
 class KEL_API String8 {
  public:
   static constexpr S64 npos = -1;
@@ -50,32 +51,36 @@ class KEL_API String8 {
     return *this;
   }
 
-  // Becomes `size` characters of `text` from position `from` on.
+  // Becomes `size` characters of `text`, beginning with position `from`. REQUIRES: `text` has as many.
   void init(char const* text, unsigned int from, unsigned int size);
 
-  // The characters, not necessarily followed by a null, and their count.
+  // The characters. They are not followed by a null.
   char const* charPtr() const noexcept { return rep_ ? rep_->text() : ""; }
+  // The number of characters.
   U32 chars() const noexcept { return rep_ ? rep_->size : 0; }
   bool empty() const noexcept { return rep_ == nullptr; }
+  // REQUIRES: `i` is below chars().
   char operator[](U32 i) const noexcept { return rep_->text()[i]; }
   std::string_view view() const noexcept { return {charPtr(), chars()}; }
   operator std::string_view() const noexcept { return view(); }
   std::string str() const { return std::string(view()); }
 
-  // From position `from` on, at most `size` characters; both are clamped to the string.
+  // At most `size` characters from position `from` on. Both are clamped to the string.
   String8 substr(S64 from, unsigned int size = maxChars) const;
   // The position of the first occurrence at or after `from`, or npos.
   S64 pos(char c, S64 from = 0) const noexcept;
   S64 pos(std::string_view text, S64 from = 0) const noexcept;
 
+  // The hash of the characters; see hashBytes.
   U32 hash() const noexcept {
     if (!rep_) return emptyHash;
     U32 h = rep_->hash.load(std::memory_order_relaxed);
     return h ? h : hashSlow();
   }
 
+  // Appends. Cost: a copy of both.
   String8& operator+=(String8 const& o);
-  // True when both share their bytes (or both are empty); says nothing about equality otherwise.
+  // True if both share their bytes, or are empty. Two strings that do not share their bytes may be equal.
   bool sharesBytes(String8 const& o) const noexcept { return rep_ == o.rep_; }
   void swap(String8& o) noexcept { std::swap(rep_, o.rep_); }
 
@@ -91,6 +96,7 @@ class KEL_API String8 {
   friend bool operator>=(String8 const& a, String8 const& b) noexcept { return !(a < b); }
 
  private:
+  friend struct DebugLayout;
   static constexpr U32 emptyHash = 0x9e3779b9;
 
   struct Rep {
@@ -101,32 +107,30 @@ class KEL_API String8 {
     char const* text() const noexcept { return reinterpret_cast<char const*>(this + 1); }
   };
 
-  template <class Word>
+  static constexpr std::size_t sizeAt = 2 * sizeof(U32);  // the size in a Rep; behind it the text begins
   static bool sameWord(char const* a, char const* b) noexcept {
-    Word x, y;
+    U64 x, y;
     std::memcpy(&x, a, sizeof x);
     std::memcpy(&y, b, sizeof y);
     return x == y;
   }
-  // Short texts, which most are, are compared in words that may overlap: a call would cost more.
-  static bool sameBytes(char const* a, char const* b, std::size_t size) noexcept {
-    if (size > 32) return std::memcmp(a, b, size) == 0;
-    if (size >= 8) {
-      std::size_t const last = size - 8;
-      for (std::size_t at = 0; at < last; at += 8)
-        if (!sameWord<U64>(a + at, b + at)) return false;
-      return sameWord<U64>(a + last, b + last);
-    }
-    if (size >= 4) return sameWord<U32>(a, b) && sameWord<U32>(a + size - 4, b + size - 4);
-    return a[0] == b[0] && a[size / 2] == b[size / 2] && a[size - 1] == b[size - 1];
-  }
-  // Apart, so that comparing strings that share their bytes is a comparison of pointers in place.
+  // Apart, so that comparing strings that share their bytes is a comparison of pointers in place. Short texts, which
+  // most are, are compared in words, of which the first holds the size and the last is filled up with zeros: a call
+  // would cost more.
   [[gnu::noinline]] static bool sameText(Rep const& a, Rep const& b) noexcept {
-    return a.size == b.size && sameBytes(a.text(), b.text(), a.size);
+    auto const* x = reinterpret_cast<char const*>(&a) + sizeAt;
+    auto const* y = reinterpret_cast<char const*>(&b) + sizeAt;
+    if (!sameWord(x, y)) return false;
+    std::size_t const end = sizeof a.size + a.size;
+    if (end > 40) return std::memcmp(x, y, end) == 0;
+    for (std::size_t at = sizeof(U64); at < end; at += sizeof(U64))
+      if (!sameWord(x + at, y + at)) return false;
+    return true;
   }
   // The two texts one after the other; null when both are empty.
   static Rep* make(std::string_view a, std::string_view b);
   static void destroy(Rep* rep) noexcept;
+  static std::size_t storageSize(std::size_t size) noexcept;
   void drop() noexcept {
     if (rep_ && rep_->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(rep_);
   }
@@ -140,6 +144,7 @@ class KEL_API String8 {
 using String = String8;
 using Name = String8;
 
+// The two texts, one after the other. Raises RangeException if that is too long.
 KEL_API String8 operator+(String8 const& a, std::string_view b);
 KEL_API String8 operator+(std::string_view a, String8 const& b);
 inline String8 operator+(String8 const& a, String8 const& b) { return a + b.view(); }
@@ -148,7 +153,7 @@ inline String8 operator+(char const* a, String8 const& b) { return std::string_v
 inline String8 operator+(String8 const& a, std::string const& b) { return a + std::string_view(b); }
 inline String8 operator+(std::string const& a, String8 const& b) { return std::string_view(a) + b; }
 
-// Plain text.
+// Prints the characters.
 KEL_API std::ostream& operator<<(std::ostream& out, String8 const& s);
 
 }  // namespace Kel

@@ -18,7 +18,7 @@ struct Setting {
 };
 
 struct Registry {
-  std::recursive_mutex lock;  // a handle that is made by name registers itself
+  std::recursive_mutex lock;  // recursive: `get` makes a handle, which registers itself
   std::map<std::string, std::unique_ptr<TraceHandle>> handles;
   std::vector<TraceHandle*> all;
   std::vector<Setting> settings;
@@ -38,7 +38,7 @@ Registry& registry() {
   return *r;
 }
 
-// "3", "0-4", "2-": one bit a level; what cannot be read switches everything on.
+// "3", "0-4", "2-": one bit for each level. Text that cannot be read switches all levels on.
 U16 parseLevels(std::string const& text) {
   std::size_t const dash = text.find('-');
   std::string const from = text.substr(0, dash);
@@ -137,7 +137,7 @@ void traceHelper(TraceHandle const& handle, int level, char const* file, int lin
   if (std::ostream* coverage = r.coverage) *coverage << text.str();
   if (!(handle.levels() & (1u << level))) return;
   TraceSink const sink = r.sink;
-  guard.unlock();  // a sink may itself trace, or look at entities that do
+  guard.unlock();  // a sink may trace, too
   if (sink)
     sink(record);
   else

@@ -1,13 +1,13 @@
 // Tracing.
 //
-// A source file names its handle once, `KEL_TRACE_MODULE("EntityCopy")`, and traces with
-// `KEL_TRACE(3) << "Child is set";`. Nothing to the right is evaluated when the level is off. Handles of the same name
-// are one handle. Levels run from 0 to 9, higher is more detail; they are switched on from the environment
+// A source file names its handle once, `KEL_TRACE_MODULE("EntityCopy")`, and traces with `KEL_TRACE(3) << "Child is
+// set";`. While the level is off, nothing to the right is evaluated. Handles of the same name are one handle. Levels
+// run from 0 to 9; a higher level is more detail. They are switched on by the environment
 //
 //     KEL_TRACE="EntityCopy/0-4,CliSession,Zuk*/8"      (no level: all; a trailing * matches the rest of a name)
 //
-// or with `TraceHandle::levelsIs`. Lines go to standard error, or to the sink that was installed. Switching levels and
-// sinks is for one thread; tracing from several threads gives whole lines.
+// or by `TraceHandle::settingsIs` and `levelsIs`. Lines go to standard error, or to a sink. Several threads may trace
+// at the same time, and lines stay whole. Only one thread at a time may change levels and sinks.
 #pragma once
 
 #include <atomic>
@@ -22,22 +22,25 @@
 
 namespace Kel {
 
+// One trace. Valid during the call of the sink only.
 struct TraceRecord {
-  std::string_view handle;
+  std::string_view handle;  // the name of the handle
   int level;
-  std::string_view module;  // the source file's name without its directory and extension
+  std::string_view module;  // the source file's name without directory and extension
   int line;
   std::string_view function;
   std::string_view message;
 };
 
-// Takes every trace while it is installed; an empty function restores standard error. Returns the previous sink.
+// A function that takes traces.
 using TraceSink = std::function<void(TraceRecord const&)>;
+// Installs a sink, which then takes every trace; an empty function restores standard error. Answers the previous sink.
 KEL_API TraceSink traceSinkIs(TraceSink sink);
 
 // While a coverage stream is set, every trace is formatted, whatever its level, and written there; null clears it.
 KEL_API void coverageStreamIs(std::ostream* stream);
 
+// The name under which a part of the program traces, and the levels that are on.
 class KEL_API TraceHandle {
  public:
   static constexpr U16 allLevels = 0x3ff;
@@ -47,9 +50,9 @@ class KEL_API TraceHandle {
   ~TraceHandle();
   TraceHandle(TraceHandle const&) = delete;
   TraceHandle& operator=(TraceHandle const&) = delete;
-  // The handle of that name, made on first use; it lives to the end of the process.
+  // The handle of that name. Made on first use; lives until the process ends.
   static TraceHandle& get(std::string const& name);
-  // Applies a setting in the form of the environment variable to the handles that are there and to later ones.
+  // Applies a setting, in the form of the environment variable, to all handles that exist and to later ones.
   static void settingsIs(std::string const& settings);
 
   std::string const& name() const { return name_; }
@@ -57,7 +60,7 @@ class KEL_API TraceHandle {
   U16 levels() const { return levels_.load(std::memory_order_relaxed); }
   void levelsIs(U16 levels);
   bool enabled(int level) const { return (active_.load(std::memory_order_relaxed) & (1u << level)) != 0; }
-  // Whether any level is on: the engine shows each step.
+  // Whether any level is on.
   bool any() const { return active_.load(std::memory_order_relaxed) != 0; }
 
  private:
@@ -99,6 +102,7 @@ struct TraceVoid {
 
 }  // namespace Kel
 
+// Names the trace handle of a source file. Stands at its top, outside of all namespaces.
 #define KEL_TRACE_MODULE(name)                                         \
   namespace {                                                          \
   inline ::Kel::TraceHandle& kelTraceHandle() {                        \
@@ -107,9 +111,11 @@ struct TraceVoid {
   }                                                                    \
   }
 
+// Whether the file's handle has the level on.
 #define KEL_TRACE_ENABLED(level) (kelTraceHandle().enabled(level))
+// A stream for one trace, which ends with the statement.
 #define KEL_TRACE(level) KEL_TRACE_AS(level, __func__)
-// For the parts of an operation that is written as several functions: traces in the operation's name.
+// As KEL_TRACE, but shows `function` as the function. For an operation that is written as several functions.
 #define KEL_TRACE_AS(level, function) \
   !KEL_TRACE_ENABLED(level)           \
       ? static_cast<void>(0)          \

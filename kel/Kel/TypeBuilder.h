@@ -14,6 +14,7 @@
 // Attributes are described in the order of their ids.
 #pragma once
 
+#include <bit>
 #include <initializer_list>
 
 #include "Kel/AttrCalls.h"
@@ -47,6 +48,12 @@ class KEL_API TypeBuilderBase {
   static constexpr unsigned int ownFlag = KelAttrIntrospectionFlags::instantiating;
 
   KelAttr& collection(KelAttr& attr, KelAttr::Collection kind, TypeFunction key, bool keyIsPtr);
+  // For debuggers: where in the object the content lies, what it starts with, whether it is counts.
+  void placed(KelAttr& attr, std::ptrdiff_t offset, void const* initial = nullptr, bool counts = false) {
+    attr.offset_ = static_cast<U32>(offset);
+    attr.initial_ = initial;
+    attr.counts_ = counts;
+  }
   void constPtr(KelAttr& attr) { attr.constPtr_ = true; }
   void constant(KelAttr& attr) { attr.constant_ = true; }
   void args(KelAttr& attr, std::vector<KelArg> args) { attr.args_ = std::move(args); }
@@ -154,11 +161,11 @@ class EntityTypeBuilder : public TypeBuilderBase {
 
   template <class C, class V>
   void value(AttributeId id, char const* name, V C::*slot, std::type_identity_t<V> const& initial = V()) {
-    add(id, name, new ValueAccess<V>(entitySlot(slot), initial, false), &TypeOf<V>::type, plain);
+    valueAttr(id, name, slot, new ValueAccess<V>(entitySlot(slot), initial, false));
   }
   template <class C, class V>
   void counter(AttributeId id, char const* name, V C::*slot, std::type_identity_t<V> const& initial = V()) {
-    add(id, name, new ValueAccess<V>(entitySlot(slot), initial, true), &TypeOf<V>::type, plain);
+    valueAttr(id, name, slot, new ValueAccess<V>(entitySlot(slot), initial, true));
   }
   template <class V>
   void constantValue(AttributeId id, char const* name, V const& value) {
@@ -167,11 +174,13 @@ class EntityTypeBuilder : public TypeBuilderBase {
   template <class C, class E>
   void pointer(AttributeId id, char const* name, Ptr<E> C::*slot) {
     KelAttr& attr = add(id, name, new PtrAccess<E>(entitySlot(slot)), &typeOfArg<Ptr<E>>, contentFlags<Ptr<E>>());
+    placed(attr, offsetOf(slot));
     if constexpr (std::is_const_v<E>) constPtr(attr);
   }
   template <class C, class E>
   void singleton(AttributeId id, char const* name, Ptr<E> C::*slot) {
-    add(id, name, new SingletonAccess<E>(entitySlot(slot)), &TypeOf<E>::type, plain | ownFlag);
+    KelAttr& attr = add(id, name, new SingletonAccess<E>(entitySlot(slot)), &TypeOf<E>::type, plain | ownFlag);
+    placed(attr, offsetOf(slot));
   }
   // Values or pointers by key: HashMap, RbTreeMap or CounterMap. With `keyOf` the values carry their key.
   template <class C, class M>
@@ -189,23 +198,33 @@ class EntityTypeBuilder : public TypeBuilderBase {
     KelAttr& attr =
         add(id, name, new OwnedMapAccess<M>(entitySlot(slot)), &TypeOf<typename M::entity_type>::type, plain | ownFlag);
     collection(attr, mapKind<M>(), &TypeOf<typename M::key_type>::type, false);
+    placed(attr, offsetOf(slot));
   }
   // Queues of values, of owned entities.
   template <class C, class Q>
   void queue(AttributeId id, char const* name, Q C::*slot) {
     KelAttr& attr = add(id, name, new QueueAccess<Q>(entitySlot(slot)), &TypeOf<typename Q::mapped_type>::type, plain);
     collection(attr, KelAttr::Collection::queue, &TypeOf<typename Q::key_type>::type, false);
+    placed(attr, offsetOf(slot));
   }
   template <class C, class Q>
   void ownedQueue(AttributeId id, char const* name, Q C::*slot) {
     using E = typename Q::mapped_type::element_type;
     KelAttr& attr = add(id, name, new OwnedQueueAccess<Q>(entitySlot(slot)), &TypeOf<E>::type, plain | ownFlag);
     collection(attr, KelAttr::Collection::queue, &TypeOf<typename Q::key_type>::type, false);
+    placed(attr, offsetOf(slot));
   }
   // Storage of its own kind.
   KelAttr& collectionAttr(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type,
                           unsigned int flags, TypeFunction key) {
     return collection(add(id, name, access, type, flags), KelAttr::Collection::orderedMap, key, false);
+  }
+  // The same, stored as an EntityTree.
+  template <class C, class E>
+  void treeAttr(AttributeId id, char const* name, EntityTree<E> C::*slot, AttrAccess const* access,
+                unsigned int flags) {
+    TypeFunction const key = &TypeOf<typename EntityTree<E>::key_type>::type;
+    placed(collectionAttr(id, name, access, &TypeOf<E>::type, flags, key), offsetOf(slot));
   }
   // A callable attribute, with the names of its arguments.
   template <class R, class C, class... A>
@@ -224,6 +243,18 @@ class EntityTypeBuilder : public TypeBuilderBase {
   static M Entity::*entitySlot(M C::*slot) {
     return static_cast<M Entity::*>(slot);
   }
+  template <class C, class M>
+  static std::ptrdiff_t offsetOf(M C::*slot) {
+    return std::bit_cast<std::ptrdiff_t>(entitySlot(slot));  // as the Itanium C++ ABI has it
+  }
+  template <class C, class V>
+  void valueAttr(AttributeId id, char const* name, V C::*slot, ValueAccess<V> const* access) {
+    placed(add(id, name, access, &TypeOf<V>::type, plain), offsetOf(slot), &access->initial());
+  }
+  template <class M>
+  static constexpr bool isCounterMap = requires(M& m) {
+    m.increment(typename M::key_type());
+  };
   template <auto Getter>
   void param(AttributeId id, char const* name) {
     using P = std::decay_t<decltype((std::declval<T const&>().*Getter)())>;
@@ -235,12 +266,13 @@ class EntityTypeBuilder : public TypeBuilderBase {
     ctorArg({name, &typeOfArg<P>, isPtrType<P>});
   }
   template <class C, class M>
-  void mapAttr(AttributeId id, char const* name, M C::*, AttrAccess const* access) {
+  void mapAttr(AttributeId id, char const* name, M C::*slot, AttrAccess const* access) {
     using V = typename M::mapped_type;
     KelAttr& attr = add(id, name, access, &typeOfArg<V>, contentFlags<V>());
     if constexpr (isConstPtrType<V>) constPtr(attr);
     using K = typename M::key_type;
     collection(attr, mapKind<M>(), &typeOfArg<K>, isPtrType<K>);
+    placed(attr, offsetOf(slot), nullptr, isCounterMap<M>);
   }
   // The framework's other counted objects are no entities: pointers to them are for the process only, and not logging.
   template <class V>
@@ -254,8 +286,8 @@ class EntityTypeBuilder : public TypeBuilderBase {
   }
   template <class M>
   static KelAttr::Collection mapKind() {
-    return std::is_base_of_v<HashMapGeneric, M> || requires(M & m) { m.increment(typename M::key_type()); }
-    ? KelAttr::Collection::hashMap : KelAttr::Collection::orderedMap;
+    return std::is_base_of_v<HashMapGeneric, M> || isCounterMap<M> ? KelAttr::Collection::hashMap
+                                                                   : KelAttr::Collection::orderedMap;
   }
   template <class R, class C, class... A>
   void opAttr(AttributeId id, char const* name, AttrAccess const* access, std::initializer_list<char const*> names) {

@@ -8,6 +8,7 @@
 
 namespace Kel {
 
+// Numbers: U unsigned, S signed, F floating-point, then the bits.
 using U8 = unsigned char;
 using U16 = unsigned short;
 using U32 = unsigned int;
@@ -19,11 +20,12 @@ using S64 = long long;
 using F32 = float;
 using F64 = double;
 
-// A time or a duration in seconds; "never" is positive infinity.
+// A time or a duration, in seconds. Positive infinity is "never".
 using Seconds = double;
 
-// Names one attribute of one type: a dense index, stable under inheritance (a derived type continues its base's ids).
+// Names one attribute of one type. Ids count from 0; a derived type continues the ids of its base.
 using AttributeId = U16;
+// The id of no attribute.
 inline constexpr AttributeId noAttribute = 0xffff;
 
 }  // namespace Kel

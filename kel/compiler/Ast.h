@@ -1,8 +1,7 @@
 // A model file as a tree.
 //
-// The parser makes it, the checker completes it: what a name stands for, and what kind of attribute a shape makes.
-// Declarations are owned by their model and refer to each other by plain pointers; all models of a run live until its
-// end.
+// The parser makes the tree. The checker completes it with the meanings of names and the kinds of attributes. A model
+// owns its declarations, which refer to each other by plain pointers. All models of a run live until its end.
 #pragma once
 
 #include <cstdint>
@@ -37,7 +36,7 @@ struct Literal {
   bool negative = false;
   std::uint64_t magnitude = 0;
   double floating = 0;
-  std::string written;  // as it stands in the file, without the sign
+  std::string written;  // as written in the file, without the sign
   std::string text;     // string: its characters; word: `true`, `infinity` or an enumerator
 };
 
@@ -57,12 +56,12 @@ struct Decl {
   Ident name;
   std::string qualified;         // with its namespace
   Model const* model = nullptr;  // null for the framework's own
-  std::string header;            // that declares it in C++
-  // Something in it could not be read, so that nothing follows from what it lacks.
+  std::string header;            // the header that declares it in C++
+  // A part of it could not be read, so something that seems to be missing may be in that part.
   bool incomplete = false;
 };
 
-// The type of a value or, behind `ref`, a pointer.
+// The type of a value or, after `ref`, of a pointer.
 struct TypeRef {
   bool isRef = false;
   bool isConst = false;
@@ -70,7 +69,7 @@ struct TypeRef {
   bool hasArgs = false;  // `T(A, B)`
   std::vector<TypeRef> args;
 
-  // What the checker found. Neither is set when the name means nothing.
+  // Set by the checker; neither is set if the name is unknown.
   Builtin builtin = Builtin::none;
   Decl const* decl = nullptr;
 
@@ -82,7 +81,7 @@ struct Key {
   bool ordered = false;
   bool isField = false;  // `.id`
   Ident field;
-  TypeRef type;  // of the field, too, once checked
+  TypeRef type;  // once checked, also the type of the field
 };
 
 struct Shape {
@@ -145,7 +144,7 @@ struct Operation {
   Binding binding = Binding::plain;
   bool hidden = false;
   bool isConst = false;
-  bool paramsUnknown = false;  // they could not all be read
+  bool paramsUnknown = false;  // some could not be read
   std::vector<Param> params;
   std::optional<TypeRef> result;
 };
@@ -155,7 +154,7 @@ struct Enumerator {
   std::optional<Literal> init;
   std::int64_t value = 0;
 
-  // What it prints as: the name without one trailing underscore.
+  // How it prints: the name without one trailing underscore.
   std::string text() const;
 };
 
@@ -183,19 +182,19 @@ struct ValueDecl : Decl {
 
 struct EntityDecl : Decl {
   EntityDecl() : Decl(Kind::entity) {}
-  // Constructor parameters in order, the base's first.
+  // Constructor parameters in order, those of the base first.
   std::vector<Attribute const*> allParams() const;
 
-  // Whether all parameters, or all members, its bases' included, could be read.
+  // Whether all parameters, or all members, could be read, including those of the bases.
   bool paramsKnown() const;
   bool membersKnown() const;
 
   bool abstract = false;
   bool hasImpl = false;
-  bool paramsUnknown = false;  // its own could not all be read
+  bool paramsUnknown = false;  // some of its own could not be read
   bool baseUnknown = false;    // there is a base, but `base` could not be found
   std::optional<QName> baseName;
-  EntityDecl const* base = nullptr;  // null for one that derives from the framework's entity alone
+  EntityDecl const* base = nullptr;  // null if it derives from Kel::Entity only
   unsigned depth = 0;                // the length of the chain of bases
   std::vector<Attribute> params;     // of its own
   std::vector<Attribute> attributes;
@@ -207,7 +206,7 @@ struct ExternDecl : Decl {
   QName written;
 };
 
-// A counted object of the framework that is no entity.
+// A counted object of the framework that is not an entity.
 struct CountedDecl : Decl {
   CountedDecl() : Decl(Kind::counted) {}
 };
@@ -228,7 +227,7 @@ struct Model {
   std::vector<std::unique_ptr<ValueDecl>> values;
   std::vector<std::unique_ptr<EntityDecl>> entities;
   std::vector<std::unique_ptr<ExternDecl>> externs;
-  // A declaration or import could not be read, so that an unknown name may well be right.
+  // A declaration or import could not be read, so an unknown name may be right.
   bool incomplete = false;
 };
 

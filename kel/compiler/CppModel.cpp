@@ -157,7 +157,7 @@ void CppMethod::define(CppText& out, std::string const& scope) const {
   if (body_.size() < 2 && whole.size() <= CppText::columns) return out.line(whole);
   std::string const open = body_.empty() ? " {}" : " {";
   if (params_.empty() && head(scope).size() + end.size() + open.size() > CppText::columns) {
-    // Nothing to break but the line behind the result.
+    // The only place to break the line is after the result.
     std::string const called = head(scope);
     std::size_t const name = called.rfind(' ');
     out.line(called.substr(0, name));

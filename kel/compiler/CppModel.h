@@ -1,4 +1,5 @@
-// C++ as objects: one signature gives a method's declaration and its definition, and everything is laid out alike.
+// C++ code as objects. One signature gives the declaration and the definition of a method, and all code has the same
+// layout.
 #pragma once
 
 #include <optional>
@@ -10,24 +11,24 @@ namespace kelc {
 
 using Lines = std::vector<std::string>;
 
-// Parted by commas.
+// Joins with commas.
 std::string joined(Lines const& items);
 
-// The statement that returns whether all terms hold, on one line when it fits. There is at least one.
+// A return statement that joins the terms with `&&`, on one line if it fits. REQUIRES: at least one term.
 Lines returnAll(Lines const& terms);
 
-// Text in lines of at most 120 columns.
+// Collects lines of at most 120 columns.
 class CppText {
  public:
   static constexpr std::size_t columns = 120;
 
   void line(std::string const& text = {});
   void lines(Lines const& all, std::string const& indent = {});
-  // `head`, the items and `tail`, on one line when they fit, or with the items on lines of their own below `head`.
+  // `head`, the items and `tail`: on one line if they fit, else with the items on lines of their own below `head`.
   void list(std::string const& indent, std::string const& head, Lines const& items, std::string const& tail);
-  // The items in braces behind `head`, on one line when they fit.
+  // `head` and the items in braces, on one line if they fit.
   void braced(std::string const& indent, std::string const& head, Lines const& items);
-  // An empty line, unless there is one already or a block has just been opened.
+  // Adds an empty line, unless the last line is empty or has opened a block.
   void gap();
   std::string const& text() const { return text_; }
 
@@ -50,25 +51,25 @@ class CppMethod {
 
   CppMethod& takes(std::string type, std::string name);
   CppMethod& takes(std::vector<CppParam> const& params);
-  // "virtual", "static", "static constexpr", "explicit": stands in the declaration alone.
+  // "virtual", "static", "static constexpr", "explicit": appears in the declaration only.
   CppMethod& prefixed(std::string prefix);
-  // "override": stands in the declaration alone, too.
+  // "override": appears in the declaration only.
   CppMethod& suffixed(std::string suffix);
   CppMethod& asConst();
   // The result is a type of the method's own class.
   CppMethod& resultNested();
   // A constructor's initializers.
   CppMethod& initializes(Lines initializers);
-  // The body (an empty statement is an empty body), in the declaration or in a definition of its own; with neither the
+  // The body, in the declaration or in a definition of its own. An empty statement is an empty body. Without a body the
   // method is only declared.
   CppMethod& inlined(std::string statement);
   CppMethod& does(Lines body);
   CppMethod& defaulted();
-  // In front of the declaration.
+  // A comment before the declaration.
   CppMethod& commented(std::string comment);
 
   bool isDefined() const { return defined_ || defaulted_; }
-  // `exported` stands in front of everything.
+  // `exported` comes before everything else.
   void declare(CppText& out, std::string const& indent, std::string const& exported = {}) const;
   // `scope`: the class, empty for a free function.
   void define(CppText& out, std::string const& scope) const;
@@ -84,10 +85,10 @@ class CppMethod {
   bool const_ = false, nested_ = false, defined_ = false, defaulted_ = false;
 };
 
-// Members that belong together, parted from the next by an empty line.
+// Members that belong together. An empty line follows them.
 struct CppGroup {
   std::string comment;
-  Lines raw;  // declarations that are no methods
+  Lines raw;  // declarations other than methods
   std::vector<CppMethod> methods;
 
   CppMethod& add(std::string result, std::string name) {
@@ -100,7 +101,7 @@ class CppClass {
   explicit CppClass(std::string name) : name_(std::move(name)) {}
 
   std::string base;  // with its access; may be empty
-  Lines aliases;     // private, in front of everything
+  Lines aliases;     // private, before everything else
   Lines types;       // public
   Lines fields;      // private
   std::vector<CppGroup> publicGroups, protectedGroups;
@@ -111,7 +112,7 @@ class CppClass {
   }
 
   std::string const& name() const { return name_; }
-  // `exported` stands in front of the name.
+  // `exported` comes before the name.
   void declare(CppText& out, std::string const& exported = {}) const;
   void define(CppText& out) const;
 

@@ -29,7 +29,7 @@ std::string shortest(F value) {
   return text;
 }
 
-// The most negative number of a type has no literal: its magnitude is out of range.
+// C++ has no literal for the most negative number of a type: its magnitude is out of range.
 std::string unsignedInteger(std::uint64_t magnitude) {
   std::string digits = std::to_string(magnitude);
   if (magnitude <= 0x7fffffff) return digits;
@@ -103,7 +103,8 @@ CppTypes::CppTypes(ModelSet const& set, Model const& model) : nameSpace_(model.n
   }
 }
 
-// A parameter hides a type from the parameters behind it. That of an entity may stand in any owner's accessors.
+// A parameter hides a type from the parameters after it. An entity's parameters also appear in the accessors of its
+// owners.
 void CppTypes::hideParams(EntityDecl const& entity) {
   for (Attribute const& param : entity.params) hidden_.insert(param.name.text);
   for (Operation const& op : entity.operations) {
@@ -117,7 +118,7 @@ CppTypes CppTypes::inside(std::set<std::string> const& memberNames) const {
   return types;
 }
 
-// Whether the first part of a full name means something nearer inside the class or the namespace.
+// Whether the first part of a full name means something else inside the class or the namespace.
 bool CppTypes::needsGlobal(std::string const& qualified) const {
   std::string const first = qualified.substr(0, qualified.find("::"));
   if (hidden_.count(first) > 0) return true;

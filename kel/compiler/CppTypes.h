@@ -14,15 +14,15 @@ namespace kelc {
 std::string cppString(std::string const& text);
 std::string cppInteger(std::int64_t value);
 
-// Whether the C++ type is passed by value: builtins but strings, and enumerations.
+// Whether the C++ type is passed by value: true for enumerations and for builtins except strings.
 bool isScalar(TypeRef const& type);
 // Whether values of the type can be compared.
 bool isComparable(TypeRef const& type);
 
-// The name of a constructor's parameter where it stands for an attribute; never that of a member variable.
+// The name of a constructor parameter in C++; it differs from the names of all member variables.
 std::string cppParam(std::string const& name);
 
-// Names of the generated code of one model. A type of the model's own namespace is written by its short name, unless
+// How the code generated for one model writes names. A type of the model's own namespace has its short name, unless
 // that means something else in the class that is being written.
 class CppTypes {
  public:
@@ -34,13 +34,13 @@ class CppTypes {
   std::string name(Decl const& decl) const;
   // By value: "Kel::U32", "Pair", "Kel::Ptr<Port const>".
   std::string type(TypeRef const& type) const;
-  // As the parameter of an accessor: what is not scalar by reference.
+  // As a parameter of an accessor: scalars by value, other types by reference.
   std::string param(TypeRef const& type) const;
-  // As the parameter of an operation, which also takes strings by value.
+  // As a parameter of an operation: the same, but strings by value.
   std::string opParam(TypeRef const& type) const;
-  // What a value starts with: the literal, or the type's default. Empty when the C++ type's own default is that.
+  // The initial value: the literal, or the default of the type. Empty if the C++ type starts with that anyway.
   std::string initial(TypeRef const& type, std::optional<Literal> const& literal) const;
-  // The same, but never empty.
+  // The same, but always written out.
   std::string initialValue(TypeRef const& type, std::optional<Literal> const& literal) const;
 
  private:

@@ -12,7 +12,7 @@ std::string shown(Token const& token) {
   return "'" + std::string(token.text.substr(0, longest)) + "'";
 }
 
-// "';', '{' or '='". What was tried last comes first: it has to follow, the others may.
+// "';', '{' or '='". What was tried last comes first, because it is required; the others are optional.
 std::string alternatives(std::vector<std::string> const& tried) {
   std::string list;
   for (auto one = tried.rbegin(); one != tried.rend(); ++one) {
@@ -61,7 +61,8 @@ Loc Cursor::behindLast() const {
   return loc;
 }
 
-// Whether what is expected is missing at the end of the last token's line, rather than wrong at the start of this one.
+// Whether the expected token is missing at the end of the last token's line, rather than wrong at the start of this
+// line.
 bool Cursor::isBehindLast() const {
   static constexpr std::string_view openers[] = {"{", "}", "(", "[", ",", ";"};
   if (at_ == 0 || !startsLine()) return false;

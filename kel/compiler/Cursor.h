@@ -11,10 +11,10 @@
 
 namespace kelc {
 
-// Unwinds to the item, member or declaration that a syntax error belongs to. The error has been reported.
+// Raised after a syntax error has been reported; caught where the item, member or declaration is parsed.
 struct SyntaxError {};
 
-// Remembers what would have been accepted at the current token, so that an error lists it.
+// Remembers what would have been accepted at the current token, so that an error can list it.
 class Cursor {
  public:
   Cursor(std::vector<Token> const& tokens, Diagnostics& diagnostics) : tokens_(tokens), diagnostics_(diagnostics) {}
@@ -28,29 +28,30 @@ class Cursor {
   bool isIdentifier() const { return here().kind == Token::Kind::identifier; }
   bool startsLine() const { return at_ == 0 || last().loc.line < here().loc.line; }
 
-  // The number of `{` taken whose `}` was not.
+  // The number of `{` taken so far minus that of `}`.
   unsigned depth() const { return depth_; }
   // For recovery from a missing or superfluous brace.
   void depthIs(unsigned depth) { depth_ = depth; }
 
   Token const& take();
-  // Takes what cannot be understood.
+  // Takes a token that is not understood.
   void skip();
   bool accept(std::string_view word);
-  // The same for what is not worth being listed.
+  // The same, but is not listed in errors.
   bool acceptQuietly(std::string_view word);
   void expect(std::string_view word);
-  // Adds to what is listed; `what` is not a word but describes one: "the name of a field".
+  // Adds to the list. `what` is not a word but the description of one: "the name of a field".
   void alsoExpected(std::string what) { expected_.push_back(std::move(what)); }
 
-  // A mistake after which it is clear how to go on.
+  // Reports a mistake after which parsing can go on.
   void report(Loc const& loc, std::string text) { add(loc, std::move(text), {}); }
-  // One after which it is not: what was expected here, or something else. What follows from it, or from an error of the
-  // lexer, is not reported: on its line, at least two tokens have to be understood before another error is believed.
+  // Reports a mistake after which it cannot: what was expected here, or another text. Errors that only follow from it,
+  // or from an error of the lexer, are not reported: on the same line, at least two tokens must be understood before
+  // the next error.
   void reportExpected(std::vector<Note> notes = {});
   [[noreturn]] void failExpected();
   [[noreturn]] void fail(Loc const& loc, std::string text);
-  // From here on, it is unclear how to go on.
+  // Notes that it is unclear how to go on from here.
   void lose();
 
  private:
@@ -62,7 +63,7 @@ class Cursor {
   Diagnostics& diagnostics_;
   std::vector<std::string> expected_;  // at the current token
   std::size_t at_ = 0;
-  unsigned lostLine_ = 0;    // where it was last unclear how to go on
+  unsigned lostLine_ = 0;    // the last line on which it was unclear how to go on
   unsigned understood_ = 0;  // tokens since then
   unsigned depth_ = 0;
 };

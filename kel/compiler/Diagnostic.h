@@ -11,7 +11,7 @@
 
 namespace kelc {
 
-// As messages write names.
+// A name as messages write it.
 inline std::string inQuotes(std::string const& name) { return "'" + name + "'"; }
 
 struct Note {
@@ -27,7 +27,7 @@ struct Diagnostic {
 
 class Diagnostics {
  public:
-  // Errors after the first `most` are only counted: a file that is not a model at all has one everywhere.
+  // Errors after the first `most` are only counted: a file that is not a model at all has errors everywhere.
   static constexpr std::size_t most = 1000;
   void error(Loc loc, std::string text, std::vector<Note> notes = {});
 

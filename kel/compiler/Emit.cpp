@@ -11,8 +11,8 @@ namespace kelc {
 
 namespace {
 
-// Changes whenever generated code needs something else from the framework's headers.
-constexpr char const* frameworkVersion = "3";
+// To be increased whenever generated code needs other headers of the framework.
+constexpr char const* frameworkVersion = "5";
 
 std::string include(std::string const& header) { return "#include \"" + header + "\""; }
 
@@ -54,11 +54,33 @@ class FileEmitter {
   // --- what the files stand on ---
 
   void note(TypeRef const& type) {
-    if (type.is(Decl::Kind::external)) externs_.insert(static_cast<ExternDecl const*>(type.decl));
+    if (type.is(Decl::Kind::external)) {
+      externs_.insert(static_cast<ExternDecl const*>(type.decl));
+    } else if (type.decl && !type.decl->model) {
+      collections_.insert(type.decl->header);
+    }
   }
   void note(Shape const& shape) {
     note(shape.target);
     note(shape.key.type);
+  }
+  // The header of the storage that an attribute's shape takes.
+  void noteStorage(Attribute const& a) {
+    switch (a.kind) {
+      case Attribute::Kind::values:
+      case Attribute::Kind::valuesByField:
+      case Attribute::Kind::pointers:
+        collections_.insert(a.has(Modifier::Kind::counter) ? "Kel/CounterMap.h"
+                            : a.shape.key.ordered          ? "Kel/RbTreeMap.h"
+                                                           : "Kel/HashMap.h");
+        break;
+      case Attribute::Kind::entities:
+        collections_.insert(a.shape.key.ordered ? "Kel/RbTreeMap.h" : "Kel/HashMap.h");
+        break;
+      case Attribute::Kind::valueQueue:
+      case Attribute::Kind::entityQueue: collections_.insert("Kel/LinkQueue.h"); break;
+      default: break;
+    }
   }
   void note(std::optional<Literal> const& literal) {
     infinity_ = infinity_ || (literal && literal->kind == Literal::Kind::word && literal->text == "infinity");
@@ -73,6 +95,7 @@ class FileEmitter {
       for (Attribute const& a : decl->attributes) {
         note(a.shape);
         note(a.init);
+        noteStorage(a);
       }
       for (Operation const& op : decl->operations) {
         for (Param const& p : op.params) note(p.shape);
@@ -95,7 +118,9 @@ class FileEmitter {
     if (infinity_) out.line("#include <limits>");
     if (shared_) out.line("#include <memory>");
     out.gap();
-    out.line(include("Kel/Model.h"));
+    collections_.insert("Kel/Model.h");
+    if (!keyed().empty()) collections_.insert("Kel/HashMap.h");
+    for (std::string const& header : collections_) out.line(include(header));
     for (Import const& import : model_.imports) {
       if (included_.insert(import.model->includePath).second) out.line(include(import.model->includePath + ".h"));
     }
@@ -108,7 +133,7 @@ class FileEmitter {
     for (auto const& decl : model_.entities) out.line("class " + out_.exported + decl->name.text + ";");
   }
 
-  // In the order of the file, those of one namespace together.
+  // In the order of the file, grouped by namespace.
   void declareExterns() {
     std::map<std::string, Lines> bySpace;
     for (auto const& decl : model_.externs) {
@@ -133,6 +158,7 @@ class FileEmitter {
     out.line("#include <ostream>");
     out.line("#include <utility>");
     out.gap();
+    out.line(include("Kel/Accessors.h"));
     out.line(include("Kel/TypeBuilder.h"));
     std::set<std::string> headers;
     for (ExternDecl const* decl : externs_) headers.insert(decl->header);
@@ -156,7 +182,7 @@ class FileEmitter {
     return all;
   }
 
-  // Outside of the model's namespace every name is written in full.
+  // Outside of the model's namespace, every name is a full one.
   CppTypes fullNames() const {
     std::set<std::string> all;
     for (auto const& decl : model_.enums) all.insert(decl->name.text);
@@ -179,7 +205,7 @@ class FileEmitter {
     }
   }
 
-  // Behind all entities, for the reactors' keys and notifiers.
+  // After all entities, because reactors use them as keys and notifiers.
   void emitAllReactors() {
     if (model_.entities.empty()) return;
     heading(out_.header, "reactors");
@@ -204,7 +230,7 @@ class FileEmitter {
     out.line("}  // namespace");
   }
 
-  // Visible from other libraries whatever the types are. Declared first, since a constant would stay in its file.
+  // Exported even if the types are not. Declared first, because a constant that is only defined is local to its file.
   void emitAnchor() {
     if (linkage_.anchor.empty()) return;
     CppText& out = out_.source;
@@ -220,7 +246,8 @@ class FileEmitter {
   struct ByName {
     bool operator()(Decl const* a, Decl const* b) const { return a->qualified < b->qualified; }
   };
-  std::set<ExternDecl const*, ByName> externs_;  // that the source has to know
+  std::set<ExternDecl const*, ByName> externs_;  // whose headers the source includes
+  std::set<std::string> collections_;            // headers of the framework that the header needs
   std::set<std::string> included_;
   bool infinity_ = false, shared_ = false;
 };

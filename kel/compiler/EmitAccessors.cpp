@@ -8,8 +8,8 @@ namespace kelc {
 
 namespace {
 
-// The accessors of one attribute. Templates that copy or destroy pointers need the type that they point at, which the
-// header may only know by name: whatever does so is defined in the source.
+// The accessors of one attribute. Templates that copy or destroy pointers need the complete type of the target, of
+// which the header may know the name only. Accessors that use such templates are defined in the source.
 class Accessors {
  public:
   Accessors(CppClass& into, Attribute const& attribute, CppTypes const& types)
@@ -40,7 +40,7 @@ class Accessors {
       case Kind::valueQueue: return valueQueue();
       case Kind::entityQueue: return entityQueue();
       case Kind::constant: return constant();
-      case Kind::parameter: return;  // has none but its reader
+      case Kind::parameter: return;  // has a reader only
     }
   }
 
@@ -66,7 +66,7 @@ class Accessors {
     }
   }
 
-  // The statements, and then what the model hangs on the attribute.
+  // The statements, followed by the call of the `onChange` operation.
   Lines thenAfter(Lines body) const {
     if (!after_.empty()) body.push_back(after_);
     return body;
@@ -84,7 +84,7 @@ class Accessors {
   std::string keyName() const { return shape_.kind == Shape::Kind::queue ? "index" : "key"; }
   void addCount() { read("Kel::U32", x_ + "s").asConst().inlined("return " + slot_ + ".members();"); }
 
-  // Iterators through which the members cannot be changed whatever the collection is.
+  // Iterators through which no member can be changed.
   void addIterators(std::string const& storage) {
     std::string const type = upperFirst(x_) + "Iterator";
     class_.types.push_back("using " + type + " = " + storage + "::Iterator;");
@@ -114,7 +114,7 @@ class Accessors {
     field(types_.type(target()), types_.initial(target(), a_.init));
   }
 
-  // Wraps round, signed types as well.
+  // Wraps around, for signed types too.
   std::string incremented() const {
     std::string sum = slot_ + " + 1";
     if (target().builtin == Builtin::s32) sum = "static_cast<Kel::U32>(" + slot_ + ") + 1";
@@ -182,7 +182,7 @@ class Accessors {
          x_ + "Is(" + (byField ? "value" : "key, value") + ");"});
   }
 
-  // Does not settle what was counted before: appending is all that a count costs.
+  // Only appends, and does not make the counts from earlier increments.
   void addCounter() {
     write("void", x_ + "CounterInc")
         .takes(types_.param(keyType()), "key")
@@ -194,7 +194,7 @@ class Accessors {
     if (isScalar(keyType())) {
       del.does(ifChanged(slot_ + ".erase(key)", "key"));
     } else {
-      // The key that is passed may be the member's own.
+      // The argument may be a reference to the member's own key.
       Lines body = {types_.type(keyType()) + " const gone = key;"};
       Lines const change = ifChanged(slot_ + ".erase(gone)", "gone");
       body.insert(body.end(), change.begin(), change.end());
@@ -202,7 +202,10 @@ class Accessors {
     }
     std::string const eraseAll = "Kel::eraseAllValues(*this, " + slot_ + ", " + id_ + ");";
     CppMethod& delAll = write("void", x_ + "DelAll");
-    if (after_.empty()) return define(delAll, eraseAll);
+    if (after_.empty()) {
+      delAll.does({eraseAll});
+      return;
+    }
     delAll.does({"if (" + slot_ + ".empty()) return;", eraseAll, after_});
   }
 
@@ -220,7 +223,7 @@ class Accessors {
   std::string ptr() const { return "Kel::Ptr<" + memberType() + ">"; }
   std::string ptrConst() const { return "Kel::Ptr<" + memberType() + " const>"; }
 
-  // What a member is made from; `skip` parameters are supplied by the owner.
+  // The constructor arguments of a member, without the first `skip`, which the owner supplies.
   std::vector<CppParam> makeParams(std::size_t skip = 0) const {
     std::vector<CppParam> all;
     for (Attribute const* p : member().allParams()) {
@@ -238,7 +241,7 @@ class Accessors {
     return all;
   }
   std::string made(Lines const& args) const { return "new " + memberType() + "(" + joined(args) + ")"; }
-  // A local variable beside parameters whose names the model chose.
+  // The name of a local variable that differs from those of the parameters.
   static std::string local(std::string name, std::vector<CppParam> const& params) {
     auto const taken = [&] {
       return std::any_of(params.begin(), params.end(), [&](CppParam const& p) { return p.name == name; });
@@ -264,9 +267,20 @@ class Accessors {
     Lines keep = {"if (" + slot_ + same + ") return " + slot_ + ";"};
     keep.insert(keep.end(), put.begin(), put.end());
     write(ptr(), x_ + "Is").takes(params).does(keep);
+    if (isDirectory()) addWithParent();
     write("void", x_ + "Del").does(thenAfter({"if (!" + slot_ + ") return;", put1(ptr() + "()")}));
     addNotify();
     field(ptr());
+  }
+
+  // A directory is made from a name and a parent. The owner of a singleton is its parent, whatever is given.
+  bool isDirectory() const { return memberType() == "Kel::Dir"; }
+  void addWithParent() {
+    readers_.comment += " The owner is the directory's parent: a `parent` that is given gets no entry.";
+    for (std::string const& method : {newX_, x_ + "Is"})
+      write(ptr(), method)
+          .takes({{"Kel::Name const&", "name"}, {ptr() + " const&", ""}})
+          .inlined("return " + method + "(name);");
   }
 
   std::string put1(std::string const& what) const {
@@ -380,9 +394,9 @@ class Accessors {
   void addQueueIterators() {
     std::string const type = upperFirst(x_) + "Iterator";
     class_.types.push_back("using " + type + " = " + queueStorage(ptr()) + "::Iterator;");
-    class_.types.push_back("using " + type + "Const = " + type + ";");
+    class_.types.push_back("using " + type + "Const = " + queueStorage(ptr()) + "::IteratorConst;");
     read(type, x_ + "Iterator").resultNested().does({"return " + slot_ + ".iterator();"});
-    read(type + "Const", x_ + "IteratorConst").resultNested().asConst().does({"return " + slot_ + ".iterator();"});
+    read(type + "Const", x_ + "IteratorConst").resultNested().asConst().does({"return " + slot_ + ".iteratorConst();"});
   }
 
   void addEnqueue() {

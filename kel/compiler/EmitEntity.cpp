@@ -7,7 +7,7 @@ namespace kelc {
 
 namespace {
 
-// The value of the key as the accessor gives it.
+// The key, as the accessor answers it.
 TypeRef const& keyType(EntityDecl const& entity) { return entity.allParams().front()->shape.target; }
 
 bool isName(EntityDecl const& entity, Attribute const& param) {
@@ -54,7 +54,7 @@ class EntityEmitter {
     ids.front() += " = Base::endAttr";
     CppText text;
     text.braced("  ", "enum Attribute : Kel::AttributeId", ids);
-    // The class indents what it is given.
+    // The class adds its own indentation.
     std::string const& lines = text.text();
     for (std::size_t start = 0; start < lines.size();) {
       std::size_t const end = lines.find('\n', start);
@@ -78,13 +78,13 @@ class EntityEmitter {
       if (isName(entity_, p)) continue;
       std::string const& x = p.name.text;
       group.add(types_.param(p.shape.target), x).asConst().inlined("return " + x + "_;");
-      // The framework clears a pointer that would keep the entity and its owner alive.
+      // The framework clears a pointer parameter that leads to an owner, because the two would keep each other alive.
       std::string const fixed = p.shape.target.isRef ? " " : " const ";
       class_.fields.push_back(types_.type(p.shape.target) + fixed + x + "_;");
     }
   }
 
-  // An entity without parameters has no name, but what derives from it may have one.
+  // An entity without parameters has no name, but derived entities may have one.
   void addNamedConstructor() {
     CppMethod& constructor = class_.protectedGroup().add("", name_).prefixed("explicit").takes("Kel::Name", "name");
     constructor.initializes({"Base(std::move(name))"})
@@ -101,7 +101,15 @@ class EntityEmitter {
     for (Attribute const& p : entity_.params) {
       if (!isName(entity_, p)) initializers.push_back(p.name.text + "_(" + passed(p) + ")");
     }
-    constructor.initializes(initializers).does({});
+    constructor.initializes(initializers).does(printsKey() ? Lines{"nameFollowsKey();"} : Lines{});
+  }
+
+  // Whether the name is a key that has to be printed.
+  bool printsKey() const {
+    std::vector<Attribute const*> const params = entity_.allParams();
+    if (params.empty() || (entity_.base && !entity_.base->allParams().empty())) return false;
+    Shape const& key = params.front()->shape;
+    return !key.target.isRef && key.target.builtin != Builtin::string;
   }
 
   static std::string passed(Attribute const& param) {
@@ -109,7 +117,7 @@ class EntityEmitter {
     return isScalar(param.shape.target) ? name : "std::move(" + name + ")";
   }
 
-  // What the base is made from: its own parameters, or when it has none the key as it prints.
+  // The constructor arguments of the base: its own parameters or, if it has none, the key where that is a text.
   std::string baseArguments() const {
     std::vector<Attribute const*> const params = entity_.allParams();
     if (entity_.base && !entity_.base->allParams().empty()) {
@@ -117,12 +125,12 @@ class EntityEmitter {
       for (Attribute const* p : entity_.base->allParams()) args.push_back(passed(*p));
       return joined(args);
     }
-    if (params.empty()) return {};
+    if (params.empty() || printsKey()) return {};
     Attribute const& key = *params.front();
     std::string const name = cppParam(key.name.text);
     if (isName(entity_, key)) return passed(key);
     if (key.shape.target.isRef) return {};
-    return key.shape.target.builtin == Builtin::string ? name : "Kel::box(" + name + ")->text()";
+    return name;
   }
 
   void addTypeMethods(CppGroup& group) {
@@ -136,7 +144,7 @@ class EntityEmitter {
     for (Operation const& op : entity_.operations) group.methods.push_back(operationMethod(op, types_));
   }
 
-  // A name that no attribute can hide: a derived class calls it.
+  // Derived classes call it, so no attribute may hide its name.
   void addPlainEqual() {
     std::vector<Attribute const*> const plain = plainAttributes(entity_);
     if (plain.empty()) return;
@@ -194,7 +202,7 @@ bool hasEntityKey(EntityDecl const& entity) {
   return !entity.allParams().empty() && !isKeyedByName(entity) && !keyType(entity).isRef;
 }
 
-// The class is not known yet, so its key is told in front of it and read behind it.
+// The class is not complete yet: its key is declared before it and defined after it.
 void emitEntityKey(EntityDecl const& entity, CppTypes const& types, CppText& header) {
   TypeRef const& key = keyType(entity);
   header.gap();

@@ -6,7 +6,7 @@ namespace {
 
 std::string tableName(EnumDecl const& decl) { return "namesOf" + decl.name.text; }
 
-// The arguments by which the framework's functions know an enumeration.
+// The arguments that describe an enumeration to functions of the framework.
 std::string tableArgs(EnumDecl const& decl) {
   return cppString(decl.name.text) + ", " + tableName(decl) + ", std::size(" + tableName(decl) + ")";
 }

@@ -9,7 +9,8 @@ TypeRef const& keyType(Attribute const& a) {
   return a.shape.kind == Shape::Kind::queue ? a.shape.index : a.shape.key.type;
 }
 
-// One of an entity's two reactor classes: of those that may change their notifier, and of those that may not.
+// Writes one of the two reactor classes of an entity: the one with a mutable notifier, or the one with a const
+// notifier.
 class ReactorEmitter {
  public:
   ReactorEmitter(EntityDecl const& entity, CppTypes const& types, bool isConst)

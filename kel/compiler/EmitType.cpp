@@ -91,7 +91,7 @@ class TypeRecord {
     if (!ids.empty()) wrapped("b.plainEqual<" + member("_plainEqual") + ">({", ids, "});");
   }
 
-  // The default is told when it is not that of the C++ type.
+  // The default is passed only if it is not that of the C++ type.
   void value(Attribute const& a, std::string const& args) {
     TypeRef const& type = a.shape.target;
     EnumDecl const* const decl = enumDecl(type);

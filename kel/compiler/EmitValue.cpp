@@ -38,7 +38,7 @@ class ValueEmitter {
   static std::string slot(Field const& field) { return field.name.text + "_"; }
   TypeRef const& typeOf(Field const& field) const { return field.shape.target; }
 
-  // What a constructor or `VIs` takes: one parameter a field.
+  // The parameters of the constructor: one for each field.
   std::vector<CppParam> params(bool byValue) const {
     std::vector<CppParam> all;
     for (Field const& f : decl_.fields) {
@@ -208,7 +208,8 @@ class ValueEmitter {
     return body;
   }
 
-  // A representation prints as the framework prints its type: numbers as numbers whatever their width.
+  // A representation prints as the framework prints its type: an 8-bit number is printed as a number, not as a
+  // character.
   std::string printed() const {
     if (!decl_.rep) return "valueToStrep(value)";
     Field const& f = decl_.fields[0];

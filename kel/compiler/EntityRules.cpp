@@ -9,9 +9,9 @@ namespace kelc {
 
 namespace {
 
-// Ids are 16 bits wide, and the highest two mean no attribute.
+// Ids have 16 bits; the two highest mean "no attribute".
 constexpr std::size_t maxAttributes = 65534;
-// Names are looked up along the chain of bases.
+// A limit, because names are looked up along the chain of bases.
 constexpr unsigned maxBases = 64;
 
 // The framework's declarations have no position.
@@ -48,7 +48,7 @@ std::string parameterTypes(EntityDecl const& entity) {
   return list.empty() ? "no arguments" : "the arguments (" + list + ")";
 }
 
-// Wrong anyway, and reported as such.
+// Has been reported already.
 bool isMistaken(TypeRef const& type) { return !type.resolved() || (!type.isRef && type.decl && type.decl->isEntity()); }
 
 bool sameOrMistaken(TypeRef const& a, TypeRef const& b) { return isMistaken(a) || isMistaken(b) || sameType(a, b); }
@@ -124,7 +124,7 @@ void EntityRules::checkParam(Attribute& param) const {
                      declaredHere(*value));
 }
 
-// The framework keeps every entity's name: it is the key under which its owner holds it.
+// The framework stores the name of every entity: it is the text of the key under which the owner holds it.
 void EntityRules::checkNameOfEntity(EntityDecl const& entity) const {
   if (!entity.paramsKnown()) return;
   auto const refuse = [&](Ident const& name) {
@@ -230,7 +230,7 @@ bool EntityRules::checkPlainValue(TypeRef const& type) const {
   return false;
 }
 
-// The entity when it can be made and owned.
+// The entity, if it can be made and owned; else reports an error and answers null.
 EntityDecl const* EntityRules::checkOwned(TypeRef const& type) const {
   if (!type.resolved()) return nullptr;
   auto const refuse = [&](std::string const& text) {
@@ -269,7 +269,7 @@ void EntityRules::checkArguments(TypeRef const& type, EntityDecl const& entity) 
                      declaredHere(entity));
 }
 
-// An owned member's key or index is its first constructor parameter.
+// The first constructor parameter of an owned member is its key or index.
 void EntityRules::checkMemberKey(EntityDecl const& entity, TypeRef const& type, TypeRef const& key,
                                  char const* role) const {
   std::vector<Attribute const*> const params = entity.allParams();
@@ -308,7 +308,7 @@ void EntityRules::checkModifiers(EntityDecl const& entity, Attribute const& attr
   }
 }
 
-// What the attribute is not and would have to be; null when all is well, or not known because of another mistake.
+// What the attribute would have to be for the modifier; null if it is, or if another mistake leaves that unknown.
 char const* EntityRules::misplaced(Modifier::Kind kind, Attribute const& attribute) const {
   TypeRef const& target = attribute.shape.target;
   if (!target.resolved()) return nullptr;
@@ -380,7 +380,7 @@ EntityRules::Member const* EntityRules::find(EntityDecl const* entity, NameTable
   return nullptr;
 }
 
-// The operation of an entity or one of its bases with the name nearest to a wrong one; empty when there is none.
+// The name of an operation of the entity or its bases that is nearest to a wrong one; empty if there is none.
 std::string EntityRules::nearestOperation(EntityDecl const* entity, std::string const& name) const {
   Nearest nearest(name);
   for (; entity; entity = entity->base) {
@@ -392,7 +392,7 @@ std::string EntityRules::nearestOperation(EntityDecl const* entity, std::string 
 void EntityRules::enterAttribute(EntityDecl const& entity, Attribute const& attribute) {
   ++members_[&entity].attributes;
   Member const member{"attribute " + inQuotes(attribute.name.text), attribute.name.loc, nullptr};
-  // One error an attribute: where its own name clashes, those made from it do as well.
+  // One error for each attribute: if its own name clashes, names made from it clash as well.
   for (std::string const& name : namesOf(attribute)) {
     if (!enter(entity, &Members::accessors, name, member, name != attribute.name.text)) return;
   }
@@ -413,7 +413,7 @@ void EntityRules::enterOperation(EntityDecl const& entity, Operation const& op) 
   }
 }
 
-// False, with an error, when the name is taken. `isAccessor`: the name was not written in the model.
+// Reports an error and answers false if the name is taken. `isAccessor`: the name does not appear in the model.
 bool EntityRules::enter(EntityDecl const& entity, NameTable table, std::string const& name, Member const& member,
                         bool isAccessor) {
   bool const reactor = table == &Members::reactors;

@@ -17,14 +17,14 @@ class EntityRules {
   EntityRules(Scope const& scope, TypeRules const& types, Diagnostics& diagnostics)
       : scope_(scope), types_(types), diagnostics_(diagnostics) {}
 
-  // Finds the base. Entities are resolved in the order of their declaration, and all before any is checked.
+  // Finds the base. REQUIRES: called for all entities in the order of their declaration, before any is checked.
   void resolveBase(Model const& model, EntityDecl& entity) const;
 
-  // Checks the members and gives every attribute its kind. Bases are checked before what derives from them.
+  // Checks the members, and gives every attribute its kind. REQUIRES: the base has been checked.
   void check(EntityDecl& entity);
 
  private:
-  // Who has a name in an entity's class.
+  // The owner of a name in an entity's class.
   struct Member {
     std::string what;  // "attribute 'x'"
     Loc loc;
@@ -33,7 +33,7 @@ class EntityRules {
   struct Members {
     std::map<std::string, Member> accessors;
     std::map<std::string, Member> reactors;
-    std::size_t attributes = 0;  // inherited ones included
+    std::size_t attributes = 0;  // including inherited ones
   };
   using NameTable = std::map<std::string, Member> Members::*;
 

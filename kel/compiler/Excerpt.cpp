@@ -9,10 +9,10 @@ namespace kelc {
 namespace {
 
 constexpr std::size_t tabWidth = 8;
-// Of a longer line this many columns are shown, at most `columnsBefore` of them before the position.
+// The most columns that are shown of a line; at most `columnsBefore` of them are before the position.
 constexpr std::size_t shownColumns = 100;
 constexpr std::size_t columnsBefore = 70;
-// Bytes farther from the position than this are not looked at, so that the cost does not depend on the line.
+// Bytes farther from the position are not examined, so that the cost does not depend on the length of the line.
 constexpr std::size_t reach = 4 * shownColumns;
 constexpr std::string_view margin = "    ";
 constexpr std::string_view ellipsis = "...";
@@ -33,13 +33,13 @@ bool isIn(Range const (&ranges)[count], char32_t c) {
   return std::any_of(std::begin(ranges), std::end(ranges), [&](Range r) { return r.first <= c && c <= r.last; });
 }
 
-// Controls, and what changes the direction of the text behind it.
+// Control characters, and characters that change the direction of the text after them.
 bool isUnsafe(char32_t c) {
   static constexpr Range ranges[] = {{0, 0x1f}, {0x7f, 0x9f}, {0x200e, 0x200f}, {0x2028, 0x202e}, {0x2066, 0x2069}};
   return isIn(ranges, c);
 }
 
-// Those of terminals, without the rarer blocks.
+// The wide characters of terminals, without the rarer blocks.
 std::size_t widthOf(char32_t c) {
   static constexpr Range combining[] = {{0x300, 0x36f}, {0x200b, 0x200d}, {0x20d0, 0x20ff}, {0xfe00, 0xfe0f}};
   static constexpr Range wide[] = {{0x1100, 0x115f}, {0x2e80, 0xa4cf}, {0xac00, 0xd7a3},   {0xf900, 0xfaff},
@@ -50,7 +50,7 @@ std::size_t widthOf(char32_t c) {
 
 bool isContinuation(char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
 
-// The length of the UTF-8 character at the start of the text, and the character; 0 when there is none.
+// Decodes the UTF-8 character at the start of the text. Answers its length; 0 if there is none.
 std::size_t decode(std::string_view text, char32_t& c) {
   auto const first = static_cast<unsigned char>(text[0]);
   std::size_t const length = first < 0x80 ? 1 : first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
@@ -112,7 +112,7 @@ std::string_view lineOf(Loc const& loc) {
 
 bool isWord(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'; }
 
-// How many bytes the caret underlines: a string, a number, a qualified name, or one character.
+// How many bytes are underlined: those of a string, a number, a qualified name, or one character.
 std::size_t lengthOfWord(std::string_view text) {
   std::size_t const quote = text.find('"', 1);
   if (text.substr(0, 1) == "\"") return quote == std::string_view::npos ? 1 : quote + 1;
@@ -135,7 +135,7 @@ std::size_t totalWidth(CellIterator from, CellIterator to) {
   return width;
 }
 
-// The cell that holds the byte; the end when it lies behind all of them.
+// The cell that contains the byte; the end if the byte is after all cells.
 CellIterator cellOfByte(std::vector<Cell> const& cells, std::size_t byte) {
   auto cell = cells.begin();
   for (std::size_t end = 0; cell != cells.end(); ++cell) {
@@ -151,7 +151,7 @@ std::string join(CellIterator from, CellIterator to) {
   return text;
 }
 
-// A line, cut to what is shown around the byte `at`.
+// The part of a line that is shown, around the byte `at`.
 class Excerpt {
  public:
   Excerpt(std::string_view line, std::size_t at) {

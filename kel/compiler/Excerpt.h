@@ -8,10 +8,11 @@
 
 namespace kelc {
 
-// The text as a terminal can show it: control characters, whatever reorders text, and what is not UTF-8 become `\xNN`.
+// The text in a form that is safe on a terminal: control characters, characters that reorder text, and bytes that are
+// not UTF-8 become `\xNN`.
 std::string printable(std::string_view text);
 
-// The line of a position and, below it, a caret under the position that is drawn out to the end of the name there:
+// The line of a position, and below it a caret under the position, followed by `~` up to the end of the name:
 //
 //       own port : Prot[Name];
 //                  ^~~~

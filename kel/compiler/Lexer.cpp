@@ -9,7 +9,7 @@ namespace kelc {
 
 namespace {
 
-// The locale has no say in what a letter is.
+// Letters do not depend on the locale.
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 bool isWord(char c) { return isLetter(c) || isDigit(c); }
@@ -53,7 +53,7 @@ class Lexer {
     return tokens_.emplace_back(std::move(token));
   }
 
-  // Reports bytes outside ASCII once a line, and skips them.
+  // Reports bytes outside ASCII, once for each line, and skips them.
   void refuseNonAscii() {
     if (std::exchange(nonAsciiLine_, line_) != line_) diagnostics_.error(here(), "non-ASCII character");
     while (!atEnd() && !isAscii(peek())) ++pos_;
@@ -119,7 +119,7 @@ class Lexer {
     if (pos_ - start > maxIdentifier) diagnostics_.error(loc, "identifier is longer than 255 characters");
   }
 
-  // Takes everything that looks like a part of the number, so that a malformed one is reported whole.
+  // Takes everything that looks like a part of the number, so that a malformed number is reported as a whole.
   void number() {
     Loc const loc = here();
     std::size_t const start = pos_;

@@ -1,4 +1,4 @@
-// Cuts a model file into tokens.
+// Splits a model file into tokens.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct Token {
 
   Kind kind = Kind::end;
   Loc loc;
-  std::string_view text;      // as it stands in the file
+  std::string_view text;      // as written in the file
   std::uint64_t integer = 0;  // integer
   double floating = 0;        // floating
   std::string string;         // string: with its escapes resolved
@@ -26,11 +26,10 @@ struct Token {
   }
 };
 
-// The longest identifier. Names are joined and repeated in what is generated, so they have to end somewhere.
+// The longest identifier. There must be a limit, because generated code joins and repeats names.
 inline constexpr std::size_t maxIdentifier = 255;
 
-// The tokens of a file, ended by one of kind `end`. Whatever is malformed is reported, and is a token of kind
-// `unknown`.
+// The tokens of a file; the last one is of kind `end`. A malformed token is reported, and is of kind `unknown`.
 std::vector<Token> lex(SourceFile const& file, Diagnostics& diagnostics);
 
 }  // namespace kelc

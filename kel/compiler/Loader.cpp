@@ -20,14 +20,14 @@ namespace {
 constexpr std::size_t maxImportDepth = 64;
 constexpr std::string_view extension = ".kel";
 
-// One file whatever it is called.
+// Identifies a file, whatever path it was opened by.
 std::string identity(fs::path const& path) {
   std::error_code error;
   fs::path const canonical = fs::weakly_canonical(path, error);
   return (error ? path : canonical).string();
 }
 
-// A path that means the same from every directory, and gives a header's path with another extension.
+// Whether a path can be the path of an import: relative, without `.` and `..`, so that it also names the header.
 bool isImportPath(std::string const& text) {
   if (text.size() <= extension.size() || text.substr(text.size() - extension.size()) != extension) return false;
   if (text.find('\\') != std::string::npos || text[0] == '/' || text.find("//") != std::string::npos) return false;
@@ -43,7 +43,7 @@ class Loader {
   Loader(std::vector<fs::path> const& includeDirs, Diagnostics& diagnostics, ModelSet& set)
       : includeDirs_(includeDirs), diagnostics_(diagnostics), set_(set) {}
 
-  // Null when the file cannot be read.
+  // Null if the file cannot be read.
   Model* load(fs::path const& path, std::string const& includePath) {
     SourceFile* const file = read(path);
     if (!file) return nullptr;
@@ -119,7 +119,7 @@ class Loader {
     return fs::exists(dir / import, error) ? dir / import : fs::path();
   }
 
-  // In the include directories.
+  // Looks in the include directories.
   fs::path find(std::string const& import) const {
     for (fs::path const& dir : includeDirs_) {
       if (fs::path const path = existing(dir, import); !path.empty()) return path;
@@ -135,7 +135,7 @@ class Loader {
     return (fs::path(importer.includePath).parent_path() / path).generic_string();
   }
 
-  // The directories in which an import was looked for, each once.
+  // The directories in which an import was looked for, without repetitions.
   std::string searched(fs::path const& folder) const {
     std::vector<fs::path> dirs = includeDirs_;
     dirs.insert(dirs.begin(), folder);

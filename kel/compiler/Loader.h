@@ -12,18 +12,18 @@
 
 namespace kelc {
 
-// The models of a run. `models` has every import before the models that import it, and `main` last.
+// The models of a run. In `models`, every model comes after its imports, and `main` is the last.
 struct ModelSet {
   std::vector<std::unique_ptr<SourceFile>> files;  // in the order in which they were opened
   std::vector<std::unique_ptr<Model>> models;
-  std::vector<std::unique_ptr<Decl>> framework;  // what models can name without importing it
+  std::vector<std::unique_ptr<Decl>> framework;  // declarations that models can name without an import
   Model* main = nullptr;
 };
 
 // Lexes and parses the file at `path` and its imports, which are looked for in the directory of the file that imports
-// them and then in `includeDirs`. `includePath` is where the header
-// of the model itself will stand on the include path, without extension. False when the file at `path` cannot be read;
-// every other mistake is in `diagnostics`, and the set can still be checked for more.
+// them and then in `includeDirs`. `includePath` is the path by which the header of the model itself will be included,
+// without extension. Answers false if the file at `path` cannot be read. All other mistakes are added to `diagnostics`,
+// and the set can still be checked for more.
 bool load(std::filesystem::path const& path, std::string const& includePath,
           std::vector<std::filesystem::path> const& includeDirs, Diagnostics& diagnostics, ModelSet& set);
 

@@ -35,7 +35,7 @@ constexpr std::string_view cppKeywords[] = {
     "xor_eq",
 };
 
-// Macros that compilers and the headers behind every generated file define.
+// Macros that compilers and the headers of generated code define.
 constexpr std::string_view macros[] = {
     "EOF", "INFINITY", "NAN", "NULL", "assert", "errno", "linux", "stderr", "stdin", "stdout", "unix",
 };
@@ -50,7 +50,7 @@ struct BuiltinWord {
   Builtin type;
 };
 
-// Of several names for one type the first is the one that diagnostics use.
+// Of several names for one type, diagnostics use the first.
 constexpr BuiltinWord builtins[] = {
     {"bool", Builtin::boolean},    {"char", Builtin::character}, {"U8", Builtin::u8},
     {"U16", Builtin::u16},         {"U32", Builtin::u32},        {"U64", Builtin::u64},
@@ -65,7 +65,7 @@ constexpr std::string_view entityMembers[] = {
     "_plainEqual", "adopt", "bits_", "destroySelf", "endAttr",       "leaveTree", "notify",   "type",
 };
 
-// What else an entity inherits from the framework: an attribute may hide it.
+// Other names that an entity inherits from the framework: attributes may hide these.
 constexpr std::string_view frameworkMembers[] = {
     "Entity",
     "EntityNotifiee",

@@ -1,4 +1,4 @@
-// The names that generated code takes, and those that it cannot.
+// The names that generated code uses, and those that it cannot use.
 #pragma once
 
 #include <set>
@@ -13,7 +13,7 @@ namespace kelc {
 std::string upperFirst(std::string text);
 std::string lowerFirst(std::string text);
 
-// Why no declaration, attribute, parameter or enumerator can have the name; empty when it can.
+// The reason why no declaration, attribute, parameter or enumerator can have the name; empty if they can.
 std::string whyNoName(std::string_view name);
 // The words of the language and its builtin types cannot name a declaration either.
 bool isModelWord(std::string_view name);
@@ -24,15 +24,15 @@ std::string_view builtinName(Builtin type);
 // The names of all builtin types.
 std::vector<std::string_view> builtinNames();
 
-// The names that an attribute takes in its class, its own first: accessors, member variable, id, iterator types.
+// The names that an attribute uses in its class, its own first: accessors, member variable, id, iterator types.
 std::vector<std::string> namesOf(Attribute const& attribute);
 // The same for an operation.
 std::vector<std::string> namesOf(Operation const& op);
-// Whether the operation is an attribute of its type, and has an id: not when it is hidden or has that of its base.
+// Whether the operation has an id of its own: false if it is hidden, or overrides one of the base.
 bool hasId(Operation const& op);
-// The names that mean something else inside an entity's class than outside of it.
+// The names that mean something else inside an entity's class than outside.
 std::set<std::string> memberNames(EntityDecl const& entity);
-// `onX`: the attribute's part in the reactor classes; empty when it cannot change.
+// `onX`, the attribute's operation in the reactor classes; empty if the attribute cannot change.
 std::string reactorName(Attribute const& attribute);
 // The function that makes an entity.
 std::string factoryName(EntityDecl const& entity);

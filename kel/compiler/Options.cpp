@@ -26,7 +26,7 @@ char const usage[] =
 
 namespace {
 
-// A path below some directory: the header is found by it, and must not escape from OUTDIR.
+// A relative path that stays below its directory: the header must not escape from OUTDIR.
 bool isName(std::string const& name) {
   std::filesystem::path const path(name);
   if (name.empty() || path.is_absolute() || !path.has_filename()) return false;
@@ -43,7 +43,7 @@ std::string suggestion(std::string const& wrong) {
   return didYouMean(nearest.best());
 }
 
-// A name in C++, as far as it takes to keep the output well-formed.
+// An identifier of C or C++, so that the output is well-formed.
 bool isIdentifier(std::string const& text) {
   auto const isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
   auto const isPart = [&](char c) { return isLetter(c) || (c >= '0' && c <= '9'); };

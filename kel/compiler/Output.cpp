@@ -15,7 +15,7 @@ bool holds(fs::path const& path, std::string const& text) {
   return in && std::string(std::istreambuf_iterator<char>(in), {}) == text;
 }
 
-// The files that wait for being put in place; what is left of them goes with this object.
+// The temporary files that wait to be moved into place. The destructor deletes the rest.
 class Staging {
  public:
   ~Staging() {
@@ -34,7 +34,7 @@ class Staging {
     return !out.fail();
   }
 
-  // Where a file cannot be replaced, the ones before it have been.
+  // If a file cannot be replaced, those before it have been.
   OutputFile const* commit() {
     for (OutputFile const* file : staged_) {
       std::error_code error;

@@ -1,4 +1,4 @@
-// Writes what a run made.
+// Writes the results of a run.
 #pragma once
 
 #include <filesystem>
@@ -12,11 +12,12 @@ struct OutputFile {
   std::string text;
 };
 
-// Writes the files whose content changed, and makes the directories that they need. All are written beside their places
-// before the first is put there: after a failure every file is as it was. Returns what went wrong, empty when nothing.
+// Writes the files whose content has changed, and makes the directories that they need. All are written to temporary
+// files beside their places before the first is moved: after a failure, all files are as before. Returns an error, or
+// an empty string.
 std::string writeFiles(std::vector<OutputFile> const& files);
 
-// A rule of make: `target` depends on `sources`.
+// A make rule: `target` depends on `sources`.
 std::string dependencyRule(std::string const& target, std::vector<std::string> const& sources);
 
 }  // namespace kelc

@@ -31,7 +31,7 @@ constexpr Word<Modifier::Kind> modifierWords[] = {
     {"nolog", Modifier::Kind::nolog},     {"onChange", Modifier::Kind::onChange},
 };
 
-// What a type is written for.
+// The use of a type, for messages.
 enum class Use { attribute, owned, single };
 
 bool startsWithCapital(std::string_view name) { return name[0] >= 'A' && name[0] <= 'Z'; }
@@ -51,8 +51,8 @@ class Parser : private Recovery {
  private:
   // --- lists and words ---
 
-  // Items up to a closing bracket, separated by commas. False after a mistake; then `all` has those that were
-  // understood.
+  // Parses items up to a closing bracket, separated by commas. False after a mistake; then `all` has the items that
+  // were understood.
   template <class Item>
   bool items(std::string_view close, ListOf what, std::vector<Item>& all, Item (Parser::*item)()) {
     bool whole = true;
@@ -89,7 +89,7 @@ class Parser : private Recovery {
     return whole;
   }
 
-  // One of the words of a table. One that is misspelt counts as what it was meant to be.
+  // Takes one of the words of a table. A misspelt word is reported, and counts as the word that was meant.
   template <class Kind, std::size_t count>
   Kind oneOf(Word<Kind> const (&words)[count], std::string const& what) {
     for (auto const& word : words) {
@@ -125,7 +125,7 @@ class Parser : private Recovery {
     return name;
   }
 
-  // The name of a member and the colon behind it.
+  // Parses the name of a member and the colon after it.
   Ident memberName(char const* what) {
     Token const& first = here();
     Ident const name = identifier(what);
@@ -140,14 +140,14 @@ class Parser : private Recovery {
 
   TypeRef type(char const* what = "a type") {
     TypeRef type;
-    // Both are keywords, and so the names of nothing.
+    // Both are keywords, so they cannot be names.
     type.isRef = acceptBefore("ref") || acceptQuietly("ref");
     if (type.isRef) type.isConst = acceptQuietly("const");
     if (is("const")) {
       alsoExpected("'ref'");
       failExpected();
     }
-    // What begins the next line is no type when it is a member or declaration.
+    // If the next line begins a member or declaration, it is not the type.
     if (startsMember() || startsDeclaration()) {
       alsoExpected(what);
       failExpected();
@@ -157,7 +157,7 @@ class Parser : private Recovery {
     return type;
   }
 
-  // Types as other languages write them.
+  // Types in the notation of other languages.
   void refuseForeign(QName const& name) {
     std::string const hint = hintOfHabit(name.text);
     bool const named = isIdentifier() && !startsLine();
@@ -242,7 +242,7 @@ class Parser : private Recovery {
         break;
       case Token::Kind::identifier:
         if (literal.negative && !is("infinity")) failExpected();
-        // An enumerator has no qualification; one that is written all the same is refused by its whole name.
+        // An enumerator is not qualified. A qualified one is refused by its whole name.
         literal.text = qualifiedName("a value").text;
         return literal;
       default: failExpected();
@@ -288,7 +288,7 @@ class Parser : private Recovery {
     try {
       declarationOf(declarationWord());
     } catch (SyntaxError const&) {
-      // Its name may be what an unknown name stands for.
+      // An unknown name may be the name of this declaration.
       model_->incomplete = true;
       skipDeclaration(start);
     }
@@ -347,7 +347,7 @@ class Parser : private Recovery {
     expectEnd();
   }
 
-  // The name of a declaration; another keyword in front of it is superfluous.
+  // Parses the name of a declaration. A second keyword before it is superfluous.
   Ident declaredName(char const* what) {
     if (ahead().kind == Token::Kind::identifier && isDeclarationWord()) {
       alsoExpected(what);
@@ -357,7 +357,7 @@ class Parser : private Recovery {
     return identifier(what);
   }
 
-  // From here on the name is known, whatever else is wrong.
+  // From here on the name is known, even if the rest is wrong.
   template <class D>
   D& declare(std::vector<std::unique_ptr<D>>& all, Ident name) {
     if (is("::")) fail(here().loc, "the name of a declaration cannot be qualified");
@@ -367,7 +367,7 @@ class Parser : private Recovery {
     return decl;
   }
 
-  // The members between the braces; a mistake in one does not touch the next. True when there was none.
+  // Parses the members between the braces. A mistake in one does not affect the next. True if there was no mistake.
   template <class Member>
   bool body(Member const& member) {
     bool const opened = is("{");
@@ -484,7 +484,7 @@ class Parser : private Recovery {
 
   // --- members of entities ---
 
-  // A name followed by a colon is an attribute, whatever the name means elsewhere.
+  // A name followed by a colon is an attribute, even if the name is a keyword elsewhere.
   void member(EntityDecl& decl) {
     if (ahead().is(":")) return attribute(decl, false);
     if (is("impl") && ahead().is(";")) return impl(decl);

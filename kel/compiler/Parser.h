@@ -10,8 +10,8 @@
 
 namespace kelc {
 
-// After a syntax error the parser goes on at the next item, member or declaration. The tree is always there: whatever
-// was malformed is left out, and what it was left out of is marked as incomplete.
+// After a syntax error the parser goes on at the next item, member or declaration. There is always a tree. It lacks the
+// malformed parts, and what contained them is marked as incomplete.
 std::unique_ptr<Model> parse(std::vector<Token> const& tokens, Diagnostics& diagnostics);
 
 }  // namespace kelc

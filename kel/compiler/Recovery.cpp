@@ -26,7 +26,7 @@ bool Recovery::startsDeclaration() const {
   if (is("value")) return named && (ahead(2).is("{") || ahead(2).is("["));
   if (!is("entity") || !named) return false;
   if (!ahead(2).is(":")) return ahead(2).is("{") || ahead(2).is("(");
-  // An entity with a base, unless it is an attribute with a superfluous word in front.
+  // Either an entity with a base, or an attribute after a superfluous word.
   std::size_t last = 3;
   while (ahead(last + 1).is("::") && last < std::size_t{2} * maxNameParts) last += 2;
   return ahead(last + 1).is("{") || ahead(last).is("{");
@@ -45,7 +45,7 @@ bool Recovery::startsKeywordMember() const {
   return (is("virtual") || is("override") || is("hidden")) && (ahead().is("op") || ahead().is("hidden"));
 }
 
-// Whether `name : type` is followed by what follows a parameter in a list over several lines.
+// Whether the tokens after `name : type` are those after a parameter, in a list over several lines.
 bool Recovery::startsParam() const {
   std::size_t count = 2;
   while (ahead(count).kind == Token::Kind::identifier || ahead(count).is("::")) ++count;
@@ -101,7 +101,7 @@ bool Recovery::endsList(std::string_view close, ListOf what) const {
   return is(";") && !(close == "}" && closesOnLine());
 }
 
-// Whether a `}` follows on this line, and no member before it.
+// Whether a `}` follows on this line, with no member before it.
 bool Recovery::closesOnLine() const {
   for (std::size_t count = 1; ahead(count).loc.line == here().loc.line; ++count) {
     if (ahead(count).is("}")) return true;
@@ -126,7 +126,7 @@ bool Recovery::openBody() {
   if (acceptQuietly("{")) return true;
   if (atEnd() || startsDeclaration() || (isNested() && is("}"))) return false;
   if (!isIdentifier()) {
-    // Something else stands in its place, or there is no body.
+    // There is another token in its place, or there is no body.
     skip();
     if (!startsMember()) return false;
   }
@@ -134,9 +134,9 @@ bool Recovery::openBody() {
   return true;
 }
 
-// Whether the brace follows: on this line, or before anything ends.
+// Whether the brace follows, on this line or before the end of anything else.
 bool Recovery::braceAhead() const {
-  constexpr std::size_t most = 1000;  // so that a long file of broken declarations takes no quadratic time
+  constexpr std::size_t most = 1000;  // so that a long file of broken declarations does not take quadratic time
   bool ended = false;
   for (std::size_t count = 0; count < most && ahead(count).kind != Token::Kind::end; ++count) {
     Token const& token = ahead(count);

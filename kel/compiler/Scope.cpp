@@ -28,7 +28,7 @@ std::unique_ptr<EntityDecl> directory() {
   return decl;
 }
 
-// So that of two declarations of one name the first in the file is the earlier one.
+// Sorted, so that of two declarations of one name the first in the file comes first.
 std::vector<Decl*> inFileOrder(Model const& model) {
   std::vector<Decl*> all;
   for (auto const& decl : model.enums) all.push_back(decl.get());
@@ -48,7 +48,7 @@ std::size_t partsOf(std::string_view name) {
   return parts;
 }
 
-// The end of a qualified name.
+// The last part of a qualified name.
 std::string_view lastPartsOf(std::string_view name, std::size_t parts) {
   std::size_t start = name.size();
   while (parts-- > 0) {
@@ -58,7 +58,7 @@ std::string_view lastPartsOf(std::string_view name, std::size_t parts) {
   return name.substr(start + 2);
 }
 
-// The namespace of a model and those around it, from the inside out.
+// The namespace of a model and the enclosing ones, innermost first.
 std::vector<std::string> scopesOf(Model const& model) {
   std::vector<std::string> scopes = {model.nameSpace.text};
   while (!scopes.back().empty()) {
@@ -203,7 +203,7 @@ std::string Scope::nearest(Model const& model, std::string const& wrong, bool ta
     bool const target = decl->isEntity() || decl->kind == Decl::Kind::counted;
     if (!sees(model, *decl) || (targets && !target)) continue;
     bool const near = all.consider(lastPartsOf(decl->qualified, parts), decl->qualified);
-    // In another namespace, the name itself has to be right.
+    // In another namespace, only the same name counts.
     if (lastParts.consider(decl->name.text, decl->qualified) || near) found[decl->qualified] = decl;
   }
   std::string const& best = all.best().empty() && lastParts.isExact() ? lastParts.best() : all.best();

@@ -1,4 +1,4 @@
-// What names stand for.
+// Finds the declarations that names mean.
 #pragma once
 
 #include <map>
@@ -18,26 +18,26 @@ namespace kelc {
 // The declarations of all models of a run and of the framework, by their full names.
 class Scope {
  public:
-  // Enters the framework's declarations, which the set owns then like all others, and those of all models, which get
-  // their full names. Reports names declared twice and factories that take the name of something else.
+  // Adds the framework's declarations, which the set then owns, and those of all models, which get their full names.
+  // Reports names that are declared twice, and factories whose name is taken.
   void collect(ModelSet& set, Diagnostics& diagnostics);
 
-  // What a name means in a model: looked up in its namespace and then in each enclosing one, among what the model and
-  // its imports declare. Null when it means nothing.
+  // The declaration that a name means in a model. Looks in the model's namespace and then in each enclosing one, among
+  // the declarations of the model and its imports. Null if there is none.
   Decl const* find(Model const& model, std::string const& name) const;
 
-  // What a name would mean if the model imported everything.
+  // The declaration that a name would mean if the model imported everything.
   Decl const* findNotImported(Model const& model, std::string const& name) const;
-  // What a wrong name was probably meant to be, as the model would write it: one of `others` or a declaration that the
-  // model sees, if asked one that `ref` can point at. Empty when none is near.
+  // The name that was probably meant by a wrong one, as the model would write it: one of `others`, or a declaration
+  // that the model sees; on request, only one that `ref` can name. Empty if no name is near.
   std::string nearest(Model const& model, std::string const& wrong, bool targets,
                       std::vector<std::string_view> const& others) const;
 
-  // Whether all that the model and its imports declare could be read. Otherwise a name that is not found may be right.
+  // Whether all declarations of the model and its imports could be read. If not, a name that is not found may be right.
   bool isComplete(Model const& model) const;
 
  private:
-  // Who took a full name.
+  // The owner of a full name.
   struct Taken {
     std::string what;  // "'Port'", "the factory of 'Port'"
     Loc loc;
@@ -51,7 +51,7 @@ class Scope {
   Decl const* findFull(Model const& model, std::string const& qualified) const;
   std::string shortestName(Model const& model, Decl const& decl) const;
 
-  std::vector<Decl const*> all_;  // in the order in which they were entered, so that of two near names the first wins
+  std::vector<Decl const*> all_;  // in the order in which they were added: of two names equally near, the first wins
   std::unordered_map<std::string, Decl const*> declared_;
   std::unordered_map<std::string, std::vector<ExternDecl const*>> externs_;
   std::unordered_map<std::string, Taken> taken_;

@@ -70,7 +70,7 @@ class ValueRules {
     return true;
   }
 
-  // Values are read from their text form, so each has to have one of its own.
+  // Values are parsed from their text form, so each enumerator must have another one.
   void checkDistinct(EnumDecl const& decl) const {
     std::map<std::string, Enumerator const*> texts;
     std::map<std::int64_t, Enumerator const*> values;
@@ -143,8 +143,8 @@ class ValueRules {
     return false;
   }
 
-  // Whether a field of `outer`, or of a field's type, is an `inner`. Iterative, since nothing bounds how deep values
-  // nest; and since the answer only chooses between two messages, it may be "no" in a model with thousands of mistakes.
+  // Whether `outer` contains an `inner`, directly or in its fields. Iterates, because values may nest to any depth. The
+  // answer only chooses between two messages, so it may be false in a model with thousands of mistakes.
   static bool contains(ValueDecl const& outer, ValueDecl const& inner) {
     std::set<ValueDecl const*> seen = {&outer};
     std::vector<ValueDecl const*> open = {&outer};
@@ -160,7 +160,7 @@ class ValueRules {
     return false;
   }
 
-  // What the value type does with its content, the field's type has to be able to do.
+  // The type of the field must support all operations of the value type.
   void checkFieldTraits(ValueDecl const& decl, Field const& field) const {
     ValueDecl const* const value = valueDecl(field.shape.target);
     if (!value || value->incomplete || decl.incomplete) return;
@@ -214,7 +214,7 @@ class Checker {
     }
   }
 
-  // Generated code says `Kel::` and `std::` inside the namespace.
+  // Generated code uses `Kel::` and `std::` inside the namespace.
   void checkNamespace(QName const& name) const {
     std::string const& text = name.text;
     for (std::size_t start = 0; start < text.size();) {

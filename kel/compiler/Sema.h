@@ -1,7 +1,7 @@
-// Checks models, and completes their trees. What could not be read of a model is not held against the rest of it.
+// Checks models and completes their trees. Parts that could not be read cause no further errors.
 //
-// After a check without errors every name is resolved, every attribute has its kind, every enumerator its value, and
-// whatever the models say can be emitted as C++ that compiles.
+// After a check without errors, every name is resolved, every attribute has its kind, every enumerator has its value,
+// and the generated C++ compiles.
 #pragma once
 
 #include "compiler/Diagnostic.h"

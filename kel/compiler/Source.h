@@ -7,7 +7,7 @@
 
 namespace kelc {
 
-// A model file that was read. Positions and tokens refer to it, so it stays where it is for the whole run.
+// A model file that was read. Positions and tokens refer to it, so it keeps its address for the whole run.
 struct SourceFile {
   std::string path;  // as diagnostics print it
   std::string text;

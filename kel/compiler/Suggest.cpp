@@ -95,7 +95,7 @@ static_assert(isSorted(types) && isSorted(hints) && isSorted(keywords));
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// Whatever the case, and with or without `std::`.
+// Ignores case, and a leading `std::`.
 template <std::size_t count>
 std::string_view find(Habit const (&table)[count], std::string_view word) {
   std::string last(word.substr(word.substr(0, 5) == "std::" ? 5 : 0));
@@ -110,7 +110,7 @@ std::string_view find(Habit const (&table)[count], std::string_view word) {
 std::size_t editDistance(std::string_view a, std::string_view b, std::size_t limit) {
   std::size_t const difference = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
   if (difference > limit) return limit + 1;
-  // Rows of the table of distances between the beginnings of both.
+  // Rows of the table of distances between prefixes of the two names.
   std::vector<std::size_t> beforeLast, last(b.size() + 1), row(b.size() + 1);
   std::iota(last.begin(), last.end(), std::size_t{0});
   for (std::size_t i = 1; i <= a.size(); ++i) {
@@ -134,7 +134,7 @@ bool Nearest::consider(std::string_view compared, std::string_view suggested) {
   if (isExact()) return false;
   std::size_t const limit = found_ ? limit_ - 1 : limit_;
   std::size_t const distance = editDistance(wrong_, compared, limit);
-  // A name of which nothing would be left was not meant.
+  // A name that would differ in every character was not meant.
   if (distance > limit || distance >= std::min(wrong_.size(), compared.size())) return false;
   found_ = true;
   limit_ = distance;

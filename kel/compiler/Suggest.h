@@ -1,4 +1,4 @@
-// What a wrong name was probably meant to be.
+// Finds the name that was probably meant by a wrong one.
 #pragma once
 
 #include <cstddef>
@@ -7,23 +7,24 @@
 
 namespace kelc {
 
-// The number of insertions, deletions, replacements and swaps of neighbours that make one name the other; `limit` + 1
-// when it is greater than `limit`. Letters that differ in case only count as the same.
+// The number of insertions, deletions, replacements and swaps of neighbours that turn one name into the other; `limit`
+// + 1 if it is greater than `limit`. Ignores case.
 std::size_t editDistance(std::string_view a, std::string_view b, std::size_t limit);
 
-// Finds the candidate nearest to a wrong name: at most every third character may be wrong. Of several equally near ones
-// the first is taken.
+// Finds the candidate nearest to a wrong name, in which at most every third character is wrong. Of several equally near
+// ones, takes the first.
 class Nearest {
  public:
   explicit Nearest(std::string_view wrong);
 
-  // `compared` is measured against the wrong name, `suggested` is what to write. True when it is the nearest so far.
+  // Adds a candidate: `compared` is compared with the wrong name, `suggested` is shown. True if it is the nearest so
+  // far.
   bool consider(std::string_view compared, std::string_view suggested);
   bool consider(std::string_view candidate) { return consider(candidate, candidate); }
 
-  // Empty when no candidate is near.
+  // The nearest; empty if no candidate is near.
   std::string const& best() const { return best_; }
-  // Whether the best differs in case only.
+  // Whether the nearest differs in case only.
   bool isExact() const { return found_ && limit_ == 0; }
 
  private:
@@ -33,11 +34,11 @@ class Nearest {
   std::string best_;
 };
 
-// "; did you mean 'best'?", to be appended to a message; empty when `best` is.
+// "; did you mean 'best'?", for the end of a message; empty if `best` is empty.
 std::string didYouMean(std::string const& best);
 
-// What people write who know another language, and what it is in a model; empty when the word is unknown.
-// A type: the name of the type, or, for what is no type here, a hint to append to a message.
+// Translates words of other languages to those of a model; empty for an unknown word.
+// A type: its name or, if models have no such type, a hint for the end of a message.
 std::string typeOfHabit(std::string_view name);
 std::string hintOfHabit(std::string_view name);
 // A keyword that begins a declaration or member.

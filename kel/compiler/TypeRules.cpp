@@ -11,7 +11,7 @@ namespace kelc {
 namespace {
 
 struct IntegerRange {
-  std::uint64_t below;  // the magnitude of the smallest
+  std::uint64_t below;  // the magnitude of the smallest value
   std::uint64_t above;
 };
 
@@ -31,7 +31,7 @@ IntegerRange rangeOf(Builtin type) {
 
 std::string spelled(Literal const& number) { return (number.negative ? "-" : "") + number.written; }
 
-// `Seconds` is a double, too.
+// `Seconds` is also a double.
 Builtin canonical(Builtin type) { return type == Builtin::seconds ? Builtin::f64 : type; }
 
 std::vector<Note> declaredHere(Decl const& decl) {
@@ -95,7 +95,7 @@ void TypeRules::resolve(Model const& model, TypeRef& type) const {
 }
 
 void TypeRules::refuseUnknown(Model const& model, QName const& name, std::string const& what, bool target) const {
-  // What could not be read may declare it, if it does not look like a type of another language.
+  // A declaration that could not be read may have this name, unless it looks like a type of another language.
   bool const small = name.text[0] >= 'a' && name.text[0] <= 'z';
   bool const foreign = small && !(hintOfHabit(name.text) + typeOfHabit(name.text)).empty();
   if (!foreign && !scope_.isComplete(model)) return;
@@ -271,7 +271,7 @@ void TypeRules::checkEnumerator(Literal const& literal, EnumDecl const& decl) co
   if (literal.kind != Literal::Kind::word || literal.negative) {
     return diagnostics_.error(literal.loc, "expected an enumerator of " + name, declaredHere(decl));
   }
-  // What is written as in C++ is suggested without its qualification.
+  // A name that is qualified as in C++ is suggested without the qualification.
   Nearest nearest(literal.text), last(std::string_view(literal.text).substr(literal.text.rfind(':') + 1));
   for (Enumerator const& e : decl.enumerators) {
     if (e.name.text == literal.text) return;

@@ -9,35 +9,35 @@
 
 namespace kelc {
 
-// As diagnostics write it: "U32", "ref const Port".
+// The type as diagnostics write it: "U32", "ref const Port".
 std::string spelled(TypeRef const& type);
 
-// As diagnostics write it: "a value type".
+// The kind as diagnostics write it: "a value type".
 char const* kindOf(TypeRef const& type);
 
 bool isInteger(Builtin type);
-// "U8 (0..255)", behind "out of range for".
+// "U8 (0..255)", for the message "out of range for".
 std::string withRange(Builtin integer);
-// The same type in C++; `String` and `Name` are one.
+// Whether both are the same type in C++, as `String` and `Name` are.
 bool sameType(TypeRef const& a, TypeRef const& b);
-// The declaration of a value type; null for any other.
+// The declaration of a value type; null for any other type.
 ValueDecl const* valueDecl(TypeRef const& type);
 EnumDecl const* enumDecl(TypeRef const& type);
-// An entity with a model of its own or of the framework; null for an `extern` one.
+// The declaration of an entity of a model or of the framework; null for an `extern` one.
 EntityDecl const* entityDecl(TypeRef const& type);
 
-// Each check reports what is wrong and answers whether all is well; a type whose name means nothing was reported when
-// it was resolved, and fails quietly. `what` names the use: "a field", "a constructor parameter".
+// Each check reports errors, and answers whether there are none. It reports nothing for a type with an unknown name,
+// which was reported when it was resolved. `what` names the use: "a field", "a constructor parameter".
 class TypeRules {
  public:
   TypeRules(Scope const& scope, Diagnostics& diagnostics) : scope_(scope), diagnostics_(diagnostics) {}
 
-  // Finds out what the names of a type, and of all types of a shape but the field of a key, stand for.
+  // Resolves the names of a type, and of all types of a shape except the field of a key.
   void resolve(Model const& model, TypeRef& type) const;
   void resolve(Model const& model, Shape& shape) const;
 
-  // Reports a name that means nothing in a model, if all that it sees could be read; `what` was expected ("type"), for
-  // a pointer when `target`.
+  // Reports a name that is unknown in a model, unless something that the model sees could not be read. `what` was
+  // expected ("type"); `target` is set if it was for a pointer.
   void refuseUnknown(Model const& model, QName const& name, std::string const& what, bool target) const;
 
   // The name of a declaration, member, parameter or enumerator.
@@ -47,13 +47,13 @@ class TypeRules {
   // A pointer to an entity or counted object.
   bool checkPointer(TypeRef const& type) const;
   bool checkValueOrPointer(TypeRef const& type, std::string const& what) const;
-  // The same, and the shape is that of neither collection nor queue.
+  // The same, and the shape is neither a collection nor a queue.
   bool checkSingle(Shape const& shape, std::string const& what) const;
-  // The key of a keyed collection. Completes the type of one that is a field of the collection's members.
+  // The key of a keyed collection. If the key is a field of the members, completes its type.
   bool checkKey(Shape& shape) const;
-  // That the literal is a value of the type. The type has passed `checkValue`.
+  // Whether the literal is a value of the type. REQUIRES: the type has passed `checkValue`.
   void checkLiteral(Literal const& literal, TypeRef const& type) const;
-  // That the integer is a value of a builtin integer type.
+  // Whether the integer is a value of a builtin integer type.
   bool checkRange(Literal const& integer, Builtin type) const;
 
  private:

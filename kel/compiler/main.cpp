@@ -9,7 +9,7 @@
 
 namespace {
 
-// Exit statuses, beside 0.
+// Exit statuses other than 0.
 constexpr int failed = 1;
 constexpr int misused = 2;
 
@@ -18,7 +18,7 @@ int report(std::string const& what) {
   return failed;
 }
 
-// A model with a syntax error is checked all the same: one run shows all mistakes.
+// A model with a syntax error is checked, too, so that one run shows all mistakes.
 bool readModel(kelc::Options const& options, kelc::ModelSet& set, kelc::Diagnostics& diagnostics) {
   if (!kelc::load(options.input, options.name, options.includeDirs, diagnostics, set)) {
     report("cannot read '" + options.input.string() + "'");

@@ -20,7 +20,7 @@
 #include <memory>
 
 #include "CliSession/World.h"
-#include "Files.h"
+#include "Golden.h"
 #include "Reflect.h"
 
 namespace {
@@ -139,7 +139,7 @@ TEST(Copies, AreWhatTheTranscriptSaysTracedOrNot) {
     std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
     Script script;
     std::string const said = answered(path, [&](std::string const& line) { return script.answer(line); });
-    EXPECT_EQ(golden(path, said), said);
+    expectGolden(path, said);
   }
 }
 

@@ -37,6 +37,17 @@ struct EditLog : testing::Test {
 };
 using EditLogDeathTest = EditLog;
 
+TEST(BypassTable, MakesItsDirectoryFromANameWhateverTheParent) {
+  auto const table = S::attributeEditBypassTableFactory("table");
+  Kel::Dir::Ptr const parent = Kel::dirFactory("parent");
+  Kel::Dir::Ptr const made = table->newDefaultEntityDir("defaults", parent);
+  EXPECT_EQ(made->parent(), table.ptr());
+  EXPECT_EQ(table->defaultEntityDirIs("defaults", nullptr), made);
+  EXPECT_THROW(table->newDefaultEntityDir("defaults", parent), Kel::NameInUseException);
+  EXPECT_NE(table->defaultEntityDirIs("others", parent), made);
+  EXPECT_EQ(parent->entryStates(), 0u);
+}
+
 TEST_F(EditLog, HooksWriteAndCount) {
   Kel::GenericIf::PtrConst const text = Kel::GenericIf::of(Kel::String8("x")), key = text;
   auto const result = ec->attributeIs(dest, attr("u8"), nullptr, Kel::GenericIf::of(Kel::U8(3)), nullptr);

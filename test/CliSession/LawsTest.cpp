@@ -304,8 +304,12 @@ struct Asked {
 
   void operator()(Edits const& expected, std::function<bool(EntityCopy::Ptr const&)> const& operation) const {
     EntityCopy::Ptr const ec = world.copyFrom(world.src);
+    // Setting the destination runs the copy, but for its roots.
+    std::vector<EntityPtrConst> roots;
+    for (auto it = ec->srcCopyRootIterator(); it; ++it) roots.push_back(it.key());
     ec->srcCopyRootDelAll();
     ec->destIs(world.dest);
+    for (EntityPtrConst const& root : roots) ec->srcCopyRootIs(root, true);
     ec->stopAtFirstDiffIs(compare);
     bool const answer = operation(ec), logged = ec->attributeEditLog()->attributeEditEntrys() > 0;
     EXPECT_EQ(answer, logged) << textOf(editsOf(*ec->attributeEditLog()));

@@ -64,7 +64,7 @@ struct RandomWorld : World {
 inline bool isPointerEdit(std::string const& edit) {
   static char const* const pointers[] = {"::peer ",   "::about ",   "::favourite ", "::anything ", "::neighbour ",
                                          "::chosen ", "::watched ", "::weight ",    "::chief ",    "::kin ",
-                                         "::rank ",   "::pair ",    "::mate "};
+                                         "::keeper ", "::rank ",    "::pair ",      "::mate "};
   for (char const* name : pointers)
     if (edit.find(name) != std::string::npos) return true;
   return false;

@@ -37,6 +37,7 @@ struct Session : testing::Test {
   bool replace(Kel::Dir::Ptr const& from, char const* name = "s1") const {
     return call("doReplaceConfig", {{"sessionName", boxed(name)}, {"src", boxed(from)}})->attrVal<bool>();
   }
+  std::string error(char const* operation = "doReplaceConfig") const { return pending->error(operation).str(); }
   Edits edits() const { return editsOf(*pending->attributeEditLog()); }
 };
 using SessionDeathTest = Session;
@@ -84,11 +85,15 @@ TEST_F(Session, MakesTheSkeletonOfARoot) {
 
 TEST_F(Session, ARootMissingInTheSourceWarnsAndIsMade) {
   Kel::Dir::Ptr const into(new Kel::Dir("into", world.root.ptr()));
-  world.src->entryDel("hall");
-  testing::internal::CaptureStderr();
-  status->doCreateSessionRoot(world.src, into, "hall");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "path hall is not a mount point in src (/src)\n");
-  EXPECT_TRUE(World::hall(into));
+  Kel::ptrCast<Kel::Dir>(world.src->entityRef("sys"))->entryDel("annex");
+  for (std::string const path : {"hall", "sys/annex"}) {
+    world.src->entryDel("hall");
+    testing::internal::CaptureStderr();
+    status->doCreateSessionRoot(world.src, into, Kel::String8(path));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "path " + path + " is not a mount point in src (/src)\n");
+    EXPECT_TRUE(World::hall(into, path.c_str()));
+  }
+  into->entryDel("sys");
   world.src->entryDel("sys");
   testing::internal::CaptureStderr();
   status->doCreateSessionRoot(world.src, into, "sys/annex");
@@ -158,9 +163,11 @@ TEST_F(Session, RefusalsSayWhy) {
       "CliSession/8 bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String) for ";
   Traces const traces("CliSession");
   EXPECT_FALSE(replace(nullptr));
+  EXPECT_EQ(error(), "the source directory is null");
   EXPECT_FALSE(replace(world.src, "nobody"));
   pending->completedIs(true);
   EXPECT_FALSE(replace(world.src));
+  EXPECT_EQ(error(), "the session is already completed");
   EXPECT_EQ(traces.lines,
             (std::vector<std::string>{signature + "s1 returning because srcRoot is NULL",
                                       signature + "nobody from /src", "CliSession/9 No session found under name nobody",
@@ -171,6 +178,27 @@ TEST_F(Session, RefusalsSayWhy) {
   status->rootIs("", true);
   EXPECT_THROW(replace(world.src), Kel::RangeException);
   EXPECT_TRUE(traces.inOrder({"CliSession/9 Adding CliSession root<unknown>"})) << traces.text();
+}
+
+TEST_F(Session, ErrorsNameWhatIsMissing) {
+  auto const raised = [&] { return messageOf<Kel::Exception>([&] { replace(world.src); }); };
+  ancestors->entryDel("s1");
+  EXPECT_EQ(raised(), "null ValidPtr");
+  EXPECT_EQ(error(), "ancestorDir has no directory 's1'");
+  status->sessionDirIs(nullptr);
+  EXPECT_EQ(raised(), "null ValidPtr");
+  EXPECT_EQ(error(), "sessionDir is null");
+  status->sessionDirIs(sessions);
+  ancestors->newEntity("Kel::Dir", "s1");
+  EXPECT_TRUE(replace(world.src));
+  EXPECT_EQ(pending->errors(), 0u) << "a copy that was made has no error";
+  status->rootIs("untyped", true);
+  EXPECT_NE(raised().find("'untyped': rootTrie has no type for it"), std::string::npos) << raised();
+  status->rootTrieDel();
+  EXPECT_EQ(raised(), "status has no rootTrie: initialize() makes it");
+  Traces const traces("CliSession", 1u << 9);
+  EXPECT_FALSE(S::statusFactory("bare")->doReplaceConfig(world.src, "s1"));
+  EXPECT_TRUE(traces.inOrder({"CliSession/9 bare has no pendingChangeStatusDir: initialize() makes it"}));
 }
 
 TEST_F(Session, NeedsBothDirectoriesBeforeAnythingIsMade) {
@@ -530,6 +558,7 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   world.src->entryDel("sys");
   Traces const traces("CliSession");
   EXPECT_FALSE(call("doCleanConfig", {{"sessionName", boxed("s1")}})->attrVal<bool>());
+  EXPECT_EQ(error("doCleanConfig"), "the clean configuration is not yet complete");
   EXPECT_TRUE(traces.inOrder({"CliSession/8 bool Cli::Session::Status::doCleanConfig(Kel::String) for s1",
                               "CliSession/9 clean-config is not yet complete"}));
   EXPECT_THROW(status->doCreateCleanConfig(world.src, clean), Kel::RangeException) << "without a status of its own";
@@ -548,6 +577,7 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   EXPECT_EQ(World::hall(clean)->favourite(), loose);
   src->u8Is(9);
   EXPECT_TRUE(status->doCleanConfig("s1"));
+  EXPECT_EQ(pending->errors(), 0u);
   EXPECT_EQ(World::hall(session)->u8(), 3);
   EXPECT_FALSE(status->doCleanConfig("nobody"));
 }

@@ -13,7 +13,7 @@
 #include <stdexcept>
 
 #include "CliSession/World.h"
-#include "Files.h"
+#include "Golden.h"
 
 namespace {
 
@@ -310,7 +310,7 @@ TEST(TypeTable, IsWhatTheRecordsSay) {
     }
     EXPECT_TRUE(inherited.empty()) << *type;
   }
-  EXPECT_EQ(golden(path, said), said);
+  expectGolden(path, said);
 }
 
 // Whatever an attribute, a key, an argument or a base leads to.

@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "Files.h"
+#include "Golden.h"
 #include "MessageOf.h"
 #include "Zuk/PrefixTrie.h"
 #include "Zuk/PrefixTrieOutput.h"
@@ -61,7 +61,14 @@ TEST(PrefixTrie, SaysWhatTheTranscriptSays) {
     for (std::size_t i = 0; i < traces.lines.size(); ++i) out << traces.functions[i] << ": " << traces.lines[i] << "\n";
     return out.str();
   });
-  EXPECT_EQ(Tests::golden(path, said), said);
+  Tests::expectGolden(path, said);
+}
+
+TEST(PrefixTrieState, PrintsItsOutputForm) {
+  State::Ptr const state = stateOf("w", "T");
+  std::ostringstream out;
+  out << state << State::PtrConst(state) << State::Ptr();
+  EXPECT_EQ(out.str(), (state->outputForm() + state->outputForm()).str() + "<null>");
 }
 
 PrefixTrie::Ptr trieOf(std::initializer_list<char const*> paths) {

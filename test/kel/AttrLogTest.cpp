@@ -148,15 +148,15 @@ TEST(AttrLog, BytesThatAreNoLogAreRefused) {
   badRecord(std::string("KELA\0\2", 6), 4, "version 1 expected, 2 given");
   badRecord(good.substr(0, 6), 6, "1 bytes expected, 0 left");
   badRecord(good.substr(0, good.size() - 1), entityAt + 23 + 1, "a record of 8 bytes, 7 left");
-  badRecord(good + "x", good.size(), "1 bytes behind the end");
+  badRecord(good + "x", good.size(), "1 bytes after the end");
   badRecord(std::string("KELA\0\1\7\0\0\0\0", 11), 6, "unknown kind of record 7");
   for (std::size_t at = entityAt + 13; at < good.size() - 13; ++at) {  // what no structure betrays, the checksum does
     std::string bent = good;
     bent[at] = static_cast<char>(bent[at] ^ 1);
     badRecord(bent, good.size() - 4, "the checksum is wrong");
   }
-  badRecord(logOf("", 0), 11, "the log holds 0 entities, not as many as it says");
-  badRecord(logOf(record(1, text("No::Such")), 0), 11, "no type 'No::Such' here");
+  badRecord(logOf("", 0), 11, "the log holds 0 entities, another number than it says");
+  badRecord(logOf(record(1, text("No::Such")), 0), 11, "unknown type 'No::Such'");
   badRecord(logOf(record(1, text("Gadgets::Numbered") + '\2' + u32(0)), 0), 32,
             "Gadgets::Numbered is of another kind here");
   auto const numbered = [](std::string const& attributes) {
@@ -175,7 +175,7 @@ TEST(AttrLog, BytesThatAreNoLogAreRefused) {
   std::string const colored = record(1, text("Gadgets::Colored") + '\3' + u32(1) +  //
                                             text("color") + '\x20' + text("Gadgets::Color") + text(""));
   badRecord(logOf(colored, 0), 6 + colored.size() - 4,
-            "Gadgets::Colored::color: Gadgets::Color is not described before");
+            "Gadgets::Colored::color: Gadgets::Color was not described before");
 }
 
 TEST(AttrLog, AttributesThatItDoesNotKnowKeepTheirDefaults) {
@@ -208,12 +208,12 @@ TEST(AttrLog, EntitiesThatCannotBeAreRefused) {
   std::string const a = owned(0, 2, "a", null);
 
   EXPECT_EQ(ptrCast<Owner>(readAttrLog(log(a, 2)))->parts("a")->name(), "a");
-  badRecord(log(owned(1, 2, "a", null), 2), first + 9, "no owner #1 before");
-  badRecord(log(owned(0, 0, "a", null), 2), first + 13, "the owner owns nothing in attribute #0");
-  badRecord(log(owned(0, 3, "a", null), 2), first + 13, "the owner owns nothing in attribute #3");
+  badRecord(log(owned(1, 2, "a", null), 2), first + 9, "no entity #1 before this one");
+  badRecord(log(owned(0, 0, "a", null), 2), first + 13, "attribute #0 of the owner owns no entities");
+  badRecord(log(owned(0, 3, "a", null), 2), first + 13, "attribute #3 of the owner owns no entities");
   badRecord(log(record(2, u32(2)), 2), first + 5, "no entity type #2");
   badRecord(log(record(2, u32(1) + alone + text("p") + null), 2), first + 9, "Gadgets::Part needs an owner");
-  badRecord(log(a, 3), first + a.size() + 5, "the log holds 2 entities, not as many as it says");
+  badRecord(log(a, 3), first + a.size() + 5, "the log holds 2 entities, another number than it says");
   badRecord(log(owned(0, 2, "a", null + "x"), 2), first + 23, "bytes left over in the record");
   badEntity(log(a + a, 3), first + a.size(), "Gadgets::Owner::parts: 'a' is taken");
   badEntity(log(owned(0, 1, "a", null) + owned(0, 1, "b", null), 3), first + a.size(),

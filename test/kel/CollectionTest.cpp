@@ -334,6 +334,30 @@ TEST(LinkQueue, DeletionUnderAnIteratorLeavesItReady) {
   EXPECT_EQ(walked, "01234599");
 }
 
+// --- Const owners ---
+
+template <class Iterator, class Member>
+constexpr bool handsOut = std::is_same_v<decltype(&**std::declval<Iterator const&>()), Member*>;
+static_assert(handsOut<Queues::QueuedIterator, Queued> && handsOut<Queues::QueuedIteratorConst, Queued const>);
+template <class Iterator, class Member>
+constexpr bool leadsTo = std::is_same_v<decltype(&*std::declval<Iterator const&>()), Member*>;
+static_assert(leadsTo<Owner::PartsIterator, Part> && leadsTo<Owner::PartsIteratorConst, Part const>);
+static_assert(leadsTo<Owner::PartsOrderedIteratorConst, Part const>);
+
+TEST(LinkQueue, IteratorsOfConstQueuesWalkTheSameMembers) {
+  auto const queues = queuesFactory("queues");
+  for (char const* label : {"a", "b", "c"}) queues->queuedEnq(label);
+  queues->queuedDel(1);
+  auto it = queues->queuedIterator();
+  for (auto member = Queues::PtrConst(queues)->queuedIteratorConst(); member; ++member, ++it) {
+    ASSERT_TRUE(it);
+    EXPECT_EQ(member.key(), it.key());
+    EXPECT_EQ(member.value(), it.value());
+    EXPECT_EQ(member->ptr(), it->ptr());
+  }
+  EXPECT_FALSE(it);
+}
+
 // --- Counters ---
 
 TEST(CounterMap, CountsModulo256) {

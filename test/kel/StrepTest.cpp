@@ -1,7 +1,7 @@
 // The text form of values.
 #include <sstream>
 
-#include "Files.h"
+#include "Golden.h"
 #include "Support.h"
 
 namespace Gadgets {
@@ -56,7 +56,7 @@ TEST(Strep, SaysWhatTheTranscriptSays) {
       return "no value: " + e.message().str() + "\n";
     }
   });
-  EXPECT_EQ(Tests::golden(path, said), said);
+  Tests::expectGolden(path, said);
 }
 
 TEST(Strep, IsPrintedWithoutQuotesAndReadUpToItsEnd) {

@@ -157,6 +157,7 @@ TEST(AssertDeathTest, SaysWhereAndWhat) {
   needs(&some);
   EXPECT_DEATH(needs(nullptr), "^Module\\.x:[0-9]+: void .*needs\\(int ?\\*\\): Assertion 'pointer' failed\\.\n");
   EXPECT_DEATH(needsText(), "Assertion '0 && \"Need more\"' failed\\.");
+  EXPECT_DEATH(Part::Ptr()->peer(), "Ptr.*Gadgets::Part.*Assertion 'null handle' failed\\.");
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "Dump.h"
-#include "Files.h"
+#include "Golden.h"
 
 using namespace ConfigDb;
 
@@ -109,7 +109,7 @@ TEST(ConfigDbLoader, SaysWhatTheTranscriptSays) {
     }
     return answer;
   });
-  EXPECT_EQ(Tests::golden(path, said), said);
+  Tests::expectGolden(path, said);
 }
 
 // What a line of the transcript cannot hold.

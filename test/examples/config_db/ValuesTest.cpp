@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Files.h"
+#include "Golden.h"
 #include "examples/config_db/Loader.h"
 
 using namespace ConfigDb;
@@ -19,7 +19,7 @@ TEST(ConfigDbValues, OneSpelling) {
     auto const value = type ? Cli::Service::valueOf(*type, question.substr(blank + 1)) : nullptr;
     return (value ? value->text().str() : "refused") + "\n";
   });
-  EXPECT_EQ(Tests::golden(path, said), said);
+  Tests::expectGolden(path, said);
 }
 
 TEST(ConfigDbValues, Absent) {

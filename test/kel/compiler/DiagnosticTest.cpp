@@ -70,8 +70,7 @@ TEST(Diagnostics, PrintWhatTheGoldenFileSays) {
   std::string printed = out.str();
   std::string const here = dataDir().string() + "/";
   for (std::size_t at = 0; (at = printed.find(here)) != std::string::npos;) printed.erase(at, here.size());
-  EXPECT_EQ(Tests::golden(dataDir() / "golden" / "Mistakes.golden", printed), printed)
-      << "to renew: UPDATE_GOLDEN=1 bin/kelc_test --gtest_filter=Diagnostics.*";
+  Tests::expectGolden(dataDir() / "golden" / "Mistakes.golden", printed);
 }
 
 TEST(Diagnostics, CountWhatTheyDoNotShow) {

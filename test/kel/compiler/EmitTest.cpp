@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 fs::path const broad = dataDir() / "sample" / "Sample" / "Broad.kel";
 
 void expectGolden(std::string const& name, std::string const& text) {
-  EXPECT_EQ(Tests::golden(dataDir() / "golden" / (name + ".golden"), text), text);
+  Tests::expectGolden(dataDir() / "golden" / (name + ".golden"), text);
 }
 
 std::string longestLine(std::string const& text) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Files.h"
+#include "Golden.h"
 #include "compiler/Diagnostic.h"
 #include "compiler/Loader.h"
 

@@ -1,0 +1,26 @@
+// The order of keys.
+#pragma once
+
+#include <string_view>
+#include <type_traits>
+
+namespace Kel {
+
+// Orders keys: builtins and strings by value, value types field by field (their generated `compare`, whatever operators
+// they have of their own).
+struct KeyLess {
+  using is_transparent = void;
+  template <class A, class B>
+  bool operator()(A const& a, B const& b) const {
+    if constexpr (requires { a.compare(b); })
+      return a.compare(b) < 0;
+    else if constexpr (std::is_convertible_v<A const&, std::string_view>)
+      return std::string_view(a) < std::string_view(b);
+    else if constexpr (std::is_floating_point_v<A>)
+      return a < b || (a == a && b != b);  // a NaN stands behind all numbers
+    else
+      return a < b;
+  }
+};
+
+}  // namespace Kel
