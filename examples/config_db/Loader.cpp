@@ -148,16 +148,27 @@ std::vector<SessionRoot> const& sessionRoots() {
   return all;
 }
 
-void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
+namespace {
+
+void load(Source const& source, Kel::Dir::Ptr const& into, Report& report) {
   registerModel();
-  Source const source = readSource(file);
   try {
     Report met;
     Load(source, met).run(into);
     report = std::move(met);
   } catch (Kel::Exception const& e) {
-    throw LoadError(file + ": " + e.what());
+    throw LoadError(source.file + ": " + e.what());
   }
+}
+
+}  // namespace
+
+void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
+  load(readSource(file), into, report);
+}
+
+void loadConfigDbText(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
+  load(sourceOf(text, file), into, report);
 }
 
 }  // namespace ConfigDb

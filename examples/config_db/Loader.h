@@ -43,5 +43,7 @@ std::vector<SessionRoot> const& sessionRoots();
 
 // Nothing is changed when it raises LoadError; directories that are there are used, session roots must not be.
 void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report);
+// The same from a text; `file` is for messages.
+void loadConfigDbText(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into, Report& report);
 
 }  // namespace ConfigDb
