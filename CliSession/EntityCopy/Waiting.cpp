@@ -31,6 +31,23 @@ Impl::PendingKey keyOf(AttributeCopy const& record) {
   return keyOf(record.dest().ptr(), record.attribute().ptr(), record.srcIndex());
 }
 
+void leaveMembers(Impl& impl, AttributeCopy& record) {
+  auto const members = impl.pendingMembers.find({record.dest().ptr(), record.attribute().ptr(), 0});
+  if (members == impl.pendingMembers.end()) return;
+  members->second.erase(&record);
+  if (members->second.empty()) impl.pendingMembers.erase(members);
+}
+
+// Takes a record out of the engine's own books. Takes no memory.
+void leaveBooks(Impl& impl, AttributeCopy& record) {
+  leaveMembers(impl, record);
+  for (auto it = impl.pending.begin(); it != impl.pending.end(); ++it)
+    if (it->second.record.ptr() == &record) {
+      impl.pending.erase(it);
+      return;
+    }
+}
+
 // Takes the record out that `which` names among those at one place. It is destroyed last, because a reactor may run.
 template <class Which>
 void dropPending(EntityCopy& ec, Impl::PendingKey const& key, Which const& which) {
@@ -40,10 +57,7 @@ void dropPending(EntityCopy& ec, Impl::PendingKey const& key, Which const& which
   if (it == end) return;
   Kel::Ptr<AttributeCopy> const record = std::move(it->second.record);
   impl.pending.erase(it);
-  if (auto const members = impl.pendingMembers.find({key.dest, key.attr, 0}); members != impl.pendingMembers.end()) {
-    members->second.erase(record.ptr());
-    if (members->second.empty()) impl.pendingMembers.erase(members);
-  }
+  leaveMembers(impl, *record);
   ec.pendingAttrDel(record);
 }
 
@@ -67,6 +81,28 @@ void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
   ec.pendingAttrDel(record);  // in case it was put there by hand
 }
 
+void forgetNamelessPending(EntityCopy& ec) noexcept {
+  auto const nameless = [](AttributeCopy const& r) {
+    return r.destValueFullName().empty() && r.destIndexFullName().empty();
+  };
+  if (ec.impl()) {
+    auto& pending = Impl::of(ec).pending;
+    for (auto it = pending.begin(); it != pending.end();) {
+      Kel::Ptr<AttributeCopy> const record = it->second.record;
+      if (nameless(*record)) leaveMembers(Impl::of(ec), *record);
+      it = nameless(*record) ? pending.erase(it) : std::next(it);
+    }
+  }
+  for (auto it = ec.pendingAttrIterator(); it; ++it) {
+    Kel::Ptr<AttributeCopy> const record = it.key();
+    try {
+      if (nameless(*record)) ec.pendingAttrDel(record);
+    } catch (...) {
+      // A run may be ending with an exception already.
+    }
+  }
+}
+
 void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Entity const> const& owner,
            Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget) {
   Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&attr), f.destPtr(), f.path());
@@ -86,10 +122,21 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
     record->srcValueFullNameIs(srcTarget.fullName());
     record->destValueFullNameIs(destTarget);
   }
-  ec.pendingAttrIs(record, true);
+  // Whatever fails, the engine's own books hold no record that waits nowhere, and none waits that they do not hold.
   Impl& impl = Impl::of(ec);
-  impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root()});
-  if (attr.isCollection()) impl.pendingMembers[{&f.dest, &attr, 0}].insert(record.ptr());
+  auto const entered = impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root()});
+  try {
+    if (attr.isCollection()) impl.pendingMembers[{&f.dest, &attr, 0}].insert(record.ptr());
+  } catch (...) {
+    impl.pending.erase(entered);
+    throw;
+  }
+  try {
+    ec.pendingAttrIs(record, true);
+  } catch (...) {
+    if (!ec.pendingAttr(record)) leaveBooks(impl, *record);
+    throw;
+  }
 }
 
 namespace {
