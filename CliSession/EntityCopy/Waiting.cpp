@@ -66,6 +66,22 @@ void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
   ec.pendingAttrDel(record);  // in case it was put there by hand
 }
 
+void forgetNamelessPending(EntityCopy& ec) noexcept {
+  auto const isNameless = [](AttributeCopy const& r) {
+    return r.destValueFullName().empty() && r.destIndexFullName().empty();
+  };
+  if (ec.impl())
+    std::erase_if(Impl::of(ec).pending, [&](auto const& waiting) { return isNameless(*waiting.second.record); });
+  for (auto it = ec.pendingAttrIterator(); it; ++it) {
+    Kel::Ptr<AttributeCopy> const record = it.key();
+    try {
+      if (isNameless(*record)) ec.pendingAttrDel(record);
+    } catch (...) {
+      // A run may be ending with an exception already.
+    }
+  }
+}
+
 void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Entity const> const& owner,
            Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget) {
   Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&attr), f.destPtr(), f.path());
@@ -85,9 +101,17 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
     record->srcValueFullNameIs(srcTarget.fullName());
     record->destValueFullNameIs(destTarget);
   }
-  ec.pendingAttrIs(record, true);
+  // Whatever fails, the record waits in both places or in neither.
   Impl& impl = Impl::of(ec);
-  impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred});
+  auto const entered =
+      impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred})->second.number;
+  try {
+    ec.pendingAttrIs(record, true);
+  } catch (...) {
+    if (!ec.pendingAttr(record))
+      std::erase_if(impl.pending, [&](auto const& waiting) { return waiting.second.number == entered; });
+    throw;
+  }
 }
 
 namespace {
