@@ -82,7 +82,7 @@ endforeach()
 
 install(FILES ${PROJECT_SOURCE_DIR}/man/kelc.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT development)
 install(FILES LICENSE README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development PATTERN doxygen EXCLUDE)
 
 if(TARGET cli-session)
   set_target_properties(cli-session PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})

@@ -1,80 +1,101 @@
-// The shell: lines of commands on a small configuration that has one of everything.
+// The shell: lines of commands, in one or two sessions on a small configuration that has one of everything.
 //
-// A command that fails says why and has changed nothing; whatever was done to a session, filling it again makes it
-// equal to what is running.
+// A command that fails says why and has changed nothing; help and completion take every line; what differs is never
+// wrong about the trees: a session without differences equals running, and one that is filled from running has none.
 #include <algorithm>
-#include <sstream>
+#include <string>
 #include <utility>
 
-#include "Commands.h"
+#include "CommandTable.h"
+#include "Completer.h"
 #include "Dump.h"
 #include "Fuzz.h"
+#include "Interpreter.h"
+#include "ModelLibrary.h"
 #include "Plant.h"
-#include "Reflect.h"
 
 namespace {
 
-using Shell::Outcome;
+using namespace Shell;
 
-struct Terminal {
-  Shell::Workspace workspace;
-  std::ostringstream out, err;
-  Shell::Commands commands{workspace, out, err};
+char const* const content = R"({
+  "hall": {
+    "u8": 3, "text": "it's", "texts": {"a.b/c": "x"}, "history": ["first"],
+    "bolt": {"b1": {"torque": 1.5}}, "gear": {"g1": {"teeth": 7, "size": {"width": 1, "height": 3}, "grade": "pure"}},
+    "axle": {"name": "main"}, "annex": {"a.b": {"bolt": {"c/d": {}}}}, "slot": {"-3": {}},
+    "job": [{"title": "paint", "step": [{}, {"text": "again"}]}], "favourite": "hall.bolt/b1"
+  },
+  "sys": {"annex": {"neighbour": "hall", "chosen": {"k": "hall.annex/a.b.bolt/c/d"}}}
+})";
 
-  Terminal() {
-    Kel::Dir::Ptr const running = workspace.running();
-    running->newEntity(Plant::Hall::_fwkType()->fullTypeName(), "hall");
-    Kel::ptrCast<Kel::Dir>(running->newEntity("Kel::Dir", "sys"))->newEntity("Plant::Hall", "annex");
-    static std::vector<std::pair<char const*, std::vector<std::string>>> const content = {
-        {"hall.u8", {"3"}},
-        {"hall.text", {"it's"}},
-        {"hall.texts/a.b/c", {"x"}},
-        {"hall.bolt/b1", {}},
-        {"hall.bolt/b1.torque", {"1.5"}},
-        {"hall.gear/g1", {"7", "Value('Plant::Size', ** {'width': 1})", "pure"}},
-        {"hall.axle", {"main"}},
-        {"hall.annex/a.b", {}},
-        {"hall.annex/a.b.bolt/c/d", {}},
-        {"hall.slot/-3", {}},
-        {"hall.history", {"first"}},
-        {"hall.job", {"paint"}},
-        {"hall.favourite", {"hall.bolt/b1"}},
-        {"sys/annex.neighbour", {"hall"}},
-        {"sys/annex.chosen/k", {"hall.annex/a.b.bolt/c/d"}},
-    };
-    for (auto const& [path, texts] : content) Shell::setFromText(running, Shell::locate(running, path), texts);
-    workspace.sessionRootIs("hall", "Plant::Hall");
-    workspace.sessionRootIs("sys/annex", "Plant::Hall");
-  }
-
-  std::string session() const { return workspace.hasSession() ? Tests::dump(workspace.sessionDir()) : ""; }
-  Outcome run(std::string const& line) {
-    std::string const name = workspace.sessionName();
-    err.str("");
-    Outcome const outcome = commands.run(line);
-    FUZZ_LAW(err.str().empty() == (outcome != Outcome::failed), line + ": " + err.str());
-    std::string const before = std::exchange(held, session());
-    if (outcome == Outcome::failed) FUZZ_LAW(held == before && workspace.sessionName() == name, line);
-    return outcome;
-  }
-
- private:
-  std::string held;  // by the session after the last command
-};
-
-// Whether a command asks for the end of the process at some edit.
-bool asksForTheEnd(std::string line) {
-  line.erase(std::remove_if(line.begin(), line.end(), [](char c) { return c == '"' || c == '\\'; }), line.end());
-  return line.find("assert") != std::string::npos;
+Model const& plant() {
+  static std::unique_ptr<Model> const model = [] {
+    Plant::Hall::_fwkType();
+    return modelOfTypes("plant", {"hall=Plant::Hall", "sys/annex=Plant::Hall"});
+  }();
+  return *model;
 }
 
-// What was set is shown; of words that need no quotes.
-void showSet(Terminal& terminal, std::string const& line) {
-  if (line.find_first_of("\\\"\t\r\v\f") != std::string::npos) return;
-  std::istringstream words(line);
-  std::string command, path;
-  words >> command >> path;
-  if (command == "set") FUZZ_LAW(terminal.commands.run("show " + path) == Outcome::ok, line + terminal.err.str());
+struct Terminal {
+  Device device;
+  Context context{device};
+  Interpreter interpreter{context};
+  Completer completer{context};
+
+  Terminal() : device(plant(), settings()) {}
+
+  static Device::Settings settings() {
+    Device::Settings settings;
+    settings.file = "plant.json";
+    settings.text = content;
+    settings.clock = [] { return 1.7e9; };
+    return settings;
+  }
+
+  // What all sessions and the running configuration hold.
+  std::string trees() {
+    std::string out = Tests::dump(device.service().running().dir);
+    for (auto const& listed : device.service().list())
+      out += listed.name + Tests::dump(device.service().session(listed.name)->tree().dir);
+    return out;
+  }
+
+  Outcome run(std::string const& line) {
+    std::string const before = trees();
+    Interpreter::Answer const answer = interpreter.run(line);
+    FUZZ_LAW(answer.error.empty() == (answer.outcome != Outcome::failed), line + ": " + answer.error);
+    bool const control = std::any_of(answer.output.begin(), answer.output.end(),
+                                     [](unsigned char c) { return (c < ' ' && c != '\n') || c == 0x7f; });
+    FUZZ_LAW(!control, line + ": " + answer.output);
+    if (answer.outcome == Outcome::failed) FUZZ_LAW(trees() == before, line + ": " + answer.error);
+    return answer.outcome;
+  }
+
+  // Whether a line writes or reads files, traces, or asks for the end of the process.
+  bool isBarred(std::string const& line) {
+    std::vector<Word> const words = splitLine(line).words;
+    if (std::any_of(words.begin(), words.end(), [](Word const& w) { return w.text == "|"; })) return true;
+    try {
+      Context other(device);
+      Grammar::Match const match = commandGrammar().match(words, acceptsIn(other));
+      Run* const command = commandTable()[match.rule].run;
+      return command == load || command == save || command == trace || command == debugEdit ||
+             match.arguments.has("FILE");
+    } catch (UsageError const&) {
+      return false;
+    }
+  }
+};
+
+void laws(Terminal& terminal) {
+  if (!terminal.context.hasSession()) return;
+  auto& session = terminal.context.session();
+  if (session.differencesFromRunning().empty())
+    FUZZ_LAW(terminal.run("compare") == Outcome::ok, "no differences, and not equal");
+  if (terminal.device.service().waiting()) return;
+  FUZZ_LAW(terminal.run("replace") == Outcome::ok, "replace");
+  FUZZ_LAW(terminal.run("compare") == Outcome::ok, terminal.context.out.str());
+  FUZZ_LAW(Tests::dump(session.tree().dir) == Tests::dump(session.ancestor().dir), "session and ancestor");
 }
 
 }  // namespace
@@ -85,13 +106,13 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   Terminal terminal;
   while (!input.atEnd()) {
     std::string const line(input.line());
-    if (asksForTheEnd(line)) continue;
-    Outcome const outcome = terminal.run(line);
-    if (outcome == Outcome::quit) break;
-    if (outcome == Outcome::ok) showSet(terminal, line);
+    std::size_t begin = 0;
+    for (Candidate const& candidate : terminal.completer.complete(line, begin))
+      FUZZ_LAW(candidate.word.find('\n') == std::string::npos && begin <= line.size(), line);
+    terminal.completer.help(line);
+    if (terminal.isBarred(line)) continue;
+    if (terminal.run(line) == Outcome::quit) break;
   }
-  if (!terminal.workspace.hasSession()) return 0;
-  FUZZ_LAW(terminal.run("replace") == Outcome::ok, terminal.err.str());
-  FUZZ_LAW(terminal.run("compare") == Outcome::ok, terminal.out.str());
+  laws(terminal);
   return 0;
 }

@@ -293,6 +293,10 @@ class Editor::Impl {
     PathStep const& last = path.steps.back();
     KelAttr const& attr = *last.attr;
     if (!attr.copiable()) throw InputError("'" + path.text() + "' cannot be set");
+    // A reference under its target's name.
+    std::string const name = last.key ? last.keyText() : std::string();
+    bool const byName = attr.isPtr() && last.key && attr.keyType() == Kel::TypeOf<Kel::Name>::type();
+    if (words.empty() && byName) return setValue(applied, path, {&name, 1});
     if (words.size() != 1) {
       bool const isText = attr.isValue() && attr.type()->builtin() == KelType::Builtin::string;
       throw InputError("'" + path.text() + "' takes one value, " + explanationOf(attr) +

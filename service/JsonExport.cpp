@@ -66,8 +66,9 @@ class Exporter {
   }
 
   Json entity(Kel::Entity const& e) {
-    if (Kel::Dir const* dir = asDir(&e)) return directory(*dir);
+    if (Kel::Dir const* dir = asDir(&e)) return directory(*dir, false);
     Json json = Json::object();
+    reserve(json, e.type()->attributeQ().size() + 1);
     KelAttr const* const holder = e.parent() && !asDir(e.parent()) ? e.parentAttr() : nullptr;
     if (!holder || holder->type() != e.type()) json["$type"] = e.type()->fullTypeName().str();
     bool const keyed = holder ? holder->isCollection() : e.parent() != nullptr;
@@ -98,17 +99,17 @@ class Exporter {
   }
 
  private:
-  Json directory(Kel::Dir const& dir) {
+  Json directory(Kel::Dir const& dir, bool withType) {
     Json json = Json::object();
+    reserve(json, dir.entryStates() + 1);
+    if (withType) json["$type"] = dir.type()->fullTypeName().str();
     for (auto it = dir.entryStateIteratorConst(); it; ++it) {
       std::string name = it->name().str();
       if (name.starts_with('$')) name = "$" + name;
       Kel::Entity::PtrConst const child = it->entityPtr();
-      if (child && asDir(child.ptr())) {
-        json[name] = Json{{"$type", child->type()->fullTypeName().str()}};
-        json[name].update(below(entryStep(it->name()), [&] { return entity(*child); }));
-      } else if (child)
-        json[name] = below(entryStep(it->name()), [&] { return entity(*child); });
+      Kel::Dir const* const inner = asDir(child.ptr());
+      if (child)
+        json[name] = below(entryStep(it->name()), [&] { return inner ? directory(*inner, true) : entity(*child); });
       else
         json[name] = Json{{"$type", it->entityTypeName().str()}, {"$absent", true}};
     }
@@ -160,6 +161,7 @@ class Exporter {
     }
     return json;
   }
+  // An object that grows copies what is in it.
   static void reserve(Json& json, std::size_t size) { json.get_ref<Json::object_t&>().reserve(size); }
 
   // Members that wait for the target of their key.

@@ -221,6 +221,10 @@ std::string textOf(GenericIf const& value) {
   return isFloat && text.ends_with("inf") ? text + "inity" : text;
 }
 
+std::optional<std::string> enumeratorText(KelType const& type, std::string_view text) {
+  return enumText(type, spellingOf(type), trimmed(text));
+}
+
 bool isUnset(KelType const& type, std::string_view enumerator) { return isUnsetIn(spellingOf(type), enumerator); }
 
 std::optional<std::uint64_t> unsignedNumber(std::string_view text) {

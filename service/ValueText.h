@@ -6,6 +6,7 @@
 // before the first look-up. Registering and look-ups may be done on any thread.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -48,6 +49,9 @@ CLI_SERVICE_API std::vector<std::string> valueWords(Kel::KelType const& type);
 CLI_SERVICE_API std::string textOf(Kel::GenericIf const& value);
 // An enumerator that stands for "not set".
 CLI_SERVICE_API bool isUnset(Kel::KelType const& type, std::string_view enumerator);
+
+// An enumerator as the rules of its kind read it; nothing when the text is none.
+CLI_SERVICE_API std::optional<std::string> enumeratorText(Kel::KelType const& type, std::string_view text);
 
 // For models: what is taken by all numbers and booleans, and blanks.
 CLI_SERVICE_API std::optional<std::uint64_t> unsignedNumber(std::string_view text);

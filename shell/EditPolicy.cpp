@@ -19,8 +19,7 @@ Kel::Entity::Ptr defaultEntity(Session::AttributeEditBypassTable& table, Kel::Ke
   return Kel::ptrCast<Kel::Dir>(all->entityRef(type.fullTypeName()))->entryStateIterator()->entityPtr();
 }
 
-}  // namespace
-
+// Registers a default entity for every attribute that owns entities in a tree of that type.
 void bypassDefaults(Session::AttributeEditBypassTable& table, Kel::KelType const& rootType, Kel::String const& prefix) {
   std::vector<Kel::KelType const*> types{&rootType};
   for (std::size_t i = 0; i < types.size(); ++i) {
@@ -33,6 +32,24 @@ void bypassDefaults(Session::AttributeEditBypassTable& table, Kel::KelType const
       if (std::find(types.begin(), types.end(), attr->type()) == types.end()) types.push_back(attr->type());
     }
   }
+}
+
+}  // namespace
+
+void bypassDefaultsIs(Cli::Service::Service& service, bool on) {
+  Session::Status& manager = service.manager();
+  if (!on) return manager.attributeEditBypassTableIs(nullptr);
+  // The manager's pointer is what holds the table: it stands in a directory of the manager's.
+  Kel::Dir::Ptr const dir(static_cast<Kel::Dir*>(manager.parent()));
+  Kel::Name const name("bypass");
+  if (!dir->entry(name)) {
+    auto const made = dir->newEntity("Cli::Session::AttributeEditBypassTable", name);
+    auto& table = static_cast<Session::AttributeEditBypassTable&>(*made);
+    for (Cli::Service::SessionRoot const& root : service.roots())
+      if (Kel::KelType const* const type = Kel::KelType::find(root.typeName))
+        bypassDefaults(table, *type, manager.sessionDir()->fullName() + "/");
+  }
+  manager.attributeEditBypassTableIs(Kel::ptrCast<Session::AttributeEditBypassTable>(dir->entityRef(name)));
 }
 
 void debugActionsIs(Session::AttributeEditLog& log, Session::CliConfig const& config) {

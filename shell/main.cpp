@@ -1,101 +1,115 @@
 // cli-session: configuration sessions on a configuration file, from a terminal or a script.
-#include <readline/history.h>
-#include <readline/readline.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <iostream>
 
-#include "Commands.h"
-#include "Kel/Exception.h"
-#include "Workspace.h"
-#include "examples/config_db/Loader.h"
+#include "Device.h"
+#include "Diff.h"
+#include "Front.h"
+#include "ModelLibrary.h"
+
+// The embedded default. Everything else knows models by their interface alone.
+extern "C" Shell::Model const* cli_session_model();
 
 namespace {
 
-using Shell::Outcome;
-
 struct Options {
   std::string file;
-  std::vector<std::string> commands;
-  bool echo = false;
+  std::string stateDir;
+  std::string library;
+  std::vector<std::string> roots;
+  Shell::FrontOptions front;
+  Shell::DiffOptions diff;
 };
 
-void load(Shell::Workspace& workspace, std::string const& file) {
-  ConfigDb::Report report;
-  ConfigDb::loadConfigDb(file, workspace.running(), report);
-  for (ConfigDb::SessionRoot const& root : ConfigDb::sessionRoots()) workspace.sessionRootIs(root.path, root.typeName);
-  for (std::string const& complaint : report.complaints) std::cerr << complaint << "\n";
-  std::cout << file << ": " << report.entryCount() << " entries of " << report.entries.size() << " tables loaded, "
-            << report.complaints.size() << " remarks\n";
-}
-
-// One line after the other, until there are no more, one says to stop, or (in a script) one fails.
-template <class NextLine>
-Outcome runAll(Shell::Commands& commands, bool echo, bool stopAtFailure, NextLine const& nextLine) {
-  Outcome last = Outcome::ok;
-  std::string line;
-  while (nextLine(line)) {
-    if (echo) std::cout << "> " << line << std::endl;
-    Outcome const outcome = commands.run(line);
-    std::cout.flush();
-    if (outcome == Outcome::quit) break;
-    last = outcome;
-    if (stopAtFailure && last == Outcome::failed) break;
+// The model that was asked for; one of types alone is kept in `made`.
+Shell::Model const& modelFor(Options const& options, std::unique_ptr<Shell::Model>& made) {
+  if (options.library.empty()) {
+    if (options.roots.empty()) return *cli_session_model();
+    throw Shell::ModelError("--root goes with --model");
   }
-  return last;
+  Shell::Model const* const exported = Shell::openModelLibrary(options.library);
+  if (exported && options.roots.empty()) return *exported;
+  made = Shell::modelOfTypes(options.library, options.roots);
+  return *made;
 }
 
-bool readlineLine(std::string& line) {
-  char* text = readline("cli-session> ");
-  if (!text) return false;
-  line = text;
-  if (*text) add_history(text);
-  free(text);
-  return true;
+// SOURCE_DATE_EPOCH stands for the time, where transcripts are to come out the same.
+std::function<double()> clockFor() {
+  char const* const fixed = std::getenv("SOURCE_DATE_EPOCH");
+  if (!fixed || !*fixed) return nullptr;
+  double const seconds = std::strtod(fixed, nullptr);
+  return [seconds] { return seconds; };
 }
 
-Outcome runCommands(Shell::Workspace& workspace, Options const& options) {
-  Shell::Commands commands(workspace, std::cout, std::cerr);
-  if (!options.commands.empty()) {
-    auto next = options.commands.begin();
-    return runAll(commands, options.echo, true, [&](std::string& line) {
-      if (next == options.commands.end()) return false;
-      line = *next++;
-      return true;
-    });
-  }
-  if (isatty(STDIN_FILENO)) return runAll(commands, false, false, readlineLine);
-  return runAll(commands, options.echo, true,
-                [](std::string& line) { return static_cast<bool>(std::getline(std::cin, line)); });
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  Options options;
-  CLI::App app("Opens configuration sessions on a configuration and runs commands on them; 'help' lists the commands.");
-  app.add_option("CONFIG", options.file, "a configuration in the config_db form (JSON)")->required();
-  // One command an option: a command is not to swallow the words that follow it.
-  app.add_option("-c,--command", options.commands, "a command to run; may be given several times")
+void addModelOptions(CLI::App& app, Options& options) {
+  app.add_option("--model", options.library, "a model library to use in place of the built-in config_db model")
+      ->type_name("LIBRARY");
+  app.add_option("--root", options.roots, "a session root of the model, TYPE or PATH=TYPE; may be given several times")
+      ->type_name("TYPE")
       ->allow_extra_args(false);
-  app.add_flag("--echo", options.echo, "print each command before what it answers");
+}
+
+int runDiff(int argc, char** argv) {
+  Options options;
+  CLI::App app("Compares two configurations.", "cli-session diff");
+  app.add_option("A", options.diff.from, "a configuration")->required();
+  app.add_option("B", options.diff.to, "another")->required();
+  app.add_flag("--commands", options.diff.commands, "as commands that turn the first into the second");
+  app.add_flag("--json", options.diff.json, "as JSON");
+  addModelOptions(app, options);
+  app.footer("Exit status: 0 when they are equal, 1 when they differ, 2 when something failed.");
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& e) {
+    return app.exit(e) == 0 ? 0 : 2;
+  }
+  std::unique_ptr<Shell::Model> made;
+  return Shell::runDiff(modelFor(options, made), options.diff);
+}
+
+int runSessions(int argc, char** argv) {
+  Options options;
+  CLI::App app(
+      "Opens configuration sessions on a configuration and runs commands on them; 'help' lists the commands.\n"
+      "'cli-session diff A B' compares two configurations.");
+  app.add_option("CONFIG", options.file,
+                 "a configuration in the model's form (config_db), or a JSON tree; '-': standard "
+                 "input")
+      ->required();
+  app.add_option("--state", options.stateDir, "keep commits in this directory")->type_name("DIR");
+  // One command an option: a command is not to swallow the words that follow it.
+  app.add_option("-c,--command", options.front.commands, "a command to run; may be given several times")
+      ->type_name("COMMAND")
+      ->allow_extra_args(false);
+  app.add_option("--script", options.front.script, "run the commands of a file")->type_name("FILE");
+  app.add_flag("--echo", options.front.echo, "print each command before what it answers");
+  app.add_flag("--quiet", options.front.quiet, "say nothing about the file that was loaded");
+  addModelOptions(app, options);
   app.footer(
-      "Exit status: that of the last command; 0 when it succeeded, 1 when a comparison found a difference, 2 when "
+      "Exit status: that of the last command; 0 when it succeeded, 1 when it found differences or conflicts, 2 when "
       "something failed.");
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& e) {
     return app.exit(e) == 0 ? 0 : 2;
   }
+  options.front.configFromInput = options.file == "-";
+  std::unique_ptr<Shell::Model> made;
+  Shell::Device device(modelFor(options, made), {options.file, options.stateDir, clockFor()});
+  return Shell::runFront(device, options.file, options.front);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    Shell::Workspace workspace;
-    load(workspace, options.file);
-    return static_cast<int>(runCommands(workspace, options));
-  } catch (ConfigDb::LoadError const& e) {
-    std::cerr << e.what() << "\n";
+    bool const diff = argc > 1 && std::string(argv[1]) == "diff" && ::access("diff", F_OK) != 0;
+    return diff || (argc > 3 && std::string(argv[1]) == "diff") ? runDiff(argc - 1, argv + 1) : runSessions(argc, argv);
   } catch (std::exception const& e) {
-    std::cerr << options.file << ": " << e.what() << "\n";
+    std::cerr << e.what() << "\n";
+    return 2;
   }
-  return 2;
 }

@@ -2,7 +2,9 @@
 
 #include <optional>
 
+#include "examples/config_db/Editing.h"
 #include "examples/config_db/Values.h"
+#include "service/JsonTree.h"
 
 namespace ConfigDb {
 
@@ -27,14 +29,6 @@ std::vector<std::string_view> split(std::string_view text) {
   }
 }
 
-// Whether a value that was given would pass for one that was not.
-bool looksAbsent(GenericIf const& value) {
-  Kel::KelType const& type = *value.type();
-  if (!type.isBuiltin() || type.builtin() == Kel::KelType::Builtin::string) return false;
-  bool const isBool = type.builtin() == Kel::KelType::Builtin::boolT;
-  return value.valueEqual(*type.genericFromText(isBool ? "false" : "0"));
-}
-
 }  // namespace
 
 void Complaints::add(std::string const& where, std::string const& what) {
@@ -57,9 +51,22 @@ GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& fie
     if (!found.problem.empty()) complain(entry, field, found.problem + ", " + done);
     return GenericIf::ofEntity(found.entity);
   }
-  GenericIf::Ptr value = valueFromText(type, text);
+  GenericIf::Ptr value = Cli::Service::valueOf(type, text);
   if (!value) complain(entry, field, "\"" + std::string(text) + "\" " + refusal(type) + ", " + done);
   return value;
+}
+
+void FieldWriter::noteDangling(Entry const& entry, Kel::KelAttr const& attr, std::string_view text,
+                               GenericIf::PtrConst key, GenericIf::PtrConst const& member) const {
+  Kel::KelType const& type = attr.keyIsPtr() ? *attr.keyType() : *attr.type();
+  Tree::Found const found = tree_.referred(type, text);
+  if (found.problem.empty()) return;
+  std::string const target = tree_.expected(type, text);
+  if (attr.keyIsPtr()) key = GenericIf::of(Kel::String8(target));
+  Cli::Service::Path const owner = tree_.pathOf(*entry.entity->entity());
+  Cli::Service::Json const value =
+      member ? Cli::Service::exportValue(member.ptr(), *entry.entity->entity()) : Cli::Service::Json(target);
+  dangling_.push_back({owner / Cli::Service::memberStep(attr, key), value, target, found.problem});
 }
 
 void FieldWriter::keyPart(Entry const& entry, std::string const& attribute, std::string_view text) const {
@@ -84,18 +91,19 @@ void FieldWriter::mapped(Entry const& entry, std::string const& name, JsonValue 
   auto const text = scalarText(value);
   if (!text) return complain(entry, name, std::string(kindName(value.kind)) + " is no single value, left out");
   auto const key = converted(entry, name, *attr.keyType(), attr.keyIsPtr(), name, "left out");
-  auto const member = key ? converted(entry, name, *attr.type(), false, *text, "left out") : nullptr;
-  if (member) entry.entity->attributeIs(attr.id(), key, member);
+  auto const member = converted(entry, name, *attr.type(), false, *text, "left out");
+  if (!key && member && attr.keyIsPtr()) noteDangling(entry, attr, name, nullptr, member);
+  if (key && member) entry.entity->attributeIs(attr.id(), key, member);
 }
 
 void FieldWriter::single(Entry const& entry, Kel::KelAttr const& attr, std::string const& name,
                          std::string_view text) const {
   auto const value =
       converted(entry, name, *attr.type(), attr.isPtr(), text, attr.isPtr() ? "left null" : "left unset");
+  if (!value && attr.isPtr()) noteDangling(entry, attr, text, nullptr, nullptr);
   if (!value) return;
   entry.entity->attributeIs(attr.id(), nullptr, value);
-  if (!attr.isPtr() && looksAbsent(*value))
-    entry.entity->attributeIs(entry.entity->attributeId("present"), GenericIf::of(attr.name()), GenericIf::of(true));
+  notePresence(*entry.entity->entity(), attr, true);
 }
 
 // A list replaces the one that is there: an entry can be given twice, under two spellings of its key.
@@ -120,6 +128,7 @@ void FieldWriter::one(Entry const& entry, Kel::KelAttr const& attr, std::string 
                       std::string_view text) const {
   if (isAbsent(text)) return;
   auto const value = converted(entry, name, *attr.type(), attr.isPtr(), text, "left out");
+  if (!value && attr.isPtr()) noteDangling(entry, attr, text, GenericIf::of(Kel::Name(Tree::nameIn(text))), nullptr);
   if (!value) return;
   if (attr.isQueue())
     entry.entity->attributeSQEnq(attr.id(), value);

@@ -7,6 +7,7 @@
 
 #include "examples/config_db/Json.h"
 #include "examples/config_db/Tree.h"
+#include "service/PendingReferences.h"
 
 namespace ConfigDb {
 
@@ -30,7 +31,9 @@ class Complaints {
 
 class FieldWriter {
  public:
-  FieldWriter(Tree const& tree, Complaints& complaints) : tree_(tree), complaints_(complaints) {}
+  // `dangling` gets the references that lead nowhere.
+  FieldWriter(Tree const& tree, Complaints& complaints, std::vector<Cli::Service::PendingReference>& dangling)
+      : tree_(tree), complaints_(complaints), dangling_(dangling) {}
 
   void keyPart(Entry const& entry, std::string const& attribute, std::string_view text) const;
   void field(Entry const& entry, std::string const& name, JsonValue const& value) const;
@@ -44,8 +47,13 @@ class FieldWriter {
   Kel::GenericIf::Ptr converted(Entry const& entry, std::string const& field, Kel::KelType const& type, bool pointer,
                                 std::string_view text, char const* done) const;
 
+  // Notes a reference, if it leads nowhere. `key`: of the member that it is; `member`: what is to stand under it.
+  void noteDangling(Entry const& entry, Kel::KelAttr const& attr, std::string_view text, Kel::GenericIf::PtrConst key,
+                    Kel::GenericIf::PtrConst const& member) const;
+
   Tree const& tree_;
   Complaints& complaints_;
+  std::vector<Cli::Service::PendingReference>& dangling_;
 };
 
 }  // namespace ConfigDb

@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "examples/config_db/Editing.h"
 #include "examples/config_db/Fields.h"
 #include "examples/config_db/Source.h"
 #include "examples/config_db/TableMap.h"
@@ -14,34 +15,13 @@ namespace ConfigDb {
 
 namespace {
 
-// The texts of a key's parts; one that is missing is empty. Nothing when the text is no key of the table. The last part
-// takes what is left, bars included.
-std::vector<std::string> splitKey(std::vector<KeyPart> const& parts, std::string_view text) {
-  std::vector<std::string> texts(parts.size());
-  bool const oneText = text.find('|') == std::string_view::npos;
-  std::size_t first = 0, last = parts.size() - 1;
-  if (oneText && parts.front().optional) first = last;
-  if (oneText && !parts.back().child.empty()) last = first;  // the key of the parent
-  for (std::size_t i = first; i <= last; ++i) {
-    std::size_t const bar = i == last ? std::string_view::npos : text.find('|');
-    texts[i] = trimmed(text.substr(0, bar));
-    if (texts[i].empty() || (i < last && bar == std::string_view::npos)) return {};
-    if (i < last) text.remove_prefix(bar + 1);
-  }
-  return texts;
-}
-
-// A part in the one spelling that it has in names.
-std::string canonicalPart(Kel::KelType const& type, KeyPart const& part, std::string const& text) {
-  if (part.attribute.empty()) return text;
-  Kel::KelAttr const& attr = *type.getAttr(part.attribute);
-  return attr.isPtr() ? text : canonicalText(*attr.type(), text).value_or(text);
-}
-
 class Load {
  public:
   Load(Source const& source, Report& report)
-      : source_(source), report_(report), complaints_(source.file, report.complaints), writer_(tree_, complaints_) {}
+      : source_(source),
+        report_(report),
+        complaints_(source.file, report.complaints),
+        writer_(tree_, complaints_, report.dangling) {}
 
   void run(Kel::Dir::Ptr const& into) {
     report_.complaints = duplicateComplaints(source_);
@@ -159,6 +139,7 @@ unsigned Report::entryCount() const {
 }
 
 std::vector<SessionRoot> const& sessionRoots() {
+  registerModel();
   static std::vector<SessionRoot> const all = [] {
     std::vector<SessionRoot> made;
     for (Root const& root : roots()) made.push_back({root.path, root.type});
@@ -167,15 +148,27 @@ std::vector<SessionRoot> const& sessionRoots() {
   return all;
 }
 
-void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
-  Source const source = readSource(file);
+namespace {
+
+void load(Source const& source, Kel::Dir::Ptr const& into, Report& report) {
+  registerModel();
   try {
     Report met;
     Load(source, met).run(into);
     report = std::move(met);
   } catch (Kel::Exception const& e) {
-    throw LoadError(file + ": " + e.what());
+    throw LoadError(source.file + ": " + e.what());
   }
+}
+
+}  // namespace
+
+void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
+  load(readSource(file), into, report);
+}
+
+void loadConfigDbText(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into, Report& report) {
+  load(sourceOf(text, file), into, report);
 }
 
 }  // namespace ConfigDb

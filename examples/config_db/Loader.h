@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Kel/Dir.h"
+#include "service/PendingReferences.h"
 
 namespace ConfigDb {
 
@@ -26,6 +27,9 @@ struct Report {
   // The tables that were loaded, with the number of their entries. An address of an interface is an entry.
   std::map<std::string, unsigned> entries;
 
+  // References that lead nowhere: where they stand, relative to the directory loaded into, and what they say.
+  std::vector<Cli::Service::PendingReference> dangling;
+
   unsigned entryCount() const;
 };
 
@@ -39,5 +43,7 @@ std::vector<SessionRoot> const& sessionRoots();
 
 // Nothing is changed when it raises LoadError; directories that are there are used, session roots must not be.
 void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report);
+// The same from a text; `file` is for messages.
+void loadConfigDbText(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into, Report& report);
 
 }  // namespace ConfigDb

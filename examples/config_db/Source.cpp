@@ -52,6 +52,28 @@ std::string wrapperIn(std::string const& file, JsonValue const& value) {
   return wrapper;
 }
 
+// Puts entries that stand by themselves, "TABLE|KEY", into their tables.
+void gatherFlatEntries(JsonValue& value) {
+  std::vector<JsonMember> members;
+  for (JsonMember& member : value.members) {
+    std::size_t const bar = member.name.find('|');
+    std::string const name = bar == std::string::npos ? std::string() : member.name.substr(0, bar);
+    if (name.empty() || !findTable(name)) {
+      members.push_back(std::move(member));
+      continue;
+    }
+    auto table = std::find_if(members.begin(), members.end(), [&](JsonMember const& m) { return m.name == name; });
+    if (table == members.end()) {
+      JsonValue made;
+      made.kind = JsonValue::Kind::object;
+      made.place = member.value.place;
+      table = members.insert(members.end(), JsonMember{name, made});
+    }
+    table->value.members.push_back({member.name.substr(bar + 1), std::move(member.value)});
+  }
+  value.members = std::move(members);
+}
+
 // Tables and entries of the model must be objects; null will do for one that is empty.
 void checkShape(Source const& source) {
   auto const check = [&](std::string const& name, JsonValue const& value) {
@@ -69,19 +91,23 @@ void checkShape(Source const& source) {
 
 JsonValue const& Source::tables() const { return wrapper.empty() ? document.value : *document.value.find(wrapper); }
 
-Source readSource(std::string const& file) {
+Source readSource(std::string const& file) { return sourceOf(contents(file), file); }
+
+Source sourceOf(std::string const& text, std::string const& file) {
   Source source;
   source.file = file;
-  std::string const text = contents(file);
   try {
     source.document = parseJson(text, JsonLimits());
   } catch (JsonError const& e) {
     fail(file, e.place, e.what());
   }
-  JsonValue const& value = source.document.value;
+  JsonValue& value = source.document.value;
   if (!value.isObject())
     fail(file, value.place, std::string("an object of tables expected, not ") + kindName(value.kind));
+  gatherFlatEntries(value);
   if (!holdsTables(value)) source.wrapper = wrapperIn(file, value);
+  if (!value.members.empty() && source.wrapper.empty() && !holdsTables(value))
+    fail(file, value.place, "no configuration of the config_db form: no table of the model is in it");
   checkShape(source);
   return source;
 }

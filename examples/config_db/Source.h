@@ -19,6 +19,9 @@ struct Source {
 
 // Raises LoadError.
 Source readSource(std::string const& file);
+// The same from a text; `file` is for messages. Entries may stand in their tables, {"TABLE": {"KEY": {…}}}, or by
+// themselves, {"TABLE|KEY": {…}}. Raises LoadError for a text in which no table of the model is, unless it is "{}".
+Source sourceOf(std::string const& text, std::string const& file);
 
 // The complaints about names that are given more than once.
 std::vector<std::string> duplicateComplaints(Source const& source);

@@ -27,7 +27,7 @@ void eachComponent(std::string_view path, Visit const& visit) {
 }
 
 GenericIf::Ptr member(GenericIf::Ptr const& owner, Kel::KelAttr const& attr, std::string const& name) {
-  auto const key = valueFromText(*attr.keyType(), name);
+  auto const key = Cli::Service::valueOf(*attr.keyType(), name);
   if (!key) return nullptr;
   owner->attributeIs(attr.id(), key, nullptr);
   return owner->attribute(attr.id(), key);
@@ -87,14 +87,47 @@ std::vector<Table const*> const& Tree::tablesOf(Kel::KelType const& type) const 
   return found->second;
 }
 
-Tree::Found Tree::referred(Kel::KelType const& type, std::string_view text) const {
-  std::string_view name = trimmed(text);
-  std::string_view tableName;
+namespace {
+
+// A text that refers to an entry: "name", "[TABLE|name]".
+struct Referring {
+  std::string_view table, name;
+};
+Referring referring(std::string_view text) {
+  std::string_view const name = trimmed(text);
   std::size_t const bar = name.find('|');
-  if (name.size() > 2 && name.front() == '[' && name.back() == ']' && bar != std::string_view::npos) {
-    tableName = name.substr(1, bar - 1);
-    name = name.substr(bar + 1, name.size() - bar - 2);
+  if (name.size() <= 2 || name.front() != '[' || name.back() != ']' || bar == std::string_view::npos) return {{}, name};
+  return {name.substr(1, bar - 1), name.substr(bar + 1, name.size() - bar - 2)};
+}
+
+}  // namespace
+
+std::string Tree::nameIn(std::string_view text) { return std::string(referring(text).name); }
+
+std::string Tree::expected(Kel::KelType const& type, std::string_view text) const {
+  auto const [tableName, name] = referring(text);
+  for (Table const* table : tablesOf(type))
+    if (tableName.empty() || tableName == table->name)
+      return std::string(table->root) + "." + table->attribute + "/" + std::string(name);
+  return std::string(name);
+}
+
+Cli::Service::Path Tree::pathOf(Kel::Entity const& entity) const {
+  Cli::Service::Path path;
+  for (auto const& [rootPath, root] : roots_) {
+    if (root->entityConst().ptr() != entity.root()) continue;
+    eachComponent(rootPath, [&](Kel::Name const& name) {
+      path.steps.push_back(Cli::Service::entryStep(name));
+      return true;
+    });
+    auto const below = Cli::Service::pathOf(entity, *root->entityConst());
+    path.steps.insert(path.steps.end(), below->steps.begin(), below->steps.end());
   }
+  return path;
+}
+
+Tree::Found Tree::referred(Kel::KelType const& type, std::string_view text) const {
+  auto const [tableName, name] = referring(text);
   std::string names;
   for (Table const* table : tablesOf(type)) {
     names += (names.empty() ? "" : "|") + std::string(table->name);

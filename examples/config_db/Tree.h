@@ -9,6 +9,7 @@
 #include "Kel/Dir.h"
 #include "Kel/GenericIf.h"
 #include "examples/config_db/TableMap.h"
+#include "service/Path.h"
 
 namespace ConfigDb {
 
@@ -30,6 +31,12 @@ class Tree {
     std::string problem;
   };
   Found referred(Kel::KelType const& type, std::string_view text) const;
+  // The path at which what a text refers to would be, in the table that it names, or the first that may hold it.
+  std::string expected(Kel::KelType const& type, std::string_view text) const;
+  // The name in a text that refers to something.
+  static std::string nameIn(std::string_view text);
+  // The path that an entity of the tree will have.
+  Cli::Service::Path pathOf(Kel::Entity const& entity) const;
 
   // Puts the roots into directories below `into`. Raises LoadError, and then has changed nothing.
   void attach(std::string const& file, Kel::Dir::Ptr const& into) const;

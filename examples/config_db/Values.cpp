@@ -4,61 +4,25 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <cstdint>
 #include <initializer_list>
+#include <set>
 
 #include "Kel/Exception.h"
+#include "examples/config_db/TableMap.h"
 
 namespace ConfigDb {
 
+using Cli::Service::unsignedNumber;
 using Text = std::optional<std::string>;
 
 namespace {
-
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool isOneOf(std::string_view word, std::initializer_list<std::string_view> words) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
 // --- Numbers ---
-
-std::optional<std::uint64_t> unsignedNumber(std::string_view text) {
-  int base = 10;
-  if (text.size() > 2 && text[0] == '0' && lower(text[1]) == 'x') {
-    base = 16;
-    text.remove_prefix(2);
-  }
-  std::uint64_t number = 0;
-  char const* const end = text.data() + text.size();
-  auto const [at, error] = std::from_chars(text.data(), end, number, base);
-  if (error != std::errc() || at != end) return std::nullopt;
-  return number;
-}
-
-Text integerText(std::string_view text) {
-  bool const negative = !text.empty() && text.front() == '-';
-  if (negative) text.remove_prefix(1);
-  auto const number = unsignedNumber(text);
-  if (!number) return std::nullopt;
-  return (negative && *number ? "-" : "") + std::to_string(*number);
-}
-
-Text floatText(std::string_view text) {
-  double number = 0;
-  char const* const end = text.data() + text.size();
-  auto const [at, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || at != end || !std::isfinite(number)) return std::nullopt;
-  return std::string(text);
-}
-
-Text boolText(std::string_view text) {
-  std::string const word = lowered(text);
-  if (isOneOf(word, {"true", "on", "yes", "1"})) return "true";
-  if (isOneOf(word, {"false", "off", "no", "0"})) return "false";
-  return std::nullopt;
-}
 
 Text numberOr(std::string_view text, std::string_view word, std::uint64_t max) {
   if (lowered(text) == word) return std::string(word);
@@ -94,8 +58,9 @@ Text hexMask(std::string_view text) {
 
 // "300m"
 Text metres(std::string_view text) {
-  if (!text.empty() && lower(text.back()) == 'm') text.remove_suffix(1);
-  return integerText(trimmed(text));
+  if (!text.empty() && (text.back() == 'm' || text.back() == 'M')) text.remove_suffix(1);
+  auto const number = unsignedNumber(trimmed(text));
+  return number ? Text(std::to_string(*number)) : std::nullopt;
 }
 
 // --- Addresses ---
@@ -158,74 +123,61 @@ Text mac(std::string_view text) {
 
 // --- By type ---
 
-struct Spelling {
-  std::string_view type;
+struct Known {
+  char const* type;
   Text (*canonical)(std::string_view);
+  char const* expected;
+  char const* word;  // that may stand there; null: none
 };
-constexpr Spelling spellings[] = {
-    {"Ip", ip},         {"Prefix", prefix},   {"IpOrPrefix", ipOrPrefix},     {"IpOrName", ipOrName},
-    {"Mac", mac},       {"Range", range},     {"NumberOrAuto", numberOrAuto}, {"NumberOrAll", numberOrAll},
-    {"Metres", metres}, {"HexMask", hexMask},
+constexpr Known knownTypes[] = {
+    {"Ip", ip, "an address like 192.0.2.1 or 2001:db8::1", nullptr},
+    {"Prefix", prefix, "a prefix like 192.0.2.0/24 or 2001:db8::/32", nullptr},
+    {"IpOrPrefix", ipOrPrefix, "an address or a prefix, like 192.0.2.1 or 2001:db8::/32", nullptr},
+    {"IpOrName", ipOrName, "an address or the name of an interface", nullptr},
+    {"Mac", mac, "a MAC address like 02:00:5e:00:53:01", nullptr},
+    {"Range", range, "a number or a range from 0 to 65535, like 3 or 3-4", nullptr},
+    {"NumberOrAuto", numberOrAuto, "a number from 0 to 65535, or auto", "auto"},
+    {"NumberOrAll", numberOrAll, "a number from 0 to 4294967295, or all", "all"},
+    {"Metres", metres, "a length in metres, like 300m", nullptr},
+    {"HexMask", hexMask, "a number, or a number and a mask, like 0x2/0x12", nullptr},
 };
 
 bool isUnset(Kel::KelType::Enumerator const& enumerator) { return enumerator.name == "unset"; }
 
-// An enumerator's text is the file's word in lower case, '-' as '_'.
-Text enumText(Kel::KelType const& type, std::string_view text) {
-  std::string word = lowered(text);
-  std::replace(word.begin(), word.end(), '-', '_');
-  if (type.name() == "AdminStatus" && word == "true") word = "up";
-  if (type.name() == "AdminStatus" && word == "false") word = "down";
-  for (auto const& enumerator : type.enumerators())
-    if (!isUnset(enumerator) && enumerator.name.view() == word) return word;
-  return std::nullopt;
+// The status of a port is a boolean in some files.
+Text adminStatus(std::string_view text) {
+  Kel::KelType const& type = *Kel::KelType::find("ConfigDb::AdminStatus");
+  std::string const word = Cli::Service::lowered(text);
+  return Cli::Service::enumeratorText(type, word == "true" ? "up" : word == "false" ? "down" : std::string(text));
 }
 
-Text builtinText(Kel::KelType const& type, std::string_view text) {
-  using B = Kel::KelType::Builtin;
-  switch (type.builtin()) {
-    case B::string: return std::string(text);
-    case B::boolT: return boolText(trimmed(text));
-    case B::f32:
-    case B::f64: return floatText(trimmed(text));
-    default: return integerText(trimmed(text));
+// Enumerations that have `unset`, in everything below a type.
+void registerUnset(Kel::KelType const& type, std::set<Kel::KelType const*>& seen) {
+  if (!seen.insert(&type).second) return;
+  for (Kel::KelAttr const* attr : type.attributeQ()) {
+    if (attr->isFunction()) continue;
+    Kel::KelType const& inner = *attr->type();
+    if (inner.isEntity() && attr->instantiating()) registerUnset(inner, seen);
+    if (!inner.isEnum() || inner.enumerators().empty() || !isUnset(inner.enumerators().front())) continue;
+    Cli::Service::Spelling spelling;
+    spelling.unset = {"unset"};
+    if (inner.name() == "AdminStatus") spelling.canonical = adminStatus;
+    Cli::Service::registerSpelling(inner.fullTypeName().str(), std::move(spelling));
   }
 }
 
 }  // namespace
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  std::size_t const first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-std::string lowered(std::string_view text) {
-  std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(), lower);
-  return out;
-}
-
 bool isAbsent(std::string_view text) { return isOneOf(trimmed(text), {"", "None", "NULL", "null"}); }
 
-Text canonicalText(Kel::KelType const& type, std::string_view text) {
-  if (type.isBuiltin()) return builtinText(type, text);
-  if (type.isEnum()) return enumText(type, trimmed(text));
-  for (Spelling const& spelling : spellings)
-    if (type.name() == spelling.type) return spelling.canonical(trimmed(text));
-  return std::nullopt;
-}
-
-Kel::GenericIf::Ptr valueFromText(Kel::KelType const& type, std::string_view text) {
-  Text const canonical = canonicalText(type, text);
-  if (!canonical) return nullptr;
-  Kel::Expect const outOfRange(Kel::Exception::rangeId);
-  try {
-    return type.genericFromText(*canonical);
-  } catch (Kel::RangeException const&) {
-    return nullptr;
+void registerSpellings() {
+  for (Known const& known : knownTypes) {
+    Cli::Service::Spelling spelling{known.canonical, known.expected, {}, {}};
+    if (known.word) spelling.words = {known.word};
+    Cli::Service::registerSpelling(std::string("ConfigDb::") + known.type, std::move(spelling));
   }
+  std::set<Kel::KelType const*> seen;
+  for (Root const& root : roots()) registerUnset(*Kel::KelType::find(root.type), seen);
 }
 
 std::string refusal(Kel::KelType const& type) {

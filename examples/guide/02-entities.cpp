@@ -31,6 +31,11 @@ int main() {
   for (auto it = port->noteIterator(); it; ++it) std::cout << it.key() << ": " << it.value() << "\n";
   std::cout << "notes: " << port->notes() << ", of an unknown key: '" << port->note("colour") << "'\n";
 
+  Guide::Prefix prefix("10.0.0.1", 24);
+  port->addressIs(prefix);
+  prefix.lengthIs(32);
+  std::cout << "own length " << int(prefix.length()) << ", the port's " << int(port->address().length()) << "\n";
+
   device->eventEnq("booted");
   device->eventEnq("port up");
   device->eventDeq();

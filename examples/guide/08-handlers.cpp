@@ -29,7 +29,9 @@ int main() {
   std::cout << "label '" << lab.copy()->vlan(10)->label() << "', notes " << lab.copy()->port("Ethernet1")->notes()
             << ", spare line: " << (spareCopy() ? "there" : "not there") << "\n";
 
-  EntityCopyCustomHandlerTable::Ptr table = entityCopyCustomHandlerTableFactory("handlers", lab.top);
+  Kel::Dir::Ptr handlers(new Kel::Dir("handlers", lab.top.ptr()));
+  auto table = Kel::ptrCast<EntityCopyCustomHandlerTable>(
+      handlers->newEntity("Cli::Session::EntityCopyCustomHandlerTable", "table"));
   lab.manager->inHandlerTableIs(table);
 
   Kel::Ptr<KeepLabel> keepLabel(new KeepLabel);

@@ -15,7 +15,7 @@ struct Lab {
   Kel::Dir::Ptr sessions{new Kel::Dir("session", top.ptr())};
   Kel::Dir::Ptr ancestors{new Kel::Dir("ancestor", top.ptr())};
 
-  Session::Status::Ptr manager = Session::statusFactory("manager");
+  Session::Status::Ptr manager = Kel::ptrCast<Session::Status>(top->newEntity("Cli::Session::Status", "manager"));
   Device::Ptr device = Kel::ptrCast<Device>(running->newEntity("Guide::Device", "switch"));
   Session::PendingChangeConfig::Ptr config = Session::pendingChangeConfigFactory("s1", false, false, false, 0.0);
   Session::PendingChangeStatus::Ptr session;

@@ -32,10 +32,10 @@ KelAttr const* describedAttr(KelType const& type, AttrLogIn& in) {
   std::string_view const name = in.getText();
   KelAttr const* attr = type.findAttr(name);
   if (!attr || !attr->logging() || attr->access().derived())
-    in.bad(type.fullTypeName() + " has no attribute '" + name + "'");
-  if (in.get<U8>() != form(*attr)) in.bad(attr->fullName() + " is of another kind here");
-  if (in.getText() != typeName(attr->type())) in.bad(attr->fullName() + " is of another type here");
-  if (in.getText() != typeName(attr->keyType())) in.bad(attr->fullName() + " has keys of another type here");
+    in.throwRecord(type.fullTypeName() + " has no attribute '" + name + "'");
+  if (in.get<U8>() != form(*attr)) in.throwRecord(attr->fullName() + " is of another kind here");
+  if (in.getText() != typeName(attr->type())) in.throwRecord(attr->fullName() + " is of another type here");
+  if (in.getText() != typeName(attr->keyType())) in.throwRecord(attr->fullName() + " has keys of another type here");
   return attr;
 }
 
@@ -44,8 +44,8 @@ void describedEnumerator(KelType const& type, AttrLogIn& in) {
   KelType::Enumerator const* known = nullptr;
   for (KelType::Enumerator const& e : type.enumerators())
     if (e.name == name) known = &e;
-  if (!known) in.bad(type.fullTypeName() + " has no enumerator '" + name + "'");
-  if (in.get<S32>() != known->value) in.bad(type.fullTypeName() + " has another number for '" + name + "'");
+  if (!known) in.throwRecord(type.fullTypeName() + " has no enumerator '" + name + "'");
+  if (in.get<S32>() != known->value) in.throwRecord(type.fullTypeName() + " has another number for '" + name + "'");
 }
 
 // A value is read field by field, so all fields must be there, in order. Of an entity type, so must the parameters.
@@ -54,9 +54,9 @@ void checkComplete(KelType const& type, std::vector<KelAttr const*> const& attrs
   std::size_t const fixed = type.isEntity() ? type.ctorArgs().size() : own.size();
   bool const same =
       attrs.size() >= fixed && std::equal(own.begin(), own.begin() + static_cast<long>(fixed), attrs.begin());
-  if (!same) in.bad(type.fullTypeName() + " has other fields or constructor parameters here");
+  if (!same) in.throwRecord(type.fullTypeName() + " has other fields or constructor parameters here");
   if (std::unordered_set<KelAttr const*>(attrs.begin(), attrs.end()).size() != attrs.size())
-    in.bad(type.fullTypeName() + ": an attribute is described twice");
+    in.throwRecord(type.fullTypeName() + ": an attribute is described twice");
 }
 
 }  // namespace
@@ -90,10 +90,10 @@ void KelNboAttrLogSa::describe(AttrLogOut& out) const {
 KelNboAttrLogSa KelNboAttrLogSa::described(AttrLogIn& in) {
   String8 const name(in.getText());
   KelType const* type = KelType::find(name);
-  if (!type) in.bad(String8("unknown type '") + name + "'");
+  if (!type) in.throwRecord(String8("unknown type '") + name + "'");
   auto const kind = in.get<U8>();
   bool const streamed = type->isEntity() || type->isEnum() || type->kind() == KelType::Kind::value;
-  if (kind != static_cast<U8>(type->kind()) || !streamed) in.bad(name + " is of another kind here");
+  if (kind != static_cast<U8>(type->kind()) || !streamed) in.throwRecord(name + " is of another kind here");
   U32 left = in.get<U32>();
   if (type->isEnum()) {
     for (; left > 0; --left) describedEnumerator(*type, in);

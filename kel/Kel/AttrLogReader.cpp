@@ -52,7 +52,7 @@ class Reader final : private AttrLogIn::Entities {
     AttrLogIn in(log_, attrLogMagic.size(), log_.size());
     auto const version = in.get<U16>();
     if (version != attrLogVersion)
-      in.bad("version " + std::to_string(attrLogVersion) + " expected, " + std::to_string(version) + " given");
+      in.throwRecord("version " + std::to_string(attrLogVersion) + " expected, " + std::to_string(version) + " given");
     at_ = in.offset();
   }
 
@@ -62,8 +62,8 @@ class Reader final : private AttrLogIn::Entities {
     auto const kind = head.get<U8>();
     auto const length = head.get<U32>();
     if (length > log_.size() - head.offset())
-      head.bad("a record of " + std::to_string(length) + " bytes, " + std::to_string(log_.size() - head.offset()) +
-               " left");
+      head.throwRecord("a record of " + std::to_string(length) + " bytes, " +
+                       std::to_string(log_.size() - head.offset()) + " left");
     std::size_t const start = at_;
     at_ = head.offset() + length;
     AttrLogIn in(log_, head.offset(), at_, this);
@@ -79,7 +79,7 @@ class Reader final : private AttrLogIn::Entities {
   void type(AttrLogIn& in) {
     auto sa = std::make_unique<KelNboAttrLogSa>(KelNboAttrLogSa::described(in));
     KelType const& type = sa->type();
-    if (described_.count(&type)) in.bad(type.fullTypeName() + " is described twice");
+    if (described_.count(&type)) in.throwRecord(type.fullTypeName() + " is described twice");
     for (KelAttr const* attr : sa->attributes()) {
       wantDescribed(*attr, attr->type(), in);
       wantDescribed(*attr, attr->keyType(), in);
@@ -93,22 +93,24 @@ class Reader final : private AttrLogIn::Entities {
   // type.
   void wantDescribed(KelAttr const& attr, KelType const* type, AttrLogIn const& in) const {
     if (type && type->isValue() && !type->isBuiltin() && !described_.count(type))
-      in.bad(attr.fullName() + ": " + type->fullTypeName() + " was not described before");
+      in.throwRecord(attr.fullName() + ": " + type->fullTypeName() + " was not described before");
   }
 
   void entity(std::size_t start, AttrLogIn& in) {
     auto const type = in.get<U32>();
-    if (type >= types_.size() || !types_[type]->type().isEntity()) in.bad("no entity type #" + std::to_string(type));
+    if (type >= types_.size() || !types_[type]->type().isEntity())
+      in.throwRecord("no entity type #" + std::to_string(type));
     Item item{start, 0, at_, types_[type].get()};
     item.owner = in.get<U32>();
     if (item.owner == attrLogNoOwner) {
-      if (!items_.empty() && !attrLogLoose(item.sa->type())) in.bad(item.sa->type().fullTypeName() + " needs an owner");
+      if (!items_.empty() && !attrLogMayBeUnowned(item.sa->type()))
+        in.throwRecord(item.sa->type().fullTypeName() + " needs an owner");
     } else {
-      if (item.owner >= items_.size()) in.bad("no entity #" + std::to_string(item.owner) + " before this one");
+      if (item.owner >= items_.size()) in.throwRecord("no entity #" + std::to_string(item.owner) + " before this one");
       auto const& attrs = items_[item.owner].sa->attributes();
       auto const attribute = in.get<U32>();
       if (attribute >= attrs.size() || !attrs[attribute]->instantiating())
-        in.bad("attribute #" + std::to_string(attribute) + " of the owner owns no entities");
+        in.throwRecord("attribute #" + std::to_string(attribute) + " of the owner owns no entities");
       item.heldBy = attrs[attribute];
       if (item.heldBy->isQueue()) item.sequence = in.get<U64>();
     }
@@ -118,9 +120,9 @@ class Reader final : private AttrLogIn::Entities {
 
   void end(AttrLogIn& in) {
     if (in.get<U32>() != items_.size() || items_.empty())
-      in.bad("the log holds " + std::to_string(items_.size()) + " entities, another number than it says");
+      in.throwRecord("the log holds " + std::to_string(items_.size()) + " entities, another number than it says");
     std::size_t const summed = in.offset();
-    if (in.get<U32>() != attrLogChecksum(log_.substr(0, summed))) in.bad("the checksum is wrong");
+    if (in.get<U32>() != attrLogChecksum(log_.substr(0, summed))) in.throwRecord("the checksum is wrong");
     wantEnd(in);
     if (at_ != log_.size()) throwAttrLogRecord(at_, std::to_string(log_.size() - at_) + " bytes after the end");
   }
@@ -166,7 +168,7 @@ class Reader final : private AttrLogIn::Entities {
       args.push_back(param(*attr, in));
     }
     item.contents = in.offset();
-    guarded(item, [&] { item.made = item.sa->type().newEntity(args); });
+    asEntityError(item, [&] { item.made = item.sa->type().newEntity(args); });
     return std::nullopt;
   }
 
@@ -178,8 +180,8 @@ class Reader final : private AttrLogIn::Entities {
   }
 
   void inPlace(Item const& item) {
-    guarded(item,
-            [&] { item.heldBy->access().restore(*item.heldBy, *items_[item.owner].made, item.made, item.sequence); });
+    asEntityError(
+        item, [&] { item.heldBy->access().restore(*item.heldBy, *items_[item.owner].made, item.made, item.sequence); });
   }
 
   void contents(Item const& item) {
@@ -190,7 +192,7 @@ class Reader final : private AttrLogIn::Entities {
 
   // Turns an exception of the framework into one that names the entity.
   template <class Step>
-  static void guarded(Item const& item, Step step) {
+  static void asEntityError(Item const& item, Step step) {
     try {
       step();
     } catch (Exception const& e) {

@@ -13,7 +13,7 @@ String8 at(std::size_t offset) { return String8("attribute log, offset " + std::
 void throwAttrLogRecord(std::size_t offset, String8 const& what) { throw AttrLogRecordException(at(offset) + what); }
 void throwAttrLogEntity(std::size_t offset, String8 const& what) { throw AttrLogEntityException(at(offset) + what); }
 
-bool attrLogLoose(KelType const& type) { return type.ownAttrs().empty() && type.ptrAttrs().empty(); }
+bool attrLogMayBeUnowned(KelType const& type) { return type.ownAttrs().empty() && type.ptrAttrs().empty(); }
 
 // --- Writing ---
 
@@ -23,9 +23,9 @@ void AttrLogOut::patch(std::size_t offset, U32 v) {
 
 void AttrLogOut::reference(Entity const* target) {
   if (!target) return put(AttrLogReference::null);
-  if (!ids_.count(target) && !target->parent() && target != treeRoot_ && attrLogLoose(*target->type())) {
+  if (!ids_.count(target) && !target->parent() && target != treeRoot_ && attrLogMayBeUnowned(*target->type())) {
     number(*target);
-    loose_.push_back(target);
+    unowned_.push_back(target);
   }
   if (auto const it = ids_.find(target); it != ids_.end()) {
     put(AttrLogReference::id);
@@ -47,7 +47,7 @@ void AttrLogOut::noEntity(KelType const* type) {
 
 // --- Reading ---
 
-char const* AttrLogIn::need(std::size_t bytes) {
+char const* AttrLogIn::takeBytes(std::size_t bytes) {
   item_ = at_;
   if (bytes > end_ - at_)
     throwAttrLogRecord(at_, std::to_string(bytes) + " bytes expected, " + std::to_string(end_ - at_) + " left");
@@ -57,15 +57,15 @@ char const* AttrLogIn::need(std::size_t bytes) {
 
 bool AttrLogIn::getBool() {
   U8 const v = get<U8>();
-  if (v > 1) bad("a boolean is 0 or 1, not " + std::to_string(v));
+  if (v > 1) throwRecord("a boolean is 0 or 1, not " + std::to_string(v));
   return v != 0;
 }
 
 std::string_view AttrLogIn::getText() {
   std::size_t const start = at_;
   U32 const size = get<U32>();
-  if (size > String8::maxChars) bad("a string of " + std::to_string(size) + " bytes");
-  std::string_view const text(need(size), size);
+  if (size > String8::maxChars) throwRecord("a string of " + std::to_string(size) + " bytes");
+  std::string_view const text(takeBytes(size), size);
   item_ = start;
   return text;
 }
@@ -85,13 +85,13 @@ Entity* AttrLogIn::reference(KelType const* wanted) {
     named = "'" + path.str() + "'";
     found = entities_ ? entities_->byPath(path) : nullptr;
   } else {
-    bad("unknown kind of reference " + std::to_string(kind));
+    throwRecord("unknown kind of reference " + std::to_string(kind));
   }
   item_ = start;
-  if (!found) badEntity(named + " is not there");
+  if (!found) throwEntity(named + " is not there");
   if (!found->type()->isA(wanted))
-    badEntity(named + ": Entity is the wrong type: " + wanted->fullTypeName() + " expected, " + found->typeName() +
-              " given");
+    throwEntity(named + ": Entity is the wrong type: " + wanted->fullTypeName() + " expected, " + found->typeName() +
+                " given");
   return found;
 }
 
@@ -103,11 +103,11 @@ std::optional<U32> AttrLogIn::referredId() const {
 
 void AttrLogIn::wantNull(KelType const* wanted) {
   if (get<U8>() != static_cast<U8>(AttrLogReference::null))
-    bad(String8("null expected: a ") + wanted->fullTypeName() + " cannot be read");
+    throwRecord(String8("null expected: a ") + wanted->fullTypeName() + " cannot be read");
 }
 
-void AttrLogIn::bad(String8 const& what) const { throwAttrLogRecord(item_, what); }
-void AttrLogIn::badEntity(String8 const& what) const { throwAttrLogEntity(item_, what); }
+void AttrLogIn::throwRecord(String8 const& what) const { throwAttrLogRecord(item_, what); }
+void AttrLogIn::throwEntity(String8 const& what) const { throwAttrLogEntity(item_, what); }
 
 // --- Values ---
 
@@ -123,7 +123,7 @@ S32 readAttrLogEnumerator(AttrLogIn& in, KelType const& type) {
   S32 const value = in.get<S32>();
   for (KelType::Enumerator const& e : type.enumerators())
     if (e.value == value) return value;
-  in.bad(type.fullTypeName() + " has no enumerator " + std::to_string(value));
+  in.throwRecord(type.fullTypeName() + " has no enumerator " + std::to_string(value));
 }
 
 }  // namespace Kel

@@ -1,8 +1,8 @@
-// The bytes of an attribute log: what AttrLog.h and the storage of attributes write and read them with.
+// Writing and reading the bytes of an attribute log.
 //
-// Everything is in network byte order; docs/attribute-log.md has the format. A reader trusts nothing: what runs out of
-// bytes, or holds what it cannot know, raises AttrLogRecordException; a reference that leads nowhere, or to an entity
-// of the wrong type, AttrLogEntityException. Messages begin with the offset from the log's start.
+// Everything is in network byte order; docs/attribute-log.md has the format. A reader trusts nothing. If there are too
+// few bytes, or bytes without a meaning, it raises AttrLogRecordException. If a reference leads nowhere, or to an
+// entity of the wrong type, it raises AttrLogEntityException. Messages begin with the offset from the start of the log.
 #pragma once
 
 #include <bit>
@@ -17,7 +17,7 @@
 
 namespace Kel {
 
-// How a reference to an entity begins.
+// The first byte of a reference to an entity.
 enum class AttrLogReference : U8 { null = 0, id = 1, path = 2 };
 
 template <class T>
@@ -25,18 +25,19 @@ using BitsOf =
     std::conditional_t<sizeof(T) == 1, U8,
                        std::conditional_t<sizeof(T) == 2, U16, std::conditional_t<sizeof(T) == 4, U32, U64>>>;
 
-// Whether entities of a type can be in a log without an owner: those that neither own nor point at anything, so that
-// they cannot keep each other alive.
-KEL_API bool attrLogLoose(KelType const& type);
+// Whether entities of a type can be in a log without an owner: the type neither owns entities nor has pointers, so that
+// its entities cannot keep each other alive.
+KEL_API bool attrLogMayBeUnowned(KelType const& type);
 
+// The bytes of a log that is being written.
 class KEL_API AttrLogOut {
  public:
-  // Gives an entity the next number of the log. References to entities without one lead by path through the tree of
-  // `treeRoot`.
+  // References to entities without a number are paths in the tree of `treeRoot`.
   explicit AttrLogOut(Entity const* treeRoot) : treeRoot_(treeRoot) {}
+  // Gives an entity the next number of the log.
   void number(Entity const& e) { ids_.emplace(&e, static_cast<U32>(ids_.size())); }
 
-  // An integer, a boolean, a character, a floating-point number by its bits.
+  // Writes an integer, a boolean, a character, or a floating-point number by its bits.
   template <class T>
   void put(T v) {
     auto bits = std::bit_cast<BitsOf<T>>(v);
@@ -45,39 +46,43 @@ class KEL_API AttrLogOut {
       bytes[i] = static_cast<char>(bits & 0xff);
     bytes_.append(bytes, sizeof bytes);
   }
-  // A length and as many bytes.
+  // Writes a length and the characters.
   void put(String8 const& text) { putText(text); }
   void putText(std::string_view text) {
     put(static_cast<U32>(text.size()));
     putBytes(text);
   }
   void putBytes(std::string_view bytes) { bytes_.append(bytes); }
-  // The number of an entity of the log, else the path of one of the same tree. One that nobody owns is numbered and
-  // added to `loose` where it can come along. Raises EntityIdUnavailableException for an entity that has neither number
-  // nor path: one of another tree, or one that its path does not lead to.
+  // Writes a reference: the number of an entity of the log, or the path of another entity of the tree. An entity
+  // without an owner is numbered and added to `unowned`, if its type allows that. Raises EntityIdUnavailableException
+  // for an entity that has neither number nor path, because it is in another tree, or because its path does not lead to
+  // it.
   void reference(Entity const* target);
-  std::vector<Entity const*> const& loose() const { return loose_; }
+  // The entities without an owner that are part of the log.
+  std::vector<Entity const*> const& unowned() const { return unowned_; }
+  // Raises EntityIdUnavailableException: an object of that type cannot be referred to.
   [[noreturn]] static void noEntity(KelType const* type);
 
   std::size_t size() const { return bytes_.size(); }
   std::string_view bytes() const { return bytes_; }
-  // Replaces what was put at an offset.
+  // Replaces the number at an offset.
   void patch(std::size_t at, U32 v);
   std::string take() { return std::move(bytes_); }
 
  private:
   Entity const* treeRoot_;
   std::unordered_map<Entity const*, U32> ids_;
-  std::vector<Entity const*> loose_;
+  std::vector<Entity const*> unowned_;
   std::string bytes_;
 };
 
+// The bytes of a log, or of a part of it, that is being read.
 class KEL_API AttrLogIn {
  public:
-  // Where references lead.
+  // Finds the targets of references.
   class Entities {
    public:
-    // Both answer null for what is not there.
+    // Both answer null if there is no such entity.
     virtual Entity* byId(U32 id) = 0;
     virtual Entity* byPath(String8 const& path) = 0;
 
@@ -85,37 +90,39 @@ class KEL_API AttrLogIn {
     ~Entities() = default;
   };
 
+  // Reads the bytes from `from` to `end`. REQUIRES: `log` and `entities` outlive it.
   AttrLogIn(std::string_view log, std::size_t from, std::size_t end, Entities* entities = nullptr)
       : log_(log), at_(from), item_(from), end_(end), entities_(entities) {}
 
   template <class T>
   T get() {
-    auto const* bytes = reinterpret_cast<unsigned char const*>(need(sizeof(T)));
+    auto const* bytes = reinterpret_cast<unsigned char const*>(takeBytes(sizeof(T)));
     BitsOf<T> bits = 0;
     for (std::size_t i = 0; i < sizeof(T); ++i) bits = static_cast<BitsOf<T>>(static_cast<U64>(bits) << 8 | bytes[i]);
     return std::bit_cast<T>(bits);
   }
   bool getBool();
   std::string_view getText();
-  // A reference to an entity of that type, or of one derived from it.
+  // Reads a reference to an entity of that type, or of a derived one.
   Entity* reference(KelType const* wanted);
-  // The id, when a reference by id is what comes next; takes nothing.
+  // The number in the next reference, if it has one. Reads nothing.
   std::optional<U32> referredId() const;
-  // Takes the null reference; nothing else can be read where a counted object is wanted that is no entity.
+  // Reads a null reference, the only one that a pointer to a counted object other than an entity can have.
   void wantNull(KelType const* wanted);
 
   std::size_t offset() const { return at_; }
   bool atEnd() const { return at_ == end_; }
-  // Raises: what was read last is not what belongs there.
-  [[noreturn]] void bad(String8 const& what) const;
-  [[noreturn]] void badEntity(String8 const& what) const;
+  // Raises AttrLogRecordException, or AttrLogEntityException, at the offset of what was read last.
+  [[noreturn]] void throwRecord(String8 const& what) const;
+  [[noreturn]] void throwEntity(String8 const& what) const;
 
  private:
-  char const* need(std::size_t bytes);
+  // The next bytes. Raises if there are fewer.
+  char const* takeBytes(std::size_t bytes);
 
   std::string_view log_;
   std::size_t at_;
-  std::size_t item_;  // where what was read last began
+  std::size_t item_;  // the beginning of what was read last
   std::size_t end_;
   Entities* entities_;
 };
@@ -123,7 +130,7 @@ class KEL_API AttrLogIn {
 [[noreturn]] KEL_API void throwAttrLogRecord(std::size_t offset, String8 const& what);
 [[noreturn]] KEL_API void throwAttrLogEntity(std::size_t offset, String8 const& what);
 
-// One value, or one pointer.
+// Write and read one value of a type.
 KEL_API void writeAttrLogValue(AttrLogOut& out, KelType const& type, void const* value);
 KEL_API void readAttrLogValue(AttrLogIn& in, KelType const& type, void* value);
 KEL_API S32 readAttrLogEnumerator(AttrLogIn& in, KelType const& type);
@@ -159,7 +166,7 @@ T streamIn(AttrLogIn& in) {
       return nullptr;
     }
   } else if constexpr (std::is_pointer_v<T>) {
-    in.bad("a character pointer cannot be read");
+    in.throwRecord("a character pointer cannot be read");
   } else if constexpr (std::is_same_v<T, bool>) {
     return in.getBool();
   } else if constexpr (std::is_same_v<T, String8>) {

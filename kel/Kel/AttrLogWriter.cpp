@@ -25,10 +25,10 @@ class Writer {
     out_.putBytes(attrLogMagic);
     out_.put(attrLogVersion);
     for (Held const& held : held_) entity(held);
-    // Loose entities have no pointers, so these are all.
-    for (Entity const* loose : out_.loose()) entity({loose});
+    // Unowned entities have no pointers, so these are all.
+    for (Entity const* target : out_.unowned()) entity({target});
     std::size_t const length = open(AttrLogRecord::end);
-    out_.put(static_cast<U32>(held_.size() + out_.loose().size()));
+    out_.put(static_cast<U32>(held_.size() + out_.unowned().size()));
     out_.patch(length, 2 * sizeof(U32));  // the checksum covers all bytes before it
     out_.put(attrLogChecksum(out_.bytes()));
     return out_.take();

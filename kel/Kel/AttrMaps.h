@@ -179,11 +179,11 @@ class MapAccess final : public AttrAccess {
     M& map = static_cast<Entity*>(object)->*slot_;
     for (U32 left = in.get<U32>(); left > 0; --left) {
       K const k = streamIn<K>(in);
-      if (map.find(k)) in.bad(attr.fullName() + ": '" + keyText(box(k)) + "' is there twice");
+      if (map.find(k)) in.throwRecord(attr.fullName() + ": '" + keyText(box(k)) + "' is there twice");
       V const v = streamIn<V>(in);
-      if (keyOf_ && !(keyOf_(v) == k)) in.bad(attr.fullName() + ": the key is not the member's own");
+      if (keyOf_ && !(keyOf_(v) == k)) in.throwRecord(attr.fullName() + ": the key is not the member's own");
       if constexpr (isPtrType<V>)
-        if (nonNull_ && !v) in.bad(attr.fullName() + ": a null member");
+        if (nonNull_ && !v) in.throwRecord(attr.fullName() + ": a null member");
       map.set(k, v);
     }
   }

@@ -41,7 +41,7 @@ class AnyQueueAccess : public AttrAccess {
 
  protected:
   static void setNext(KelAttr const& attr, Q& queue, U64 next, AttrLogIn const& in) {
-    if (!queue.nextSequenceIs(next)) in.bad(attr.fullName() + ": the next index does not follow the members'");
+    if (!queue.nextSequenceIs(next)) in.throwRecord(attr.fullName() + ": the next index does not follow the members'");
   }
 
   Q Entity::*slot_;
@@ -89,7 +89,7 @@ class QueueAccess final : public AnyQueueAccess<Q> {
     Q& queue = static_cast<Entity*>(object)->*slot_;
     for (U32 left = in.get<U32>(); left > 0; --left) {
       U64 const sequence = in.get<U64>();
-      if (!queue.follows(sequence)) in.bad(attr.fullName() + ": the indices do not ascend");
+      if (!queue.follows(sequence)) in.throwRecord(attr.fullName() + ": the indices do not ascend");
       queue.restore(sequence, streamIn<V>(in));
     }
     this->setNext(attr, queue, in.get<U64>(), in);

@@ -1,4 +1,4 @@
-// Between C++ values and reflective objects.
+// Conversions between C++ values and reflective objects.
 #pragma once
 
 #include "Kel/Entity.h"
@@ -6,6 +6,7 @@
 
 namespace Kel {
 
+// Whether T is a handle, and to what.
 template <class T>
 struct PtrTraits {
   static constexpr bool isPtr = false, isConst = false;
@@ -21,7 +22,7 @@ inline constexpr bool isPtrType = PtrTraits<T>::isPtr;
 template <class T>
 inline constexpr bool isConstPtrType = PtrTraits<T>::isConst;
 
-// The type record of an argument or member: of the target for a pointer.
+// The type record of an argument or member; for a pointer, that of the target.
 template <class T>
 KelType const* typeOfArg() {
   if constexpr (isPtrType<T>)
@@ -30,6 +31,7 @@ KelType const* typeOfArg() {
     return TypeOf<T>::type();
 }
 
+// The reflective object for a C++ value; null for a null pointer.
 template <class T>
 GenericIf::Ptr box(T const& value) {
   if constexpr (isPtrType<T>) {
@@ -47,7 +49,7 @@ GenericIf::Ptr box(T const& value) {
   }
 }
 
-// As `box`, and read-only when `constView` is set.
+// As `box`, but read-only if `constView` is set.
 template <class T>
 GenericIf::Ptr boxView(T const& value, bool constView) {
   if constexpr (isPtrType<T>) {
@@ -59,7 +61,8 @@ GenericIf::Ptr boxView(T const& value, bool constView) {
 
 [[noreturn]] KEL_API void throwWrongType(String8 const& where, KelType const* expected, GenericIf const* got);
 
-// The C++ value of a reflective object; null is a null pointer. `where` names the attribute for the error.
+// The C++ value of a reflective object; null gives a null pointer. Raises TypeException or ConstException, with
+// `where`, the name of the attribute, in the message.
 template <class T>
 T unbox(GenericIf const* value, String8 const& where) {
   if constexpr (!isPtrType<T>) {

@@ -12,7 +12,7 @@ namespace kelc {
 namespace {
 
 // To be increased whenever generated code needs other headers of the framework.
-constexpr char const* frameworkVersion = "4";
+constexpr char const* frameworkVersion = "5";
 
 std::string include(std::string const& header) { return "#include \"" + header + "\""; }
 

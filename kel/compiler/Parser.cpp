@@ -384,7 +384,7 @@ class Parser : private Recovery {
         report(here().loc, "a declaration cannot be nested in another");
         declaration();
       } else {
-        whole = guarded(member) && whole;
+        whole = parseMember(member) && whole;
       }
     }
     depthIs(inside);
@@ -394,7 +394,7 @@ class Parser : private Recovery {
   }
 
   template <class Member>
-  bool guarded(Member const& member) {
+  bool parseMember(Member const& member) {
     std::size_t const start = position();
     unsigned const inside = depth();
     try {

@@ -46,10 +46,10 @@ class Script {
     if (verb == "copy") return copied();
     if (verb == "compare") return compared();
     if (verb == "trace") return traced(static_cast<Kel::U16>(std::stoi(words[1], nullptr, 16)), words[2]);
-    if (verb == "-") return Shell::deleteTarget(Shell::locateExisting(world_->root, words[1])), "";
-    if (verb == "?") return shown(Shell::locate(world_->root, words[1]));
+    if (verb == "-") return Tests::deleteTarget(Tests::locateExisting(world_->root, words[1])), "";
+    if (verb == "?") return shown(Tests::locate(world_->root, words[1]));
     words.erase(words.begin());
-    return Shell::setFromText(world_->root, Shell::locate(world_->root, verb), words), "";
+    return Tests::setFromText(world_->root, Tests::locate(world_->root, verb), words), "";
   } catch (Kel::Exception const& e) {
     return e.message().str() + "\n";
   }
@@ -120,7 +120,7 @@ class Script {
       text.erase(at + 2, text.find_first_not_of("0123456789abcdef", at + 2) - at - 2);
     return text;
   }
-  static std::string shown(Shell::Target const& target) {
+  static std::string shown(Tests::Target const& target) {
     if (!target.key) return target.entity->attributeString(target.attr->id()).str() + "\n";
     auto const member = Kel::GenericIf::ofEntity(target.entity)->attribute(target.attr->id(), target.key);
     return (member ? member->text().str() : "<null>") + "\n";

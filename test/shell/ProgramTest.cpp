@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <memory>
@@ -29,17 +30,68 @@ Result run(std::string const& command) {
 
 std::string const sample = SOURCE_DIR "/examples/config_db/leaf.json";
 
+std::string const open = " -c 'session open s'";
+std::string const change = open + " -c 'set network ports port Ethernet0 mtu 1500'";
+
 TEST(CliSession, EndsWithTheStatusOfItsLastCommand) {
-  EXPECT_EQ(0, run(CLI_SESSION " " + sample + " -c 'session open s' -c compare").status);
-  std::string const edit = " -c 'session open s' -c 'set network/ports.port/Ethernet0.mtu 1' -c compare";
-  EXPECT_EQ(1, run(CLI_SESSION " " + sample + edit).status);
-  EXPECT_EQ(0, run(CLI_SESSION " " + sample + edit + " -c replace").status);
-  EXPECT_EQ(2, run(CLI_SESSION " " + sample + " -c nonsense -c 'session open s'").status);
-  EXPECT_EQ(1,
-            run("printf 'session open s\\ndelete network/vlans.vlan/Vlan101\\ncompare\\n' | " CLI_SESSION " " + sample)
-                .status);
+  std::string const program = CLI_SESSION " " + sample;
+  EXPECT_EQ(0, run(program + open + " -c compare").status);
+  EXPECT_EQ(1, run(program + change + " -c compare").status);
+  EXPECT_EQ(1, run(program + change + " -c 'show diff'").status);
+  EXPECT_EQ(0, run(program + change + " -c compare -c commit -c 'show diff' -c compare").status);
+  EXPECT_EQ(2, run(program + " -c nonsense" + open).status);
+  EXPECT_EQ(1, run("printf 'session open s\ndelete network/vlans.vlan/Vlan101\ncompare\n' | " + program).status);
+  EXPECT_EQ(1, run(program + change + " -c 'session open t' -c 'set network ports port Ethernet0 mtu 1600' -c commit" +
+                   open + " -c commit")
+                   .status);
   EXPECT_EQ(2, run(CLI_SESSION).status);
   EXPECT_EQ(0, run(CLI_SESSION " --help").status);
+}
+
+TEST(CliSession, SaysTheLineOfAScriptThatFails) {
+  Tests::TemporaryDir const dir;
+  std::string const script = dir.write("script", "# comment\nsession open s\n\nset nowhere 1\nshow\n").string();
+  Result const result = run(CLI_SESSION " --quiet " + sample + " --script " + script);
+  EXPECT_EQ(2, result.status);
+  EXPECT_NE(std::string::npos, result.output.find(script + ":4: 'nowhere': ")) << result.output;
+  EXPECT_EQ(std::string::npos, result.output.find("network/ports")) << "went on: " << result.output;
+  Result const piped = run(CLI_SESSION " --quiet " + sample + " < " + script);
+  EXPECT_EQ(2, piped.status);
+  EXPECT_NE(std::string::npos, piped.output.find("standard input:4: 'nowhere': ")) << piped.output;
+  EXPECT_EQ(2, run(CLI_SESSION " " + sample + " --script /nowhere").status);
+}
+
+TEST(CliSession, TakesAConfigurationFromStandardInput) {
+  Result const result = run(CLI_SESSION " - --quiet" + open + " -c 'show network vlans vlan Vlan101 mtu' < " + sample);
+  EXPECT_EQ(0, result.status);
+  EXPECT_NE(std::string::npos, result.output.find("\n9100\n")) << result.output;
+}
+
+TEST(CliSession, TakesTheFlatForm) {
+  Tests::TemporaryDir const dir;
+  std::string const nested = R"({"PORT": {"Ethernet0": {"mtu": "1500"}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}}})";
+  std::string const flat = R"({"PORT|Ethernet0": {"mtu": "1500"}, "VLAN_MEMBER|Vlan1|Ethernet0": {}})";
+  Result const result =
+      run(CLI_SESSION " diff " + dir.write("a.json", nested).string() + " " + dir.write("b.json", flat).string());
+  EXPECT_EQ(0, result.status) << result.output;
+  EXPECT_EQ("", result.output);
+  Result const shown =
+      run(CLI_SESSION " " + (dir.path() / "b.json").string() + " -c 'session open s' -c 'show network'");
+  EXPECT_NE(std::string::npos, shown.output.find("2 entries of 2 tables loaded")) << shown.output;
+}
+
+TEST(CliSession, ComparesTwoFiles) {
+  Tests::TemporaryDir const dir;
+  std::string const a = dir.write("a.json", R"({"PORT": {"Ethernet0": {"mtu": "1500"}}})").string();
+  std::string const b = dir.write("b.json", R"({"PORT": {"Ethernet0": {"mtu": "9000"}}})").string();
+  Result const same = run(CLI_SESSION " diff " + a + " " + a);
+  EXPECT_EQ(0, same.status);
+  EXPECT_EQ("", same.output);
+  Result const result = run(CLI_SESSION " diff " + a + " " + b + " --commands");
+  EXPECT_EQ(1, result.status);
+  EXPECT_EQ("set network ports port Ethernet0 mtu 9000\n", result.output);
+  EXPECT_EQ(2, run(CLI_SESSION " diff " + a + " /nowhere").status);
+  EXPECT_EQ(2, run(CLI_SESSION " diff " + a).status);
 }
 
 TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
@@ -51,6 +103,50 @@ TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
   EXPECT_NE(std::string::npos, result.output.find("PORT|Ethernet1")) << result.output;
   EXPECT_EQ(2, run(CLI_SESSION " /nonexistent.json").status);
   EXPECT_EQ(2, run(CLI_SESSION " /").status);
+  // Not "0 entries": files of another form.
+  for (char const* text : {"", " ", "[]", "7", "\"text\"", "{\"interfaces\": {\"eth0\": {}}}", "hostname leaf\n"})
+    EXPECT_EQ(2, run(CLI_SESSION " " + dir.write("x.json", text).string() + open + " -c compare").status) << text;
+}
+
+TEST(CliSession, FoldsRemarksOfOneKind) {
+  Tests::TemporaryDir const dir;
+  std::string members;
+  for (int i = 0; i < 500; ++i) members += (i ? ", " : "") + ("\"Vlan1|Ethernet" + std::to_string(i)) + "\": {}";
+  std::string const file = dir.write("x.json", "{\"VLAN_MEMBER\": {" + members + "}}").string();
+  Result const folded = run(CLI_SESSION " " + file + " -c help");
+  EXPECT_GT(10, std::count(folded.output.begin(), folded.output.begin() + 1000, '\n')) << folded.output;
+  Result const all = run(CLI_SESSION " " + file + " -c 'show remarks all'");
+  EXPECT_LT(1000, std::count(all.output.begin(), all.output.end(), '\n'));
+  // The text of each is kept.
+  Result const references = run(CLI_SESSION " " + file + open + " -c 'show references'");
+  EXPECT_NE(std::string::npos, references.output.find("network/vlans.vlan/Vlan1: there is no such entry"));
+}
+
+TEST(CliSession, KeepsCommitsInItsStateDirectory) {
+  Tests::TemporaryDir const dir;
+  std::string const program = CLI_SESSION " --quiet " + sample + " --state " + (dir.path() / "state").string();
+  Result const first = run(program + change + " -c 'commit smaller frames'");
+  EXPECT_EQ(0, first.status) << first.output;
+  EXPECT_EQ(std::string::npos, first.output.find("not kept")) << first.output;
+  Result const second = run(program + open + " -c 'show network ports port Ethernet0 mtu' -c history");
+  EXPECT_EQ(0, second.status) << second.output;
+  EXPECT_NE(std::string::npos, second.output.find("\n1500\n")) << second.output;
+  EXPECT_NE(std::string::npos, second.output.find("smaller frames")) << second.output;
+  Result const third =
+      run(program + open + " -c clear -c 'show diff as commands' -c 'commit back' -c 'show diff clean'");
+  EXPECT_NE(std::string::npos, third.output.find("set network ports port Ethernet0 mtu 9100")) << third.output;
+  EXPECT_EQ(0, third.status) << third.output;
+  EXPECT_EQ(2, run(program + "/commits.db -c help").status) << "a file where a directory belongs";
+}
+
+// The demonstration is what the README shows.
+TEST(Demo, IsShownInTheReadme) {
+  Result const result = run("cd " SOURCE_DIR " && SOURCE_DATE_EPOCH=1763800000 TZ=UTC LOGNAME=operator " CLI_SESSION
+                            " --echo --quiet examples/config_db/leaf.json --script examples/config_db/demo.commands");
+  EXPECT_EQ(0, result.status) << result.output;
+  EXPECT_GE(80, std::count(result.output.begin(), result.output.end(), '\n'));
+  std::string const readme = Tests::readFile(SOURCE_DIR "/README.md");
+  EXPECT_NE(std::string::npos, readme.find("```\n" + result.output + "```\n")) << result.output;
 }
 
 // What the README shows is what the tests compile and run.

@@ -16,7 +16,7 @@ TEST(ConfigDbValues, OneSpelling) {
   std::string const said = Tests::answered(path, [](std::string const& question) {
     std::size_t const blank = question.find(' ');
     Kel::KelType const* const type = Kel::KelType::find(Kel::String8(question.substr(0, blank)));
-    auto const value = type ? valueFromText(*type, question.substr(blank + 1)) : nullptr;
+    auto const value = type ? Cli::Service::valueOf(*type, question.substr(blank + 1)) : nullptr;
     return (value ? value->text().str() : "refused") + "\n";
   });
   Tests::expectGolden(path, said);

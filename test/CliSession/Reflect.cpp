@@ -2,7 +2,7 @@
 
 #include "Kel/Exception.h"
 
-namespace Shell {
+namespace Tests {
 
 using Kel::GenericIf;
 
@@ -193,4 +193,4 @@ std::vector<std::string> describe(Kel::Entity::PtrConst const& entity) {
   return lines;
 }
 
-}  // namespace Shell
+}  // namespace Tests

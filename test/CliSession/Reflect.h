@@ -1,4 +1,4 @@
-// What the shell does with entities, through the reflective interface alone.
+// What tests do with entities by paths, through the reflective interface alone.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 #include "Kel/Dir.h"
 #include "Kel/GenericIf.h"
 
-namespace Shell {
+namespace Tests {
 
 // Calls an operation by name.
 Kel::GenericIf::Ptr call(Kel::Entity::Ptr const& entity, char const* operation, Kel::GenericIf::Args const& args = {});
@@ -51,4 +51,4 @@ Counts countBelow(Kel::Entity::PtrConst const& top);
 // One line an attribute, for people.
 std::vector<std::string> describe(Kel::Entity::PtrConst const& entity);
 
-}  // namespace Shell
+}  // namespace Tests

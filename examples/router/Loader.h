@@ -1,0 +1,16 @@
+// Loads a router's configuration (JSON of YANG instance data) into a directory: a tree of the entities that Router.kel
+// declares. What becomes of a member follows from the type records: a container, a list, a value, a reference.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Kel/Dir.h"
+#include "shell/Model.h"
+
+namespace Router {
+
+// The model, as the shell knows it. Lives as long as the process.
+Shell::Model const& model();
+
+}  // namespace Router

@@ -1,0 +1,84 @@
+#include "Device.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "Kel/Exception.h"
+#include "ModelLibrary.h"
+#include "service/SqliteStore.h"
+
+namespace Shell {
+
+namespace Service = Cli::Service;
+
+namespace {
+
+constexpr std::uintmax_t maxFileSize = 64U << 20;
+
+std::vector<Service::SessionRoot> sessionRoots(Model const& model) {
+  std::vector<Service::SessionRoot> roots;
+  for (ModelRoot const& root : model.roots()) roots.push_back({root.path, root.typeName});
+  return roots;
+}
+
+std::unique_ptr<Service::CommitStore> openStore(std::string const& dir) {
+  std::error_code error;
+  std::filesystem::create_directories(dir, error);
+  if (error) throw ModelError(dir + ": cannot be made: " + error.message());
+  return std::make_unique<Service::SqliteStore>((std::filesystem::path(dir) / "commits.db").string());
+}
+
+}  // namespace
+
+Device::Device(Model const& model, Settings const& settings) : model_(model), top_(Kel::dirFactory("")) {
+  running_ = Kel::Dir::Ptr(new Kel::Dir("running", top_.ptr()));
+  std::string const name = settings.file == "-" ? "standard input" : settings.file;
+  report_ = loadConfiguration(model, settings.text.empty() ? readConfiguration(settings.file) : settings.text, name,
+                              running_, pending);
+  Service::Options options;
+  options.clock = settings.clock;
+  if (!settings.stateDir.empty()) {
+    store_ = openStore(settings.stateDir);
+    options.store = store_.get();
+  }
+  service_ = std::make_unique<Service::Service>(running_, sessionRoots(model), options);
+  if (!store_) return;
+  service_->start();
+  pending.retry(running_);
+}
+
+Device::~Device() = default;
+
+std::string readConfiguration(std::string const& file) {
+  std::ostringstream text;
+  if (file == "-") {
+    text << std::cin.rdbuf();
+    return text.str();
+  }
+  std::error_code error;
+  auto const status = std::filesystem::status(file, error);
+  if (!std::filesystem::exists(status)) throw ModelError(file + ": there is no such file");
+  if (error) throw ModelError(file + ": cannot be read: " + error.message());
+  if (std::filesystem::is_directory(status)) throw ModelError(file + ": is a directory, not a file");
+  if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(file, error) > maxFileSize)
+    throw ModelError(file + ": is bigger than " + std::to_string(maxFileSize) + " bytes");
+  std::ifstream in(file, std::ios::binary);
+  text << in.rdbuf();
+  if (!in.is_open() || in.bad()) throw ModelError(file + ": cannot be read");
+  return text.str();
+}
+
+LoadReport loadConfiguration(Model const& model, std::string const& text, std::string const& file,
+                             Kel::Dir::Ptr const& into, Service::PendingReferences& pending) {
+  bool const blank = text.find_first_not_of(" \t\r\n") == std::string::npos;
+  if (blank) throw ModelError(file + ": is empty");
+  auto const document = Service::Json::parse(text, nullptr, false);
+  bool const empty = document.is_object() && document.empty();
+  if (!document.is_discarded() && !empty && looksLikeTree(model.roots(), text))
+    return loadTree(model.roots(), text, file, into, pending);
+  return model.load(text, file, into, pending);
+}
+
+}  // namespace Shell

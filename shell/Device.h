@@ -1,0 +1,48 @@
+// The embedded default: a running configuration, the service that owns its sessions, and the store, in one process.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Model.h"
+#include "service/Service.h"
+
+namespace Shell {
+
+class Device {
+ public:
+  struct Settings {
+    std::string file;      // the configuration; "-": standard input
+    std::string stateDir;  // where commits are kept; empty: nowhere
+    std::function<double()> clock;
+    std::string text{};  // of the configuration, in place of the file
+  };
+  // Loads the configuration. With a state directory that has commits the running configuration is that of the newest
+  // one, and the file's the clean configuration. Raises ModelError, Cli::Service::Error.
+  Device(Model const& model, Settings const& settings);
+  ~Device();
+
+  Model const& model() const { return model_; }
+  Cli::Service::Service& service() { return *service_; }
+  LoadReport const& report() const { return report_; }
+  bool keepsCommits() const { return store_ != nullptr; }
+  // The references of the running configuration that lead nowhere.
+  Cli::Service::PendingReferences pending;
+
+ private:
+  Model const& model_;
+  Kel::Dir::Ptr top_, running_;
+  LoadReport report_;
+  std::unique_ptr<Cli::Service::CommitStore> store_;
+  std::unique_ptr<Cli::Service::Service> service_;
+};
+
+// The text of a file; "-": standard input. Raises ModelError.
+std::string readConfiguration(std::string const& file);
+// Loads a configuration in the model's form, or as a JSON tree, into a directory that has none of the roots.
+LoadReport loadConfiguration(Model const& model, std::string const& text, std::string const& file,
+                             Kel::Dir::Ptr const& into, Cli::Service::PendingReferences& pending);
+
+}  // namespace Shell

@@ -1,0 +1,113 @@
+#include "DiffView.h"
+
+#include <algorithm>
+
+#include "JsonText.h"
+#include "Words.h"
+#include "service/Commands.h"
+
+namespace Shell {
+
+namespace Service = Cli::Service;
+using Service::Difference;
+using Service::DifferenceKind;
+using Service::Json;
+
+namespace {
+
+class Lines {
+ public:
+  explicit Lines(Paint const& paint) : paint_(paint) {}
+
+  void add(Difference const& difference) {
+    std::vector<std::string> path = pieces(difference.path);
+    std::string name = path.empty() ? "." : path.back();
+    if (!path.empty()) path.pop_back();
+    above(path);
+    std::size_t const depth = path.size();
+    if (difference.run) return run(difference, name, depth);
+    switch (difference.kind) {
+      case DifferenceKind::created: return whole('+', name, difference.after, depth);
+      case DifferenceKind::deleted: return whole('-', name, difference.before, depth);
+      default: break;
+    }
+    if (difference.before.is_object() || difference.after.is_object()) {
+      whole('-', name, difference.before, depth);
+      whole('+', name, difference.after, depth);
+      return;
+    }
+    line('~', depth, name + ": " + oneLine(difference.before) + " -> " + oneLine(difference.after));
+  }
+
+  std::string const& text() const { return text_; }
+
+ private:
+  // The part of the path that the line before did not have.
+  void above(std::vector<std::string> const& path) {
+    std::size_t const common = static_cast<std::size_t>(
+        std::mismatch(path.begin(), path.end(), last_.begin(), last_.end()).first - path.begin());
+    for (std::size_t i = common; i < path.size(); ++i) line(' ', i, path[i]);
+    last_ = path;
+  }
+
+  void line(char mark, std::size_t depth, std::string const& text) {
+    Style const style = mark == '+'   ? Style::added
+                        : mark == '-' ? Style::removed
+                        : mark == ' ' ? Style::heading
+                                      : Style::changed;
+    text_ += paint_(style, std::string(1, mark) + " " + std::string(depth * 2, ' ') + text) + "\n";
+  }
+
+  void whole(char mark, std::string const& name, Json const& content, std::size_t depth) {
+    if (!content.is_structured()) return line(mark, depth, name + (content.is_null() ? "" : ": " + oneLine(content)));
+    line(mark, depth, name);
+    for (std::string const& each : contentLines(content)) line(mark, depth + 1, each);
+  }
+
+  void run(Difference const& difference, std::string const& name, std::size_t depth) {
+    bool const gone = difference.kind == DifferenceKind::deleted;
+    Json const& items = gone ? difference.before : difference.after;
+    std::size_t at = gone ? difference.run->from : difference.run->to;
+    char const mark = gone ? '-' : difference.kind == DifferenceKind::created ? '+' : '*';
+    std::size_t from = difference.run->from;
+    for (Json const& item : items) {
+      std::string label = name + " [" + std::to_string(at++) + "]";
+      if (mark == '*') label += " (was [" + std::to_string(from++) + "])";
+      whole(mark, label, item, depth);
+    }
+  }
+
+  Paint const& paint_;
+  std::vector<std::string> last_;
+  std::string text_;
+};
+
+Json asJson(Difference const& difference) {
+  Json out;
+  out["kind"] = Service::text(difference.kind);
+  out["path"] = difference.path.text();
+  if (!difference.before.is_null()) out["before"] = difference.before;
+  if (!difference.after.is_null()) out["after"] = difference.after;
+  if (difference.run) out["run"] = Json{{"from", difference.run->from}, {"to", difference.run->to}};
+  return out;
+}
+
+}  // namespace
+
+std::string diffText(std::vector<Difference> const& differences, DiffForm form, Paint const& paint) {
+  std::string out;
+  if (form == DiffForm::commands) {
+    for (std::string const& command : Service::commands(differences)) out += command + "\n";
+    return out;
+  }
+  if (form == DiffForm::json) {
+    Json all = Json::array();
+    for (Difference const& difference : differences) all.push_back(asJson(difference));
+    return all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  }
+  Lines lines(paint);
+  for (Difference const& difference : differences) lines.add(difference);
+  return lines.text();
+}
+
+}  // namespace Shell

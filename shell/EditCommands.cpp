@@ -1,0 +1,152 @@
+// Edits of the session's configuration.
+#include "CommandTable.h"
+#include "Words.h"
+#include "service/JsonTree.h"
+#include "service/PathWords.h"
+
+namespace Shell {
+
+namespace Service = Cli::Service;
+using Service::Path;
+
+namespace {
+
+std::vector<std::string> commandWords(std::string const& command, Arguments const& arguments) {
+  std::vector<std::string> words{command};
+  for (char const* name : {"PATH", "VALUE", "FROM", "TO"})
+    for (std::string const& word : arguments.words(name)) words.push_back(word);
+  return words;
+}
+
+// An absolute path leads to any entity of the process: a session's references stay in the session.
+void refuseOutside(Context& context, std::vector<std::string> const& words) {
+  Service::WordRules rules;
+  rules.create = true;
+  std::vector<std::string> const typed(words.begin() + 1, words.end());
+  auto const place = Service::readPath(context.base(), context.at(), typed, rules);
+  Kel::KelAttr const* const attr = place.path.empty() ? nullptr : place.path.steps.back().attr;
+  if (!attr || !attr->isPtr() || place.used >= typed.size()) return;
+  std::string const& target = typed[place.used];
+  if (!target.empty() && target.front() == '/') throw CommandError("'" + shown(target) + "' leads out of the session");
+}
+
+Outcome applyWords(Context& context, std::vector<std::string> const& words) {
+  Service::Session& session = context.session();
+  if (words.front() == "set" || words.front() == "insert") refuseOutside(context, words);
+  Service::Editor editor(context.base(), context.pending());
+  Service::Applied const applied = editor.apply(words, context.at());
+  session.edited(applied.path);
+  context.out << shown(applied.text) << "\n";
+  return Outcome::ok;
+}
+
+bool isEntityPlace(Service::WordPath const& place) { return place.type && place.type->isEntity(); }
+
+}  // namespace
+
+Outcome set(Context& context, Arguments const& arguments) {
+  return applyWords(context, commandWords("set", arguments));
+}
+
+Outcome del(Context& context, Arguments const& arguments) {
+  return applyWords(context, commandWords("delete", arguments));
+}
+
+Outcome insert(Context& context, Arguments const& arguments) {
+  return applyWords(context, commandWords("insert", arguments));
+}
+
+Outcome move(Context& context, Arguments const& arguments) {
+  return applyWords(context, commandWords("move", arguments));
+}
+
+Outcome create(Context& context, Arguments const& arguments) {
+  std::vector<std::string> words = commandWords("set", arguments);
+  std::vector<std::string> const typed(words.begin() + 1, words.end());
+  Service::WordRules rules;
+  rules.create = true;
+  auto const place = (context.session(), Service::readPath(context.base(), context.at(), typed, rules));
+  std::string const path = shown(place.path.text());
+  if (!isEntityPlace(place)) throw CommandError(path + " is no entity; 'set' gives it a value");
+  if (place.missing == 0) throw CommandError(path + " is there already");
+  return applyWords(context, words);
+}
+
+namespace {
+
+// Carries an entity over to another key: its content, and the pointers to it and below it.
+void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Service::PendingReferences& pending) {
+  Kel::Entity::Ptr const entity = Service::entityAt(tree.dir, from);
+  std::vector<std::pair<Path, std::string>> pointers;
+  for (Path const& pointer : Service::referencesTo(tree.dir, *entity)) {
+    Service::Place const place = Service::locate(tree.dir, pointer);
+    auto const value = Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key);
+    std::string const target = value ? Service::targetText(*value->entityConst(), *tree.dir) : "";
+    std::string const old = from.text();
+    if (target.compare(0, old.size(), old) == 0) pointers.emplace_back(pointer, to.text() + target.substr(old.size()));
+  }
+  Service::ExportOptions all;
+  all.pending = &pending;
+  Service::ImportOptions options;
+  options.pending = &pending;
+  Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
+  Service::Editor editor(tree.dir, pending);
+  for (auto const& [pointer, target] : pointers) {
+    std::vector<std::string> words = pointer.words();
+    words.insert(words.begin(), "set");
+    words.push_back(target);
+    if (!pointer.isWithin(from)) editor.apply(words);
+  }
+  editor.remove(from);
+}
+
+}  // namespace
+
+Outcome rename(Context& context, Arguments const& arguments) {
+  Path const from = context.path(arguments.words("PATH"));
+  Kel::KelAttr const* const attr = from.empty() ? nullptr : from.steps.back().attr;
+  bool const member = attr && attr->instantiating() && attr->isCollection() && !attr->isQueue();
+  if (!member || !from.steps.back().key) throw CommandError(shown(from.text()) + " has no key that could change");
+  std::vector<std::string> words = from.parent().words();
+  words.push_back(attr->name().str());
+  words.push_back(arguments.text("NAME"));
+  Service::WordRules rules;
+  rules.create = true;
+  auto const target = Service::readPath(context.base(), {}, words, rules);
+  std::string const to = shown(target.path.text());
+  if (target.missing == 0) throw CommandError(to + " is there already");
+  if (target.path.steps.size() != from.steps.size()) throw CommandError("'" + shown(words.back()) + "' is no key here");
+  Service::PendingReferences pending = context.pending();
+  context.session().loadMerge([&](Service::Tree const& tree) { carryOver(tree, from, target.path, pending); });
+  pending.retry(context.base());
+  context.pending() = std::move(pending);
+  context.session().edited(from);
+  context.session().edited(target.path);
+  context.out << shown(from.text()) << " is now " << to << "\n";
+  return Outcome::ok;
+}
+
+// --- Where commands work ---
+
+Outcome edit(Context& context, Arguments const& arguments) {
+  Path const path = context.path(arguments.words("PATH"));
+  Service::Place const place = Service::locate(context.base(), path);
+  bool const leaf = place.attr && !place.attr->instantiating();
+  if (leaf) throw CommandError(shown(path.text()) + " is a value; nothing is below it");
+  context.at() = path;
+  return Outcome::ok;
+}
+
+Outcome up(Context& context, Arguments const&) {
+  context.session();
+  context.at() = context.at().parent();
+  return Outcome::ok;
+}
+
+Outcome top(Context& context, Arguments const&) {
+  context.session();
+  context.at() = Path();
+  return Outcome::ok;
+}
+
+}  // namespace Shell

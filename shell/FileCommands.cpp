@@ -1,0 +1,162 @@
+// Configurations from files and to files.
+#include <sstream>
+
+#include "CommandTable.h"
+#include "OutputFilter.h"
+#include "Words.h"
+#include "service/JsonTree.h"
+#include "service/PathWords.h"
+
+namespace Shell {
+
+namespace Service = Cli::Service;
+using Service::Path;
+using Service::Tree;
+
+namespace {
+
+bool isJson(std::string const& text) {
+  std::size_t const first = text.find_first_not_of(" \t\r\n");
+  return first != std::string::npos && (text[first] == '{' || text[first] == '[' || text[first] == '"');
+}
+
+std::vector<std::string> lines(std::string const& text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) out.push_back(line);
+  return out;
+}
+
+// Puts a file's content into a tree: edits as commands, a JSON tree, or the model's form.
+class FileContent {
+ public:
+  FileContent(Context& context, std::string const& file)
+      : context_(context), file_(file), text_(readConfiguration(file)) {
+    if (text_.find_first_not_of(" \t\r\n") == std::string::npos) throw CommandError(shown(file) + ": is empty");
+  }
+
+  void into(Tree const& tree, Path const& path, bool merge, Service::PendingReferences& pending) const {
+    if (!isJson(text_)) return commands(tree, path, pending);
+    Service::ImportOptions options;
+    options.merge = merge;
+    options.pending = &pending;
+    if (!path.empty()) {
+      Service::importText(tree.dir, path, file_, text_, options);
+      return;
+    }
+    // In the model's form it is a configuration of its own, from which the tree is filled.
+    Kel::Dir::Ptr const dir = Kel::dirFactory("file");
+    Service::PendingReferences waiting;
+    loadConfiguration(context_.device.model(), text_, file_, dir, waiting);
+    Service::ExportOptions exported;
+    exported.pending = &waiting;
+    Service::importJson(tree.dir, {}, Service::exportEntity(*dir, *dir, exported), options);
+  }
+
+ private:
+  void commands(Tree const& tree, Path const& path, Service::PendingReferences& pending) const {
+    Service::Editor editor(tree.dir, pending, Service::Editor::Source::rendering);
+    std::size_t number = 0;
+    for (std::string const& line : lines(text_)) {
+      ++number;
+      Line const split = splitLine(line);
+      if (split.words.empty() || split.isComment()) continue;
+      try {
+        editor.apply(line, path);
+      } catch (Service::InputError const& e) {
+        throw CommandError(shown(file_) + ":" + std::to_string(number) + ": " + e.what());
+      }
+    }
+    pending.retry(tree.dir);
+  }
+
+  Context& context_;
+  std::string file_, text_;
+};
+
+}  // namespace
+
+Outcome load(Context& context, Arguments const& arguments) {
+  Service::Session& session = context.session();
+  FileContent const content(context, arguments.text("FILE"));
+  std::vector<std::string> const& words = arguments.words("PATH");
+  Path const path = words.empty() ? context.at() : context.path(words, true);
+  bool const merge = arguments.has("merge");
+  std::size_t const before = session.differences().size();
+  Service::PendingReferences pending = merge || !path.empty() ? context.pending() : Service::PendingReferences();
+  auto const fill = [&](Tree const& tree) { content.into(tree, path, merge, pending); };
+  if (merge) {
+    session.loadMerge(fill);
+  } else if (path.empty()) {
+    session.loadReplace(fill);
+    if (before) context.out << counted(before, "earlier edit is", "earlier edits are") << " dropped\n";
+  } else {
+    pending.erase(path);
+    session.loadReplace(fill, path);
+  }
+  context.refreshPending(pending);
+  std::size_t const edits = session.differences().size();
+  context.out << shown(arguments.text("FILE")) << " is loaded: " << counted(edits, "edit", "edits") << " to commit";
+  std::size_t const waiting = context.pending().list().size();
+  if (waiting) context.out << ", " << counted(waiting, "reference", "references") << " to nowhere";
+  context.out << "\n";
+  return Outcome::ok;
+}
+
+namespace {
+
+std::string jsonText(Context& context, Path const& path) {
+  Service::ExportOptions options;
+  options.pending = &context.pending();
+  Service::Place const place = Service::locate(context.base(), path);
+  if (!place.there()) throw CommandError(shown(path.text()) + " is not there");
+  Service::Json out;
+  if (!place.attr)
+    out = Service::exportEntity(*place.entity, *context.base(), options);
+  else if (place.isMember)
+    out = Service::exportValue(Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key).ptr(),
+                               *context.base());
+  else
+    out = Service::exportAttribute(*place.entity, *place.attr, *context.base(), options);
+  return out.dump(2, ' ', false, Service::Json::error_handler_t::replace) + "\n";
+}
+
+// The roots at and below a path; nothing for a path in a root.
+std::vector<Path> rootsBelow(Context& context, Path const& path) {
+  std::vector<Path> out;
+  for (auto const& root : context.service().roots()) {
+    Path const at = Service::parsePath(context.base(), root.path);
+    if (at.isWithin(path)) out.push_back(at);
+  }
+  return out;
+}
+
+std::string commandText(Context& context, Path const& path) {
+  std::vector<Path> places = rootsBelow(context, path);
+  if (places.empty()) places.push_back(path);
+  std::string out;
+  for (Path const& place : places) {
+    auto const content = Service::Json::parse(jsonText(context, place));
+    for (std::string const& command : Service::commands(place, content)) out += command + "\n";
+  }
+  return out;
+}
+
+}  // namespace
+
+Outcome save(Context& context, Arguments const& arguments) {
+  context.session();
+  bool const commands = arguments.has("commands");
+  std::string const text = commands ? commandText(context, {}) : jsonText(context, {});
+  writeFile(arguments.text("FILE"), text);
+  context.out << "written to " << shown(arguments.text("FILE")) << "\n";
+  return Outcome::ok;
+}
+
+Outcome exportTree(Context& context, Arguments const& arguments) {
+  Path const path = context.pathOrHere(arguments.words("PATH"));
+  context.out << (arguments.has("--commands") ? commandText(context, path) : jsonText(context, path));
+  return Outcome::ok;
+}
+
+}  // namespace Shell

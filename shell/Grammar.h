@@ -1,0 +1,99 @@
+// The grammar of commands: each command's usage line is its grammar. Parsing, completion and help all read it.
+//
+//     show diff [against (ancestor | running | commit N)]
+//
+// A lower-case word is a keyword, which may be abbreviated as long as it is unique; a word in capitals is an argument;
+// brackets hold what may be left out, parentheses and bars alternatives. "..." behind an argument: one word or more.
+// PATH always is one word or more. A keyword goes before an argument; a word in quotes is no keyword.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Words.h"
+
+namespace Shell {
+
+// A line that is not a command. The message names the word and what would have done.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The arguments of a command: the words of each, by name, and the keywords that were given.
+class Arguments {
+ public:
+  bool has(std::string const& name) const { return words_.count(name) != 0; }
+  // The first word of an argument; empty when it was not given.
+  std::string text(std::string const& name) const;
+  std::vector<std::string> const& words(std::string const& name) const;
+  // All words of an argument, with a blank between them.
+  std::string joined(std::string const& name) const;
+  unsigned long long number(std::string const& name) const;
+
+  void add(std::string const& name, std::string const& word) { words_[name].push_back(word); }
+
+ private:
+  std::map<std::string, std::vector<std::string>> words_;
+};
+
+class Grammar {
+ public:
+  // Whether a word will do for an argument; for completion and for abbreviations.
+  using Accepts =
+      std::function<bool(std::string const& argument, std::vector<std::string> const& before, std::string const& word)>;
+
+  explicit Grammar(std::vector<std::string> usages);
+
+  struct Match {
+    std::size_t rule = 0;  // the index of the usage
+    Arguments arguments;
+  };
+  // Raises UsageError.
+  Match match(std::vector<Word> const& words, Accepts const& accepts) const;
+
+  // What may come next.
+  struct Expected {
+    std::string keyword;              // or:
+    std::string argument;             // its name
+    std::vector<std::string> before;  // the words that the argument has already
+    std::vector<std::size_t> rules;
+    bool isKeyword() const { return !keyword.empty(); }
+  };
+  struct Next {
+    std::vector<Expected> expected;  // in the order of the usages
+    std::vector<std::size_t> ends;   // the commands that may end here
+  };
+  // Raises UsageError when the words are no beginning of a command.
+  Next next(std::vector<Word> const& words, Accepts const& accepts) const;
+
+ private:
+  struct Edge {
+    enum class Kind { empty, keyword, argument } kind;
+    std::string word;
+    std::size_t to;
+  };
+  struct Thread {
+    std::size_t state;
+    std::size_t rule;
+    Arguments arguments;
+    std::vector<std::string> last;  // the words of the argument that the state is in the middle of
+    std::string lastArgument;
+  };
+  class Compiler;
+
+  std::vector<Thread> step(std::vector<Thread> const& threads, Word const& word, std::size_t number,
+                           Accepts const& accepts) const;
+  std::vector<Thread> start() const;
+  void follow(std::vector<Thread>& threads) const;
+  [[noreturn]] void refuse(std::vector<Thread> const& threads, Word const* word) const;
+
+  std::vector<std::string> usages_;
+  std::vector<std::vector<Edge>> states_;
+  std::vector<std::size_t> starts_, accepting_;
+};
+
+}  // namespace Shell

@@ -1,0 +1,30 @@
+// Says on a terminal that a command takes long.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace Shell {
+
+// While it lives for more than half a second, a line on standard error says what is under way and for how long; it is
+// gone with the object. Only the line is written by a thread of its own.
+class Progress {
+ public:
+  Progress(std::string what, bool on);
+  ~Progress();
+  Progress(Progress const&) = delete;
+  Progress& operator=(Progress const&) = delete;
+
+ private:
+  void run();
+
+  std::string const what_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool done_ = false;
+  std::thread thread_;
+};
+
+}  // namespace Shell

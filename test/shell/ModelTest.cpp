@@ -1,0 +1,99 @@
+// Models that are loaded as libraries, and the second example.
+#include <gtest/gtest.h>
+
+#include "Context.h"
+#include "Device.h"
+#include "Files.h"
+#include "Interpreter.h"
+#include "ModelLibrary.h"
+
+namespace Shell {
+namespace {
+
+namespace Service = Cli::Service;
+
+Model const& router() {
+  static Model const* const model = openModelLibrary(ROUTER);
+  return *model;
+}
+
+std::string answers(Model const& model, std::string const& file, std::vector<std::string> const& commands) {
+  Device device(model, {file, "", [] { return 1.7e9; }});
+  Context context(device);
+  Interpreter interpreter(context);
+  std::string out;
+  for (std::string const& command : commands) {
+    Interpreter::Answer const answer = interpreter.run(command);
+    out += answer.output + answer.error;
+  }
+  return out;
+}
+
+std::string const board = SOURCE_DIR "/examples/router/board.json";
+
+TEST(RouterModel, TakesEverythingInItsSample) {
+  Device device(router(), {board, "", nullptr});
+  EXPECT_EQ("53 entities of 9 modules", device.report().summary);
+  for (Remark const& remark : device.report().remarks) ADD_FAILURE() << remark.place << ": " << remark.what;
+}
+
+TEST(RouterModel, TakesEverythingInARealConfiguration) {
+  std::string const file = SHARED_DATA "/yang/router-board.json";
+  if (!std::filesystem::exists(file)) GTEST_SKIP() << file << " is not there";
+  Device device(router(), {file, "", nullptr});
+  EXPECT_EQ("107 entities of 13 modules", device.report().summary);
+  for (Remark const& remark : device.report().remarks) ADD_FAILURE() << remark.place << ": " << remark.what;
+}
+
+TEST(RouterModel, KeepsTheTextOfAReferenceUntilItsTargetComes) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", R"({"ietf-interfaces:interfaces": {"interface": [
+    {"name": "lan1", "infix-interfaces:bridge-port": {"bridge": "br9"}}]}})")
+                               .string();
+  std::string const said = answers(router(), file,
+                                   {"session open s", "show references", "create interfaces interface br9",
+                                    "show references", "show interfaces interface lan1 bridgePort"});
+  EXPECT_EQ(
+      "session s is open, equal to running\n"
+      "interfaces.interface/lan1.bridgePort.bridge -> interfaces.interface/br9: there is no such Interface\n"
+      "interfaces.interface/br9 created; pointing at it again: interfaces.interface/lan1.bridgePort.bridge\n"
+      "every reference leads somewhere\n"
+      "bridge  interfaces.interface/br9\n",
+      said);
+}
+
+TEST(RouterModel, RefusesFilesOfAnotherForm) {
+  Tests::TemporaryDir const dir;
+  for (char const* text : {"", "[]", "{}", "3", "{\"PORT\": {}}", "{\"a\": ", "<xml/>"})
+    EXPECT_THROW(Device(router(), {dir.write("x.json", text).string(), "", nullptr}), ModelError) << text;
+}
+
+// Nested lists, queues in queues, and keys that are numbers, by commands.
+TEST(RouterModel, IsEditedByCommands) {
+  std::string const said =
+      answers(router(), board,
+              {"session open s", "set interfaces interface wan ipv4 dhcp option 12 value box",
+               "insert nacm ruleList 1 rule 0", "set nacm ruleList 1 rule 0 label first", "move nacm ruleList 1 0",
+               "delete interfaces interface br0", "show diff as commands"});
+  EXPECT_NE(std::string::npos, said.find("interfaces.interface/wan.ipv4.dhcp.option/12.value set to box")) << said;
+  EXPECT_NE(std::string::npos, said.find("set nacm ruleList 0 rule 0 label first\n")) << said;
+  EXPECT_NE(std::string::npos, said.find("br0 deleted; no longer lead anywhere: ")) << said;
+}
+
+// A library that has types alone: its configurations are JSON trees.
+TEST(ModelLibrary, IsUsedByItsTypes) {
+  auto const types = modelOfTypes("router", {"firewall=Router::Firewall", "Router::Interfaces"});
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("t.json", R"({"firewall": {"zone": {"lan": {"action": "accept",
+    "interface": {"br0": "interfaces.interface/br0"}}}}, "interfaces": {"interface": {"br0": {}}}})")
+                               .string();
+  EXPECT_EQ("session s is open, equal to running\naction     accept\ninterface  br0\n",
+            answers(*types, file, {"session open s", "show firewall zone lan"}));
+  EXPECT_THROW(modelOfTypes("router", {}), ModelError);
+  EXPECT_THROW(modelOfTypes("router", {"Router::Nowhere"}), ModelError);
+  EXPECT_THROW(modelOfTypes("router", {"Router::NacmRule"}), ModelError);
+  EXPECT_THROW(openModelLibrary("/nowhere.so"), ModelError);
+}
+
+}  // namespace
+}  // namespace Shell

@@ -1,0 +1,56 @@
+// The shell's commands on the sample configuration, as transcripts: behind each command stands what it answered, and
+// its status where that is not 0.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "Device.h"
+#include "Files.h"
+#include "Interpreter.h"
+#include "examples/config_db/Model.h"
+
+namespace Shell {
+namespace {
+
+class Transcript : public testing::TestWithParam<std::string> {
+ protected:
+  static std::unique_ptr<Device> sample() {
+    ::setenv("TZ", "UTC", 1);
+    ::setenv("LOGNAME", "operator", 1);
+    return std::make_unique<Device>(
+        ConfigDb::model(), Device::Settings{SOURCE_DIR "/examples/config_db/leaf.json", "", [] { return 1.7e9; }});
+  }
+};
+
+TEST_P(Transcript, Holds) {
+  std::string const path = SOURCE_DIR "/test/shell/transcripts/" + GetParam() + ".golden";
+  Tests::TemporaryDir const folder;
+  auto const before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.path());
+  auto const device = sample();
+  Context context(*device);
+  Interpreter interpreter(context);
+  std::string const said = Tests::answered(path, [&](std::string const& command) {
+    Interpreter::Answer const answer = interpreter.run(command);
+    std::string text = answer.output + answer.error;
+    if (answer.outcome != Outcome::ok) text += "[" + std::to_string(static_cast<int>(answer.outcome)) + "]\n";
+    return text;
+  });
+  std::filesystem::current_path(before);
+  EXPECT_EQ(Tests::golden(path, said), said) << "renew " << path << " with UPDATE_GOLDEN=1, and read the difference";
+}
+
+std::vector<std::string> names() {
+  std::vector<std::string> out;
+  for (auto const& entry : std::filesystem::directory_iterator(SOURCE_DIR "/test/shell/transcripts"))
+    out.push_back(entry.path().stem().string());
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Shell, Transcript, testing::ValuesIn(names()),
+                         [](auto const& transcript) { return transcript.param; });
+
+}  // namespace
+}  // namespace Shell
