@@ -67,22 +67,21 @@ class Exporter {
 
   Json entity(Kel::Entity const& e) {
     if (Kel::Dir const* dir = asDir(&e)) return directory(*dir, false);
-    Json json = Json::object();
-    reserve(json, e.type()->attributeQ().size() + 1);
+    Members members;
     KelAttr const* const holder = e.parent() && !asDir(e.parent()) ? e.parentAttr() : nullptr;
-    if (!holder || holder->type() != e.type()) json["$type"] = e.type()->fullTypeName().str();
+    if (!holder || holder->type() != e.type()) members.emplace_back("$type", e.type()->fullTypeName().str());
     bool const keyed = holder ? holder->isCollection() : e.parent() != nullptr;
     KelAttr const* const key = keyParam(*e.type());
     for (KelAttr const* attr : e.type()->attributeQ()) {
       if (attr->isFunction() || (keyed && attr == key)) continue;
       if (attr->ctorParam())
-        json[attr->name().str()] = exportValue(valueOfAttr(e, *attr).ptr(), base_);
+        members.emplace_back(attr->name().str(), exportValue(valueOfAttr(e, *attr).ptr(), base_));
       else if (!options_.references && (attr->isPtr() || attr->keyIsPtr()))
         continue;
       else if (attr->copiable() && (options_.defaults || !hasDefault(e, *attr) || isPending(*attr)))
-        json[attr->name().str()] = attribute(e, *attr);
+        members.emplace_back(attr->name().str(), attribute(e, *attr));
     }
-    return json;
+    return objectOf(std::move(members));
   }
 
   Json attribute(Kel::Entity const& e, KelAttr const& attr) {
@@ -161,7 +160,14 @@ class Exporter {
     }
     return json;
   }
-  // An object that grows copies what is in it.
+  // An object that grows copies what is in it: it is made when all its members are.
+  using Members = std::vector<std::pair<std::string, Json>>;
+  static Json objectOf(Members members) {
+    Json json = Json::object();
+    reserve(json, members.size());
+    for (auto& [name, value] : members) json.get_ref<Json::object_t&>().emplace_back(std::move(name), std::move(value));
+    return json;
+  }
   static void reserve(Json& json, std::size_t size) { json.get_ref<Json::object_t&>().reserve(size); }
 
   // Members that wait for the target of their key.
