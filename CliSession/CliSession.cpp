@@ -189,36 +189,20 @@ char const* const replaceOperation = "doReplaceConfig";
 char const* const replaceSignature =
     "bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String)";
 
-Kel::Ptr<PendingChangeStatus> sessionOf(Status& status, Kel::String const& sessionName) {
-  auto const& sessions = status.pendingChangeStatusDir();
-  return sessions ? sessions->status(sessionName) : nullptr;
-}
-
-// Records why an operation has done nothing in the session, if there is one. An empty reason deletes the record.
-void setError(Kel::Ptr<PendingChangeStatus> const& session, char const* operationName, Kel::String const& reason) {
-  if (!session) return;
-  if (reason.empty())
-    session->errorDel(operationName);
-  else
-    session->errorIs(operationName, reason);
-}
-
-// The session into which a configuration is copied; null if it does not exist or is completed. Then a trace says why,
-// and the session's `error` if there is a session.
+// The session into which a configuration is copied; null, with a trace, if it does not exist or is completed.
 Kel::Ptr<PendingChangeStatus> openSession(Status& status, Kel::String const& sessionName) {
-  Kel::Ptr<PendingChangeStatus> const session = sessionOf(status, sessionName);
+  auto const& sessions = status.pendingChangeStatusDir();
+  Kel::Ptr<PendingChangeStatus> const session = sessions ? sessions->status(sessionName) : nullptr;
   if (!session) {
-    if (!status.pendingChangeStatusDir())
+    if (!sessions)
       KEL_TRACE_AS(9, replaceOperation) << status.name() << " has no pendingChangeStatusDir: initialize() makes it";
     KEL_TRACE_AS(9, replaceOperation) << "No session found under name " << sessionName;
     return nullptr;
   }
   if (session->completed()) {
     KEL_TRACE_AS(9, replaceOperation) << "Session " << sessionName << " already completed.";
-    setError(session, replaceOperation, "the session is already completed");
     return nullptr;
   }
-  setError(session, replaceOperation, "");
   return session;
 }
 
@@ -230,7 +214,6 @@ Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, PendingChangeStat
     Kel::String const reason =
         Kel::String(holder) + (dir ? Kel::String(" has no directory '") + name + "'" : " is null");
     KEL_TRACE_AS(9, replaceOperation) << "Session " << name << ": " << reason;
-    setError(Kel::Ptr<PendingChangeStatus>(&session), replaceOperation, reason);
   }
   return Kel::validPtr(entry).handle();
 }
@@ -361,7 +344,6 @@ void recordLocals(Status& status, PendingChangeStatus& session, Kel::Ptr<Kel::Di
 bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionName) {
   if (!src) {
     KEL_TRACE(8) << replaceSignature << " for " << sessionName << " returning because srcRoot is NULL";
-    setError(sessionOf(*this, sessionName), replaceOperation, "the source directory is null");
     return false;
   }
   KEL_TRACE(8) << replaceSignature << " for " << sessionName << " from " << src;
@@ -428,7 +410,6 @@ void Status::doCreateCleanConfig(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Di
 bool Status::doCleanConfig(Kel::String sessionName) {
   KEL_TRACE(8) << "bool Cli::Session::Status::doCleanConfig(Kel::String) for " << sessionName;
   bool const complete = cleanConfig() && cleanConfigStatus() && cleanConfigStatus()->cleanConfigComplete();
-  setError(sessionOf(*this, sessionName), __func__, complete ? "" : "the clean configuration is not yet complete");
   if (complete) return doReplaceConfig(cleanConfig(), sessionName);
   KEL_TRACE(9) << "clean-config is not yet complete";
   return false;

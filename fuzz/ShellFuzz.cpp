@@ -36,13 +36,13 @@ Model const& plant() {
   return *model;
 }
 
-struct Terminal {
+struct Desk {
   Device device;
   Context context{device};
   Interpreter interpreter{context};
   Completer completer{context};
 
-  Terminal() : device(plant(), settings()) {}
+  Desk() : device(plant(), settings()) {}
 
   static Device::Settings settings() {
     Device::Settings settings;
@@ -87,7 +87,7 @@ struct Terminal {
   }
 };
 
-void laws(Terminal& terminal) {
+void laws(Desk& terminal) {
   if (!terminal.context.hasSession()) return;
   auto& session = terminal.context.session();
   if (session.differencesFromRunning().empty())
@@ -103,7 +103,7 @@ void laws(Terminal& terminal) {
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   if (size > 1000) return 0;
   Fuzz::Input input(data, size);
-  Terminal terminal;
+  Desk terminal;
   while (!input.atEnd()) {
     std::string const line(input.line());
     std::size_t begin = 0;

@@ -18,5 +18,4 @@ int main() {
   std::cout << "unknown session: " << lab.manager->doReplaceConfig(lab.running, "s2") << "\n";
   lab.session->completedIs(true);
   std::cout << "completed session: " << lab.manager->doReplaceConfig(lab.running, "s1") << "\n";
-  std::cout << "reason: " << lab.session->error("doReplaceConfig") << "\n";
 }

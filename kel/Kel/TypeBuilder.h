@@ -54,6 +54,7 @@ class KEL_API TypeBuilderBase {
     attr.initial_ = initial;
     attr.counts_ = counts;
   }
+  void placedAt(AttributeId id, std::ptrdiff_t offset);
   void constPtr(KelAttr& attr) { attr.constPtr_ = true; }
   void constant(KelAttr& attr) { attr.constant_ = true; }
   void args(KelAttr& attr, std::vector<KelArg> args) { attr.args_ = std::move(args); }
@@ -141,6 +142,11 @@ class EntityTypeBuilder : public TypeBuilderBase {
   void params(AttributeId firstId, std::initializer_list<char const*> names) {
     char const* const* name = names.begin();
     (param<Getter>(firstId++, *name++), ...);
+  }
+  // Where the key is, which the name is made from: for debuggers.
+  template <class M>
+  void keyAt(AttributeId id, M T::*slot) {
+    this->placedAt(id, offsetOf(slot));
   }
   // All constructor parameters, the base's first: the type can be created.
   template <auto... Getter>

@@ -46,6 +46,8 @@ void emitValue(ValueDecl const& decl, CppTypes const& types, Texts& out);
 // The key of an entity in its owner: either the entity's name, which the framework stores, or a parameter of another
 // name, for which an `EntityKey` is generated.
 bool isKeyedByName(EntityDecl const& entity);
+// Whether the entity's name is a key that has to be printed.
+bool printsKey(EntityDecl const& entity);
 bool hasEntityKey(EntityDecl const& entity);
 void emitEntityKey(EntityDecl const& entity, CppTypes const& types, CppText& header);
 void emitEntityKeyBody(EntityDecl const& entity, CppTypes const& types, CppText& header);

@@ -101,15 +101,7 @@ class EntityEmitter {
     for (Attribute const& p : entity_.params) {
       if (!isName(entity_, p)) initializers.push_back(p.name.text + "_(" + passed(p) + ")");
     }
-    constructor.initializes(initializers).does(printsKey() ? Lines{"nameFollowsKey();"} : Lines{});
-  }
-
-  // Whether the name is a key that has to be printed.
-  bool printsKey() const {
-    std::vector<Attribute const*> const params = entity_.allParams();
-    if (params.empty() || (entity_.base && !entity_.base->allParams().empty())) return false;
-    Shape const& key = params.front()->shape;
-    return !key.target.isRef && key.target.builtin != Builtin::string;
+    constructor.initializes(initializers).does(printsKey(entity_) ? Lines{"nameFollowsKey();"} : Lines{});
   }
 
   static std::string passed(Attribute const& param) {
@@ -125,7 +117,7 @@ class EntityEmitter {
       for (Attribute const* p : entity_.base->allParams()) args.push_back(passed(*p));
       return joined(args);
     }
-    if (params.empty() || printsKey()) return {};
+    if (params.empty() || printsKey(entity_)) return {};
     Attribute const& key = *params.front();
     std::string const name = cppParam(key.name.text);
     if (isName(entity_, key)) return passed(key);
@@ -196,6 +188,13 @@ std::vector<IdMember> idMembers(EntityDecl const& entity) {
 bool isKeyedByName(EntityDecl const& entity) {
   std::vector<Attribute const*> const params = entity.allParams();
   return !params.empty() && params.front()->name.text == "name";
+}
+
+bool printsKey(EntityDecl const& entity) {
+  std::vector<Attribute const*> const params = entity.allParams();
+  if (params.empty() || (entity.base && !entity.base->allParams().empty())) return false;
+  Shape const& key = params.front()->shape;
+  return !key.target.isRef && key.target.builtin != Builtin::string;
 }
 
 bool hasEntityKey(EntityDecl const& entity) {

@@ -48,7 +48,9 @@ class TypeRecord {
       own.push_back(&p);
       names.push_back(cppString(p.name.text));
     }
-    wrapped("b.params<" + getters(own) + ">(" + own.front()->name.text + "Attr, {", names, "});");
+    std::string const& first = own.front()->name.text;
+    wrapped("b.params<" + getters(own) + ">(" + first + "Attr, {", names, "});");
+    if (printsKey(entity_)) line("b.keyAt(" + first + "Attr, " + member(first + "_") + ");");
   }
 
   void wrapped(std::string const& head, Lines const& items, std::string const& tail) {
