@@ -111,7 +111,7 @@ class Importer {
         continue;
       }
       if (!attr->copiable()) fail("'" + name + "' cannot be set");
-      below(attributeStep(*attr), name, [&] { attribute(e, *attr, value); });
+      below(attributeStep(*attr), name, [&, &value = value] { attribute(e, *attr, value); });
     }
     if (write_ && !options_.merge) resetOthers(*e, json);
   }
@@ -177,7 +177,7 @@ class Importer {
       std::string const name = key.starts_with("$$") ? key.substr(1) : key;
       if (key.starts_with('$') && !key.starts_with("$$")) fail("'" + key + "' is no entry");
       named.insert(name);
-      below(entryStep(Kel::Name(name)), key, [&] { entry(dir, Kel::Name(name), value); });
+      below(entryStep(Kel::Name(name)), key, [&, &value = value] { entry(dir, Kel::Name(name), value); });
     }
     if (!write_ || options_.merge) return;
     std::vector<Kel::Name> others;

@@ -168,9 +168,12 @@ TEST(JsonTree, PointersFollowWhatIsMadeAgain) {
   auto const hall = World::hall(world.src);
   auto const gear = hall->newGear("g", Kel::U16(1), Plant::Size(), Plant::Grade::raw);
   hall->anythingIs(gear->newPin("p"));
+  hall->weightIs(gear->pin(), 5);
   importJson(world.src, parsePath(world.src, "hall.gear/g"), Json::parse(R"({"teeth": 2, "pin": {"name": "p"}})"));
   EXPECT_EQ(hall->gear("g")->teeth(), 2);
   EXPECT_EQ(hall->anything().ptr(), hall->gear("g")->pin().ptr());
+  EXPECT_EQ(hall->weight(hall->gear("g")->pin()), 5U);
+  EXPECT_EQ(hall->weights(), 1U);
 }
 
 std::string imageOf(Kel::Entity const& root) { return exportEntity(root, root, {true, nullptr}).dump(); }
