@@ -53,17 +53,23 @@ class Gathering {
   void add(std::string word, std::string explanation) {
     if (fits(word)) found_.list.push_back({std::move(word), std::move(explanation)});
   }
-  // Texts that stay where they are until the end.
+  // Texts that stay where they are until the end. The last of those that are kept is on top of a heap.
   void offer(std::string_view word) {
-    if (fits(word)) words_.push_back(word);
+    if (!fits(word)) return;
+    if (words_.size() < limit_) {
+      words_.push_back(word);
+      std::push_heap(words_.begin(), words_.end(), naturalLess);
+      return;
+    }
+    found_.more = true;
+    if (words_.empty() || !naturalLess(word, words_.front())) return;
+    std::pop_heap(words_.begin(), words_.end(), naturalLess);
+    words_.back() = word;
+    std::push_heap(words_.begin(), words_.end(), naturalLess);
   }
   void keep(std::string const& explanation, std::string const& before = {}) {
-    std::size_t const count = std::min(words_.size(), limit_);
-    auto const end = words_.begin() + static_cast<std::ptrdiff_t>(count);
-    if (count < words_.size()) std::nth_element(words_.begin(), end, words_.end(), naturalLess);
-    std::sort(words_.begin(), end, naturalLess);
-    for (auto it = words_.begin(); it != end; ++it) found_.list.push_back({before + std::string(*it), explanation});
-    found_.more = found_.more || count < words_.size();
+    std::sort_heap(words_.begin(), words_.end(), naturalLess);
+    for (std::string_view const word : words_) found_.list.push_back({before + std::string(word), explanation});
     words_.clear();
   }
   Candidates& found() { return found_; }
@@ -200,22 +206,28 @@ class Completer {
       Kel::Entity const* entity;
     };
     std::vector<Target> targets;
+    auto const less = [](Target const& a, Target const& b) { return naturalLess(a.name, b.name); };
     TargetFinder(*base_, wanted).each([&](Kel::Entity const& e) {
-      if (e.name().view().starts_with(begun)) targets.push_back({e.name().view(), &e});
+      Target const target{e.name().view(), &e};
+      if (!target.name.starts_with(begun)) return true;
+      if (targets.size() == limit_) {
+        found.more = true;
+        if (targets.empty() || !less(target, targets.front())) return true;
+        std::pop_heap(targets.begin(), targets.end(), less);
+        targets.pop_back();
+      }
+      targets.push_back(target);
+      std::push_heap(targets.begin(), targets.end(), less);
       return true;
     });
-    auto const less = [](Target const& a, Target const& b) { return naturalLess(a.name, b.name); };
-    std::size_t const count = std::min(targets.size(), limit_);
-    auto const end = targets.begin() + static_cast<std::ptrdiff_t>(count);
-    if (count < targets.size()) std::nth_element(targets.begin(), end, targets.end(), less);
-    std::stable_sort(targets.begin(), end, less);
+    std::sort_heap(targets.begin(), targets.end(), less);
+    std::size_t const count = targets.size();
     for (std::size_t i = 0; i < count; ++i) {
       bool const shared = (i > 0 && targets[i - 1].name == targets[i].name) ||
                           (i + 1 < count && targets[i + 1].name == targets[i].name) || targets[i].name.empty();
       std::string const path = targetText(*targets[i].entity, *base_);
       found.list.push_back({shared ? path : std::string(targets[i].name), shared ? "" : path});
     }
-    found.more = found.more || count < targets.size();
     if (count == 0 && begun.find_first_of("/.") != std::string::npos)
       for (Candidate& candidate : dotted(begun).list) found.list.push_back(std::move(candidate));
   }

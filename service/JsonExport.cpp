@@ -66,22 +66,22 @@ class Exporter {
   }
 
   Json entity(Kel::Entity const& e) {
-    if (Kel::Dir const* dir = asDir(&e)) return directory(*dir);
-    Json json = Json::object();
+    if (Kel::Dir const* dir = asDir(&e)) return directory(*dir, false);
+    Members members;
     KelAttr const* const holder = e.parent() && !asDir(e.parent()) ? e.parentAttr() : nullptr;
-    if (!holder || holder->type() != e.type()) json["$type"] = e.type()->fullTypeName().str();
+    if (!holder || holder->type() != e.type()) members.emplace_back("$type", e.type()->fullTypeName().str());
     bool const keyed = holder ? holder->isCollection() : e.parent() != nullptr;
     KelAttr const* const key = keyParam(*e.type());
     for (KelAttr const* attr : e.type()->attributeQ()) {
       if (attr->isFunction() || (keyed && attr == key)) continue;
       if (attr->ctorParam())
-        json[attr->name().str()] = exportValue(valueOfAttr(e, *attr).ptr(), base_);
+        members.emplace_back(attr->name().str(), exportValue(valueOfAttr(e, *attr).ptr(), base_));
       else if (!options_.references && (attr->isPtr() || attr->keyIsPtr()))
         continue;
       else if (attr->copiable() && (options_.defaults || !hasDefault(e, *attr) || isPending(*attr)))
-        json[attr->name().str()] = attribute(e, *attr);
+        members.emplace_back(attr->name().str(), attribute(e, *attr));
     }
-    return json;
+    return objectOf(std::move(members));
   }
 
   Json attribute(Kel::Entity const& e, KelAttr const& attr) {
@@ -98,17 +98,17 @@ class Exporter {
   }
 
  private:
-  Json directory(Kel::Dir const& dir) {
+  Json directory(Kel::Dir const& dir, bool withType) {
     Json json = Json::object();
+    reserve(json, dir.entryStates() + 1);
+    if (withType) json["$type"] = dir.type()->fullTypeName().str();
     for (auto it = dir.entryStateIteratorConst(); it; ++it) {
       std::string name = it->name().str();
       if (name.starts_with('$')) name = "$" + name;
       Kel::Entity::PtrConst const child = it->entityPtr();
-      if (child && asDir(child.ptr())) {
-        json[name] = Json{{"$type", child->type()->fullTypeName().str()}};
-        json[name].update(below(entryStep(it->name()), [&] { return entity(*child); }));
-      } else if (child)
-        json[name] = below(entryStep(it->name()), [&] { return entity(*child); });
+      Kel::Dir const* const inner = asDir(child.ptr());
+      if (child)
+        json[name] = below(entryStep(it->name()), [&] { return inner ? directory(*inner, true) : entity(*child); });
       else
         json[name] = Json{{"$type", it->entityTypeName().str()}, {"$absent", true}};
     }
@@ -158,6 +158,14 @@ class Exporter {
       else
         json.push_back(Json{{"$key", std::move(entry.key)}, {"$value", std::move(entry.value)}});
     }
+    return json;
+  }
+  // An object that grows copies what is in it: it is made when all its members are.
+  using Members = std::vector<std::pair<std::string, Json>>;
+  static Json objectOf(Members members) {
+    Json json = Json::object();
+    reserve(json, members.size());
+    for (auto& [name, value] : members) json.get_ref<Json::object_t&>().emplace_back(std::move(name), std::move(value));
     return json;
   }
   static void reserve(Json& json, std::size_t size) { json.get_ref<Json::object_t&>().reserve(size); }

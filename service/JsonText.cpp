@@ -32,8 +32,8 @@ class Builder : public nlohmann::json_sax<Json> {
   bool number_float(number_float_t value, string_t const&) override { return put(value); }
   bool string(string_t& value) override { return put(std::move(value)); }
   bool binary(binary_t&) override { return false; }
-  bool start_object(std::size_t) override { return open(Json::object()); }
-  bool start_array(std::size_t) override { return open(Json::array()); }
+  bool start_object(std::size_t) override { return open(false); }
+  bool start_array(std::size_t) override { return open(true); }
   bool end_object() override { return close(); }
   bool end_array() override { return close(); }
   bool key(string_t& name) override {
@@ -50,8 +50,12 @@ class Builder : public nlohmann::json_sax<Json> {
   }
 
  private:
+  // An object or a list that is being read. An object that grows would copy what is in it.
   struct Open {
-    Json* json;
+    bool isArray;
+    std::string key;  // under which it is held
+    std::vector<std::pair<std::string, Json>> members;
+    Json items = Json::array();
     std::unordered_set<std::string> names;
   };
 
@@ -60,28 +64,31 @@ class Builder : public nlohmann::json_sax<Json> {
     add(Json(std::forward<V>(value)));
     return true;
   }
-  Json* add(Json value) {
-    if (open_.empty()) {
+  void add(Json value) {
+    if (open_.empty())
       document = std::move(value);
-      return &document;
-    }
-    Json& in = *open_.back().json;
-    if (in.is_array()) {
-      in.push_back(std::move(value));
-      return &in.back();
-    }
-    auto& members = in.get_ref<Json::object_t&>();
-    members.emplace_back(std::move(key_), std::move(value));
-    return &members.back().second;
+    else if (open_.back().isArray)
+      open_.back().items.push_back(std::move(value));
+    else
+      open_.back().members.emplace_back(std::move(key_), std::move(value));
   }
-  bool open(Json value) {
+  bool open(bool isArray) {
     if (open_.size() >= maxDepth) return fail("is nested deeper than " + std::to_string(maxDepth) + " levels");
-    Json* const added = add(std::move(value));
-    open_.push_back({added, {}});
+    open_.push_back({isArray, std::move(key_), {}, Json::array(), {}});
     return true;
   }
   bool close() {
+    Open done = std::move(open_.back());
     open_.pop_back();
+    Json value = std::move(done.items);
+    if (!done.isArray) {
+      value = Json::object();
+      auto& object = value.get_ref<Json::object_t&>();
+      object.reserve(done.members.size());
+      for (auto& [name, member] : done.members) object.emplace_back(std::move(name), std::move(member));
+    }
+    key_ = std::move(done.key);
+    add(std::move(value));
     return true;
   }
   bool fail(std::string what) {
