@@ -51,6 +51,16 @@ install(FILES
   DESTINATION ${package_dir} COMPONENT development)
 install(EXPORT CliSessionTargets NAMESPACE CliSession:: DESTINATION ${package_dir} COMPONENT development)
 
+# The service's library, with a set of targets of its own: it needs what the others do not.
+if(TARGET CliService)
+  set_target_properties(CliService PROPERTIES INSTALL_RPATH $ORIGIN)
+  install(TARGETS CliService EXPORT CliServiceTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    FILE_SET application DESTINATION ${header_dir} COMPONENT development)
+  install(EXPORT CliServiceTargets NAMESPACE CliSession:: DESTINATION ${package_dir} COMPONENT development)
+endif()
+
 # pkg-config. The files find the prefix relative to themselves, and pass the linker options that kel_add_model sets.
 set(link_clisession "-Wl,--push-state,--no-as-needed -lCliSession -Wl,--pop-state")
 if(NOT BUILD_SHARED_LIBS)
@@ -61,7 +71,11 @@ if(NOT BUILD_SHARED_LIBS)
 endif()
 file(RELATIVE_PATH pc_to_prefix /prefix/${pkgconfig_dir} /prefix)
 string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
-foreach(name kel clisession)
+set(packages kel clisession)
+if(TARGET CliService)
+  list(APPEND packages cliservice)
+endif()
+foreach(name ${packages})
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endforeach()

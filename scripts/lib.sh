@@ -25,3 +25,20 @@ build() {
   shift
   (cd "$top" && cmake --preset "$preset" >&2 && cmake --build --preset "$preset" "$@" >&2)
 }
+
+# The sources that a check is to look at, one a line: those named, with --all every one, else those that differ from the
+# commit that this branch left main at (changes that are not committed included).
+sources_to_check() {
+  if [ "${1:-}" = --all ]; then
+    git ls-files '*.cpp' ':!test/kel/compiler/sample' ':!test/installed'
+  elif [ $# -gt 0 ]; then
+    printf '%s\n' "$@"
+  else
+    local base
+    base=$(git merge-base HEAD main 2>/dev/null || git merge-base HEAD origin/main 2>/dev/null || git rev-parse HEAD)
+    {
+      git diff --name-only --diff-filter=d "$base"
+      git ls-files --others --exclude-standard
+    } | grep '\.cpp$' | grep -v -e '^test/kel/compiler/sample/' -e '^test/installed/' | sort -u || true
+  fi
+}

@@ -415,12 +415,24 @@ bool Applying::backOnce() noexcept {
   }
   each([&](Difference const& d) { return !isEntity(d) && isReference(d); }, &Applying::point);
   for (Difference const& d : pointers_) ok &= step(&Applying::point, d);
+  for (Difference const& d : pointers_) ok &= !d.attr->keyIsPtr() || step(&Applying::dropStrayKeys, d);
   try {
     pending_.retry(tree_.dir);
   } catch (...) {
     ok = false;
   }
   return ok;
+}
+
+// A member whose key has left the tree has been set anew under what was made in its place.
+void Applying::dropStrayKeys(Difference const& d) {
+  Entity::Ptr const e = owner(d);
+  std::vector<GenericIf::PtrConst> stray;
+  eachMember(*e, *d.attr, [&](Kel::AttrIterator const& it, std::size_t) {
+    if (it.keyTarget() && it.keyTarget()->root() != tree_.dir->root()) stray.push_back(it.key());
+    return true;
+  });
+  for (GenericIf::PtrConst const& key : stray) gifOf(*e)->attributeDel(d.attr->id(), key);
 }
 
 void Applying::backEntity(Difference const& d) {

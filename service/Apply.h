@@ -57,6 +57,7 @@ class Applying {
   bool step(void (Applying::*what)(Difference const&), Difference const& d) noexcept;
   bool backOnce() noexcept;
   void backEntity(Difference const& d);
+  void dropStrayKeys(Difference const& d);
   void backValue(Difference const& d);
   void backQueue(SavedQueue const& queue);
 

@@ -17,15 +17,6 @@ Kel::ValidPtr<EntityCopyHandler> handlerForRun(EntityCopy& ec) {
   return Kel::validPtr(ec.handler());
 }
 
-// The plain handler defers every pointer of a comparison without saying where it leads; such records end with the run.
-void dropAnonymousPending(EntityCopy& ec) {
-  if (!ec.stopAtFirstDiff()) return;
-  for (auto it = ec.pendingAttrIterator(); it; ++it) {
-    Kel::Ptr<AttributeCopy> const record = it.key();
-    if (record->destValueFullName().empty() && record->destIndexFullName().empty()) forgetPending(ec, record);
-  }
-}
-
 // Around a run: what it walks is its own, whatever run foreign code starts meanwhile.
 class Run {
  public:
@@ -36,7 +27,7 @@ class Run {
   ~Run() {
     impl_.walked.swap(outer_);
     if (!outer_.empty()) impl_.unsettled = true;
-    dropAnonymousPending(ec_);
+    if (ec_.stopAtFirstDiff()) forgetNamelessPending(ec_);
   }
   Run(Run const&) = delete;
   Run& operator=(Run const&) = delete;
@@ -51,6 +42,7 @@ class Run {
 
   // The run has come to its end: what it walked is equal now.
   void completed() {
+    if (!Kel::ChangeJournal::enabled()) return;
     bool const settled = !impl_.unsettled && ec_.pendingAttrs() == 0;
     for (WalkedRoot const& root : impl_.walked) {
       if (!settled) return;

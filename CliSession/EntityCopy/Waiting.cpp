@@ -31,6 +31,11 @@ Impl::PendingKey keyOf(AttributeCopy const& record) {
   return keyOf(record.dest().ptr(), record.attribute().ptr(), record.srcIndex());
 }
 
+// Takes a record out of the engine's own books. Takes no memory.
+void leaveBooks(Impl& impl, AttributeCopy const& record) {
+  std::erase_if(impl.pending, [&](auto const& entry) { return entry.second.record.ptr() == &record; });
+}
+
 // Takes the record out that `which` names among those at one place. It is destroyed last, because a reactor may run.
 template <class Which>
 void dropPending(EntityCopy& ec, Impl::PendingKey const& key, Which const& which) {
@@ -66,6 +71,21 @@ void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
   ec.pendingAttrDel(record);  // in case it was put there by hand
 }
 
+void forgetNamelessPending(EntityCopy& ec) noexcept {
+  auto const nameless = [](AttributeCopy const& r) {
+    return r.destValueFullName().empty() && r.destIndexFullName().empty();
+  };
+  if (ec.impl()) std::erase_if(Impl::of(ec).pending, [&](auto const& entry) { return nameless(*entry.second.record); });
+  for (auto it = ec.pendingAttrIterator(); it; ++it) {
+    Kel::Ptr<AttributeCopy> const record = it.key();
+    try {
+      if (nameless(*record)) ec.pendingAttrDel(record);
+    } catch (...) {
+      // A run may be ending with an exception already.
+    }
+  }
+}
+
 void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Entity const> const& owner,
            Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget) {
   Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&attr), f.destPtr(), f.path());
@@ -85,9 +105,15 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
     record->srcValueFullNameIs(srcTarget.fullName());
     record->destValueFullNameIs(destTarget);
   }
-  ec.pendingAttrIs(record, true);
+  // Whatever fails, the engine's own books hold no record that waits nowhere, and none waits that they do not hold.
   Impl& impl = Impl::of(ec);
   impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred});
+  try {
+    ec.pendingAttrIs(record, true);
+  } catch (...) {
+    if (!ec.pendingAttr(record)) leaveBooks(impl, *record);
+    throw;
+  }
 }
 
 namespace {

@@ -10,6 +10,15 @@
 
 namespace Kel {
 
+namespace {
+
+// Raises what goes wrong while something is written to it, where other streams keep it to themselves.
+struct TextStream : std::ostringstream {
+  TextStream() { exceptions(badbit); }
+};
+
+}  // namespace
+
 // --- Making ---
 
 GenericIf::~GenericIf() {
@@ -91,7 +100,7 @@ String8 GenericIf::text() const {
       text = text + (text.chars() > 1 ? ", " : "") + (object ? object->text() : "<null>");
     return text + ")";
   }
-  std::ostringstream out;
+  TextStream out;
   type_->valueOps().print(base(), out);
   return String8(out.str());
 }
@@ -216,7 +225,7 @@ U32 GenericIf::attributeCount(AttributeId id) const {
 
 String8 GenericIf::attributeString(AttributeId id) const {
   KelAttr const& a = checked(id);
-  std::ostringstream out;
+  TextStream out;
   if (a.isFunction()) {
     out << a.name() << "()";
   } else if (!a.isCollection()) {

@@ -1,6 +1,7 @@
 #include "Kel/Trace.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -142,6 +143,18 @@ void traceHelper(TraceHandle const& handle, int level, char const* file, int lin
     sink(record);
   else
     std::cerr << text.str();
+}
+
+TraceLine::~TraceLine() {
+  try {
+    if (!text_.bad()) {
+      traceHelper(handle_, level_, file_, line_, function_, text_.str());
+      return;
+    }
+  } catch (...) {
+    // No reason to fail what is traced.
+  }
+  std::fprintf(stderr, "%s/%d %s:%d: trace lost\n", handle_.name().c_str(), level_, function_, line_);
 }
 
 }  // namespace Kel

@@ -76,12 +76,13 @@ class KEL_API TraceHandle {
 KEL_API void traceHelper(TraceHandle const& handle, int level, char const* file, int line, char const* function,
                          std::string const& message);
 
-// One trace statement under way; sends its message when it goes out of scope.
-class TraceLine {
+// One trace statement under way; sends its message when it goes out of scope. What is traced goes on if that fails:
+// standard error has a line that says so.
+class KEL_API TraceLine {
  public:
   TraceLine(TraceHandle const& handle, int level, char const* file, int line, char const* function)
       : handle_(handle), level_(level), file_(file), line_(line), function_(function) {}
-  ~TraceLine() { traceHelper(handle_, level_, file_, line_, function_, text_.str()); }
+  ~TraceLine();
   TraceLine(TraceLine const&) = delete;
   TraceLine& operator=(TraceLine const&) = delete;
   std::ostream& stream() { return text_; }

@@ -6,6 +6,7 @@
 #include "CliSession/RandomWorld.h"
 #include "Kel/AttrAccess.h"
 #include "Kel/ChangeJournal.h"
+#include "Pairs.h"
 
 namespace {
 
@@ -128,6 +129,79 @@ TEST(Changes, OnlyWhatHasChangedIsLookedAt) {
   // A NaN never compares equal: it is set each time.
   src->f64Is(std::numeric_limits<double>::quiet_NaN());
   for (int i = 0; i < 3; ++i) EXPECT_EQ(textOf(world.copy().edits), "Plant::Hall::f64 set hall x1\n");
+  src->f64Is(0);
+  src->bySizeIs(Plant::Size(1, 2), std::numeric_limits<double>::quiet_NaN());
+  world.copy();
+  for (int i = 0; i < 2; ++i) EXPECT_NE(textOf(world.copy().edits), "") << "nor does one in a collection";
+}
+
+// Two trees that an earlier copy made equal, and what a change on one side has to bring.
+struct Changed : testing::Test {
+  Journals const on{true};
+  World world;
+  Kel::Ptr<Plant::Hall> src = World::hall(world.src), dest = World::hall(world.dest);
+
+  void SetUp() override {
+    src->newBolt("b")->torqueIs(3);
+    src->newPart()->noteIs("note");
+    src->newGear("g", 7, Plant::Size(1, 2), Plant::Grade::fine)->wearIs(1);
+    src->newAnnex("x")->newBolt("inner");
+    for (bool done : {false, true}) src->jobEnq("same")->doneIs(done);
+    world.copy();
+    world.copy();
+  }
+  void becomesEqual() const {
+    world.copy();
+    EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+  }
+};
+
+TEST_F(Changed, WhatTheDestinationLostComesBackWhole) {
+  dest->boltDel("b");
+  becomesEqual();
+  dest->partDel();
+  becomesEqual();
+  dest->gearDel("g");
+  becomesEqual();
+  dest->jobDel(dest->jobIterator().key());
+  becomesEqual();
+}
+
+TEST_F(Changed, WhatCameAnewIsLookedAtThroughout) {
+  src->annexDel("x");
+  src->newAnnex("x")->newBolt("inner")->lockedIs(true);
+  becomesEqual();
+}
+
+TEST_F(Changed, QueueMembersThatMeetOthersAreCompared) {
+  src->jobDel(src->jobIterator().key());
+  becomesEqual();
+}
+
+TEST_F(Changed, RootsAreNotEqualWhileAPointerWaits) {
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+  ec->destIs(world.dest);
+  ASSERT_EQ(ec->pendingAttrs(), 1u);
+  becomesEqual();
+}
+
+TEST_F(Changed, AHandlerOfARootMayChangeAnotherRoot) {
+  World fresh;
+  fresh.rootIs("third", "Pairs::Branch");
+  for (Kel::Dir::Ptr const& in : {fresh.src, fresh.dest}) in->newEntity("Pairs::Branch", "third");
+  fresh.table = S::entityCopyCustomHandlerTableFactory("table", fresh.root);
+  auto const changing = [&](auto const&, auto const&, auto const&, auto const&) {
+    for (auto it = fresh.status->rootIterator(); it; ++it)
+      if (auto const hall = World::hall(fresh.src, std::string(it.key().view()).c_str())) hall->u8Is(7);
+    return false;
+  };
+  fresh.table->registerCustomCopyHandler(S::EntityPath(""), "Pairs::Branch",
+                                         Kel::Ptr<Scripted>(new Scripted(fresh.status, changing)));
+  for (int i = 0; i < 2; ++i) fresh.copy();
+  EXPECT_EQ(World::hall(fresh.dest)->u8(), 7);
+  EXPECT_EQ(World::hall(fresh.dest, "sys/annex")->u8(), 7);
 }
 
 }  // namespace

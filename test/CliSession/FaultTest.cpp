@@ -299,7 +299,148 @@ TEST_P(Faults, AHandlersExceptionLeavesTheWaitingPointer) {
   EXPECT_TRUE(dest->favourite() && dest->weights() == 1 && dest->chosen("c"));
 }
 
-// --- What reactors delete ---
+TEST_P(Faults, AKeyThatStandsWhereAnotherIsLedElsewhereGoes) {
+  auto const loose = Kel::ptrCast<Plant::Bolt>(world.src->entityRef("loose"));
+  src->weightIs(loose, 1);
+  dest->weightIs(make<Plant::Bolt>(world.dest, "Plant::Bolt", "loose"), 1);
+  world.copy();
+  EXPECT_EQ(dest->weights(), 1u);
+  EXPECT_EQ(dest->weight(loose), 1u) << "it lies below no session root";
+}
+
+TEST_P(Faults, AMemberThatIsSetByHandIsNoLongerWaitedFor) {
+  Kel::Ptr<Plant::Hall> const annex = World::hall(world.src, "sys/annex");
+  src->chosenIs("c", annex->newBolt("late"));
+  src->newBolt("near");
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDel(annex);
+  ec->destIs(world.dest);
+  ASSERT_EQ(ec->pendingAttrs(), 1u);
+  auto const record = ec->pendingAttrIterator().key();
+  src->chosenIs("c", src->bolt("near"));
+  dest->chosenIs("c", dest->bolt("near"));
+  ec->handleCopyRoots();
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+  EXPECT_EQ(record->refs(), 1u) << "nothing holds it";
+}
+
+TEST_P(Faults, APointerThatLeadsToWhatIsThereIsNoLongerWaitedFor) {
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+  ec->destIs(world.dest);
+  ASSERT_EQ(ec->pendingAttrs(), 1u);
+  src->favouriteIs(src->newBolt("near"));
+  ec->handleCopyRoots();
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+}
+
+TEST_P(Faults, RecordsThatWereTakenAwayAreForgotten) {
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+  ec->destIs(world.dest);
+  auto const record = ec->pendingAttrIterator().key();
+  ec->pendingAttrDelAll();
+  src->favouriteIs(nullptr);
+  ec->handleCopyRoots();
+  EXPECT_EQ(record->refs(), 1u);
+}
+
+// --- Comparisons ---
+
+TEST_P(Faults, AFilteredComparisonStopsAtTheFirstDifference) {
+  src->u16Is(1);
+  src->u32Is(1);
+  auto const filter = S::attributeFilterFactory();
+  filter->attributeNameIs("u8", true);
+  EntityCopy::Ptr const ec = engine(true);
+  EXPECT_TRUE(ec->doCopyEntityAttrs(dest, src, "hall", filter));
+  EXPECT_EQ(textOf(log(ec)), "Plant::Hall::u16 set hall x1\n");
+}
+
+TEST_P(Faults, ABypassedSingletonIsNotComparedWithItsPredecessor) {
+  src->newAxle("new")->torqueIs(1);
+  dest->newAxle("old");
+  auto const table = S::attributeEditBypassTableFactory("bypass");
+  for (AttributeEditType type : {AttributeEditType::set_, AttributeEditType::del_})
+    table->newAttributeEditBypassEntry(AttributeEdit("axle", "Plant::Hall", type))->parentPathIs("", true);
+  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
+  ec->attributeEditBypassCheckerIs(table);
+  ec->destIs(world.dest);
+  EXPECT_FALSE(ec->stop()) << textOf(log(ec));
+}
+
+TEST_P(Faults, AComparisonMakesNoSessionRoot) {
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("b"));
+  world.dest->entryDel("sys");
+  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
+  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+  ec->destIs(world.dest);
+  EXPECT_FALSE(world.dest->entry("sys"));
+}
+
+// --- Handlers ---
+
+TEST_P(Faults, AHandlerOfASessionRootIsAskedOnce) {
+  int asked = 0;
+  handlerAt(world, "hall", "", [&](auto const&, auto const&, auto const&, auto const&) {
+    ++asked;
+    return false;
+  });
+  EntityCopy::Ptr const ec = engine();
+  for (int i = 0; i < 2; ++i) ec->handler()->handleEntity(ec, dest, src, "hall");
+  EXPECT_EQ(asked, 1);
+}
+
+TEST_P(Faults, AHandlerOfAnEqualMemberIsAsked) {
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newCrate("c")->newItem("i");
+  int asked = 0;
+  handlerAt(world, "hall.crate/c.item/i", "", [&](auto const&, auto const&, auto const&, auto const&) {
+    ++asked;
+    return false;
+  });
+  world.copy();
+  EXPECT_EQ(asked, 1);
+}
+
+TEST_P(Faults, AHandlerThatComesInTheMidstIsAsked) {
+  for (char const* bolt : {"a", "b", "c"}) src->newBolt(bolt);
+  world.copy();
+  int asked = 0;
+  Scripted::Visit const count = [&](auto const&, auto const&, auto const&, auto const&) {
+    ++asked;
+    return false;
+  };
+  handlerAt(world, "hall.none", "", count);
+  src->bolt("a")->lockedIs(true);
+  Reactor const reactor(EntityPtrConst(dest->bolt("a")), [&] {
+    world.table->registerCustomCopyHandler(S::EntityPath("hall.bolt/c"), "",
+                                           Kel::Ptr<Scripted>(new Scripted(world.status, count)));
+  });
+  world.copy();
+  EXPECT_EQ(asked, 1);
+}
+
+// --- What reactors make and delete ---
+
+TEST_P(Faults, AMemberThatAReactorOfTheLogMakesIsMadeOnce) {
+  src->newBolt("b")->torqueIs(2);
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  Reactor const reactor(EntityPtrConst(ec->attributeEditLog()), [&] { dest->boltIs("b"); });
+  ec->destIs(world.dest);
+  EXPECT_EQ(dest->bolts(), 1u);
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
+
+TEST_P(Faults, AMemberThatAReactorDeletesInTheMidstIsMadeAnew) {
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest})
+    for (char const* bolt : {"a", "b", "c"}) hall->newBolt(bolt)->torqueIs(1);
+  src->bolt("a")->lockedIs(true);
+  Reactor const reactor(EntityPtrConst(dest->bolt("a")), [&] { dest->boltDel("c"); });
+  world.copy();
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
 
 TEST_P(Faults, ASingletonThatIsDeletedAsItIsMadeIsPassedBy) {
   src->newPart()->noteIs("n");

@@ -101,6 +101,14 @@ TEST_F(Session, ARootMissingInTheSourceWarnsAndIsMade) {
   EXPECT_TRUE(World::hall(into, "sys/annex"));
 }
 
+TEST_F(Session, ARootThatIsOnlyAnnouncedIsMade) {
+  Kel::Dir::Ptr const into(new Kel::Dir("into", world.root.ptr()));
+  auto const announced = into->entryStateIs("hall", "Plant::Hall");
+  status->doCreateSessionRoot(world.src, into, "hall");
+  EXPECT_EQ(into->entry("hall"), announced);
+  EXPECT_TRUE(announced->entityPtr());
+}
+
 TEST_F(Session, RefusesBadRootsBeforeMakingAnything) {
   Kel::Dir::Ptr const into(new Kel::Dir("into", world.root.ptr()));
   world.rootIs("odd/root", "No::Such");
@@ -307,6 +315,13 @@ TEST_F(SessionOfVanishedRoots, AreKeptWhileTheyAreEmpty) {
   }
 }
 
+TEST_F(SessionOfVanishedRoots, AreKeptWhileTheyAreOnlyAnnounced) {
+  session->entryDel("hall");
+  auto const announced = session->entryStateIs("hall", "Plant::Hall");
+  replaceQuietly();
+  EXPECT_EQ(session->entry("hall"), announced);
+}
+
 // Whatever is changed: a root that looks like a new one is kept, any other is made anew.
 TEST_F(SessionOfVanishedRoots, AreKeptExactlyWhileTheyLookNew) {
   std::string const empty = content(mine);
@@ -344,6 +359,12 @@ TEST_F(SessionOfVanishedRoots, NoneIsDeletedWhenAnyRootIsRefused) {
   for (char const* path : {"odd", "odd/below"}) world.rootIs(path, "Plant::Hall");
   stays("below a root that is no directory");
   for (char const* path : {"odd/below", "odd"}) status->rootDel(path);
+  new Kel::Dir("kept", world.src.ptr());
+  session->newEntity("Plant::Bolt", "kept");
+  world.rootIs("kept", "Kel::Dir");
+  world.rootIs("kept/hall", "Plant::Hall");
+  stays("below a root of the source, which is not made anew");
+  for (char const* path : {"kept/hall", "kept"}) status->rootDel(path);
   status->rootTrieDel();
   stays("no trie");
   status->rootTrieIs("root");
@@ -523,11 +544,13 @@ TEST_F(SessionOfDirectories, AHandlerOfAPathWinsOverThoseOfTypes) {
   EXPECT_FALSE(session->entity("cfg/a/b/c/deep"));
 }
 
-// Puts one attribute off to after the main copy.
+// Puts some attributes off to after the main copy.
 struct Later : S::EntityCopyGlobalSessionHandler {
   bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
                     Kel::String path) override {
-    Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler())->postAttributeCopyEnq(dest, src, path, "u8");
+    EXPECT_EQ(ec->ancestor(), ec->src());
+    auto const handler = Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler());
+    for (char const* attr : {"u8", "favourite", "bolt"}) handler->postAttributeCopyEnq(dest, src, path, attr);
     return false;
   }
 };
@@ -539,14 +562,29 @@ TEST_F(Session, CopiesWhatWasPutOff) {
   status->inHandlerTableIs(handlers);
   src->u8Is(5);
   src->u16Is(6);
+  // Its target is made after it.
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
   replace(world.src);
   for (Kel::Dir::Ptr const& dir : {session, ancestor}) {
     EXPECT_EQ(World::hall(dir)->u8(), 5);
     EXPECT_EQ(World::hall(dir)->u16(), 0);
+    EXPECT_TRUE(World::hall(dir)->favourite());
+    EXPECT_EQ(World::hall(dir)->favourite(), World::hall(dir, "sys/annex")->bolt("late"));
   }
 }
 
 // --- The clean configuration ---
+
+// Counts the edits that it is shown.
+struct Checking : S::AttributeEditBypassTable {
+  Checking() : AttributeEditBypassTable("checking") {}
+  bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
+                              GenericIf::PtrConst const&) override {
+    ++edits;
+    return false;
+  }
+  int edits = 0;
+};
 
 TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   Kel::Dir::Ptr const clean(new Kel::Dir("clean", world.root.ptr()));
@@ -564,6 +602,9 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   EXPECT_THROW(status->doCreateCleanConfig(world.src, clean), Kel::RangeException) << "without a status of its own";
   status->cleanConfigStatusIs(progress);
   status->cleanConfigIs(clean);
+  EXPECT_FALSE(status->doCleanConfig("s1")) << "it is not complete";
+  Kel::Ptr<Checking> const checking(new Checking);
+  status->attributeEditBypassTableIs(checking);
   call("doCreateCleanConfig", {{"src", boxed(world.src)}, {"dest", boxed(clean)}});
   EXPECT_TRUE(
       traces.inOrder({"CliSession/8 void Cli::Session::Status::doCreateCleanConfig(const "
@@ -572,6 +613,7 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
                       "CliSession/5  session root sys/annex not found; leave empty."}))
       << traces.text();
   EXPECT_TRUE(progress->cleanConfigComplete());
+  EXPECT_EQ(checking->edits, 2) << "u8 and favourite";
   EXPECT_TRUE(progress->cleanConfigRoot("hall") && progress->cleanConfigRoot("sys/annex"));
   ASSERT_TRUE(World::hall(clean, "sys/annex"));
   EXPECT_EQ(World::hall(clean)->favourite(), loose);
