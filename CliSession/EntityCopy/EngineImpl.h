@@ -70,8 +70,8 @@ void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr cons
 // The records for all members of a collection, in the order in which they were made.
 std::map<Kel::U64, Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest,
                                                       Kel::KelAttr const& attr);
-// Drops the records that do not say where their pointer leads. The plain handler defers every pointer of a comparison
-// so. Takes no memory; what reactors raise is dropped.
+// Drops the records that do not say where their pointer leads: the plain handler defers every pointer of a comparison
+// so. Takes no memory. What a reactor raises is dropped.
 void forgetNamelessPending(EntityCopy& ec) noexcept;
 // Drops one record.
 void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record);

@@ -31,11 +31,6 @@ Impl::PendingKey keyOf(AttributeCopy const& record) {
   return keyOf(record.dest().ptr(), record.attribute().ptr(), record.srcIndex());
 }
 
-// Takes a record out of the engine's own books. Takes no memory.
-void leaveBooks(Impl& impl, AttributeCopy const& record) {
-  std::erase_if(impl.pending, [&](auto const& entry) { return entry.second.record.ptr() == &record; });
-}
-
 // Takes the record out that `which` names among those at one place. It is destroyed last, because a reactor may run.
 template <class Which>
 void dropPending(EntityCopy& ec, Impl::PendingKey const& key, Which const& which) {
@@ -72,14 +67,15 @@ void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
 }
 
 void forgetNamelessPending(EntityCopy& ec) noexcept {
-  auto const nameless = [](AttributeCopy const& r) {
+  auto const isNameless = [](AttributeCopy const& r) {
     return r.destValueFullName().empty() && r.destIndexFullName().empty();
   };
-  if (ec.impl()) std::erase_if(Impl::of(ec).pending, [&](auto const& entry) { return nameless(*entry.second.record); });
+  if (ec.impl())
+    std::erase_if(Impl::of(ec).pending, [&](auto const& waiting) { return isNameless(*waiting.second.record); });
   for (auto it = ec.pendingAttrIterator(); it; ++it) {
     Kel::Ptr<AttributeCopy> const record = it.key();
     try {
-      if (nameless(*record)) ec.pendingAttrDel(record);
+      if (isNameless(*record)) ec.pendingAttrDel(record);
     } catch (...) {
       // A run may be ending with an exception already.
     }
@@ -105,13 +101,15 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
     record->srcValueFullNameIs(srcTarget.fullName());
     record->destValueFullNameIs(destTarget);
   }
-  // Whatever fails, the engine's own books hold no record that waits nowhere, and none waits that they do not hold.
+  // Whatever fails, the record waits in both places or in neither.
   Impl& impl = Impl::of(ec);
-  impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred});
+  auto const entered =
+      impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred})->second.number;
   try {
     ec.pendingAttrIs(record, true);
   } catch (...) {
-    if (!ec.pendingAttr(record)) leaveBooks(impl, *record);
+    if (!ec.pendingAttr(record))
+      std::erase_if(impl.pending, [&](auto const& waiting) { return waiting.second.number == entered; });
     throw;
   }
 }

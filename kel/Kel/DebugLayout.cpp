@@ -17,6 +17,7 @@ DebugLayout::Member const DebugLayout::members[] = {
     {"String.size", offsetof(String8::Rep, size)},
     {"String.text", sizeof(String8::Rep)},
     {"Entity.name", offsetof(Entity, name_)},
+    {"Entity.nameIsDue", offsetof(Entity, nameIsDue_)},
     {"Entity.parent", offsetof(Entity, parent_)},
     {"Entity.parentAttrId", offsetof(Entity, parentAttrId_)},
     {"Entity", sizeof(Entity)},

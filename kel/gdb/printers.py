@@ -343,7 +343,12 @@ def entity_type(address):
 
 
 def entity_name(address):
-    return name_at(address + at("Entity.name"))
+    """The name. One that the program has not made yet shows as the key that it will be made from."""
+    if not unpack("?", address + at("Entity.nameIsDue")):
+        return name_at(address + at("Entity.name"))
+    kind = entity_type(address)
+    key = name_at(pointer(kind.address + at("Type.ctorArgs")))
+    return next(a.type().text(address + a.offset) for a in kind.attrs() if a.name == key)
 
 
 def entity_path(address):
@@ -375,8 +380,8 @@ def entity_key(address, attr, collection):
 
 
 def entity_line(address):
-    line, name, path = entity_type(address).name, string_bytes(address + at("Entity.name")), entity_path(address)
-    return line + (" " + quoted(name) if name else "") + (" at " + path if path else "")
+    line, name, path = entity_type(address).name, entity_name(address), entity_path(address)
+    return line + (" " + quoted(name.encode()) if name else "") + (" at " + path if path else "")
 
 
 def object_line(address):
