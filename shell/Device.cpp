@@ -74,10 +74,7 @@ LoadReport loadConfiguration(Model const& model, std::string const& text, std::s
                              Kel::Dir::Ptr const& into, Service::PendingReferences& pending) {
   bool const blank = text.find_first_not_of(" \t\r\n") == std::string::npos;
   if (blank) throw ModelError(file + ": is empty");
-  auto const document = Service::Json::parse(text, nullptr, false);
-  bool const empty = document.is_object() && document.empty();
-  if (!document.is_discarded() && !empty && looksLikeTree(model.roots(), text))
-    return loadTree(model.roots(), text, file, into, pending);
+  if (looksLikeTree(model.roots(), text)) return loadTree(model.roots(), text, file, into, pending);
   return model.load(text, file, into, pending);
 }
 

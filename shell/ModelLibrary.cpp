@@ -82,7 +82,10 @@ void makeRoots(std::vector<ModelRoot> const& roots, Kel::Dir::Ptr const& into) {
 
 LoadReport loadTree(std::vector<ModelRoot> const& roots, std::string const& text, std::string const& file,
                     Kel::Dir::Ptr const& into, Service::PendingReferences& pending) {
-  if (!looksLikeTree(roots, text))
+  bool const blank = text.find_first_not_of(" \t\r\n") == std::string::npos;
+  auto const first = text.find_first_not_of(" \t\r\n");
+  // What is no JSON at all is left to the import, which says where it is wrong.
+  if (blank || (nlohmann::json::accept(text) && !looksLikeTree(roots, text)) || text[first] != '{')
     throw ModelError(file + ": no configuration of this model: a JSON object of " + roots.front().path +
                      (roots.size() > 1 ? ", ..." : "") + " expected");
   // Into a directory of its own first: what is refused is to leave nothing behind.
@@ -109,17 +112,19 @@ LoadReport loadTree(std::vector<ModelRoot> const& roots, std::string const& text
 }
 
 bool looksLikeTree(std::vector<ModelRoot> const& roots, std::string const& text) {
-  auto const document = Service::Json::parse(text, nullptr, false);
-  if (document.is_discarded()) return true;  // the import says where it is wrong
-  if (!document.is_object()) return false;
-  for (auto const& [name, value] : document.items()) {
-    std::string const& member = name;
-    if (std::none_of(roots.begin(), roots.end(), [&](ModelRoot const& root) {
-          return root.path == member || root.path.compare(0, member.size() + 1, member + "/") == 0;
-        }))
-      return false;
-  }
-  return true;
+  // Only the members of the document itself are kept: a configuration is long.
+  std::vector<std::string> names;
+  auto const keep = [&](int depth, nlohmann::json::parse_event_t event, nlohmann::json& value) {
+    if (depth == 1 && event == nlohmann::json::parse_event_t::key) names.push_back(value.get<std::string>());
+    return depth < 1;
+  };
+  auto const document = nlohmann::json::parse(text, keep, false);
+  if (document.is_discarded() || !document.is_object() || names.empty()) return false;
+  return std::all_of(names.begin(), names.end(), [&](std::string const& name) {
+    return std::any_of(roots.begin(), roots.end(), [&](ModelRoot const& root) {
+      return root.path == name || root.path.compare(0, name.size() + 1, name + "/") == 0;
+    });
+  });
 }
 
 }  // namespace Shell

@@ -119,7 +119,7 @@ TEST(CliSession, FoldsRemarksOfOneKind) {
   EXPECT_LT(1000, std::count(all.output.begin(), all.output.end(), '\n'));
   // The text of each is kept.
   Result const references = run(CLI_SESSION " " + file + open + " -c 'show references'");
-  EXPECT_NE(std::string::npos, references.output.find("network/vlans.vlan/Vlan1: there is no such entry"));
+  EXPECT_NE(std::string::npos, references.output.find("network/vlans.vlan/Vlan1: there is no"));
 }
 
 TEST(CliSession, KeepsCommitsInItsStateDirectory) {
