@@ -82,6 +82,7 @@ TEST(RouterModel, IsEditedByCommands) {
 
 // A library that has types alone: its configurations are JSON trees.
 TEST(ModelLibrary, IsUsedByItsTypes) {
+  router();  // loads the library
   auto const types = modelOfTypes("router", {"firewall=Router::Firewall", "Router::Interfaces"});
   Tests::TemporaryDir const dir;
   std::string const file = dir.write("t.json", R"({"firewall": {"zone": {"lan": {"action": "accept",
