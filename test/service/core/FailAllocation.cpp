@@ -20,6 +20,8 @@ void* operator new(std::size_t size) {
   if (block) return block;
   throw std::bad_alloc();
 }
+// Only std::stable_sort asks so, and can do without.
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept { return std::malloc(size); }
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
