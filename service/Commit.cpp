@@ -14,8 +14,6 @@ using Kel::KelAttr;
 UnderWay::UnderWay(Service::Impl& service) : count_(service.underWay) { ++count_; }
 UnderWay::~UnderWay() { --count_; }
 
-namespace {
-
 std::string whatHappened() {
   try {
     throw;
@@ -25,8 +23,6 @@ std::string whatHappened() {
     return "an unknown exception";
   }
 }
-
-}  // namespace
 
 // --- Checks ---
 

@@ -9,16 +9,6 @@ namespace Cli::Service {
 
 namespace {
 
-std::string whatHappened() {
-  try {
-    throw;
-  } catch (std::exception const& e) {
-    return e.what();
-  } catch (...) {
-    return "an unknown exception";
-  }
-}
-
 std::vector<Difference> differencesIn(CommitRecord const& record) {
   try {
     return differencesOf(record.differences);

@@ -112,6 +112,9 @@ class Service::Impl::Scratch {
   std::string name_;
 };
 
+// What the exception that is being handled says.
+std::string whatHappened();
+
 // Around what others have to wait for.
 class UnderWay {
  public:

@@ -29,28 +29,13 @@ std::vector<Difference> within(std::vector<Difference> list, Path const& path) {
 
 }  // namespace
 
-std::vector<Difference> Session::update(UpdateMode mode) {
-  Impl& s = *impl_;
-  UnderWay const underWay(s.service);
-  std::vector<Difference> const mine = s.edits(), theirs = s.changes();
-  if (theirs.empty()) return {};
-  Merged const merged = s.mergeWith(mine, theirs, sideOf(mode));
-  if (mode == UpdateMode::revertOnConflict && !merged.conflicts.empty()) {
-    s.tell(merged.conflicts);
-    throw ConflictError(merged.conflicts);
-  }
-  Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
-  writeBoth(toSession, toAncestor);
-  s.changesFrom = EqualPoint(s.ancestor, s.service.treeAt(s.service.running));
-  s.forgetSettled();
-  return merged.changes;
-}
+std::vector<Difference> Session::update(UpdateMode mode) { return update(mode, Path()); }
 
 std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
   Impl& s = *impl_;
-  if (path.empty()) return update(mode);
   UnderWay const underWay(s.service);
-  std::vector<Difference> const mine = s.edits(), theirs = within(s.changes(), path);
+  std::vector<Difference> const mine = s.edits();
+  std::vector<Difference> const theirs = path.empty() ? s.changes() : within(s.changes(), path);
   if (theirs.empty()) return {};
   Merged const merged = s.mergeWith(mine, theirs, sideOf(mode));
   if (mode == UpdateMode::revertOnConflict && !merged.conflicts.empty()) {
@@ -59,7 +44,10 @@ std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
   writeBoth(toSession, toAncestor);
-  if (auto const missing = toAncestor.dangling(); !missing.empty()) {
+  if (path.empty()) {
+    s.changesFrom = EqualPoint(s.ancestor, s.service.treeAt(s.service.running));
+    s.forgetSettled();
+  } else if (auto const missing = toAncestor.dangling(); !missing.empty()) {
     toAncestor.takeBack();
     toSession.takeBack();
     throw Error("'" + missing.front().text() + "' leads to what running has elsewhere: update more than '" +

@@ -4,11 +4,9 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <map>
-#include <mutex>
-#include <shared_mutex>
 
 #include "service/JsonTree.h"
+#include "service/TypeRegistry.h"
 
 namespace Cli::Service {
 
@@ -19,21 +17,9 @@ using B = KelType::Builtin;
 
 namespace {
 
-struct Registry {
-  std::shared_mutex lock;
-  std::map<std::string, Spelling, std::less<>> byType;
-};
-Registry& registry() {
-  static auto* const all = new Registry;  // outlives the libraries that registered
-  return *all;
-}
-
-// Null: the type has none of its own. Entries of the map stay where they are.
+// Null: the type has none of its own.
 Spelling const* spellingOf(KelType const& type) {
-  if (type.isBuiltin()) return nullptr;
-  std::shared_lock const guard(registry().lock);
-  auto const found = registry().byType.find(type.fullTypeName().view());
-  return found == registry().byType.end() ? nullptr : &found->second;
+  return type.isBuiltin() ? nullptr : TypeRegistry<Spelling>::the().find(type.fullTypeName());
 }
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -157,8 +143,7 @@ bool hasFields(KelType const& type) { return type.kind() == KelType::Kind::value
 }  // namespace
 
 void registerSpelling(std::string const& fullTypeName, Spelling spelling) {
-  std::unique_lock const guard(registry().lock);
-  registry().byType[fullTypeName] = std::move(spelling);
+  TypeRegistry<Spelling>::the().set(fullTypeName, std::move(spelling));
 }
 
 std::optional<std::string> canonicalText(KelType const& type, std::string_view text) {

@@ -5,7 +5,7 @@
 #include <map>
 #include <set>
 
-#include "Files.h"
+#include "CodeBlocks.h"
 
 namespace {
 
@@ -21,20 +21,6 @@ std::string withoutEmptyLines(std::string const& text) {
   return lines;
 }
 
-// The code blocks of a chapter, by what stands behind the three backquotes; blocks of one name are one text.
-std::map<std::string, std::string> blocks(fs::path const& chapter) {
-  std::istringstream in(Tests::readFile(chapter));
-  std::map<std::string, std::string> texts;
-  std::string* block = nullptr;
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("```", 0) == 0)
-      block = block ? nullptr : &texts[line.substr(3)];
-    else if (block)
-      *block += line + "\n";
-  }
-  return texts;
-}
-
 std::set<fs::path> filesIn(fs::path const& dir, std::set<std::string> const& extensions) {
   std::set<fs::path> files;
   for (auto const& entry : fs::directory_iterator(dir))
@@ -45,7 +31,7 @@ std::set<fs::path> filesIn(fs::path const& dir, std::set<std::string> const& ext
 TEST(Guide, ShowsEverySampleInFull) {
   std::map<std::string, std::string> shown;
   for (fs::path const& chapter : filesIn(chapters, {".md"}))
-    for (auto const& [name, text] : blocks(chapter)) {
+    for (auto const& [name, text] : Tests::codeBlocks(chapter)) {
       std::size_t const blank = name.find(' ');
       if (blank != std::string::npos) shown[name.substr(blank + 1)] += text;
     }
@@ -66,7 +52,7 @@ TEST(Guide, ShowsWhatTheSamplesPrint) {
     std::string printed;
     for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) printed += static_cast<char>(c);
     EXPECT_EQ(::pclose(pipe), 0) << program;
-    EXPECT_EQ(blocks(chapter)["text"], printed) << chapter.filename();
+    EXPECT_EQ(Tests::codeBlocks(chapter)["text"], printed) << chapter.filename();
   }
 }
 

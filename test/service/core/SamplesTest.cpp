@@ -4,23 +4,11 @@
 #include <cstdio>
 #include <map>
 
-#include "Files.h"
+#include "CodeBlocks.h"
 
 namespace {
 
-// The code blocks of the document, by what stands behind the three backquotes.
-std::map<std::string, std::string> blocks() {
-  std::istringstream in(Tests::readFile(SOURCE_DIR "/docs/service.md"));
-  std::map<std::string, std::string> texts;
-  std::string* block = nullptr;
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("```", 0) == 0)
-      block = block ? nullptr : &texts[line.substr(3)];
-    else if (block)
-      *block += line + "\n";
-  }
-  return texts;
-}
+std::map<std::string, std::string> blocks() { return Tests::codeBlocks(SOURCE_DIR "/docs/service.md"); }
 
 std::string printed(std::string const& command) {
   FILE* const pipe = ::popen((command + " 2>&1").c_str(), "r");
