@@ -1,7 +1,7 @@
 // Pointers that wait for their targets.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
-#include <vector>
+#include <map>
 
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
