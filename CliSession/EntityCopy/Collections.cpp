@@ -95,7 +95,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
 // changed target is one set; only set against null counts as missing.
 bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
   Kel::Entity* const destKey = at.keyTarget();
-  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
+  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, at, *destKey, keys) : nullptr;
   bool const keyLeads = srcKey || !destKey;
   if (s.typed && !traced_) {
     if (!keyLeads) return false;
@@ -144,7 +144,14 @@ bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const
 // A pointer key of the destination as the key of the source that the handler leads there; null: there is none. Usually
 // it is the key's counterpart by position. Where that is no key, or is led elsewhere, the source's keys are followed
 // forward.
-Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
+Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Cursor const& at, Kel::Entity& destKey, KeyMap& keys) {
+  if (keeps_ && s.typed) {
+    Kel::Entity* const known = impl_.counterparts.sourceOf(ec_, destKey);
+    Kel::Entity* target = nullptr;
+    if (known && known->type()->isA(s.attr.keyType()) &&
+        s.access.findMember(f.src, *at.iterator(), known, &target) != Kel::AttrAccess::Found::absent)
+      return known;
+  }
   bool const inside = ec_.src() && ec_.dest() && isBelow(destKey, *ec_.dest());
   Kel::Entity* const standing = inside ? sourceCounterpart(ec_, destKey) : nullptr;
   if (standing && isKey(f.src, s.attr, *standing)) {
@@ -155,8 +162,8 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
   }
   if (!keys.made) {
     keys.made = true;
-    for (Cursor at(s.attr, f.src, false); at; ++at)
-      if (Kel::Entity* const key = at.keyTarget())
+    for (Cursor src(s.attr, f.src, false); src; ++src)
+      if (Kel::Entity* const key = src.keyTarget())
         if (Kel::Entity* const counterpart = translated(f, *key)) keys.sourceKeys.emplace(counterpart, key);
   }
   auto const found = keys.sourceKeys.find(&destKey);

@@ -107,6 +107,16 @@ void Counterparts::remember(Kel::Entity& srcTarget, Kel::Entity& target) {
   asked_.emplace(&srcTarget, &target);
 }
 
+Kel::Entity* Counterparts::sourceOf(EntityCopy& ec, Kel::Entity& dest) {
+  if (!ec.src() || !ec.dest()) return nullptr;
+  forgetIfLeft();
+  bool const sameOwner = owner_ && dest.parent() == destOwner_ && dest.parentAttrId() == through_;
+  auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
+  Kel::Entity* const src =
+      sameOwner ? heldLike(const_cast<Kel::Entity&>(*owner_), dest) : standIn(dest, *ec.dest(), srcTop);
+  return src && same(ec, dest, *src) ? src : nullptr;
+}
+
 Kel::String8 Counterparts::missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer) {
   if (!answer.destOwner) return {};
   for (Kel::Entity const* e = &srcTarget; e && e != ec.src().ptr(); e = e->parent())

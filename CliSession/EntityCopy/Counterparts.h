@@ -48,6 +48,8 @@ class Counterparts {
       return dest.parent() == destOwner_ && dest.parentAttrId() == through_ && paramsEqual_(dest, src);
     return find(ec, src).target == &dest;
   }
+  // The entity of the source for which find answers `dest`, where it stands as `dest` stands; else null.
+  Kel::Entity* sourceOf(EntityCopy& ec, Kel::Entity& dest);
   // The name that the missing target of an answer will have. Empty where a path might lead elsewhere, because a key on
   // the way holds separators: the handler has to be asked.
   static Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer);

@@ -172,7 +172,7 @@ class Walk {
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
   bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
-  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
+  Kel::Entity* sourceKey(Frame& frame, Step const& step, Cursor const& at, Kel::Entity& destKey, KeyMap& keys);
   Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
   void supersede(Frame& frame, Step const& step, Member* m);
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
