@@ -44,7 +44,7 @@ bool Walk::collection(Frame& f, Step const& s) {
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // What waits for a member is met again below, or the source has it no more.
   std::map<Kel::U64, Kel::Ptr<AttributeCopy>> waiting;
-  if (ec_.pendingAttrs() > 0) waiting = pendingOf(ec_, f.dest, s.attr);
+  if (mayWait(f)) waiting = pendingOf(ec_, f.dest, s.attr);
 
   // Where both sides have keys of the same hashes at the same positions there is nothing to delete. Should equal hashes
   // stand for different keys all the same, the copy finds out and makes up for it.
@@ -311,6 +311,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Ke
   static constexpr char const* operation = "doCopyCollectionMember";
   WALK_TRACE(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
   if (dest) WALK_TRACE(3, operation) << "Collection is instantiating";
+  Kel::U64 const generation = impl_.generation;
   ParamList params;
   bool const differ = paramsDiffer(s, dest, src, params);
   if (dest)
@@ -331,7 +332,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Ke
     return changed;
   }
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *dest, src, differ) || changed;
+  return child(f, s, *dest, src, differ && impl_.generation == generation) || changed;
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {

@@ -39,7 +39,7 @@ class Counterparts {
     Kel::Entity const* owner = nullptr;
     Kel::Entity const* destOwner = nullptr;
   };
-  // Cost: the distance to the target's root.
+  // Cost: the distance to the next owner of the target that is known; in the usual case that is its own.
   Answer find(EntityCopy& ec, Kel::Entity& srcTarget);
   // Whether find would answer `dest`. Cost: a comparison of keys in the usual case.
   bool same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src) {
@@ -60,8 +60,9 @@ class Counterparts {
  private:
   void forgetIfLeft();
 
-  std::unordered_map<Kel::Entity const*, Kel::Entity*> roots_, asked_;
-  // An owner below one of the roots and its counterpart, what it owns them through, and how two of these are compared;
+  std::unordered_map<Kel::Entity const*, Kel::Entity*> owners_;  // the roots, and owners below them
+  std::unordered_map<Kel::Entity const*, Kel::Entity*> asked_;
+  // The latest of these owners and its counterpart, what it owns targets through, and how two of these are compared;
   // null: the long way.
   Kel::Entity const* owner_ = nullptr;
   Kel::Entity* destOwner_ = nullptr;

@@ -62,6 +62,7 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
     else if (Kel::String8 const& above = up_->logPath(ec, generation); !above.empty())
       path = joined(above, ".", attr.name(), attr.isCollection(), dest.name());
   }
+  if (top && path.empty()) path = pathBelow(*top, dest);
   if (top && path.empty()) path = pathBelow(Kel::Ptr<Kel::Entity const>(top), dest.fullName());
   e.logPath = path;
   e.logPathAt = generation;

@@ -52,6 +52,8 @@ class Frame {
   // The collection that is being walked by positions, from which its members must not move; null: none.
   void walking(Step const* step);
 
+  // When the walk made the destination's entity, if it did: until foreign code runs, no pointer of it waits already.
+  Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null: that is not known, or everything.
   Changed const* changed = nullptr;
   // What the handler said of all paths below this frame's, and when.

@@ -59,6 +59,7 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
   }
   WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
   Kel::AttributeId const destId = s.destAttr->id();
+  Kel::U64 const generation = impl_.generation;
   bool const differs = edit(
       f, s, AttributeEditType::set_, [&] { return value; },
       [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
@@ -73,7 +74,7 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
     newest = entityOf(it.obj());
     last = it.key();
   }
-  return (newest && child(f, s, *newest, *member, true)) || differs;
+  return (newest && child(f, s, *newest, *member, impl_.generation == generation)) || differs;
 }
 
 }  // namespace Cli::Session

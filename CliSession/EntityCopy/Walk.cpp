@@ -214,6 +214,7 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
   if (plainEqual && plan.further.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
+  if (isNew) below.newAt = impl_.generation;
   below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
@@ -310,12 +311,13 @@ bool Walk::singleton(Frame& f, Step const& s) {
     if (stopped()) return differs;
   }
   WALK_TRACE(3, operation) << "Re-creating entity";
+  Kel::U64 const generation = impl_.generation;
   Kel::Entity* made = nullptr;
   differs |= create(f, s, nullptr, *srcChild, params, !destAccess.single(f.dest), &made);
   // A comparison made nothing, and what is there has other parameters.
   if (compare_) return differs;
   if (!made) made = destAccess.single(f.dest);
-  if (made) differs |= child(f, s, *made, *srcChild, true);
+  if (made) differs |= child(f, s, *made, *srcChild, impl_.generation == generation);
   return differs;
 }
 

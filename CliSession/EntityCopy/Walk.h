@@ -62,6 +62,7 @@ class Walk {
   bool queue(Frame& frame, Step const& step);               // doCopyQueue
   bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
   bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
+  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);  // attributeIs
   // resolvePtr: the destination's target, or null and a record of what waits for it.
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
@@ -105,7 +106,7 @@ class Walk {
     Walk& walk_;
   };
 
-  EntityCopy& ec() const { return ec_; }
+  bool traced() const { return traced_; }
 
  private:
   // What the handler said of a type.
@@ -124,7 +125,7 @@ class Walk {
   // The filter: whether an attribute is equal, as far as can be told without showing anything.
   bool equalInPlace(Frame& frame, Step const& step);
   bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
-  // `isNew`: the destination's child has just been made, whatever has changed of the source's.
+  // `isNew`: the destination's child has just been made, and no foreign code has run since.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
                bool isNew = false);
@@ -149,7 +150,6 @@ class Walk {
   bool askWalkedThrough(Frame& frame);
 
   bool setMember(Frame& frame, Step const& step, Member& m);
-  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // A member or singleton with the source's constructor parameters.
   // `params` are the source's where they have been listed already, else null.
   // What `made` points at becomes the entity that was made, or null where the caller has to look for it.
@@ -174,6 +174,8 @@ class Walk {
   bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
   Kel::Entity* sourceKey(Frame& frame, Step const& step, Cursor const& at, Kel::Entity& destKey, KeyMap& keys);
   Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
+  // Whether a pointer of a frame's destination may wait already.
+  bool mayWait(Frame const& frame) const { return ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation; }
   void supersede(Frame& frame, Step const& step, Member* m);
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
 
