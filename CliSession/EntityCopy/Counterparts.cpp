@@ -12,10 +12,11 @@ namespace Cli::Session {
 
 namespace {
 
-// To forget takes time for each of them, and is done often where entities leave their trees.
+// The most owners that are remembered. Forgetting them takes time in proportion, and happens whenever an entity leaves
+// its tree.
 constexpr std::size_t maxOwners = 1000;
 
-// The entity that `owner` holds as its counterpart's owner holds `e`; null when there is none.
+// The entity that `owner` has under the attribute and key of `e`; null if there is none.
 Kel::Entity* heldLike(Kel::Entity& owner, Kel::Entity const& e) {
   Kel::KelAttr const* const held = e.parentAttr();
   if (!held || owner.type() != e.parent()->type()) return nullptr;
@@ -38,8 +39,8 @@ bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
   return true;
 }
 
-// Whether two entities stand alike below their owners. A member of a queue that has no index of its own does not say
-// where it stands.
+// Whether two entities have the same position below their owners. A queue's member without parameters does not know its
+// index.
 bool standAlike(Kel::Entity const& a, Kel::Entity const& b) {
   if (a.parentAttrId() != b.parentAttrId() || !madeAlike(a, b)) return false;
   if (!a.type()->ctorArgs().empty()) return true;
@@ -122,7 +123,7 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) 
   forgetIfLeft();
   if (!asked_.empty())
     if (auto const known = asked_.find(&srcTarget); known != asked_.end()) return {known->second, true};
-  // From the target up to what is known; a target that lies deeper is left to the handler.
+  // Up from the target to a known owner. If none is within reach of the array, the handler has to be asked.
   std::array<Kel::Entity const*, 32> chain;
   std::size_t length = 0;
   Kel::Entity* at = nullptr;
@@ -149,7 +150,7 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) 
   while (length > 0) {
     Kel::Entity const& e = *chain[--length];
     Kel::Entity* const next = heldLike(*at, e);
-    // Where the owners are of one type, the target has nothing in its place.
+    // If the owners are of one type, the target does not exist.
     if (!next && at->type() == e.parent()->type()) return {nullptr, true, e.parent(), at};
     if (!next || !standAlike(*next, e)) return {nullptr, true};
     at = next;
