@@ -77,8 +77,8 @@ void Frame::hold() {
       e.src = f->srcPtr();
     }
     if (!f->walking_ || e.destPin) continue;
-    e.srcPin = f->walking_->access.iterator(f->walking_->attr, f->src, nullptr);
-    e.destPin = f->walking_->access.iterator(f->walking_->attr, f->dest, nullptr);
+    f->walking_->access.iterate(f->walking_->attr, f->src, e.srcPin.emplace());
+    f->walking_->access.iterate(f->walking_->attr, f->dest, e.destPin.emplace());
   }
 }
 

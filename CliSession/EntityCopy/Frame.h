@@ -16,7 +16,7 @@ struct FrameExtras {
   Kel::U64 logPathAt = 0;  // 0: not made
   Kel::Ptr<Kel::Entity> dest;
   Kel::Ptr<Kel::Entity const> src;
-  std::unique_ptr<Kel::AttrIterator> destPin, srcPin;
+  std::optional<Kel::IteratorRoom> destPin, srcPin;
 };
 
 // Lives on the stack and points at the frame above. The texts of its paths, handles to both entities, and iterators
