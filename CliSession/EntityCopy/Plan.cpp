@@ -75,7 +75,7 @@ Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
     Step const& step = steps.emplace_back(d, *attr);
     if (step.kind == Step::Kind::skipped) continue;
     copied.push_back(&step);
-    // What the model does not support is to be met.
+    // An unsupported attribute must be visited, because it is an assertion.
     if (!plainEqual || !step.typed || !attr->inPlainEqual()) further.push_back(&step);
   }
   leaf = keyOnly && plainEqual && further.empty();

@@ -22,7 +22,7 @@ bool Walk::queue(Frame& f, Step const& s) {
   if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
   Cursor src(s.attr, f.src, false), dest(destAttr(f, s), f.dest, false);
   bool differs = false;
-  Box last;  // the key of the last member that stays
+  Box last;  // the index of the member that was appended last
   while (src && dest) {
     if (sameInQueue(s, dest, src)) {
       if (entities) differs |= child(f, s, *dest.target(), *src.target());
@@ -59,6 +59,7 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
   }
   WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
   Kel::AttributeId const destId = s.destAttr->id();
+  Kel::U64 const generation = impl_.generation;
   bool const differs = edit(
       f, s, AttributeEditType::set_, [&] { return value; },
       [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
@@ -67,13 +68,13 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
   // The member that has just been made: the queue's last.
   Kel::GenericIf::Ptr const gif = genericIf(f.destPtr());
   auto it = last ? gif->attributeIteratorKey(destId, last) : gif->attributeIterator(destId);
-  if (!it) it = gif->attributeIterator(destId);  // a reactor has deleted what stood there
+  if (!it) it = gif->attributeIterator(destId);  // a reactor has deleted that member
   Kel::Ptr<Kel::Entity> newest;
   for (; it; ++it) {
     newest = entityOf(it.obj());
     last = it.key();
   }
-  return (newest && child(f, s, *newest, *member, true)) || differs;
+  return (newest && child(f, s, *newest, *member, impl_.generation == generation)) || differs;
 }
 
 }  // namespace Cli::Session
