@@ -42,6 +42,9 @@ AttrAccess::Found AttrAccess::findMember(Entity const&, AttrIterator const&, Ent
 void AttrAccess::copyMember(KelAttr const& attr, Entity&, AttrIterator const&, Entity*, Entity*) const {
   throwOpNotSupportedException(attr.fullName(), "copyMember");
 }
+void AttrAccess::appendValue(KelAttr const& attr, Entity&, AttrIterator const&) const {
+  throwOpNotSupportedException(attr.fullName(), "appendValue");
+}
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const {}
 Entity* AttrAccess::single(Entity const&) const { return nullptr; }
 void AttrAccess::point(KelAttr const&, Entity&, Entity*) const {}

@@ -114,6 +114,8 @@ class KEL_API AttrAccess {
   virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
   // Sets it, and notifies.
   virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
+  // Appends the value of a queue that an iterator over another entity's same queue is on, and notifies.
+  virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
   // Copies a single value across and notifies; the values differ.
   virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
   // Of a singleton or a pointer: the entity, or null.

@@ -67,6 +67,11 @@ class QueueAccess final : public AnyQueueAccess<Q> {
     I const i = of(e).enq(unbox<V>(value, attr.fullName()));
     changed(attr, e, &i);
   }
+  void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const override {
+    using Position = decltype(of(dest).iterator());
+    I const i = of(dest).enq(static_cast<BoxedIterator<Position, MemberValue> const&>(at).it().value());
+    changed(attr, dest, &i);
+  }
   void deq(KelAttr const& attr, Entity& e) const override {
     I const i = of(e).empty() ? I(0) : of(e).iterator().key();
     of(e).deq();
