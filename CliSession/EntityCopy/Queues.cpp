@@ -73,6 +73,8 @@ bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
     newest = entityOf(it.obj());
     last = it.key();
   }
+  // A NaN among the parameters.
+  if (newest && s.typed && !newest->type()->furtherParamsEqual()(*newest, *member)) impl_.unsettled = true;
   return (newest && child(f, s, *newest, *member, true)) || differs;
 }
 
