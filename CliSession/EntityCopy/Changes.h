@@ -44,7 +44,7 @@ class Changes {
 // Where the journals of two roots stood when the roots were equal, and what else has to be as it was then.
 struct Checkpoint {
   Kel::U64 src, dest, ground;
-  Kel::U64 heldDepartures, upheavals;
+  Kel::U64 heldDepartures;
   void const *srcTop, *destTop;  // the ends of the copy, for comparison alone
   Kel::U64 groundJournal;
 };

@@ -51,7 +51,7 @@ class Counterparts {
   // The name that the missing target of an answer will have. Empty where a path might lead elsewhere, because a key on
   // the way holds separators: the handler has to be asked.
   static Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer);
-  // Remembers what the handler said of a target that has no root.
+  // Remembers what the handler said of a target that was not found by its position.
   void remember(Kel::Entity& srcTarget, Kel::Entity& target);
   void forget();
 
