@@ -242,12 +242,6 @@ CommitResult Service::Impl::commit(Commit const& commit) {
   if (!result.number) return result;
   s.editsFrom = EqualPoint(s.ancestor, s.tree);
   s.runningFrom = EqualPoint(runningTree, s.tree);
-  try {
-    // What may be undone at a start has to stand behind the snapshot.
-    if (commit.kind != CommitKind::confirmed) takeSnapshot(*s.ancestorDir);
-  } catch (...) {
-    result.reports.push_back("no snapshot: " + whatHappened());  // a later one will do
-  }
   return result;
 }
 

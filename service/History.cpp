@@ -69,10 +69,17 @@ void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
 
 // --- Snapshots ---
 
-void Service::Impl::takeSnapshot(Kel::Dir const& dir) {
-  if (options.snapshotEvery == 0 || last - lastSnapshot < options.snapshotEvery) return;
-  store->snapshot({last, Kel::writeAttrLog(dir)});
-  lastSnapshot = last;
+// It costs as much as the tree is large, so that no commit waits for it.
+void Service::Impl::takeSnapshotIfDue() noexcept {
+  // What may be undone at a start has to stand behind the snapshot.
+  if (options.snapshotEvery == 0 || last - lastSnapshot < options.snapshotEvery || unconfirmed || owed) return;
+  lastSnapshot = last;  // of one that fails, too: a later one will do
+  try {
+    auto const state = scratch();
+    copy(running, state->tree.dir);
+    store->snapshot({last, Kel::writeAttrLog(*state->tree.dir)});
+  } catch (...) {
+  }
 }
 
 // --- At start ---

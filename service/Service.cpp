@@ -355,6 +355,7 @@ double Service::poll() {
       next = std::min({next, expiration, s.attached ? expiration : s.lastUse + i.tunables->sessionProcessTimeout()});
   }
   for (Session::Impl* s : expired) i.end(*s, Cli::Session::SessionState::dead);
+  i.takeSnapshotIfDue();
   return next;
 }
 

@@ -50,7 +50,7 @@ struct Service::Impl {
   CommitRecord record(CommitKind kind, std::string const& user, std::string const& session, std::string const& comment,
                       std::vector<Difference> const& differences) const;
   void append(CommitRecord const& record);
-  void takeSnapshot(Kel::Dir const& dir);
+  void takeSnapshotIfDue() noexcept;
   // Answers what could not be done.
   std::vector<std::string> undoUnconfirmed(bool keepEdits);
   // Running after a commit, in a scratch tree.
