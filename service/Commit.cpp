@@ -24,6 +24,13 @@ std::string whatHappened() {
   }
 }
 
+void reportTo(std::vector<std::string>& report, char const* before) noexcept {
+  try {
+    report.push_back(before + whatHappened());
+  } catch (...) {
+  }
+}
+
 // --- Checks ---
 
 namespace {
@@ -274,7 +281,7 @@ void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const
       try {
         it->first->undo(it->second);
       } catch (...) {
-        s.notices.push_back("undoing failed: " + whatHappened());
+        reportTo(s.notices, "undoing failed: ");
       }
     }
     toAncestor.takeBack();
@@ -287,7 +294,7 @@ void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const
     try {
       participant->done(part);
     } catch (...) {
-      result.reports.push_back(whatHappened());
+      reportTo(result.reports);
     }
   }
 }
