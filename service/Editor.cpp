@@ -101,7 +101,7 @@ class Editor::Impl {
 
   // What comes and goes has others point at it.
   void settle(Applied& applied) {
-    if (!departed_.empty()) applied.dangling = departed_.repoint(base_, &pending_);
+    if (!departed_.empty()) applied.dangling = departed_.repoint(base_, &pending_, nullptr);
     departed_ = Departed();
     if (!pending_.empty() && (!applied.created.empty() || applied.changed)) applied.revived = pending_.retry(base_);
     if (!applied.revived.empty()) applied.text += "; pointing at it again: " + some(applied.revived);
