@@ -9,6 +9,7 @@
 #include "service/Prototypes.h"
 #include "service/References.h"
 #include "service/Walk.h"
+#include "service/WordReader.h"
 
 namespace Cli::Service {
 
@@ -104,8 +105,7 @@ class Importer {
     for (auto const& [name, value] : json.get_ref<Json::object_t const&>()) {
       if (name == "$type") continue;
       KelAttr const* const attr = type.findAttr(name);
-      if (!attr || attr->isFunction())
-        fail("a " + type.name().str() + " has no attribute '" + name + "'" + near(type, name));
+      if (!attr || attr->isFunction()) fail(withArticle(type) + " has no attribute '" + name + "'" + near(type, name));
       if (attr->ctorParam()) {
         parameter(e, *attr, name, value);
         continue;
@@ -209,7 +209,7 @@ class Importer {
     KelType const* known = state ? KelType::find(state->entityTypeName()) : nullptr;
     KelType const& type = typeIn(json, known ? *known : *Kel::Dir::_fwkType());
     if (!json.is_object()) fail("an object expected, not " + std::string(json.type_name()));
-    if (!type.isMadeByName()) fail("a " + type.name().str() + " cannot be an entry of a directory");
+    if (!type.isMadeByName()) fail(withArticle(type) + " cannot be an entry of a directory");
     if (json.contains("$absent")) {
       if (write_) dir->entryStateIs(name, type.fullTypeName());
       return;
@@ -356,8 +356,8 @@ class Importer {
              Kel::Entity* existing) {
     if (!json.is_object()) fail("an object expected, not " + std::string(json.type_name()));
     KelType const& type = typeIn(json, existing ? *existing->type() : *attr.type());
-    if (!type.isA(attr.type())) fail("a " + type.name().str() + " is no " + attr.type()->name().str());
-    if (type.isAbstract()) fail("a " + type.name().str() + " cannot be made");
+    if (!type.isA(attr.type())) fail(withArticle(type) + " is no " + attr.type()->name().str());
+    if (type.isAbstract()) fail(withArticle(type) + " cannot be made");
     bool const kept = existing && matches(*existing, type, json, &attr);
     Kel::Entity* e = kept ? existing : nullptr;
     auto const args = arguments(type, &attr, key, json);
