@@ -6,6 +6,7 @@
 #include "service/Commands.h"
 #include "service/JsonTree.h"
 #include "service/Undo.h"
+#include "service/WordReader.h"
 
 namespace Cli::Service {
 
@@ -70,7 +71,7 @@ std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base)
 namespace {
 
 std::string wrongType(Kel::Entity const& target, Kel::KelType const& wanted) {
-  return "'" + target.name().str() + "' is a " + target.type()->name().str() + ", not a " + wanted.name().str();
+  return "'" + target.name().str() + "' is " + withArticle(*target.type()) + ", not " + withArticle(wanted);
 }
 
 constexpr char const* noEntity = "there is no such entity";
