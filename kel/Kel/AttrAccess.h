@@ -101,30 +101,50 @@ class KEL_API AttrAccess {
   }
   virtual U32 count(KelAttr const& attr, Entity const& e) const;
 
-  // Typed. Whether the attribute's whole content is equal in two entities of the same type: values and collections of
-  // values; pointers by identity. Never called for owned entities.
+  // Typed. Each shape has the functions of its groups below. To call another one fails an assertion.
+
+  // Single values; pointers; collections and queues of values and pointers: whether the whole content is equal in two
+  // entities of the same type. Pointers are equal if they lead to the same entity. Values without a comparison differ.
   virtual bool equal(Entity const& a, Entity const& b) const;
-  // The same for keyed collections with pointers in them, in order: pointers are compared by `same`. False for anything
-  // else, and where the members stand in another order.
+
+  // Single values. Copies the value across and notifies; the values differ.
+  virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
+
+  // Pointers and singletons: the entity, or null. A pointer to another object than an entity is null.
+  virtual Entity* single(Entity const& e) const;
+  // Pointers to entities. Points at a target of the right type, and notifies.
+  virtual void point(KelAttr const& attr, Entity& e, Entity* target) const;
+  // Whatever holds pointers. Forgets all of them, silently.
+  virtual void dropPointers(Entity& e) const;
+
+  // Keyed collections of values and pointers. As `equal`, for those with pointers in them, in order: pointers are
+  // compared by `same`. False for collections without pointers, and where the members stand in another order.
   virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
-  // Of a keyed collection of values or pointers, about the member that an iterator over another entity's same attribute
-  // is on. Where keys or members are pointers, `key` and `target` are given in their place.
+  // About the member that an iterator over another entity's same attribute is on. Where keys or members are pointers,
+  // `key` and `target` are given in their place.
   enum class Found : U8 { absent, different, equal };
   // Looks for a member under the same key; members that are pointers are left to the caller, who gets `*target`.
   virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
   // Sets it, and notifies.
   virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
-  // Appends the value of a queue that an iterator over another entity's same queue is on, and notifies.
+
+  // Queues of values. Appends the value that an iterator over another entity's same queue is on, and notifies.
   virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
-  // Copies a single value across and notifies; the values differ.
-  virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
-  // Of a singleton or a pointer: the entity, or null.
-  virtual Entity* single(Entity const& e) const;
-  // Points a single pointer at a target of the right type, and notifies.
-  virtual void point(KelAttr const& attr, Entity& e, Entity* target) const;
-  // Owned members by position (hash maps; `memberEnd` is 0 elsewhere): null at a gap.
+
+  // Owned entities by key. The one with the same key as a member of another entity's same attribute, or null; `hint` is
+  // where the other one stands. Members of a queue are never alike: null.
+  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
+  // The end of the members' positions; 0 where members have no positions, as only those of hash maps do.
   virtual U32 memberEnd(Entity const& e) const;
+  // Whether the members of two entities stand at the same positions under keys of the same hashes: almost certainly the
+  // same keys, found out without touching a member. False where members have no positions.
+  virtual bool sameShape(Entity const& a, Entity const& b) const;
+  // Owned entities that have positions. The one at a position below the end, or null for a gap.
   virtual Entity* memberAt(Entity const& e, U32 position) const;
+  // Where a member stands.
+  virtual U32 positionOf(Entity const& e, Entity const& member) const;
+  // Makes room for so many members.
+  virtual void reserveMembers(Entity& e, U32 count) const;
   // Two owned members under one key at one position.
   struct Pair {
     Entity* dest;
@@ -133,32 +153,22 @@ class KEL_API AttrAccess {
   };
   static constexpr U32 maxPairs = 16;
   // Gathers pairs from `position` on, at most `maxPairs`, and moves `position` behind them. It stops where the two
-  // entities have other keys at one position. What comes next is prefetched. Only for members that have positions.
+  // entities have other keys at one position. What comes next is prefetched.
   virtual U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, Pair* pairs) const;
-  // Whether two entities have the same owned members at the same positions, by their keys and by `alike`. False where
-  // members have no positions.
+  // Whether two entities have the same members at the same positions, by their keys and by `alike`.
   virtual bool membersEqual(Entity const& a, Entity const& b, bool (*alike)(Entity const&, Entity const&)) const;
-  // The owned member with the same key as a member of another entity's same attribute, or null; `hint` is where the
-  // other one stands.
-  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
-  // Where an owned member stands, for members that have positions.
-  virtual U32 positionOf(Entity const& e, Entity const& member) const;
-  // A new owned singleton or member with the constructor parameters of another; the key must be free. Notifies.
-  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
-  virtual void reserveMembers(Entity& e, U32 count) const;
-  // Whether the members of two entities stand at the same positions under keys of the same hashes: almost certainly the
-  // same keys, found out without touching a member. False where members have no positions.
-  virtual bool sameShape(Entity const& a, Entity const& b) const;
 
-  // The owned entity under a printed key (the empty one: the singleton), or null.
+  // Singletons, and owned entities by key. A new one with the constructor parameters of another; the key must be free.
+  // Notifies.
+  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
+
+  // Whatever owns entities. The one under a printed key (the empty one: the singleton), or null.
   virtual Entity* child(Entity const& e, std::string_view key) const;
   // Calls back with every owned entity.
   virtual void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const;
   // Moves every owned entity out, silently, and hands it on. Takes no memory.
   using ChildTaken = void (*)(Ptr<Entity> child, void* context);
   virtual void takeChildren(Entity& e, ChildTaken taken, void* context) const;
-  // Forgets every pointer, silently.
-  virtual void dropPointers(Entity& e) const;
 
   // For the attribute log (AttrLog.h). Whether the content follows from other attributes, and so stays out of it.
   virtual bool derived() const { return false; }
@@ -166,8 +176,8 @@ class KEL_API AttrAccess {
   virtual void write(KelAttr const&, void const* object, AttrLogOut& out) const;
   // Reads it back, silently, into an object in which the attribute still is as it was made.
   virtual void read(KelAttr const& attr, void* object, AttrLogIn& in) const;
-  // Calls back with everything that is owned, in the order in which `restore` takes it; `sequence` numbers the members
-  // of a queue. The default is `eachChild`.
+  // Whatever owns entities. Calls back with everything that is owned, in the order in which `restore` takes it;
+  // `sequence` numbers the members of a queue. The default is `eachChild`.
   using OwnedVisit = void (*)(Entity* owned, U64 sequence, void* context);
   virtual void eachOwned(Entity const& e, OwnedVisit visit, void* context) const;
   // Puts an entity that was read back under its owner, silently. Raises what a write of it would.
