@@ -82,10 +82,10 @@ class CLI_SERVICE_API ImportError : public InputError {
 };
 
 // Puts JSON into the tree at a path: an entity, an attribute, a member. What is on the way must be there. Everything is
-// checked before anything is changed: an ImportError leaves the tree as it was (an exception of a reactor, or for want
-// of memory, does not). References are resolved last, so that they may lead to what the same JSON makes, and to what is
-// in the tree. An entity that is there with the same constructor parameters is kept; its handles and pointers to it
-// stay good.
+// checked before anything is changed, and what raises later (a reactor, an allocation) has its writes taken back: the
+// tree is as it was, with the same entities. References are resolved last, so that they may lead to what the same JSON
+// makes, and to what is in the tree. An entity that is there with the same constructor parameters is kept; its handles
+// and pointers to it stay good.
 CLI_SERVICE_API ImportReport importJson(Kel::Dir::Ptr const& base, Path const& at, Json const& json,
                                         ImportOptions const& = {});
 // The same from a text; `file` is its name in messages. Raises ImportError for what is no JSON, too: at most 64 MiB,

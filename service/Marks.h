@@ -41,11 +41,14 @@ class Marks {
 class EqualPoint {
  public:
   EqualPoint() = default;  // never
-  EqualPoint(Tree const& a, Tree const& b);
+  // Without memory it knows nothing, and everything is looked at: whoever makes one has done what cannot be taken back.
+  EqualPoint(Tree const& a, Tree const& b) noexcept;
   // The marks on `a`'s entities; null: everything has to be looked at.
   std::unique_ptr<Marks> changes(Tree const& a, Tree const& b) const;
 
  private:
+  void note(Tree const& a, Tree const& b);
+
   struct Root {
     Kel::U64 aJournal, a, bJournal, b;
   };

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kel/Dir.h"
 #include "Kel/KelType.h"
@@ -15,10 +16,19 @@
 
 namespace Cli::Service {
 
+// A key of several parts.
+struct KeyForm {
+  std::string text;  // for people: "vlan|port"
+  char separator = '|';
+  std::vector<Kel::KelAttr const*> parts;  // the entity's attribute for each part; null: none
+};
+
 struct EntityHooks {
   // The name under which a text makes a member of a collection of this type, in the one spelling that names have.
   // Raises InputError for a text that cannot be a key. Empty: any text that the key's type takes.
   std::function<std::string(Kel::KelAttr const& attr, std::string_view text)> key;
+  // What such a text looks like, for help and completion. Empty: one part.
+  std::function<KeyForm(Kel::KelAttr const& attr)> keyForm;
   // The name of a singleton of this type that is made without one being given.
   std::function<std::string(Kel::KelAttr const& attr)> singletonName;
   // An entity was made: fills what follows from its key. A pointer whose target is not there is entered in `pending`.

@@ -52,16 +52,19 @@ CLI_SERVICE_API WordPath readPath(Kel::Dir::Ptr const& base, Path const& at, std
 struct Candidate {
   std::string word;
   std::string explanation;  // "attribute, a number from 0 to 65535", "Port"; may be empty
+  bool goesOn = false;      // a part of a key: more of the same word follows
 };
 struct Candidates {
   std::vector<Candidate> list;  // in the order of the model, keys in natural order (Ethernet2 before Ethernet10)
   bool more = false;            // there are more than the list has
   std::string hint;             // what may come where it cannot be listed: "a number from 0 to 65535"
+  bool mayEnd = true;           // false: the command would be refused if it ended in front of this word
+  std::string refusal;          // why nothing can follow: the words in front are not a path
 };
 
 constexpr std::size_t maxCandidates = 200;
 
-enum class CompletionFor { path, set, remove };
+enum class CompletionFor { path, set, remove, insert };
 // What may stand in place of the last word, of which the beginning is given (it may be empty), behind the others. Cost:
 // a look at every key of the collection at hand, or at every possible target; at most `limit` are kept.
 CLI_SERVICE_API Candidates complete(Kel::Dir::Ptr const& base, Path const& at, std::span<std::string const> words,
@@ -72,8 +75,8 @@ CLI_SERVICE_API std::string nearest(std::string_view word, std::vector<std::stri
 // True if `a` comes before `b` with numbers in them compared as numbers.
 CLI_SERVICE_API bool naturalLess(std::string_view a, std::string_view b);
 
-// The target that a person means by a word: a path, dotted or absolute, or the name of exactly one entity that the
-// pointer may point at. Raises InputError naming what would have done. Null for what the model implies.
+// The target that a person means by a word: a path that does not lead out of `base`, or the name of exactly one entity
+// that the pointer may point at. Raises InputError naming what would have done. Null for what the model implies.
 CLI_SERVICE_API Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, Kel::KelAttr const& attr,
                                                 Kel::KelType const& wanted, std::string_view text);
 

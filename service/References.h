@@ -28,6 +28,8 @@ std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base)
 // Points the place at a target, or enters a member under it. The answer is empty, or says why it cannot be.
 std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& reference);
 
+class Undo;
+
 // Entities that left the tree in the course of a change, and where their successors are. Keeps them alive.
 class Departed {
  public:
@@ -35,8 +37,8 @@ class Departed {
   void note(Kel::Entity& entity, std::optional<Path> now);
   bool empty() const { return entities_.empty(); }
   // Leads pointers that still point at what has departed to the successors. Those that have none stay; they are
-  // pending from then on, if a successor may come, and their places are the answer.
-  std::vector<Path> repoint(Kel::Dir::Ptr const& base, PendingReferences* pending);
+  // pending from then on, if a successor may come, and their places are the answer. `undo` may be null.
+  std::vector<Path> repoint(Kel::Dir::Ptr const& base, PendingReferences* pending, Undo* undo);
 
  private:
   struct Gone {

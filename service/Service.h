@@ -38,7 +38,7 @@ struct Options {
   std::function<double()> clock;          // seconds since 1970; null: the system's
   std::function<bool(Kel::U32)> isAlive;  // whether a process lives; null: asked of the system
   AutomaticUpdate automaticUpdate = AutomaticUpdate::off;
-  unsigned snapshotEvery = 100;  // commits
+  unsigned snapshotEvery = 100;  // commits; taken by `poll`; 0: none
   double confirmTimeout = 600;   // of a commit under CliConfig::rollbackCommitsAutomatically
 };
 
@@ -125,7 +125,8 @@ class CLI_SERVICE_API Service {
   // --- Time ---
 
   // Does what is due: commits that were not confirmed are undone, sessions expire, processes are looked after, requests
-  // that came while something else was under way are served. Answers when it wants to be called next.
+  // that came while something else was under way are served, a snapshot is handed to the store. Answers when it wants
+  // to be called next.
   double poll();
 
   struct Impl;  // of the library

@@ -14,7 +14,8 @@ using Kel::KelType;
 
 namespace {
 
-constexpr std::size_t fewNames = 12;  // as many are listed whole
+constexpr std::size_t fewNames = 12;    // as many are listed whole
+constexpr std::size_t manyNames = 2000;  // of more no near ones are looked for: a person waits
 
 std::string listed(std::vector<std::string> const& names) {
   std::string text;
@@ -53,6 +54,12 @@ std::vector<std::string> attributeNames(KelType const& type) {
 }
 
 }  // namespace
+
+std::string withArticle(KelType const& type) {
+  std::string const name = type.name().str();
+  bool const vowel = !name.empty() && std::string_view("AEIOUaeiou").find(name.front()) != std::string_view::npos;
+  return (vowel ? "an " : "a ") + name;
+}
 
 std::string explanationOf(KelAttr const& attr) {
   std::string const type = attr.type()->name().str();
@@ -152,7 +159,7 @@ void WordReader::takeAttribute(std::string const& word) {
   std::vector<std::string> const names = attributeNames(*type_);
   std::string const name = resolved(word, names);
   if (name.empty())
-    throw InputError("'" + word + "': a " + type_->name().str() + " has no such attribute" + insteadOf(word, names));
+    throw InputError("'" + word + "': " + withArticle(*type_) + " has no such attribute" + insteadOf(word, names));
   KelAttr const* const attr = type_->findAttr(name);
   attr_ = attr;
   if (attr->isCollection()) {
@@ -207,7 +214,7 @@ void WordReader::noKey(std::string const& word) const {
         names.push_back(it.target()->name().str());
       else
         names.push_back(attr_->keyIsPtr() ? it.keyTarget() ? it.keyTarget()->name().str() : "" : textOf(*it.key()));
-      return true;
+      return names.size() < manyNames;
     });
   throw InputError("'" + word + "': there is no such " + attr_->name().str() + insteadOf(word, names));
 }

@@ -20,6 +20,13 @@ struct Command {
 std::vector<Command> const& commandTable();
 // An argument in capitals, for people: "the name of a session".
 std::string argumentHelp(std::string const& argument);
+// A keyword, for people: what the command does, or what the keyword adds to it. `before`: the words in front of it;
+// `rules`: the commands that it may belong to.
+std::string keywordHelp(std::string const& keyword, std::vector<std::string> const& before,
+                        std::vector<std::size_t> const& rules);
+// What to do in place of a command that is not there, in the words of other programs: "'discard' takes edits back";
+// empty: there is nothing like it.
+std::string insteadOf(std::string const& command);
 // What filters the output of a command: "include TEXT", behind a bar.
 std::vector<std::string> const& filterUsages();
 char const* filterSummary(std::size_t rule);
@@ -51,7 +58,7 @@ Run commit, commitConfirmed, commitCancel, check, update, discard, clear, histor
 Run load, save, exportTree;
 // DebugCommands.cpp
 Run showEdits, explain, trace, debugEdit, bypass;
-// CommandTable.cpp
+// Help.cpp
 Run help;
 
 }  // namespace Shell

@@ -39,6 +39,8 @@ class Device {
   std::unique_ptr<Cli::Service::Service> service_;
 };
 
+// What messages call a file: its name; "-" is "standard input".
+std::string fileTitle(std::string const& file);
 // The text of a file; "-": standard input. Raises ModelError.
 std::string readConfiguration(std::string const& file);
 // Loads a configuration in the model's form, or as a JSON tree, into a directory that has none of the roots.

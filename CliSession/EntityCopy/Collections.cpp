@@ -351,8 +351,9 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
           s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
         else
           genericIf(f.destPtr())->attributeIs(destOwn.id(), m.index(), m.srcMember());
+        if (!typed || s.reflexive) return;
         Kel::Entity* none = nullptr;
-        if (typed && s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
+        if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
           impl_.unsettled = true;
       });
 }

@@ -53,7 +53,7 @@ class Counterparts {
   // The full name that the missing target of an answer will have. Empty if the handler has to be asked, because a key
   // on the way contains separators.
   static Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer);
-  // Remembers the handler's answer for a target that has no root.
+  // Remembers the handler's answer for a target that was not found by its position.
   void remember(Kel::Entity& srcTarget, Kel::Entity& target);
   void forget();
 

@@ -243,7 +243,7 @@ bool Walk::value(Frame& f, Step const& s) {
           else
             genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
         });
-  if (changed && s.typed && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
+  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }

@@ -180,7 +180,8 @@ class Walk {
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
 
   bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
-  bool append(Frame& frame, Step const& step, Cursor const& src, Box& last);
+  bool appendValue(Frame& frame, Step const& step, Cursor const& src);
+  bool appendEntity(Frame& frame, Step const& step, Cursor const& src, Box& last);
 
   // Whether the bypass checker has to be asked.
   bool offers(Step const& step, AttributeEditType type) {

@@ -51,6 +51,7 @@ AttrAccess::Found AttrAccess::findMember(Entity const&, AttrIterator const&, Ent
 void AttrAccess::copyMember(KelAttr const&, Entity&, AttrIterator const&, Entity*, Entity*) const {
   lacks("copyMember");
 }
+void AttrAccess::appendValue(KelAttr const&, Entity&, AttrIterator const&) const { lacks("appendValue"); }
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const { lacks("copyValue"); }
 Entity* AttrAccess::single(Entity const&) const { lacks("single"); }
 void AttrAccess::point(KelAttr const&, Entity&, Entity*) const { lacks("point"); }

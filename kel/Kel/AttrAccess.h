@@ -128,6 +128,9 @@ class KEL_API AttrAccess {
   // Sets it, and notifies.
   virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
 
+  // Queues of values. Appends the value that an iterator over another entity's same queue is on, and notifies.
+  virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
+
   // Owned entities by key. The one with the same key as a member of another entity's same attribute, or null; `hint` is
   // where the other one stands. Members of a queue are never alike: null.
   virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;

@@ -66,6 +66,10 @@ class QueueAccess final : public AnyQueueAccess<Q> {
     enqueueValue(e, of(e), attr.id(), unbox<V>(value, attr.fullName()));
     afterChange(attr, e);
   }
+  void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const override {
+    using Position = decltype(of(dest).iterator());
+    enqueueValue(dest, of(dest), attr.id(), static_cast<BoxedIterator<Position, MemberValue> const&>(at).it().value());
+  }
   void deq(KelAttr const& attr, Entity& e) const override {
     dequeueValue(e, of(e), attr.id());
     afterChange(attr, e);
