@@ -111,6 +111,12 @@ std::vector<Difference> Service::Impl::partOf(Registration const& who, std::vect
 std::vector<CheckError::Finding> Service::Impl::findings(Session::Impl& session,
                                                          std::vector<Difference> const& differences) const {
   std::vector<CheckError::Finding> all;
+  for (std::string const& path : outerRoots(rootPaths)) {
+    Entity const *const mine = rootAt(session.tree, path), *const theirs = rootAt(treeAt(running), path);
+    if (!mine || !theirs || mine->type() != theirs->type())
+      all.push_back({rootPath(path), "a session root is neither deleted nor replaced"});
+  }
+  if (!all.empty()) return all;  // what is missing cannot be looked at
   for (PendingReference const& reference : session.pending.list())
     all.push_back({reference.place, "'" + reference.target + "' " + reference.reason});
   Dangling dangling(session.tree);

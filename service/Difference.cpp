@@ -184,7 +184,7 @@ std::string bytesOf(std::vector<Difference> const& differences) {
     }
     list.push_back(std::move(item));
   }
-  Json whole;
+  Json whole = Json::object();
   whole["version"] = version;
   whole["types"] = types.list();
   whole["attributes"] = attrs.list();

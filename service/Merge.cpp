@@ -404,10 +404,12 @@ void Merger::queue(MergeNode& owner, KelAttr const& attr, Places& at) {
     if (n < next.size() && !next[n].session) continue;
     std::size_t const stays = n < next.size() ? *next[n].session : length;
     if (stays > from || n > to) {
-      Json before, after;
+      Json before = Json::array(), after = Json::array();
       for (std::size_t p = from; p < stays; ++p) before.push_back(contentOf(p));
       for (std::size_t p = to; p < n; ++p) after.push_back(next[p].content);
-      emit(at.session / attributeStep(attr), type, &attr, !before.is_null(), before, !after.is_null(), after);
+      bool const had = !before.empty(), has = !after.empty();
+      emit(at.session / attributeStep(attr), type, &attr, had, had ? std::move(before) : Json(), has,
+           has ? std::move(after) : Json());
       out_.changes.back().run = {static_cast<Kel::U32>(from), static_cast<Kel::U32>(to)};
     }
     from = stays + 1;

@@ -31,7 +31,8 @@ struct EntityHooks {
   std::function<KeyForm(Kel::KelAttr const& attr)> keyForm;
   // The name of a singleton of this type that is made without one being given.
   std::function<std::string(Kel::KelAttr const& attr)> singletonName;
-  // An entity was made: fills what follows from its key. A pointer whose target is not there is entered in `pending`.
+  // An entity was made: fills what follows from its key, in the entity and below it. A pointer whose target is not
+  // there is entered in `pending`.
   std::function<void(Kel::Dir::Ptr const& base, Kel::Entity::Ptr const& made, PendingReferences& pending)> created;
   // A value, pointer or collection of the entity was set by a person (`given`), or put back to its default.
   std::function<void(Kel::Entity& entity, Kel::KelAttr const& attr, bool given)> changed;

@@ -19,6 +19,8 @@ struct PendingReference {
   Json value;
   std::string target;  // the text that leads nowhere
   std::string reason;  // "there is no such entity", "is a Vlan, not a Port"
+  // Further texts, any of which would do: a name that may stand in one of several collections.
+  std::vector<std::string> others = {};
 };
 
 // Belongs to one tree. Whoever writes to the tree keeps it up to date: import, commands.

@@ -210,6 +210,23 @@ void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
   for (GenericIf::PtrConst const& key : gone) gifOf(owner)->attributeDel(attr.id(), key);
 }
 
+// The same reference, to be led to another text.
+PendingReference ledTo(PendingReference reference, std::string const& text) {
+  PathStep& step = reference.place.steps.back();
+  if (step.attr->keyIsPtr() && step.keyText() == reference.target) step.key = GenericIf::of(Kel::String8(text));
+  if (step.attr->isPtr() && reference.value == reference.target) reference.value = text;
+  reference.target = text;
+  return reference;
+}
+
+// Leads it to the first of its texts behind which there is a target.
+bool setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  if (targetAt(base, reference.target) && setReference(base, reference).empty()) return true;
+  for (std::string const& text : reference.others)
+    if (targetAt(base, text) && setReference(base, ledTo(reference, text)).empty()) return true;
+  return false;
+}
+
 }  // namespace
 
 std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
@@ -218,7 +235,7 @@ std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
   for (PendingReference& reference : list_) {
     Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
     if (!owner) continue;
-    if (targetAt(base, reference.target) && setReference(base, reference).empty()) {
+    if (setToAny(base, reference)) {
       if (reference.place.steps.back().attr->keyIsPtr()) dropOrphanKeys(*owner, *reference.place.steps.back().attr);
       revived.push_back(reference.place);
     } else {

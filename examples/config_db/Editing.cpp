@@ -116,8 +116,11 @@ void fillReference(Kel::Dir::Ptr const& base, Kel::Entity const& made, KelAttr c
   }
   auto const owner = Cli::Service::pathOf(made, *base);
   if (!owner) return;
-  std::string const target = expectedTarget(*attr.type(), text);
-  pending.add({*owner / Cli::Service::attributeStep(attr), target, target, "there is no such entity"});
+  std::vector<std::string> targets = expectedTargets(*attr.type(), text);
+  std::string const target = targets.front();
+  targets.erase(targets.begin());
+  pending.add(
+      {*owner / Cli::Service::attributeStep(attr), target, target, "there is no such entity", std::move(targets)});
 }
 
 void fillPart(Kel::Dir::Ptr const& base, Kel::Entity& made, std::string const& attribute, std::string const& text,
@@ -174,9 +177,11 @@ EntityHooks hooksForChild(KeyPart const& part) {
 
 }  // namespace
 
-std::string expectedTarget(KelType const& type, std::string_view name) {
-  std::vector<Table const*> const holding = tablesOf(type);
-  return holding.empty() ? std::string(name) : pathOfEntry(*holding.front(), name);
+std::vector<std::string> expectedTargets(KelType const& type, std::string_view name) {
+  std::vector<std::string> paths;
+  for (Table const* table : tablesOf(type)) paths.push_back(pathOfEntry(*table, name));
+  if (paths.empty()) paths.emplace_back(name);
+  return paths;
 }
 
 void notePresence(Kel::Entity& entry, KelAttr const& attr, bool given) {

@@ -23,7 +23,7 @@ std::string canonicalPart(Kel::KelType const& type, KeyPart const& part, std::st
 // Enters a value in the entry's `present`, or takes it out: one that was given and would pass for one that was not.
 void notePresence(Kel::Entity& entry, Kel::KelAttr const& attr, bool given);
 
-// Where an entry of that type would be: in the first table that holds such entries, as a path.
-std::string expectedTarget(Kel::KelType const& type, std::string_view name);
+// Where an entry of that type would be: in each table that holds such entries, as paths.
+std::vector<std::string> expectedTargets(Kel::KelType const& type, std::string_view name);
 
 }  // namespace ConfigDb

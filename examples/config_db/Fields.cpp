@@ -61,12 +61,14 @@ void FieldWriter::noteDangling(Entry const& entry, Kel::KelAttr const& attr, std
   Kel::KelType const& type = attr.keyIsPtr() ? *attr.keyType() : *attr.type();
   Tree::Found const found = tree_.referred(type, text);
   if (found.problem.empty()) return;
-  std::string const target = tree_.expected(type, text);
+  std::vector<std::string> targets = tree_.expected(type, text);
+  std::string const target = targets.front();
+  targets.erase(targets.begin());
   if (attr.keyIsPtr()) key = GenericIf::of(Kel::String8(target));
   Cli::Service::Path const owner = tree_.pathOf(*entry.entity->entity());
   Cli::Service::Json const value =
       member ? Cli::Service::exportValue(member.ptr(), *entry.entity->entity()) : Cli::Service::Json(target);
-  dangling_.push_back({owner / Cli::Service::memberStep(attr, key), value, target, found.problem});
+  dangling_.push_back({owner / Cli::Service::memberStep(attr, key), value, target, found.problem, std::move(targets)});
 }
 
 void FieldWriter::keyPart(Entry const& entry, std::string const& attribute, std::string_view text) const {

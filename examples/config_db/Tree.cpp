@@ -104,12 +104,14 @@ Referring referring(std::string_view text) {
 
 std::string Tree::nameIn(std::string_view text) { return std::string(referring(text).name); }
 
-std::string Tree::expected(Kel::KelType const& type, std::string_view text) const {
+std::vector<std::string> Tree::expected(Kel::KelType const& type, std::string_view text) const {
   auto const [tableName, name] = referring(text);
+  std::vector<std::string> paths;
   for (Table const* table : tablesOf(type))
     if (tableName.empty() || tableName == table->name)
-      return std::string(table->root) + "." + table->attribute + "/" + std::string(name);
-  return std::string(name);
+      paths.push_back(std::string(table->root) + "." + table->attribute + "/" + std::string(name));
+  if (paths.empty()) paths.emplace_back(name);
+  return paths;
 }
 
 Cli::Service::Path Tree::pathOf(Kel::Entity const& entity) const {

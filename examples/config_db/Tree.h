@@ -31,8 +31,8 @@ class Tree {
     std::string problem;
   };
   Found referred(Kel::KelType const& type, std::string_view text) const;
-  // The path at which what a text refers to would be, in the table that it names, or the first that may hold it.
-  std::string expected(Kel::KelType const& type, std::string_view text) const;
+  // The paths at which what a text refers to would be: in the table that it names, or in each that may hold it.
+  std::vector<std::string> expected(Kel::KelType const& type, std::string_view text) const;
   // The name in a text that refers to something.
   static std::string nameIn(std::string_view text);
   // The path that an entity of the tree will have.

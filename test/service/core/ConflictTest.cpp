@@ -334,6 +334,20 @@ TEST_F(Settling, OfSeveralNodesByEach) {
   EXPECT_EQ(device->hall()->bolt("b")->torque(), 2);
 }
 
+TEST_F(Settling, OfSeveralNodesByTheirEntity) {
+  for (Sv::Side side : {Sv::Side::session, Sv::Side::running}) {
+    prepare([](auto& h) { h.newBolt("b"); },
+            [](auto& h) {
+              h.bolt("b")->torqueIs(1);
+              h.bolt("b")->lockedIs(true);
+            },
+            [](auto& h) { h.boltDel("b"); });
+    session->resolve(path("hall.bolt/b"), side);
+    session->commit();
+    EXPECT_EQ(bool(device->hall()->bolt("b")), side == Sv::Side::session);
+  }
+}
+
 // --- The example of the draft ---
 
 TEST_F(Conflicts, TheWorkedExample) {
