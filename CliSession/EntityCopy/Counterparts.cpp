@@ -39,15 +39,6 @@ bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
   return true;
 }
 
-// Whether two entities have the same position below their owners. A queue's member without parameters does not know its
-// index.
-bool standAlike(Kel::Entity const& a, Kel::Entity const& b) {
-  if (a.parentAttrId() != b.parentAttrId() || !madeAlike(a, b)) return false;
-  if (!a.type()->ctorArgs().empty()) return true;
-  Kel::KelAttr const* const held = a.parentAttr();
-  return held && !held->isQueue();
-}
-
 }  // namespace
 
 Nearest nearestStandIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
@@ -152,7 +143,7 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) 
     Kel::Entity* const next = heldLike(*at, e);
     // If the owners are of one type, the target does not exist.
     if (!next && at->type() == e.parent()->type()) return {nullptr, true, e.parent(), at};
-    if (!next || !standAlike(*next, e)) return {nullptr, true};
+    if (!next || !madeAlike(*next, e)) return {nullptr, true};
     at = next;
   }
   if (!isRoot) {

@@ -74,7 +74,7 @@ class History {
     if (dice_.below(3) == 0 && hall->plates() > 0) {
       Kel::Name const name = hall->plateIterator()->name();
       hall->plateDel(name);
-      hall->newPlate(name, static_cast<Kel::U16>(dice_.below(3)));
+      hall->newPlate(name, static_cast<Kel::F32>(dice_.below(3)));
     }
     if (dice_.below(4) == 0 && hall->part()) {
       hall->partDel();
@@ -174,13 +174,16 @@ TEST(Changes, OnlyWhatHasChangedIsLookedAt) {
   src->f64Is(std::numeric_limits<double>::quiet_NaN());
   for (int i = 0; i < 3; ++i) EXPECT_EQ(textOf(world.copy().edits), "Plant::Hall::f64 set hall x1\n");
   src->f64Is(0);
-  src->bySizeIs(Plant::Size(1, 2), std::numeric_limits<double>::quiet_NaN());
-  world.copy();
-  for (int i = 0; i < 2; ++i) EXPECT_NE(textOf(world.copy().edits), "") << "nor does one in a collection";
-  src->bySizeDel(Plant::Size(1, 2));
-  src->readingEnq(std::numeric_limits<double>::quiet_NaN());
-  world.copy();
-  for (int i = 0; i < 2; ++i) EXPECT_NE(textOf(world.copy().edits), "") << "nor does one among parameters";
+  double const nan = std::numeric_limits<double>::quiet_NaN();
+  std::function<void()> const places[] = {[&] { src->bySizeIs(Plant::Size(1, 2), nan); },
+                                          [&] { src->bySizeDelAll(), src->loadsEnq(static_cast<float>(nan)); },
+                                          [&] { src->loadsDelAll(), src->newPlate("p", static_cast<float>(nan)); },
+                                          [&] { src->plateDelAll(), src->readingEnq(nan); }};
+  for (auto const& moveOn : places) {
+    moveOn();
+    world.copy();
+    for (int i = 0; i < 2; ++i) EXPECT_NE(textOf(world.copy().edits), "") << &moveOn - places;
+  }
 }
 
 // Two trees that an earlier copy made equal, and what a change on one side has to bring.

@@ -56,16 +56,6 @@ TEST_F(Engine, WaitsForSourceAndDestination) {
   EXPECT_EQ(traces.count("EntityCopy/1 handleCopyRoots: completed"), 2u);
 }
 
-TEST_F(Engine, LeavesOutWhatIsNotToBeCopied) {
-  src->seenIs(5);
-  src->visitsInc();
-  world.copy();
-  EXPECT_EQ(dest->seen(), 0u);
-  EXPECT_EQ(dest->visits(), 1u);
-  EXPECT_EQ(dest->limit(), 7u);
-  EXPECT_FALSE(engine()->doCopyAttrByName(dest, src, "hall", "seen"));
-}
-
 TEST_F(Engine, AComparisonWithAFilledLogStopsAtOnce) {
   src->newPart()->noteIs("same");
   world.copy();
@@ -147,12 +137,6 @@ TEST_F(EngineDeathTest, AssertsItsPreconditions) {
                "EntityCopy:[0-9]+: .*handleCopyRoots.*Assertion 'destRoot' failed");
 }
 
-TEST_F(Engine, CopiesAcrossTypesByName) {
-  EntityPtr const bolt = world.outside->entityRef("stranger");
-  EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { engine()->doCopyEntityAttrs(bolt, src, "hall", nullptr); }),
-            "/outside/stranger: Plant::Bolt has no attribute 'flag'");
-}
-
 // Members of derived types are copied as what they are, where an attribute log has brought them; they are not made.
 TEST_F(Engine, MembersOfDerivedTypesAreNotTakenForOthers) {
   Kel::KelAttr const& machine = *attr(src, "machine");
@@ -189,10 +173,15 @@ TEST_F(Engine, PointersRefuseACounterpartOfAnotherType) {
   from->elderIs(old, 1);
   EXPECT_THROW(world.copy(), Kel::BadIndexAttrException);
   from->elderDel(old);
-  from->heirIs(old, nullptr);
+  from->pairIs(old, nullptr);
   EXPECT_THROW(world.copy(), Kel::BadIndexAttrException);
+  from->pairDel(old);
+  world.rootIs("line", "Pairs::Old");
+  world.src->newEntity("Pairs::Old", "line");
+  to->heirIs(Kel::ptrCast<Pairs::Heir>(world.dest->newEntity("Pairs::Heir", "line")), 1);
+  world.copy();
   EXPECT_EQ(to->first(), nullptr);
-  EXPECT_EQ(to->elders() + to->heirs(), 0u);
+  EXPECT_EQ(to->elders() + to->pairs() + to->heirs(), 0u);
 }
 
 TEST_F(EngineDeathTest, RefusesPointersAmongParameters) {
@@ -238,12 +227,13 @@ TEST_F(Engine, ComparesValues) {
   EXPECT_FALSE(equal(Kel::U32(1), Kel::U64(1)));
   EXPECT_FALSE(equal(std::numeric_limits<Kel::F64>::quiet_NaN(), std::numeric_limits<Kel::F64>::quiet_NaN()));
   EXPECT_TRUE(equal(0.0, -0.0));
+  Traces const traces("EntityCopy", 1u << 4);
   EXPECT_FALSE(equal(Plant::Grade::raw, Plant::Grade::pure));
   EXPECT_TRUE(equal(Plant::Size(1, 2), Plant::Size(1, 2)));
-  Traces const traces("EntityCopy", 1u << 4);
   EXPECT_TRUE(equal(Plant::Serial("a"), Plant::Serial("a")));
   EXPECT_FALSE(equal(Plant::Serial("a"), Plant::Serial("b")));
-  EXPECT_TRUE(traces.inOrder({"EntityCopy/4 Comparing Serial", "EntityCopy/4 Convert Serial to String8",
+  EXPECT_TRUE(traces.inOrder({"EntityCopy/4 Comparing enum Grade", "EntityCopy/4 Comparing Size",
+                              "EntityCopy/4 Comparing Serial", "EntityCopy/4 Convert Serial to String8",
                               "EntityCopy/4 Comparing builtin String8"}))
       << traces.text();
 }

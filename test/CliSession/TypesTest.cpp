@@ -1,4 +1,4 @@
-// Every type of the libraries is reached by name: its attributes, and its operations with their arguments.
+// Every operation of the libraries' types is called by name, and refuses other arguments than its own.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -46,13 +46,6 @@ std::vector<KelType const*> entityTypes() {
 
 // --- Samples ---
 
-GenericIf::PtrConst listOf(std::vector<GenericIf::PtrConst> const& objects) {
-  GenericIf::List::Ptr const list(new GenericIf::List);
-  for (auto const& object : objects) list->objectEnq(object);
-  return GenericIf::List::genericIf(list);
-}
-
-// A value that no attribute starts with.
 GenericIf::PtrConst sampleValue(KelType const& type) {
   if (type.fullTypeName() == "Kel::String8") return GenericIf::of(Kel::String8("x"));
   if (type.isBuiltin()) return type.genericFromText(type.builtin() == KelType::Builtin::boolT ? "True" : "3");
@@ -88,16 +81,6 @@ EntityPtr sample(KelType const& wanted) {
     ec->destIs(sample(*Kel::Entity::_fwkType()));
   }
   return made;
-}
-
-GenericIf::PtrConst sampleMember(KelAttr const& attr) {
-  if (attr.isPtr() && !attr.type()->isEntity()) return GenericIf::of(Kel::U32(7));
-  if (attr.isPtr()) return GenericIf::ofEntity(sample(*attr.type()));
-  return attr.instantiating() ? listOf(sampleArgs(*attr.type())) : sampleValue(*attr.type());
-}
-
-bool same(GenericIf::PtrConst const& a, GenericIf::PtrConst const& b) {
-  return a->isEntity() ? a->entityConst() == b->entityConst() : a->valueEqual(*b);
 }
 
 // --- By name ---
@@ -184,71 +167,18 @@ void tryOperation(GenericIf const& gif, KelAttr const& operation) {
   }
 }
 
-void tryCollection(GenericIf const& gif, KelAttr const& attr) {
-  GenericIf::PtrConst const member = sampleMember(attr);
-  Kel::AttributeId const id = attr.id();
-  if (attr.isQueue()) {
-    auto params = sampleArgs(*attr.type());
-    gif.attributeSQEnq(id, listOf({params.begin() + 1, params.end()}));
-    EXPECT_EQ(gif.attributeCount(id), 1u) << attr.fullName();
-    return gif.attributeSQDeq(id);
-  }
-  GenericIf::PtrConst const key =
-      attr.keyIsPtr() ? GenericIf::ofEntity(sample(*attr.keyType())) : sampleValue(*attr.keyType());
-  if (!attr.writable()) {
-    EXPECT_THROW(gif.attributeIs(id, key, member), Kel::OpNotSupportedException) << attr.fullName();
-    return;
-  }
-  gif.attributeIs(id, key, member);
-  auto const it = gif.attributeIteratorConst(id);
-  ASSERT_TRUE(it) << attr.fullName();
-  EXPECT_TRUE(same(it.key(), key)) << attr.fullName();
-  if (attr.instantiating())
-    EXPECT_EQ(gif.attribute(id, key)->type(), attr.type()) << attr.fullName();
-  else
-    EXPECT_TRUE(same(gif.attribute(id, key), member)) << attr.fullName();
-  gif.attributeDel(id, key);
-  EXPECT_EQ(gif.attributeCount(id), 0u) << attr.fullName();
-}
-
-void trySingle(GenericIf& gif, KelAttr const& attr) {
-  Kel::AttributeId const id = attr.id();
-  GenericIf::PtrConst const before = gif.attribute(id);
-  if (!attr.writable()) {
-    GenericIf::PtrConst const value = attr.isValue() ? sampleValue(*attr.type()) : nullptr;
-    EXPECT_THROW(gif.attributeIs(id, nullptr, value), Kel::OpNotSupportedException) << attr.fullName();
-    return;
-  }
-  GenericIf::PtrConst const value = sampleMember(attr);
-  if (attr.instantiating()) gif.attributeDel(id);
-  gif.attributeIs(id, nullptr, value);
-  GenericIf::PtrConst const after = gif.attribute(id);
-  ASSERT_TRUE(after) << attr.fullName();
-  if (attr.instantiating()) {
-    EXPECT_EQ(after->type(), attr.type()) << attr.fullName();
-    return;
-  }
-  EXPECT_TRUE(same(after, value)) << attr.fullName();
-  gif.attributeIs(id, nullptr, before);
-}
-
 // --- Tests ---
 
-TEST(Types, AreReachedByName) {
+TEST(Types, OperationsAreCalledByName) {
   testing::internal::CaptureStderr();  // roots that are missing are warned of
   std::vector<KelType const*> const types = entityTypes();
-  EXPECT_EQ(types.size(), 40u);
+  EXPECT_GE(types.size(), 40u);
   for (KelType const* type : types) {
     GenericIf::Ptr const gif =
         GenericIf::ofEntity(type == Zuk::PathTrieState::_fwkType() ? fresh(*type) : sample(*type));
     for (KelAttr const* attr : type->attributeQ()) {
       EXPECT_EQ(gif->attributeId(attr->name()), attr->id());
-      if (attr->isFunction())
-        tryOperation(*gif, *attr);
-      else if (attr->isCollection())
-        tryCollection(*gif, *attr);
-      else
-        trySingle(*gif, *attr);
+      if (attr->isFunction()) tryOperation(*gif, *attr);
     }
     EXPECT_THROW(gif->attributeId("none"), Kel::UnknownAttrException);
   }
