@@ -1,4 +1,4 @@
-// What may come next: completion of words.
+// Completion of words.
 #include <algorithm>
 
 #include "service/ModelHooks.h"
@@ -44,7 +44,7 @@ Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, KelAttr const& attr, 
 
 namespace {
 
-// The candidates that begin with a word; keeps the first ones of a natural order.
+// Collects the candidates that begin with a word, and keeps the first ones in natural order.
 class Gathering {
  public:
   Gathering(std::string_view begun, std::size_t limit) : begun_(begun), limit_(limit) {}
@@ -53,7 +53,7 @@ class Gathering {
   void add(std::string word, std::string explanation) {
     if (fits(word)) found_.list.push_back({std::move(word), std::move(explanation)});
   }
-  // Texts that stay where they are until the end. The last of those that are kept is on top of a heap.
+  // REQUIRES: the text outlives this object. The kept texts are a heap with the last one on top.
   void offer(std::string_view word) {
     if (!fits(word)) return;
     if (words_.size() < limit_) {
@@ -104,7 +104,7 @@ class Completer {
   }
 
  private:
-  // `head`: what stands in the word in front of what is completed.
+  // `head`: the part of the word before the completed part.
   Candidates next(WordReader const& reader, std::string const& begun, std::string const& head) {
     switch (reader.expects()) {
       case Expects::entry: return entries(reader, begun, head);
@@ -199,7 +199,7 @@ class Completer {
     return std::move(gathering.found());
   }
 
-  // By name, those that share one by their paths.
+  // Targets are offered by their names; those that share a name, by their paths.
   void addTargets(KelType const& wanted, std::string const& begun, Candidates& found) const {
     struct Target {
       std::string_view name;

@@ -1,4 +1,4 @@
-// What was committed: restored at start, looked at, and undone.
+// Commits of the past: reading them, restoring them at start, undoing them.
 #include <algorithm>
 
 #include "Kel/AttrLog.h"
@@ -56,7 +56,7 @@ std::optional<Service::Waiting> Service::waiting() const {
 
 // --- Earlier states ---
 
-// From running as it is now, backwards.
+// Starts from running as it is now, and takes commits back.
 void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
   if (number > last) throw Error("there is no commit " + std::to_string(number));
   auto const records = store->read(number + 1);
@@ -111,7 +111,7 @@ void Service::start() {
     i.last = expected;
     i.lastSnapshot = snapshot ? snapshot->number : 0;
   }
-  // Every participant gets all there is.
+  // Every participant gets the whole configuration.
   {
     auto const empty = i.scratch();
     std::vector<Difference> const all = differences(empty->tree, i.treeAt(i.running));
@@ -129,7 +129,7 @@ void Service::start() {
 
 // --- Undoing ---
 
-// Makes running what another tree is, and does not give up at the first exception.
+// Makes running equal to another tree. Tries again after an exception.
 void Service::Impl::makeRunning(Tree const& wanted, std::vector<Difference> const& toDo) {
   constexpr int attempts = 4;
   Tree const runningTree = treeAt(running);
@@ -169,12 +169,12 @@ std::vector<std::string> Service::Impl::undoUnconfirmed(bool keepEdits) {
   try {
     append(taken);
   } catch (...) {
-    // It is written before the next commit; until then a start undoes once more what was undone.
+    // It is written before the next commit. If the service starts again before that, the commits are undone again.
     reports.push_back(whatHappened());
     owed = taken;
     last = taken.number;
   }
-  // What was undone is back as edits.
+  // The undone changes become edits of their session.
   if (auto const found = sessions.find(undone.session); keepEdits && found != sessions.end()) {
     Session::Impl& s = *found->second->impl_;
     try {
@@ -195,7 +195,7 @@ std::vector<std::string> Service::Impl::undoUnconfirmed(bool keepEdits) {
 
 namespace {
 
-// Without what a conflict concerns.
+// The changes that no conflict concerns.
 std::vector<Difference> withoutConflicts(std::vector<Difference> changes, std::vector<Conflict> const& conflicts) {
   std::erase_if(changes, [&](Difference const& d) {
     return std::any_of(conflicts.begin(), conflicts.end(), [&](Conflict const& c) {
@@ -228,7 +228,7 @@ void Service::Impl::updateOthers(Session::Impl const& committed) {
           s.notices.push_back("updated: " + std::to_string(n) + " changes came from running");
         continue;
       }
-      s.tell(merged.conflicts);
+      s.report(merged.conflicts);
       s.notices.push_back(std::to_string(merged.conflicts.size()) + " conflicts with what " + committed.user +
                           " committed are to be resolved");
       std::vector<Difference> const harmless = withoutConflicts(theirs, merged.conflicts);

@@ -31,13 +31,13 @@ GenericIf::PtrConst defaultArg(Kel::KelArg const& arg) {
   return type.isEnum() ? GenericIf::ofEnum(&type, type.enumerators().front().value) : type.valueOps().initial();
 }
 
-// The document, for the lines of what is refused.
+// The document, to find the lines of errors.
 struct Source {
   std::string file;
   std::string_view text;
 };
 
-// Goes through the JSON twice: first to check it, then to write.
+// Walks the JSON twice: first to check it, then to write it.
 class Importer {
  public:
   Importer(Kel::Dir::Ptr const& base, ImportOptions const& options, Source source)
@@ -97,7 +97,7 @@ class Importer {
     return *type;
   }
 
-  // `e` is null for one that is not there yet.
+  // `e` is null for an entity that does not exist yet.
   void content(Kel::Entity* e, KelType const& type, Json const& json) {
     if (isDirType(&type)) return directory(e, json);
     if (!json.is_object()) fail("an object expected, not " + std::string(json.type_name()));
@@ -124,7 +124,7 @@ class Importer {
     return found.empty() ? found : "; did you mean " + found + "?";
   }
 
-  // Parameters were given when the entity was made; of one that stays they are the same.
+  // Checks only: the parameters were given when the entity was made, and an entity that is kept has the same ones.
   void parameter(Kel::Entity* e, KelAttr const& attr, std::string const& name, Json const& value) {
     below(attributeStep(attr), name, [&] {
       GenericIf::Ptr const given = attr.isPtr() ? nullptr : converted(*attr.type(), value);
@@ -203,7 +203,7 @@ class Importer {
                        [&](std::string const& root) { return root == path || root.starts_with(path + "/"); });
   }
 
-  // `dir` is null for one that is not there yet.
+  // `dir` is null for a directory that does not exist yet.
   void entry(Kel::Dir* dir, Kel::Name const& name, Json const& json) {
     auto const state = dir ? dir->entry(name) : nullptr;
     KelType const* known = state ? KelType::find(state->entityTypeName()) : nullptr;
@@ -274,7 +274,7 @@ class Importer {
     ++report_.values;
   }
 
-  // References are resolved when everything is there. `value`: what is set at the place.
+  // Notes a reference, which is resolved last. `value`: what is set at the place.
   void pointer(Json const& target, Json const& value) {
     if (!target.is_string()) fail("the path of an entity expected, not " + target.dump());
     if (!write_) return;
@@ -285,7 +285,7 @@ class Importer {
     references_.push_back({at_, implied ? Json(nullptr) : value, implied ? "" : text, {}});
   }
 
-  // The constructor arguments of a new entity; of a queue's item without the index.
+  // The constructor arguments of a new entity; for a queue's item, without the index.
   std::vector<GenericIf::PtrConst> arguments(KelType const& type, KelAttr const* holder, GenericIf::PtrConst const& key,
                                              Json const& json) {
     std::vector<GenericIf::PtrConst> args;
@@ -331,7 +331,7 @@ class Importer {
     return true;
   }
 
-  // A constructor parameter that points at what is yet to be made: the attribute's turn comes later.
+  // Whether a constructor parameter points to an entity that is yet to be made. Then the attribute is imported later.
   bool waitsForParameter(KelAttr const& attr, Json const& json) const {
     if (!write_ || lastCall_ || !attr.instantiating()) return false;
     bool any = false;
@@ -351,7 +351,7 @@ class Importer {
     return false;
   }
 
-  // An owned entity: kept when it is there with these parameters, made otherwise.
+  // An owned entity. It is kept if it has these parameters, else made.
   void owned(Kel::Entity* owner, KelAttr const& attr, GenericIf::PtrConst const& key, Json const& json,
              Kel::Entity* existing) {
     if (!json.is_object()) fail("an object expected, not " + std::string(json.type_name()));
@@ -394,7 +394,7 @@ class Importer {
     return made;
   }
 
-  // The attribute makes its own type only; what is derived from it is put there.
+  // The attribute makes entities of its own type only. One of a derived type is made first, and then put there.
   static Kel::Entity* makeDerived(Kel::Entity& owner, KelAttr const& attr, GenericIf::PtrConst const& key,
                                   KelType const& type, std::vector<GenericIf::PtrConst> args) {
     GenericIf::Ptr const gif = gifOf(owner);
@@ -493,7 +493,7 @@ class Importer {
     }
   }
 
-  // `key` as in a path's step.
+  // `key`: as in a PathStep.
   void member(Kel::Entity* e, KelAttr const& attr, GenericIf::PtrConst const& key, Json const& json) {
     if (attr.instantiating()) {
       GenericIf::Ptr const found = e ? gifOf(*e)->attribute(attr.id(), key) : nullptr;
@@ -513,7 +513,7 @@ class Importer {
     gifOf(*e)->attributeIs(attr.id(), key, nullptr);
   }
 
-  // What only the collection itself knows: whether the key must be the value's own, whether null may be a member.
+  // Asks the collection itself whether it takes the member: the key may have to be the value's own, or null be refused.
   void tryMember(KelAttr const& attr, GenericIf::PtrConst const& key, GenericIf::PtrConst const& value) const {
     KelType const& type = *attr.ownerType();
     if (type.isAbstract() || (value && attr.type()->kind() != KelType::Kind::value)) return;
@@ -551,7 +551,7 @@ class Importer {
     at_.steps.push_back(whole);
   }
 
-  // How many items at the head stay as they are, but for what is in them.
+  // How many items at the head are kept; their contents may change.
   std::size_t keptItems(std::vector<Kel::Entity*> const& items, KelAttr const& attr, Json const& json) {
     std::size_t kept = 0;
     while (kept < items.size() && kept < json.size() && json[kept].is_object() &&
@@ -589,7 +589,7 @@ class Importer {
     }
   }
 
-  // One item that is there.
+  // Imports into an existing item.
   void item(Kel::Entity& e, KelAttr const& attr, std::size_t position, Json const& json) {
     Place const place = locate(base_, at_);
     if (!place.there()) fail("there is no item at that position");
@@ -600,7 +600,7 @@ class Importer {
     content(place.entity.ptr(), *place.entity->type(), json);
   }
 
-  // --- What comes last ---
+  // --- References ---
 
   struct Late {
     Kel::Entity::Ptr owner;
@@ -644,7 +644,7 @@ class Importer {
       try {
         owner->attributeIs(attr.id(), before.key, nullptr);
       } catch (Kel::RangeException const&) {
-        owner->attributeDel(attr.id(), before.key);  // null is no member here
+        owner->attributeDel(attr.id(), before.key);  // null may not be a member here
       }
     }
   }

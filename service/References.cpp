@@ -141,7 +141,7 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
       GenericIf::Ptr const value = owner->attribute(attr.id(), reference.key);
       GenericIf::Ptr const key = GenericIf::ofEntity(target);
       owner->attributeDel(attr.id(), reference.key);
-      // What was entered under the successor since then stands.
+      // A member that was set under the successor meanwhile stays.
       if (!attr.access().iterator(attr, *reference.owner, key.ptr())->nonNull())
         owner->attributeIs(attr.id(), key, value);
     } else if (fits) {
@@ -176,7 +176,7 @@ void PendingReferences::add(PendingReference reference) {
     list_.insert(at, std::move(reference));
 }
 
-// What is below a place stands right behind it.
+// The list is sorted, so what is below a place comes right after it.
 std::span<PendingReference const> PendingReferences::within(Path const& top) const {
   auto const first = std::lower_bound(list_.begin(), list_.end(), top, isBefore);
   auto last = first;
@@ -197,7 +197,7 @@ PendingReference const* PendingReferences::find(Path const& place) const {
 
 namespace {
 
-// Removes from a collection the members whose pointer key leads to what is no longer in the tree.
+// Removes the members of a collection whose pointer keys have left the tree.
 void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
   std::vector<GenericIf::PtrConst> gone;
   eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {

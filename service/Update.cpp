@@ -1,4 +1,4 @@
-// Updates, and what gives a session another content.
+// Updates, and operations that replace the content of a session.
 #include <algorithm>
 
 #include "service/Differ.h"
@@ -8,7 +8,7 @@ namespace Cli::Service {
 
 namespace {
 
-// Carries two lists out, each on its tree: both or none.
+// Applies two lists, each to its tree: both or none.
 void writeBoth(Applying& first, Applying& second) {
   try {
     first.write();
@@ -39,7 +39,7 @@ std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
   if (theirs.empty()) return {};
   Merged const merged = s.mergeWith(mine, theirs, sideOf(mode));
   if (mode == UpdateMode::revertOnConflict && !merged.conflicts.empty()) {
-    s.tell(merged.conflicts);
+    s.report(merged.conflicts);
     throw ConflictError(merged.conflicts);
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
@@ -86,7 +86,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   std::vector<Difference> mine = s.edits();
   std::vector<Difference> back;
   if (path && !path->empty()) {
-    // Of what was created or deleted as a whole, a part cannot be.
+    // A part of an entity that was created or deleted as a whole cannot be discarded.
     std::vector<Difference> const chosen = within(mine, *path);
     back = within(Differ(s.tree, s.ancestor, nullptr).run(), *path);
     if (chosen.empty()) {
@@ -102,7 +102,8 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   s.edit(back);
   if (path && !path->empty()) {
     std::erase_if(s.settled, [&](auto const& e) { return e.first.compare(0, path->text().size(), path->text()) == 0; });
-    std::erase_if(s.told, [&](auto const& e) { return e.first.compare(0, path->text().size(), path->text()) == 0; });
+    std::erase_if(s.reported,
+                  [&](auto const& e) { return e.first.compare(0, path->text().size(), path->text()) == 0; });
     s.pending.erase(*path);
   } else {
     s.forgetSettled();
