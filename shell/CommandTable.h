@@ -1,4 +1,4 @@
-// The commands: one table, which parsing, completion and help read.
+// The table of commands, used by parsing, completion and help.
 #pragma once
 
 #include <string>
@@ -18,9 +18,9 @@ struct Command {
 
 // In the order of the help.
 std::vector<Command> const& commandTable();
-// An argument in capitals, for people: "the name of a session".
+// The explanation of an argument in capitals: "the name of a session".
 std::string argumentHelp(std::string const& argument);
-// What filters the output of a command: "include TEXT", behind a bar.
+// The usages of output filters, which come after a bar: "include TEXT".
 std::vector<std::string> const& filterUsages();
 char const* filterSummary(std::size_t rule);
 
@@ -28,7 +28,7 @@ char const* filterSummary(std::size_t rule);
 Grammar const& commandGrammar();
 Grammar const& filterGrammar();
 
-// The list of commands; all usages that begin with some words; raises CommandError when there is none.
+// The commands whose usages begin with `words`; all commands for no words. Raises CommandError if there are none.
 std::string helpText(std::vector<std::string> const& words, Paint const& paint);
 
 // --- The commands, by file ---

@@ -38,7 +38,7 @@ class Front {
     std::cout.flush();
   }
 
-  // One command after the other, until there are no more, one says to stop, or one fails. False: it is over.
+  // Runs commands until there are no more, one ends the program, or one fails. False: the program ends.
   bool run(Script& script) {
     for (std::string line; script.next(line);) {
       if (options_.echo) std::cout << (line.empty() || line.front() == '#' ? "" : "> ") << line << std::endl;
@@ -86,7 +86,7 @@ class Front {
     return interpreter_.run(line);
   }
 
-  // A command that was typed. False: leave.
+  // Runs a typed command. False: the program ends.
   bool execute(std::string const& line) {
     context_.width = static_cast<std::size_t>(screenSize().columns);
     Interpreter::Answer const answer = runOne(line);
@@ -122,7 +122,7 @@ class Front {
     return context_.paint(Style::prompt, text) + "> ";
   }
 
-  // Asks, when edits would be lost.
+  // Asks if edits would be lost.
   bool mayLeave() {
     std::size_t edits = 0;
     for (auto const& listed : context_.service().list())
