@@ -238,7 +238,7 @@ class Locator {
     } else if (step.key->type() != attr.keyType()) {
       return false;
     }
-    if (!attr.instantiating()) return attr.access().iterator(attr, *place_.entity, place_.key.ptr())->nonNull();
+    if (!attr.instantiating()) return hasMember(*place_.entity, attr, place_.key.ptr());
     GenericIf::Ptr const found = attr.access().get(attr, place_.entity.ptr(), place_.key.ptr(), false);
     return enter(found ? found->entity().ptr() : nullptr);
   }

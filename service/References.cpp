@@ -142,8 +142,7 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
       GenericIf::Ptr const key = GenericIf::ofEntity(target);
       owner->attributeDel(attr.id(), reference.key);
       // A member that was set under the successor meanwhile stays.
-      if (!attr.access().iterator(attr, *reference.owner, key.ptr())->nonNull())
-        owner->attributeIs(attr.id(), key, value);
+      if (!hasMember(*reference.owner, attr, key.ptr())) owner->attributeIs(attr.id(), key, value);
     } else if (fits) {
       owner->attributeIs(attr.id(), reference.key, GenericIf::ofEntity(target));
     } else if (place) {

@@ -45,6 +45,14 @@ void eachMember(Kel::Entity const& e, Kel::KelAttr const& attr, Visit const& vis
     if (!visit(it, position)) return;
 }
 
+// Whether a collection has a member under a key; a null key is the null pointer.
+inline bool hasMember(Kel::Entity const& e, Kel::KelAttr const& attr, Kel::GenericIf const* key) {
+  Kel::IteratorRoom room;
+  Kel::AttrIterator& it = attr.access().iterate(attr, e, key, room);
+  while (!key && it.nonNull() && it.keyTarget()) it.inc();
+  return it.nonNull();
+}
+
 // Visits every entity below `top` that is in its attributes or entries (not `top` itself), owners first.
 template <class Visit>
 void eachOwned(Kel::Entity const& e, Visit const& visit) {

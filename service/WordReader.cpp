@@ -255,7 +255,7 @@ void WordReader::takeValueKey(std::string const& word) {
     own = key = keyFrom(word);
   }
   bool const waits = attr_->keyIsPtr() && !own && !key->text().empty();  // for its target
-  bool const there = entity_ && !waits && attr_->access().iterator(*attr_, *entity_, own.ptr())->nonNull();
+  bool const there = entity_ && !waits && hasMember(*entity_, *attr_, own.ptr());
   if (!there && !rules_.create) noKey(word);
   path_.steps.push_back(memberStep(*attr_, key));
   type_ = attr_->type();

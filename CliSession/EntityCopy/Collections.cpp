@@ -44,7 +44,7 @@ bool Walk::collection(Frame& f, Step const& s) {
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
   std::map<Kel::U64, Kel::Ptr<AttributeCopy>> waiting;
-  if (ec_.pendingAttrs() > 0) waiting = pendingOf(ec_, f.dest, s.attr);
+  if (mayWait(f)) waiting = pendingOf(ec_, f.dest, s.attr);
 
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
@@ -96,7 +96,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
 // another target stays, and is set later.
 bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
   Kel::Entity* const destKey = at.keyTarget();
-  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
+  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, at, *destKey, keys) : nullptr;
   bool const keyLeads = srcKey || !destKey;
   if (s.typed && !traced_) {
     if (!keyLeads) return false;
@@ -144,7 +144,14 @@ bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const
 
 // The source's key that the handler translates to `destKey`, or null. Usually it is the counterpart of `destKey` by
 // position. If that is not a key, or is translated to another entity, all keys of the source are translated.
-Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
+Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Cursor const& at, Kel::Entity& destKey, KeyMap& keys) {
+  if (keeps_ && s.typed) {
+    Kel::Entity* const known = impl_.counterparts.sourceOf(ec_, destKey);
+    Kel::Entity* target = nullptr;
+    if (known && known->type()->isA(s.attr.keyType()) &&
+        s.access.findMember(f.src, *at.iterator(), known, &target) != Kel::AttrAccess::Found::absent)
+      return known;
+  }
   bool const inside = ec_.src() && ec_.dest() && isBelow(destKey, *ec_.dest());
   Kel::Entity* const standing = inside ? sourceCounterpart(ec_, destKey) : nullptr;
   if (standing && isKey(f.src, s.attr, *standing)) {
@@ -155,8 +162,8 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
   }
   if (!keys.made) {
     keys.made = true;
-    for (Cursor at(s.attr, f.src, false); at; ++at)
-      if (Kel::Entity* const key = at.keyTarget())
+    for (Cursor src(s.attr, f.src, false); src; ++src)
+      if (Kel::Entity* const key = src.keyTarget())
         if (Kel::Entity* const counterpart = translated(f, *key)) keys.sourceKeys.emplace(counterpart, key);
   }
   auto const found = keys.sourceKeys.find(&destKey);
@@ -302,6 +309,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Ke
   static constexpr char const* operation = "doCopyCollectionMember";
   WALK_TRACE(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
   if (dest) WALK_TRACE(3, operation) << "Collection is instantiating";
+  Kel::U64 const generation = impl_.generation;
   ParamList params;
   bool const differ = paramsDiffer(s, dest, src, params);
   if (dest)
@@ -322,7 +330,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Ke
     return changed;
   }
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *dest, src, differ) || changed;
+  return child(f, s, *dest, src, differ && impl_.generation == generation) || changed;
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {
@@ -343,8 +351,9 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
           s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
         else
           genericIf(f.destPtr())->attributeIs(destOwn.id(), m.index(), m.srcMember());
+        if (!typed || s.reflexive) return;
         Kel::Entity* none = nullptr;
-        if (typed && s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
+        if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
           impl_.unsettled = true;
       });
 }

@@ -39,7 +39,7 @@ class Counterparts {
     Kel::Entity const* owner = nullptr;
     Kel::Entity const* destOwner = nullptr;
   };
-  // Cost: the distance to the target's root.
+  // Cost: the distance to the next owner of the target that is known; in the usual case that is its own.
   Answer find(EntityCopy& ec, Kel::Entity& srcTarget);
   // Whether find would answer `dest`. Cost: a comparison of keys in the usual case.
   bool same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src) {
@@ -48,6 +48,8 @@ class Counterparts {
       return dest.parent() == destOwner_ && dest.parentAttrId() == through_ && paramsEqual_(dest, src);
     return find(ec, src).target == &dest;
   }
+  // The source's entity for which `find` answers `dest`, if it stands where `dest` stands; else null.
+  Kel::Entity* sourceOf(EntityCopy& ec, Kel::Entity& dest);
   // The full name that the missing target of an answer will have. Empty if the handler has to be asked, because a key
   // on the way contains separators.
   static Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer);
@@ -58,7 +60,8 @@ class Counterparts {
  private:
   void forgetIfLeft();
 
-  std::unordered_map<Kel::Entity const*, Kel::Entity*> roots_, asked_;
+  std::unordered_map<Kel::Entity const*, Kel::Entity*> owners_;  // counterparts of roots, and of owners below them
+  std::unordered_map<Kel::Entity const*, Kel::Entity*> asked_;
   // The owner of the target found last, the owner's counterpart, the attribute that owns the targets, and the
   // comparison of two targets. Without a comparison, `same` calls `find`.
   Kel::Entity const* owner_ = nullptr;

@@ -62,6 +62,7 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
     else if (Kel::String8 const& above = up_->logPath(ec, generation); !above.empty())
       path = joined(above, ".", attr.name(), attr.isCollection(), dest.name());
   }
+  if (top && path.empty()) path = pathBelow(*top, dest);
   if (top && path.empty()) path = pathBelow(Kel::Ptr<Kel::Entity const>(top), dest.fullName());
   e.logPath = path;
   e.logPathAt = generation;
@@ -76,8 +77,8 @@ void Frame::hold() {
       e.src = f->srcPtr();
     }
     if (!f->walking_ || e.destPin) continue;
-    e.srcPin = f->walking_->access.iterator(f->walking_->attr, f->src, nullptr);
-    e.destPin = f->walking_->access.iterator(f->walking_->attr, f->dest, nullptr);
+    f->walking_->access.iterate(f->walking_->attr, f->src, e.srcPin.emplace());
+    f->walking_->access.iterate(f->walking_->attr, f->dest, e.destPin.emplace());
   }
 }
 

@@ -16,7 +16,7 @@ struct FrameExtras {
   Kel::U64 logPathAt = 0;  // 0: not made
   Kel::Ptr<Kel::Entity> dest;
   Kel::Ptr<Kel::Entity const> src;
-  std::unique_ptr<Kel::AttrIterator> destPin, srcPin;
+  std::optional<Kel::IteratorRoom> destPin, srcPin;
 };
 
 // Lives on the stack and points at the frame above. The texts of its paths, handles to both entities, and iterators
@@ -51,6 +51,9 @@ class Frame {
   // Says which collection is walked by position, so that `hold` pins it; null: none.
   void walking(Step const* step);
 
+  // The generation in which the walk made the destination's entity; 0: it was there already. In that generation, none
+  // of its pointers is pending.
+  Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null if that is not known, or is everything.
   Changed const* changed = nullptr;
   // The handler's answer for all paths below this frame's, and the generation of the answer.

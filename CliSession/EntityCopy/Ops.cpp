@@ -192,6 +192,9 @@ Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrP
   requireNonNull(dest, attr);
   KEL_TRACE(2) << "attributeIs: setting " << attr->name();
   RootedHook at(*this, dest, *attr);
+  Kel::Entity* const target = value ? value->entity().ptr() : nullptr;
+  if (at.step.kind == Step::Kind::pointer && !index && !result && (target || !value) && !at.walk.traced())
+    return attributeIsReturnFactory(at.walk.setPointer(at.frame, at.step, nullptr, target), value);
   Kel::GenericIf::Ptr const gif = genericIf(dest);
   if (alreadySet(*gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
   bool const changed = at.walk.edit(

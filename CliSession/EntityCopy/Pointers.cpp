@@ -110,7 +110,7 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
 
 // Drops the old record of a pointer that is met again. If it has to wait again, `defer` makes a new one.
 void Walk::supersede(Frame& f, Step const& s, Member* m) {
-  if (ec_.pendingAttrs() == 0) return;
+  if (!mayWait(f)) return;
   std::optional<ForeignCode> guard;
   if (ec_.hasReactors()) guard.emplace(*this, f);
   supersedePending(ec_, f.dest, s.attr, m ? m->srcIndex() : nullptr);

@@ -214,6 +214,7 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
   if (plainEqual && plan.further.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
+  if (isNew) below.newAt = impl_.generation;
   below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
@@ -242,7 +243,7 @@ bool Walk::value(Frame& f, Step const& s) {
           else
             genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
         });
-  if (changed && s.typed && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
+  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -310,12 +311,13 @@ bool Walk::singleton(Frame& f, Step const& s) {
     if (stopped()) return differs;
   }
   WALK_TRACE(3, operation) << "Re-creating entity";
+  Kel::U64 const generation = impl_.generation;
   Kel::Entity* made = nullptr;
   differs |= create(f, s, nullptr, *srcChild, params, !destAccess.single(f.dest), &made);
   // A comparison has made nothing, and a present child has other parameters.
   if (compare_) return differs;
   if (!made) made = destAccess.single(f.dest);
-  if (made) differs |= child(f, s, *made, *srcChild, true);
+  if (made) differs |= child(f, s, *made, *srcChild, impl_.generation == generation);
   return differs;
 }
 

@@ -61,6 +61,7 @@ class Walk {
   bool queue(Frame& frame, Step const& step);               // doCopyQueue
   bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
   bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
+  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);  // attributeIs
   // resolvePtr: the destination's target; null if the pointer has to wait, which is recorded.
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
@@ -105,7 +106,7 @@ class Walk {
     Walk& walk_;
   };
 
-  EntityCopy& ec() const { return ec_; }
+  bool traced() const { return traced_; }
 
  private:
   // The handler's answer for a type.
@@ -124,7 +125,8 @@ class Walk {
   // The filter: true if an attribute is known to be equal. It traces nothing.
   bool equalInPlace(Frame& frame, Step const& step);
   bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
-  // `isNew`: the destination's child has just been made, so that all of it is walked.
+  // `isNew`: the destination's child has just been made, so that all of it is walked, and no foreign code has run
+  // since.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
                bool isNew = false);
@@ -149,7 +151,6 @@ class Walk {
   bool askWalkedThrough(Frame& frame);
 
   bool setMember(Frame& frame, Step const& step, Member& m);
-  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // Makes a member or singleton with the source's constructor parameters. `params` is the list of these, or null if
   // there is none yet. `*made` is set to the new entity, or left null if the caller has to look it up.
   bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
@@ -171,13 +172,16 @@ class Walk {
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
   bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
-  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
+  Kel::Entity* sourceKey(Frame& frame, Step const& step, Cursor const& at, Kel::Entity& destKey, KeyMap& keys);
   Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
+  // Whether a pointer of a frame's destination may wait already.
+  bool mayWait(Frame const& frame) const { return ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation; }
   void supersede(Frame& frame, Step const& step, Member* m);
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
 
   bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
-  bool append(Frame& frame, Step const& step, Cursor const& src, Box& last);
+  bool appendValue(Frame& frame, Step const& step, Cursor const& src);
+  bool appendEntity(Frame& frame, Step const& step, Cursor const& src, Box& last);
 
   // Whether the bypass checker has to be asked.
   bool offers(Step const& step, AttributeEditType type) {

@@ -6,52 +6,80 @@
 #include <vector>
 
 #include "Kel/Entity.h"
+#include "Kel/EntityMap.h"
 #include "Kel/HashMap.h"
 #include "Kel/KeyLess.h"
+#include "Kel/Offset.h"
 
 namespace Kel {
 
-// What generated accessors of owned entities share.
-namespace Own {
+// Stores a value where it differs; answers whether it did. What cannot be compared is taken to differ.
+template <class V>
+bool storeValue(V& held, V const& value) {
+  if constexpr (requires { value == value; })
+    if (held == value) return false;
+  held = value;
+  return true;
+}
 
-[[noreturn]] KEL_API void taken(KelType const* owner, AttributeId id, String8 const& key);
+[[noreturn]] KEL_API void throwTaken(KelType const* owner, AttributeId id, String8 const& key);
 
-// Enters a new member; raises NameInUseException when its key is taken.
+// What a write of an owned collection does: in the map, the tree and the reactors. `M` is an EntityMapOf or an
+// EntityTreeOf.
+template <class M>
+struct Members {
+  using K = typename M::key_type;
+
+  // Enters a new member, whose key is free.
+  static void put(Entity& owner, M& map, AttributeId id, Ptr<Entity> const& member) {
+    map.insert(member);
+    owner.adopt(*member, id);
+    if (!owner.hasReactors()) return;  // `adopt` told the change journals
+    K const key = M::key_reader::key(*member);
+    owner.notify(id, &key);
+  }
+  // The same; raises NameInUseException when the key is taken.
+  static void insert(Entity& owner, M& map, AttributeId id, Ptr<Entity> const& member) {
+    if (map.find(M::key_reader::key(*member))) throwTaken(owner.type(), id, member->name());
+    put(owner, map, id, member);
+  }
+  // Takes the member under a key out of the map and the tree; answers whether there was one.
+  static bool erase(Entity& owner, M& map, AttributeId id, K const& key) {
+    Ptr<Entity> gone = map.take(key);
+    if (!gone) return false;
+    Entity::leaveTree(std::move(gone));
+    owner.notify(id, &key);
+    return true;
+  }
+  // One notification a key. Keys are gathered first: a reactor may change the collection.
+  static void eraseAll(Entity& owner, M& map, AttributeId id) {
+    std::vector<K> keys;
+    for (auto it = map.entities(); it; ++it) keys.push_back(it.key());
+    for (K const& key : keys) erase(owner, map, id, key);
+  }
+};
+
+// What is keyed by name is compiled once, in the framework.
+extern template struct KEL_API Members<EntityMapOf<NameKey>>;
+
+// The same for accessors, which know the members' type.
 template <class Map, class E>
-Ptr<E> insert(Entity& owner, Map& map, AttributeId id, Ptr<E> const& member) {
-  typename Map::key_type const key = EntityKey<E>::key(*member);
-  if (map.find(key)) taken(owner.type(), id, member->name());
-  map.insert(member);
-  owner.adopt(*member, id);
-  owner.notify(id, &key);
+Ptr<E> insertMember(Entity& owner, Map& map, AttributeId id, Ptr<E> const& member) {
+  Members<typename Map::storage_type>::insert(owner, map, id, member);
   return member;
 }
 template <class Map>
-bool erase(Entity& owner, Map& map, AttributeId id, typename Map::key_type const& key) {
-  auto gone = map.take(key);
-  if (!gone) return false;
-  Entity::leaveTree(std::move(gone));
-  owner.notify(id, &key);
-  return true;
+bool eraseMember(Entity& owner, Map& map, AttributeId id, typename Map::key_type const& key) {
+  return Members<typename Map::storage_type>::erase(owner, map, id, key);
 }
 template <class Map>
-void eraseAll(Entity& owner, Map& map, AttributeId id) {
-  std::vector<typename Map::key_type> keys;
-  for (auto it = map.iteratorConst(); it; ++it) keys.push_back(it.key());
-  for (auto const& key : keys) erase(owner, map, id, key);
+void eraseMembers(Entity& owner, Map& map, AttributeId id) {
+  Members<typename Map::storage_type>::eraseAll(owner, map, id);
 }
 // Puts a new entity into a singleton attribute; what was there leaves the tree.
-template <class E>
-void put(Entity& owner, Ptr<E>& slot, AttributeId id, Ptr<E> const& made) {
-  if (slot) Entity::leaveTree(std::exchange(slot, nullptr));
-  slot = made;
-  if (made) owner.adopt(*made, id);
-  owner.notify(id);
-}
+KEL_API void putSingleton(Entity& owner, EntityHandleAt slot, AttributeId id, Ptr<Entity> const& made);
 
-}  // namespace Own
-
-// Empties a collection of values, one notification a key.
+// Empties a collection of values, one notification a key. Keys are gathered first: a reactor may change the collection.
 template <class Map>
 void eraseAllValues(Entity& owner, Map& map, AttributeId id) {
   std::vector<typename Map::key_type> keys;

@@ -27,7 +27,7 @@ void AttrAccess::op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf co
 GenericIf::Ptr AttrAccess::call(KelAttr const& attr, Entity const&, bool, GenericIf::Args const&) const {
   throwOpNotSupportedException(attr.fullName(), "attributeCall");
 }
-std::unique_ptr<AttrIterator> AttrAccess::iterator(KelAttr const& attr, Entity const&, GenericIf const*) const {
+AttrIterator& AttrAccess::iterate(KelAttr const& attr, Entity const&, GenericIf const*, IteratorRoom&) const {
   throwOpNotSupportedException(attr.fullName(), "attributeIterator");
 }
 U32 AttrAccess::count(KelAttr const& attr, Entity const&) const {
@@ -36,14 +36,14 @@ U32 AttrAccess::count(KelAttr const& attr, Entity const&) const {
 
 bool AttrAccess::equal(Entity const&, Entity const&) const { return false; }
 bool AttrAccess::equalThrough(Entity const&, Entity const&, SameTarget&) const { return false; }
-AttrIterator& AttrAccess::iterate(KelAttr const& attr, Entity const&, IteratorRoom&) const {
-  throwOpNotSupportedException(attr.fullName(), "iterate");
-}
 AttrAccess::Found AttrAccess::findMember(Entity const&, AttrIterator const&, Entity*, Entity**) const {
   return Found::absent;
 }
 void AttrAccess::copyMember(KelAttr const& attr, Entity&, AttrIterator const&, Entity*, Entity*) const {
   throwOpNotSupportedException(attr.fullName(), "copyMember");
+}
+void AttrAccess::appendValue(KelAttr const& attr, Entity&, AttrIterator const&) const {
+  throwOpNotSupportedException(attr.fullName(), "appendValue");
 }
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const {}
 Entity* AttrAccess::single(Entity const&) const { return nullptr; }
@@ -65,7 +65,9 @@ Entity* AttrAccess::child(Entity const&, std::string_view) const { return nullpt
 void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const {}
 void AttrAccess::takeChildren(Entity&, ChildTaken, void*) const {}
 void AttrAccess::dropPointers(Entity&) const {}
-void AttrAccess::write(void const*, AttrLogOut&) const { throwNoImplementationException("AttrAccess::write"); }
+void AttrAccess::write(KelAttr const&, void const*, AttrLogOut&) const {
+  throwNoImplementationException("AttrAccess::write");
+}
 void AttrAccess::read(KelAttr const& attr, void*, AttrLogIn&) const {
   throwOpNotSupportedException(attr.fullName(), "read");
 }

@@ -5,9 +5,10 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
+#include <new>
 #include <string_view>
-#include <vector>
+#include <type_traits>
+#include <utility>
 
 #include "Kel/GenericIf.h"
 
@@ -15,6 +16,8 @@ namespace Kel {
 
 class AttrLogIn;
 class AttrLogOut;
+
+class IteratorRoom;
 
 // An iterator over a collection, as the collection itself has it; GenericIf::AttributeIterator wraps it.
 class KEL_API AttrIterator {
@@ -24,7 +27,7 @@ class KEL_API AttrIterator {
   virtual GenericIf::Ptr key() const = 0;
   virtual GenericIf::Ptr obj(bool constView) const = 0;
   virtual void inc() = 0;
-  virtual std::unique_ptr<AttrIterator> clone() const = 0;
+  virtual void cloneInto(IteratorRoom& room) const = 0;
 
   // Typed: the entity that is the key, and the one that is the member, owned or pointed at; null where the key or the
   // member is a value, or a null pointer.
@@ -37,7 +40,10 @@ class IteratorRoom {
  public:
   IteratorRoom() = default;
   ~IteratorRoom() {
-    if (it_ && !large_) it_->~AttrIterator();
+    if (large_)
+      delete it_;
+    else if (it_)
+      it_->~AttrIterator();
   }
   IteratorRoom(IteratorRoom const&) = delete;
   IteratorRoom& operator=(IteratorRoom const&) = delete;
@@ -49,17 +55,19 @@ class IteratorRoom {
     if constexpr (sizeof(Made) <= size && alignof(Made) <= alignof(void*)) {
       it_ = new (bytes_) Made(std::forward<It>(it));
     } else {
-      large_ = std::make_unique<Made>(std::forward<It>(it));
-      it_ = large_.get();
+      it_ = new Made(std::forward<It>(it));
+      large_ = true;
     }
     return *it_;
   }
+  // REQUIRES: `emplace` was called.
+  AttrIterator& iterator() const { return *it_; }
 
  private:
   static constexpr std::size_t size = 80;
   alignas(void*) std::byte bytes_[size];
   AttrIterator* it_ = nullptr;
-  std::unique_ptr<AttrIterator> large_;
+  bool large_ = false;  // it is on the heap
 };
 
 // How two pointers of two trees are compared: whether the one stands for the other.
@@ -85,8 +93,12 @@ class KEL_API AttrAccess {
   virtual void deq(KelAttr const& attr, Entity& e) const;
   virtual void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const;
   virtual GenericIf::Ptr call(KelAttr const& attr, Entity const& e, bool constView, GenericIf::Args const& args) const;
-  // From the start, or on the member under the key.
-  virtual std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const;
+  // An iterator in `room`, on the member under the key, or on the first one where there is no key. Raises
+  // OpNotSupportedException where there are no members.
+  virtual AttrIterator& iterate(KelAttr const& attr, Entity const& e, GenericIf const* key, IteratorRoom& room) const;
+  AttrIterator& iterate(KelAttr const& attr, Entity const& e, IteratorRoom& room) const {
+    return iterate(attr, e, nullptr, room);
+  }
   virtual U32 count(KelAttr const& attr, Entity const& e) const;
 
   // Typed. Whether the attribute's whole content is equal in two entities of the same type: values and collections of
@@ -95,8 +107,6 @@ class KEL_API AttrAccess {
   // The same for keyed collections with pointers in them, in order: pointers are compared by `same`. False for anything
   // else, and where the members stand in another order.
   virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
-  // An iterator over the members, in `room`. Raises OpNotSupportedException where there are no members.
-  virtual AttrIterator& iterate(KelAttr const& attr, Entity const& e, IteratorRoom& room) const;
   // Of a keyed collection of values or pointers, about the member that an iterator over another entity's same attribute
   // is on. Where keys or members are pointers, `key` and `target` are given in their place.
   enum class Found : U8 { absent, different, equal };
@@ -104,6 +114,8 @@ class KEL_API AttrAccess {
   virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
   // Sets it, and notifies.
   virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
+  // Appends the value of a queue that an iterator over another entity's same queue is on, and notifies.
+  virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
   // Copies a single value across and notifies; the values differ.
   virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
   // Of a singleton or a pointer: the entity, or null.
@@ -151,7 +163,7 @@ class KEL_API AttrAccess {
   // For the attribute log (AttrLog.h). Whether the content follows from other attributes, and so stays out of it.
   virtual bool derived() const { return false; }
   // The content, without the owned entities themselves; `object` as for `get`.
-  virtual void write(void const* object, AttrLogOut& out) const;
+  virtual void write(KelAttr const&, void const* object, AttrLogOut& out) const;
   // Reads it back, silently, into an object in which the attribute still is as it was made.
   virtual void read(KelAttr const& attr, void* object, AttrLogIn& in) const;
   // Calls back with everything that is owned, in the order in which `restore` takes it; `sequence` numbers the members

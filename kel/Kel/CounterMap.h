@@ -20,10 +20,11 @@ class CounterMap {
 
   // Adds 1 to the count of a key.
   void increment(K const& key) {
-    if (!deferred_.empty() && same(deferred_.back().key, key))
-      ++deferred_.back().value;
-    else
-      deferred_.push_back({key, 1});
+    if (deferred_.empty())
+      deferred_.reserve(leastReserve);
+    else if (same(deferred_.back().key, key))
+      return static_cast<void>(++deferred_.back().value);
+    deferred_.push_back({key, 1});
   }
 
   U32 members() const { return counts().members(); }
@@ -53,6 +54,7 @@ class CounterMap {
   static bool same(T const& a, T const& b) {
     return a == b;
   }
+  static constexpr std::size_t leastReserve = 4;
   static constexpr std::size_t maxReserve = 1u << 24;
 
   // Settles what was deferred.

@@ -10,7 +10,7 @@
 #pragma once
 
 #include "Kel/Entity.h"
-#include "Kel/RbTreeMap.h"
+#include "Kel/EntityTree.h"
 
 namespace Kel {
 

@@ -145,8 +145,7 @@ class KEL_API Entity : public VFPtrInterface {
   void nameFollowsKey() { nameIsDue_ = true; }
 
  private:
-  template <class T>
-  friend struct EntityKey;
+  friend struct NameKey;
   friend class ChangeJournal;
   friend struct DebugLayout;
   friend class EntityNotifiee;

@@ -7,4 +7,4 @@
 #include "Kel/Strep.h"
 
 // Generated code refuses to compile against another version of the framework than its compiler was made for.
-#define KEL_MODEL_VERSION 5
+#define KEL_MODEL_VERSION 6

@@ -12,7 +12,7 @@ namespace kelc {
 namespace {
 
 // To be increased whenever generated code needs other headers of the framework.
-constexpr char const* frameworkVersion = "5";
+constexpr char const* frameworkVersion = "6";
 
 std::string include(std::string const& header) { return "#include \"" + header + "\""; }
 
@@ -75,7 +75,7 @@ class FileEmitter {
                                                            : "Kel/HashMap.h");
         break;
       case Attribute::Kind::entities:
-        collections_.insert(a.shape.key.ordered ? "Kel/RbTreeMap.h" : "Kel/HashMap.h");
+        collections_.insert(a.shape.key.ordered ? "Kel/EntityTree.h" : "Kel/EntityMap.h");
         break;
       case Attribute::Kind::valueQueue:
       case Attribute::Kind::entityQueue: collections_.insert("Kel/LinkQueue.h"); break;
@@ -119,7 +119,7 @@ class FileEmitter {
     if (shared_) out.line("#include <memory>");
     out.gap();
     collections_.insert("Kel/Model.h");
-    if (!keyed().empty()) collections_.insert("Kel/HashMap.h");
+    if (!keyed().empty()) collections_.insert("Kel/EntityKey.h");
     for (std::string const& header : collections_) out.line(include(header));
     for (Import const& import : model_.imports) {
       if (included_.insert(import.model->includePath).second) out.line(include(import.model->includePath + ".h"));

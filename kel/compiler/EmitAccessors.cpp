@@ -178,7 +178,7 @@ class Accessors {
     if (!byField) create.takes(types_.param(keyType()), "key");
     create.takes(types_.param(target()), "value");
     create.does(
-        {"if (" + x_ + "Has(" + key + ")) Kel::Own::taken(type(), " + id_ + ", " + printed(keyType(), key) + ");",
+        {"if (" + x_ + "Has(" + key + ")) Kel::throwTaken(type(), " + id_ + ", " + printed(keyType(), key) + ");",
          x_ + "Is(" + (byField ? "value" : "key, value") + ");"});
   }
 
@@ -259,7 +259,7 @@ class Accessors {
     read(ptrConst(), x_).asConst().does({"return " + slot_ + ";"});
     std::vector<CppParam> const params = makeParams();
     Lines const put = putNew(params);
-    Lines create = {"if (" + slot_ + ") Kel::Own::taken(type(), " + id_ + ", " + slot_ + "->name());"};
+    Lines create = {"if (" + slot_ + ") Kel::throwTaken(type(), " + id_ + ", " + slot_ + "->name());"};
     create.insert(create.end(), put.begin(), put.end());
     write(ptr(), newX_).takes(params).does(create);
     std::string same;
@@ -284,7 +284,7 @@ class Accessors {
   }
 
   std::string put1(std::string const& what) const {
-    return "Kel::Own::put(*this, " + slot_ + ", " + id_ + ", " + what + ");";
+    return "Kel::putSingleton(*this, &" + class_.name() + "::" + slot_ + ", " + id_ + ", " + what + ");";
   }
   Lines putNew(std::vector<CppParam> const& params) const {
     std::string const var = local("made", params);
@@ -315,7 +315,7 @@ class Accessors {
     std::vector<CppParam> const params = makeParams();
     std::string const args = joined(names(params));
     std::string const own = "(*this, " + slot_ + ", " + id_;
-    std::string const insert = "Kel::Own::insert" + own + ", " + ptr() + "(" + made(names(params)) + "));";
+    std::string const insert = "Kel::insertMember" + own + ", " + ptr() + "(" + made(names(params)) + "));";
     CppMethod& create = write(ptr(), newX_).takes(params);
     if (after_.empty()) {
       create.does({"return " + insert});
@@ -329,10 +329,10 @@ class Accessors {
         .takes(params)
         .does({"if (" + memberType() + "* const " + held + " = " + find + ") return " + ptr() + "(" + held + ");",
                "return " + newX_ + "(" + args + ");"});
-    std::string const erase = "Kel::Own::erase" + own + ", " + types_.type(keyType()) + "(key))";
+    std::string const erase = "Kel::eraseMember" + own + ", " + types_.type(keyType()) + "(key))";
     Lines const deletes = after_.empty() ? Lines{erase + ";"} : Lines{"if (" + erase + ") " + after_};
     write("void", x_ + "Del").takes(types_.param(keyType()), "key").does(deletes);
-    Lines all = {"Kel::Own::eraseAll" + own + ");"};
+    Lines all = {"Kel::eraseMembers" + own + ");"};
     if (!after_.empty()) all = {"if (" + slot_ + ".empty()) return;", all[0], after_};
     write("void", x_ + "DelAll").does(all);
   }
