@@ -1,4 +1,4 @@
-// What the bodies of generated accessors, hashes and comparisons share.
+// Functions that generated accessors, hashes and comparisons share.
 #pragma once
 
 #include <type_traits>
@@ -13,7 +13,7 @@
 
 namespace Kel {
 
-// Stores a value where it differs; answers whether it did. What cannot be compared is taken to differ.
+// Stores a value if it differs; answers whether it did. A value without a comparison counts as different.
 template <class V>
 bool storeValue(V& held, V const& value) {
   if constexpr (requires { value == value; })
@@ -24,13 +24,13 @@ bool storeValue(V& held, V const& value) {
 
 [[noreturn]] KEL_API void throwTaken(KelType const* owner, AttributeId id, String8 const& key);
 
-// What a write of an owned collection does: in the map, the tree and the reactors. `M` is an EntityMapOf or an
+// Writes of an owned collection: they change the map and the tree, and notify. `M` is an EntityMapOf or an
 // EntityTreeOf.
 template <class M>
 struct Members {
   using K = typename M::key_type;
 
-  // Enters a new member, whose key is free.
+  // Adds a new member. REQUIRES: its key is free.
   static void put(Entity& owner, M& map, AttributeId id, Ptr<Entity> const& member) {
     map.insert(member);
     owner.adopt(*member, id);
@@ -38,12 +38,12 @@ struct Members {
     K const key = M::key_reader::key(*member);
     owner.notify(id, &key);
   }
-  // The same; raises NameInUseException when the key is taken.
+  // The same; raises NameInUseException if the key is taken.
   static void insert(Entity& owner, M& map, AttributeId id, Ptr<Entity> const& member) {
     if (map.find(M::key_reader::key(*member))) throwTaken(owner.type(), id, member->name());
     put(owner, map, id, member);
   }
-  // Takes the member under a key out of the map and the tree; answers whether there was one.
+  // Removes the member under a key from the map and the tree; answers whether there was one.
   static bool erase(Entity& owner, M& map, AttributeId id, K const& key) {
     Ptr<Entity> gone = map.take(key);
     if (!gone) return false;
@@ -51,7 +51,7 @@ struct Members {
     owner.notify(id, &key);
     return true;
   }
-  // One notification a key. Keys are gathered first: a reactor may change the collection.
+  // Notifies once for each key. The keys are collected first, because a reactor may change the collection.
   static void eraseAll(Entity& owner, M& map, AttributeId id) {
     std::vector<K> keys;
     for (auto it = map.entities(); it; ++it) keys.push_back(it.key());
@@ -59,7 +59,7 @@ struct Members {
   }
 };
 
-// What is keyed by name is compiled once, in the framework.
+// Writes of collections that are keyed by name are compiled once, in the framework.
 extern template struct KEL_API Members<EntityMapOf<NameKey>>;
 
 // The same for accessors, which know the members' type.
@@ -76,10 +76,11 @@ template <class Map>
 void eraseMembers(Entity& owner, Map& map, AttributeId id) {
   Members<typename Map::storage_type>::eraseAll(owner, map, id);
 }
-// Puts a new entity into a singleton attribute; what was there leaves the tree.
+// Puts a new entity into a singleton attribute; the old one leaves the tree.
 KEL_API void putSingleton(Entity& owner, EntityHandleAt slot, AttributeId id, Ptr<Entity> const& made);
 
-// Empties a collection of values, one notification a key. Keys are gathered first: a reactor may change the collection.
+// Empties a collection of values. Notifies once for each key; the keys are collected first, because a reactor may
+// change the collection.
 template <class Map>
 void eraseAllValues(Entity& owner, Map& map, AttributeId id) {
   std::vector<typename Map::key_type> keys;
