@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "service/Error.h"
-#include "service/JsonTree.h"
+#include "service/Importer.h"
 #include "service/Marks.h"
 #include "service/Pointers.h"
 #include "service/Walk.h"
@@ -162,7 +162,7 @@ void Applying::remove(Difference const& d) {
 void Applying::create(Path const& path, Json const& content) {
   ImportOptions options = asWritten;
   options.pending = &pending_;
-  importJson(tree_.dir, path, content, options);
+  importPart(tree_.dir, path, content, options);
 }
 
 void Applying::set(Difference const& d) {

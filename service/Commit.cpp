@@ -24,6 +24,13 @@ std::string whatHappened() {
   }
 }
 
+void reportTo(std::vector<std::string>& report, char const* before) noexcept {
+  try {
+    report.push_back(before + whatHappened());
+  } catch (...) {
+  }
+}
+
 // --- Checks ---
 
 namespace {
@@ -242,12 +249,6 @@ CommitResult Service::Impl::commit(Commit const& commit) {
   if (!result.number) return result;
   s.editsFrom = EqualPoint(s.ancestor, s.tree);
   s.runningFrom = EqualPoint(runningTree, s.tree);
-  try {
-    // A commit that `start` may undo must be later than the snapshot.
-    if (commit.kind != CommitKind::confirmed) takeSnapshot(*s.ancestorDir);
-  } catch (...) {
-    result.reports.push_back("no snapshot: " + whatHappened());  // a later one will do
-  }
   return result;
 }
 
@@ -280,7 +281,7 @@ void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const
       try {
         it->first->undo(it->second);
       } catch (...) {
-        s.notices.push_back("undoing failed: " + whatHappened());
+        reportTo(s.notices, "undoing failed: ");
       }
     }
     toAncestor.takeBack();
@@ -293,7 +294,7 @@ void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const
     try {
       participant->done(part);
     } catch (...) {
-      result.reports.push_back(whatHappened());
+      reportTo(result.reports);
     }
   }
 }

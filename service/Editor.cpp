@@ -101,7 +101,7 @@ class Editor::Impl {
 
   // Sets the pointers to entities that were made or deleted.
   void settle(Applied& applied) {
-    if (!departed_.empty()) applied.dangling = departed_.repoint(base_, &pending_);
+    if (!departed_.empty()) applied.dangling = departed_.repoint(base_, &pending_, nullptr);
     departed_ = Departed();
     if (!pending_.empty() && (!applied.created.empty() || applied.changed)) applied.revived = pending_.retry(base_);
     if (!applied.revived.empty()) applied.text += "; pointing at it again: " + some(applied.revived);
@@ -170,7 +170,7 @@ class Editor::Impl {
       names.push_back(type.ctorArgs()[n].name.str());
     }
     std::string const near = nearest(word, names);
-    throw InputError("'" + word + "': a " + type.name().str() + " is made with no such parameter" +
+    throw InputError("'" + word + "': " + withArticle(type) + " is made with no such parameter" +
                      (near.empty() ? "" : "; did you mean " + near + "?"));
   }
   GenericIf::PtrConst initial(KelAttr const& holder, Kel::KelArg const& arg, bool isName) const {
@@ -186,7 +186,7 @@ class Editor::Impl {
 
   Kel::Entity* make(Applied& applied, Kel::Entity& owner, Path const& path, Args const& args) {
     KelAttr const& attr = *path.steps.back().attr;
-    if (attr.type()->isAbstract()) throw InputError("a " + attr.type()->name().str() + " cannot be made");
+    if (attr.type()->isAbstract()) throw InputError(withArticle(*attr.type()) + " cannot be made");
     GenericIf::Ptr const gif = gifOf(owner);
     GenericIf::PtrConst const key = path.steps.back().key;
     gif->attributeIs(attr.id(), key, listOf(args));

@@ -84,8 +84,8 @@ class CLI_SERVICE_API ImportError : public InputError {
 };
 
 // Puts JSON into the tree at a path: an entity, an attribute, a member. Everything is checked before anything is
-// changed: an ImportError leaves the tree as it was, but an exception of a reactor, or std::bad_alloc, may leave it
-// changed in part. References are resolved last, so they may lead to what the JSON makes. An entity that exists with
+// changed. If something raises later (a reactor, an allocation), the writes are taken back: the tree is as it was, with
+// the same entities. References are resolved last, so they may lead to what the JSON makes. An entity that exists with
 // the same constructor parameters is kept, with the handles and pointers to it. REQUIRES: the owners on the path exist.
 CLI_SERVICE_API ImportReport importJson(Kel::Dir::Ptr const& base, Path const& at, Json const& json,
                                         ImportOptions const& = {});

@@ -113,7 +113,15 @@ void Marks::add(Kel::Entity const& root, Kel::Entity const& otherRoot, std::vect
 
 // --- Equal points ---
 
-EqualPoint::EqualPoint(Tree const& a, Tree const& b) {
+EqualPoint::EqualPoint(Tree const& a, Tree const& b) noexcept {
+  try {
+    note(a, b);
+  } catch (...) {
+    known_ = false;
+  }
+}
+
+void EqualPoint::note(Tree const& a, Tree const& b) {
   if (!ChangeJournal::enabled()) return;
   for (std::string const& path : outerRoots(*a.roots)) {
     Kel::Entity const *const x = rootAt(a, path), *const y = rootAt(b, path);

@@ -40,12 +40,16 @@ class Marks {
 // Remembers that two trees were equal when it was made.
 class EqualPoint {
  public:
-  EqualPoint() = default;  // they were never equal
-  EqualPoint(Tree const& a, Tree const& b);
-  // The marks on `a`'s entities; null: everything has to be compared.
+  EqualPoint() = default;  // never
+  // Does not raise, because it is made after writes that cannot be taken back. If there is no memory, it knows nothing,
+  // and everything is compared.
+  EqualPoint(Tree const& a, Tree const& b) noexcept;
+  // The marks on `a`'s entities; null: everything has to be looked at.
   std::unique_ptr<Marks> changes(Tree const& a, Tree const& b) const;
 
  private:
+  void note(Tree const& a, Tree const& b);
+
   struct Root {
     Kel::U64 aJournal, a, bJournal, b;
   };

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kel/Dir.h"
 #include "Kel/KelType.h"
@@ -15,11 +16,20 @@
 
 namespace Cli::Service {
 
+// A key of several parts.
+struct KeyForm {
+  std::string text;  // for the user: "vlan|port"
+  char separator = '|';
+  std::vector<Kel::KelAttr const*> parts;  // the entity's attribute for each part; null: none
+};
+
 struct EntityHooks {
   // The canonical key for a text that names a member of a collection of this type. Raises InputError for a text that
   // cannot be a key. An empty function: any text that the key's type accepts.
   std::function<std::string(Kel::KelAttr const& attr, std::string_view text)> key;
-  // The name for a singleton of this type, if the user gives none.
+  // The form of such a text, for help and completion. An empty function: the key has one part.
+  std::function<KeyForm(Kel::KelAttr const& attr)> keyForm;
+  // The name of a singleton of this type that is made without one being given.
   std::function<std::string(Kel::KelAttr const& attr)> singletonName;
   // Called after an entity was made, to set attributes that are derived from its key. It adds pointers whose targets do
   // not exist to `pending`.

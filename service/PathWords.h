@@ -51,16 +51,19 @@ CLI_SERVICE_API WordPath readPath(Kel::Dir::Ptr const& base, Path const& at, std
 struct Candidate {
   std::string word;
   std::string explanation;  // "attribute, a number from 0 to 65535", "Port"; may be empty
+  bool goesOn = false;      // a part of a key: more of the same word follows
 };
 struct Candidates {
   std::vector<Candidate> list;  // in the order of the model, keys in natural order (Ethernet2 before Ethernet10)
   bool more = false;            // there are more than the list has
   std::string hint;             // what may come, if it cannot be listed: "a number from 0 to 65535"
+  bool mayEnd = true;           // false: the command would be refused if it ended before this word
+  std::string refusal;          // why nothing can follow: the words before are not a path
 };
 
 constexpr std::size_t maxCandidates = 200;
 
-enum class CompletionFor { path, set, remove };
+enum class CompletionFor { path, set, remove, insert };
 // The completions of the last word, which may be empty, after the others. Lists at most `limit`. Cost: visits every key
 // of the collection, or every possible target.
 CLI_SERVICE_API Candidates complete(Kel::Dir::Ptr const& base, Path const& at, std::span<std::string const> words,
@@ -71,9 +74,9 @@ CLI_SERVICE_API std::string nearest(std::string_view word, std::vector<std::stri
 // True if `a` comes before `b`; numbers in them are compared as numbers.
 CLI_SERVICE_API bool naturalLess(std::string_view a, std::string_view b);
 
-// The target that a word names: by a path, dotted or absolute, or by the name of exactly one entity that the pointer
-// may point at. Null if the model implies the entity (EntityHooks::isImplied). Raises InputError, which lists what was
-// expected.
+// The target that a word names: by a path that does not lead out of `base`, or by the name of exactly one entity that
+// the pointer may point at. Null if the model implies the entity (EntityHooks::isImplied). Raises InputError, which
+// lists what was expected.
 CLI_SERVICE_API Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, Kel::KelAttr const& attr,
                                                 Kel::KelType const& wanted, std::string_view text);
 

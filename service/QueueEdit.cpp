@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "service/JsonTree.h"
+#include "service/Importer.h"
 #include "service/References.h"
 
 namespace Cli::Service {
@@ -153,9 +153,9 @@ void QueueEdit::arrangeEntities(std::vector<std::size_t> const& order, std::size
   options.values = ValueRule::asWritten;
   for (std::size_t i = kept; i < order.size(); ++i) {
     gif->attributeSQEnq(attr_.id(), order[i] == made ? item : olds[order[i]].args);
-    if (order[i] != made) importJson(base_, owner / queueStep(attr_, i), olds[order[i]].content, options);
+    if (order[i] != made) importPart(base_, owner / queueStep(attr_, i), olds[order[i]].content, options);
   }
-  departed.repoint(base_, &pending_);
+  departed.repoint(base_, &pending_, nullptr);
   for (PendingReference& reference : references) {
     reference.reason = setReference(base_, reference);
     if (!reference.reason.empty()) pending_.add(std::move(reference));

@@ -5,6 +5,8 @@
 
 #include "service/Commands.h"
 #include "service/JsonTree.h"
+#include "service/Undo.h"
+#include "service/WordReader.h"
 
 namespace Cli::Service {
 
@@ -69,7 +71,7 @@ std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base)
 namespace {
 
 std::string wrongType(Kel::Entity const& target, Kel::KelType const& wanted) {
-  return "'" + target.name().str() + "' is a " + target.type()->name().str() + ", not a " + wanted.name().str();
+  return "'" + target.name().str() + "' is " + withArticle(*target.type()) + ", not " + withArticle(wanted);
 }
 
 constexpr char const* noEntity = "there is no such entity";
@@ -110,7 +112,7 @@ void Departed::note(Kel::Entity& entity, std::optional<Path> now) {
   entities_.push_back({Kel::Entity::Ptr(&entity), std::move(now)});
 }
 
-std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences* pending) {
+std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences* pending, Undo* undo) {
   std::unordered_map<Kel::Entity const*, std::optional<Path> const*> tops;
   for (Gone const& gone : entities_)
     if (!gone.entity->parent()) tops[gone.entity.ptr()] = &gone.now;
@@ -137,6 +139,8 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
     Kel::Entity::Ptr const target = now ? entityAt(base, *now) : nullptr;
     bool const fits = target && target->type()->isA(reference.isKey ? attr.keyType() : attr.type());
     auto const place = placeOf(reference, *base);
+    if (fits && undo) undo->note(*reference.owner, attr, reference.key);
+    if (fits && undo && reference.isKey) undo->note(*reference.owner, attr, GenericIf::ofEntity(target));
     if (fits && reference.isKey) {
       GenericIf::Ptr const value = owner->attribute(attr.id(), reference.key);
       GenericIf::Ptr const key = GenericIf::ofEntity(target);

@@ -28,6 +28,8 @@ std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base)
 // Sets a pending reference: the pointer, or the member under the pointer key. Answers why it could not, or "".
 std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& reference);
 
+class Undo;
+
 // Entities that leave the tree during a change, and the paths of their successors. Keeps the entities alive.
 class Departed {
  public:
@@ -35,8 +37,8 @@ class Departed {
   void note(Kel::Entity& entity, std::optional<Path> now);
   bool empty() const { return entities_.empty(); }
   // Sets the pointers that still lead to a departed entity to its successor. Without a successor, a pointer becomes
-  // pending if one may still be made. Answers the places of these pointers.
-  std::vector<Path> repoint(Kel::Dir::Ptr const& base, PendingReferences* pending);
+  // pending if one may still be made. Answers the places of these pointers. `undo` may be null.
+  std::vector<Path> repoint(Kel::Dir::Ptr const& base, PendingReferences* pending, Undo* undo);
 
  private:
   struct Gone {

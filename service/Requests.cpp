@@ -91,11 +91,15 @@ void Service::Impl::serve(Session::Impl& s, Kel::U32 channel, Kel::U32 id) {
   status->commandResponseIs(channel)->responseIs(id, Kel::String8(text));
 }
 
-void Service::Impl::servePostponed() {
+void Service::Impl::servePostponed() noexcept {
   while (underWay == 0 && !postponed.empty()) {
-    auto const [name, channel, id] = postponed.front();
+    auto const [name, channel, id] = std::move(postponed.front());
     postponed.pop_front();
-    if (auto const found = sessions.find(name); found != sessions.end()) serve(*found->second->impl_, channel, id);
+    try {
+      if (auto const found = sessions.find(name); found != sessions.end()) serve(*found->second->impl_, channel, id);
+    } catch (...) {
+      // The answer could not be published, so the client gets none.
+    }
   }
 }
 

@@ -296,20 +296,28 @@ void Service::close(Session& session, bool discard) {
 void Service::Impl::end(Session::Impl& s, Cli::Session::SessionState state) {
   if (!s.open) return;
   if (unconfirmed && unconfirmed->session == s.name && unconfirmed->persist.empty()) undoUnconfirmed(false);
+  Kel::Name const key(s.name);
+  ended.reserve(ended.size() + 1);
+  // From here on the session ends, even if reactors raise.
+  auto const quietly = [](auto const& step) {
+    try {
+      step();
+    } catch (...) {
+    }
+  };
   s.open = false;
-  publishOpen(s);
+  quietly([&] { publishOpen(s); });
   s.requests.reset();
   s.pending.clear();
-  s.status->completedIs(true);
-  s.status->stateIs(state);
-  s.status->sessionRootsIs(false);
-  s.status->ancestorRootsIs(false);
-  s.status->localDelAll();
+  quietly([&] { s.status->completedIs(true); });
+  quietly([&] { s.status->stateIs(state); });
+  quietly([&] { s.status->sessionRootsIs(false); });
+  quietly([&] { s.status->ancestorRootsIs(false); });
+  quietly([&] { s.status->localDelAll(); });
   s.tree = s.ancestor = {};
   s.dir = s.ancestorDir = nullptr;
-  Kel::Name const key(s.name);
-  sessionDir->entryDel(key);
-  ancestorDir->entryDel(key);
+  quietly([&] { sessionDir->entryDel(key); });
+  quietly([&] { ancestorDir->entryDel(key); });
   auto node = sessions.extract(s.name);
   if (!node.empty()) ended.push_back(std::move(node.mapped()));
 }
@@ -355,6 +363,7 @@ double Service::poll() {
       next = std::min({next, expiration, s.attached ? expiration : s.lastUse + i.tunables->sessionProcessTimeout()});
   }
   for (Session::Impl* s : expired) i.end(*s, Cli::Session::SessionState::dead);
+  i.takeSnapshotIfDue();
   return next;
 }
 

@@ -38,7 +38,7 @@ struct Options {
   std::function<double()> clock;          // seconds since 1970; null: the system's clock
   std::function<bool(Kel::U32)> isAlive;  // whether the process of that id exists; null: the system's answer
   AutomaticUpdate automaticUpdate = AutomaticUpdate::off;
-  unsigned snapshotEvery = 100;  // commits; 0: no snapshots
+  unsigned snapshotEvery = 100;  // commits; `poll` takes the snapshot; 0: none
   double confirmTimeout = 600;   // seconds, for commits under CliConfig::rollbackCommitsAutomatically
 };
 
@@ -130,8 +130,9 @@ class CLI_SERVICE_API Service {
 
   // --- Time ---
 
-  // Undoes a commit that was not confirmed in time, ends sessions that have expired or whose process is gone, and
-  // serves postponed requests. Answers when to call it next, in seconds since 1970.
+  // Undoes a commit that was not confirmed in time, ends sessions that have expired or whose process is gone, serves
+  // postponed requests, and hands a snapshot to the store if one is due. Answers when to call it next, in seconds since
+  // 1970.
   double poll();
 
   struct Impl;  // private to the library

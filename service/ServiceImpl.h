@@ -50,13 +50,15 @@ struct Service::Impl {
   CommitRecord record(CommitKind kind, std::string const& user, std::string const& session, std::string const& comment,
                       std::vector<Difference> const& differences) const;
   void append(CommitRecord const& record);
-  void takeSnapshot(Kel::Dir const& dir);
+  void takeSnapshotIfDue() noexcept;
   // Answers the failures that did not stop it.
   std::vector<std::string> undoUnconfirmed(bool keepEdits);
+  void keepUndone(Session::Impl& session, Kel::U64 number, std::vector<std::string>& reports) noexcept;
   // Running after a commit, in a scratch tree.
   void restore(Kel::U64 number, Tree const& into) const;
   void makeRunning(Tree const& wanted, std::vector<Difference> const& differences);
-  void updateOthers(Session::Impl const& committed);
+  void updateOthers(Session::Impl const& committed) noexcept;
+  void updateOther(Session& other, std::string const& committer);
   static std::vector<Difference> partOf(Registration const& who, std::vector<Difference> const& differences);
 
   // --- Sessions ---
@@ -66,7 +68,7 @@ struct Service::Impl {
   void makeClean();
   void publishOpen(Session::Impl& session);
   void serve(Session::Impl& session, Kel::U32 channel, Kel::U32 id);
-  void servePostponed();
+  void servePostponed() noexcept;
   std::string answer(Session::Impl& session, Cli::Session::SessionCommand command);
   double now() const { return options.clock(); }
 
@@ -114,6 +116,8 @@ class Service::Impl::Scratch {
 
 // The message of the exception that is being handled.
 std::string whatHappened();
+// Adds the message of the exception that is being handled to a report. If there is no memory, leaves it out.
+void reportTo(std::vector<std::string>& report, char const* before = "") noexcept;
 
 // An update or commit in progress: requests have to wait for its end.
 class UnderWay {

@@ -54,6 +54,12 @@ std::vector<std::string> attributeNames(KelType const& type) {
 
 }  // namespace
 
+std::string withArticle(KelType const& type) {
+  std::string const name = type.name().str();
+  bool const vowel = !name.empty() && std::string_view("AEIOUaeiou").find(name.front()) != std::string_view::npos;
+  return (vowel ? "an " : "a ") + name;
+}
+
 std::string explanationOf(KelAttr const& attr) {
   std::string const type = attr.type()->name().str();
   std::string const what = attr.isPtr()           ? "reference to " + type
@@ -152,7 +158,7 @@ void WordReader::takeAttribute(std::string const& word) {
   std::vector<std::string> const names = attributeNames(*type_);
   std::string const name = resolved(word, names);
   if (name.empty())
-    throw InputError("'" + word + "': a " + type_->name().str() + " has no such attribute" + insteadOf(word, names));
+    throw InputError("'" + word + "': " + withArticle(*type_) + " has no such attribute" + insteadOf(word, names));
   KelAttr const* const attr = type_->findAttr(name);
   attr_ = attr;
   if (attr->isCollection()) {

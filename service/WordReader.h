@@ -53,5 +53,7 @@ class WordReader {
 
 // "a number from 0 to 65535", "a reference to a Port", "a collection of Ports by name".
 std::string explanationOf(Kel::KelAttr const& attr);
+// "a Port", "an Interface".
+std::string withArticle(Kel::KelType const& type);
 
 }  // namespace Cli::Service

@@ -20,6 +20,12 @@ struct Command {
 std::vector<Command> const& commandTable();
 // The explanation of an argument in capitals: "the name of a session".
 std::string argumentHelp(std::string const& argument);
+// The explanation of a keyword: what the command does, or what the keyword adds to it. `before`: the words before it;
+// `rules`: the commands to which it may belong.
+std::string keywordHelp(std::string const& keyword, std::vector<std::string> const& before,
+                        std::vector<std::size_t> const& rules);
+// A hint for a command that other programs have: "'discard' takes edits back". Empty if there is nothing like it here.
+std::string insteadOf(std::string const& command);
 // The usages of output filters, which come after a bar: "include TEXT".
 std::vector<std::string> const& filterUsages();
 char const* filterSummary(std::size_t rule);
@@ -51,7 +57,7 @@ Run commit, commitConfirmed, commitCancel, check, update, discard, clear, histor
 Run load, save, exportTree;
 // DebugCommands.cpp
 Run showEdits, explain, trace, debugEdit, bypass;
-// CommandTable.cpp
+// Help.cpp
 Run help;
 
 }  // namespace Shell

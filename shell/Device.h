@@ -40,6 +40,8 @@ class Device {
   std::unique_ptr<Cli::Service::Service> service_;
 };
 
+// The name of a file in messages; for "-", "standard input".
+std::string fileTitle(std::string const& file);
 // The text of a file; "-": standard input. Raises ModelError.
 std::string readConfiguration(std::string const& file);
 // Loads a configuration, in the model's form or as a JSON tree. Raises ModelError. REQUIRES: `into` has none of the

@@ -49,7 +49,7 @@ std::vector<Difference> fromCommit(Context& context, Kel::U64 number) {
 std::vector<Difference> fromFile(Context& context, std::string const& file) {
   Scratch scratch(context);
   Service::PendingReferences ignored;
-  loadConfiguration(context.device.model(), readConfiguration(file), file, scratch.dir(), ignored);
+  loadConfiguration(context.device.model(), readConfiguration(file), fileTitle(file), scratch.dir(), ignored);
   return Service::differences(scratch.tree(), context.tree());
 }
 

@@ -18,21 +18,8 @@ std::vector<std::string> commandWords(std::string const& command, Arguments cons
   return words;
 }
 
-// Refuses absolute paths, because they may lead out of the session.
-void refuseOutside(Context& context, std::vector<std::string> const& words) {
-  Service::WordRules rules;
-  rules.create = true;
-  std::vector<std::string> const typed(words.begin() + 1, words.end());
-  auto const place = Service::readPath(context.base(), context.at(), typed, rules);
-  Kel::KelAttr const* const attr = place.path.empty() ? nullptr : place.path.steps.back().attr;
-  if (!attr || !attr->isPtr() || place.used >= typed.size()) return;
-  std::string const& target = typed[place.used];
-  if (!target.empty() && target.front() == '/') throw CommandError("'" + shown(target) + "' leads out of the session");
-}
-
 Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Session& session = context.session();
-  if (words.front() == "set" || words.front() == "insert") refuseOutside(context, words);
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
   session.edited(applied.path);

@@ -31,8 +31,8 @@ std::vector<std::string> lines(std::string const& text) {
 class FileContent {
  public:
   FileContent(Context& context, std::string const& file)
-      : context_(context), file_(file), text_(readConfiguration(file)) {
-    if (text_.find_first_not_of(" \t\r\n") == std::string::npos) throw CommandError(shown(file) + ": is empty");
+      : context_(context), file_(fileTitle(file)), text_(readConfiguration(file)) {
+    if (text_.find_first_not_of(" \t\r\n") == std::string::npos) throw CommandError(shown(file_) + ": is empty");
   }
 
   void into(Tree const& tree, Path const& path, bool merge, Service::PendingReferences& pending) const {
@@ -96,7 +96,8 @@ Outcome load(Context& context, Arguments const& arguments) {
   }
   context.refreshPending(pending);
   std::size_t const edits = session.differences().size();
-  context.out << shown(arguments.text("FILE")) << " is loaded: " << counted(edits, "edit", "edits") << " to commit";
+  context.out << shown(fileTitle(arguments.text("FILE"))) << " is loaded: " << counted(edits, "edit", "edits")
+              << " to commit";
   std::size_t const waiting = context.pending().list().size();
   if (waiting) context.out << ", " << counted(waiting, "reference", "references") << " to nowhere";
   context.out << "\n";

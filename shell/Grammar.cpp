@@ -110,7 +110,8 @@ class Grammar::Compiler {
   std::string_view rest_;
 };
 
-Grammar::Grammar(std::vector<std::string> usages) : usages_(std::move(usages)) {
+Grammar::Grammar(std::vector<std::string> usages, Unknown unknown)
+    : usages_(std::move(usages)), unknown_(std::move(unknown)) {
   for (std::string const& usage : usages_) {
     states_.emplace_back();
     starts_.push_back(states_.size() - 1);
@@ -212,24 +213,29 @@ std::vector<Grammar::Thread> Grammar::step(std::vector<Thread> const& threads, W
       }
     }
   if (out.empty()) {
-    if (number == 0) throw UsageError("'" + shown(word.text) + "': no such command; 'help' lists them");
+    if (number == 0 && unknown_) throw UsageError("'" + shown(word.text) + "': " + unknown_(word.text));
     refuse(threads, &word);
   }
   follow(out);
   return out;
 }
 
-Grammar::Match Grammar::match(std::vector<Word> const& words, Accepts const& accepts) const {
+std::vector<Grammar::Thread> Grammar::read(std::vector<Word> const& words, Accepts const& accepts) const {
+  if (words.size() > maxWords) throw UsageError("a command has at most " + std::to_string(maxWords) + " words");
   std::vector<Thread> threads = start();
   for (std::size_t i = 0; i < words.size(); ++i) threads = step(threads, words[i], i, accepts);
+  return threads;
+}
+
+Grammar::Match Grammar::match(std::vector<Word> const& words, Accepts const& accepts) const {
+  std::vector<Thread> threads = read(words, accepts);
   for (Thread& thread : threads)
     if (thread.state == accepting_[thread.rule]) return {thread.rule, std::move(thread.arguments)};
   refuse(threads, nullptr);
 }
 
 Grammar::Next Grammar::next(std::vector<Word> const& words, Accepts const& accepts) const {
-  std::vector<Thread> threads = start();
-  for (std::size_t i = 0; i < words.size(); ++i) threads = step(threads, words[i], i, accepts);
+  std::vector<Thread> threads = read(words, accepts);
   std::sort(threads.begin(), threads.end(), [](Thread const& a, Thread const& b) { return a.rule < b.rule; });
   Next out;
   for (Thread const& thread : threads) {

@@ -46,12 +46,18 @@ class Grammar {
   using Accepts =
       std::function<bool(std::string const& argument, std::vector<std::string> const& before, std::string const& word)>;
 
-  explicit Grammar(std::vector<std::string> usages);
+  // The error for a first word that begins no usage. Empty: it lists the words that do.
+  using Unknown = std::function<std::string(std::string const& word)>;
+
+  explicit Grammar(std::vector<std::string> usages, Unknown unknown = nullptr);
 
   struct Match {
     std::size_t rule = 0;  // the index of the usage
     Arguments arguments;
   };
+  // The most words of a line. Longer lines are refused.
+  static constexpr std::size_t maxWords = 2000;
+
   // Raises UsageError.
   Match match(std::vector<Word> const& words, Accepts const& accepts) const;
 
@@ -88,10 +94,12 @@ class Grammar {
   std::vector<Thread> step(std::vector<Thread> const& threads, Word const& word, std::size_t number,
                            Accepts const& accepts) const;
   std::vector<Thread> start() const;
+  std::vector<Thread> read(std::vector<Word> const& words, Accepts const& accepts) const;
   void follow(std::vector<Thread>& threads) const;
   [[noreturn]] void refuse(std::vector<Thread> const& threads, Word const* word) const;
 
   std::vector<std::string> usages_;
+  Unknown unknown_;
   std::vector<std::vector<Edge>> states_;
   std::vector<std::size_t> starts_, accepting_;
 };

@@ -4,11 +4,14 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 
 #include "Device.h"
 #include "Diff.h"
 #include "Front.h"
 #include "ModelLibrary.h"
+#include "Progress.h"
+#include "Words.h"
 
 // The built-in model. All other code knows models by their interface only.
 extern "C" Shell::Model const* cli_session_model();
@@ -84,7 +87,8 @@ int runSessions(int argc, char** argv) {
   app.add_option("-c,--command", options.front.commands, "a command to run; may be given several times")
       ->type_name("COMMAND")
       ->allow_extra_args(false);
-  app.add_option("--script", options.front.script, "run the commands of a file")->type_name("FILE");
+  app.add_option("--script", options.front.script, "run the commands of a file; '-': of standard input")
+      ->type_name("FILE");
   app.add_flag("--echo", options.front.echo, "print each command before what it answers");
   app.add_flag("--quiet", options.front.quiet, "say nothing about the file that was loaded");
   addModelOptions(app, options);
@@ -98,7 +102,10 @@ int runSessions(int argc, char** argv) {
   }
   options.front.configFromInput = options.file == "-";
   std::unique_ptr<Shell::Model> made;
+  bool const terminal = ::isatty(STDOUT_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0;
+  std::optional<Shell::Progress> progress(std::in_place, "loading " + Shell::shown(options.file), terminal);
   Shell::Device device(modelFor(options, made), {options.file, options.stateDir, clockFor()});
+  progress.reset();
   return Shell::runFront(device, options.file, options.front);
 }
 

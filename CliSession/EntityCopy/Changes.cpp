@@ -60,14 +60,7 @@ Memory& memory() {
 
 Checkpoint checkpointAt(EntityCopy const& ec, Kel::U64 src, Kel::U64 dest, Kel::U64 ground,
                         ChangeJournal const& ofGround) {
-  return {src,
-          dest,
-          ground,
-          ChangeJournal::heldDepartures(),
-          ChangeJournal::upheavals(),
-          ec.src().ptr(),
-          ec.dest().ptr(),
-          ofGround.id()};
+  return {src, dest, ground, ChangeJournal::heldDepartures(), ec.src().ptr(), ec.dest().ptr(), ofGround.id()};
 }
 
 }  // namespace
@@ -88,8 +81,7 @@ std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot cons
   // The handler's answers to the earlier run still hold, and no pointer has lost its target.
   bool const sameWorld = was.srcTop == ec.src().ptr() && was.destTop == ec.dest().ptr() &&
                          was.groundJournal == ground->id() && ground->holds(was.ground) &&
-                         ground->end() == was.ground && was.heldDepartures == ChangeJournal::heldDepartures() &&
-                         was.upheavals == ChangeJournal::upheavals();
+                         ground->end() == was.ground && was.heldDepartures == ChangeJournal::heldDepartures();
   if (!sameWorld || !src->holds(was.src) || !dest->holds(was.dest)) return nullptr;
   return std::make_unique<Changes>(*root.dest, *root.src, dest->since(was.dest), src->since(was.src));
 }

@@ -45,7 +45,7 @@ class Changes {
 // the checkpoint is unchanged.
 struct Checkpoint {
   Kel::U64 src, dest, ground;
-  Kel::U64 heldDepartures, upheavals;
+  Kel::U64 heldDepartures;
   void const *srcTop, *destTop;  // the ends of the copy; compared, never dereferenced
   Kel::U64 groundJournal;
 };

@@ -27,7 +27,7 @@ class Run {
   }
   ~Run() {
     impl_.walked.swap(outer_);
-    if (!outer_.empty()) impl_.unsettled = true;
+    impl_.unsettled = true;  // an outer run does not know what this one has changed
     if (ec_.stopAtFirstDiff()) forgetNamelessPending(ec_);
   }
   Run(Run const&) = delete;

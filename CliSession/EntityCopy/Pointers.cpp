@@ -98,7 +98,7 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
     WALK_TRACE(3, operation) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
     if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
-    if (found && keeps_ && known.rootKnown) impl_.counterparts.remember(target, *found);
+    if (found && keeps_) impl_.counterparts.remember(target, *found);
     return found.ptr();
   }
   WALK_TRACE(3, operation) << "Target is not copiable, deferring";

@@ -80,6 +80,8 @@ bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src, Box& last) {
     newest = entityOf(it.obj());
     last = it.key();
   }
+  // A NaN among the parameters.
+  if (newest && s.typed && !newest->type()->furtherParamsEqual()(*newest, *member)) impl_.unsettled = true;
   return (newest && child(f, s, *newest, *member, impl_.generation == generation)) || differs;
 }
 

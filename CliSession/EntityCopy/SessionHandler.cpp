@@ -184,11 +184,11 @@ Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
   Kel::Ptr<Kel::Entity const> highest;
   if (!isPlain(*this) || !ec->src() || !isBelow(*target, *ec->src())) return nullptr;
-  // If the longest path, the target's, has no recorded prefix, none above it has one. The topmost entity that has one
-  // is the answer.
-  if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *target))) return nullptr;
-  for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent())
-    if (sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *e))) highest = Kel::Ptr<Kel::Entity const>(e);
+  // A path has every recorded prefix that a path above it has.
+  for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent()) {
+    if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *e))) break;
+    highest = Kel::Ptr<Kel::Entity const>(e);
+  }
   return highest;
 }
 

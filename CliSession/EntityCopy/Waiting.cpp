@@ -167,6 +167,8 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     KEL_TRACE(3) << (isKey ? "Looking for deferred target key " : "Looking for deferred target ") << name;
     Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(isKey ? record->srcIndex() : record->srcMember());
     if (Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *record->dest(), name, srcTarget.ptr())) {
+      // A target that is still to be made anew is not equal.
+      if (!srcTarget || !keepsIdentity(*this, *target, *srcTarget)) Impl::of(*this).unsettled = true;
       setDeferred(*this, record, target);
     } else {
       KEL_TRACE(3) << "Target still doesn't exist. Skipping " << name;

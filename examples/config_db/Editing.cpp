@@ -131,12 +131,22 @@ void fillPart(Kel::Dir::Ptr const& base, Kel::Entity& made, std::string const& a
   notePresence(made, attr, true);
 }
 
+Cli::Service::KeyForm keyForm(Table const& table, KelAttr const& holder) {
+  std::vector<KeyPart> const parts = ownParts(table);
+  Cli::Service::KeyForm found;
+  found.text = form(parts);
+  for (KeyPart const& part : parts)
+    found.parts.push_back(part.attribute.empty() ? nullptr : holder.type()->getAttr(part.attribute));
+  return found;
+}
+
 EntityHooks hooksFor(Table const& table) {
   EntityHooks hooks;
   if (table.isSingleton()) {
     hooks.singletonName = [&table](KelAttr const&) { return std::string(table.key + 1); };
   } else if (attributeOf(table).keyType() == Kel::TypeOf<Kel::Name>::type()) {
     hooks.key = [&table](KelAttr const& attr, std::string_view text) { return keyOf(table, attr, text); };
+    hooks.keyForm = [&table](KelAttr const& attr) { return keyForm(table, attr); };
     hooks.created = [&table](Kel::Dir::Ptr const& base, Kel::Entity::Ptr const& made, PendingReferences& pending) {
       std::vector<KeyPart> const parts = ownParts(table);
       std::vector<std::string> const texts = splitKey(parts, made->name().view());

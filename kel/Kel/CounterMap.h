@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Kel/HashMap.h"
+#include "Kel/MemPool.h"
 
 namespace Kel {
 
@@ -68,7 +69,7 @@ class CounterMap {
     return counts_;
   }
 
-  mutable std::vector<KeyedSlot<K, U8>> deferred_;
+  mutable std::vector<KeyedSlot<K, U8>, PoolAllocator<KeyedSlot<K, U8>>> deferred_;
   mutable HashMap<K, U8> counts_;
 };
 

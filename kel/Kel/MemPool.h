@@ -37,4 +37,17 @@ inline void memDel(void* block, std::size_t size) noexcept {
   if (block) KelMemPool::release(block, size);
 }
 
+// The allocator for the standard library's containers.
+template <class T>
+struct PoolAllocator {
+  using value_type = T;
+
+  PoolAllocator() = default;
+  template <class U>
+  PoolAllocator(PoolAllocator<U> const&) noexcept {}
+  T* allocate(std::size_t n) { return static_cast<T*>(KelMemPool::allocate(n * sizeof(T))); }
+  void deallocate(T* block, std::size_t n) noexcept { KelMemPool::release(block, n * sizeof(T)); }
+  bool operator==(PoolAllocator const&) const = default;
+};
+
 }  // namespace Kel

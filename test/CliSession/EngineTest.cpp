@@ -8,6 +8,8 @@
 #include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "CliSession/World.h"
+#include "Kel/AttrAccess.h"
+#include "Pairs.h"
 
 namespace {
 
@@ -149,6 +151,48 @@ TEST_F(Engine, CopiesAcrossTypesByName) {
   EntityPtr const bolt = world.outside->entityRef("stranger");
   EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { engine()->doCopyEntityAttrs(bolt, src, "hall", nullptr); }),
             "/outside/stranger: Plant::Bolt has no attribute 'flag'");
+}
+
+// Members of derived types are copied as what they are, where an attribute log has brought them; they are not made.
+TEST_F(Engine, MembersOfDerivedTypesAreNotTakenForOthers) {
+  Kel::KelAttr const& machine = *attr(src, "machine");
+  auto const bring = [&](Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
+    Kel::Ptr<Plant::Robot> const robot = Plant::robotFactory("r", "serial");
+    robot->armsIs(arms);
+    machine.access().restore(machine, *hall, robot, 0);
+  };
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newMachine("a")->speedIs(hall == src);
+  bring(src, 1);
+  for (bool traced : {false, true}) {
+    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
+    EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { world.copy(); }),
+              "/dest/hall.machine/r: Plant::Machine has no attribute 'arms'");
+    dest->machineDel("r");
+    bring(dest, 2);
+    EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Robot::arms set hall.machine/r", 1}}));
+    EXPECT_EQ(textOf(world.copy().edits), "");
+    dest->machineDel("r");
+  }
+}
+
+// A session root may be of another type in the destination; then it may not be what a pointer can lead to.
+TEST_F(Engine, PointersRefuseACounterpartOfAnotherType) {
+  world.rootIs("pair", "Pairs::Old");
+  world.rootIs("wreath", "Pairs::Wreath");
+  auto const old = Kel::ptrCast<Pairs::Old>(world.src->newEntity("Pairs::Old", "pair"));
+  world.dest->newEntity("Pairs::New", "pair");
+  auto const from = Kel::ptrCast<Pairs::Wreath>(world.src->newEntity("Pairs::Wreath", "wreath"));
+  auto const to = Kel::ptrCast<Pairs::Wreath>(world.dest->newEntity("Pairs::Wreath", "wreath"));
+  from->firstIs(old);
+  EXPECT_THROW(world.copy(), Kel::TypeException);
+  from->firstIs(nullptr);
+  from->elderIs(old, 1);
+  EXPECT_THROW(world.copy(), Kel::BadIndexAttrException);
+  from->elderDel(old);
+  from->heirIs(old, nullptr);
+  EXPECT_THROW(world.copy(), Kel::BadIndexAttrException);
+  EXPECT_EQ(to->first(), nullptr);
+  EXPECT_EQ(to->elders() + to->heirs(), 0u);
 }
 
 TEST_F(EngineDeathTest, RefusesPointersAmongParameters) {

@@ -356,12 +356,14 @@ TEST_F(Commits, AStartRestoresTheNewestState) {
         in(s).u32Is(n);
         in(s).favouriteIs(in(s).newBolt("b" + std::to_string(n)));
         s.commit();
+        first.service->poll();
       }
       newest = first.image();
       in(s).u32Is(100);
       s.commitConfirmed(60);
     }
-    EXPECT_EQ(store.snapshotAt(100).has_value(), every > 0);
+    auto const snapshot = store.snapshotAt(100);
+    EXPECT_EQ(snapshot ? snapshot->number : 0, every > 0 ? 4u : 0u);
     Device second([](auto& h) { h.newBolt("factory"); }, options);
     Agent agent;
     second.service->registerForPath(agent, "");
