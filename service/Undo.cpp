@@ -27,7 +27,7 @@ Undo::Member Undo::memberAt(Entity const& owner, KelAttr const& attr, GenericIf:
       member.value = GenericIf::ofEntity(Entity::Ptr(target));
     return member;
   }
-  member.there = !attr.isCollection() || attr.access().iterator(attr, owner, key.ptr())->nonNull();
+  member.there = !attr.isCollection() || hasMember(owner, attr, key.ptr());
   if (!member.there) return member;
   GenericIf::Ptr const value = attr.access().get(attr, &owner, key.ptr(), false);
   if (attr.instantiating())

@@ -14,7 +14,8 @@ using Kel::KelType;
 
 namespace {
 
-constexpr std::size_t fewNames = 12;  // up to so many names are all listed
+constexpr std::size_t fewNames = 12;     // up to so many names are all listed
+constexpr std::size_t manyNames = 2000;  // among more, no near ones are looked for, because the user waits
 
 std::string listed(std::vector<std::string> const& names) {
   std::string text;
@@ -213,7 +214,7 @@ void WordReader::noKey(std::string const& word) const {
         names.push_back(it.target()->name().str());
       else
         names.push_back(attr_->keyIsPtr() ? it.keyTarget() ? it.keyTarget()->name().str() : "" : textOf(*it.key()));
-      return true;
+      return names.size() < manyNames;
     });
   throw InputError("'" + word + "': there is no such " + attr_->name().str() + insteadOf(word, names));
 }

@@ -66,6 +66,8 @@ std::map<std::string, char const*> const& optionHelps() {
       {"json", "as JSON"},
       {"load merge", "add the file's content to the session's"},
       {"load replace", "the file's content in place of the session's"},
+      {"off", "they are among the edits"},
+      {"on", "they stay out of the edits"},
       {"path", "one line a path"},
       {"persist", "a word by which any session may confirm or cancel"},
       {"prefer-candidate", "this session's side of each conflict"},

@@ -100,31 +100,51 @@ class KEL_API AttrAccess {
   }
   virtual U32 count(KelAttr const& attr, Entity const& e) const;
 
-  // Typed. Whether the attribute's whole content is equal in two entities of the same type: values and collections of
-  // values; pointers by identity. Never called for owned entities.
+  // Typed. Each shape has the functions of its groups below. To call another one fails an assertion.
+
+  // Single values; pointers; collections and queues of values and pointers: whether the whole content is equal in two
+  // entities of the same type. Pointers are equal if they lead to the same entity. Values without a comparison differ.
   virtual bool equal(Entity const& a, Entity const& b) const;
-  // The same for keyed collections with pointers in them; `same` compares the pointers. False for other attributes, and
-  // if the members have another order.
+
+  // Single values. Copies the value, and notifies. REQUIRES: the values differ.
+  virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
+
+  // Pointers and singletons: the entity, or null. A pointer to another object than an entity is null.
+  virtual Entity* single(Entity const& e) const;
+  // Pointers to entities. Sets the pointer, and notifies. REQUIRES: the target is of the right type.
+  virtual void point(KelAttr const& attr, Entity& e, Entity* target) const;
+  // Attributes with pointers. Clears all of them, without notifying.
+  virtual void dropPointers(Entity& e) const;
+
+  // Keyed collections of values and pointers. As `equal`, for those with pointers in them; `same` compares the
+  // pointers. False for collections without pointers, and if the members have another order.
   virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
-  // The next two are for keyed collections of values or pointers. `at` is an iterator on a member of the same attribute
-  // of another entity. `key` replaces the iterator's key, and `target` its member, where these are pointers.
+  // The next two: `at` is an iterator on a member of the same attribute of another entity. `key` replaces the
+  // iterator's key, and `target` its member, where these are pointers.
   enum class Found : U8 { absent, different, equal };
   // Compares the member with the one under the same key. For pointers, sets `*target`, and leaves the comparison to the
   // caller.
   virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
   // Sets the member under the same key, and notifies.
   virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
-  // Appends the value that `at`, an iterator over the same queue of another entity, is on, and notifies.
+
+  // Queues of values. Appends the value that `at`, an iterator over the same queue of another entity, is on; notifies.
   virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
-  // Copies a single value, and notifies. REQUIRES: the values differ.
-  virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
-  // The entity of a singleton or a single pointer, or null.
-  virtual Entity* single(Entity const& e) const;
-  // Sets a single pointer, and notifies. REQUIRES: the target is of the right type.
-  virtual void point(KelAttr const& attr, Entity& e, Entity* target) const;
-  // Owned members by position, for hash maps; for other storage `memberEnd` is 0. `memberAt` is null at a gap.
+
+  // Owned entities by key. The one with the key of `member`, which belongs to the same attribute of another entity;
+  // null if there is none, and for queues. `hint` is the position of `member`.
+  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
+  // The end of the members' positions. Only members of hash maps have positions; for others it is 0.
   virtual U32 memberEnd(Entity const& e) const;
+  // Whether the keys of two entities' members have the same hashes at the same positions. Then the keys are almost
+  // certainly the same. Touches no member. False if members have no positions.
+  virtual bool sameShape(Entity const& a, Entity const& b) const;
+  // Owned entities that have positions. The one at a position below the end, or null for a gap.
   virtual Entity* memberAt(Entity const& e, U32 position) const;
+  // The position of a member.
+  virtual U32 positionOf(Entity const& e, Entity const& member) const;
+  // Makes room for so many members.
+  virtual void reserveMembers(Entity& e, U32 count) const;
   // Two owned members under one key at one position.
   struct Pair {
     Entity* dest;
@@ -133,34 +153,22 @@ class KEL_API AttrAccess {
   };
   static constexpr U32 maxPairs = 16;
   // Collects at most `maxPairs` pairs from `position` on, and moves `position` behind them. Stops where the two
-  // entities have different keys at one position. Prefetches the next members. REQUIRES: the members have positions.
+  // entities have different keys at one position. Prefetches the next members.
   virtual U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, Pair* pairs) const;
-  // Whether two entities have the same owned members at the same positions, by their keys and by `alike`. False if
-  // members have no positions.
+  // Whether two entities have the same members at the same positions, by their keys and by `alike`.
   virtual bool membersEqual(Entity const& a, Entity const& b, bool (*alike)(Entity const&, Entity const&)) const;
-  // The owned member with the key of `member`, which belongs to the same attribute of another entity; null if there is
-  // none. `hint` is the position of `member`.
-  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
-  // The position of an owned member. REQUIRES: the members have positions.
-  virtual U32 positionOf(Entity const& e, Entity const& member) const;
-  // Makes an owned singleton or member with the constructor parameters of `like`, and notifies. REQUIRES: the key is
-  // free.
-  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
-  // Makes room for so many members.
-  virtual void reserveMembers(Entity& e, U32 count) const;
-  // Whether the keys of two entities' members have the same hashes at the same positions. Then the keys are almost
-  // certainly the same. Touches no member. False if members have no positions.
-  virtual bool sameShape(Entity const& a, Entity const& b) const;
 
-  // The owned entity under a printed key (the empty one: the singleton), or null.
+  // Singletons, and owned entities by key. Makes one with the constructor parameters of `like`, and notifies. REQUIRES:
+  // the key is free.
+  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
+
+  // Attributes that own entities. The entity under a printed key (for a singleton the empty key), or null.
   virtual Entity* child(Entity const& e, std::string_view key) const;
   // Calls back with every owned entity.
   virtual void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const;
   // Moves every owned entity out, into a call of `taken`. Does not notify, and allocates nothing.
   using ChildTaken = void (*)(Ptr<Entity> child, void* context);
   virtual void takeChildren(Entity& e, ChildTaken taken, void* context) const;
-  // Clears every pointer, without notifying.
-  virtual void dropPointers(Entity& e) const;
 
   // For the attribute log (AttrLog.h). Whether the content is derived from other attributes, and so not logged.
   virtual bool derived() const { return false; }
@@ -168,8 +176,8 @@ class KEL_API AttrAccess {
   virtual void write(KelAttr const&, void const* object, AttrLogOut& out) const;
   // Reads it back, without notifying. REQUIRES: the attribute has its initial content.
   virtual void read(KelAttr const& attr, void* object, AttrLogIn& in) const;
-  // Calls back with everything that is owned, in the order that `restore` needs; `sequence` is the number of a queue's
-  // member. The default is `eachChild`.
+  // Attributes that own entities. Calls back with everything that is owned, in the order that `restore` needs;
+  // `sequence` is the number of a queue's member. The default is `eachChild`.
   using OwnedVisit = void (*)(Entity* owned, U64 sequence, void* context);
   virtual void eachOwned(Entity const& e, OwnedVisit visit, void* context) const;
   // Puts an entity that was read back under its owner, without notifying. Raises what a write of it would.

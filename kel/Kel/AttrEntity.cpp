@@ -20,9 +20,7 @@ void EntityPtrAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) 
 bool EntityPtrAccess::equal(Entity const& a, Entity const& b) const { return at_.get(a) == at_.get(b); }
 Entity* EntityPtrAccess::single(Entity const& e) const { return at_.get(e); }
 void EntityPtrAccess::point(KelAttr const& attr, Entity& e, Entity* target) const {
-  if (at_.get(e) == target) return;
-  at_.set(e, target);
-  changed(attr, e);
+  if (writeValue(e, at_.in(e), attr.id(), target)) afterChange(attr, e);
 }
 void EntityPtrAccess::dropPointers(Entity& e) const { at_.take(e); }
 void EntityPtrAccess::write(KelAttr const&, void const* object, AttrLogOut& out) const {
@@ -40,6 +38,11 @@ void putSingleton(Entity& owner, EntityHandleAt slot, AttributeId id, Ptr<Entity
   if (made) owner.adopt(*made, id);
   owner.notify(id);
 }
+bool eraseSingleton(Entity& owner, EntityHandleAt slot, AttributeId id) {
+  if (!slot.get(owner)) return false;
+  putSingleton(owner, slot, id, nullptr);
+  return true;
+}
 
 GenericIf::Ptr SingletonAccess::get(KelAttr const& attr, void const* object, GenericIf const* key,
                                     bool constView) const {
@@ -54,7 +57,7 @@ void SingletonAccess::set(KelAttr const& attr, Entity& e, GenericIf const* key, 
 }
 void SingletonAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) const {
   wantNoKey(attr, key);
-  if (single(e)) put(attr, e, nullptr);
+  if (eraseSingleton(e, at_, attr.id())) afterChange(attr, e);
 }
 void SingletonAccess::op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key,
                          GenericIf const* value) const {
@@ -86,7 +89,7 @@ void SingletonAccess::restore(KelAttr const& attr, Entity& owner, Ptr<Entity> co
 }
 void SingletonAccess::put(KelAttr const& attr, Entity& e, Ptr<Entity> const& made) const {
   putSingleton(e, at_, attr.id(), made);
-  changedFurther(attr, e);
+  afterChange(attr, e);
 }
 
 }  // namespace Kel

@@ -56,7 +56,7 @@ class ObjectPtrAccess final : public AttrAccess {
  private:
   Ptr<T> const& of(Entity const& e) const { return at_.in<Ptr<T>>(e); }
   void assign(KelAttr const& attr, Entity& e, Ptr<T> const& target) const {
-    if (storeValue(at_.in<Ptr<T>>(e), target)) changed(attr, e);
+    if (writeValue(e, at_.in<Ptr<T>>(e), attr.id(), target)) afterChange(attr, e);
   }
 
   Offset at_;

@@ -34,20 +34,18 @@ class MapAccess final : public AttrAccess {
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override {
     V const v = unbox<V>(value, attr.fullName());
     K const k = key || !keyOf_ ? unboxNewKey<K>(attr, key) : keyOf_(v);
-    if (keyOf_ && !(keyOf_(v) == k)) throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
+    if (keyOf_ && !(keyOf_(v) == k)) throwForeignKey(attr);
     if constexpr (isPtrType<V>)
       if (nonNull_ && !v) throwNullMember(attr);
-    if (of(e).set(k, v)) changed(attr, e, &k);
+    put(attr, e, k, v);
   }
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    K const k = unboxKey<K>(attr, key);
-    if (of(e).erase(k)) changed(attr, e, &k);
+    if (eraseValue(e, of(e), attr.id(), unboxKey<K>(attr, key))) afterChange(attr, e);
   }
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
     if (op == AttributeOp::deleteAll) {
-      if (of(e).empty()) return;
-      eraseAllValues(e, of(e), attr.id());
-      return changedFurther(attr, e);
+      if (eraseValues(e, of(e), attr.id())) afterChange(attr, e);
+      return;
     }
     K const k = key || !keyOf_ || !value ? unboxKey<K>(attr, key) : keyOf_(unbox<V>(value, attr.fullName()));
     if (op == AttributeOp::notify) return e.notify(attr.id(), &k);
@@ -56,8 +54,8 @@ class MapAccess final : public AttrAccess {
       return set(attr, e, key, value);
     }
     if constexpr (requires(M & m) { m.increment(k); }) {
-      of(e).increment(k);
-      return changed(attr, e, &k);
+      incrementCount(e, of(e), attr.id(), k);
+      return afterChange(attr, e);
     }
     AttrAccess::op(attr, e, op, key, value);
   }
@@ -100,12 +98,10 @@ class MapAccess final : public AttrAccess {
                   Entity* target) const override {
     auto const& it = position(at);
     K const k = keyAt(it, key);
-    bool changes = false;
     if constexpr (hasEntities<V>)
-      changes = of(dest).set(k, pointerTo<V>(target));
+      put(attr, dest, k, pointerTo<V>(target));
     else
-      changes = of(dest).set(k, it.value());
-    if (changes) changed(attr, dest, &k);
+      put(attr, dest, k, it.value());
   }
   void dropPointers(Entity& e) const override {
     if constexpr (isPtrType<K> || isPtrType<V>) of(e).clear();
@@ -122,16 +118,19 @@ class MapAccess final : public AttrAccess {
     M& map = of(*static_cast<Entity*>(object));
     for (U32 left = in.get<U32>(); left > 0; --left) {
       K const k = streamIn<K>(in);
-      if (map.find(k)) in.throwRecord(attr.fullName() + ": '" + keyText(box(k)) + "' is there twice");
+      if (map.find(k)) throwTakenInLog(in, attr, box(k));
       V const v = streamIn<V>(in);
-      if (keyOf_ && !(keyOf_(v) == k)) in.throwRecord(attr.fullName() + ": the key is not the member's own");
+      if (keyOf_ && !(keyOf_(v) == k)) throwForeignKeyInLog(in, attr);
       if constexpr (isPtrType<V>)
-        if (nonNull_ && !v) in.throwRecord(attr.fullName() + ": a null member");
+        if (nonNull_ && !v) throwNullMemberInLog(in, attr);
       map.set(k, v);
     }
   }
 
  private:
+  void put(KelAttr const& attr, Entity& e, K const& key, V const& value) const {
+    if (writeMember(e, of(e), attr.id(), key, value)) afterChange(attr, e);
+  }
   M& of(Entity& e) const { return at_.in<M>(e); }
   M const& of(Entity const& e) const { return at_.in<M>(e); }
 

@@ -6,11 +6,11 @@
 #include <optional>
 #include <vector>
 
-#include "Kel/Accessors.h"
 #include "Kel/AttrIterators.h"
 #include "Kel/AttrStorage.h"
 #include "Kel/EntityMap.h"
 #include "Kel/EntityTree.h"
+#include "Kel/Writes.h"
 
 namespace Kel {
 
@@ -50,7 +50,7 @@ class OwnedAccess final : public AttrAccess {
     put(attr, e, made);
   }
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    if (Members<M>::erase(e, of(e), attr.id(), unboxKey<K>(attr, key))) changedFurther(attr, e);
+    if (Members<M>::erase(e, of(e), attr.id(), unboxKey<K>(attr, key))) afterChange(attr, e);
   }
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
     if (op == AttributeOp::create) {
@@ -59,9 +59,8 @@ class OwnedAccess final : public AttrAccess {
       return put(attr, e, made);
     }
     if (op == AttributeOp::deleteAll) {
-      if (of(e).empty()) return;
-      Members<M>::eraseAll(e, of(e), attr.id());
-      return changedFurther(attr, e);
+      if (Members<M>::eraseAll(e, of(e), attr.id())) afterChange(attr, e);
+      return;
     }
     if (op == AttributeOp::notify) {
       K const k = unboxKey<K>(attr, key);
@@ -79,7 +78,7 @@ class OwnedAccess final : public AttrAccess {
     if constexpr (dense)
       return of(e).slotEnd();
     else
-      return AttrAccess::memberEnd(e);
+      return 0;
   }
   Entity* memberAt(Entity const& e, U32 position) const override {
     if constexpr (dense) {
@@ -211,13 +210,12 @@ class OwnedAccess final : public AttrAccess {
   static K keyOf(Entity const& e) { return KeyOf::key(e); }
   static Ptr<Entity> make(KelAttr const& attr, GenericIf const* key, GenericIf const* value) {
     Ptr<Entity> made = attr.type()->newEntity(creationArgs(attr, key, value));
-    if (key && !sameKey(keyOf(*made), unboxKey<K>(attr, key)))
-      throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
+    if (key && !sameKey(keyOf(*made), unboxKey<K>(attr, key))) throwForeignKey(attr);
     return made;
   }
   void put(KelAttr const& attr, Entity& e, Ptr<Entity> const& made) const {
     Members<M>::put(e, of(e), attr.id(), made);
-    changedFurther(attr, e);
+    afterChange(attr, e);
   }
 
   Offset at_;

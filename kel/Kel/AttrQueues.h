@@ -60,22 +60,19 @@ class QueueAccess final : public AnyQueueAccess<Q> {
   using AnyQueueAccess<Q>::AnyQueueAccess;
 
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    I const i = unboxKey<I>(attr, key);
-    if (of(e).erase(i)) changed(attr, e, &i);
+    if (eraseQueuedValue(e, of(e), attr.id(), unboxKey<I>(attr, key))) afterChange(attr, e);
   }
   void enq(KelAttr const& attr, Entity& e, GenericIf const* value) const override {
-    I const i = of(e).enq(unbox<V>(value, attr.fullName()));
-    changed(attr, e, &i);
+    enqueueValue(e, of(e), attr.id(), unbox<V>(value, attr.fullName()));
+    afterChange(attr, e);
   }
   void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const override {
     using Position = decltype(of(dest).iterator());
-    I const i = of(dest).enq(static_cast<BoxedIterator<Position, MemberValue> const&>(at).it().value());
-    changed(attr, dest, &i);
+    enqueueValue(dest, of(dest), attr.id(), static_cast<BoxedIterator<Position, MemberValue> const&>(at).it().value());
   }
   void deq(KelAttr const& attr, Entity& e) const override {
-    I const i = of(e).empty() ? I(0) : of(e).iterator().key();
-    of(e).deq();
-    changed(attr, e, &i);
+    dequeueValue(e, of(e), attr.id());
+    afterChange(attr, e);
   }
   bool equal(Entity const& a, Entity const& b) const override {
     if constexpr (requires(V const& v) { v == v; })
@@ -114,23 +111,21 @@ class OwnedQueueAccess final : public AnyQueueAccess<Q> {
   using AnyQueueAccess<Q>::AnyQueueAccess;
 
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    I const i = unboxKey<I>(attr, key);
-    if (of(e).find(i)) drop(attr, e, i);
+    if (eraseQueuedMember(e, of(e), attr.id(), unboxKey<I>(attr, key))) afterChange(attr, e);
   }
   void enq(KelAttr const& attr, Entity& e, GenericIf const* value) const override {
     std::vector<GenericIf::PtrConst> args =
         value ? creationArgs(attr, nullptr, value) : std::vector<GenericIf::PtrConst>();
-    I const i = of(e).nextIndex();
-    if (!attr.type()->ctorArgs().empty()) args.insert(args.begin(), GenericIf::of(i));
+    if (!attr.type()->ctorArgs().empty()) args.insert(args.begin(), GenericIf::of(of(e).nextIndex()));
     Ptr<Entity> const made = attr.type()->newEntity(args);
-    of(e).enq(Ptr<E>(static_cast<E*>(made.ptr())));
-    e.adopt(*made, attr.id());
-    changed(attr, e, &i);
+    enqueueMember(e, of(e), attr.id(), Ptr<E>(static_cast<E*>(made.ptr())));
+    afterChange(attr, e);
   }
   void deq(KelAttr const& attr, Entity& e) const override {
-    if (of(e).empty()) throwRangeException("linkqueue index out of range");
-    drop(attr, e, of(e).iterator().key());
+    dequeueMember(e, of(e), attr.id());
+    afterChange(attr, e);
   }
+  Entity* memberLike(Entity const&, Entity const&, U32) const override { return nullptr; }
   Entity* child(Entity const& e, std::string_view key) const override {
     auto const index = printedInteger<I>(key);
     Ptr<E> const* member = index ? of(e).find(*index) : nullptr;
@@ -158,12 +153,6 @@ class OwnedQueueAccess final : public AnyQueueAccess<Q> {
     if (!queue.follows(sequence) || !named) throwRangeException("linkqueue index out of range");
     queue.restore(sequence, Ptr<E>(static_cast<E*>(child.ptr())));
     owner.adopt(*child, attr.id());
-  }
-
- private:
-  void drop(KelAttr const& attr, Entity& e, I i) const {
-    Entity::leaveTree(of(e).take(i));
-    changed(attr, e, &i);
   }
 };
 

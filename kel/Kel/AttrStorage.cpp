@@ -1,7 +1,5 @@
 #include "Kel/AttrStorage.h"
 
-#include "Kel/Accessors.h"
-
 namespace Kel {
 
 void throwKeyWanted(KelAttr const& attr) { throwBadIndexAttrException(attr.fullName(), "a key is needed"); }
@@ -14,6 +12,18 @@ void throwNoKeyWanted(KelAttr const& attr) {
 void throwNullMember(KelAttr const& attr) {
   throwRangeException(String8("null _") + attr.name() + " parameter to mutator for " + attr.fullName() +
                       " not allowed\"");
+}
+void throwForeignKey(KelAttr const& attr) {
+  throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
+}
+void throwTakenInLog(AttrLogIn const& in, KelAttr const& attr, GenericIf::PtrConst const& key) {
+  in.throwRecord(attr.fullName() + ": '" + keyText(key) + "' is there twice");
+}
+void throwForeignKeyInLog(AttrLogIn const& in, KelAttr const& attr) {
+  in.throwRecord(attr.fullName() + ": the key is not the member's own");
+}
+void throwNullMemberInLog(AttrLogIn const& in, KelAttr const& attr) {
+  in.throwRecord(attr.fullName() + ": a null member");
 }
 void throwTaken(KelAttr const& attr, String8 const& key) {
   throwNameInUseException(attr.fullName() + ": '" + key + "' is taken");
@@ -52,6 +62,11 @@ bool sameParams(Entity const& a, Entity const& b) {
   return true;
 }
 
+void deleteAllMembers(Entity& owner, AttributeId id) {
+  KelAttr const& attr = *owner.type()->attr(id);
+  attr.access().op(attr, owner, AttributeOp::deleteAll, nullptr, nullptr);
+}
+
 // --- Single values ---
 
 template class ValueAccess<bool>;
@@ -82,13 +97,10 @@ void EnumAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) const
   assign(attr, e, initial_);
 }
 void EnumAccess::assign(KelAttr const& attr, Entity& e, S32 value) const {
-  if (storeValue(at_.in<Cell>(e).value, value)) changed(attr, e);
+  if (writeValue(e, at_.in<Cell>(e).value, attr.id(), value)) afterChange(attr, e);
 }
 bool EnumAccess::equal(Entity const& a, Entity const& b) const { return of(a) == of(b); }
-void EnumAccess::copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const {
-  at_.in<Cell>(dest).value = of(src);
-  changed(attr, dest);
-}
+void EnumAccess::copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const { assign(attr, dest, of(src)); }
 void EnumAccess::write(KelAttr const&, void const* object, AttrLogOut& out) const {
   out.put(of(*static_cast<Entity const*>(object)));
 }
@@ -103,22 +115,24 @@ GenericIf::Ptr AnyStructAccess::get(KelAttr const& attr, void const* object, Gen
 void AnyStructAccess::set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const {
   wantNoKey(attr, key);
   wantType(value, attr.type(), attr.fullName());
-  if (store(e, value->heldValue())) changed(attr, e);
+  assign(attr, e, value->heldValue());
 }
 void AnyStructAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) const {
   wantNoKey(attr, key);
-  if (store(e, initial())) changed(attr, e);
+  assign(attr, e, initial());
+}
+void AnyStructAccess::assign(KelAttr const& attr, Entity& e, void const* value) const {
+  if (writeTo(e, attr.id(), value)) afterChange(attr, e);
 }
 void AnyStructAccess::copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const {
-  assign(dest, &at_.in<char>(src));
-  changed(attr, dest);
+  assign(attr, dest, &at_.in<char>(src));
 }
 void AnyStructAccess::write(KelAttr const& attr, void const* object, AttrLogOut& out) const {
   writeAttrLogValue(out, *attr.type(), &at_.in<char>(*static_cast<Entity const*>(object)));
 }
 void AnyStructAccess::read(KelAttr const& attr, void* object, AttrLogIn& in) const {
   GenericIf::Ptr const value = attr.type()->valueOps().read(in);
-  assign(*static_cast<Entity*>(object), value->heldValue());
+  store(*static_cast<Entity*>(object), value->heldValue());
 }
 
 GenericIf::Ptr ConstantAccess::get(KelAttr const& attr, void const*, GenericIf const* key, bool) const {

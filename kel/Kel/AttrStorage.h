@@ -7,28 +7,28 @@
 // AttrQueues.h, operations in AttrCalls.h.
 #pragma once
 
-#include "Kel/Accessors.h"
 #include "Kel/AttrAccess.h"
 #include "Kel/AttrLogStream.h"
 #include "Kel/Box.h"
 #include "Kel/Offset.h"
+#include "Kel/Writes.h"
 
 namespace Kel {
 
-// Call one of these after a write that changed something. `changed` notifies, and then calls the model's `onChange`
-// operation; `changedFurther` does the latter only, for writes that have notified already.
-inline void changedFurther(KelAttr const& attr, Entity& e) {
+// Calls the model's `onChange` operation. Call it after a write that changed something (Writes.h).
+inline void afterChange(KelAttr const& attr, Entity& e) {
   if (auto* after = attr.afterChange()) after(e);
-}
-inline void changed(KelAttr const& attr, Entity& e, void const* key = nullptr) {
-  e.notify(attr.id(), key);
-  changedFurther(attr, e);
 }
 
 [[noreturn]] KEL_API void throwKeyWanted(KelAttr const& attr);
 [[noreturn]] KEL_API void throwKeyType(KelAttr const& attr, KelType const* expected);
 [[noreturn]] KEL_API void throwNoKeyWanted(KelAttr const& attr);
 [[noreturn]] KEL_API void throwNullMember(KelAttr const& attr);
+[[noreturn]] KEL_API void throwForeignKey(KelAttr const& attr);
+// The same, for a member that is read from a log.
+[[noreturn]] KEL_API void throwTakenInLog(AttrLogIn const& in, KelAttr const& attr, GenericIf::PtrConst const& key);
+[[noreturn]] KEL_API void throwForeignKeyInLog(AttrLogIn const& in, KelAttr const& attr);
+[[noreturn]] KEL_API void throwNullMemberInLog(AttrLogIn const& in, KelAttr const& attr);
 [[noreturn]] KEL_API void throwTaken(KelAttr const& attr, String8 const& key);
 [[noreturn]] KEL_API void throwWrongEntity(KelAttr const& attr, Entity const& given);
 // Raises TypeException if an entity that was read is not of the type that the attribute owns.
@@ -96,10 +96,7 @@ class ValueAccess final : public AttrAccess {
     AttrAccess::op(attr, e, op, key, value);
   }
   bool equal(Entity const& a, Entity const& b) const override { return of(a) == of(b); }
-  void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const override {
-    at_.in<V>(dest) = of(src);
-    changed(attr, dest);
-  }
+  void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const override { assign(attr, dest, of(src)); }
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override {
     streamOut(out, of(*static_cast<Entity const*>(object)));
   }
@@ -110,7 +107,7 @@ class ValueAccess final : public AttrAccess {
  private:
   V const& of(Entity const& e) const { return at_.in<V>(e); }
   void assign(KelAttr const& attr, Entity& e, V const& value) const {
-    if (storeValue(at_.in<V>(e), value)) changed(attr, e);
+    if (writeValue(e, at_.in<V>(e), attr.id(), value)) afterChange(attr, e);
   }
 
   Offset at_;
@@ -175,11 +172,14 @@ class KEL_API AnyStructAccess : public AttrAccess {
   V const& of(Entity const& e) const {
     return at_.in<V>(e);
   }
-  // Stores a value if it differs; answers whether it did.
-  virtual bool store(Entity& e, void const* value) const = 0;
-  virtual void assign(Entity& e, void const* value) const = 0;
+  virtual bool writeTo(Entity& e, AttributeId id, void const* value) const = 0;
+  // Stores a value without notifying.
+  virtual void store(Entity& e, void const* value) const = 0;
 
   Offset at_;
+
+ private:
+  void assign(KelAttr const& attr, Entity& e, void const* value) const;
 };
 template <class V>
 class StructAccess final : public AnyStructAccess {
@@ -194,10 +194,10 @@ class StructAccess final : public AnyStructAccess {
   }
 
  private:
-  bool store(Entity& e, void const* value) const override {
-    return storeValue(at_.in<V>(e), *static_cast<V const*>(value));
+  bool writeTo(Entity& e, AttributeId id, void const* value) const override {
+    return writeValue(e, at_.in<V>(e), id, *static_cast<V const*>(value));
   }
-  void assign(Entity& e, void const* value) const override { at_.in<V>(e) = *static_cast<V const*>(value); }
+  void store(Entity& e, void const* value) const override { at_.in<V>(e) = *static_cast<V const*>(value); }
   V initial_;
 };
 

@@ -216,6 +216,8 @@ struct DirAccess final : AttrAccess {
   U32 count(KelAttr const&, Entity const& e) const override { return dirOf(e).entryStates(); }
   Entity* child(Entity const& e, std::string_view key) const override { return dirOf(e).entryState_.find(key); }
   Entity* memberLike(Entity const& e, Entity const& member, U32) const override { return child(e, member.name()); }
+  U32 memberEnd(Entity const&) const override { return 0; }
+  bool sameShape(Entity const&, Entity const&) const override { return false; }
   Entity* newLike(KelAttr const&, Entity& owner, Entity const& like) const override {
     auto const& state = static_cast<Dir::EntryState const&>(like);
     return dirOf(owner).newEntryState(state.name(), state.entityTypeName()).ptr();
@@ -264,8 +266,7 @@ struct DirAccess final : AttrAccess {
     auto const args = creationArgs(attr, key, value);
     if (args.size() != 2) throwUnknownArgException(attr.fullName(), "name and typeName expected");
     Name const name = unbox<Name>(args[0].ptr(), attr.fullName());
-    if (key && !(unboxKey<Name>(attr, key) == name))
-      throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
+    if (key && !(unboxKey<Name>(attr, key) == name)) throwForeignKey(attr);
     return {name, unbox<String8>(args[1].ptr(), attr.fullName())};
   }
 };

@@ -11,6 +11,7 @@ template <class KeyOf>
 struct EntitySlotKey {
   static decltype(auto) key(Ptr<Entity> const& slot) { return KeyOf::key(*slot); }
 };
+// A hash map of owned entities. `KeyOf` reads the key of one.
 template <class KeyOf>
 class EntityMapOf : public DenseHash<typename KeyOf::type, Ptr<Entity>, EntitySlotKey<KeyOf>> {
   using Base = DenseHash<typename KeyOf::type, Ptr<Entity>, EntitySlotKey<KeyOf>>;
@@ -41,6 +42,7 @@ class EntityMapOf : public DenseHash<typename KeyOf::type, Ptr<Entity>, EntitySl
     this->clear();
   }
 
+  // Over the entities, in the order of their positions.
   class Iterator {
    public:
     explicit Iterator(EntityMapOf const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}

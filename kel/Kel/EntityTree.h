@@ -39,6 +39,7 @@ class EntityTreeOf {
     map_.clear();
   }
 
+  // Over the entities, in key order.
   class Iterator {
    public:
     explicit Iterator(EntityTreeOf const* tree) : it_(tree->map_.iterator()) {}

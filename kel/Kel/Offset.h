@@ -41,6 +41,22 @@ class EntityHandleAt {
     KEL_ASSERT(entityComesFirst<std::remove_const_t<E>>());
   }
 
+  // The handle, to be compared with an entity and to be set to one.
+  class Handle {
+   public:
+    Handle(EntityHandleAt const& at, Entity& e) : at_(at), e_(e) {}
+    bool operator==(Entity const* target) const { return at_.get(e_) == target; }
+    Handle& operator=(Entity* target) {
+      at_.set(e_, target);
+      return *this;
+    }
+
+   private:
+    EntityHandleAt const& at_;
+    Entity& e_;
+  };
+  Handle in(Entity& e) const { return Handle(*this, e); }
+
   Entity* get(Entity const& e) const { return offset_.in<Cell>(e).target; }
   void set(Entity& e, Entity* target) const {
     if (target) target->refInc();

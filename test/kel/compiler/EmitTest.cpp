@@ -1,6 +1,10 @@
 // What is written: the generated text against text that somebody has read.
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <set>
+#include <sstream>
+
 #include "ModelTest.h"
 #include "compiler/Emit.h"
 
@@ -55,6 +59,29 @@ TEST(Emit, MarksForExportAndChangesNothingElse) {
   std::string const start = marked.source.substr(0, marked.source.size() - anchor.size());
   EXPECT_EQ(marked.source, start + anchor);
   EXPECT_EQ(plain.source, start + "\n}  // namespace Home\n");
+}
+
+// Lines that begin a definition.
+std::multiset<std::string> definitions(std::string const& source) {
+  std::multiset<std::string> heads;
+  std::istringstream in(source);
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty() && std::isalpha(static_cast<unsigned char>(line[0])) && line.find('(') != std::string::npos)
+      heads.insert(line);
+  return heads;
+}
+
+TEST(Emit, SpreadsDefinitionsOverSources) {
+  Compiled const compiled(broad);
+  Generated const one = emit(compiled.set), three = emit(compiled.set, {false, "", 3});
+  EXPECT_EQ(three.header, one.header);
+  ASSERT_EQ(three.furtherSources.size(), 2u);
+  std::multiset<std::string> spread = definitions(three.source);
+  for (std::string const& source : three.furtherSources) {
+    EXPECT_GT(source.size(), one.source.size() / 6);
+    spread.merge(definitions(source));
+  }
+  EXPECT_EQ(spread, definitions(one.source));
 }
 
 TEST(Emit, KeepsToTheWidthOfALine) {
