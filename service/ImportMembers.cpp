@@ -1,4 +1,4 @@
-// What an entity owns, keyed collections and queues.
+// Owned entities, keyed collections and queues.
 #include "service/Importer.h"
 #include "service/JsonKeys.h"
 #include "service/ModelHooks.h"

@@ -294,7 +294,7 @@ void Importer::resolve(PendingReference& reference) {
     try {
       owner->attributeIs(attr.id(), was.key, nullptr);
     } catch (Kel::RangeException const&) {
-      owner->attributeDel(attr.id(), was.key);  // null is no member here
+      owner->attributeDel(attr.id(), was.key);  // null may not be a member here
     }
   }
 }

@@ -145,7 +145,7 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
       GenericIf::Ptr const value = owner->attribute(attr.id(), reference.key);
       GenericIf::Ptr const key = GenericIf::ofEntity(target);
       owner->attributeDel(attr.id(), reference.key);
-      // What was entered under the successor since then stands.
+      // A member that was set under the successor meanwhile stays.
       if (!hasMember(*reference.owner, attr, key.ptr())) owner->attributeIs(attr.id(), key, value);
     } else if (fits) {
       owner->attributeIs(attr.id(), reference.key, GenericIf::ofEntity(target));
@@ -179,7 +179,7 @@ void PendingReferences::add(PendingReference reference) {
     list_.insert(at, std::move(reference));
 }
 
-// What is below a place stands right behind it.
+// The list is sorted, so what is below a place comes right after it.
 std::span<PendingReference const> PendingReferences::within(Path const& top) const {
   auto const first = std::lower_bound(list_.begin(), list_.end(), top, isBefore);
   auto last = first;
@@ -200,7 +200,7 @@ PendingReference const* PendingReferences::find(Path const& place) const {
 
 namespace {
 
-// Removes from a collection the members whose pointer key leads to what is no longer in the tree.
+// Removes the members of a collection whose pointer keys have left the tree.
 void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
   std::vector<GenericIf::PtrConst> gone;
   eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {

@@ -13,7 +13,7 @@ using Kel::Entity;
 using Kel::GenericIf;
 using Kel::KelAttr;
 
-// --- What is there ---
+// --- The present content ---
 
 Undo::Member Undo::memberAt(Entity const& owner, KelAttr const& attr, GenericIf::PtrConst const& key) {
   Member member;
@@ -111,7 +111,7 @@ void Undo::notePending(PendingReferences& pending) {
   pending_ = &pending;
 }
 
-// An entity that leaves its tree loses the pointers that it and what is below it hold.
+// Notes the pointers of an entity and of what is below it, because these drop them when the entity leaves its tree.
 void Undo::notePointersBelow(Entity& leaving) {
   if (!leaving.type()->pointersBelow()) return;
   for (KelAttr const* attr : leaving.type()->ptrAttrs())
@@ -126,7 +126,7 @@ void Undo::notePointersBelow(Entity& leaving) {
   eachOwned(leaving, [&](Entity const& child) { notePointersBelow(const_cast<Entity&>(child)); });
 }
 
-// --- Back ---
+// --- Taking back ---
 
 bool Undo::takeBack() noexcept {
   constexpr int rounds = 4;  // what fails once may not fail again

@@ -18,12 +18,12 @@ inline Kel::Dir const* asDir(Kel::Entity const* e) {
 }
 inline bool isDirType(Kel::KelType const* type) { return type && type->isA(Kel::Dir::_fwkType()); }
 
-// The attribute that is the first constructor parameter; null when there is none.
+// The attribute that is the first constructor parameter, or null.
 inline Kel::KelAttr const* keyParam(Kel::KelType const& type) {
   Kel::KelAttr const* const first = type.attributeQ(0);
   return first && first->ctorParam() ? first : nullptr;
 }
-// The constructor parameters behind the key.
+// The constructor parameters after the key.
 inline std::vector<Kel::KelAttr const*> furtherParams(Kel::KelType const& type, bool afterKey = true) {
   std::vector<Kel::KelAttr const*> params;
   for (Kel::KelAttr const* attr : type.attributeQ())

@@ -39,7 +39,7 @@ class Counterparts {
     Kel::Entity const* owner = nullptr;
     Kel::Entity const* destOwner = nullptr;
   };
-  // Cost: the distance to the next owner of the target that is known; in the usual case that is its own.
+  // Cost: the distance to the nearest known owner of the target, usually its own.
   Answer find(EntityCopy& ec, Kel::Entity& srcTarget);
   // Whether find would answer `dest`. Cost: a comparison of keys in the usual case.
   bool same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src) {
@@ -48,7 +48,7 @@ class Counterparts {
       return dest.parent() == destOwner_ && dest.parentAttrId() == through_ && paramsEqual_(dest, src);
     return find(ec, src).target == &dest;
   }
-  // The source's entity for which `find` answers `dest`, if it stands where `dest` stands; else null.
+  // The source's entity for which `find` answers `dest`, if it has the position of `dest`; else null.
   Kel::Entity* sourceOf(EntityCopy& ec, Kel::Entity& dest);
   // The full name that the missing target of an answer will have. Empty if the handler has to be asked, because a key
   // on the way contains separators.

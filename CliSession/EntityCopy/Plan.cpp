@@ -34,7 +34,7 @@ bool comparable(Kel::KelAttr const& attr) {
   return attr.type()->isEntity() || attr.type()->valueOps().equal;
 }
 
-// Whether each value of a type is known to equal itself. A comparison of the type's own may say anything.
+// Whether every value of a type is known to equal itself. A type's own comparison may answer anything.
 bool isReflexive(Kel::KelType const* type) {
   using Builtin = Kel::KelType::Builtin;
   if (!type || !type->isBuiltin()) return !type || type->isEntity() || type->isEnum();

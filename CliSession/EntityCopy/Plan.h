@@ -39,7 +39,7 @@ struct Step {
   bool supported;     // checkValue accepts its types
   bool typed;         // supported, both sides have the same storage, and values compare by ==
   bool dense;         // owned members that have positions
-  bool reflexive;     // what was copied compares equal to its source, unlike a NaN
+  bool reflexive;     // a copied value always equals its source, unlike a NaN
   bool withPointers;  // keyed by pointers, or with pointers as members
   Kel::U32 number;    // unique in the process, from 0
   AttributeEdit const set, del;

@@ -57,7 +57,7 @@ std::string pathOfEntry(Table const& table, std::string_view name) {
   return std::string(table.root) + "." + table.attribute + "/" + std::string(name);
 }
 
-// What a key must look like: "VLAN|PORT".
+// The form of a table's keys, for messages: "VLAN|PORT".
 std::string form(std::vector<KeyPart> const& parts) {
   std::string text;
   for (KeyPart const& part : parts)
@@ -77,7 +77,7 @@ std::string checkedPart(KelType const& type, KeyPart const& part, std::string co
   return *canonical;
 }
 
-// The parts of the table's own keys: that of a child is left out.
+// The parts of a key without that of a child.
 std::vector<KeyPart> ownParts(Table const& table) {
   std::vector<KeyPart> parts = table.keyParts();
   if (!parts.back().child.empty()) parts.pop_back();
@@ -96,7 +96,7 @@ std::string keyOf(Table const& table, KelAttr const& attr, std::string_view text
   return key;
 }
 
-// --- What follows from a key ---
+// --- Attributes that are derived from a key ---
 
 bool implies(KelAttr const& attr, std::string_view text) {
   for (Table const* table : tablesOf(*attr.type()))

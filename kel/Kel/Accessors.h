@@ -1,4 +1,4 @@
-// What the bodies of generated accessors, hashes and comparisons share.
+// Functions that generated accessors, hashes and comparisons share.
 #pragma once
 
 #include <type_traits>

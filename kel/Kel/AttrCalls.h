@@ -10,11 +10,12 @@
 
 namespace Kel {
 
-// Finds the argument of that name; checks that every given name is known.
+// The n-th argument of an operation. Raises UnknownArgException if it is missing.
 KEL_API GenericIf const* callArg(KelAttr const& attr, GenericIf::Args const& args, std::size_t n);
+// Raises UnknownArgException for an argument that is unknown or given twice.
 KEL_API void checkCallArgs(KelAttr const& attr, GenericIf::Args const& args);
 
-// A callable attribute, by a function that takes the arguments apart and calls it.
+// An operation, by a function that converts the arguments and calls it.
 class KEL_API OpAccess final : public AttrAccess {
  public:
   using Function = GenericIf::Ptr (*)(KelAttr const& attr, Entity& e, GenericIf::Args const& args);
@@ -49,7 +50,7 @@ struct Call {
   }
 };
 
-// The comparison of constructor parameters, where the name is the only one: of all, and of all but the first.
+// Compare the constructor parameters of types whose only parameter is the name: all of them, and all but the first.
 KEL_API bool sameName(Entity const& a, Entity const& b);
 KEL_API bool noFurtherParams(Entity const& a, Entity const& b);
 
@@ -62,7 +63,7 @@ constexpr bool isNameGetter() {
     return false;
 }
 
-// Whether an entity with these constructor parameters gets its name when it is made, not when it is asked for it.
+// Whether an entity with these constructor parameters gets its name when it is made, not when the name is first read.
 template <class First = Name, class...>
 inline constexpr bool isNamedWhenMade = isPtrType<First> || std::is_same_v<First, String8>;
 
@@ -74,7 +75,7 @@ struct Construct {
   static constexpr bool comparable = !(isPtrType<Param<Getter>> || ...);
   // The name is the only parameter.
   static constexpr bool byName = sizeof...(Getter) == 1 && (isNameGetter<Getter>() && ...);
-  // NameKey cannot read a name that is not made yet.
+  // NameKey cannot read a name that is made later.
   static_assert(isNamedWhenMade<Param<Getter>...> || !std::is_base_of_v<NameKey, EntityKey<T>>);
 
   static Ptr<Entity> construct(std::vector<GenericIf::PtrConst> const& args, KelType const& type) {
@@ -85,7 +86,7 @@ struct Construct {
     [[maybe_unused]] T const& y = static_cast<T const&>(b);
     return (((x.*Getter)() == (y.*Getter)()) && ...);
   }
-  // The same but for the first parameter.
+  // The same without the first parameter.
   static bool furtherParamsEqual(Entity const& a, Entity const& b) {
     T const& x = static_cast<T const&>(a);
     T const& y = static_cast<T const&>(b);

@@ -1,5 +1,5 @@
-// Attribute storage: single entities, pointed at or owned; see AttrStorage.h. One class serves all types of entities:
-// the attribute's record knows the type.
+// Attribute storage: single entities, pointed at or owned; see AttrStorage.h. One class serves all entity types,
+// because the attribute's record has the type.
 #pragma once
 
 #include "Kel/AttrStorage.h"

@@ -1,4 +1,4 @@
-// Iterators of collections behind the reflective interface.
+// Iterators of collections for the reflective interface.
 #pragma once
 
 #include "Kel/AttrAccess.h"
@@ -6,7 +6,7 @@
 
 namespace Kel {
 
-// The iterator of a collection behind the reflective interface; `Member` gives the member of the iterator's position.
+// A collection's iterator as an AttrIterator; `Member` reads the member that it is on.
 template <class It, class Member>
 class BoxedIterator final : public AttrIterator {
  public:

@@ -11,7 +11,7 @@
 
 namespace Kel {
 
-// The entity behind a pointer, as the pointer that a collection holds.
+// An entity as the type of pointer that a collection holds.
 template <class P>
 P pointerTo(Entity* e) {
   return P(static_cast<typename PtrTraits<P>::target*>(e));

@@ -14,7 +14,7 @@
 
 namespace Kel {
 
-// The integer that prints as `text`: nothing where no integer does.
+// The integer that prints as `text`; empty if there is none.
 template <class I>
 std::optional<I> printedInteger(std::string_view text) {
   I value{};
@@ -26,7 +26,7 @@ std::optional<I> printedInteger(std::string_view text) {
 template <class K>
 inline constexpr bool isIntegerKey = std::is_integral_v<K> && !std::is_same_v<K, bool> && !std::is_same_v<K, char>;
 
-// Owned entities by key. `M` is an EntityMapOf or an EntityTreeOf: what it holds are entities of any type.
+// Owned entities by key. `M` is an EntityMapOf or an EntityTreeOf, with entities of any type.
 template <class M>
 class OwnedAccess final : public AttrAccess {
   using KeyOf = typename M::key_reader;
@@ -83,7 +83,7 @@ class OwnedAccess final : public AttrAccess {
   Entity* memberAt(Entity const& e, U32 position) const override {
     if constexpr (dense) {
       M const& map = of(e);
-      constexpr U32 ahead = 4;  // whoever asks for one goes on to the next
+      constexpr U32 ahead = 4;  // callers go on to the next positions
       if (position + ahead < map.slotEnd()) prefetch(map, position + ahead);
       return position < map.slotEnd() && map.slotLive(position) ? map.at(position).ptr() : nullptr;
     } else {
@@ -134,7 +134,7 @@ class OwnedAccess final : public AttrAccess {
       M const& a = of(dest);
       M const& b = of(src);
       U32 const end = std::min(a.slotEnd(), b.slotEnd());
-      // What the next call will gather.
+      // Prefetches what the next call will collect.
       for (U32 i = position + AttrAccess::maxPairs; i < std::min(end, position + 2 * AttrAccess::maxPairs); ++i) {
         prefetch(a, i);
         prefetch(b, i);
@@ -222,7 +222,7 @@ class OwnedAccess final : public AttrAccess {
   std::size_t memberBytes_;
 };
 
-// What is keyed by name is compiled once, in the framework.
+// The storage of entities that are keyed by name is compiled once, in the framework.
 extern template struct KEL_API Members<EntityTreeOf<NameKey>>;
 extern template class KEL_API OwnedAccess<EntityMapOf<NameKey>>;
 extern template class KEL_API OwnedAccess<EntityTreeOf<NameKey>>;

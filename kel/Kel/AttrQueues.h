@@ -8,7 +8,7 @@
 
 namespace Kel {
 
-// What queues of values and of entities have in common.
+// The common part of queues of values and of entities.
 template <class Q>
 class AnyQueueAccess : public AttrAccess {
  protected:

@@ -1,6 +1,7 @@
-// The kinds of attribute storage; see AttrAccess.h. Attributes of the same kind share their code, which knows where in
-// the object each of them lies. Single entities, enumerators and fields of values need no code for their own type; what
-// is stored of builtin types is compiled once, in the framework; a value type brings what compares and copies it.
+// The kinds of attribute storage; see AttrAccess.h. Attributes of the same kind share their code; each access object
+// has the attribute's offset in the entity. Single entities, enumerators and fields of values need no code of their own
+// types; the storage of builtin types is compiled once, in the framework; a value type adds code to compare and copy
+// it.
 //
 // Here: single values. Pointers and singletons are in AttrEntity.h, collections in AttrOwned.h, AttrMaps.h and
 // AttrQueues.h, operations in AttrCalls.h.
@@ -14,7 +15,7 @@
 
 namespace Kel {
 
-// After a write that changed something (Writes.h): the operation that the model hangs on the attribute.
+// Calls the model's `onChange` operation. Call it after a write that changed something (Writes.h).
 inline void afterChange(KelAttr const& attr, Entity& e) {
   if (auto* after = attr.afterChange()) after(e);
 }
@@ -30,24 +31,23 @@ inline void afterChange(KelAttr const& attr, Entity& e) {
 [[noreturn]] KEL_API void throwNullMemberInLog(AttrLogIn const& in, KelAttr const& attr);
 [[noreturn]] KEL_API void throwTaken(KelAttr const& attr, String8 const& key);
 [[noreturn]] KEL_API void throwWrongEntity(KelAttr const& attr, Entity const& given);
-// Raises TypeException where an entity that was read is not of the type that the attribute owns.
+// Raises TypeException if an entity that was read is not of the type that the attribute owns.
 KEL_API void wantOwnable(KelAttr const& attr, Entity const& given);
 inline void wantNoKey(KelAttr const& attr, GenericIf const* key) {
   if (key) throwNoKeyWanted(attr);
 }
-// Raises BadIndexAttrException where a key is missing or of another type.
+// Raises BadIndexAttrException if a key is missing or of another type.
 KEL_API void wantKey(KelAttr const& attr, GenericIf const* key, KelType const* type);
-// Whether two entities of the same type have the same constructor parameters; pointers are the same when their targets
-// are.
+// Whether two entities have equal constructor parameters; pointers are equal if their targets are the same. REQUIRES:
+// the entities are of one type.
 KEL_API bool sameParams(Entity const& a, Entity const& b);
 // For messages; a null key is the key of a collection keyed by pointers.
 inline String8 keyText(GenericIf::PtrConst const& key) { return key ? key->text() : String8("<null>"); }
-// The arguments of a creation: those of a list, the one value, or the key alone.
+// The constructor arguments for a new member: the items of a list, a single value, or the key alone.
 KEL_API std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key,
                                                       GenericIf const* value);
 
-// A key to look something up by; a null reflective object is a null pointer key. To find what is held under a pointer a
-// read-only handle to it will do.
+// A key for a look-up; a null reflective object is a null pointer key. For a look-up, a read-only handle is enough.
 template <class K>
 K unboxKey(KelAttr const& attr, GenericIf const* key) {
   if constexpr (isPtrType<K>) {
@@ -143,7 +143,7 @@ class KEL_API EnumAccess final : public AttrAccess {
   void read(KelAttr const& attr, void* object, AttrLogIn& in) const override;
 
  private:
-  // Enumerations are based on S32; the compiler is told that it reads what was written as an enumerator.
+  // Enumerations are based on S32; `may_alias` tells the compiler that an enumerator is accessed as an S32.
   struct [[gnu::may_alias]] Cell {
     S32 value;
   };
@@ -154,11 +154,11 @@ class KEL_API EnumAccess final : public AttrAccess {
   S32 initial_;
 };
 
-// One value of a value type: what does not depend on the type.
+// One value of a value type: the part that does not depend on the type.
 class KEL_API AnyStructAccess : public AttrAccess {
  public:
   explicit AnyStructAccess(Offset at) : at_(at) {}
-  // The value that it starts with.
+  // The initial value.
   virtual void const* initial() const = 0;
   GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override;
@@ -173,7 +173,7 @@ class KEL_API AnyStructAccess : public AttrAccess {
     return at_.in<V>(e);
   }
   virtual bool writeTo(Entity& e, AttributeId id, void const* value) const = 0;
-  // Stores a value silently.
+  // Stores a value without notifying.
   virtual void store(Entity& e, void const* value) const = 0;
 
   Offset at_;
@@ -201,7 +201,7 @@ class StructAccess final : public AnyStructAccess {
   V initial_;
 };
 
-// The access to a value of any kind, and where what it starts with lies.
+// The access to a value of any kind, and the address of its initial value.
 struct NewValueAccess {
   AttrAccess const* access;
   void const* initial;
@@ -221,7 +221,7 @@ NewValueAccess newValueAccess(Offset at, V const& initial, bool counter) {
   }
 }
 
-// What never changes: a constant.
+// A constant.
 class KEL_API ConstantAccess final : public AttrAccess {
  public:
   explicit ConstantAccess(GenericIf::Ptr value) : value_(std::move(value)) {}
@@ -239,7 +239,7 @@ class KEL_API NameAccess final : public AttrAccess {
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
 };
 
-// A constructor parameter that is kept as an attribute is: read as that, and not written.
+// A constructor parameter in a member variable: it is read like an attribute, and never written.
 class KEL_API ParamAccess final : public AttrAccess {
  public:
   explicit ParamAccess(AttrAccess const* kept) : kept_(kept) {}
@@ -247,14 +247,14 @@ class KEL_API ParamAccess final : public AttrAccess {
   bool equal(Entity const& a, Entity const& b) const override;
   Entity* single(Entity const& e) const override;
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
-  // Parameters stay, but for one that points at an owner of its own entity: the two would keep each other alive.
+  // Clears only a pointer to an owner of its own entity, because the two would keep each other alive.
   void dropPointers(Entity& e) const override;
 
  private:
   AttrAccess const* kept_;
 };
 
-// A field of a value, by functions that box it, write it to a log and read it back.
+// A field of a value type, by functions that box it, write it to a log and read it back.
 class KEL_API FieldAccess final : public AttrAccess {
  public:
   struct Functions {

@@ -59,7 +59,7 @@ GenericIf::Ptr boxView(T const& value, bool constView) {
   return box(value);
 }
 
-// What a reflective object is wanted for: an attribute, or an argument of a call or a constructor. Errors name it.
+// The use of a reflective object, for error messages: an attribute, or an argument of a call or a constructor.
 class Place {
  public:
   Place(String8 const& where) : where_(where) {}
@@ -73,10 +73,10 @@ class Place {
 };
 
 [[noreturn]] KEL_API void throwWrongType(Place const& where, KelType const* expected, GenericIf const* got);
-// Raises TypeException where a value is null or of another type.
+// Raises TypeException if a value is null or of another type.
 KEL_API void wantType(GenericIf const* value, KelType const* type, Place const& where);
-// The entity behind a reflective object, or null for null. Raises TypeException for one that is not of `type`, and
-// ConstException where a writable one is wanted of an object that is not.
+// The entity behind a reflective object, or null for null. Raises TypeException if it is not of `type`, and
+// ConstException if the object is read-only and `readOnly` is not set.
 KEL_API Entity* unboxEntity(GenericIf const* value, KelType const* type, bool readOnly, Place const& where);
 
 // The C++ value of a reflective object; null gives a null pointer. Raises TypeException or ConstException, with the

@@ -58,10 +58,10 @@ class CounterMap {
   static constexpr std::size_t leastReserve = 4;
   static constexpr std::size_t maxReserve = 1u << 24;
 
-  // Settles what was deferred.
+  // Counts the deferred increments.
   HashMap<K, U8>& counts() const {
     if (deferred_.empty()) return counts_;
-    // Many at once; a few at a time must not grow it a few at a time.
+    // Reserves for many increments only: reserving for a few each time would grow the map a few slots at a time.
     if (deferred_.size() > counts_.members())
       counts_.reserve(static_cast<U32>(std::min<std::size_t>(counts_.members() + deferred_.size(), maxReserve)));
     for (auto const& d : deferred_) counts_.set(d.key, static_cast<U8>(counts_.value(d.key) + d.value));

@@ -1,4 +1,4 @@
-// How owned entities are found by the key that they carry.
+// The keys under which collections find owned entities.
 #pragma once
 
 #include <type_traits>
@@ -7,7 +7,7 @@
 
 namespace Kel {
 
-// The key is the entity's name, which was made with the entity.
+// The key is the entity's name. REQUIRES: the name was set when the entity was made.
 struct NameKey {
   using type = Name;
   static Name const& key(Entity const& entity) { return entity.Entity::name_; }
@@ -18,18 +18,18 @@ struct NameKey {
 template <class T>
 struct EntityKey : NameKey {};
 
-// The same for a T that is given as an entity.
+// The key of a T that is given as an Entity.
 template <class T>
 struct EntityKeyOf {
   using type = typename EntityKey<T>::type;
   static decltype(auto) key(Entity const& entity) { return EntityKey<T>::key(static_cast<T const&>(entity)); }
 };
 
-// What a collection of T finds its members by: all that are keyed by name share their code.
+// How a collection of T reads its members' keys. All collections that are keyed by name share their code.
 template <class T>
 using KeyReader = std::conditional_t<std::is_base_of_v<NameKey, EntityKey<T>>, NameKey, EntityKeyOf<T>>;
 
-// An iterator over owned entities, seen as one over T (or T const).
+// An iterator over owned entities that gives them as T (or T const).
 template <class T, class It>
 class EntityIterator {
  public:

@@ -6,7 +6,7 @@
 
 namespace Kel {
 
-// Owned entities of any type, found by the key that they carry.
+// Owned entities of any type, by the key that they contain.
 template <class KeyOf>
 struct EntitySlotKey {
   static decltype(auto) key(Ptr<Entity> const& slot) { return KeyOf::key(*slot); }
@@ -25,17 +25,17 @@ class EntityMapOf : public DenseHash<typename KeyOf::type, Ptr<Entity>, EntitySl
     U32 const slot = this->findSlot(key);
     return slot == Base::none ? nullptr : this->at(slot).ptr();
   }
-  // The key must not be taken.
+  // REQUIRES: the key is free.
   void insert(Ptr<Entity> entity) {
     U32 const hash = keyHash(static_cast<K const&>(KeyOf::key(*entity)));
     this->emplace(hash, std::move(entity));
   }
-  // Takes the member out; null when there is none.
+  // Removes and answers the member; null if there is none.
   Ptr<Entity> take(K const& key) {
     U32 const slot = this->findSlot(key);
     return slot == Base::none ? Ptr<Entity>() : this->takeSlot(slot);
   }
-  // Moves every member out, to be handed on. Takes no memory.
+  // Moves every member out, into a call of `taken`. Allocates nothing.
   template <class Taken>
   void takeAll(Taken const& taken) {
     for (U32 s = this->nextSlot(0); s < this->slotEnd(); s = this->nextSlot(s + 1)) taken(std::move(this->at(s)));
@@ -64,7 +64,7 @@ class EntityMapOf : public DenseHash<typename KeyOf::type, Ptr<Entity>, EntitySl
   Iterator entities(K const& key) const { return Iterator(this, key); }
 };
 
-// What is keyed by name is compiled once, in the framework.
+// The map of entities that are keyed by name is compiled once, in the framework.
 extern template class KEL_API EntityMapOf<NameKey>;
 
 // Owned entities of type T.

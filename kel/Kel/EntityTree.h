@@ -6,7 +6,7 @@
 
 namespace Kel {
 
-// Owned entities of any type, in the order of the key that they carry.
+// Owned entities of any type, in the order of the key that they contain.
 template <class KeyOf>
 class EntityTreeOf {
  public:
@@ -32,7 +32,7 @@ class EntityTreeOf {
   }
   bool anyKeyBegins(std::string_view prefix) const { return map_.anyKeyBegins(prefix); }
   void clear() { map_.clear(); }
-  // Moves every member out, in key order, to be handed on. Takes no memory.
+  // Moves every member out, in key order, into a call of `taken`. Allocates nothing.
   template <class Taken>
   void takeAll(Taken const& taken) {
     map_.eachValue([&](Ptr<Entity>& member) { taken(std::move(member)); });

@@ -12,7 +12,7 @@ namespace Kel {
 
 namespace {
 
-// Raises what goes wrong while something is written to it, where other streams keep it to themselves.
+// A stream that raises exceptions, instead of swallowing them and setting a flag.
 struct TextStream : std::ostringstream {
   TextStream() { exceptions(badbit); }
 };
@@ -67,7 +67,7 @@ GenericIf::Ptr GenericIf::List::genericIf(Ptr const& list) {
   return made;
 }
 
-// --- What it holds ---
+// --- The object ---
 
 Kel::Ptr<Entity> GenericIf::entity() const { return Kel::Ptr<Entity>(const_ ? nullptr : const_cast<Entity*>(entity_)); }
 Kel::Ptr<Entity const> GenericIf::entityConst() const { return Kel::Ptr<Entity const>(entity_); }
@@ -145,7 +145,7 @@ GenericIf::PtrConst GenericIf::attribute(AttributeId id, PtrConst const& key) co
   return a.access().get(a, base(), key.ptr(), true);
 }
 
-// Only writable attributes: a read-only one is written by its own type alone.
+// Writes writable attributes only. The others are written by their own type.
 void GenericIf::attributeIs(AttributeId id, PtrConst const& key, PtrConst const& value) const {
   KelAttr const& a = checked(id);
   Entity& e = writableEntity(a);

@@ -82,7 +82,7 @@ class KEL_API GenericIf final : public VFPtrInterface {
   // The value. Raises TypeException if it is not exactly of type T.
   template <class T>
   T attrVal() const;
-  // The value of what is known to be a T.
+  // The value. REQUIRES: it is exactly of type T.
   template <class T>
   T held() const;
   // The bytes of a value of a value type.

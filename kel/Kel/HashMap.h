@@ -110,9 +110,9 @@ class KEL_API HashMapGeneric {
 
   // The head of the array.
   struct Rep {
-    U32 used;    // slots handed out, gaps included
+    U32 used;    // slots in use, gaps included
     U32 live;    // members
-    U32 cap;     // slots there are
+    U32 cap;     // slots in the array
     U32 mask;    // of the index; 0: no index
     U64* index;  // open addressing, linear probing: slot + 1 in the low half, hash in the high half; 0: free
   };
@@ -142,7 +142,7 @@ class KEL_API HashMapGeneric {
       if (entry == 0) return none;
       if (static_cast<U32>(entry >> 32) != hash) continue;
       U32 const slot = static_cast<U32>(entry) - 1;
-      if (h[slot] != hash) continue;  // a gap since
+      if (h[slot] != hash) continue;  // the member was deleted
       probe.at = i + 1;
       return slot;
     }
@@ -212,7 +212,7 @@ class DenseHash : public HashMapGeneric {
  protected:
   template <class... Args>
   Slot& emplace(U32 hash, Args&&... args) {
-    // Made before there is room for it: what it is made of may lie in this very map, and making it may fail.
+    // Made before the array may move: the arguments may be in this map, and the constructor may raise.
     static_assert(std::is_nothrow_move_constructible_v<Slot>);
     Slot made{std::forward<Args>(args)...};
     U32 const slot = newSlot(hash, slotType());

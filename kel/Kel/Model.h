@@ -1,5 +1,5 @@
-// What the header of every model stands on. A header includes the collections that its attributes need besides; for its
-// source see TypeBuilder.h and Accessors.h.
+// The header of every model includes this one, and the headers of the collections that its attributes need. Its source
+// includes TypeBuilder.h and Accessors.h.
 #pragma once
 
 #include "Kel/Entity.h"

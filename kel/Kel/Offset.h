@@ -1,4 +1,4 @@
-// Where in an entity a member variable lies.
+// The offset of a member variable in its entity.
 #pragma once
 
 #include <bit>
@@ -9,7 +9,7 @@
 
 namespace Kel {
 
-// Of a member variable of a class derived from Entity. A pointer to a data member is an offset (Itanium C++
+// The offset of a member variable of a class derived from Entity. A pointer to a data member is an offset (Itanium C++
 // ABI, 2.3.1).
 class Offset {
  public:
@@ -31,8 +31,8 @@ class Offset {
   std::ptrdiff_t bytes_;
 };
 
-// A member variable of type Ptr<E>, for any entity type E (or E const), seen as a Ptr<Entity>. One class with its
-// functions thus serves all handles; the compiler is told that it reads what was written as another type.
+// Reads and writes a member variable of type Ptr<E>, for any entity type E (or E const), as a Ptr<Entity>. So one class
+// serves all handles. `may_alias` tells the compiler that the variable is accessed as another type.
 class EntityHandleAt {
  public:
   template <class C, class E>
@@ -62,7 +62,7 @@ class EntityHandleAt {
     if (target) target->refInc();
     Ptr<Entity> const gone = exchange(e, target);
   }
-  // What was there.
+  // Clears the variable; answers its old value.
   Ptr<Entity> take(Entity& e) const { return exchange(e, nullptr); }
 
  private:
@@ -74,7 +74,7 @@ class EntityHandleAt {
     auto* const e = reinterpret_cast<E*>(alignof(E));
     return static_cast<void*>(static_cast<Entity*>(e)) == static_cast<void*>(e);
   }
-  // Hands on the reference that was held, and holds one that was counted already.
+  // Stores a target, which is counted already; answers the old one.
   Ptr<Entity> exchange(Entity& e, Entity* target) const {
     Cell& cell = offset_.in<Cell>(e);
     Entity* const held = cell.target;

@@ -90,7 +90,7 @@ class RbTreeMap {
    private:
     using Member = typename Members::const_iterator;
 
-    // Where the key is. Erasing the member leaves that dangling; whatever else happens to the map does not.
+    // The member under the key. Only an erasure can invalidate `at_`.
     Member member() const {
       if (erasures_ != map_->erasures_ || at_ == map_->map_.end()) {
         at_ = map_->map_.find(*key_);

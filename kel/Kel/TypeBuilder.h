@@ -1,4 +1,4 @@
-// Making type records. Generated code describes its types with these builders:
+// Builders of type records. Generated code describes its types with them:
 //
 //     KelType const* Port::_fwkType() {
 //       static Kel::KelType const* const type = [] {
@@ -33,7 +33,8 @@ class KEL_API TypeBuilderBase {
   KelType const* done();
   void nested(KelType const* type) { type_->nested_.push_back(type); }
 
-  // Makes the last described attribute call back after each change; takes public writing or logging from it.
+  // For the attribute that was described last: calls back after each change; makes it read-only; keeps it out of copies
+  // and logs.
   void afterChange(void (*call)(Entity&));
   void readonly();
   void nolog();
@@ -49,7 +50,7 @@ class KEL_API TypeBuilderBase {
   static constexpr unsigned int ownFlag = KelAttrIntrospectionFlags::instantiating;
 
   KelAttr& collection(KelAttr& attr, KelAttr::Collection kind, TypeFunction key, bool keyIsPtr);
-  // For debuggers: where in the object the content lies, what it starts with, whether it is counts.
+  // For debuggers: the content's offset in the object, its initial value, and whether it is a CounterMap.
   void placed(KelAttr& attr, std::ptrdiff_t offset, void const* initial = nullptr, bool counts = false) {
     attr.offset_ = static_cast<U32>(offset);
     attr.initial_ = initial;
@@ -137,7 +138,7 @@ class EntityTypeBuilder : public TypeBuilderBase {
   EntityTypeBuilder(char const* fullName, KelType const* base)
       : TypeBuilderBase(fullName, KelType::Kind::entity, base) {}
 
-  // The type's own constructor parameters (not its base's): the entity's name, and what is kept in a member variable.
+  // The type's own constructor parameters (not its base's): the entity's name, and those in member variables.
   void name(AttributeId id, char const* called = "name") { param<Name>(id, called, new NameAccess); }
   template <class C, class P>
   void param(AttributeId id, char const* called, P C::*slot) {
@@ -149,7 +150,7 @@ class EntityTypeBuilder : public TypeBuilderBase {
       kept = newValueAccess<Held>(Offset(slot), Held(), false).access;
     placed(param<Held>(id, called, new ParamAccess(kept)), Offset(slot).bytes());
   }
-  // All constructor parameters, the base's first: the type can be created.
+  // All constructor parameters, the base's first. Types without this call are abstract.
   template <auto... Getter>
   void constructs() {
     using Make = Construct<T, Getter...>;
@@ -160,7 +161,7 @@ class EntityTypeBuilder : public TypeBuilderBase {
     else
       constructWith(&Make::construct, nullptr, nullptr, nullptr);
   }
-  // The comparison of plain content, which includes the base's, and which of the type's own attributes take part.
+  // The comparison of plain content, the base's included, and the type's own attributes that take part in it.
   template <bool (T::*Equal)(T const&) const>
   void plainEqual(std::initializer_list<AttributeId> attributes) {
     plainEqualWith(
@@ -190,7 +191,8 @@ class EntityTypeBuilder : public TypeBuilderBase {
   void singleton(AttributeId id, char const* name, Ptr<E> C::*slot) {
     placed(add(id, name, new SingletonAccess(slot), &TypeOf<E>::type, plain | ownFlag), Offset(slot).bytes());
   }
-  // Values or pointers by key: HashMap, RbTreeMap or CounterMap. With `keyOf` the values carry their key.
+  // Values or pointers by key: HashMap, RbTreeMap or CounterMap. With collectionByField, the key is a field of the
+  // value.
   template <class C, class M>
   void collectionOf(AttributeId id, char const* name, M C::*slot, bool nonNull = false) {
     mapAttr(id, name, slot, new MapAccess<M>(Offset(slot), nullptr, nonNull));
@@ -223,7 +225,7 @@ class EntityTypeBuilder : public TypeBuilderBase {
     collection(attr, KelAttr::Collection::queue, &TypeOf<typename Q::key_type>::type, false);
     placed(attr, Offset(slot).bytes());
   }
-  // Storage of its own kind.
+  // A collection with an access class of its own.
   KelAttr& collectionAttr(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type,
                           unsigned int flags, TypeFunction key) {
     return collection(add(id, name, access, type, flags), KelAttr::Collection::orderedMap, key, false);
@@ -268,7 +270,7 @@ class EntityTypeBuilder : public TypeBuilderBase {
     collection(attr, mapKind<M>(), &typeOfArg<K>, isPtrType<K>);
     placed(attr, Offset(slot).bytes(), nullptr, isCounterMap<M>);
   }
-  // The framework's other counted objects are no entities: pointers to them are for the process only, and not logging.
+  // Pointers to counted objects that are not entities have no meaning outside of the process, so they are not logging.
   template <class V>
   static constexpr unsigned int contentFlags() {
     if constexpr (!isPtrType<V>)

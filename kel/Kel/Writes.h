@@ -1,8 +1,8 @@
-// What a write of each shape of attribute does: it compares, stores, and tells the change journals and the reactors.
+// The writes of each shape of attribute. They compare, store, and notify the change journals and the reactors.
 // Generated accessors and reflection call the same functions.
 //
-// A function that answers a bool answers whether something changed; every other one always changes something. After a
-// change the caller runs the operation that the model hangs on the attribute.
+// A function with a bool result answers whether something changed; the others always change something. After a change,
+// the caller runs the model's `onChange` operation.
 #pragma once
 
 #include <type_traits>
@@ -50,7 +50,7 @@ void incrementCount(Entity& owner, Map& map, AttributeId id, typename Map::key_t
   map.increment(key);
   owner.notify(id, &key);
 }
-// One notification a key. Keys are gathered first: a reactor may change the collection.
+// Notifies once for each key. The keys are collected first, because a reactor may change the collection.
 template <class Map>
 bool eraseValues(Entity& owner, Map& map, AttributeId id) {
   if (map.empty()) return false;
@@ -64,7 +64,7 @@ bool eraseValues(Entity& owner, Map& map, AttributeId id) {
 
 [[noreturn]] KEL_API void throwTaken(KelType const* owner, AttributeId id, String8 const& key);
 
-// Puts a new entity into a singleton attribute; what was there leaves the tree.
+// Puts a new entity into a singleton attribute; the old one leaves the tree.
 KEL_API void putSingleton(Entity& owner, EntityHandleAt slot, AttributeId id, Ptr<Entity> const& made);
 KEL_API bool eraseSingleton(Entity& owner, EntityHandleAt slot, AttributeId id);
 
@@ -73,7 +73,7 @@ template <class M>
 struct Members {
   using K = typename M::key_type;
 
-  // Enters a new member, whose key is free.
+  // Adds a new member. REQUIRES: its key is free.
   static void put(Entity& owner, M& map, AttributeId id, Ptr<Entity> const& member) {
     map.insert(member);
     owner.adopt(*member, id);
@@ -81,7 +81,7 @@ struct Members {
     K const key = M::key_reader::key(*member);
     owner.notify(id, &key);
   }
-  // The same; raises NameInUseException when the key is taken.
+  // The same; raises NameInUseException if the key is taken.
   static void insert(Entity& owner, M& map, AttributeId id, Ptr<Entity> const& member) {
     if (map.find(M::key_reader::key(*member))) throwTaken(owner.type(), id, member->name());
     put(owner, map, id, member);
@@ -94,7 +94,7 @@ struct Members {
     owner.notify(id, &sought);
     return true;
   }
-  // One notification a key. Keys are gathered first: a reactor may change the collection.
+  // Notifies once for each key. The keys are collected first, because a reactor may change the collection.
   static bool eraseAll(Entity& owner, M& map, AttributeId id) {
     if (map.empty()) return false;
     std::vector<K> keys;
@@ -104,7 +104,7 @@ struct Members {
   }
 };
 
-// What is keyed by name is compiled once, in the framework.
+// Writes of maps that are keyed by name are compiled once, in the framework.
 extern template struct KEL_API Members<EntityMapOf<NameKey>>;
 
 // The same for accessors, which know the members' type.
@@ -175,7 +175,7 @@ bool eraseQueuedMember(Entity& owner, Queue& queue, AttributeId id, typename Que
 
 // --- Collections and queues of every kind ---
 
-// Deletes all members, one notification a member, and runs the operation that the model hangs on the attribute.
+// Deletes all members, notifies once for each, and runs the model's `onChange` operation.
 KEL_API void deleteAllMembers(Entity& owner, AttributeId id);
 
 }  // namespace Kel
