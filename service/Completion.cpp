@@ -1,4 +1,4 @@
-// What may come next: completion of words.
+// Completion of words.
 #include <algorithm>
 
 #include "service/ModelHooks.h"
@@ -20,6 +20,7 @@ Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, KelAttr const& attr, 
   EntityHooks const& hooks = hooksOf(*attr.ownerType());
   if (hooks.isImplied && hooks.isImplied(attr, text)) return nullptr;
   Kel::Entity::Ptr const there = targetAt(base, text);
+  if (there && !pathOf(*there, *base)) throw InputError("'" + std::string(text) + "' leads out of the session");
   if (there && there->type()->isA(&wanted)) return there;
   TargetFinder finder(*base, wanted);
   std::vector<Kel::Entity*> const named = finder.named(text);
@@ -30,7 +31,8 @@ Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, KelAttr const& attr, 
     for (Kel::Entity const* e : named) paths += (paths.empty() ? "" : ", ") + targetText(*e, *base);
     throw InputError("'" + std::string(text) + "' may be " + paths);
   }
-  if (there) throw InputError("'" + std::string(text) + "' is a " + there->type()->name().str() + ", not a " + type);
+  if (there)
+    throw InputError("'" + std::string(text) + "' is " + withArticle(*there->type()) + ", not " + withArticle(wanted));
   constexpr std::size_t most = 100000;
   std::vector<std::string> names;
   finder.each([&](Kel::Entity const& e) {
@@ -44,7 +46,7 @@ Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, KelAttr const& attr, 
 
 namespace {
 
-// The candidates that begin with a word; keeps the first ones of a natural order.
+// Collects the candidates that begin with a word, and keeps the first ones in natural order.
 class Gathering {
  public:
   Gathering(std::string_view begun, std::size_t limit) : begun_(begun), limit_(limit) {}
@@ -53,7 +55,7 @@ class Gathering {
   void add(std::string word, std::string explanation) {
     if (fits(word)) found_.list.push_back({std::move(word), std::move(explanation)});
   }
-  // Texts that stay where they are until the end. The last of those that are kept is on top of a heap.
+  // REQUIRES: the text outlives this object. The kept texts are a heap with the last one on top.
   void offer(std::string_view word) {
     if (!fits(word)) return;
     if (words_.size() < limit_) {
@@ -93,18 +95,64 @@ class Completer {
     std::size_t used = 0;
     std::size_t const before = words.empty() ? 0 : words.size() - 1;
     std::string const begun = words.empty() ? std::string() : words.back();
-    while (used < before && reader.expects() != Expects::nothing) reader.take(words[used++]);
-    if (used == before && reader.expects() != Expects::nothing) {
-      Candidates found = next(reader, begun, {});
-      if (before == 0 && found.list.empty() && begun.find_first_of("/.") != std::string::npos) found = dotted(begun);
-      return found;
+    while (used < before && reader.expects() != Expects::nothing) {
+      if (what_ == CompletionFor::insert && atQueue(reader) && !leadsBelow(reader, words.subspan(used, before - used)))
+        return item(reader, words.subspan(used, before - used), begun);
+      reader.take(words[used++]);
     }
-    if (used == before && what_ == CompletionFor::set) return value(*reader.path().steps.back().attr, begun);
-    return {};
+    Candidates found;
+    if (used == before && reader.expects() != Expects::nothing) {
+      found = next(reader, begun, {});
+      if (before == 0 && found.list.empty() && begun.find_first_of("/.") != std::string::npos) found = dotted(begun);
+    } else if (used == before && what_ == CompletionFor::set) {
+      found = value(*reader.path().steps.back().attr, begun);
+    }
+    found.mayEnd = mayEnd(reader, before - used);
+    return found;
   }
 
  private:
-  // `head`: what stands in the word in front of what is completed.
+  // Whether the command may end after the path that was read and `more` further words.
+  bool mayEnd(WordReader const& reader, std::size_t more) const {
+    if (what_ == CompletionFor::path) return true;
+    PathStep const* const last = reader.path().empty() ? nullptr : &reader.path().steps.back();
+    bool const attribute = last && last->attr;
+    if (what_ == CompletionFor::insert) return false;
+    if (what_ == CompletionFor::remove) return reader.expects() == Expects::key || attribute;
+    if (more) return true;
+    if (reader.expects() == Expects::nothing)  // a reference may be called as its target
+      return last->attr->isPtr() && last->key && last->attr->keyType() == Kel::TypeOf<Kel::Name>::type();
+    return reader.expects() == Expects::attribute && attribute && reader.missing() > 0;
+  }
+
+  // --- The item that is inserted into a queue ---
+
+  static bool atQueue(WordReader const& reader) { return reader.expects() == Expects::key && reader.attr()->isQueue(); }
+  // Whether the words after a queue lead to something in an item, and not to a position in the queue.
+  static bool leadsBelow(WordReader const& reader, std::span<std::string const> words) {
+    KelAttr const& attr = *reader.attr();
+    KelAttr const* const held = attr.instantiating() && words.size() > 1 ? attr.type()->findAttr(words[1]) : nullptr;
+    return words[0] != "end" && held && (held->isCollection() || held->instantiating());
+  }
+  // The words after a queue: `words[0]` is the position, then follow a value, or parameters and their values.
+  Candidates item(WordReader const& reader, std::span<std::string const> words, std::string const& begun) const {
+    KelAttr const& attr = *reader.attr();
+    Candidates found;
+    if (!attr.instantiating()) {
+      if (words.size() == 1) found = value(attr, begun);
+      found.mayEnd = words.size() == 2;
+      return found;
+    }
+    found.mayEnd = words.size() % 2 == 1;
+    if (!found.mayEnd) return found;
+    Gathering gathering(begun, limit_);
+    for (std::size_t n = 1; n < attr.type()->ctorArgs().size(); ++n)
+      gathering.add(attr.type()->ctorArgs()[n].name.str(), "");
+    found.list = std::move(gathering.found().list);
+    return found;
+  }
+
+  // `head`: the part of the word before the completed part.
   Candidates next(WordReader const& reader, std::string const& begun, std::string const& head) {
     switch (reader.expects()) {
       case Expects::entry: return entries(reader, begun, head);
@@ -144,15 +192,39 @@ class Completer {
     KelAttr const& attr = *reader.attr();
     Gathering gathering(begun, limit_);
     if (reader.entity()) gatherKeys(*reader.entity(), attr, gathering, head);
-    if (what_ == CompletionFor::set && !attr.isQueue())
-      gathering.found().hint = attr.keyIsPtr() ? "a " + attr.keyType()->name().str() : "a new key: " + keyHint(attr);
-    if (what_ == CompletionFor::set && attr.keyIsPtr()) addTargets(*attr.keyType(), begun, gathering.found());
-    if (what_ == CompletionFor::set && attr.keyType()->isEnum())
+    if (what_ == CompletionFor::insert && attr.isQueue()) gathering.add("end", "behind the last");
+    if (what_ != CompletionFor::set || attr.isQueue()) return std::move(gathering.found());
+    gathering.found().hint = attr.keyIsPtr() ? withArticle(*attr.keyType()) : "a new key: " + keyHint(attr);
+    addKeyParts(attr, begun, gathering.found());
+    if (attr.keyIsPtr()) addTargets(*attr.keyType(), begun, gathering.found());
+    if (attr.keyType()->isEnum())
       for (std::string const& word : valueWords(*attr.keyType())) addOnce(gathering, word);
     return std::move(gathering.found());
   }
+  static KeyForm keyForm(KelAttr const& attr) {
+    EntityHooks const& hooks = hooksOf(*attr.type());
+    return attr.instantiating() && hooks.keyForm ? hooks.keyForm(attr) : KeyForm();
+  }
   static std::string keyHint(KelAttr const& attr) {
+    if (KeyForm const form = keyForm(attr); form.parts.size() > 1) return form.text;
     return attr.keyType() == Kel::TypeOf<Kel::Name>::type() ? "a name" : expectation(*attr.keyType());
+  }
+  // The completions of a part of a new key. For the first part, existing keys take precedence as long as one fits.
+  void addKeyParts(KelAttr const& attr, std::string const& begun, Candidates& found) const {
+    KeyForm const form = keyForm(attr);
+    auto const part = static_cast<std::size_t>(std::count(begun.begin(), begun.end(), form.separator));
+    bool const last = part + 1 == form.parts.size();
+    if (part >= form.parts.size() || !form.parts[part] || (part == 0 && !found.list.empty())) return;
+    std::size_t const at = begun.rfind(form.separator);
+    std::string const head = at == std::string::npos ? std::string() : begun.substr(0, at + 1);
+    Candidates const parts = value(*form.parts[part], begun.substr(head.size()));
+    found.more = found.more || parts.more;
+    for (Candidate const& each : parts.list) {
+      if (found.list.size() >= limit_) return;
+      std::string const word = head + each.word + (last ? "" : std::string(1, form.separator));
+      if (std::none_of(found.list.begin(), found.list.end(), [&](Candidate const& c) { return c.word == word; }))
+        found.list.push_back({word, each.explanation, !last});
+    }
   }
   static void addOnce(Gathering& gathering, std::string const& word) {
     for (Candidate const& known : gathering.found().list)
@@ -189,7 +261,7 @@ class Completer {
     Candidates found;
     if (attr.isPtr()) {
       addTargets(*attr.type(), begun, found);
-      found.hint = "a " + attr.type()->name().str();
+      found.hint = withArticle(*attr.type());
       return found;
     }
     if (attr.instantiating()) return found;
@@ -199,7 +271,7 @@ class Completer {
     return std::move(gathering.found());
   }
 
-  // By name, those that share one by their paths.
+  // Targets are offered by their names; those that share a name, by their paths.
   void addTargets(KelType const& wanted, std::string const& begun, Candidates& found) const {
     struct Target {
       std::string_view name;
@@ -261,8 +333,11 @@ Candidates complete(Kel::Dir::Ptr const& base, Path const& at, std::span<std::st
                     std::size_t limit) {
   try {
     return Completer(base, what, limit).run(at, words);
-  } catch (InputError const&) {
-    return {};  // the words before lead nowhere
+  } catch (InputError const& e) {  // the words before lead nowhere
+    Candidates none;
+    none.mayEnd = false;
+    none.refusal = e.what();
+    return none;
   }
 }
 

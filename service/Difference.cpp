@@ -42,11 +42,11 @@ std::string text(Difference const& d) {
   }
 }
 
-// --- The other side ---
+// --- Inverse ---
 
 namespace {
 
-// Where the items of one queue that stay are found on the other side.
+// The positions, on the other side, of the items of a queue that stay.
 class Shift {
  public:
   void add(Difference const& d) {
@@ -100,7 +100,7 @@ namespace {
 
 constexpr int version = 1;
 
-// Names that stand once in front, and are referred to by their numbers.
+// A table of names at the front of the bytes. The rest refers to them by number.
 class Names {
  public:
   std::size_t of(std::string const& name) {

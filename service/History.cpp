@@ -1,4 +1,4 @@
-// What was committed: restored at start, looked at, and undone.
+// Commits of the past: reading them, restoring them at start, undoing them.
 #include <algorithm>
 
 #include "Kel/AttrLog.h"
@@ -56,7 +56,7 @@ std::optional<Service::Waiting> Service::waiting() const {
 
 // --- Earlier states ---
 
-// From running as it is now, backwards.
+// Starts from running as it is now, and takes commits back.
 void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
   if (number > last) throw Error("there is no commit " + std::to_string(number));
   auto const records = store->read(number + 1);
@@ -69,9 +69,9 @@ void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
 
 // --- Snapshots ---
 
-// It costs as much as the tree is large, so that no commit waits for it.
+// Its cost is proportional to the size of the tree, so `poll` takes it, and no commit waits for it.
 void Service::Impl::takeSnapshotIfDue() noexcept {
-  // What may be undone at a start has to stand behind the snapshot.
+  // A commit that `start` may undo must be later than the snapshot.
   if (options.snapshotEvery == 0 || last - lastSnapshot < options.snapshotEvery || unconfirmed || owed) return;
   lastSnapshot = last;  // of one that fails, too: a later one will do
   try {
@@ -118,7 +118,7 @@ void Service::start() {
     i.last = expected;
     i.lastSnapshot = snapshot ? snapshot->number : 0;
   }
-  // Every participant gets all there is.
+  // Every participant gets the whole configuration.
   {
     auto const empty = i.scratch();
     std::vector<Difference> const all = differences(empty->tree, i.treeAt(i.running));
@@ -136,7 +136,7 @@ void Service::start() {
 
 // --- Undoing ---
 
-// Makes running what another tree is, and does not give up at the first exception.
+// Makes running equal to another tree. Tries again after an exception.
 void Service::Impl::makeRunning(Tree const& wanted, std::vector<Difference> const& toDo) {
   constexpr int attempts = 4;
   Tree const runningTree = treeAt(running);
@@ -161,7 +161,7 @@ std::vector<std::string> Service::Impl::undoUnconfirmed(bool keepEdits) {
   std::vector<Difference> const differences = Differ(treeAt(running), before->tree, nullptr).run();
   CommitRecord taken = record(CommitKind::undone, unconfirmed->user, unconfirmed->session, "", differences);
   makeRunning(before->tree, differences);
-  // From here on nothing stops it.
+  // Nothing can stop it from here on.
   unconfirmed.reset();
   for (Registration const& who : participants) {
     try {
@@ -178,7 +178,7 @@ std::vector<std::string> Service::Impl::undoUnconfirmed(bool keepEdits) {
   try {
     append(taken);
   } catch (...) {
-    // It is written before the next commit; until then a start undoes once more what was undone.
+    // It is written before the next commit. If the service starts again before that, the commits are undone again.
     reportTo(reports);
     last = taken.number;
     owed = std::move(taken);
@@ -186,7 +186,7 @@ std::vector<std::string> Service::Impl::undoUnconfirmed(bool keepEdits) {
   return reports;
 }
 
-// What was undone is back in the session as edits.
+// Makes the undone changes edits of their session.
 void Service::Impl::keepUndone(Session::Impl& s, Kel::U64 number, std::vector<std::string>& reports) noexcept {
   try {
     std::vector<Difference> const theirs = s.changes();
@@ -209,7 +209,7 @@ void Service::Impl::keepUndone(Session::Impl& s, Kel::U64 number, std::vector<st
 
 namespace {
 
-// Without what a conflict concerns.
+// The changes that no conflict concerns.
 std::vector<Difference> withoutConflicts(std::vector<Difference> changes, std::vector<Conflict> const& conflicts) {
   std::erase_if(changes, [&](Difference const& d) {
     return std::any_of(conflicts.begin(), conflicts.end(), [&](Conflict const& c) {
@@ -246,7 +246,7 @@ void Service::Impl::updateOther(Session& session, std::string const& committer) 
   std::vector<Difference> const mine = s.edits(), theirs = s.changes();
   Merged const merged = s.mergeWith(mine, theirs, Side::session);
   if (merged.conflicts.empty()) return updated(session.update().size());
-  s.tell(merged.conflicts);
+  s.report(merged.conflicts);
   s.notices.push_back(std::to_string(merged.conflicts.size()) + " conflicts with what " + committer +
                       " committed are to be resolved");
   std::vector<Difference> const harmless = withoutConflicts(theirs, merged.conflicts);

@@ -1,8 +1,9 @@
-// What an entity owns, keyed collections and queues.
+// Owned entities, keyed collections and queues.
 #include "service/Importer.h"
 #include "service/JsonKeys.h"
 #include "service/ModelHooks.h"
 #include "service/Walk.h"
+#include "service/WordReader.h"
 
 namespace Cli::Service {
 
@@ -88,8 +89,8 @@ void Importer::owned(Kel::Entity* owner, KelAttr const& attr, GenericIf::PtrCons
                      Kel::Entity* existing) {
   if (!json.is_object()) fail("an object expected, not " + std::string(json.type_name()));
   KelType const& type = typeIn(json, existing ? *existing->type() : *attr.type());
-  if (!type.isA(attr.type())) fail("a " + type.name().str() + " is no " + attr.type()->name().str());
-  if (type.isAbstract()) fail("a " + type.name().str() + " cannot be made");
+  if (!type.isA(attr.type())) fail(withArticle(type) + " is no " + attr.type()->name().str());
+  if (type.isAbstract()) fail(withArticle(type) + " cannot be made");
   bool const kept = existing && matches(*existing, type, json, &attr);
   Kel::Entity* e = kept ? existing : nullptr;
   auto const args = arguments(type, &attr, key, json);

@@ -7,6 +7,7 @@
 #include "service/PathWords.h"
 #include "service/Prototypes.h"
 #include "service/Walk.h"
+#include "service/WordReader.h"
 
 namespace Cli::Service {
 
@@ -62,8 +63,7 @@ void Importer::content(Kel::Entity* e, KelType const& type, Json const& json) {
   for (auto const& [name, value] : json.get_ref<Json::object_t const&>()) {
     if (name == "$type") continue;
     KelAttr const* const attr = type.findAttr(name);
-    if (!attr || attr->isFunction())
-      fail("a " + type.name().str() + " has no attribute '" + name + "'" + near(type, name));
+    if (!attr || attr->isFunction()) fail(withArticle(type) + " has no attribute '" + name + "'" + near(type, name));
     if (attr->ctorParam()) {
       parameter(e, *attr, name, value);
       continue;
@@ -168,7 +168,7 @@ void Importer::entry(Kel::Dir* dir, Kel::Name const& name, Json const& json) {
   KelType const* known = state ? KelType::find(state->entityTypeName()) : nullptr;
   KelType const& type = typeIn(json, known ? *known : *Kel::Dir::_fwkType());
   if (!json.is_object()) fail("an object expected, not " + std::string(json.type_name()));
-  if (!type.isMadeByName()) fail("a " + type.name().str() + " cannot be an entry of a directory");
+  if (!type.isMadeByName()) fail(withArticle(type) + " cannot be an entry of a directory");
   if (json.contains("$absent")) {
     if (write_ && undo_ && !fresh_) undo_->noteEntry(*dir, name);
     if (write_) dir->entryStateIs(name, type.fullTypeName());
@@ -294,7 +294,7 @@ void Importer::resolve(PendingReference& reference) {
     try {
       owner->attributeIs(attr.id(), was.key, nullptr);
     } catch (Kel::RangeException const&) {
-      owner->attributeDel(attr.id(), was.key);  // null is no member here
+      owner->attributeDel(attr.id(), was.key);  // null may not be a member here
     }
   }
 }

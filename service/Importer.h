@@ -14,16 +14,16 @@
 
 namespace Cli::Service {
 
-// The document, for the lines of what is refused.
+// The document, to find the lines of errors.
 struct Source {
   std::string file;
   std::string_view text;
 };
 
-// Goes through the JSON twice: first to check it, then to write.
+// Walks the JSON twice: first to check it, then to write it.
 class Importer {
  public:
-  // `undo`: notes what it takes to take the import back; null: nothing is noted.
+  // `undo` notes how to take the import back; null: nothing is noted.
   Importer(Kel::Dir::Ptr const& base, ImportOptions const& options, Source source, Undo* undo)
       : base_(base), options_(options), source_(std::move(source)), undo_(undo) {}
 
@@ -47,12 +47,12 @@ class Importer {
 
   Kel::KelType const& typeIn(Json const& json, Kel::KelType const& otherwise) const;
 
-  // `e` is null for one that is not there yet.
+  // `e` is null for an entity that does not exist yet.
   void content(Kel::Entity* e, Kel::KelType const& type, Json const& json);
 
   static std::string near(Kel::KelType const& type, std::string const& name);
 
-  // Parameters were given when the entity was made; of one that stays they are the same.
+  // Checks only: the parameters were given when the entity was made, and an entity that is kept has the same ones.
   void parameter(Kel::Entity* e, Kel::KelAttr const& attr, std::string const& name, Json const& value);
 
   void resetOthers(Kel::Entity& e, Json const& json);
@@ -68,7 +68,7 @@ class Importer {
   void removeEntry(Kel::Dir& dir, Kel::Name const& name);
   bool isRoot(std::string const& path) const;
 
-  // `dir` is null for one that is not there yet.
+  // `dir` is null for a directory that does not exist yet.
   void entry(Kel::Dir* dir, Kel::Name const& name, Json const& json);
 
   // --- Attributes ---
@@ -80,10 +80,10 @@ class Importer {
   void setValue(Kel::Entity* e, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
                 Kel::GenericIf::PtrConst const& value);
 
-  // References are resolved when everything is there. `value`: what is set at the place.
+  // Notes a reference, which is resolved last. `value`: what is set at the place.
   void pointer(Json const& target, Json const& value);
 
-  // The constructor arguments of a new entity; of a queue's item without the index.
+  // The constructor arguments of a new entity; for a queue's item, without the index.
   std::vector<Kel::GenericIf::PtrConst> arguments(Kel::KelType const& type, Kel::KelAttr const* holder,
                                                   Kel::GenericIf::PtrConst const& key, Json const& json);
   static Kel::GenericIf::PtrConst singletonName(Kel::KelAttr const& holder, Kel::KelArg const& arg);
@@ -91,17 +91,17 @@ class Importer {
   // Whether an entity has the type and the parameters that the JSON says.
   bool matches(Kel::Entity const& e, Kel::KelType const& type, Json const& json, Kel::KelAttr const* holder);
 
-  // A constructor parameter that points at what is yet to be made: the attribute's turn comes later.
+  // Whether a constructor parameter points to an entity that is yet to be made. Then the attribute is imported later.
   bool waitsForParameter(Kel::KelAttr const& attr, Json const& json) const;
 
-  // An owned entity: kept when it is there with these parameters, made otherwise.
+  // An owned entity. It is kept if it has these parameters, else made.
   void owned(Kel::Entity* owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key, Json const& json,
              Kel::Entity* existing);
 
   Kel::Entity* make(Kel::Entity& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
                     Kel::KelType const& type, std::vector<Kel::GenericIf::PtrConst> const& args);
 
-  // The attribute makes its own type only; what is derived from it is put there.
+  // The attribute makes entities of its own type only. One of a derived type is made first, and then put there.
   static Kel::Entity* makeDerived(Kel::Entity& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
                                   Kel::KelType const& type, std::vector<Kel::GenericIf::PtrConst> args);
 
@@ -115,10 +115,10 @@ class Importer {
 
   void removeOthers(Kel::Entity& e, Kel::KelAttr const& attr, std::unordered_set<std::string> const& named);
 
-  // `key` as in a path's step.
+  // `key`: as in a PathStep.
   void member(Kel::Entity* e, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key, Json const& json);
 
-  // What only the collection itself knows: whether the key must be the value's own, whether null may be a member.
+  // Asks the collection itself whether it takes the member: the key may have to be the value's own, or null be refused.
   void tryMember(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
                  Kel::GenericIf::PtrConst const& value) const;
 
@@ -126,7 +126,7 @@ class Importer {
 
   void queue(Kel::Entity* e, Kel::KelAttr const& attr, Json const& json);
 
-  // How many items at the head stay as they are, but for what is in them.
+  // How many items at the head are kept; their contents may change.
   std::size_t keptItems(std::vector<Kel::Entity*> const& items, Kel::KelAttr const& attr, Json const& json);
 
   void writeValues(Kel::Entity& e, Kel::KelAttr const& attr, std::vector<Kel::GenericIf::PtrConst> const& values);
@@ -134,10 +134,10 @@ class Importer {
   // Removes the items from a position on.
   void cutQueue(Kel::Entity& e, Kel::KelAttr const& attr, std::size_t from);
 
-  // One item that is there.
+  // Imports into an existing item.
   void item(Kel::KelAttr const& attr, Json const& json);
 
-  // --- What comes last ---
+  // --- References ---
 
   struct Late {
     Kel::Entity::Ptr owner;
@@ -155,7 +155,7 @@ class Importer {
   void finish();
 
   void resolve(PendingReference& reference);
-  // Before a write.
+  // Call one of these before a write; they note it in `undo`.
   void before(Kel::Entity& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key = nullptr);
   void beforeAll(Kel::Entity& owner, Kel::KelAttr const& attr);
   void beforePending();
@@ -166,7 +166,7 @@ class Importer {
   Source source_;
   ImportReport report_;
   Undo* undo_;
-  bool fresh_ = false;  // in an entity that was made here, and goes as a whole
+  bool fresh_ = false;  // in an entity that this import made, and that is taken back as a whole
   bool write_ = false, lastCall_ = false;
   Path at_;
   JsonPlace in_;
@@ -175,7 +175,7 @@ class Importer {
   Departed departed_;
 };
 
-// importJson as part of a change that somebody else takes back.
+// importJson as a part of a change that the caller takes back.
 ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options = {});
 
 }  // namespace Cli::Service

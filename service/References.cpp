@@ -6,6 +6,7 @@
 #include "service/Commands.h"
 #include "service/JsonTree.h"
 #include "service/Undo.h"
+#include "service/WordReader.h"
 
 namespace Cli::Service {
 
@@ -70,7 +71,7 @@ std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base)
 namespace {
 
 std::string wrongType(Kel::Entity const& target, Kel::KelType const& wanted) {
-  return "'" + target.name().str() + "' is a " + target.type()->name().str() + ", not a " + wanted.name().str();
+  return "'" + target.name().str() + "' is " + withArticle(*target.type()) + ", not " + withArticle(wanted);
 }
 
 constexpr char const* noEntity = "there is no such entity";
@@ -144,9 +145,8 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
       GenericIf::Ptr const value = owner->attribute(attr.id(), reference.key);
       GenericIf::Ptr const key = GenericIf::ofEntity(target);
       owner->attributeDel(attr.id(), reference.key);
-      // What was entered under the successor since then stands.
-      if (!attr.access().iterator(attr, *reference.owner, key.ptr())->nonNull())
-        owner->attributeIs(attr.id(), key, value);
+      // A member that was set under the successor meanwhile stays.
+      if (!hasMember(*reference.owner, attr, key.ptr())) owner->attributeIs(attr.id(), key, value);
     } else if (fits) {
       owner->attributeIs(attr.id(), reference.key, GenericIf::ofEntity(target));
     } else if (place) {
@@ -179,7 +179,7 @@ void PendingReferences::add(PendingReference reference) {
     list_.insert(at, std::move(reference));
 }
 
-// What is below a place stands right behind it.
+// The list is sorted, so what is below a place comes right after it.
 std::span<PendingReference const> PendingReferences::within(Path const& top) const {
   auto const first = std::lower_bound(list_.begin(), list_.end(), top, isBefore);
   auto last = first;
@@ -200,7 +200,7 @@ PendingReference const* PendingReferences::find(Path const& place) const {
 
 namespace {
 
-// Removes from a collection the members whose pointer key leads to what is no longer in the tree.
+// Removes the members of a collection whose pointer keys have left the tree.
 void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
   std::vector<GenericIf::PtrConst> gone;
   eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {

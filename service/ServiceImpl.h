@@ -32,7 +32,7 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
 
   // --- Trees ---
   Tree treeAt(Kel::Dir::Ptr const& dir) const { return {dir, &rootPaths}; }
-  // A directory with empty session roots, which goes with the handle that is answered.
+  // A directory with empty session roots; it is deleted with the result.
   class Scratch;
   std::unique_ptr<Scratch> scratch();
   // Copies all session roots, by the copy engine.
@@ -51,7 +51,7 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
                       std::vector<Difference> const& differences) const;
   void append(CommitRecord const& record);
   void takeSnapshotIfDue() noexcept;
-  // Answers what could not be done.
+  // Answers the failures that did not stop it.
   std::vector<std::string> undoUnconfirmed(bool keepEdits);
   void keepUndone(Session::Impl& session, Kel::U64 number, std::vector<std::string>& reports) noexcept;
   // Running after a commit, in a scratch tree.
@@ -90,12 +90,12 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
   CommitStore* store;
   Kel::U64 last = 0, lastSnapshot = 0;
   std::optional<Unconfirmed> unconfirmed;
-  std::optional<CommitRecord> owed;  // of an undoing that the store has not taken yet
+  std::optional<CommitRecord> owed;  // an undoing that the store refused; it is appended before the next commit
   std::vector<Registration> participants;
   std::vector<Constraint> constraints;
   std::map<std::string, std::unique_ptr<Session>> sessions;
-  std::vector<std::unique_ptr<Session>> ended;  // may still be in use further up
-  int underWay = 0;                             // updates and commits
+  std::vector<std::unique_ptr<Session>> ended;  // callers may still use them
+  int underWay = 0;                             // how many updates and commits are running
   std::deque<std::tuple<std::string, Kel::U32, Kel::U32>> postponed;
   double lastProcessPoll = 0;
   unsigned scratches = 0;
@@ -114,12 +114,12 @@ class Service::Impl::Scratch {
   std::string name_;
 };
 
-// What the exception that is being handled says.
+// The message of the exception that is being handled.
 std::string whatHappened();
-// Adds to a report what the exception that is being handled says. Does not raise: without memory it is left out.
+// Adds the message of the exception that is being handled to a report. If there is no memory, leaves it out.
 void reportTo(std::vector<std::string>& report, char const* before = "") noexcept;
 
-// Around what others have to wait for.
+// An update or commit in progress: requests have to wait for its end.
 class UnderWay {
  public:
   explicit UnderWay(Service::Impl& service);

@@ -13,7 +13,7 @@ using Kel::Entity;
 using Kel::GenericIf;
 using Kel::KelAttr;
 
-// --- What is there ---
+// --- The present content ---
 
 Undo::Member Undo::memberAt(Entity const& owner, KelAttr const& attr, GenericIf::PtrConst const& key) {
   Member member;
@@ -27,7 +27,7 @@ Undo::Member Undo::memberAt(Entity const& owner, KelAttr const& attr, GenericIf:
       member.value = GenericIf::ofEntity(Entity::Ptr(target));
     return member;
   }
-  member.there = !attr.isCollection() || attr.access().iterator(attr, owner, key.ptr())->nonNull();
+  member.there = !attr.isCollection() || hasMember(owner, attr, key.ptr());
   if (!member.there) return member;
   GenericIf::Ptr const value = attr.access().get(attr, &owner, key.ptr(), false);
   if (attr.instantiating())
@@ -111,7 +111,7 @@ void Undo::notePending(PendingReferences& pending) {
   pending_ = &pending;
 }
 
-// An entity that leaves its tree loses the pointers that it and what is below it hold.
+// Notes the pointers of an entity and of what is below it, because these drop them when the entity leaves its tree.
 void Undo::notePointersBelow(Entity& leaving) {
   if (!leaving.type()->pointersBelow()) return;
   for (KelAttr const* attr : leaving.type()->ptrAttrs())
@@ -126,7 +126,7 @@ void Undo::notePointersBelow(Entity& leaving) {
   eachOwned(leaving, [&](Entity const& child) { notePointersBelow(const_cast<Entity&>(child)); });
 }
 
-// --- Back ---
+// --- Taking back ---
 
 bool Undo::takeBack() noexcept {
   constexpr int rounds = 4;  // what fails once may not fail again

@@ -9,21 +9,21 @@
 
 namespace Cli::Service {
 
-// Notes what is there before each write. Entities that left the tree come back as the same objects, with the pointers
-// that they held.
+// Call a `note` operation before each write. `takeBack` restores what was noted; entities that have left the tree come
+// back as the same objects, with their pointers.
 class Undo {
  public:
-  // An attribute that is no collection; or the member under a key, as it is in this tree.
+  // Notes an attribute that is not a collection, or the member under a key of this tree.
   void note(Kel::Entity& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key = nullptr);
-  // A whole collection or queue.
+  // Notes a whole collection or queue.
   void noteAll(Kel::Entity& owner, Kel::KelAttr const& attr);
-  // All that an entity has besides what it owns.
+  // Notes the content of an entity, without the entities that it owns.
   void noteContent(Kel::Entity& entity);
   void noteEntry(Kel::Dir& dir, Kel::Name const& name);
   void notePending(PendingReferences& pending);
 
-  // Makes everything that was noted what it was. Does not raise: a step that fails is tried again, and then left.
-  // Answers whether all went well.
+  // Restores everything that was noted. A step that fails is tried again, a few times. Answers whether every step
+  // succeeded.
   bool takeBack() noexcept;
 
  private:

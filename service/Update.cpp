@@ -1,4 +1,4 @@
-// Updates, and what gives a session another content.
+// Updates, and operations that replace the content of a session.
 #include <algorithm>
 #include <string_view>
 
@@ -9,7 +9,7 @@ namespace Cli::Service {
 
 namespace {
 
-// Carries two lists out, each on its tree: both or none.
+// Applies two lists, each to its tree: both or none.
 void writeBoth(Applying& first, Applying& second) {
   try {
     first.write();
@@ -40,12 +40,12 @@ std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
   if (theirs.empty()) return {};
   Merged merged = s.mergeWith(mine, theirs, sideOf(mode));
   if (mode == UpdateMode::revertOnConflict && !merged.conflicts.empty()) {
-    s.tell(merged.conflicts);
+    s.report(merged.conflicts);
     throw ConflictError(merged.conflicts);
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
   writeBoth(toSession, toAncestor);
-  // From here on nothing fails any more.
+  // Nothing can fail from here on.
   if (path.empty()) {
     s.changesFrom = EqualPoint(s.ancestor, s.service.treeAt(s.service.running));
     s.forgetSettled();
@@ -88,7 +88,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   std::vector<Difference> mine = s.edits();
   std::vector<Difference> back;
   if (path && !path->empty()) {
-    // Of what was created or deleted as a whole, a part cannot be.
+    // A part of an entity that was created or deleted as a whole cannot be discarded.
     std::vector<Difference> const chosen = within(mine, *path);
     back = within(Differ(s.tree, s.ancestor, nullptr).run(), *path);
     if (chosen.empty()) {
@@ -102,7 +102,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
     back = inverse(mine);
   }
   std::string const place = path ? path->text() : std::string();
-  // Keys are paths, and positions behind a zero byte.
+  // A key is a path, for some conflicts followed by a zero byte and a position.
   auto const isWithin = [&](auto const& known) {
     std::string const& key = known.first;
     if (key.compare(0, place.size(), place) != 0) return false;
@@ -111,7 +111,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   s.edit(back);
   if (!place.empty()) {
     std::erase_if(s.settled, isWithin);
-    std::erase_if(s.told, isWithin);
+    std::erase_if(s.reported, isWithin);
     s.pending.erase(*path);
   } else {
     s.forgetSettled();
@@ -128,7 +128,7 @@ std::size_t Session::clear() {
     s.status->clearsInc();
     s.status->clearedIs(true);
   } catch (...) {
-    // What reactors raise there concerns nobody here.
+    // Exceptions of reactors are ignored here.
   }
   return dropped;
 }

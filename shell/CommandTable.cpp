@@ -1,8 +1,5 @@
 #include "CommandTable.h"
 
-#include <algorithm>
-#include <map>
-
 namespace Shell {
 
 namespace {
@@ -46,7 +43,7 @@ std::vector<Command> const& commandTable() {
 
       {changes, "show diff " CLI_AGAINST, "the edits of this session; or what differs from something else", showDiff},
       {changes, "compare", "whether the session differs from running, and where first", compare},
-      {changes, "discard [PATH]", "take edits back, all or those below a path", discard},
+      {changes, "discard [PATH]", "undo edits, all or those below a path", discard},
       {changes, "clear", "edit towards the clean configuration", clear},
       {changes, "update [prefer-candidate | prefer-running | revert-on-conflict]",
        "take over what others have committed", update},
@@ -63,7 +60,8 @@ std::vector<Command> const& commandTable() {
       {running, "show commit NUMBER [as (tree | commands | json)]", "what a commit changed", showCommit},
       {running, "diff NUMBER (NUMBER2 | running) [as (tree | commands | json)]", "what differs between two commits",
        diffCommits},
-      {running, "rollback NUMBER", "edit towards the configuration of a commit", rollback},
+      {running, "rollback NUMBER", "undo commits: edit towards the configuration after commit NUMBER, to be committed",
+       rollback},
 
       {files, "load (merge | replace) FILE [PATH]", "take a file's configuration into the session", load},
       {files, "save FILE [as (json | commands)]", "write the session's configuration to a file", save},
@@ -82,33 +80,6 @@ std::vector<Command> const& commandTable() {
       {other, "exit", "leave", quit},
   };
   return table;
-}
-
-std::string argumentHelp(std::string const& argument) {
-  static std::map<std::string, char const*> const texts = {
-      {"ACTION", "trace, assert or none"},
-      {"ATTRIBUTE", "TYPE::ATTRIBUTE, as in Acme::Port::mtu"},
-      {"COMMENT", "a comment, in the history"},
-      {"EDIT", "set or del"},
-      {"FILE", "a file"},
-      {"FROM", "the item's position; 0 is the first"},
-      {"ID", "a word by which any session may confirm"},
-      {"NAME", "a name"},
-      {"NUMBER", "the number of a commit; 0 is the configuration before the first"},
-      {"NUMBER2", "the number of another commit"},
-      {"PATH", "a place, word by word or dotted: network ports, network/ports.port"},
-      {"PLACE", "a path in the session, in the dotted form"},
-      {"SECONDS", "how long to wait, in seconds"},
-      {"SESSION", "the name of a session"},
-      {"SETTING", "NAME/LEVELS, as in EntityCopy/0-4; off"},
-      {"TEXT", "a text to look for"},
-      {"TO", "the position that it gets"},
-      {"VALUE", "a value"},
-      {"WORD", "the beginning of a command"},
-      {"COUNT", "a number of lines"},
-  };
-  auto const found = texts.find(argument);
-  return found == texts.end() ? "" : found->second;
 }
 
 std::vector<std::string> const& filterUsages() {
@@ -135,7 +106,10 @@ Grammar const& commandGrammar() {
   static Grammar const grammar = [] {
     std::vector<std::string> usages;
     for (Command const& command : commandTable()) usages.emplace_back(command.usage);
-    return Grammar(std::move(usages));
+    return Grammar(std::move(usages), [](std::string const& word) {
+      std::string const instead = insteadOf(word);
+      return "no such command; " + (instead.empty() ? "'help' lists them" : instead);
+    });
   }();
   return grammar;
 }
@@ -143,64 +117,6 @@ Grammar const& commandGrammar() {
 Grammar const& filterGrammar() {
   static Grammar const grammar(filterUsages());
   return grammar;
-}
-
-namespace {
-
-// The keywords that a usage begins with.
-std::vector<std::string> beginning(std::string const& usage) {
-  std::vector<std::string> words = texts(splitLine(usage).words);
-  auto const end = std::find_if(words.begin(), words.end(), [](std::string const& word) {
-    return word.front() == '[' || word.front() == '(' || (word.front() >= 'A' && word.front() <= 'Z');
-  });
-  words.erase(end, words.end());
-  return words;
-}
-
-bool beginsWith(Command const& command, std::vector<std::string> const& words) {
-  std::vector<std::string> const own = beginning(command.usage);
-  if (words.size() > own.size()) return false;
-  for (std::size_t i = 0; i < words.size(); ++i)
-    if (own[i].compare(0, words[i].size(), words[i]) != 0) return false;
-  return true;
-}
-
-std::string oneLine(Command const& command, Paint const& paint) {
-  constexpr std::size_t wide = 44;
-  std::string const usage = command.usage;
-  std::string const gap =
-      usage.size() < wide ? std::string(wide - usage.size(), ' ') : "\n" + std::string(wide + 2, ' ');
-  return "  " + paint(Style::name, usage) + gap + command.summary + "\n";
-}
-
-}  // namespace
-
-std::string helpText(std::vector<std::string> const& words, Paint const& paint) {
-  std::string out, group;
-  for (Command const& command : commandTable()) {
-    if (!beginsWith(command, words)) continue;
-    if (group != command.group) {
-      out += (out.empty() ? "" : "\n") + paint(Style::heading, command.group) + "\n";
-      group = command.group;
-    }
-    out += oneLine(command, paint);
-  }
-  if (out.empty()) {
-    std::string text;
-    for (std::string const& word : words) text += (text.empty() ? "" : " ") + shown(word);
-    throw CommandError("'" + text + "': no command begins so; 'help' lists all of them");
-  }
-  if (!words.empty()) return out;
-  out +=
-      "\nKeywords and paths may be abbreviated; a path is typed word by word (network ports port Ethernet0 mtu) or\n"
-      "dotted (network/ports.port/Ethernet0.mtu). Tab completes, '?' says what may come next. Any output can be\n"
-      "filtered: show network ports | include up\n";
-  return out;
-}
-
-Outcome help(Context& context, Arguments const& arguments) {
-  context.out << helpText(arguments.words("WORD"), context.paint);
-  return Outcome::ok;
 }
 
 }  // namespace Shell

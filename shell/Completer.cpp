@@ -14,9 +14,10 @@ namespace Service = Cli::Service;
 struct Completer::Options {
   std::size_t wordBegin = 0;
   std::vector<Candidate> candidates;
-  std::vector<Candidate> arguments;  // what cannot be listed: the argument in capitals, and its explanation
+  std::vector<Candidate> arguments;  // arguments that cannot be listed: the name in capitals, and its explanation
   bool mayEnd = false;
-  bool more = false;  // candidates than there are here
+  std::string refusal;  // why the path that was typed leads nowhere
+  bool more = false;    // there are more candidates than these
 };
 
 namespace {
@@ -38,15 +39,15 @@ void addFiles(std::vector<Candidate>& candidates, std::string const& partial) {
   std::sort(candidates.begin(), candidates.end(), [](auto const& a, auto const& b) { return a.word < b.word; });
 }
 
-std::string summaryOf(Grammar::Expected const& expected, bool filter) {
+std::string summaryOf(Grammar::Expected const& expected, std::vector<Word> const& before, bool filter) {
   if (filter) return filterSummary(expected.rules.front());
-  if (expected.rules.size() == 1) return commandTable()[expected.rules.front()].summary;
-  return "";
+  return keywordHelp(expected.keyword, texts(before), expected.rules);
 }
 
 Service::CompletionFor purpose(std::vector<std::size_t> const& rules) {
   Run* const run = commandTable()[rules.front()].run;
-  if (run == set || run == create || run == insert || run == move) return Service::CompletionFor::set;
+  if (run == set || run == create) return Service::CompletionFor::set;
+  if (run == insert) return Service::CompletionFor::insert;
   if (run == del) return Service::CompletionFor::remove;
   return Service::CompletionFor::path;
 }
@@ -60,8 +61,11 @@ void Completer::addPath(Options& options, std::vector<std::string> const& words,
     return;
   }
   Service::Candidates const found = Service::complete(context_.base(), context_.at(), words, purpose(rules));
-  for (Service::Candidate const& each : found.list) options.candidates.push_back({asWord(each.word), each.explanation});
+  for (Service::Candidate const& each : found.list)
+    options.candidates.push_back({asWord(each.word), each.explanation, !each.goesOn});
   if (!found.hint.empty()) options.arguments.push_back({"VALUE", found.hint});
+  options.refusal = found.refusal;
+  options.mayEnd = options.mayEnd && found.mayEnd;
   options.more = options.more || found.more;
 }
 
@@ -74,7 +78,9 @@ void Completer::addArgument(Options& options, std::string const& argument, std::
   } else if (argument == "NUMBER" || argument == "NUMBER2") {
     for (auto const& record : context_.service().history())
       if (begins(std::to_string(record.number), partial))
-        options.candidates.push_back({std::to_string(record.number), shown(record.comment)});
+        options.candidates.push_back(
+            {std::to_string(record.number), timeText(record.time) + "  " + shown(record.comment)});
+    if (begins("0", partial)) options.candidates.push_back({"0", "before the first commit"});
   } else if (argument == "WORD") {
     for (Command const& command : commandTable()) {
       std::string const word = texts(splitLine(command.usage).words).front();
@@ -110,7 +116,7 @@ Completer::Options Completer::options(std::string const& text) {
   for (Grammar::Expected const& expected : next.expected) {
     if (expected.isKeyword()) {
       if (!quoted && begins(expected.keyword, partial))
-        out.candidates.push_back({expected.keyword, summaryOf(expected, filter)});
+        out.candidates.push_back({expected.keyword, summaryOf(expected, words, filter)});
       continue;
     }
     bool const place = expected.argument == "PATH" || expected.argument == "VALUE";
@@ -120,8 +126,9 @@ Completer::Options Completer::options(std::string const& text) {
     }
     if (pathDone) continue;
     pathDone = true;
-    // A value is known by the path in front of it: both are completed as one.
-    bool const whole = purpose(expected.rules) == Service::CompletionFor::set;
+    // What a value may be depends on the path before it, so both are completed together.
+    auto const what = purpose(expected.rules);
+    bool const whole = what == Service::CompletionFor::set || what == Service::CompletionFor::insert;
     std::vector<std::string> before = expected.before;
     if (whole) {
       before = texts(words);
@@ -164,7 +171,7 @@ std::string Completer::help(std::string const& line) {
     }
     if (cut) out += "  ...\n";
     if (found.mayEnd) out += "  <return>\n";
-    if (out.empty()) out = "  nothing can follow\n";
+    if (out.empty()) out = "  " + (found.refusal.empty() ? "nothing can follow" : shown(found.refusal)) + "\n";
     return out;
   } catch (std::exception const& e) {
     return std::string("  ") + e.what() + "\n";

@@ -1,5 +1,9 @@
 #include "Device.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -27,6 +31,7 @@ std::unique_ptr<Service::CommitStore> openStore(std::string const& dir) {
   std::error_code error;
   std::filesystem::create_directories(dir, error);
   if (error) throw ModelError(dir + ": cannot be made: " + error.message());
+  if (::access(dir.c_str(), W_OK | X_OK) != 0) throw ModelError(dir + ": cannot be written: " + std::strerror(errno));
   return std::make_unique<Service::SqliteStore>((std::filesystem::path(dir) / "commits.db").string());
 }
 
@@ -34,7 +39,7 @@ std::unique_ptr<Service::CommitStore> openStore(std::string const& dir) {
 
 Device::Device(Model const& model, Settings const& settings) : model_(model), top_(Kel::dirFactory("")) {
   running_ = Kel::Dir::Ptr(new Kel::Dir("running", top_.ptr()));
-  std::string const name = settings.file == "-" ? "standard input" : settings.file;
+  std::string const name = fileTitle(settings.file);
   report_ = loadConfiguration(model, settings.text.empty() ? readConfiguration(settings.file) : settings.text, name,
                               running_, pending);
   Service::Options options;
@@ -50,6 +55,8 @@ Device::Device(Model const& model, Settings const& settings) : model_(model), to
 }
 
 Device::~Device() = default;
+
+std::string fileTitle(std::string const& file) { return file == "-" ? "standard input" : file; }
 
 std::string readConfiguration(std::string const& file) {
   std::ostringstream text;

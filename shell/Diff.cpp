@@ -17,13 +17,14 @@ int runDiff(Model const& model, DiffOptions const& options) {
   auto const load = [&](std::string const& file) {
     Kel::Dir::Ptr const dir = Kel::dirFactory("configuration");
     Service::PendingReferences ignored;
-    loadConfiguration(model, readConfiguration(file), file == "-" ? "standard input" : file, dir, ignored);
+    loadConfiguration(model, readConfiguration(file), fileTitle(file), dir, ignored);
     return dir;
   };
   Service::Tree const from{load(options.from), &roots}, to{load(options.to), &roots};
   auto const found = Service::differences(from, to);
   DiffForm const form = options.commands ? DiffForm::commands : options.json ? DiffForm::json : DiffForm::tree;
-  std::cout << diffText(found, form, Paint(Paint::wanted(STDOUT_FILENO)));
+  std::cout << diffText(found, form, Paint(Paint::wanted(STDOUT_FILENO))) << std::flush;
+  if (!std::cout) throw std::runtime_error("the output cannot be written");
   return found.empty() ? 0 : 1;
 }
 

@@ -18,21 +18,8 @@ std::vector<std::string> commandWords(std::string const& command, Arguments cons
   return words;
 }
 
-// An absolute path leads to any entity of the process: a session's references stay in the session.
-void refuseOutside(Context& context, std::vector<std::string> const& words) {
-  Service::WordRules rules;
-  rules.create = true;
-  std::vector<std::string> const typed(words.begin() + 1, words.end());
-  auto const place = Service::readPath(context.base(), context.at(), typed, rules);
-  Kel::KelAttr const* const attr = place.path.empty() ? nullptr : place.path.steps.back().attr;
-  if (!attr || !attr->isPtr() || place.used >= typed.size()) return;
-  std::string const& target = typed[place.used];
-  if (!target.empty() && target.front() == '/') throw CommandError("'" + shown(target) + "' leads out of the session");
-}
-
 Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Session& session = context.session();
-  if (words.front() == "set" || words.front() == "insert") refuseOutside(context, words);
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
   session.edited(applied.path);
@@ -74,7 +61,7 @@ Outcome create(Context& context, Arguments const& arguments) {
 
 namespace {
 
-// Carries an entity over to another key: its content, and the pointers to it and below it.
+// Copies an entity to another key: its content, and the pointers to it and below it.
 void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Service::PendingReferences& pending) {
   Kel::Entity::Ptr const entity = Service::entityAt(tree.dir, from);
   std::vector<std::pair<Path, std::string>> pointers;
@@ -126,7 +113,7 @@ Outcome rename(Context& context, Arguments const& arguments) {
   return Outcome::ok;
 }
 
-// --- Where commands work ---
+// --- The path of `edit` ---
 
 Outcome edit(Context& context, Arguments const& arguments) {
   Path const path = context.path(arguments.words("PATH"));

@@ -4,6 +4,8 @@
 
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 
 #include "CommandTable.h"
 #include "Completer.h"
@@ -36,14 +38,16 @@ class Front {
     std::cerr << remarksText(report, false);
     if (auto const last = context_.service().lastCommit()) std::cout << "running is as after commit " << last << "\n";
     std::cout.flush();
+    if (!std::cout) throw std::runtime_error("the output cannot be written");
   }
 
-  // One command after the other, until there are no more, one says to stop, or one fails. False: it is over.
+  // Runs commands until there are no more, one ends the program, or one fails. False: the program ends.
   bool run(Script& script) {
     for (std::string line; script.next(line);) {
       if (options_.echo) std::cout << (line.empty() || line.front() == '#' ? "" : "> ") << line << std::endl;
       Interpreter::Answer const answer = runOne(line);
       std::cout << answer.output << std::flush;
+      if (!std::cout) throw std::runtime_error("the output cannot be written");
       if (!answer.error.empty()) std::cerr << script.place() << answer.error << std::flush;
       if (answer.outcome == Outcome::quit) return false;
       status_ = static_cast<int>(answer.outcome);
@@ -59,7 +63,10 @@ class Front {
     callbacks.help = [&](std::string const& line) { return completer.help(line); };
     callbacks.idle = [&] { return news(); };
     Terminal terminal(std::move(callbacks), Terminal::defaultHistoryFile());
-    context_.confirm = [&](std::string const& question) { return terminal.confirm(question); };
+    context_.confirm = [&](std::string const& question) {
+      progress_.reset();  // waiting for the user does not count as the command's time
+      return terminal.confirm(question);
+    };
     std::cout << "'help' lists the commands, '?' says what may come next, Tab completes.\n";
     if (!context_.hasSession()) std::cout << "'session open NAME' opens a private copy to edit.\n";
     for (;;) {
@@ -82,11 +89,13 @@ class Front {
  private:
   Interpreter::Answer runOne(std::string const& line) {
     context_.service().poll();
-    Progress const progress(line, context_.terminal && ::isatty(STDERR_FILENO));
-    return interpreter_.run(line);
+    progress_.emplace(shown(line), context_.terminal && ::isatty(STDERR_FILENO));
+    Interpreter::Answer answer = interpreter_.run(line);
+    progress_.reset();
+    return answer;
   }
 
-  // A command that was typed. False: leave.
+  // Runs a typed command. False: the program ends.
   bool execute(std::string const& line) {
     context_.width = static_cast<std::size_t>(screenSize().columns);
     Interpreter::Answer const answer = runOne(line);
@@ -122,7 +131,7 @@ class Front {
     return context_.paint(Style::prompt, text) + "> ";
   }
 
-  // Asks, when edits would be lost.
+  // Asks if edits would be lost.
   bool mayLeave() {
     std::size_t edits = 0;
     for (auto const& listed : context_.service().list())
@@ -134,6 +143,7 @@ class Front {
   FrontOptions const& options_;
   Context context_;
   Interpreter interpreter_;
+  std::optional<Progress> progress_;
   int status_ = 0;
 };
 
@@ -144,7 +154,12 @@ int runFront(Device& device, std::string const& file, FrontOptions const& option
   front.greet(file);
   bool const given = !options.commands.empty() || !options.script.empty();
   if (!options.commands.empty() && !front.run(*Script::ofCommands(options.commands))) return front.status();
-  if (!options.script.empty()) front.run(*Script::ofFile(options.script));
+  if (!options.script.empty()) {
+    bool const input = options.script == "-";
+    if (input && options.configFromInput)
+      throw std::runtime_error("standard input is either the configuration or the script");
+    front.run(input ? *Script::ofStream(std::cin, "standard input") : *Script::ofFile(options.script));
+  }
   if (given || options.configFromInput) return front.status();
   if (::isatty(STDIN_FILENO))
     front.converse();

@@ -110,7 +110,8 @@ class Grammar::Compiler {
   std::string_view rest_;
 };
 
-Grammar::Grammar(std::vector<std::string> usages) : usages_(std::move(usages)) {
+Grammar::Grammar(std::vector<std::string> usages, Unknown unknown)
+    : usages_(std::move(usages)), unknown_(std::move(unknown)) {
   for (std::string const& usage : usages_) {
     states_.emplace_back();
     starts_.push_back(states_.size() - 1);
@@ -133,7 +134,7 @@ std::vector<Grammar::Thread> Grammar::start() const {
   return threads;
 }
 
-// Adds what is reached without a word.
+// Adds the states that are reached without a word.
 void Grammar::follow(std::vector<Thread>& threads) const {
   std::set<std::size_t> seen;
   for (Thread const& thread : threads) seen.insert(thread.state);
@@ -199,10 +200,10 @@ std::vector<Grammar::Thread> Grammar::step(std::vector<Thread> const& threads, W
         next.arguments.add(edge.word, word.text);
         out.push_back(std::move(next));
       } else if (edge.kind == Edge::Kind::argument) {
-        // In the middle of a path a keyword may be the path's next word as well.
+        // In the middle of a path, a word that is a keyword may also be the path's next word.
         bool const goesOn = thread.lastArgument == edge.word;
         if (byKeyword && !goesOn) continue;
-        // A path that leads nowhere is refused by whoever knows why.
+        // A path that leads nowhere is accepted here, and refused later with the reason.
         bool const lenient = edge.word == "PATH" && !taken && !byKeyword;
         if (!lenient && !accepts(edge.word, before(thread, edge), word.text)) continue;
         Thread next{edge.to, thread.rule, thread.arguments, before(thread, edge), edge.word};
@@ -212,24 +213,29 @@ std::vector<Grammar::Thread> Grammar::step(std::vector<Thread> const& threads, W
       }
     }
   if (out.empty()) {
-    if (number == 0) throw UsageError("'" + shown(word.text) + "': no such command; 'help' lists them");
+    if (number == 0 && unknown_) throw UsageError("'" + shown(word.text) + "': " + unknown_(word.text));
     refuse(threads, &word);
   }
   follow(out);
   return out;
 }
 
-Grammar::Match Grammar::match(std::vector<Word> const& words, Accepts const& accepts) const {
+std::vector<Grammar::Thread> Grammar::read(std::vector<Word> const& words, Accepts const& accepts) const {
+  if (words.size() > maxWords) throw UsageError("a command has at most " + std::to_string(maxWords) + " words");
   std::vector<Thread> threads = start();
   for (std::size_t i = 0; i < words.size(); ++i) threads = step(threads, words[i], i, accepts);
+  return threads;
+}
+
+Grammar::Match Grammar::match(std::vector<Word> const& words, Accepts const& accepts) const {
+  std::vector<Thread> threads = read(words, accepts);
   for (Thread& thread : threads)
     if (thread.state == accepting_[thread.rule]) return {thread.rule, std::move(thread.arguments)};
   refuse(threads, nullptr);
 }
 
 Grammar::Next Grammar::next(std::vector<Word> const& words, Accepts const& accepts) const {
-  std::vector<Thread> threads = start();
-  for (std::size_t i = 0; i < words.size(); ++i) threads = step(threads, words[i], i, accepts);
+  std::vector<Thread> threads = read(words, accepts);
   std::sort(threads.begin(), threads.end(), [](Thread const& a, Thread const& b) { return a.rule < b.rule; });
   Next out;
   for (Thread const& thread : threads) {

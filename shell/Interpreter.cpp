@@ -21,12 +21,12 @@ bool isNumber(std::string const& word) {
 bool leadsOn(Context& context, std::vector<std::string> words, std::string const& word) {
   if (!context.hasSession()) return true;  // the command says that there is no session
   words.push_back(word);
+  // Exact words are found at once; only then every key is looked at.
   try {
-    return !Service::complete(context.base(), context.at(), words, Service::CompletionFor::path, 1).list.empty() ||
-           Service::readPath(context.base(), context.at(), words).used == words.size();
+    if (Service::readPath(context.base(), context.at(), words).used == words.size()) return true;
   } catch (Service::InputError const&) {
-    return false;
   }
+  return !Service::complete(context.base(), context.at(), words, Service::CompletionFor::path, 1).list.empty();
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Looking at the configuration.
+// Commands that show the configuration.
 #include <algorithm>
 #include <map>
 
@@ -6,6 +6,7 @@
 #include "TextTable.h"
 #include "TreeView.h"
 #include "Words.h"
+#include "service/PathWords.h"
 
 namespace Shell {
 
@@ -44,8 +45,10 @@ Outcome showReferences(Context& context, Arguments const& arguments) {
   Path const path = context.pathOrHere(arguments.words("PATH"));
   Kel::Entity::Ptr const entity = Service::entityAt(context.base(), path);
   if (!entity) throw CommandError(shown(path.text()) + " is no entity; nothing can point at it");
-  std::vector<Path> const references = Service::referencesTo(context.base(), *entity);
-  for (Path const& reference : references) context.out << shown(reference.text()) << "\n";
+  std::vector<std::string> references;
+  for (Path const& reference : Service::referencesTo(context.base(), *entity)) references.push_back(reference.text());
+  std::sort(references.begin(), references.end(), Service::naturalLess);
+  for (std::string const& reference : references) context.out << shown(reference) << "\n";
   if (references.empty()) context.out << "nothing points at " << shown(path.text()) << "\n";
   return Outcome::ok;
 }
@@ -54,7 +57,7 @@ Outcome showReferences(Context& context, Arguments const& arguments) {
 
 namespace {
 
-// How many entities there are from `top` down, and how many attributes they hold: values, set pointers and members.
+// Counts the entities from `top` down, and their contents: values, set pointers and members.
 struct Counts {
   std::size_t entities = 0, attributes = 0;
 };
@@ -102,7 +105,7 @@ Outcome showRoots(Context& context, Arguments const&) {
   return Outcome::ok;
 }
 
-// --- What the file had that was not taken as it stands ---
+// --- Remarks on the file ---
 
 std::string remarksText(LoadReport const& report, bool all) {
   std::string out;

@@ -57,7 +57,7 @@ std::string pathOfEntry(Table const& table, std::string_view name) {
   return std::string(table.root) + "." + table.attribute + "/" + std::string(name);
 }
 
-// What a key must look like: "VLAN|PORT".
+// The form of a table's keys, for messages: "VLAN|PORT".
 std::string form(std::vector<KeyPart> const& parts) {
   std::string text;
   for (KeyPart const& part : parts)
@@ -77,7 +77,7 @@ std::string checkedPart(KelType const& type, KeyPart const& part, std::string co
   return *canonical;
 }
 
-// The parts of the table's own keys: that of a child is left out.
+// The parts of a key without that of a child.
 std::vector<KeyPart> ownParts(Table const& table) {
   std::vector<KeyPart> parts = table.keyParts();
   if (!parts.back().child.empty()) parts.pop_back();
@@ -96,7 +96,7 @@ std::string keyOf(Table const& table, KelAttr const& attr, std::string_view text
   return key;
 }
 
-// --- What follows from a key ---
+// --- Attributes that are derived from a key ---
 
 bool implies(KelAttr const& attr, std::string_view text) {
   for (Table const* table : tablesOf(*attr.type()))
@@ -134,12 +134,22 @@ void fillPart(Kel::Dir::Ptr const& base, Kel::Entity& made, std::string const& a
   notePresence(made, attr, true);
 }
 
+Cli::Service::KeyForm keyForm(Table const& table, KelAttr const& holder) {
+  std::vector<KeyPart> const parts = ownParts(table);
+  Cli::Service::KeyForm found;
+  found.text = form(parts);
+  for (KeyPart const& part : parts)
+    found.parts.push_back(part.attribute.empty() ? nullptr : holder.type()->getAttr(part.attribute));
+  return found;
+}
+
 EntityHooks hooksFor(Table const& table) {
   EntityHooks hooks;
   if (table.isSingleton()) {
     hooks.singletonName = [&table](KelAttr const&) { return std::string(table.key + 1); };
   } else if (attributeOf(table).keyType() == Kel::TypeOf<Kel::Name>::type()) {
     hooks.key = [&table](KelAttr const& attr, std::string_view text) { return keyOf(table, attr, text); };
+    hooks.keyForm = [&table](KelAttr const& attr) { return keyForm(table, attr); };
     hooks.created = [&table](Kel::Dir::Ptr const& base, Kel::Entity::Ptr const& made, PendingReferences& pending) {
       std::vector<KeyPart> const parts = ownParts(table);
       std::vector<std::string> const texts = splitKey(parts, made->name().view());

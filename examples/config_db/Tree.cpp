@@ -38,7 +38,7 @@ Kel::Dir::Ptr asDir(Kel::Entity::Ptr const& entity) {
   return isDir ? Kel::Dir::Ptr(static_cast<Kel::Dir*>(entity.ptr())) : nullptr;
 }
 
-// What is in the way of a root at that path, or nothing.
+// What is in the way of a root at that path; empty if nothing is.
 std::string obstacle(Kel::Dir::Ptr const& into, std::string_view path) {
   Kel::Dir::Ptr dir = into;
   std::string taken;

@@ -44,8 +44,9 @@ bool isDirEntry(Entity const& e) {
 
 // The place of a queue's member that has no name. Cost: a walk.
 String8 placeInQueue(Entity const& e, KelAttr const& attr) {
-  for (auto it = attr.access().iterator(attr, *e.parent(), nullptr); it->nonNull(); it->inc())
-    if (it->obj(true)->entityConst().ptr() == &e) return it->key()->text();
+  IteratorRoom room;
+  for (AttrIterator& it = attr.access().iterate(attr, *e.parent(), room); it.nonNull(); it.inc())
+    if (it.target() == &e) return it.key()->text();
   return e.name();
 }
 

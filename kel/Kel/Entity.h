@@ -76,7 +76,7 @@ class KEL_API Entity : public VFPtrInterface {
   // The path from the tree's root, whose own full name is empty. An entry of a directory adds "/name", a singleton
   // ".attribute", a member of a collection or queue ".attribute/key". Cost: the length of the path.
   String8 fullName() const;
-  // What the full name has behind that of `top`, the separator first: ".port/Et1". The whole where `top` does not lie
+  // The part of the full name after that of `top`, with the separator: ".port/Et1". The whole full name if `top` is not
   // above this entity.
   String8 pathFrom(Entity const* top) const;
   // The same text.
@@ -145,8 +145,7 @@ class KEL_API Entity : public VFPtrInterface {
   void nameFollowsKey() { nameIsDue_ = true; }
 
  private:
-  template <class T>
-  friend struct EntityKey;
+  friend struct NameKey;
   friend class ChangeJournal;
   friend struct DebugLayout;
   friend class EntityNotifiee;

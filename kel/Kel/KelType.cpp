@@ -299,10 +299,6 @@ KelAttr& TypeBuilderBase::collection(KelAttr& attr, KelAttr::Collection kind, Ty
   return attr;
 }
 
-void TypeBuilderBase::placedAt(AttributeId id, std::ptrdiff_t offset) {
-  placed(const_cast<KelAttr&>(*type_->attrs_[id]), offset);
-}
-
 void TypeBuilderBase::afterChange(void (*call)(Entity&)) { last_->afterChange_ = call; }
 void TypeBuilderBase::readonly() {
   last_->flags_ = KelAttrIntrospectionFlags(last_->flags_.value() & ~unsigned(KelAttrIntrospectionFlags::writable));

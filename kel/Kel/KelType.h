@@ -36,8 +36,8 @@ struct ValueOps {
   Ptr<GenericIf> (*read)(AttrLogIn& in);        // from an attribute log
 };
 
-// A function that answers a record. Records refer to each other in circles: a record keeps such functions, and looks
-// the other record up when it is first asked for it.
+// A function that answers a record. Records refer to each other in cycles, so a record keeps such functions, and looks
+// up the other record when it is first needed.
 using TypeFunction = KelType const* (*)();
 
 // An argument of a callable attribute or of a constructor.
@@ -285,10 +285,9 @@ class KEL_API KelType final : public PtrInterface {
   Entity* (*newLike() const)(Entity const& like) { return newLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.
   bool (*furtherParamsEqual() const)(Entity const& a, Entity const& b) { return furtherParamsEqual_; }
-  // Whether the plain content of two entities of this type is equal: of all copiable attributes that hold values and
-  // not pointers, inherited ones included, single or in collections, `a == b` of each. What has no comparison, what is
-  // keyed by pointers and `counter` collections stay out; KelAttr::inPlainEqual tells. Null: the type has nothing of
-  // the kind.
+  // Whether the plain content of two entities of this type is equal: all copiable attributes that hold values, single
+  // or in collections, inherited ones included. Left out are attributes without a comparison, attributes that are keyed
+  // by pointers, and `counter` collections; KelAttr::inPlainEqual tells. Null if the type has no plain content.
   bool (*plainEqual() const)(Entity const& a, Entity const& b) { return plainEqual_; }
   // The attributes that own entities; those that hold pointers; whether anything below may hold pointers.
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }

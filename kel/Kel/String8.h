@@ -17,9 +17,9 @@
 
 namespace Kel {
 
-// The framework's hash of a range of bytes; never 0. Every process has a hash function of its own, so that nobody can
-// prepare keys that collide. With KEL_HASH_SEED=N in the environment, it is the same each time. No visible result
-// depends on it.
+// The framework's hash of a range of bytes; never 0. Every process has a hash function of its own, so that colliding
+// keys cannot be prepared. With KEL_HASH_SEED=N in the environment, it is the same each time. No visible result depends
+// on it.
 KEL_API U32 hashBytes(char const* data, std::size_t size) noexcept;
 
 // A string of bytes, shared and immutable.
@@ -107,16 +107,16 @@ class KEL_API String8 {
     char const* text() const noexcept { return reinterpret_cast<char const*>(this + 1); }
   };
 
-  static constexpr std::size_t sizeAt = 2 * sizeof(U32);  // the size in a Rep; behind it the text begins
+  static constexpr std::size_t sizeAt = 2 * sizeof(U32);  // where the size is in a Rep; the text follows it
   static bool sameWord(char const* a, char const* b) noexcept {
     U64 x, y;
     std::memcpy(&x, a, sizeof x);
     std::memcpy(&y, b, sizeof y);
     return x == y;
   }
-  // Apart, so that comparing strings that share their bytes is a comparison of pointers in place. Short texts, which
-  // most are, are compared in words, of which the first holds the size and the last is filled up with zeros: a call
-  // would cost more.
+  // Not inlined, so that operator== stays a comparison of pointers for strings that share their bytes. Short texts,
+  // which most are, are compared word by word, which costs less than a call. The first word holds the size, and the
+  // last one is padded with zeros.
   [[gnu::noinline]] static bool sameText(Rep const& a, Rep const& b) noexcept {
     auto const* x = reinterpret_cast<char const*>(&a) + sizeAt;
     auto const* y = reinterpret_cast<char const*>(&b) + sizeAt;
@@ -127,7 +127,7 @@ class KEL_API String8 {
       if (!sameWord(x + at, y + at)) return false;
     return true;
   }
-  // The two texts one after the other; null when both are empty.
+  // The two texts, one after the other; null if both are empty.
   static Rep* make(std::string_view a, std::string_view b);
   static void destroy(Rep* rep) noexcept;
   static std::size_t storageSize(std::size_t size) noexcept;

@@ -152,7 +152,7 @@ TraceLine::~TraceLine() {
       return;
     }
   } catch (...) {
-    // No reason to fail what is traced.
+    // A failed trace must not fail the traced code.
   }
   std::fprintf(stderr, "%s/%d %s:%d: trace lost\n", handle_.name().c_str(), level_, function_, line_);
 }

@@ -1,8 +1,8 @@
 // Tracing.
 //
 // A source file names its handle once, `KEL_TRACE_MODULE("EntityCopy")`, and traces with `KEL_TRACE(3) << "Child is
-// set";`. While the level is off, nothing to the right is evaluated. Handles of the same name are one handle. Levels
-// run from 0 to 9; a higher level is more detail. They are switched on by the environment
+// set";`. While the level is off, the operands are not evaluated. Handles of the same name are one handle. Levels run
+// from 0 to 9; a higher level is more detail. They are switched on by the environment
 //
 //     KEL_TRACE="EntityCopy/0-4,CliSession,Zuk*/8"      (no level: all; a trailing * matches the rest of a name)
 //
@@ -76,8 +76,8 @@ class KEL_API TraceHandle {
 KEL_API void traceHelper(TraceHandle const& handle, int level, char const* file, int line, char const* function,
                          std::string const& message);
 
-// One trace statement under way; sends its message when it goes out of scope. What is traced goes on if that fails:
-// standard error has a line that says so.
+// One trace statement. Its destructor sends the message. If that fails, it writes a line to standard error, and the
+// traced code goes on.
 class KEL_API TraceLine {
  public:
   TraceLine(TraceHandle const& handle, int level, char const* file, int line, char const* function)
@@ -103,7 +103,7 @@ struct TraceVoid {
 
 }  // namespace Kel
 
-// Names the trace handle of a source file. Stands at its top, outside of all namespaces.
+// Names the trace handle of a source file. Put it at the top of the file, outside of all namespaces.
 #define KEL_TRACE_MODULE(name)                                         \
   namespace {                                                          \
   inline ::Kel::TraceHandle& kelTraceHandle() {                        \

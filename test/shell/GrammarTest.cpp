@@ -98,7 +98,7 @@ TEST(Grammar, TakesUniqueAbbreviationsOfKeywords) {
 TEST(Grammar, TakesQuotedWordsForNoKeywords) { EXPECT_EQ("6 COMMENT=confirmed", parsed("commit \"confirmed\"")); }
 
 TEST(Grammar, SaysWhichWordIsWrongAndWhatWouldDo) {
-  EXPECT_EQ("'nonsense': no such command; 'help' lists them", parsed("nonsense"));
+  EXPECT_EQ("'nonsense': one of commit, quit, resolve, session, set, show expected", parsed("nonsense"));
   EXPECT_EQ("incomplete: NAME expected\nusage: session open NAME", parsed("session open"));
   EXPECT_EQ("'x': NUMBER expected\nusage: show diff [running | commit NUMBER]", parsed("show diff commit x"));
   EXPECT_EQ("'now': the command ends before this word", parsed("quit now"));

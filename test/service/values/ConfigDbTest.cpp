@@ -3,12 +3,11 @@
 
 #include <chrono>
 #include <fstream>
-#include <random>
 
+#include "ConfigDbFiles.h"
 #include "Dump.h"
 #include "Files.h"
 #include "examples/config_db/Loader.h"
-#include "examples/config_db/TableMap.h"
 #include "service/Commands.h"
 #include "service/Difference.h"
 #include "service/JsonTree.h"
@@ -16,14 +15,6 @@
 namespace {
 
 using namespace Cli::Service;
-
-std::vector<std::string> files() {
-  std::vector<std::string> all{CONFIG_DB_SAMPLE};
-  char const* const dir = std::getenv("CONFIG_DB_DATA");
-  for (char const* name : {"leaf-small", "srv6-pe", "linecard", "linecard-new-notation", "all-tables"})
-    all.push_back(std::string(dir ? dir : CONFIG_DB_DATA) + "/" + name + ".json");
-  return all;
-}
 
 struct Configuration {
   Kel::Dir::Ptr dir = Kel::dirFactory("");
@@ -47,57 +38,6 @@ struct Configuration {
   }
 };
 
-// Tables of a file, edited at random: entries and fields removed, given the values of others, added under new keys.
-class FileEditor {
- public:
-  explicit FileEditor(unsigned seed) : random_(seed) {}
-
-  void edit(Json& file) {
-    Json& tables = tablesOf(file);
-    for (std::size_t n = 1 + below(12); n > 0; --n) editEntry(pick(tables).value());
-  }
-
- private:
-  std::size_t below(std::size_t n) { return random_() % n; }
-  static Json& tablesOf(Json& file) {
-    if (file.size() == 1 && !ConfigDb::findTable(file.begin().key())) return file.begin().value();
-    return file;
-  }
-  Json::iterator pick(Json& object) {
-    auto it = object.begin();
-    std::advance(it, below(object.size()));
-    return it;
-  }
-  void editEntry(Json& table) {
-    if (!table.is_object() || table.empty()) return;
-    auto const entry = pick(table), other = pick(table);
-    switch (below(4)) {
-      case 0: table.erase(entry.key()); return;
-      case 1: entry.value() = other.value(); return;
-      case 2: {
-        std::string key = entry.key();
-        for (char& c : key)
-          if (c >= '1' && c <= '8' && below(2)) ++c;
-        Json const value = other.value();
-        table[key] = value;
-        return;
-      }
-      default:
-        if (!entry.value().is_object() || entry.value().empty()) return;
-        auto const field = pick(entry.value());
-        if (below(2) && other.value().is_object() && !other.value().empty()) {
-          auto const from = pick(other.value());
-          Json const value = from.value();
-          entry.value()[from.key()] = value;
-        } else {
-          entry.value().erase(field.key());
-        }
-    }
-  }
-
-  std::mt19937 random_;
-};
-
 std::string textOf(std::vector<std::string> const& lines) {
   std::string text;
   for (std::string const& line : lines) text += line + "\n";
@@ -118,7 +58,7 @@ TEST_P(ConfigDbTree, CommandsLeadThereAndBack) {
   Configuration const first(json_);
   for (unsigned seed = 0; seed < 60; ++seed) {
     Json edited = json_;
-    FileEditor(seed).edit(edited);
+    Tests::FileEditor(seed).edit(edited);
     Configuration second(edited);
     std::vector<std::string> const back = commands(differences(second.tree(), first.tree()));
     std::vector<std::string> const again = commands(differences(first.tree(), second.tree()));
@@ -137,14 +77,10 @@ TEST_P(ConfigDbTree, TypedCommandsGiveTheSameTree) {
   std::size_t typed = 0, compared = 0;
   for (unsigned seed = 0; seed < 10; ++seed) {
     Json edited = json_;
-    if (seed > 0) FileEditor(seed).edit(edited);
+    if (seed > 0) Tests::FileEditor(seed).edit(edited);
     Configuration const loaded(edited);
     Configuration made(Json::parse("{}"));
-    std::vector<std::string> lines = commands(differences(made.tree(), loaded.tree()));
-    // That a value was given as 0 or false follows from its being typed.
-    for (std::string& line : lines)
-      if (std::size_t const at = line.find(" present "); at != std::string::npos)
-        line = line.substr(0, at) + line.substr(at + 8, line.rfind(' ') - at - 8) + " 0";
+    std::vector<std::string> const lines = Tests::typedCommands(made.tree(), loaded.tree());
     Editor editor(made.dir, made.pending);
     bool refused = false;
     for (std::string const& line : lines) {
@@ -179,11 +115,8 @@ TEST_P(ConfigDbTree, JsonHoldsIt) {
   EXPECT_EQ(report.dangling.size(), loaded.pending.list().size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, ConfigDbTree, testing::ValuesIn(files()), [](auto const& file) {
-  std::string name = std::filesystem::path(file.param).stem();
-  std::erase_if(name, [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); });
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(Files, ConfigDbTree, testing::ValuesIn(Tests::configDbFiles()),
+                         [](auto const& file) { return Tests::testName(file.param); });
 
 TEST(ConfigDbWords, SayWhatIsWrong) {
   std::ifstream in(CONFIG_DB_SAMPLE);
