@@ -8,7 +8,7 @@
 
 namespace Cli::Service {
 
-struct Service::Impl {
+struct CLI_SERVICE_HIDDEN Service::Impl {
   Impl(Service& facade, Kel::Dir::Ptr running, std::vector<SessionRoot> roots, Options options);
 
   struct Registration {

@@ -9,11 +9,14 @@
 #include "service/Merge.h"
 #include "service/Service.h"
 
+// A class within an exported one is exported unless it says that it is not.
+#define CLI_SERVICE_HIDDEN __attribute__((visibility("hidden")))
+
 namespace Cli::Service {
 
 class Requests;
 
-struct Session::Impl {
+struct CLI_SERVICE_HIDDEN Session::Impl {
   Impl(Service::Impl& s, std::string n, std::string u, std::string t);
   ~Impl();
 

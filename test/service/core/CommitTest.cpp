@@ -9,6 +9,8 @@ using Mode = Sv::UpdateMode;
 // Notes what it is asked for; refuses and fails as told.
 struct Agent : Sv::Participant {
   std::string log, refuses, fails, failsLater;
+  std::string* undone = nullptr;  // gets the mark when it is undone
+  char mark = 0;
   void verify(std::vector<Sv::Difference> const& d) override {
     if (!refuses.empty()) throw Sv::Error(refuses);
     note("verify", d);
@@ -17,7 +19,10 @@ struct Agent : Sv::Participant {
     if (!fails.empty()) throw Sv::Error(fails);
     note("apply", d);
   }
-  void undo(std::vector<Sv::Difference> const& d) override { later("undo", d); }
+  void undo(std::vector<Sv::Difference> const& d) override {
+    if (undone) *undone += mark;
+    later("undo", d);
+  }
   void done(std::vector<Sv::Difference> const& d) override { later("done", d); }
   void later(char const* what, std::vector<Sv::Difference> const& d) {
     note(what, d);
@@ -84,6 +89,13 @@ TEST_F(Commits, UpdatePathByPath) {
   EXPECT_EQ(in(b).u32(), 0u);
   EXPECT_TRUE(b.differences().empty());
   EXPECT_EQ(b.differencesInRunning().size(), 2u);
+  in(a).favouriteIs(in(a).bolt("y"));
+  a.commit();
+  std::string const session = imageOf(b.tree()), ancestor = imageOf(b.ancestor());
+  EXPECT_THROW(b.update(Mode::revertOnConflict, pathIn(a.tree(), "hall.favourite")), Sv::Error)
+      << "its target is not there";
+  EXPECT_EQ(imageOf(b.tree()), session);
+  EXPECT_EQ(imageOf(b.ancestor()), ancestor);
   b.update();
   EXPECT_EQ(imageOf(b.tree()), device.image());
 }
@@ -150,11 +162,22 @@ TEST_F(Commits, ParticipantsGetWhatIsTheirs) {
   first.log.clear();
   a.commit();
   EXPECT_EQ(first.log, "verify\n" + u32 + "apply\n" + u32 + "done\n" + u32);
+  // What is created or deleted above a path concerns it, too.
+  Agent below;
+  service.registerForPath(below, "hall.annex/n.u8");
+  in(a).newAnnex("n");
+  a.commit();
+  EXPECT_EQ(below.log, "verify\ncreated hall.annex/n\napply\ncreated hall.annex/n\ndone\ncreated hall.annex/n\n");
 }
 
 TEST_F(Commits, AFailingUndoKeepsNobodyFromTheirs) {
   Agent first, second, third;
-  for (Agent* agent : {&first, &second, &third}) service.registerForPath(*agent, "hall");
+  std::string undone;
+  for (Agent* agent : {&first, &second, &third}) {
+    service.registerForPath(*agent, "hall");
+    agent->undone = &undone;
+    agent->mark = agent == &first ? '1' : '2';
+  }
   in(a).u32Is(1);
   second.failsLater = "stuck";
   third.fails = "no";
@@ -162,6 +185,7 @@ TEST_F(Commits, AFailingUndoKeepsNobodyFromTheirs) {
   std::string const u32 = "changed hall.u32: 0 -> 1\n";
   EXPECT_EQ(first.log, "verify\n" + u32 + "apply\n" + u32 + "undo\n" + u32);
   EXPECT_EQ(a.takeNotices(), std::vector<std::string>{"undoing failed: stuck"});
+  EXPECT_EQ(undone, "21") << "in reverse";
   EXPECT_EQ(device.hall()->u32(), 0u);
   third.fails.clear();
   first.log.clear();
@@ -220,7 +244,9 @@ TEST_F(Commits, RollbackClearAndLoadLeaveEditsToBeReviewed) {
   a.commit();
   std::string const two = device.image();
   in(b).textIs("lost");
+  b.pending().add({pathIn(b.tree(), "hall.favourite"), "hall.bolt/late", "hall.bolt/late", "is not there"});
   EXPECT_EQ(b.rollback(1), 1u);
+  EXPECT_TRUE(b.pending().empty());
   EXPECT_EQ(imageOf(b.tree()), one);
   EXPECT_EQ(imageOf(b.ancestor()), two);
   EXPECT_EQ(b.differences().size(), 3u);
@@ -401,6 +427,10 @@ TEST_F(Commits, SessionsExpire) {
   other.time += 3600;
   other.service->poll();
   EXPECT_TRUE(other.service->list().empty()) << "left for too long";
+  other.open("used");
+  other.time += 4000;
+  other.service->poll();
+  EXPECT_EQ(other.service->list().size(), 1u) << "in use";
 }
 
 TEST_F(Commits, RequestsAreAnsweredUnderTheirNumbers) {
@@ -487,8 +517,11 @@ TEST_F(Commits, AStartRestoresTheNewestState) {
         first.service->poll();
       }
       newest = first.image();
+      in(s).u32Is(99);
+      s.commitConfirmed(60);
       in(s).u32Is(100);
       s.commitConfirmed(60);
+      first.service->poll();  // no snapshot of what may be undone
     }
     auto const snapshot = store.snapshotAt(100);
     EXPECT_EQ(snapshot ? snapshot->number : 0, every > 0 ? 4u : 0u);
@@ -498,10 +531,10 @@ TEST_F(Commits, AStartRestoresTheNewestState) {
     second.service->start();
     EXPECT_EQ(second.image(), newest) << "what was not confirmed is undone";
     EXPECT_EQ(agent.log.find("apply\nchanged hall.u32: 0 -> 100\n"), 0u) << agent.log;
-    EXPECT_EQ(second.service->lastCommit(), 7u);
+    EXPECT_EQ(second.service->lastCommit(), 8u);
     Sv::Session& s = second.open("s");
     in(s).u32Is(6);
-    EXPECT_EQ(s.commit().number, 8u);
+    EXPECT_EQ(s.commit().number, 9u);
     s.rollback(2);
     EXPECT_EQ(in(s).u32(), 2u);
     s.clear();

@@ -203,6 +203,23 @@ TEST_F(Conflicts, APointerInWhatWasCreated) {
          });
 }
 
+TEST_F(Conflicts, WhatIsKeptKeepsWhatItPointsAt) {
+  Edit const before = [](auto& h) { h.newBolt("p")->peerIs(h.newBolt("t")); };
+  Edit const changes = [](auto& h) { h.bolt("p")->torqueIs(1); };
+  Edit const deletes = [](auto& h) {
+    h.boltDel("p");
+    h.boltDel("t");
+  };
+  Edit const kept = [](auto& h) {
+    ASSERT_TRUE(h.bolt("p") && h.bolt("t"));
+    EXPECT_EQ(h.bolt("p")->peer(), h.bolt("t"));
+  };
+  Edit const gone = [](auto& h) { EXPECT_FALSE(h.bolt("p") || h.bolt("t")); };
+  char const* const conflict = "hall.bolt/p existence hall.bolt/p.torque\n";
+  expect(before, changes, deletes, conflict, kept, gone);
+  expect(before, deletes, changes, conflict, gone, kept);
+}
+
 void setHistory(Plant::Hall& h, std::string const& items) {
   h.historyDelAll();
   for (char c : items) h.historyEnq(Kel::String8(std::string(1, c)));
@@ -231,6 +248,9 @@ TEST_F(Conflicts, InsertionsAtOnePlace) {
   expectNone(history("ab"), history("axyb"), history("axzb"), hasHistory("axzyb"));
   expectNone(history(""), history("m"), history("r"), hasHistory("rm"));
   expectNone(history("abcd"), history("aXbcd"), history("abcYd"), hasHistory("aXbcYd"));
+  // At the edge of what the other removed.
+  expectNone(history("abcd"), history("aXbcd"), history("acd"), hasHistory("aXcd"));
+  expectNone(history("abcd"), history("acd"), history("abXcd"), hasHistory("aXcd"));
 }
 
 TEST_F(Conflicts, ItemsOfAQueue) {
@@ -316,6 +336,23 @@ TEST_F(Settling, ByNamingASide) {
   mine().u32Is(2);
   EXPECT_EQ(session->conflicts().size(), 1u) << "discarding forgets";
   EXPECT_THROW(session->resolve(path("hall.text"), Sv::Side::session), Sv::Error);
+}
+
+TEST_F(Settling, OfWhatOnlyRunningChanged) {
+  prepare(nothing, nothing, [](auto& h) { h.u32Is(3); });
+  session->resolve(path(), Sv::Side::session);
+  session->update();
+  EXPECT_EQ(mine().u32(), 0u);
+  prepare(nothing, nothing, [](auto& h) { h.u32Is(3); });
+  session->resolve(path(), Sv::Side::session);
+  otherCommits(6);
+  session->update();
+  EXPECT_EQ(mine().u32(), 6u) << "running has changed it once more";
+  SetUp();
+  session->resolve(path(), Sv::Side::session);
+  session->discard(path());
+  session->update();
+  EXPECT_EQ(mine().u32(), 3u) << "discarding forgets";
 }
 
 TEST_F(Settling, OfSeveralNodesByEach) {

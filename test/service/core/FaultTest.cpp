@@ -274,6 +274,15 @@ TEST(ServiceFaults, TheStore) {
   EXPECT_EQ(imageOf(s.ancestor()), ancestor);
   EXPECT_TRUE(store.read(1).empty());
   EXPECT_EQ(s.commit().number, 1u);
+  // Undoing stands though the store does not take it; it is written before the next commit.
+  hallOf(s.tree())->u32Is(5);
+  s.commitConfirmed(60);
+  steps = {0, 0, false};
+  EXPECT_EQ(s.commitCancel().reports, std::vector<std::string>{"fault"});
+  EXPECT_EQ(device.hall()->u32(), 4u);
+  EXPECT_EQ(s.commit().number, 4u);
+  ASSERT_EQ(store.read(1).size(), 4u);
+  EXPECT_EQ(store.read(3).front().kind, Sv::CommitKind::undone);
 }
 
 }  // namespace
