@@ -35,6 +35,8 @@ TEST(Completer, KnowsQueuesAndPartsOfKeys) {
   EXPECT_EQ("end ", sample.words("insert network ports port Ethernet4 lane "));
   EXPECT_EQ("", sample.words("insert network ports port Ethernet4 lane end "));
   EXPECT_EQ("Vlan1|Ethernet4 ", sample.words("set network vlans member "));
+  EXPECT_EQ("s ", sample.words("session resume "));
+  EXPECT_EQ("", sample.words("session resume x"));
   EXPECT_EQ("Vlan2|~ ", sample.words("set network vlans member Vlan2"));
   EXPECT_EQ("Vlan2|Ethernet0 Vlan2|Ethernet4 ", sample.words("set network vlans member Vlan2|"));
   EXPECT_EQ("Vlan1|Ethernet4 Vlan1|Ethernet0 ", sample.words("create network vlans member Vlan1|E"));
