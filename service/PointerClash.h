@@ -12,7 +12,7 @@ namespace Cli::Service {
 struct PointerClash {
   Conflict conflict;          // at the pointer
   bool byEdit;                // the session set the pointer, and running deleted the target
-  Path deleted;               // the entity that was deleted: the target, or what it lies in
+  std::vector<Path> deleted;  // the entities that were deleted: the targets at that place, or what they lie in
   bool inSession, inRunning;  // whether the pointer, or its member, is there
   Side winner = Side::session;
 };

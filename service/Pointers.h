@@ -13,7 +13,9 @@ struct Pointer {
   Kel::Entity const* owner;
   Kel::KelAttr const* attr;
   Kel::Entity const* target;
-  Kel::GenericIf::PtrConst content;  // of the member, where its key is the pointer
+  // Of the member, where its key is a pointer: whose that is, and what the member holds. Both may be null.
+  Kel::Entity const* key;
+  Kel::GenericIf::PtrConst content;
 };
 
 // Visits the pointers at and below an entity, which stands at `at`.
