@@ -1,4 +1,5 @@
-// Atomic values. Every generated header needs them, and <atomic> would be a fifth of all that such a header includes.
+// Atomic values. Every generated header needs them, and the standard header for them would be a fifth of all that a
+// generated header includes.
 #pragma once
 
 namespace Kel {
