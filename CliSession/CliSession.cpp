@@ -206,7 +206,8 @@ Kel::Ptr<PendingChangeStatus> openSession(Status& status, Kel::String const& ses
   return session;
 }
 
-// One of the session's own directories. `holder` is the status's attribute that leads to what holds it.
+// The session's entry in `dir`, which is the value of the manager's attribute `holder`. Raises RangeException, after a
+// trace of the reason, if there is none.
 Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, PendingChangeStatus& session, char const* holder) {
   Kel::String const& name = session.name();
   Kel::Ptr<Kel::Dir> const entry = dir ? Kel::ptrCast<Kel::Dir>(dir->entityRef(name)) : nullptr;
@@ -270,7 +271,7 @@ class VanishedRoots {
   }
 
   // Whether a root equals a new one. A directory may also contain the directories on the way to other roots; those
-  // roots are checked for themselves.
+  // roots are checked separately.
   bool isEmpty(Kel::Dir& dir, Kel::Dir::EntryState& root, Kel::String const& path) {
     if (root.entityTypeName() != typeOf(path)) return false;
     if (!root.entityPtr()) return true;

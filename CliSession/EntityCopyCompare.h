@@ -24,6 +24,7 @@ KEL_API void constructorParams(Kel::Ptr<Kel::Entity const> const& src, Kel::KelA
 KEL_API bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst const& b);
 
 // Whether two members of an attribute are equal: entities by their constructor parameters, values by valueTypeEqual.
+// Either may be null.
 KEL_API bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest,
                        Kel::GenericIf::PtrConst const& src);
 

@@ -5,9 +5,9 @@
 
 namespace Cli::Session {
 
-// `absolutePath` relative to `root`, or the empty string if the path does not begin with the root's path and go on
-// after it. Compares characters only: the character after the root's path is not examined. It is stored through
-// `separator`, if that is given and there is a result. If the path may not lie below the root, ask `isBelow` first.
+// `absolutePath` relative to `root`, or "" if the path does not continue the root's path. Compares characters only: the
+// character after the root's path may be any. It is stored through `separator`, if that is given and there is a result.
+// If the path may not lie below the root, ask `isBelow` first.
 // REQUIRES: a root and a path that is not empty (assertion "root && absolutePath").
 KEL_API Kel::String8 relativePath(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 absolutePath,
                                   char* separator = nullptr);
@@ -22,8 +22,8 @@ KEL_API Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::Str
 // The entity of that full name in the tree of `member`, or null.
 KEL_API Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName);
 
-// Order paths by length: the longer path is the smaller one. The maps that have paths as keys do not use this order,
-// but that of the text (`EntityPath::compare`).
+// Order paths by length: the longer path is the smaller one. Maps with paths as keys do not use this order; they use
+// that of the text (`EntityPath::compare`).
 KEL_API bool operator>=(EntityPath const& a, EntityPath const& b);
 KEL_API bool operator<=(EntityPath const& a, EntityPath const& b);
 KEL_API bool operator>(EntityPath const& a, EntityPath const& b);

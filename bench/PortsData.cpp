@@ -201,6 +201,12 @@ bool samePorts(Kel::Dir& a, Kel::Dir& b, Layout layout) {
   });
 }
 
+void writePorts(Kel::Dir& dir, Layout layout) {
+  withOwners(dir, layout, [](auto&, auto& ports) {
+    for (auto port = ports.portIterator(); port; ++port) port->mtuIs(port->mtu() + 1);
+  });
+}
+
 std::string editPort(Kel::Dir& dir, Layout layout, std::size_t port, std::size_t serial) {
   return withOwners(dir, layout, [&](auto& vlanOwner, auto& portOwner) {
     auto const changed = portOwner.port(portName(port));

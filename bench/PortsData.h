@@ -66,6 +66,9 @@ void fillPorts(Kel::Dir& dir, Layout layout, std::size_t ports, ChangeSet const*
 // Whether two directories hold the same configuration, by the generated accessors.
 bool samePorts(Kel::Dir& a, Kel::Dir& b, Layout layout);
 
+// Writes another MTU to every port.
+void writePorts(Kel::Dir& dir, Layout layout);
+
 // Changes one attribute of a port: its MTU, description, state or VLAN, by turns. Answers the edit that a copy of the
 // change makes, as `editsOf` writes it. `serial` differs from call to call.
 std::string editPort(Kel::Dir& dir, Layout layout, std::size_t port, std::size_t serial);

@@ -38,6 +38,7 @@ class Trees {
   Kel::Dir::Ptr dir(Kel::Name const& name) { return manager_.dir(name); }
   bool same(Kel::Dir& a, Kel::Dir& b) { return samePorts(a, b, layout_); }
 
+  void write(Kel::Dir& dir) { writePorts(dir, layout_); }
   std::string edit(Kel::Dir& dir, std::size_t port, std::size_t serial) { return editPort(dir, layout_, port, serial); }
 
   AttributeEditLog::Ptr copy(Kel::Dir& src, Kel::Dir& dest, bool compare = false) {
@@ -214,6 +215,22 @@ void addEditOperations(Harness& harness, Trees& trees) {
                  copy();
                  return found && copied();
                }});
+
+  auto const write = [&](char const* name, std::function<void()> const& before) {
+    harness.add({name,
+                 [edited, before, copy, dropLog] {
+                   walkChanges();
+                   edited->dest();
+                   copy();
+                   dropLog();
+                   before();
+                 },
+                 [&trees, edited] { trees.write(edited->src()); },
+                 {},
+                 {}});
+  };
+  write("write", [] {});
+  write("write_unnoted", walkAll);
 
   Manager& manager = trees.manager();
   harness.add({"replace_one",

@@ -2,13 +2,18 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "Harness.h"
 #include "Manager.h"
 #include "PortsData.h"
 #include "service/Service.h"
+#include "service/SqliteStore.h"
 
 namespace Bench {
 
@@ -17,6 +22,34 @@ namespace {
 namespace Sv = Cli::Service;
 
 constexpr Layout layout = Layout::oneRoot;
+
+// Makes stores: in memory, or files in a directory of their own.
+class Stores {
+ public:
+  explicit Stores(bool onDisk) {
+    if (!onDisk) return;
+    dir_ = (std::filesystem::temp_directory_path() / "service_bench.XXXXXX").string();
+    if (!::mkdtemp(dir_.data())) throw std::runtime_error("no temporary directory: " + dir_);
+  }
+  ~Stores() {
+    kept_.clear();
+    if (!dir_.empty()) std::filesystem::remove_all(dir_);
+  }
+  Stores(Stores const&) = delete;
+  Stores& operator=(Stores const&) = delete;
+
+  Sv::CommitStore* make() {
+    if (dir_.empty())
+      kept_.push_back(std::make_unique<Sv::MemoryStore>());
+    else
+      kept_.push_back(std::make_unique<Sv::SqliteStore>(dir_ + "/" + std::to_string(kept_.size())));
+    return kept_.back().get();
+  }
+
+ private:
+  std::string dir_;
+  std::vector<std::unique_ptr<Sv::CommitStore>> kept_;
+};
 
 // A service whose running configuration has N ports.
 class Device {
@@ -155,7 +188,6 @@ void addConflicts(Harness& harness, Shared const& device, std::function<void()> 
 
 // Ten sessions follow a commit of another: 20 more trees.
 void addSessions(Harness& harness, Shared const& device, std::function<void()> const& make) {
-  if (harness.n() > 20000) return;
   harness.add({"update_10_sessions",
                [=] {
                  make();
@@ -172,20 +204,66 @@ void addSessions(Harness& harness, Shared const& device, std::function<void()> c
                {}});
 }
 
-void addStart(Harness& harness) {
-  auto const store = std::make_shared<Sv::MemoryStore>();
+// The first commit of a session, and the one behind a snapshot.
+void addFirst(Harness& harness, Stores& stores) {
+  auto const device = std::make_shared<std::unique_ptr<Device>>();
+  auto const result = std::make_shared<Sv::CommitResult>();
+  auto const commit = [=] { *result = (*device)->session("s").commit(); };
+  auto const committed = [=] { return result->differences.size() == 1; };
+  harness.add({"commit_first",
+               [=, &stores, n = harness.n()] {
+                 device->reset();
+                 *device = std::make_unique<Device>(n, stores.make());
+                 (*device)->edit((*device)->session("s"), 1);
+               },
+               commit,
+               {},
+               committed});
+  harness.add({"commit_after_snapshot",
+               [=, &stores, n = harness.n()] {
+                 if (!*device) *device = std::make_unique<Device>(n, stores.make());
+                 Sv::Session& s = (*device)->session("s");
+                 for (int i = 0; i < 100; ++i) {
+                   (*device)->edit(s, 1);
+                   s.commit();
+                 }
+                 (*device)->service().poll();
+                 (*device)->edit(s, 1);
+               },
+               commit, [=] { (*device)->session("s").commit(); }, committed});
+}
+
+// What the store alone takes to put one commit of one edit on the disk.
+void addAppend(Harness& harness, Stores& stores) {
+  auto const store = std::make_shared<Sv::CommitStore*>(nullptr);
+  auto const record = std::make_shared<Sv::CommitRecord>();
+  harness.add({"append_1",
+               [=, &stores] {
+                 if (!*store) *store = stores.make();
+                 record->parent = record->number++;
+                 record->differences.assign(200, 'x');
+               },
+               [=] { (*store)->append(*record); },
+               {},
+               {}});
+}
+
+void addStart(Harness& harness, Stores& stores) {
+  auto const store = std::make_shared<Sv::CommitStore*>(nullptr);
   auto const started = std::make_shared<std::unique_ptr<Device>>();
   harness.add({"start_1000_commits",
-               [=, n = harness.n()] {
+               [=, &stores, n = harness.n()] {
                  started->reset();
-                 if (!store->read(1).empty()) return;
-                 Device first(n, store.get());
+                 if (*store) return;
+                 *store = stores.make();
+                 Device first(n, *store);
                  for (int commit = 0; commit < 1000; ++commit) {
                    first.edit(first.session("s"), 1, static_cast<std::size_t>(commit));
                    first.session("s").commit();
+                   if (commit < 950) first.service().poll();  // snapshots
                  }
                },
-               [=, n = harness.n()] { *started = std::make_unique<Device>(n, store.get(), true); },
+               [=, n = harness.n()] { *started = std::make_unique<Device>(n, *store, true); },
                {},
                [=] { return (*started)->service().lastCommit() == 1000; }});
 }
@@ -196,17 +274,21 @@ void addStart(Harness& harness) {
 int main(int argc, char** argv) {
   using namespace Bench;
   keepFreedMemory();
-  Harness harness("service", {}, argc, argv);
+  Harness harness("service", {"disk"}, argc, argv);
+  auto* const stores = new Stores(harness.with("disk"));
   auto const device = std::make_shared<std::unique_ptr<Device>>();
-  auto const make = [device, n = harness.n()] {
-    if (!*device) *device = std::make_unique<Device>(n, nullptr);
+  auto const make = [device, stores, n = harness.n()] {
+    if (!*device) *device = std::make_unique<Device>(n, stores->make());
   };
   addDifferences(harness);
+  addAppend(harness, *stores);
+  addFirst(harness, *stores);
   addCommits(harness, device, make);
   addConflicts(harness, device, make);
   addSessions(harness, device, make);
-  addStart(harness);
+  addStart(harness, *stores);
   int const status = harness.main();
   std::fflush(stdout);
+  delete stores;
   _exit(status);  // the big trees need not be taken down
 }

@@ -1,4 +1,4 @@
-# kel_add_model(TARGET MODEL [NAME PATH] [EXPORT])
+# kel_add_model(TARGET MODEL [NAME PATH] [EXPORT] [PARTS N])
 #
 # Compiles a model file with kelc, adds the generated source to TARGET and puts the generated header on its include path
 # as PATH.h. PATH defaults to the model's base name; a model that others import as "Zuk/PathTrie.kel" needs the NAME
@@ -10,6 +10,8 @@
 #
 # A library that is compiled with hidden symbols needs EXPORT so that others can use the model's classes from C++.
 #
+# PARTS spreads the generated definitions over N sources, so that a large model is compiled by several processors.
+#
 # Each target has its own folder for generated files, in its property KEL_GEN_DIR. Files are rewritten only when their
 # content changes, and made again when the model, anything that it imports, or kelc itself changes. The variable
 # KELC_EXECUTABLE replaces the kelc of this build or package, for example by one that runs on the host of a cross build.
@@ -17,7 +19,7 @@
 include_guard(GLOBAL)
 
 function(kel_add_model target model)
-  cmake_parse_arguments(PARSE_ARGV 2 arg "EXPORT" "NAME" "")
+  cmake_parse_arguments(PARSE_ARGV 2 arg "EXPORT" "NAME;PARTS" "")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "kel_add_model: unexpected ${arg_UNPARSED_ARGUMENTS}")
   endif()
@@ -35,10 +37,16 @@ function(kel_add_model target model)
   if(arg_EXPORT)
     list(APPEND options --export)
   endif()
-  _kel_model_rule(${rule} ${target} "${source}" "${name}" "${gen}" "${options}")
+  set(generated "${gen}/${name}.cpp" "${gen}/${name}.h")
+  if(arg_PARTS GREATER 1)
+    list(APPEND options --parts ${arg_PARTS})
+    foreach(part RANGE 2 ${arg_PARTS})
+      list(APPEND generated "${gen}/${name}.${part}.cpp")
+    endforeach()
+  endif()
+  _kel_model_rule(${rule} ${target} "${source}" "${name}" "${gen}" "${options}" "${generated}")
   add_dependencies(${target} ${rule})
 
-  set(generated "${gen}/${name}.cpp" "${gen}/${name}.h")
   set_source_files_properties(${generated} PROPERTIES GENERATED TRUE)
   target_sources(${target} PRIVATE ${generated})
   target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${gen}>")
@@ -58,7 +66,7 @@ endfunction()
 
 # The custom target that runs kelc. What it stands for is a stamp: the generated files keep their time when they did not
 # change, and would look out of date for ever.
-function(_kel_model_rule rule target source name gen options)
+function(_kel_model_rule rule target source name gen options generated)
   set(kelc CliSession::kelc)
   if(KELC_EXECUTABLE)
     set(kelc "${KELC_EXECUTABLE}")
@@ -67,7 +75,7 @@ function(_kel_model_rule rule target source name gen options)
   set(dirs "$<TARGET_PROPERTY:${target},INCLUDE_DIRECTORIES>")
   add_custom_command(
     OUTPUT "${stamp}"
-    BYPRODUCTS "${gen}/${name}.cpp" "${gen}/${name}.h"
+    BYPRODUCTS ${generated}
     COMMAND ${kelc} "-I${PROJECT_SOURCE_DIR}" "$<$<BOOL:${dirs}>:-I$<JOIN:${dirs},;-I>>" -o "${gen}" --name "${name}"
             ${options} --depfile "${stamp}.d" --deptarget "${stamp}" "${source}"
     COMMAND ${CMAKE_COMMAND} -E touch "${stamp}"

@@ -36,7 +36,7 @@ class Middle {
   std::vector<unsigned> length_;  // of the longest common subsequence behind each pair of positions
 };
 
-// For sequences that are too long to be compared item by item with item: each item takes the next one like it.
+// For sequences that are too long to compare every pair of items: each item is aligned with the next one like it.
 void appendGreedily(std::size_t begin, std::size_t n, std::size_t m,
                     std::function<bool(std::size_t, std::size_t)> const& same, Aligned& pairs) {
   constexpr std::size_t window = 256;

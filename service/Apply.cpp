@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "service/Error.h"
-#include "service/JsonTree.h"
+#include "service/Importer.h"
 #include "service/Marks.h"
 #include "service/Pointers.h"
 #include "service/Walk.h"
@@ -40,7 +40,7 @@ Applying::Applying(std::vector<Difference> const& differences, Tree const& tree)
   notePointers();
 }
 
-// The outermost queues that something changes in: their positions shift, so that they are brought back as wholes.
+// The outermost queues with changes. Their positions shift, so they are restored as a whole.
 void Applying::saveQueues() {
   std::map<std::string, Path> outermost;
   for (Difference const& d : differences_) {
@@ -79,7 +79,7 @@ void Applying::noteLeaving(Entity const& top) {
   while (!open.empty()) {
     Entity const& e = *open.back();
     open.pop_back();
-    // Besides its owner somebody else holds it.
+    // Something holds it besides its owner.
     if (e.refs() > 1) leaving_.emplace(&e, Leaving{Entity::PtrConst(&e), targetText(e, *tree_.dir)});
     eachOwned(e, [&](Entity const& child) { open.push_back(&child); });
   }
@@ -95,9 +95,9 @@ void Applying::notePointers() {
       Json target = targetText(*p.target, *tree_.dir);
       Path place = p.place;
       if (p.attr->keyIsPtr()) {
-        if (!p.content || place.steps.back().key) return;
-        place.steps.back() = memberStep(*p.attr, GenericIf::of(Kel::String8(target.get<std::string>())));
-        target = exportValue(p.content.ptr(), *tree_.dir);
+        std::string const key = p.key ? targetText(*p.key, *tree_.dir) : std::string();
+        place.steps.back() = memberStep(*p.attr, GenericIf::of(Kel::String8(key)));
+        target = p.content ? exportValue(p.content.ptr(), *tree_.dir) : Json();
       }
       pointers_.push_back(
           {DifferenceKind::changed, std::move(place), p.attr->ownerType(), p.attr, {}, std::move(target), {}});
@@ -113,8 +113,8 @@ Entity::Ptr Applying::owner(Difference const& d) const {
 
 // --- Forward ---
 
-// A member under a pointer is found only while the pointer's target is there. Members go before members come, and
-// pointers are set when all that they may lead to is there.
+// A member under a pointer key is found only while the key's target exists. So members are deleted before others are
+// made, and pointers are set when all their targets exist.
 void Applying::write() {
   for (Difference const& d : differences_)
     if (goesWithItsKey(d)) point(d);
@@ -124,7 +124,7 @@ void Applying::write() {
     if (isEntity(d) && d.kind != DifferenceKind::deleted) create(d.path, d.after);
   for (Difference const& d : differences_)
     if (!isEntity(d) && !d.run && !isReference(d)) set(d);
-  // Inner queues first: their paths are those of the state before.
+  // Inner queues first, because paths are those before the change.
   std::vector<Queue const*> order;
   for (Queue const& queue : queues_) order.push_back(&queue);
   std::stable_sort(order.begin(), order.end(),
@@ -162,7 +162,7 @@ void Applying::remove(Difference const& d) {
 void Applying::create(Path const& path, Json const& content) {
   ImportOptions options = asWritten;
   options.pending = &pending_;
-  importJson(tree_.dir, path, content, options);
+  importPart(tree_.dir, path, content, options);
 }
 
 void Applying::set(Difference const& d) {
@@ -220,8 +220,8 @@ std::vector<Item> itemsOf(Entity const& owner, KelAttr const& attr) {
 
 }  // namespace
 
-// A queue takes new items at its end only: what stands behind the first change is taken out and appended anew, but
-// where items only go.
+// A queue takes new items at its end only: the items after the first change are taken out and appended anew, unless the
+// change only removes items.
 void Applying::arrange(Queue const& queue) {
   Place const place = locate(tree_.dir, queue.path);
   if (!place.there() || !place.attr) throw Error("'" + queue.path.text() + "' is not there");
@@ -238,7 +238,7 @@ void Applying::arrange(Queue const& queue) {
     for (std::size_t i = 0; i < d->after.size(); ++i) added[d->run->to + i] = &d->after[i];
   }
   GenericIf::Ptr const gif = gifOf(e);
-  // As it is to be: items that stay, and new contents.
+  // The queue after the change: items that stay, and new contents.
   struct Next {
     std::size_t stays;
     Json const* content;
@@ -253,10 +253,10 @@ void Applying::arrange(Queue const& queue) {
       next.push_back({i++, nullptr});
     }
   }
-  // Items that stay where they are, up to the first new one with something behind it.
+  // How many items keep their places: those up to the first new one that has another item after it.
   std::size_t head = 0;
   while (head < next.size() && !next[head].content) ++head;
-  std::size_t const kept = head == 0 ? 0 : next[head - 1].stays + 1;  // in front of here only removed items go
+  std::size_t const kept = head == 0 ? 0 : next[head - 1].stays + 1;  // before it, only removed items are taken out
   bool const onlyAppends = std::all_of(next.begin() + static_cast<std::ptrdiff_t>(head), next.end(),
                                        [](Next const& n) { return n.content != nullptr; });
   std::vector<Json> moved(next.size());
@@ -292,7 +292,7 @@ void Applying::arrange(Queue const& queue) {
   if (attr.instantiating()) followItems(queue, positions);
 }
 
-// What was in an item is found in the item that was made in its place.
+// Adapts the paths of what was in an item to the item that was made in its place.
 void Applying::followItems(Queue const& queue, std::vector<std::optional<std::size_t>> const& positions) {
   std::string const prefix = queue.path.text() + "/";
   for (auto& [entity, leaving] : leaving_) {
@@ -328,7 +328,7 @@ void eachPointerOwner(Entity& top, Visit const& visit) {
 
 }  // namespace
 
-// What was made anew under its old path is found again by those who pointed at it.
+// Sets the pointers to entities that were made anew under their old paths.
 void Applying::repoint() {
   bool any = false;
   for (auto const& [e, leaving] : leaving_) any |= e->root() != tree_.dir->root() && e->refs() > 1;
@@ -351,9 +351,12 @@ void Applying::repoint() {
       std::vector<std::pair<GenericIf::PtrConst, Entity::Ptr>> values;
       std::vector<std::tuple<GenericIf::PtrConst, Entity::Ptr, GenericIf::PtrConst>> keys;
       eachMember(e, attr, [&](Kel::AttrIterator const& it, std::size_t) {
-        if (auto const next = attr.isPtr() ? successor(it.target()) : nullptr) values.emplace_back(it.key(), next);
-        if (auto const next = attr.keyIsPtr() ? successor(it.keyTarget()) : nullptr)
-          keys.emplace_back(it.key(), next, it.obj(true));
+        auto const value = attr.isPtr() ? successor(it.target()) : nullptr;
+        auto const key = attr.keyIsPtr() ? successor(it.keyTarget()) : nullptr;
+        if (key)
+          keys.emplace_back(it.key(), key, value ? GenericIf::ofEntity(value) : it.obj(true));
+        else if (value)
+          values.emplace_back(it.key(), value);
         return true;
       });
       for (auto const& [key, next] : values) gif->attributeIs(attr.id(), key, GenericIf::ofEntity(next));
@@ -371,7 +374,7 @@ std::vector<Path> Applying::dangling() const {
   return places;
 }
 
-// --- Back ---
+// --- Taking back ---
 
 bool Applying::takeBack() noexcept {
   constexpr int rounds = 4;  // what fails once may not fail again
@@ -396,7 +399,7 @@ bool Applying::backOnce() noexcept {
   } catch (...) {
     ok = false;
   }
-  // `inverse_` counts queues from the other side, but queues come back as wholes.
+  // Paths in `inverse_` count items of queues after the change, but queues are restored as a whole.
   auto const each = [&](auto const& concerns, void (Applying::*what)(Difference const&)) {
     for (std::size_t i = 0; i < differences_.size(); ++i) {
       Difference const& d = inverse_[i];
@@ -424,7 +427,7 @@ bool Applying::backOnce() noexcept {
   return ok;
 }
 
-// A member whose key has left the tree has been set anew under what was made in its place.
+// Deletes members whose keys have left the tree. They have been set anew under the entities made in their place.
 void Applying::dropStrayKeys(Difference const& d) {
   Entity::Ptr const e = owner(d);
   std::vector<GenericIf::PtrConst> stray;

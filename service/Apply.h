@@ -1,4 +1,4 @@
-// Carrying differences out, and taking them back. Not installed.
+// Applies differences, and takes them back. Not installed.
 #pragma once
 
 #include <map>
@@ -10,17 +10,17 @@
 
 namespace Cli::Service {
 
-// One list of differences and the tree that it is carried out on. The list outlives it.
+// One list of differences and the tree to which it is applied. REQUIRES: the list outlives it.
 class Applying {
  public:
-  // Notes what it takes to bring the tree back; changes nothing. The tree is as the `before`s say.
+  // Notes what `takeBack` will need; changes nothing. REQUIRES: the nodes that the list names are as `before` says.
   Applying(std::vector<Difference> const& differences, Tree const& tree);
-  // Carries them out; what it raises leaves the tree half way.
+  // Applies the list. If it raises, the tree is changed in part.
   void write();
-  // Makes every node that the list names what it was at construction, whoever has written them since, wherever that
-  // stopped. Does not raise: a step that fails is tried again, and then left. Answers whether all went well.
+  // Restores every node that the list names to its content at construction, whatever has been written since. A step
+  // that fails is tried again, a few times. Answers whether every step succeeded.
   bool takeBack() noexcept;
-  // Pointers whose target is not there.
+  // Pointers that `write` left null because they have no target.
   std::vector<Path> dangling() const;
 
  private:
@@ -68,14 +68,13 @@ class Applying {
   std::vector<Difference> inverse_;
   std::vector<Queue> queues_;
   std::vector<SavedQueue> saved_;
-  // Entities that may leave the tree while something points at them. Their handles keep their addresses from being used
-  // again.
+  // Entities that may leave the tree while a pointer leads to them. The handles keep the addresses from being reused.
   struct Leaving {
     Kel::Entity::PtrConst handle;
-    std::string path;  // of what is made in its place; empty: nothing is
+    std::string path;  // of the entity that is made in its place; empty: none
   };
   std::unordered_map<Kel::Entity const*, Leaving> leaving_;
-  std::vector<Difference> pointers_;  // what points at them, as it was
+  std::vector<Difference> pointers_;  // the pointers to them, as they were
   PendingReferences pending_;
 };
 

@@ -24,7 +24,7 @@ Words operator+(Words words, Words const& more) {
   return words;
 }
 
-// Where the items of a queue get to, and the commands that bring them there.
+// The positions of a queue's items after the edits, and the commands that bring them there.
 class QueuePlan {
  public:
   void add(Difference const& difference) {
@@ -37,14 +37,14 @@ class QueuePlan {
     total_ += gone + come;
   }
 
-  // The position behind all edits of the item that was at a position before.
+  // The position after all edits of the item that was at `from` before.
   std::size_t after(std::size_t from) {
     plan();
     auto const found = positions_.find(from);
     return found == positions_.end() ? final_.size() + from - length() : found->second;
   }
 
-  // Deletions from behind, then what is inserted or moved from the front.
+  // Deletions from the end, then insertions and moves from the front.
   template <class Delete, class Insert, class Move>
   void run(Delete const& drop, Insert const& insert, Move const& move) {
     plan();
@@ -105,7 +105,7 @@ class QueuePlan {
       final_.push_back({nullptr, id});
     }
   }
-  // How many of the items that are there belong in front of a position.
+  // How many of the present items belong before a position.
   std::size_t before(std::vector<Slot> const& slots, std::size_t position) {
     return static_cast<std::size_t>(std::count_if(
         slots.begin(), slots.end(), [&](Slot const& slot) { return slot.item || positions_[slot.id] < position; }));
@@ -123,8 +123,8 @@ class QueuePlan {
     slots.insert(slots.begin() + static_cast<std::ptrdiff_t>(to), slot);
   }
 
-  std::map<std::size_t, bool> taken_;   // by position before: whether it is moved
-  std::map<std::size_t, Slot> placed_;  // by position behind
+  std::map<std::size_t, bool> taken_;   // by position before the edits: whether it is moved
+  std::map<std::size_t, Slot> placed_;  // by position after the edits
   std::map<std::size_t, std::size_t> positions_;
   std::map<std::size_t, bool> moved_;
   std::vector<Slot> final_;
@@ -200,7 +200,7 @@ class Renderer {
       put(*made(), Words{"set"} + path.words() + Words{spelt});
   }
 
-  // What stands for "not set" cannot be typed; a deletion leads there, too.
+  // An enumerator for "not set" cannot be typed; a deletion sets it, too.
   static bool isInitial(KelAttr const& attr, GenericIf const& value) {
     KelType const& owner = *attr.ownerType();
     GenericIf::PtrConst const initial =
@@ -245,7 +245,7 @@ class Renderer {
     }
     std::size_t const lines = made()->size();
     attributes(path, type, json);
-    // A line below makes the entity, too.
+    // Whether a later line makes the entity, too.
     bool const impliedBelow =
         made()->size() > lines && params.empty() && &type == attr.type() && (*made())[lines].starts_with("set ");
     if (impliedBelow) made()->erase(made()->begin() + static_cast<std::ptrdiff_t>(lines) - 1);
@@ -311,7 +311,7 @@ class Renderer {
       if (key != "$type") entry(path / entryStep(Kel::Name(key.starts_with("$$") ? key.substr(1) : key)), value);
   }
 
-  // Queues from the innermost to the outermost: the positions in paths are those before.
+  // Queues from the innermost to the outermost, because the positions in paths are those before the edits.
   void structure() {
     std::vector<Path const*> order;
     for (auto const& [path, plan] : queues_) order.push_back(&path);
@@ -329,7 +329,7 @@ class Renderer {
       auto const insert = [&](std::size_t at, Json const& json) {
         std::size_t const first = pointers_.size();
         item(*queue, attr, at, std::to_string(at), json);
-        // What is in the item is set when all queues around it are as they will be.
+        // The content of the item is set after all queues around it have been edited.
         for (std::size_t i = first; i < pointers_.size(); ++i) pointers_[i].first = behind(pointers_[i].first, queue);
       };
       queues_[*queue].run(drop, insert, move);
@@ -337,7 +337,8 @@ class Renderer {
     late_ = nullptr;
   }
 
-  // The path behind all edits of queues; up to `within` its positions are those before, from there on those behind.
+  // A path with the positions that items have after all edits of queues. With `within`, only those above it are
+  // changed.
   Path behind(Path const& path, Path const* within = nullptr) {
     Path now = path;
     Path before;

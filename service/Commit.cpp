@@ -1,4 +1,4 @@
-// Commits: into running, through the participants, onto the disk; or not at all.
+// Commits: the checks, the copy into running, the participants, the store.
 #include <algorithm>
 
 #include "service/Differ.h"
@@ -21,6 +21,13 @@ std::string whatHappened() {
     return e.what();
   } catch (...) {
     return "an unknown exception";
+  }
+}
+
+void reportTo(std::vector<std::string>& report, char const* before) noexcept {
+  try {
+    report.push_back(before + whatHappened());
+  } catch (...) {
   }
 }
 
@@ -72,7 +79,7 @@ std::vector<Difference> Service::Impl::partOf(Registration const& who, std::vect
   if (!who.type && who.path.empty()) return differences;
   std::vector<Difference> part;
   auto const mayHold = [&](Difference const& d) {
-    // Whether an entity of the type may be there or below.
+    // Whether the attribute may own an entity of the type, at any depth.
     std::vector<Kel::KelType const*> seen, open;
     if (d.attr && d.attr->instantiating()) open.push_back(d.attr->type());
     if (!d.attr) return true;
@@ -104,6 +111,12 @@ std::vector<Difference> Service::Impl::partOf(Registration const& who, std::vect
 std::vector<CheckError::Finding> Service::Impl::findings(Session::Impl& session,
                                                          std::vector<Difference> const& differences) const {
   std::vector<CheckError::Finding> all;
+  for (std::string const& path : outerRoots(rootPaths)) {
+    Entity const *const mine = rootAt(session.tree, path), *const theirs = rootAt(treeAt(running), path);
+    if (!mine || !theirs || mine->type() != theirs->type())
+      all.push_back({rootPath(path), "a session root is neither deleted nor replaced"});
+  }
+  if (!all.empty()) return all;  // what is missing cannot be looked at
   for (PendingReference const& reference : session.pending.list())
     all.push_back({reference.place, "'" + reference.target + "' " + reference.reason});
   Dangling dangling(session.tree);
@@ -178,7 +191,7 @@ void Service::Impl::copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
   if (ownsQueues) repair(treeAt(src), treeAt(dest), nullptr);
 }
 
-// The engine takes an item of a queue for the one of the same index: what points at items is set right afterwards.
+// The engine pairs a queue's items by their indices, so pointers to items may lead to others. This corrects them.
 void Service::Impl::repair(Tree const& src, Tree const& dest, std::unique_ptr<Marks> const& marks) {
   std::vector<Difference> const left = Differ(dest, src, marks.get()).run();
   if (!left.empty()) Cli::Service::carryOut(left, dest);
@@ -203,7 +216,7 @@ CommitRecord Service::Impl::record(CommitKind kind, std::string const& user, std
 
 void Service::Impl::append(CommitRecord const& commitRecord) {
   if (owed) {
-    // What was undone comes first.
+    // The undoing comes first.
     store->append(*owed);
     owed.reset();
   }
@@ -218,7 +231,7 @@ CommitResult Service::Impl::commit(Commit const& commit) {
   std::vector<Difference> const mine = s.edits(), theirs = s.changes();
   Merged const merged = s.mergeWith(mine, theirs, Side::session);
   if (!merged.conflicts.empty()) {
-    s.tell(merged.conflicts);
+    s.report(merged.conflicts);
     throw ConflictError(merged.conflicts);
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
@@ -235,19 +248,13 @@ CommitResult Service::Impl::commit(Commit const& commit) {
     toSession.takeBack();
     throw;
   }
-  // From here on nothing fails any more.
+  // Nothing can fail from here on.
   Tree const runningTree = treeAt(running);
   s.changesFrom = EqualPoint(s.ancestor, runningTree);
   s.forgetSettled();
   if (!result.number) return result;
   s.editsFrom = EqualPoint(s.ancestor, s.tree);
   s.runningFrom = EqualPoint(runningTree, s.tree);
-  try {
-    // What may be undone at a start has to stand behind the snapshot.
-    if (commit.kind != CommitKind::confirmed) takeSnapshot(*s.ancestorDir);
-  } catch (...) {
-    result.reports.push_back("no snapshot: " + whatHappened());  // a later one will do
-  }
   return result;
 }
 
@@ -280,20 +287,20 @@ void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const
       try {
         it->first->undo(it->second);
       } catch (...) {
-        s.notices.push_back("undoing failed: " + whatHappened());
+        reportTo(s.notices, "undoing failed: ");
       }
     }
     toAncestor.takeBack();
     toRunning.takeBack();
     throw;
   }
-  // (6) it stands
+  // (6) it is final
   result.number = last;
   for (auto const& [participant, part] : acted) {
     try {
       participant->done(part);
     } catch (...) {
-      result.reports.push_back(whatHappened());
+      reportTo(result.reports);
     }
   }
 }
@@ -303,7 +310,7 @@ void Service::Impl::check(Session::Impl& s) {
   std::vector<Difference> const mine = s.edits(), theirs = s.changes();
   Merged const merged = s.mergeWith(mine, theirs, Side::session);
   if (!merged.conflicts.empty()) {
-    s.tell(merged.conflicts);
+    s.report(merged.conflicts);
     throw ConflictError(merged.conflicts);
   }
   if (merged.changes.empty() && theirs.empty()) {
@@ -326,11 +333,11 @@ void Service::Impl::check(Session::Impl& s) {
   if (!all.empty()) throw CheckError(std::move(all));
 }
 
-// --- What a session is asked for ---
+// --- Operations of a session ---
 
 namespace {
 
-// Publishes how it went; what reactors raise there concerns nobody here.
+// Publishes the result. Exceptions of reactors are ignored.
 void publish(Session::Impl& s, bool success, bool committed, std::string const& error) noexcept {
   try {
     s.status->attemptedIs(s.status->attempted() + 1);
@@ -364,7 +371,7 @@ class InProgress {
   Cli::Session::Status& manager_;
 };
 
-// Runs a commit, and publishes how it went.
+// Runs a commit, and publishes its result.
 CommitResult published(Session::Impl& s, std::function<CommitResult()> const& run) {
   InProgress const inProgress(*s.service.manager);
   try {

@@ -1,4 +1,4 @@
-// Where commits outlive the process.
+// Stores of commits.
 #pragma once
 
 #include <optional>
@@ -13,8 +13,8 @@ namespace Cli::Service {
 enum class CommitKind {
   commit,
   rollback,   // its content is that of an earlier commit
-  confirmed,  // stands only if it is confirmed in time
-  undone      // takes confirmed ones back
+  confirmed,  // is undone unless it is confirmed in time
+  undone      // takes back commits that were not confirmed
 };
 CLI_SERVICE_API char const* text(CommitKind kind);
 
@@ -27,32 +27,32 @@ struct CommitRecord {
   std::string differences;  // as bytesOf writes them
 };
 
-// Raised by stores: the disk is full, the file is damaged, somebody else has appended.
+// Raised by stores: the disk is full, the file is damaged, another writer has appended.
 class CLI_SERVICE_API StoreError : public Error {
  public:
   using Error::Error;
 };
 
-// One writer at a time. An operation that raises has changed nothing.
+// One process at a time writes to a store. An operation that raises has changed nothing.
 class CLI_SERVICE_API CommitStore {
  public:
   virtual ~CommitStore();
 
-  // Appends a commit. Its `parent` must be the last commit there is, or 0 for the first. When this returns, the commit
-  // is on the disk.
+  // Appends a commit. REQUIRES: its `parent` is the last commit in the store, or 0 for the first. When this returns, a
+  // store on disk has it on the disk.
   virtual void append(CommitRecord const& record) = 0;
 
-  // The commits from a number on that are kept, in their order.
+  // The commits from a number on that are kept, oldest first.
   virtual std::vector<CommitRecord> read(Kel::U64 from) = 0;
 
-  // The state of the tree right after a commit, as bytes. The store may drop what its bounds no longer cover, but never
-  // the newest snapshot nor the commits behind it.
+  // The configuration right after a commit, as bytes of an attribute log. A store may drop old commits, but never the
+  // newest snapshot or the commits after it.
   struct Snapshot {
-    Kel::U64 number = 0;
+    Kel::U64 number = 0;  // of the commit
     std::string bytes;
   };
   virtual void snapshot(Snapshot const& snapshot) = 0;
-  // The newest snapshot of a commit up to that number; null: there is none.
+  // The newest snapshot of a commit up to that number, if there is one.
   virtual std::optional<Snapshot> snapshotAt(Kel::U64 number) = 0;
 };
 

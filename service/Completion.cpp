@@ -1,4 +1,4 @@
-// What may come next: completion of words.
+// Completion of words.
 #include <algorithm>
 
 #include "service/ModelHooks.h"
@@ -46,7 +46,7 @@ Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, KelAttr const& attr, 
 
 namespace {
 
-// The candidates that begin with a word; keeps the first ones of a natural order.
+// Collects the candidates that begin with a word, and keeps the first ones in natural order.
 class Gathering {
  public:
   Gathering(std::string_view begun, std::size_t limit) : begun_(begun), limit_(limit) {}
@@ -55,7 +55,7 @@ class Gathering {
   void add(std::string word, std::string explanation) {
     if (fits(word)) found_.list.push_back({std::move(word), std::move(explanation)});
   }
-  // Texts that stay where they are until the end. The last of those that are kept is on top of a heap.
+  // REQUIRES: the text outlives this object. The kept texts are a heap with the last one on top.
   void offer(std::string_view word) {
     if (!fits(word)) return;
     if (words_.size() < limit_) {
@@ -112,7 +112,7 @@ class Completer {
   }
 
  private:
-  // Whether the command may end behind the path that was read, and `more` words that do not belong to it.
+  // Whether the command may end after the path that was read and `more` further words.
   bool mayEnd(WordReader const& reader, std::size_t more) const {
     if (what_ == CompletionFor::path) return true;
     PathStep const* const last = reader.path().empty() ? nullptr : &reader.path().steps.back();
@@ -128,13 +128,13 @@ class Completer {
   // --- The item that is inserted into a queue ---
 
   static bool atQueue(WordReader const& reader) { return reader.expects() == Expects::key && reader.attr()->isQueue(); }
-  // Whether words behind a queue lead to what an item of it holds, and not to a place in it.
+  // Whether the words after a queue lead to something in an item, and not to a position in the queue.
   static bool leadsBelow(WordReader const& reader, std::span<std::string const> words) {
     KelAttr const& attr = *reader.attr();
     KelAttr const* const held = attr.instantiating() && words.size() > 1 ? attr.type()->findAttr(words[1]) : nullptr;
     return words[0] != "end" && held && (held->isCollection() || held->instantiating());
   }
-  // Behind a queue: the position is `words[0]`, then come a value, or parameters and their values.
+  // The words after a queue: `words[0]` is the position, then follow a value, or parameters and their values.
   Candidates item(WordReader const& reader, std::span<std::string const> words, std::string const& begun) const {
     KelAttr const& attr = *reader.attr();
     Candidates found;
@@ -152,7 +152,7 @@ class Completer {
     return found;
   }
 
-  // `head`: what stands in the word in front of what is completed.
+  // `head`: the part of the word before the completed part.
   Candidates next(WordReader const& reader, std::string const& begun, std::string const& head) {
     switch (reader.expects()) {
       case Expects::entry: return entries(reader, begun, head);
@@ -209,7 +209,7 @@ class Completer {
     if (KeyForm const form = keyForm(attr); form.parts.size() > 1) return form.text;
     return attr.keyType() == Kel::TypeOf<Kel::Name>::type() ? "a name" : expectation(*attr.keyType());
   }
-  // What a part of a new key may be. The first part is left to the keys that are there, as long as one fits.
+  // The completions of a part of a new key. For the first part, existing keys take precedence as long as one fits.
   void addKeyParts(KelAttr const& attr, std::string const& begun, Candidates& found) const {
     KeyForm const form = keyForm(attr);
     auto const part = static_cast<std::size_t>(std::count(begun.begin(), begun.end(), form.separator));
@@ -271,7 +271,7 @@ class Completer {
     return std::move(gathering.found());
   }
 
-  // By name, those that share one by their paths.
+  // Targets are offered by their names; those that share a name, by their paths.
   void addTargets(KelType const& wanted, std::string const& begun, Candidates& found) const {
     struct Target {
       std::string_view name;

@@ -1,4 +1,4 @@
-// Where two users changed one node differently.
+// Nodes that two users changed differently.
 #pragma once
 
 #include <string>
@@ -10,26 +10,24 @@ namespace Cli::Service {
 
 enum class ConflictKind {
   value,      // one attribute, or one key of a collection of values
-  existence,  // one side deleted what the other changed, created or points at
+  existence,  // one side deleted what the other changed or points at, or both created one member differently
   order       // overlapping runs of a queue
 };
 CLI_SERVICE_API char const* text(ConflictKind kind);
 
-// Whose content a node gets.
+// The side whose content a node gets.
 enum class Side { session, running };
 
-// Contents are as in Difference; those of an order conflict are the items of the run. Paths below queues count items as
-// the ancestor has them.
-//
-// A node that both sides have changed since their common ancestor, and that they did not leave with the same content.
+// A node that both sides have changed since their common ancestor, with different results. Paths below queues count
+// items as the ancestor has them.
 struct Conflict {
   Path path;
   ConflictKind kind = ConflictKind::value;
   Kel::KelType const* type = nullptr;  // as in Difference
   Kel::KelAttr const* attr = nullptr;
-  Json ancestor, session, running;     // the contents on each side, as in Difference; null where there is none
+  Json ancestor, session, running;     // the contents, as in Difference; order: the items of the run; null: none
   std::vector<Path> nodes;             // existence: what the other side changed at the entity or below it
-  std::optional<Path> target;          // of a pointer: the entity that it would no longer lead to
+  std::optional<Path> target;          // of a pointer: the deleted entity that it leads to
   std::optional<Difference::Run> run;  // order: where the run begins in the ancestor, and in the session
 };
 

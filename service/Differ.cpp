@@ -31,7 +31,7 @@ std::optional<bool> sameItem(Entity const& from, Entity const& to) {
   return true;
 }
 
-// --- What is told of a difference ---
+// --- Contents of differences ---
 
 Path Differ::pathOf(Frame const& at) const {
   std::vector<Frame const*> way;
@@ -70,7 +70,7 @@ Json Differ::text(Entity const* target, Tree const& tree) const {
 std::vector<Difference> Differ::run() {
   walk();
   if (!marks_ || !strayPointers_) return std::move(found_);
-  // Pointers at items that stand for other ones now, or for none, may be anywhere.
+  // There may be pointers anywhere to items that are aligned with others now, or with none.
   marks_ = nullptr;
   found_.clear();
   walk();
@@ -99,7 +99,7 @@ Differ::Plan const& Differ::planOf(KelType const& type) {
   return plan;
 }
 
-// What an attribute or a directory's entry owns on both sides.
+// Compares the entities that an attribute or a directory's entry owns on both sides.
 void Differ::owned(Frame const& at, Entity const* from, Entity const* to) {
   if (!from && !to) return;
   if (from && to && madeAlike(*from, *to)) return entity(at, *from, *to);
@@ -309,7 +309,7 @@ void Differ::collection(Frame const& at, Entity const& from, Entity const& to, K
   });
 }
 
-// Keys are told apart by where they lead.
+// Pointer keys are compared by the paths of their targets.
 void Differ::pointerKeys(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
   struct Member {
     Entity const* key;
@@ -388,7 +388,7 @@ void Differ::members(Frame const& at, Entity const& from, Entity const& to, KelA
 
 namespace {
 
-// Whether somebody besides its owner holds an entity, or what is below it.
+// Whether an entity, or one below it, is held by something besides its owner.
 bool isPointedAt(Entity const& top) {
   std::vector<Entity const*> open{&top};
   while (!open.empty()) {
@@ -400,7 +400,7 @@ bool isPointedAt(Entity const& top) {
   return false;
 }
 
-// The items of a queue, with their contents when they are asked for.
+// The items of a queue. Their contents are made when they are first needed.
 class Items {
  public:
   Items(Entity const& owner, KelAttr const& attr, Tree const& tree) : tree_(tree) {

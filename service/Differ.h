@@ -13,11 +13,11 @@ namespace Cli::Service {
 
 class Differ {
  public:
-  // `marks`, where given, are on `from`'s entities, and nothing else is looked at.
+  // `marks` are on the entities of `from`, and only what is marked is compared; null: everything is compared.
   Differ(Tree const& from, Tree const& to, Marks const* marks) : from_(from), to_(to), marks_(marks) {}
   std::vector<Difference> run();
 
-  // Whether two pointers, one in each tree, lead to the same place: neither is null.
+  // Whether the targets of two pointers, one in each tree, have the same path there.
   bool sameTarget(Kel::Entity const& from, Kel::Entity const& to);
 
  private:
@@ -25,7 +25,7 @@ class Differ {
   // How an entity was reached, for its path.
   struct Frame {
     Frame const* up;
-    PathStep const* fixed;               // the step itself; null: made of what follows
+    PathStep const* fixed;               // the step itself; null: it is made from what follows
     Kel::KelAttr const* attr = nullptr;  // the attribute through which it is held
     Kel::Entity const* member = nullptr;
     std::size_t position = 0;  // in a queue, of `from`
@@ -33,7 +33,7 @@ class Differ {
   struct Plan {
     std::vector<Kel::KelAttr const*> all, further, owned;  // copiable; those that plainEqual leaves out; owning
   };
-  // What is known of the items of an owned queue.
+  // How the items of two owned queues are aligned.
   struct Queue {
     std::unordered_map<Kel::Entity const*, std::size_t> from, to;
     std::vector<std::size_t> partner;  // by positions in `from`
@@ -67,7 +67,7 @@ class Differ {
 
   Tree from_, to_;
   Marks const* marks_;
-  bool whole_ = false;          // below here everything is looked at, marked or not
+  bool whole_ = false;          // below here everything is compared, marked or not
   bool strayPointers_ = false;  // something points at items that are not aligned
   std::vector<Difference> found_;
   std::unordered_map<Kel::KelType const*, Plan> plans_;
@@ -76,10 +76,10 @@ class Differ {
   Kel::Entity const *fromOwner_ = nullptr, *toOwner_ = nullptr;
 };
 
-// True if two entities of an owned queue may be aligned: of one type, with the same constructor parameters behind the
-// index. Nothing where there are no such parameters, and the contents decide.
+// Whether two entities of an owned queue may be aligned: they have one type, and the same constructor parameters after
+// the index. Empty if there are no such parameters: then the contents decide.
 std::optional<bool> sameItem(Kel::Entity const& from, Kel::Entity const& to);
-// True if an entity was made as another one was: the type, and all constructor parameters.
+// True if two entities have the same type and equal constructor parameters.
 bool madeAlike(Kel::Entity const& from, Kel::Entity const& to);
 
 }  // namespace Cli::Service

@@ -42,11 +42,11 @@ std::string text(Difference const& d) {
   }
 }
 
-// --- The other side ---
+// --- Inverse ---
 
 namespace {
 
-// Where the items of one queue that stay are found on the other side.
+// The positions, on the other side, of the items of a queue that stay.
 class Shift {
  public:
   void add(Difference const& d) {
@@ -100,7 +100,7 @@ namespace {
 
 constexpr int version = 1;
 
-// Names that stand once in front, and are referred to by their numbers.
+// A table of names at the front of the bytes. The rest refers to them by number.
 class Names {
  public:
   std::size_t of(std::string const& name) {
@@ -184,7 +184,7 @@ std::string bytesOf(std::vector<Difference> const& differences) {
     }
     list.push_back(std::move(item));
   }
-  Json whole;
+  Json whole = Json::object();
   whole["version"] = version;
   whole["types"] = types.list();
   whole["attributes"] = attrs.list();

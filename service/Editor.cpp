@@ -99,9 +99,9 @@ class Editor::Impl {
     settle(all);
   }
 
-  // What comes and goes has others point at it.
+  // Sets the pointers to entities that were made or deleted.
   void settle(Applied& applied) {
-    if (!departed_.empty()) applied.dangling = departed_.repoint(base_, &pending_);
+    if (!departed_.empty()) applied.dangling = departed_.repoint(base_, &pending_, nullptr);
     departed_ = Departed();
     if (!pending_.empty() && (!applied.created.empty() || applied.changed)) applied.revived = pending_.retry(base_);
     if (!applied.revived.empty()) applied.text += "; pointing at it again: " + some(applied.revived);
@@ -137,7 +137,7 @@ class Editor::Impl {
     return target && target->type()->isA(&type) ? GenericIf::ofEntity(target) : nullptr;
   }
 
-  // Constructor arguments from names and values; what is not named is `like`'s, or the default.
+  // Constructor arguments from names and values. An argument that is not named is taken from `like`, or is the default.
   Args parameters(KelType const& type, KelAttr const& holder, GenericIf::PtrConst const& key, WordSpan words,
                   Kel::Entity const* like) const {
     std::map<std::size_t, GenericIf::PtrConst> given;
@@ -293,7 +293,7 @@ class Editor::Impl {
     PathStep const& last = path.steps.back();
     KelAttr const& attr = *last.attr;
     if (!attr.copiable()) throw InputError("'" + path.text() + "' cannot be set");
-    // A reference under its target's name.
+    // A member of a collection of references may be named by its target.
     std::string const name = last.key ? last.keyText() : std::string();
     bool const byName = attr.isPtr() && last.key && attr.keyType() == Kel::TypeOf<Kel::Name>::type();
     if (words.empty() && byName) return setValue(applied, path, {&name, 1});
@@ -326,7 +326,7 @@ class Editor::Impl {
       applied.text = path.text() + " set to " + is + (before || attr.isPtr() ? ", was " + was : "");
   }
 
-  // A reference as a rendering has it: one that leads nowhere yet waits.
+  // Sets a reference from a rendering. If it leads nowhere yet, it becomes pending.
   void setRendered(Applied& applied, Path const& path, std::string const& text) {
     KelAttr const& attr = *path.steps.back().attr;
     ensure(applied, path.parent());
@@ -336,6 +336,7 @@ class Editor::Impl {
       reference.target = path.steps.back().keyText();
     } else if (text == "null") {
       reference.value = nullptr;
+      if (attr.keyIsPtr()) reference.target = path.steps.back().keyText();
     }
     pending_.erase(path);
     reference.reason = setReference(base_, reference);
@@ -369,7 +370,7 @@ class Editor::Impl {
     Kel::Entity::Ptr const owner = entityAt(base_, ownerPath);
     if (attr.isQueue() && last.key) {
       QueueEdit edit(base_, pending_, *owner, path.parent() / attributeStep(attr));
-      if (attr.instantiating()) departed_.note(*place.entity, std::nullopt);  // its position will be another's
+      if (attr.instantiating()) departed_.note(*place.entity, std::nullopt);  // another item will have its position
       edit.erase(path.position());
       applied.text = path.text() + " deleted";
       return;
@@ -403,7 +404,7 @@ class Editor::Impl {
     applied.text = path.text() + " deleted";
   }
 
-  // What is about to leave: one entity, or all of an attribute.
+  // Notes what is about to leave: one entity, or all of an attribute.
   void noteOwned(Kel::Entity& owner, KelAttr const& attr, Path const& path) {
     if (path.steps.back().key || !attr.isCollection()) {
       if (Kel::Entity::Ptr const e = entityAt(base_, path)) departed_.note(*e, path);
@@ -419,8 +420,8 @@ class Editor::Impl {
 
   // --- Queues ---
 
-  // The queue that words lead to, and how many of them do. Behind an item of an outer queue the path goes on only with
-  // what the item holds, not with a parameter of a new one.
+  // The queue to which the words lead, and how many words that takes. After an item of an outer queue, a word belongs
+  // to the path only if it names an attribute of the item, not a parameter of a new one.
   std::pair<Path, std::size_t> readQueue(WordSpan words, Path const& at) const {
     WordReader reader(base_, at, rules(false));
     std::size_t used = 0;

@@ -1,4 +1,4 @@
-// What the service raises when it refuses; the message is a sentence for people.
+// The base of the service's exceptions. Messages are for users.
 #pragma once
 
 #include <stdexcept>

@@ -1,4 +1,4 @@
-// What was committed: restored at start, looked at, and undone.
+// Commits of the past: reading them, restoring them at start, undoing them.
 #include <algorithm>
 
 #include "Kel/AttrLog.h"
@@ -56,7 +56,7 @@ std::optional<Service::Waiting> Service::waiting() const {
 
 // --- Earlier states ---
 
-// From running as it is now, backwards.
+// Starts from running as it is now, and takes commits back.
 void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
   if (number > last) throw Error("there is no commit " + std::to_string(number));
   auto const records = store->read(number + 1);
@@ -69,10 +69,17 @@ void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
 
 // --- Snapshots ---
 
-void Service::Impl::takeSnapshot(Kel::Dir const& dir) {
-  if (options.snapshotEvery == 0 || last - lastSnapshot < options.snapshotEvery) return;
-  store->snapshot({last, Kel::writeAttrLog(dir)});
-  lastSnapshot = last;
+// Its cost is proportional to the size of the tree, so `poll` takes it, and no commit waits for it.
+void Service::Impl::takeSnapshotIfDue() noexcept {
+  // A commit that `start` may undo must be later than the snapshot.
+  if (options.snapshotEvery == 0 || last - lastSnapshot < options.snapshotEvery || unconfirmed || owed) return;
+  lastSnapshot = last;  // of one that fails, too: a later one will do
+  try {
+    auto const state = scratch();
+    copy(running, state->tree.dir);
+    store->snapshot({last, Kel::writeAttrLog(*state->tree.dir)});
+  } catch (...) {
+  }
 }
 
 // --- At start ---
@@ -111,7 +118,7 @@ void Service::start() {
     i.last = expected;
     i.lastSnapshot = snapshot ? snapshot->number : 0;
   }
-  // Every participant gets all there is.
+  // Every participant gets the whole configuration.
   {
     auto const empty = i.scratch();
     std::vector<Difference> const all = differences(empty->tree, i.treeAt(i.running));
@@ -129,7 +136,7 @@ void Service::start() {
 
 // --- Undoing ---
 
-// Makes running what another tree is, and does not give up at the first exception.
+// Makes running equal to another tree. Tries again after an exception.
 void Service::Impl::makeRunning(Tree const& wanted, std::vector<Difference> const& toDo) {
   constexpr int attempts = 4;
   Tree const runningTree = treeAt(running);
@@ -148,54 +155,61 @@ void Service::Impl::makeRunning(Tree const& wanted, std::vector<Difference> cons
 std::vector<std::string> Service::Impl::undoUnconfirmed(bool keepEdits) {
   UnderWay const inProgress(*this);
   std::vector<std::string> reports;
-  Unconfirmed const undone = *unconfirmed;
-  Tree const runningTree = treeAt(running);
+  Kel::U64 const first = unconfirmed->first;
   auto const before = scratch();
-  restore(undone.first - 1, before->tree);
-  std::vector<Difference> const differences = Differ(runningTree, before->tree, nullptr).run();
+  restore(first - 1, before->tree);
+  std::vector<Difference> const differences = Differ(treeAt(running), before->tree, nullptr).run();
+  CommitRecord taken = record(CommitKind::undone, unconfirmed->user, unconfirmed->session, "", differences);
   makeRunning(before->tree, differences);
+  // Nothing can stop it from here on.
   unconfirmed.reset();
   for (Registration const& who : participants) {
-    auto const part = partOf(who, differences);
-    if (part.empty()) continue;
     try {
+      auto const part = partOf(who, differences);
+      if (part.empty()) continue;
       who.participant->apply(part);
       who.participant->done(part);
     } catch (...) {
-      reports.push_back(whatHappened());
+      reportTo(reports);
     }
   }
-  CommitRecord const taken = record(CommitKind::undone, undone.user, undone.session, "", differences);
+  if (auto const found = sessions.find(taken.session); keepEdits && found != sessions.end())
+    keepUndone(*found->second->impl_, first, reports);
   try {
     append(taken);
   } catch (...) {
-    // It is written before the next commit; until then a start undoes once more what was undone.
-    reports.push_back(whatHappened());
-    owed = taken;
+    // It is written before the next commit. If the service starts again before that, the commits are undone again.
+    reportTo(reports);
     last = taken.number;
-  }
-  // What was undone is back as edits.
-  if (auto const found = sessions.find(undone.session); keepEdits && found != sessions.end()) {
-    Session::Impl& s = *found->second->impl_;
-    try {
-      std::vector<Difference> const theirs = s.changes();
-      Applying toAncestor(theirs, s.ancestor);
-      toAncestor.write();
-      s.changesFrom = EqualPoint(s.ancestor, runningTree);
-    } catch (...) {
-      reports.push_back(whatHappened());
-    }
-    s.notices.push_back("commit " + std::to_string(undone.first) +
-                        " was undone, since it was not confirmed; what it held is back in the session as edits");
+    owed = std::move(taken);
   }
   return reports;
+}
+
+// Makes the undone changes edits of their session.
+void Service::Impl::keepUndone(Session::Impl& s, Kel::U64 number, std::vector<std::string>& reports) noexcept {
+  try {
+    std::vector<Difference> const theirs = s.changes();
+    Applying toAncestor(theirs, s.ancestor);
+    try {
+      toAncestor.write();
+    } catch (...) {
+      toAncestor.takeBack();
+      throw;
+    }
+    s.changesFrom = EqualPoint(s.ancestor, treeAt(running));
+    s.notices.push_back("commit " + std::to_string(number) +
+                        " was undone, since it was not confirmed; what it held is back in the session as edits");
+  } catch (...) {
+    reportTo(reports);
+  }
 }
 
 // --- Other sessions ---
 
 namespace {
 
-// Without what a conflict concerns.
+// The changes that no conflict concerns.
 std::vector<Difference> withoutConflicts(std::vector<Difference> changes, std::vector<Conflict> const& conflicts) {
   std::erase_if(changes, [&](Difference const& d) {
     return std::any_of(conflicts.begin(), conflicts.end(), [&](Conflict const& c) {
@@ -208,44 +222,44 @@ std::vector<Difference> withoutConflicts(std::vector<Difference> changes, std::v
 
 }  // namespace
 
-void Service::Impl::updateOthers(Session::Impl const& committed) {
+void Service::Impl::updateOthers(Session::Impl const& committed) noexcept {
   if (options.automaticUpdate == AutomaticUpdate::off) return;
   for (auto const& [name, session] : sessions) {
-    Session::Impl& s = *session->impl_;
-    if (&s == &committed) continue;
+    if (session->impl_.get() == &committed) continue;
     try {
-      if (options.automaticUpdate != AutomaticUpdate::revertOnConflict) {
-        bool const candidate = options.automaticUpdate == AutomaticUpdate::preferCandidate;
-        std::size_t const n =
-            session->update(candidate ? UpdateMode::preferCandidate : UpdateMode::preferRunning).size();
-        if (n > 0) s.notices.push_back("updated: " + std::to_string(n) + " changes came from running");
-        continue;
-      }
-      std::vector<Difference> const mine = s.edits(), theirs = s.changes();
-      Merged const merged = s.mergeWith(mine, theirs, Side::session);
-      if (merged.conflicts.empty()) {
-        if (std::size_t const n = session->update().size())
-          s.notices.push_back("updated: " + std::to_string(n) + " changes came from running");
-        continue;
-      }
-      s.tell(merged.conflicts);
-      s.notices.push_back(std::to_string(merged.conflicts.size()) + " conflicts with what " + committed.user +
-                          " committed are to be resolved");
-      std::vector<Difference> const harmless = withoutConflicts(theirs, merged.conflicts);
-      Merged const part = s.mergeWith(mine, harmless, Side::session);
-      if (!part.conflicts.empty() || harmless.empty()) continue;
-      Applying toSession(part.changes, s.tree), toAncestor(harmless, s.ancestor);
-      try {
-        toSession.write();
-        toAncestor.write();
-        if (!toAncestor.dangling().empty()) throw Error("what is left out is needed");
-      } catch (...) {
-        toAncestor.takeBack();
-        toSession.takeBack();
-      }
+      updateOther(*session, committed.user);
     } catch (...) {
-      s.notices.push_back("the update failed: " + whatHappened());
+      reportTo(session->impl_->notices, "the update failed: ");
     }
+  }
+}
+
+void Service::Impl::updateOther(Session& session, std::string const& committer) {
+  Session::Impl& s = *session.impl_;
+  auto const updated = [&](std::size_t changes) {
+    if (changes > 0) s.notices.push_back("updated: " + std::to_string(changes) + " changes came from running");
+  };
+  if (options.automaticUpdate == AutomaticUpdate::preferCandidate)
+    return updated(session.update(UpdateMode::preferCandidate).size());
+  if (options.automaticUpdate == AutomaticUpdate::preferRunning)
+    return updated(session.update(UpdateMode::preferRunning).size());
+  std::vector<Difference> const mine = s.edits(), theirs = s.changes();
+  Merged const merged = s.mergeWith(mine, theirs, Side::session);
+  if (merged.conflicts.empty()) return updated(session.update().size());
+  s.report(merged.conflicts);
+  s.notices.push_back(std::to_string(merged.conflicts.size()) + " conflicts with what " + committer +
+                      " committed are to be resolved");
+  std::vector<Difference> const harmless = withoutConflicts(theirs, merged.conflicts);
+  Merged const part = s.mergeWith(mine, harmless, Side::session);
+  if (!part.conflicts.empty() || harmless.empty()) return;
+  Applying toSession(part.changes, s.tree), toAncestor(harmless, s.ancestor);
+  try {
+    toSession.write();
+    toAncestor.write();
+    if (!toAncestor.dangling().empty()) throw Error("what is left out is needed");
+  } catch (...) {
+    toAncestor.takeBack();
+    toSession.takeBack();
   }
 }
 

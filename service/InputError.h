@@ -1,11 +1,11 @@
-// What a person or a file gave and cannot be taken.
+// Bad input from a user or a file.
 #pragma once
 
 #include "service/Error.h"
 
 namespace Cli::Service {
 
-// The message says which word, path or line is wrong and what would have done. Nothing was changed.
+// The message says which word, path or line is wrong, and what was expected. Nothing was changed.
 class CLI_SERVICE_API InputError : public Error {
  public:
   using Error::Error;

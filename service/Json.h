@@ -1,17 +1,17 @@
-// The JSON documents of the service: members keep their order, so that equal trees have equal texts.
+// JSON documents whose members keep their order, so that equal trees have equal texts.
 #pragma once
 
 #include <nlohmann/json.hpp>
 
 namespace Cli::Service {
 
-// Integers are of the framework's widest types. That makes it a type of its own, whose destruction is given below.
+// Integers have the framework's widest types. So this is a type of its own, and its `destroy` can be specialised below.
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool, long long, unsigned long long>;
 
 }  // namespace Cli::Service
 
-// The library's own version takes memory to destroy a document, and ends the process where there is none. Documents of
-// the service are no deeper than trees, so that each part can destroy those that it holds.
+// The library's own `destroy` allocates, and ends the process if there is no memory. Recursion is safe here, because
+// documents of the service are no deeper than trees.
 template <>
 inline void Cli::Service::Json::json_value::destroy(value_t kind) {
   switch (kind) {

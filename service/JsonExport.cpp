@@ -25,7 +25,7 @@ Kel::Entity const* prototypeOf(KelType const& type) {
   try {
     entity = type.newDefault();
   } catch (Kel::Exception const&) {
-    // A constructor that wants more than defaults: nothing of the type counts as default.
+    // The type cannot be made from defaults, so no content of it counts as default.
   }
   std::unique_lock const guard(lock);
   return made->emplace(&type, entity).first->second.ptr();
@@ -34,7 +34,7 @@ Kel::Entity const* prototypeOf(KelType const& type) {
 bool sameContent(Kel::Entity const& a, Kel::Entity const& b, KelAttr const& attr) {
   if (attr.access().equal(a, b)) return true;
   if (attr.isCollection() || attr.isPtr() || attr.inPlainEqual()) return false;
-  // Of a type without a comparison, or not a number.
+  // The type has no comparison, or a value is NaN.
   GenericIf::PtrConst const x = valueOfAttr(a, attr), y = valueOfAttr(b, attr);
   return x && y && x->strep() == y->strep();
 }
@@ -160,7 +160,7 @@ class Exporter {
     }
     return json;
   }
-  // An object that grows copies what is in it: it is made when all its members are.
+  // An object that grows copies its members, so it is made when all members are complete.
   using Members = std::vector<std::pair<std::string, Json>>;
   static Json objectOf(Members members) {
     Json json = Json::object();
@@ -170,7 +170,7 @@ class Exporter {
   }
   static void reserve(Json& json, std::size_t size) { json.get_ref<Json::object_t&>().reserve(size); }
 
-  // Members that wait for the target of their key.
+  // Members whose pointer key is pending.
   void addPending(KelAttr const& attr, std::vector<Entry>& entries) const {
     if (!options_.pending || !attr.keyIsPtr()) return;
     Path const whole = at_ / attributeStep(attr);

@@ -7,9 +7,9 @@
 
 namespace Cli::Service {
 
-// The key that a member's name stands for; for keys that are values. Raises InputError.
+// The key for the name of a JSON member. REQUIRES: `type` is not an entity type. Raises InputError.
 Kel::GenericIf::PtrConst keyFromName(Kel::KelType const& type, std::string const& name);
-// The value that a text stands for as textOf writes it, whether a person may type it or not. Raises InputError.
+// The value of a text that textOf wrote, even if a user may not type it. Raises InputError.
 Kel::GenericIf::Ptr writtenValue(Kel::KelType const& type, std::string const& text);
 
 }  // namespace Cli::Service

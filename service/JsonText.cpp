@@ -1,4 +1,4 @@
-// JSON documents as texts: read without losing time in large objects, with the lines that their members are in.
+// Parses JSON texts, fast also for large objects, and finds the lines of their members.
 #include "service/JsonText.h"
 
 #include <iterator>
@@ -19,7 +19,7 @@ std::size_t lineAt(std::string_view text, std::size_t at) {
   return line;
 }
 
-// Builds the document. An object of nlohmann's looks through all its members before it takes another one.
+// Builds the document. The library's own builder takes quadratic time: its objects search all members for each new one.
 class Builder : public nlohmann::json_sax<Json> {
  public:
   Json document;
@@ -50,10 +50,10 @@ class Builder : public nlohmann::json_sax<Json> {
   }
 
  private:
-  // An object or a list that is being read. An object that grows would copy what is in it.
+  // An object or list that is being read. Members are collected first, because an object that grows copies them.
   struct Open {
     bool isArray;
-    std::string key;  // under which it is held
+    std::string key;  // its name in the object that contains it
     std::vector<std::pair<std::string, Json>> members;
     Json items = Json::array();
     std::unordered_set<std::string> names;
@@ -125,7 +125,7 @@ struct Counting {
   bool operator!=(Counting const& other) const { return at != other.at; }
 };
 
-// Goes through a text that is known to be JSON, to the value that a chain of names and indices leads to.
+// Finds the value to which names and indices lead. REQUIRES: the text is valid JSON.
 class Finder {
  public:
   explicit Finder(std::string_view text) : text_(text) {}

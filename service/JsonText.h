@@ -10,14 +10,14 @@
 
 namespace Cli::Service {
 
-// A value in a document: names of members and indices of items on the way to it.
+// The way to a value in a document: names of members and indices of items.
 struct JsonPlace {
   std::vector<std::variant<std::string, std::size_t>> steps;
 };
 
-// Raises ImportError for what is no JSON, too large, nested too deeply, or has a name twice in one object.
+// Raises ImportError if the text is not JSON, too large, nested too deeply, or has a name twice in one object.
 Json parseJson(std::string const& file, std::string_view text);
-// The line that a value begins in.
+// The line in which a value begins, counted from 1.
 std::size_t lineOf(std::string_view text, JsonPlace const& place);
 
 }  // namespace Cli::Service

@@ -95,7 +95,7 @@ Json valueJson(GenericIf const& value) {
   return fields;
 }
 
-// --- Back ---
+// --- From JSON ---
 
 [[noreturn]] void refuse(KelType const& type, Json const& json) {
   std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -133,7 +133,7 @@ GenericIf::Ptr floatFromJson(KelType const& type, double number) {
   return std::isfinite(narrow) == std::isfinite(number) ? GenericIf::of(narrow) : nullptr;
 }
 
-// Null: it is no value of the type.
+// Null if it is not a value of the type.
 GenericIf::Ptr builtinFromJson(KelType const& type, Json const& json, ValueRule rule) {
   B const builtin = type.builtin();
   bool const isFloat = builtin == B::f32 || builtin == B::f64;
@@ -170,7 +170,7 @@ GenericIf::Ptr fromStrep(KelType const& type, Kel::String8 const& strep) {
   return type.valueOps().parse(at, at + strep.chars());
 }
 
-// A representation value. What it starts with stands for "not given", and is always taken.
+// A representation value. The type's default means "not given", and is always accepted.
 GenericIf::Ptr representationFromJson(KelType const& type, Json const& json, ValueRule rule) {
   KelType const& inner = *type.valAttr()->type();
   if (rule == ValueRule::checked && json.is_string() && inner.builtin() != B::string && !inner.valAttr())

@@ -61,7 +61,7 @@ Kel::Entity* heldLike(Kel::Entity const& owner, Kel::Entity const& e) {
 
 Marks::Mark& Marks::at(Kel::Entity const& e, Kel::Entity const& root) {
   auto const [found, isNew] = marks_.try_emplace(&e);
-  Mark& mark = found->second;  // stays where it is while the map grows
+  Mark& mark = found->second;  // stays valid while the map grows
   if (isNew && &e != &root) at(*e.parent(), root).owned.push_back(&e);
   return mark;
 }
@@ -73,7 +73,7 @@ void Marks::note(Kel::Entity const& e, Kel::Entity const& root, Change change) {
 
 namespace {
 
-// The entities from the root down to `e`, the root left out; nothing when `e` is not below it.
+// The entities from the root (excluded) down to `e`; empty if `e` is not below the root.
 std::optional<std::vector<Kel::Entity const*>> wayTo(Kel::Entity const& e, Kel::Entity const& root) {
   std::vector<Kel::Entity const*> way;
   for (Kel::Entity const* at = &e; at != &root; at = at->parent()) {
@@ -96,7 +96,7 @@ void Marks::add(Kel::Entity const& root, Kel::Entity const& otherRoot, std::vect
     for (Kel::Entity const* e : *way) {
       Kel::KelAttr const* const held = asDir(e->parent()) ? nullptr : e->parentAttr();
       if (held && held->isQueue()) {
-        // Items are aligned anew: which one stands for which is not known before.
+        // The items are aligned later, so the counterpart of this one is not known yet.
         Mark& mark = at(*mine, root);
         if (std::find(mark.queues.begin(), mark.queues.end(), held) == mark.queues.end()) mark.queues.push_back(held);
         return;
@@ -113,7 +113,15 @@ void Marks::add(Kel::Entity const& root, Kel::Entity const& otherRoot, std::vect
 
 // --- Equal points ---
 
-EqualPoint::EqualPoint(Tree const& a, Tree const& b) {
+EqualPoint::EqualPoint(Tree const& a, Tree const& b) noexcept {
+  try {
+    note(a, b);
+  } catch (...) {
+    known_ = false;
+  }
+}
+
+void EqualPoint::note(Tree const& a, Tree const& b) {
   if (!ChangeJournal::enabled()) return;
   for (std::string const& path : outerRoots(*a.roots)) {
     Kel::Entity const *const x = rootAt(a, path), *const y = rootAt(b, path);

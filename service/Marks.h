@@ -1,4 +1,4 @@
-// What has changed in two trees since they were equal, so that only that is looked at. Not installed.
+// What has changed in two trees since they were equal, so that only that is compared. Not installed.
 #pragma once
 
 #include <memory>
@@ -15,9 +15,9 @@ namespace Cli::Service {
 class Marks {
  public:
   struct Mark {
-    Kel::U8 change = 0;                       // 0: nothing of its own; else a Kel::Change
-    std::vector<Kel::KelAttr const*> queues;  // of its own, with changes in an item
-    std::vector<Kel::Entity const*> owned;    // what it owns that is marked
+    Kel::U8 change = 0;                       // 0: the entity itself has not changed; else a Kel::Change
+    std::vector<Kel::KelAttr const*> queues;  // its queues with changes in an item
+    std::vector<Kel::Entity const*> owned;    // the marked entities that it owns
     bool has(Kel::Change least) const { return change >= static_cast<Kel::U8>(least); }
   };
 
@@ -41,11 +41,15 @@ class Marks {
 class EqualPoint {
  public:
   EqualPoint() = default;  // never
-  EqualPoint(Tree const& a, Tree const& b);
+  // Does not raise, because it is made after writes that cannot be taken back. If there is no memory, it knows nothing,
+  // and everything is compared.
+  EqualPoint(Tree const& a, Tree const& b) noexcept;
   // The marks on `a`'s entities; null: everything has to be looked at.
   std::unique_ptr<Marks> changes(Tree const& a, Tree const& b) const;
 
  private:
+  void note(Tree const& a, Tree const& b);
+
   struct Root {
     Kel::U64 aJournal, a, bJournal, b;
   };
@@ -54,14 +58,13 @@ class EqualPoint {
   std::vector<Root> roots_;
 };
 
-// The session roots that do not lie in another one: what is walked.
+// The session roots that do not lie in another one.
 std::vector<std::string> outerRoots(std::vector<std::string> const& roots);
-// The entity at a session root; null where it is not there.
+// The entity at a session root, or null.
 Kel::Entity* rootAt(Tree const& tree, std::string const& path);
 // The path of a session root: a step for each directory on the way.
 Path rootPath(std::string const& path);
-// What `owner` holds as the owner of `e` holds it: under the same key, or in the same attribute. Null where there is
-// none. Members of queues have no counterpart.
+// The entity that `owner` has under the attribute and key of `e`; null if there is none, or if `e` is in a queue.
 Kel::Entity* heldLike(Kel::Entity const& owner, Kel::Entity const& e);
 
 }  // namespace Cli::Service

@@ -30,7 +30,7 @@ std::vector<Path> pathsOf(std::vector<Difference const*> const& list) {
   return paths;
 }
 
-// Where a place of the ancestor's stands in each tree: items of queues have other positions there.
+// One path of the ancestor in each tree. They differ, because items of queues have other positions there.
 struct Places {
   Path ancestor, session, running;
   void push(PathStep const& step) {
@@ -59,7 +59,7 @@ class Merger {
   }
 
  private:
-  // Whose side a conflict gets; it is listed unless that was settled.
+  // The side that a conflict gets. Lists the conflict unless it is settled.
   Side side(Conflict conflict) {
     if (auto const settled = in_.settled ? in_.settled(conflict) : std::nullopt) return *settled;
     out_.conflicts.push_back(std::move(conflict));
@@ -99,7 +99,7 @@ class Merger {
   MergeNode top_;
   std::vector<PointerClash> pointers_;
   Merged out_;
-  // Entities that one side deleted and that are kept for the pointers at them, by path.
+  // The paths of entities that one side deleted, and that are kept because pointers lead to them.
   std::unordered_set<std::string> keptForSession_, restoredForRunning_;
   std::unordered_set<std::string> pointerPlaces_;  // where a pointer clash decides
 };
@@ -194,8 +194,10 @@ void Merger::entity(MergeNode& node, Places& at) {
 void Merger::decide(PointerClash& clash) {
   pointerPlaces_.insert(clash.conflict.path.text());
   clash.winner = side(clash.conflict);
-  if (clash.byEdit && clash.winner == Side::session) keptForSession_.insert(clash.deleted.text());
-  if (!clash.byEdit && clash.winner == Side::running) restoredForRunning_.insert(clash.deleted.text());
+  for (Path const& deleted : clash.deleted) {
+    if (clash.byEdit && clash.winner == Side::session) keptForSession_.insert(deleted.text());
+    if (!clash.byEdit && clash.winner == Side::running) restoredForRunning_.insert(deleted.text());
+  }
 }
 
 void Merger::settlePointer(PointerClash const& clash) {
@@ -203,13 +205,13 @@ void Merger::settlePointer(PointerClash const& clash) {
   Conflict const& c = clash.conflict;
   bool const before = clash.inSession, after = clash.inRunning;
   if (!before && !after) return;
-  // What lies in an entity that only running has comes with it.
+  // The content of an entity that only running has comes with the entity.
   if (!before && !entityAt(in_.session.dir, c.path.parent())) return;
   if (before == after && c.session == c.running) return;
   emit(c.path, c.type, c.attr, before, c.session, after || !c.path.steps.back().key, c.running);
 }
 
-// What is kept may point at what is not: that is kept, too.
+// An entity that is kept may point to one that is not; then that one is kept, too.
 void Merger::keepTargets() {
   for (bool again = true; again;) {
     again = false;
@@ -329,10 +331,10 @@ void Merger::queue(MergeNode& owner, KelAttr const& attr, Places& at) {
   for (std::size_t i = 0; i <= items; ++i) {
     bool const clashesHere = clash != clashes.end() && clash->begin == i;
     auto const &ours = mine.added[i], &others = theirs.added[i];
-    // Whether what was added here is part of the run that clashes.
+    // Whether the items added here are part of the clashing run.
     auto const startsRun = [&](QueueSide const& s) { return clashesHere && i < items && s.removed[i]; };
     if (!startsRun(mine) && !startsRun(theirs)) {
-      // What both begin with alike is taken once.
+      // The items with which both insertions begin are taken once.
       std::size_t alike = 0;
       while (alike < ours.size() && alike < others.size() && *ours[alike].content == *others[alike].content) ++alike;
       for (std::size_t n = 0; n < alike; ++n) next.push_back({ours[n].position, {}});
@@ -381,7 +383,7 @@ void Merger::queue(MergeNode& owner, KelAttr const& attr, Places& at) {
     ++clash;
   }
 
-  // What is changed inside of items that stay.
+  // Changes inside of items that stay.
   for (auto const& [position, node] : nested) {
     if (position >= items || session.removed[position] || theirs.removed[position]) continue;
     if (std::find(keptOnly.begin(), keptOnly.end(), position) != keptOnly.end()) continue;
@@ -404,10 +406,12 @@ void Merger::queue(MergeNode& owner, KelAttr const& attr, Places& at) {
     if (n < next.size() && !next[n].session) continue;
     std::size_t const stays = n < next.size() ? *next[n].session : length;
     if (stays > from || n > to) {
-      Json before, after;
+      Json before = Json::array(), after = Json::array();
       for (std::size_t p = from; p < stays; ++p) before.push_back(contentOf(p));
       for (std::size_t p = to; p < n; ++p) after.push_back(next[p].content);
-      emit(at.session / attributeStep(attr), type, &attr, !before.is_null(), before, !after.is_null(), after);
+      bool const had = !before.empty(), has = !after.empty();
+      emit(at.session / attributeStep(attr), type, &attr, had, had ? std::move(before) : Json(), has,
+           has ? std::move(after) : Json());
       out_.changes.back().run = {static_cast<Kel::U32>(from), static_cast<Kel::U32>(to)};
     }
     from = stays + 1;

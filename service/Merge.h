@@ -14,19 +14,19 @@ struct MergeInput {
   Tree ancestor, session, running;
   std::vector<Difference> const& edits;    // from ancestor to session
   std::vector<Difference> const& changes;  // from ancestor to running
-  // Whose content a conflict gets, where that has been settled.
+  // The side for which a conflict is settled, if it is.
   std::function<std::optional<Side>(Conflict const&)> settled;
-  // Whether the session is to keep what it has, although only running has changed it.
+  // Whether the session keeps its content against a change that only running has made.
   std::function<bool(Difference const& change)> keepsOwn;
-  Side otherwise = Side::session;  // of the conflicts that are not settled
+  Side otherwise = Side::session;  // for conflicts that are not settled
 };
 
 struct Merged {
-  std::vector<Conflict> conflicts;  // that are not settled, in the order of the walk
-  std::vector<Difference> changes;  // what is to be done to the session
+  std::vector<Conflict> conflicts;  // those that are not settled, in the order of the walk
+  std::vector<Difference> changes;  // what to apply to the session
 };
 
-// What the session is to become. Changes nothing.
+// Merges running's changes into the session. Changes no tree.
 Merged merge(MergeInput const& input);
 
 }  // namespace Cli::Service

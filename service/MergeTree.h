@@ -1,4 +1,4 @@
-// The differences of both sides by their places. Not installed.
+// The differences of both sides, as a tree of paths. Not installed.
 #pragma once
 
 #include <map>
@@ -11,7 +11,7 @@
 
 namespace Cli::Service {
 
-// A place at which, or below which, at least one side differs from the ancestor.
+// A path at or below which at least one side differs from the ancestor.
 struct MergeNode {
   PathStep step;
   Difference const *edit = nullptr, *change = nullptr;  // the session's, running's
@@ -38,7 +38,7 @@ struct MergeNode {
     else
       (isEdit ? at->edit : at->change) = &d;
   }
-  // What one side differs in at this place and below it.
+  // The differences of one side at this path and below it.
   void collect(bool edits, std::vector<Difference const*>& list) const {
     if (Difference const* const d = edits ? edit : change) list.push_back(d);
     for (Difference const* d : edits ? editRuns : changeRuns) list.push_back(d);

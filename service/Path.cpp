@@ -48,7 +48,7 @@ PathStep queueStep(KelAttr const& attr, std::size_t position) {
   return memberStep(attr, GenericIf::of(static_cast<Kel::U32>(position)));
 }
 
-// Attributes are told apart by name: trees of two types may be compared.
+// Attributes are compared by name, because the two trees may have different types.
 bool PathStep::operator==(PathStep const& other) const {
   if (!attr || !other.attr) return attr == other.attr && entry == other.entry;
   if (attr != other.attr && !(attr->name() == other.attr->name())) return false;
@@ -238,7 +238,7 @@ class Locator {
     } else if (step.key->type() != attr.keyType()) {
       return false;
     }
-    if (!attr.instantiating()) return attr.access().iterator(attr, *place_.entity, place_.key.ptr())->nonNull();
+    if (!attr.instantiating()) return hasMember(*place_.entity, attr, place_.key.ptr());
     GenericIf::Ptr const found = attr.access().get(attr, place_.entity.ptr(), place_.key.ptr(), false);
     return enter(found ? found->entity().ptr() : nullptr);
   }
@@ -274,7 +274,7 @@ Kel::Entity::Ptr targetAt(Kel::Dir::Ptr const& base, std::string_view text) {
   if (text == ".") return base;
   if (text == "/") return Kel::Entity::Ptr(const_cast<Kel::Entity*>(base->root()));
   if (text.front() == '/') return base->entity(Kel::String8(text));
-  // The usual case takes the framework's look-up, which names members of queues by their indices.
+  // The framework's look-up is tried first. It names members of queues by their indices.
   Kel::Entity::Ptr const quick = base->entity(Kel::String8(text));
   if (quick && !isBelowQueue(quick.ptr())) return quick;
   try {
@@ -299,9 +299,9 @@ class PathParser {
   }
 
  private:
-  static constexpr unsigned maxTries = 20000;  // a path of very many separators is given up
+  static constexpr unsigned maxTries = 20000;  // then a path with very many separators is refused
 
-  // The end of a name that begins at `at`, and is longer than one that ended at `end`.
+  // The next end of a name after `at`.
   std::size_t nextEnd(std::size_t at) const { return std::min(text_.find_first_of("./", at), text_.size()); }
   std::string_view part(std::size_t from, std::size_t to) const { return text_.substr(from, to - from); }
   bool fail(std::size_t at, std::string const& what) {
@@ -312,7 +312,7 @@ class PathParser {
     return false;
   }
   std::string ledTo(std::size_t at) const { return "'" + std::string(text_.substr(0, at - 1)) + "'"; }
-  // Goes on behind a step; takes the step back when that leads nowhere.
+  // Takes a step and goes on after it. Takes it back if that leads nowhere.
   template <class Rest>
   bool with(PathStep step, Rest const& rest) {
     path_.steps.push_back(std::move(step));
@@ -388,7 +388,8 @@ class PathParser {
     return !found && missingMember(attr, at);
   }
 
-  // A member that is not there: the shortest key behind which the rest is a path of the model, or all of it.
+  // A member that does not exist. Its key is the shortest one after which the rest is a path of the model, or all of
+  // it.
   bool missingMember(KelAttr const& attr, std::size_t at) {
     for (std::size_t end = nextEnd(at);; end = nextEnd(end + 1)) {
       if (++tries_ > maxTries) return fail(at, "is no path");

@@ -1,8 +1,8 @@
 // Places in a tree, relative to the directory that holds the session roots.
 //
-// A path is the same whichever tree it is looked up in: in the running configuration, a session, an ancestor. So it
-// names a member of a queue by its position from the head (0 is the first), not by its index, which differs between
-// equal trees; and a key that is a pointer by the path of the target.
+// A path is the same in every tree: the running configuration, a session, an ancestor. So it names a member of a queue
+// by its position (0 is the head), not by its index, which differs between equal trees; and it names a key that is a
+// pointer by the path of the target.
 #pragma once
 
 #include <compare>
@@ -19,7 +19,7 @@
 
 namespace Cli::Service {
 
-// One step from an entity to what it holds: an entry of a directory, an attribute, or a member of a collection.
+// One step down from an entity: to an entry of a directory, an attribute, or a member of a collection.
 struct CLI_SERVICE_API PathStep {
   Kel::Name entry;                     // of a directory; empty: an attribute
   Kel::KelAttr const* attr = nullptr;  // null: a directory's entry
@@ -27,7 +27,7 @@ struct CLI_SERVICE_API PathStep {
   // position, a U32; for a key that is a pointer the text of the target's path, a String8, empty for a null pointer.
   Kel::GenericIf::PtrConst key;
 
-  // As it stands in a path: the key, or the name where there is none.
+  // The key as it appears in a path; empty if there is none.
   std::string keyText() const { return key ? key->text().str() : std::string(); }
 
   bool operator==(PathStep const& other) const;
@@ -47,11 +47,11 @@ struct CLI_SERVICE_API Path {
   std::string text() const;
   // The form that is typed: "network", "ports", "port", "Ethernet0", "mtu".
   std::vector<std::string> words() const;
-  // The words as one line of a command; those that need it are quoted.
+  // The words as one line of a command, quoted if necessary.
   std::string line() const;
 
   bool empty() const { return steps.empty(); }
-  // Of a member of a queue: its position. Raises std::logic_error when the last step is no such member.
+  // The position of a member of a queue. Raises std::logic_error if the last step is not such a member.
   std::size_t position() const;
   Path operator/(PathStep step) const;
   // Without the last step; the empty path's is empty.
@@ -63,8 +63,8 @@ struct CLI_SERVICE_API Path {
   std::strong_ordering operator<=>(Path const& other) const;
 };
 
-// The path of an entity below `base`; nothing when it is not below it. Cost: the length of the path; a step into a
-// queue takes a walk to the member's position.
+// The path of an entity relative to `base`; empty if it is not below it. Cost: the length of the path, and for each
+// queue on the way the member's position.
 CLI_SERVICE_API std::optional<Path> pathOf(Kel::Entity const& entity, Kel::Entity const& base);
 // The text of the path of a pointer's target: relative to `base`, or from the tree's root, with a leading '/', for a
 // target elsewhere in the same tree. Empty for a target that has left the tree.
@@ -72,25 +72,26 @@ CLI_SERVICE_API std::string targetText(Kel::Entity const& target, Kel::Entity co
 
 // Where a path leads in a tree.
 struct Place {
-  Kel::Entity::Ptr entity;             // the place itself, or the owner of `attr`; null: not even the owner is there
+  Kel::Entity::Ptr entity;             // the place itself, or the owner of `attr`; null: not even the owner exists
   Kel::KelAttr const* attr = nullptr;  // null: the place is `entity`
   // The member's key in this tree: a queue's index, a pointer's target. Null: no member, or a null pointer.
   Kel::GenericIf::PtrConst key;
-  bool isMember = false;    // of a collection of values or pointers; members that are entities are `entity`
-  std::size_t missing = 0;  // how many steps at the end lead to what is not there; 0: all is there
+  bool isMember = false;    // a member of a collection of values or pointers; an entity as member is `entity`
+  std::size_t missing = 0;  // how many steps at the end of the path lead nowhere
   bool there() const { return missing == 0; }
 };
 
-// Looks a path up. An attribute that is a value or a pointer is always there, null or not; a member only when the
-// collection has it; a singleton or an entry when it is there.
+// Looks up a path. A value or a single pointer is always there, null or not; a member, a singleton or an entry only if
+// it exists.
 CLI_SERVICE_API Place locate(Kel::Dir::Ptr const& base, Path const& path);
-// The entity at a path; null when there is none, or when the path leads to a value.
+// The entity at a path; null if there is none, or if the path leads to a value.
 CLI_SERVICE_API Kel::Entity::Ptr entityAt(Kel::Dir::Ptr const& base, Path const& path);
-// The target of a pointer from its text (see targetText), null when it leads nowhere.
+// The target of a pointer from its text (see targetText); null if it leads nowhere.
 CLI_SERVICE_API Kel::Entity::Ptr targetAt(Kel::Dir::Ptr const& base, std::string_view text);
 
-// Reads the dotted form. Members of collections need not be there, entries must be; keys hold '/' and '.', so what is
-// there decides where a key ends, then the model. Raises InputError, which says how far the path led.
+// Parses the dotted form. Entries of directories must exist; members of collections need not. Keys may contain '/' and
+// '.': a key ends where an existing member's key ends, or else where the rest of the text is a path of the model.
+// Raises InputError, which says how far the path leads.
 CLI_SERVICE_API Path parsePath(Kel::Dir::Ptr const& base, std::string_view text);
 
 }  // namespace Cli::Service

@@ -1,4 +1,4 @@
-// References whose targets are not there (yet): their texts, kept until the targets come.
+// References whose targets do not exist (yet): their texts are kept until the targets are made.
 #pragma once
 
 #include <span>
@@ -15,30 +15,32 @@ namespace Cli::Service {
 struct PendingReference {
   // The pointer, single or a member; or the member of a collection whose key is the pointer.
   Path place;
-  // What is to be set there: the target's path; for a member under a pointer key the member.
+  // What is to be set there: the target's path; for a pointer key, the member.
   Json value;
   std::string target;  // the text that leads nowhere
   std::string reason;  // "there is no such entity", "is a Vlan, not a Port"
+  // Other possible texts, for a name that may be in one of several collections.
+  std::vector<std::string> others = {};
 };
 
-// Belongs to one tree. Whoever writes to the tree keeps it up to date: import, commands.
+// The pending references of one tree. Code that writes to the tree keeps them up to date, as import and commands do.
 class CLI_SERVICE_API PendingReferences {
  public:
   // In the order of their places.
   std::vector<PendingReference> const& list() const { return list_; }
   bool empty() const { return list_.empty(); }
-  // One at the same place is replaced.
+  // Replaces one at the same place.
   void add(PendingReference reference);
-  // Forgets what is at or below a place, as when it is set or deleted.
+  // Forgets those at or below a place. Call it when the place is set or deleted.
   void erase(Path const& top);
   void clear() { list_.clear(); }
-  // Those at or below a place. Cost: logarithmic, and what is found.
+  // Those at or below a place; valid until the next change. Cost: logarithmic.
   std::span<PendingReference const> within(Path const& top) const;
-  // Null when nothing is pending at that place.
+  // The one at a place, or null; valid until the next change.
   PendingReference const* find(Path const& place) const;
 
-  // Sets every reference whose target is there by now, and forgets it. The answer names them. Those whose owner has
-  // gone are forgotten, too.
+  // Sets every reference whose target exists now, and forgets it; answers their places. Also forgets references whose
+  // owner is gone.
   std::vector<Path> retry(Kel::Dir::Ptr const& base);
 
  private:

@@ -12,14 +12,14 @@ namespace Cli::Service {
 struct PointerClash {
   Conflict conflict;          // at the pointer
   bool byEdit;                // the session set the pointer, and running deleted the target
-  Path deleted;               // the entity that was deleted: the target, or what it lies in
-  bool inSession, inRunning;  // whether the pointer, or its member, is there
+  std::vector<Path> deleted;  // the deleted entities: the targets at that place, or owners of them
+  bool inSession, inRunning;  // whether the pointer, or its member, exists on this side
   Side winner = Side::session;
 };
 
 std::vector<PointerClash> clashingPointers(MergeInput const& input);
 
-// Whether a pointer at or below one of the entities in a tree leads to, or below, the entity at a path.
+// Whether a pointer at or below one of `holders` (paths of entities) leads to the entity at `target` or below it.
 bool pointedAtBy(Tree const& tree, Path const& target, std::unordered_set<std::string> const& holders);
 
 }  // namespace Cli::Service

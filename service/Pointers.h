@@ -9,14 +9,16 @@ namespace Cli::Service {
 
 // A pointer of a tree, and where it leads.
 struct Pointer {
-  Path place;  // of the attribute where a key is the pointer
+  Path place;  // of the pointer; if a key is the pointer, of the attribute
   Kel::Entity const* owner;
   Kel::KelAttr const* attr;
   Kel::Entity const* target;
-  Kel::GenericIf::PtrConst content;  // of the member, where its key is the pointer
+  // Of a member whose key is a pointer: the key's target, and what the member holds. Both may be null.
+  Kel::Entity const* key;
+  Kel::GenericIf::PtrConst content;
 };
 
-// Visits the pointers at and below an entity, which stands at `at`.
+// Visits the pointers at and below an entity. `at` is the entity's path.
 void eachPointer(Kel::Entity const& top, Path const& at, std::function<void(Pointer const&)> const& visit);
 
 }  // namespace Cli::Service

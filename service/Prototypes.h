@@ -1,13 +1,14 @@
-// What a new entity of each type has in its attributes. Not installed.
+// The contents of new entities of each type. Not installed.
 #pragma once
 
 #include "Kel/Entity.h"
 
 namespace Cli::Service {
 
-// An entity of that type as it is made, in no tree; null when the type cannot be made from defaults. Never changed.
+// A new entity of a type, in no tree; null if the type cannot be made from defaults. It is never destroyed. REQUIRES:
+// nothing writes to it.
 Kel::Entity const* prototypeOf(Kel::KelType const& type);
-// True if the attribute has the same content in both entities, which are of one type; for values and collections of
+// True if the attribute has the same content in both entities. REQUIRES: they are of one type, and the attribute holds
 // values.
 bool sameContent(Kel::Entity const& a, Kel::Entity const& b, Kel::KelAttr const& attr);
 

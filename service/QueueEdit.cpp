@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "service/JsonTree.h"
+#include "service/Importer.h"
 #include "service/References.h"
 
 namespace Cli::Service {
@@ -35,7 +35,7 @@ void QueueEdit::replace(std::size_t position, GenericIf::PtrConst const& value) 
   arrange(now, value);
 }
 
-// The items behind it keep their places in the tree; only the positions in paths change.
+// The items after it stay the same entities; only their positions in paths change.
 void QueueEdit::erase(std::size_t position) {
   std::vector<std::size_t> positions = order();
   GenericIf::PtrConst index;
@@ -72,7 +72,7 @@ void QueueEdit::arrange(std::vector<std::size_t> const& order, GenericIf::PtrCon
     owner->attributeSQEnq(attr_.id(), order[i] == made ? item : values[order[i]]);
 }
 
-// The place of a queue's item in a path, with the position that it has behind the edit.
+// Replaces the position of an item in a path with its position after the edit.
 void QueueEdit::remap(Path& path, std::vector<std::size_t> const& positions) const {
   if (path.steps.size() < queue_.steps.size() || !path.isWithin(queue_)) return;
   PathStep& step = path.steps[queue_.steps.size() - 1];
@@ -91,7 +91,7 @@ void QueueEdit::remapPending(std::vector<std::size_t> const& positions) {
   }
 }
 
-// The text of a target's path behind the edit.
+// The text of a target's path after the edit.
 std::string QueueEdit::targetBehind(Kel::Entity const* target, std::vector<std::size_t> const& positions) const {
   if (!target) return {};
   auto path = pathOf(*target, *base_);
@@ -153,9 +153,9 @@ void QueueEdit::arrangeEntities(std::vector<std::size_t> const& order, std::size
   options.values = ValueRule::asWritten;
   for (std::size_t i = kept; i < order.size(); ++i) {
     gif->attributeSQEnq(attr_.id(), order[i] == made ? item : olds[order[i]].args);
-    if (order[i] != made) importJson(base_, owner / queueStep(attr_, i), olds[order[i]].content, options);
+    if (order[i] != made) importPart(base_, owner / queueStep(attr_, i), olds[order[i]].content, options);
   }
-  departed.repoint(base_, &pending_);
+  departed.repoint(base_, &pending_, nullptr);
   for (PendingReference& reference : references) {
     reference.reason = setReference(base_, reference);
     if (!reference.reason.empty()) pending_.add(std::move(reference));

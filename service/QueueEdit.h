@@ -1,4 +1,4 @@
-// Items put into a queue, taken out of it, and moved, at any position. Not installed.
+// Inserts, deletes and moves items of a queue, at any position. Not installed.
 #pragma once
 
 #include <optional>
@@ -10,13 +10,13 @@
 
 namespace Cli::Service {
 
-// A queue only appends: items behind the place of an edit are taken out and put in again. Entities are made again with
-// their content, and pointers to them, from them and among them are led to their successors.
+// A queue only appends, so the items after the edited position are taken out and appended again. Entities are made
+// again with their content, and the pointers to them, from them and among them are set again.
 class QueueEdit {
  public:
   QueueEdit(Kel::Dir::Ptr base, PendingReferences& pending, Kel::Entity& owner, Path queue);
 
-  // A value, or a List of the constructor arguments behind the index.
+  // `item` is a value, or a List of the constructor arguments after the index.
   void insert(std::size_t position, Kel::GenericIf::PtrConst const& item);
   void replace(std::size_t position, Kel::GenericIf::PtrConst const& value);
   void erase(std::size_t position);
@@ -24,7 +24,7 @@ class QueueEdit {
 
  private:
   static constexpr std::size_t made = ~std::size_t(0);
-  // `order`: for every position behind the edit the one before, or `made`.
+  // `order`: for every position after the edit, the position before it, or `made`.
   void arrange(std::vector<std::size_t> const& order, Kel::GenericIf::PtrConst const& item);
   void arrangeEntities(std::vector<std::size_t> const& order, std::size_t kept, Kel::GenericIf::PtrConst const& item);
   std::vector<std::size_t> order() const;

@@ -32,7 +32,7 @@ std::vector<QueueHunk> hunksOf(QueueSide const& side) {
     std::size_t end = i;
     while (end < side.removed.size() && side.removed[end]) ++end;
     if (end > i || !side.added[i].empty()) hunks.push_back({i, end});
-    i = end > i ? end : i + 1;  // nothing was added right behind a removed run: that is part of it
+    i = end > i ? end : i + 1;  // what is added next to a removed run is in `added` at its start
   }
   return hunks;
 }

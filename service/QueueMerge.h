@@ -8,7 +8,7 @@
 
 namespace Cli::Service {
 
-// What one side did to a queue of the ancestor's with `items` items.
+// What one side did to a queue that has `items` items in the ancestor.
 struct QueueSide {
   struct Added {
     std::size_t position;  // on this side
@@ -16,12 +16,12 @@ struct QueueSide {
   };
   QueueSide(std::size_t items, std::vector<Difference const*> const& runs);
 
-  std::vector<bool> removed;              // of the ancestor's items
+  std::vector<bool> removed;              // by the ancestor's items
   std::vector<std::size_t> positions;     // of the items that stay, on this side
-  std::vector<std::vector<Added>> added;  // in front of each of the ancestor's items, and behind the last
+  std::vector<std::vector<Added>> added;  // before each of the ancestor's items, and after the last
 };
 
-// Adjacent items that a side removed and what it put in their place.
+// Adjacent items that a side removed, with what it added in their place.
 struct QueueHunk {
   std::size_t begin, end;
 };

@@ -5,6 +5,7 @@
 
 #include "service/Commands.h"
 #include "service/JsonTree.h"
+#include "service/Undo.h"
 #include "service/WordReader.h"
 
 namespace Cli::Service {
@@ -22,8 +23,9 @@ void referencesOf(Kel::Entity& e, bool nulls, std::function<void(Reference const
       continue;
     }
     eachMember(e, *attr, [&](Kel::AttrIterator const& it, std::size_t position) {
-      if (attr->keyIsPtr() && (it.keyTarget() || nulls)) visit({&e, attr, it.key(), position, true, it.keyTarget()});
+      // A pointer under a pointer comes before its key: it is found under the key that it has.
       if (attr->isPtr() && (it.target() || nulls)) visit({&e, attr, it.key(), position, false, it.target()});
+      if (attr->keyIsPtr() && (it.keyTarget() || nulls)) visit({&e, attr, it.key(), position, true, it.keyTarget()});
       return true;
     });
   }
@@ -111,7 +113,7 @@ void Departed::note(Kel::Entity& entity, std::optional<Path> now) {
   entities_.push_back({Kel::Entity::Ptr(&entity), std::move(now)});
 }
 
-std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences* pending) {
+std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences* pending, Undo* undo) {
   std::unordered_map<Kel::Entity const*, std::optional<Path> const*> tops;
   for (Gone const& gone : entities_)
     if (!gone.entity->parent()) tops[gone.entity.ptr()] = &gone.now;
@@ -122,15 +124,18 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
     std::optional<Path> now;
   };
   std::vector<Change> changes;
-  eachReference(*base, [&](Reference const& reference) {
-    Kel::Entity const* const top = reference.target->root();
-    auto const found = tops.find(top);
-    if (found == tops.end() || reference.attr->ctorParam()) return;
-    std::optional<Path> now = *found->second;
-    auto const below = pathOf(*reference.target, *top);
-    if (!below) return;
+  // Whether an entity has departed, and where its successor is.
+  auto const isGone = [&](Kel::Entity const& e, std::optional<Path>& now) {
+    auto const found = tops.find(e.root());
+    auto const below = found == tops.end() ? std::nullopt : pathOf(e, *e.root());
+    if (!below) return false;
+    now = *found->second;
     if (now) now->steps.insert(now->steps.end(), below->steps.begin(), below->steps.end());
-    changes.push_back({reference, std::move(now)});
+    return true;
+  };
+  eachReference(*base, [&](Reference const& reference) {
+    std::optional<Path> now;
+    if (isGone(*reference.target, now) && !reference.attr->ctorParam()) changes.push_back({reference, std::move(now)});
   });
   for (auto const& [reference, now] : changes) {
     GenericIf::Ptr const owner = gifOf(*reference.owner);
@@ -138,19 +143,27 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
     Kel::Entity::Ptr const target = now ? entityAt(base, *now) : nullptr;
     bool const fits = target && target->type()->isA(reference.isKey ? attr.keyType() : attr.type());
     auto const place = placeOf(reference, *base);
+    if (fits && undo) undo->note(*reference.owner, attr, reference.key);
+    if (fits && undo && reference.isKey) undo->note(*reference.owner, attr, GenericIf::ofEntity(target));
     if (fits && reference.isKey) {
       GenericIf::Ptr const value = owner->attribute(attr.id(), reference.key);
       GenericIf::Ptr const key = GenericIf::ofEntity(target);
       owner->attributeDel(attr.id(), reference.key);
-      // What was entered under the successor since then stands.
-      if (!attr.access().iterator(attr, *reference.owner, key.ptr())->nonNull())
-        owner->attributeIs(attr.id(), key, value);
+      // A member that was set under the successor meanwhile stays.
+      if (!hasMember(*reference.owner, attr, key.ptr())) owner->attributeIs(attr.id(), key, value);
     } else if (fits) {
       owner->attributeIs(attr.id(), reference.key, GenericIf::ofEntity(target));
     } else if (place) {
       PathStep last = place->steps.back();
       std::string const text = now ? now->text() : std::string();
       if (reference.isKey) last.key = GenericIf::of(Kel::String8(text));
+      // A pointer under a pointer will stand under the successor of its key, unless another stands there.
+      std::optional<Path> key;
+      if (!reference.isKey && attr.keyIsPtr() && reference.key && isGone(*reference.key->entityConst(), key)) {
+        Kel::Entity::Ptr const successor = key ? entityAt(base, *key) : nullptr;
+        if (!successor || hasMember(*reference.owner, attr, GenericIf::ofEntity(successor).ptr())) continue;
+        last.key = GenericIf::of(Kel::String8(key->text()));
+      }
       Path const at = place->parent() / last;
       lost.push_back(at);
       if (!pending || !now) continue;
@@ -177,7 +190,7 @@ void PendingReferences::add(PendingReference reference) {
     list_.insert(at, std::move(reference));
 }
 
-// What is below a place stands right behind it.
+// The list is sorted, so what is below a place comes right after it.
 std::span<PendingReference const> PendingReferences::within(Path const& top) const {
   auto const first = std::lower_bound(list_.begin(), list_.end(), top, isBefore);
   auto last = first;
@@ -198,7 +211,7 @@ PendingReference const* PendingReferences::find(Path const& place) const {
 
 namespace {
 
-// Removes from a collection the members whose pointer key leads to what is no longer in the tree.
+// Removes the members of a collection whose pointer keys have left the tree.
 void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
   std::vector<GenericIf::PtrConst> gone;
   eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {
@@ -206,6 +219,23 @@ void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
     return true;
   });
   for (GenericIf::PtrConst const& key : gone) gifOf(owner)->attributeDel(attr.id(), key);
+}
+
+// The same reference, to be led to another text.
+PendingReference ledTo(PendingReference reference, std::string const& text) {
+  PathStep& step = reference.place.steps.back();
+  if (step.attr->keyIsPtr() && step.keyText() == reference.target) step.key = GenericIf::of(Kel::String8(text));
+  if (step.attr->isPtr() && reference.value == reference.target) reference.value = text;
+  reference.target = text;
+  return reference;
+}
+
+// Leads it to the first of its texts behind which there is a target.
+bool setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  if (targetAt(base, reference.target) && setReference(base, reference).empty()) return true;
+  for (std::string const& text : reference.others)
+    if (targetAt(base, text) && setReference(base, ledTo(reference, text)).empty()) return true;
+  return false;
 }
 
 }  // namespace
@@ -216,7 +246,7 @@ std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
   for (PendingReference& reference : list_) {
     Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
     if (!owner) continue;
-    if (targetAt(base, reference.target) && setReference(base, reference).empty()) {
+    if (setToAny(base, reference)) {
       if (reference.place.steps.back().attr->keyIsPtr()) dropOrphanKeys(*owner, *reference.place.steps.back().attr);
       revived.push_back(reference.place);
     } else {

@@ -1,4 +1,4 @@
-// Pointers in a tree: finding them, setting them, and what becomes of them when their targets go. Not installed.
+// Finds and sets the pointers of a tree, and repairs those that lose their targets. Not installed.
 #pragma once
 
 #include <functional>
@@ -17,26 +17,28 @@ struct Reference {
   Kel::GenericIf::PtrConst key;  // of a member: its key in this tree; null otherwise
   std::size_t position = 0;      // in a queue
   bool isKey;                    // the pointer is the member's key, not the member
-  Kel::Entity* target;           // null: a member that is null, or under a null key
+  Kel::Entity* target;           // null: the member, or its key, is null
 };
-// Visits every pointer at or below `top`; members of collections that are null, and null keys, only when asked to.
-// Cost: a walk over everything that may hold pointers.
+// Visits every pointer at or below `top`. With `nulls`, also null members and null keys of collections. Cost: a walk
+// over everything that may hold pointers.
 void eachReference(Kel::Entity& top, std::function<void(Reference const&)> const& visit, bool nulls = false);
-// The place of a pointer: the attribute, or the member. Nothing when it is not below `base`.
+// The place of a pointer: the attribute, or the member. Empty if it is not below `base`.
 std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base);
 
-// Points the place at a target, or enters a member under it. The answer is empty, or says why it cannot be.
+// Sets a pending reference: the pointer, or the member under the pointer key. Answers why it could not, or "".
 std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& reference);
 
-// Entities that left the tree in the course of a change, and where their successors are. Keeps them alive.
+class Undo;
+
+// Entities that leave the tree during a change, and the paths of their successors. Keeps the entities alive.
 class Departed {
  public:
-  // Before it leaves. `now`: the path under which a successor may be found; nothing: there will be none.
+  // Call it before an entity leaves. `now`: the path at which there may be a successor; empty: there will be none.
   void note(Kel::Entity& entity, std::optional<Path> now);
   bool empty() const { return entities_.empty(); }
-  // Leads pointers that still point at what has departed to the successors. Those that have none stay; they are
-  // pending from then on, if a successor may come, and their places are the answer.
-  std::vector<Path> repoint(Kel::Dir::Ptr const& base, PendingReferences* pending);
+  // Sets the pointers that still lead to a departed entity to its successor. Without a successor, a pointer becomes
+  // pending if one may still be made. Answers the places of these pointers. `undo` may be null.
+  std::vector<Path> repoint(Kel::Dir::Ptr const& base, PendingReferences* pending, Undo* undo);
 
  private:
   struct Gone {

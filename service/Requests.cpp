@@ -9,7 +9,7 @@ using Cli::Session::PendingChangeConfig;
 using Cli::Session::SessionCommand;
 using Cli::Session::SessionState;
 
-// Hears of the requests of one directory.
+// Reacts to the requests in one command directory.
 class Requests::Channel final : public CommandRequestDir::Notifiee {
  public:
   Channel(Session::Impl& session, CommandRequestDir::Ptr const& dir) : session_(session), number_(dir->id()) {
@@ -25,7 +25,7 @@ class Requests::Channel final : public CommandRequestDir::Notifiee {
   Kel::U32 const number_;
 };
 
-// Hears of directories that come and go.
+// Reacts to command directories that are made or deleted.
 class Requests::Directories final : public PendingChangeConfig::Notifiee {
  public:
   Directories(Requests& requests, PendingChangeConfig::Ptr const& config) : requests_(requests) { notifierIs(config); }
@@ -73,7 +73,7 @@ std::string Service::Impl::answer(Session::Impl& s, SessionCommand command) {
   throw Error("no such command");
 }
 
-// A request that comes while an update or a commit is under way waits for its end.
+// A request that comes during an update or a commit is served after it.
 void Service::Impl::serve(Session::Impl& s, Kel::U32 channel, Kel::U32 id) {
   if (underWay > 0) {
     postponed.emplace_back(s.name, channel, id);
@@ -91,11 +91,15 @@ void Service::Impl::serve(Session::Impl& s, Kel::U32 channel, Kel::U32 id) {
   status->commandResponseIs(channel)->responseIs(id, Kel::String8(text));
 }
 
-void Service::Impl::servePostponed() {
+void Service::Impl::servePostponed() noexcept {
   while (underWay == 0 && !postponed.empty()) {
-    auto const [name, channel, id] = postponed.front();
+    auto const [name, channel, id] = std::move(postponed.front());
     postponed.pop_front();
-    if (auto const found = sessions.find(name); found != sessions.end()) serve(*found->second->impl_, channel, id);
+    try {
+      if (auto const found = sessions.find(name); found != sessions.end()) serve(*found->second->impl_, channel, id);
+    } catch (...) {
+      // The answer could not be published, so the client gets none.
+    }
   }
 }
 

@@ -1,4 +1,4 @@
-// Command requests: a client posts them into the command directories of a session's configuration. Not installed.
+// Serves command requests, which clients post into the command directories of a session's configuration. Not installed.
 #pragma once
 
 #include <map>

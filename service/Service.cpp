@@ -1,4 +1,4 @@
-// The trees that belong to a service, and its sessions.
+// The trees of a service, and its sessions.
 #include "service/Service.h"
 
 #include <signal.h>
@@ -38,7 +38,7 @@ Kel::Ptr<T> entryIn(Kel::Dir& dir, char const* name) {
   throw Error("'" + made->fullName().str() + "' is a " + made->typeName().str());
 }
 
-// Whether an entity of a type may own, at any depth, what `wanted` says of an attribute.
+// Whether an entity of a type, or one that it may own at any depth, has an owning attribute that satisfies `wanted`.
 template <class Wanted>
 bool ownsAny(Kel::KelType const& type, Wanted const& wanted, std::vector<Kel::KelType const*>& seen) {
   if (std::find(seen.begin(), seen.end(), &type) != seen.end()) return false;
@@ -98,7 +98,7 @@ Service::Impl::Impl(Service& f, Kel::Dir::Ptr r, std::vector<SessionRoot> rs, Op
   for (std::string const& path : rootPaths)
     if (!rootAt(treeAt(running), path)) manager->doCreateSessionRoot(running, running, Kel::String8(path));
   if (ownsDirectories) {
-    // Without a handler the engine copies the entries of a directory by name and type only.
+    // Without this handler, the engine copies only the names and types of a directory's entries.
     auto const table = Cli::Session::entityCopyCustomHandlerTableFactory("handlers", cli);
     handlers = Cli::Session::entityCopyFilterDirFactory("handlers");
     auto const handler = handlers->newDirHandler();
@@ -179,7 +179,7 @@ void Service::Impl::requireRoom(bool forSaved) const {
     throw LimitError("there are " + std::to_string(attached) + " open sessions, and no more are allowed");
 }
 
-// Shows, or takes away, who has a session open.
+// Publishes who has a session open, or removes that.
 void Service::Impl::publishOpen(Session::Impl& s) {
   Kel::Dir& dir = *openConfig->openSessionDir();
   Kel::Name const name(s.name);
@@ -228,7 +228,7 @@ Session& Service::Impl::make(std::string const& name, std::string const& user, s
       repair(runningTree, s.tree, nullptr);
       repair(runningTree, s.ancestor, nullptr);
     }
-    // A first copy back finds everything equal: the next one looks only at what has changed.
+    // This copy finds everything equal. After it, the next copy looks only at what has changed.
     copy(s.dir, running);
     s.editsFrom = EqualPoint(s.ancestor, s.tree);
     s.changesFrom = EqualPoint(s.ancestor, runningTree);
@@ -292,24 +292,32 @@ void Service::close(Session& session, bool discard) {
   impl_->end(s, Cli::Session::SessionState::completed);
 }
 
-// What it published stays to be read until a session of its name is opened.
+// What the session published can be read until a session of its name is opened.
 void Service::Impl::end(Session::Impl& s, Cli::Session::SessionState state) {
   if (!s.open) return;
   if (unconfirmed && unconfirmed->session == s.name && unconfirmed->persist.empty()) undoUnconfirmed(false);
+  Kel::Name const key(s.name);
+  ended.reserve(ended.size() + 1);
+  // From here on the session ends, even if reactors raise.
+  auto const quietly = [](auto const& step) {
+    try {
+      step();
+    } catch (...) {
+    }
+  };
   s.open = false;
-  publishOpen(s);
+  quietly([&] { publishOpen(s); });
   s.requests.reset();
   s.pending.clear();
-  s.status->completedIs(true);
-  s.status->stateIs(state);
-  s.status->sessionRootsIs(false);
-  s.status->ancestorRootsIs(false);
-  s.status->localDelAll();
+  quietly([&] { s.status->completedIs(true); });
+  quietly([&] { s.status->stateIs(state); });
+  quietly([&] { s.status->sessionRootsIs(false); });
+  quietly([&] { s.status->ancestorRootsIs(false); });
+  quietly([&] { s.status->localDelAll(); });
   s.tree = s.ancestor = {};
   s.dir = s.ancestorDir = nullptr;
-  Kel::Name const key(s.name);
-  sessionDir->entryDel(key);
-  ancestorDir->entryDel(key);
+  quietly([&] { sessionDir->entryDel(key); });
+  quietly([&] { ancestorDir->entryDel(key); });
   auto node = sessions.extract(s.name);
   if (!node.empty()) ended.push_back(std::move(node.mapped()));
 }
@@ -355,6 +363,7 @@ double Service::poll() {
       next = std::min({next, expiration, s.attached ? expiration : s.lastUse + i.tunables->sessionProcessTimeout()});
   }
   for (Session::Impl* s : expired) i.end(*s, Cli::Session::SessionState::dead);
+  i.takeSnapshotIfDue();
   return next;
 }
 

@@ -1,7 +1,6 @@
-// The owner of a session manager: sessions as private candidates of one running configuration.
+// The owner of a session manager: sessions are private branches of one running configuration. See docs/service.md.
 //
-// A service and its trees belong to one thread at a time. It starts no thread: whoever owns it calls `poll` now and
-// then, and gets what is due done.
+// A service and its trees belong to one thread at a time. It starts no thread: its owner calls `poll` regularly.
 #pragma once
 
 #include <functional>
@@ -22,24 +21,25 @@ struct SessionRoot {
   std::string typeName;  // of an entity type that is made by a name
 };
 
-// What other sessions do when a commit changed running.
+// How other sessions are updated after a commit.
 enum class AutomaticUpdate {
   off,
-  revertOnConflict,  // S keeps its side; conflicts are marked, and a commit fails until each is resolved
-  preferCandidate,
-  preferRunning
+  revertOnConflict,  // without the changes in conflict, which are reported; a commit fails until each is resolved
+  preferCandidate,   // conflicts are settled for the session
+  preferRunning      // conflicts are settled for running
 };
 
-// A constraint of the model: raises what speaks against the configuration in a tree, by `CheckError` or any exception.
+// A constraint of the model: raises CheckError, or any other exception, if the configuration in a tree must not be
+// committed. `differences` are those of the commit.
 using Constraint = std::function<void(Tree const& tree, std::vector<Difference> const& differences)>;
 
 struct Options {
-  CommitStore* store = nullptr;           // outlives the service; null: commits are kept in memory
-  std::function<double()> clock;          // seconds since 1970; null: the system's
-  std::function<bool(Kel::U32)> isAlive;  // whether a process lives; null: asked of the system
+  CommitStore* store = nullptr;           // must outlive the service; null: commits are kept in memory
+  std::function<double()> clock;          // seconds since 1970; null: the system's clock
+  std::function<bool(Kel::U32)> isAlive;  // whether the process of that id exists; null: the system's answer
   AutomaticUpdate automaticUpdate = AutomaticUpdate::off;
-  unsigned snapshotEvery = 100;  // commits
-  double confirmTimeout = 600;   // of a commit under CliConfig::rollbackCommitsAutomatically
+  unsigned snapshotEvery = 100;  // commits; `poll` takes the snapshot; 0: none
+  double confirmTimeout = 600;   // seconds, for commits under CliConfig::rollbackCommitsAutomatically
 };
 
 // Raised when a limit of CliConfig is reached.
@@ -47,7 +47,7 @@ class CLI_SERVICE_API LimitError : public Error {
  public:
   using Error::Error;
 };
-// Raised by commits while another's waits to be confirmed.
+// Raised by a commit while a commit of another session waits to be confirmed.
 class CLI_SERVICE_API UnconfirmedError : public Error {
  public:
   using Error::Error;
@@ -55,16 +55,18 @@ class CLI_SERVICE_API UnconfirmedError : public Error {
 
 class CLI_SERVICE_API Service {
  public:
-  // `running` is an entry of a directory, in which the service makes the entries "session", "ancestor" and "cli". Roots
-  // that running lacks are made, empty. Raises Error for a running without parent and for roots that cannot be.
+  // `running` must be an entry of a directory, in which the service makes the entries "session", "ancestor" and "cli".
+  // Makes the roots that running lacks, empty. Raises Error if `running` has no parent, or if a root has no type that
+  // can be made from a name.
   Service(Kel::Dir::Ptr running, std::vector<SessionRoot> roots, Options options = {});
   ~Service();
   Service(Service const&) = delete;
   Service& operator=(Service const&) = delete;
 
-  // Restores the newest state of the store into running, undoes what was not confirmed, and gives every participant the
-  // configuration as one `apply`. Called once, after the participants are registered and before any session is opened;
-  // the clean configuration is running as it was before. A service without a store needs none.
+  // Restores the newest state of the store into running, gives every participant the configuration as one `apply`, and
+  // undoes what was not confirmed. The clean configuration stays what running was at construction. A service without a
+  // store or participants does not need it. Raises StoreError, and what participants raise.
+  // REQUIRES: called once, after the participants are registered and before any session is opened.
   void start();
 
   Tree running() const;
@@ -75,15 +77,18 @@ class CLI_SERVICE_API Service {
 
   // --- Sessions ---
 
-  // A new session of that name for a user. Raises Error for a taken name, LimitError.
+  // The service owns its sessions. After a session has ended (`close`, `poll`, or a request), a reference to it is
+  // valid until the next `open` or `poll`.
+  //
+  // A new session for a user. Raises Error if the name is empty or taken, and LimitError.
   Session& open(std::string const& name, std::string const& user, std::string const& terminal = "");
-  // Attaches a session that was left. Raises Error for one that is not there or is attached elsewhere.
+  // Attaches a session that was left. Raises Error if there is none or if it is in use, and LimitError.
   Session& resume(std::string const& name, std::string const& user, std::string const& terminal = "");
-  // Leaves a session, to be resumed. Raises LimitError when too many are saved.
+  // Leaves a session, to be resumed later. Raises LimitError if too many are left already.
   void leave(Session& session);
-  // Ends it: its trees are dropped. Raises Error where it has edits and `discard` is not set.
+  // Ends a session, and drops its trees. Raises Error if it has edits and `discard` is not set.
   void close(Session& session, bool discard = false);
-  // By name; null when there is none.
+  // By name; null if there is none.
   Session* session(std::string const& name) const;
   struct Listed {
     std::string name, user, terminal;
@@ -96,12 +101,13 @@ class CLI_SERVICE_API Service {
 
   // --- History ---
 
-  // The commits from a number on, in their order.
+  // The commits from a number on, oldest first.
   std::vector<CommitRecord> history(Kel::U64 from = 1) const;
-  // One of them. Raises Error.
+  // One of them. Raises Error if it is not kept.
   CommitRecord commitRecord(Kel::U64 number) const;
-  Kel::U64 lastCommit() const;
-  // What a commit changed; what differs between running after two commits. Raises Error for a number that is not kept.
+  Kel::U64 lastCommit() const;  // its number; 0: none
+  // What a commit changed; what differs between running after two commits; what differs between running after a commit
+  // and running now. Number 0 is running before the first commit. Each raises Error for a number that is not kept.
   std::vector<Difference> differencesOfCommit(Kel::U64 number) const;
   std::vector<Difference> differencesBetween(Kel::U64 from, Kel::U64 to) const;
   std::vector<Difference> differencesFromRunning(Kel::U64 number) const;
@@ -109,26 +115,27 @@ class CLI_SERVICE_API Service {
   struct Waiting {
     std::string user, session, persist;
     Kel::U64 number;  // of the first commit that is undone with it
-    double until;
+    double until;     // seconds since 1970
   };
-  // The commit that waits to be confirmed.
+  // The commit that waits to be confirmed, if there is one.
   std::optional<Waiting> waiting() const;
 
-  // --- Those who take part ---
+  // --- Participants ---
 
-  // For a path ("" or "network/ports") and what lies below, or for entities of a type wherever they are. Verified and
-  // applied in the order of registration. Participants outlive the service.
+  // For a path ("": everything, or "network/ports") and what is below it, or for all entities of a type. Participants
+  // verify and apply in the order of registration, and must outlive the service.
   void registerForPath(Participant& participant, std::string const& path);
   void registerForType(Participant& participant, Kel::KelType const& type);
   void registerConstraint(Constraint constraint);
 
   // --- Time ---
 
-  // Does what is due: commits that were not confirmed are undone, sessions expire, processes are looked after, requests
-  // that came while something else was under way are served. Answers when it wants to be called next.
+  // Undoes a commit that was not confirmed in time, ends sessions that have expired or whose process is gone, serves
+  // postponed requests, and hands a snapshot to the store if one is due. Answers when to call it next, in seconds since
+  // 1970.
   double poll();
 
-  struct Impl;  // of the library
+  struct Impl;  // private to the library
 
  private:
   friend class Session;

@@ -8,7 +8,7 @@
 
 namespace Cli::Service {
 
-struct Service::Impl {
+struct CLI_SERVICE_HIDDEN Service::Impl {
   Impl(Service& facade, Kel::Dir::Ptr running, std::vector<SessionRoot> roots, Options options);
 
   struct Registration {
@@ -32,7 +32,7 @@ struct Service::Impl {
 
   // --- Trees ---
   Tree treeAt(Kel::Dir::Ptr const& dir) const { return {dir, &rootPaths}; }
-  // A directory with empty session roots, which goes with the handle that is answered.
+  // A directory with empty session roots; it is deleted with the result.
   class Scratch;
   std::unique_ptr<Scratch> scratch();
   // Copies all session roots, by the copy engine.
@@ -50,13 +50,15 @@ struct Service::Impl {
   CommitRecord record(CommitKind kind, std::string const& user, std::string const& session, std::string const& comment,
                       std::vector<Difference> const& differences) const;
   void append(CommitRecord const& record);
-  void takeSnapshot(Kel::Dir const& dir);
-  // Answers what could not be done.
+  void takeSnapshotIfDue() noexcept;
+  // Answers the failures that did not stop it.
   std::vector<std::string> undoUnconfirmed(bool keepEdits);
+  void keepUndone(Session::Impl& session, Kel::U64 number, std::vector<std::string>& reports) noexcept;
   // Running after a commit, in a scratch tree.
   void restore(Kel::U64 number, Tree const& into) const;
   void makeRunning(Tree const& wanted, std::vector<Difference> const& differences);
-  void updateOthers(Session::Impl const& committed);
+  void updateOthers(Session::Impl const& committed) noexcept;
+  void updateOther(Session& other, std::string const& committer);
   static std::vector<Difference> partOf(Registration const& who, std::vector<Difference> const& differences);
 
   // --- Sessions ---
@@ -66,7 +68,7 @@ struct Service::Impl {
   void makeClean();
   void publishOpen(Session::Impl& session);
   void serve(Session::Impl& session, Kel::U32 channel, Kel::U32 id);
-  void servePostponed();
+  void servePostponed() noexcept;
   std::string answer(Session::Impl& session, Cli::Session::SessionCommand command);
   double now() const { return options.clock(); }
 
@@ -88,12 +90,12 @@ struct Service::Impl {
   CommitStore* store;
   Kel::U64 last = 0, lastSnapshot = 0;
   std::optional<Unconfirmed> unconfirmed;
-  std::optional<CommitRecord> owed;  // of an undoing that the store has not taken yet
+  std::optional<CommitRecord> owed;  // an undoing that the store refused; it is appended before the next commit
   std::vector<Registration> participants;
   std::vector<Constraint> constraints;
   std::map<std::string, std::unique_ptr<Session>> sessions;
-  std::vector<std::unique_ptr<Session>> ended;  // may still be in use further up
-  int underWay = 0;                             // updates and commits
+  std::vector<std::unique_ptr<Session>> ended;  // callers may still use them
+  int underWay = 0;                             // how many updates and commits are running
   std::deque<std::tuple<std::string, Kel::U32, Kel::U32>> postponed;
   double lastProcessPoll = 0;
   unsigned scratches = 0;
@@ -112,10 +114,12 @@ class Service::Impl::Scratch {
   std::string name_;
 };
 
-// What the exception that is being handled says.
+// The message of the exception that is being handled.
 std::string whatHappened();
+// Adds the message of the exception that is being handled to a report. If there is no memory, leaves it out.
+void reportTo(std::vector<std::string>& report, char const* before = "") noexcept;
 
-// Around what others have to wait for.
+// An update or commit in progress: requests have to wait for its end.
 class UnderWay {
  public:
   explicit UnderWay(Service::Impl& service);

@@ -11,7 +11,7 @@
 
 namespace Cli::Service {
 
-// --- What is raised ---
+// --- Exceptions ---
 
 namespace {
 
@@ -82,17 +82,17 @@ std::optional<Side> Session::Impl::settledSide(Conflict const& conflict) const {
   std::string const key = keyOf(conflict);
   if (auto const found = settled.find(key); found != settled.end() && found->second.running == conflict.running)
     return found->second.side;
-  // A side that was named for what the conflict lies in holds for the conflict.
+  // A side that was chosen for an owner holds for the conflicts below it.
   for (Path at = conflict.path.parent(); !at.empty(); at = at.parent())
     if (auto const found = settled.find(at.text());
         found != settled.end() && found->second.running == contentAt(service.treeAt(service.running), at))
       return found->second.side;
-  auto const known = told.find(key);
-  if (known == told.end() || known->second.running != conflict.running) return std::nullopt;
+  auto const known = reported.find(key);
+  if (known == reported.end() || known->second.running != conflict.running) return std::nullopt;
   return editedSince(conflict, known->second) ? std::optional(Side::session) : std::nullopt;
 }
 
-bool Session::Impl::editedSince(Conflict const& conflict, Told const& known) const {
+bool Session::Impl::editedSince(Conflict const& conflict, Reported const& known) const {
   if (known.edited.count(conflict.path.text())) return true;
   if (conflict.nodes.empty() || known.nodes.empty()) return conflict.session != known.session;
   return std::all_of(known.nodes.begin(), known.nodes.end(), [&](auto const& node) {
@@ -108,22 +108,22 @@ bool Session::Impl::keepsOwn(Difference const& change) const {
   return found != settled.end() && found->second.side == Side::session && found->second.running == change.after;
 }
 
-// What a user was told of before, and has not changed since, stays as it was told first.
-void Session::Impl::tell(std::vector<Conflict> const& conflicts) {
+// A conflict that was reported before stays as it was first reported, unless running has changed since.
+void Session::Impl::report(std::vector<Conflict> const& conflicts) {
   for (Conflict const& c : conflicts) {
-    Told known{c.running, c.session, {}, {}};
+    Reported known{c.running, c.session, {}, {}};
     for (Path const& node : c.nodes) known.nodes.emplace(node.text(), contentAt(tree, node));
-    auto const [found, isNew] = told.try_emplace(keyOf(c), known);
+    auto const [found, isNew] = reported.try_emplace(keyOf(c), known);
     if (!isNew && found->second.running != c.running) found->second = std::move(known);
   }
 }
 
 void Session::Impl::forgetSettled() {
-  told.clear();
+  reported.clear();
   settled.clear();
 }
 
-// --- The session's face ---
+// --- The session ---
 
 Session::Session(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Session::~Session() = default;
@@ -148,7 +148,7 @@ std::vector<Difference> Session::differencesInRunning() const { return impl_->ch
 
 std::vector<Conflict> Session::conflicts() const {
   Merged merged = impl_->mergeWith(impl_->edits(), impl_->changes(), Side::session);
-  impl_->tell(merged.conflicts);
+  impl_->report(merged.conflicts);
   return std::move(merged.conflicts);
 }
 
@@ -156,7 +156,7 @@ std::vector<std::string> Session::takeNotices() { return std::exchange(impl_->no
 
 void Session::edited(Path const& path) {
   std::string const place = path.text();
-  for (auto& [key, known] : impl_->told)
+  for (auto& [key, known] : impl_->reported)
     if (key.compare(0, key.find('\0'), place) == 0 || known.nodes.count(place)) known.edited.insert(place);
 }
 
@@ -175,12 +175,12 @@ void Session::resolve(Path const& path, Side side) {
     } else if (listed) {
       if (side == Side::running)
         throw Error("'" + path.text() + "' goes with '" + c.path.text() + "': name that to take what running has");
-      s.tell({c});
-      s.told.at(keyOf(c)).edited.insert(path.text());
+      s.report({c});
+      s.reported.at(keyOf(c)).edited.insert(path.text());
       any = true;
     }
   }
-  // What only running has changed may be refused, too.
+  // The session may also refuse a change that only running has made.
   for (Difference const& d : theirs) {
     if (side != Side::session || any || !(d.path == path)) continue;
     s.settled.insert_or_assign(path.text(), Impl::Settled{d.after, side});

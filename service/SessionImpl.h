@@ -9,22 +9,25 @@
 #include "service/Merge.h"
 #include "service/Service.h"
 
+// A class within an exported one is exported unless it says that it is not.
+#define CLI_SERVICE_HIDDEN __attribute__((visibility("hidden")))
+
 namespace Cli::Service {
 
 class Requests;
 
-struct Session::Impl {
+struct CLI_SERVICE_HIDDEN Session::Impl {
   Impl(Service::Impl& s, std::string n, std::string u, std::string t);
   ~Impl();
 
-  // What was known of a conflict when its user was told of it.
-  struct Told {
+  // A conflict as it was when it was reported to its user.
+  struct Reported {
     Json running, session;
-    std::map<std::string, Json> nodes;  // the session's contents at the listed places
-    std::set<std::string> edited;       // places that were announced since
+    std::map<std::string, Json> nodes;  // the session's contents at the listed paths
+    std::set<std::string> edited;       // the paths that `edited` has reported since
   };
   struct Settled {
-    Json running;  // what it was settled against
+    Json running;  // running's content when it was settled
     Side side;
   };
 
@@ -33,14 +36,14 @@ struct Session::Impl {
   std::vector<Difference> changes() const;
   Merged mergeWith(std::vector<Difference> const& mine, std::vector<Difference> const& theirs, Side otherwise) const;
   std::optional<Side> settledSide(Conflict const& conflict) const;
-  bool editedSince(Conflict const& conflict, Told const& known) const;
+  bool editedSince(Conflict const& conflict, Reported const& known) const;
   bool keepsOwn(Difference const& change) const;
-  void tell(std::vector<Conflict> const& conflicts);
+  void report(std::vector<Conflict> const& conflicts);
   void forgetSettled();
 
-  // S becomes what another tree is, and A what running is.
+  // Makes S equal to another tree, and A equal to running. Answers how many edits it dropped.
   std::size_t become(Tree const& wanted);
-  // S gets differences, whole or not at all.
+  // Applies differences to S, as a whole or not at all.
   void edit(std::vector<Difference> const& differences);
 
   Service::Impl& service;
@@ -55,16 +58,16 @@ struct Session::Impl {
   EqualPoint editsFrom;    // A was S
   EqualPoint changesFrom;  // A was R
   EqualPoint runningFrom;  // R was S
-  std::map<std::string, Told> told;
+  std::map<std::string, Reported> reported;
   std::map<std::string, Settled> settled;
   PendingReferences pending;
   std::vector<std::string> notices;
   std::unique_ptr<Requests> requests;
 };
 
-// Under which a conflict is remembered.
+// The key of a conflict in `reported` and `settled`.
 std::string keyOf(Conflict const& conflict);
-// The content of a place of a tree.
+// The content at a path of a tree; null if there is none.
 Json contentAt(Tree const& tree, Path const& path);
 
 }  // namespace Cli::Service

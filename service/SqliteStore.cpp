@@ -22,7 +22,7 @@ using Kel::U64;
 constexpr int applicationId = 0x434c4953;  // "CLIS"
 constexpr int formatVersion = 1;
 
-// CRC-64/XZ: every burst of up to 64 bits is noticed.
+// CRC-64/XZ, which detects every burst error of up to 64 bits.
 U64 checksum(std::string_view bytes, U64 from) {
   static auto const table = [] {
     std::array<U64, 256> made{};
@@ -152,7 +152,7 @@ class Statement {
   int bound_ = 0;
 };
 
-// Undone unless it is committed.
+// A transaction that is rolled back unless it is committed.
 class Transaction {
  public:
   explicit Transaction(Database const& db) : db_(db) { db.run("BEGIN IMMEDIATE"); }
@@ -227,12 +227,13 @@ void write(Database const& db, Ends const& ends) {
       .step();
 }
 
-// The number of the last commit beside the file: the log of a damaged file ends early without a word.
+// The number of the last commit, kept beside the file: SQLite reads a damaged write-ahead log only up to the damage,
+// and reports nothing.
 class Mark {
  public:
   explicit Mark(std::string file) : file_(std::move(file)) {}
 
-  // Nothing when there is none, or none that can be read.
+  // Empty if there is none, or if it cannot be read.
   std::optional<U64> read() const {
     int const descriptor = ::open(file_.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) return std::nullopt;
@@ -242,7 +243,7 @@ class Mark {
     if (got != sizeof words || words[1] != static_cast<U64>(Sum().add(words[0]).value())) return std::nullopt;
     return words[0];
   }
-  // Not synchronised: it may fall behind the store, but never get in front of it.
+  // Not synchronised: its number may be lower than the store's, but never higher.
   void write(U64 last) const noexcept {
     int const descriptor = ::open(file_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     if (descriptor < 0) return;
@@ -265,7 +266,7 @@ class SqliteStore::Impl {
  public:
   Impl(std::string const& file, SqliteOptions options)
       : options_(options), db_(file, readWrite), mark_(file + ".mark") {
-    // One writer at a time, for as long as it lives; no file that is shared with others is needed then.
+    // One process has the file open at a time, so SQLite needs no shared-memory file.
     db_.run("PRAGMA locking_mode = EXCLUSIVE");
     db_.run("PRAGMA journal_mode = WAL");
     db_.run("PRAGMA synchronous = FULL");
@@ -291,7 +292,7 @@ class SqliteStore::Impl {
     std::vector<CommitRecord> records;
     Statement rows(db_, (std::string(commitColumns) + "WHERE number >= ? ORDER BY number").c_str());
     rows.bind(clamped(from));
-    // Where all commits were dropped up to a number, the next one's parent is that number.
+    // After commits were dropped up to a number, the parent of the next one is that number.
     std::optional<U64> parent;
     while (rows.step()) {
       CommitRecord record;
@@ -371,7 +372,7 @@ class SqliteStore::Impl {
     db_.damaged("commits behind " + std::to_string(behind) + " are missing");
   }
 
-  // Drops what the newest snapshot that the kept commits need does not need itself.
+  // Drops the commits and snapshots that are older than the snapshot from which the oldest kept commit is restored.
   void drop(Ends& ends) const {
     if (ends.last <= options_.keep) return;
     Statement oldest(db_, "SELECT max(number) FROM snapshot WHERE number <= ?");
@@ -405,10 +406,10 @@ namespace {
 struct Good {
   std::vector<CommitRecord> records;
   std::vector<CommitStore::Snapshot> snapshots;
-  U64 known = 0;  // the highest number that anything speaks of
+  U64 known = 0;  // the highest number found anywhere
 };
 
-// The rows of a table that can be read, each by its own look-up: one that is damaged does not hide the others.
+// The rows of a table that can be read. Each is looked up separately, so that a damaged row does not hide the others.
 template <class Row>
 void readGood(Database const& db, std::string const& sql, char const* table, std::vector<Row>& rows, U64& known) {
   std::int64_t from = std::numeric_limits<std::int64_t>::min();
@@ -445,14 +446,14 @@ Good readGood(std::string const& file) {
   return good;
 }
 
-// How far the commits lead without a gap from a number on.
+// The last commit that follows from a number on without a gap.
 U64 reach(std::vector<CommitRecord> const& records, U64 from) {
   for (CommitRecord const& record : records)
     if (record.parent == from && record.number > from) from = record.number;
   return from;
 }
 
-// The last state that can be restored, and what it takes.
+// Reduces `good` to the last state that can be restored, and the records that it needs.
 Good lastState(Good good) {
   U64 best = reach(good.records, 0);
   U64 start = 0;
@@ -462,7 +463,7 @@ Good lastState(Good good) {
     best = end;
     start = snapshot.number;
   }
-  // What leads up to the start without a gap is history that can be shown.
+  // The commits that lead up to the start without a gap are kept as history.
   U64 first = start;
   for (auto it = good.records.rbegin(); it != good.records.rend(); ++it)
     if (it->number == first && it->parent < first) first = it->parent;
@@ -492,7 +493,7 @@ SqliteStore::Recovered SqliteStore::recover(std::string const& file) {
   if (::stat(file.c_str(), &found) != 0) throw StoreError(file + ": " + std::strerror(errno));
   Recovered recovered;
   recovered.damagedFile = unusedName(file);
-  // Reading may write a log back into the file: it is read where it is put aside.
+  // Reading may write the log back into the file, so the file is read after it was moved aside.
   moveFiles(file, recovered.damagedFile);
   std::string const made = file + ".recovered";
   try {

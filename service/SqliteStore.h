@@ -1,8 +1,8 @@
 // Commits in one SQLite file.
 //
-// Write-ahead log, full synchronisation: a commit that was appended is on the disk. Every record has a checksum, and
-// the number of the last commit stands in the file and beside it ("FILE.mark"), so that records that are gone are
-// missed. One process at a time has the file open.
+// The file has a write-ahead log and full synchronisation: a commit that was appended is on the disk. Every record has
+// a checksum. The number of the last commit is in the file and in "FILE.mark" beside it, so that a loss of records is
+// noticed. One process at a time has the file open.
 #pragma once
 
 #include <memory>
@@ -14,15 +14,15 @@
 namespace Cli::Service {
 
 struct SqliteOptions {
-  // How many commits are kept at least, with what restores the oldest of them; 0: all. What is older goes with the next
-  // snapshot.
+  // At least so many commits are kept, with the snapshot that restores the oldest of them; 0: all. Older ones are
+  // dropped with the next snapshot.
   Kel::U64 keep = 0;
 };
 
 class CLI_SERVICE_API SqliteStore : public CommitStore {
  public:
-  // Opens the file, or makes it. Raises StoreError: another process has it open, it is no store, it is damaged. A
-  // damaged file is left as it is; `recover` gets out of it what is good.
+  // Opens the file, or makes it. Raises StoreError if another process has it open, if it is not a store, or if it is
+  // damaged. A damaged file is left as it is; `recover` makes a store of what is good in it.
   explicit SqliteStore(std::string file, SqliteOptions options = {});
   ~SqliteStore() override;
 
@@ -35,14 +35,14 @@ class CLI_SERVICE_API SqliteStore : public CommitStore {
   Kel::U64 last() const;
 
   struct Recovered {
-    Kel::U64 last = 0;        // the last commit of the good state
-    std::size_t commits = 0;  // that were kept
-    std::size_t lost = 0;     // that are known to have been there behind it
-    std::string damagedFile;  // where the damaged file is now
+    Kel::U64 last = 0;        // the last commit that was recovered
+    std::size_t commits = 0;  // how many were recovered
+    std::size_t lost = 0;     // how many later commits are known to be lost
+    std::string damagedFile;  // the new path of the damaged file
   };
-  // Puts a damaged file aside and makes a store of the last good state: the newest good snapshot, or the beginning, and
-  // the commits behind it up to the first that is damaged or missing, and what is good in front of it. Raises
-  // StoreError when the files cannot be written; then everything is where it was.
+  // Moves a damaged file aside and makes a store of the last good state: the newest good snapshot (or the beginning),
+  // the commits after it up to the first that is damaged or missing, and the good commits that lead up to it. Raises
+  // StoreError if the files cannot be written; then everything is where it was.
   static Recovered recover(std::string const& file);
 
  private:

@@ -14,7 +14,7 @@ bool TargetFinder::mayBe(KelType const& type) const {
 bool TargetFinder::mayHold(KelType const& type) {
   if (isDirType(&type)) return true;
   auto const [found, added] = holds_.try_emplace(&type, false);
-  if (!added) return found->second;  // on the way round a circle: what is found out behind it will do
+  if (!added) return found->second;  // a cycle: the outer call finds the answer
   bool holds = type.hasDerived();
   for (KelAttr const* attr : type.ownAttrs()) holds = holds || mayBe(*attr->type()) || mayHold(*attr->type());
   return holds_[&type] = holds;

@@ -1,4 +1,4 @@
-// Finds what a pointer may point at. Not installed.
+// Finds the possible targets of a pointer. Not installed.
 #pragma once
 
 #include <functional>
@@ -15,17 +15,17 @@ class TargetFinder {
  public:
   TargetFinder(Kel::Dir const& base, Kel::KelType const& wanted) : base_(base), wanted_(wanted) {}
 
-  // Every entity of that name that the pointer may point at.
+  // The possible targets of that name.
   std::vector<Kel::Entity*> named(std::string_view name);
-  // Visits every entity that the pointer may point at, until `visit` answers false.
+  // Visits every possible target, until `visit` answers false.
   void each(std::function<bool(Kel::Entity&)> const& visit);
 
  private:
   bool isTarget(Kel::Entity const& e) const { return e.type()->isA(&wanted_); }
-  // Whether members of that type are possible targets; whether there can be any below them.
+  // Whether entities of that type may be targets; whether they may own some.
   bool mayBe(Kel::KelType const& type) const;
   bool mayHold(Kel::KelType const& type);
-  // Visits the owners of what may be targets, and what it itself is.
+  // Visits every entity that may own targets, until `visit` answers false.
   void eachOwner(std::function<bool(Kel::Entity&)> const& visit);
 
   Kel::Dir const& base_;

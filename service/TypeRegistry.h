@@ -14,7 +14,7 @@ namespace Cli::Service {
 template <class T>
 class TypeRegistry {
  public:
-  // Outlives the libraries that registered.
+  // The registry of this T. Never destroyed, so it outlives the model libraries.
   static TypeRegistry& the() {
     static auto* const all = new TypeRegistry;
     return *all;
@@ -23,7 +23,7 @@ class TypeRegistry {
     std::unique_lock const guard(lock_);
     byType_[fullTypeName] = std::move(entry);
   }
-  // Null: the type has none of its own. An entry stays where it is.
+  // The type's own entry, or null. The pointer stays valid.
   T const* find(std::string_view fullTypeName) const {
     std::shared_lock const guard(lock_);
     auto const found = byType_.find(fullTypeName);

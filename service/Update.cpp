@@ -1,5 +1,6 @@
-// Updates, and what gives a session another content.
+// Updates, and operations that replace the content of a session.
 #include <algorithm>
+#include <string_view>
 
 #include "service/Differ.h"
 #include "service/ServiceImpl.h"
@@ -8,7 +9,7 @@ namespace Cli::Service {
 
 namespace {
 
-// Carries two lists out, each on its tree: both or none.
+// Applies two lists, each to its tree: both or none.
 void writeBoth(Applying& first, Applying& second) {
   try {
     first.write();
@@ -37,13 +38,14 @@ std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
   std::vector<Difference> const mine = s.edits();
   std::vector<Difference> const theirs = path.empty() ? s.changes() : within(s.changes(), path);
   if (theirs.empty()) return {};
-  Merged const merged = s.mergeWith(mine, theirs, sideOf(mode));
+  Merged merged = s.mergeWith(mine, theirs, sideOf(mode));
   if (mode == UpdateMode::revertOnConflict && !merged.conflicts.empty()) {
-    s.tell(merged.conflicts);
+    s.report(merged.conflicts);
     throw ConflictError(merged.conflicts);
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
   writeBoth(toSession, toAncestor);
+  // Nothing can fail from here on.
   if (path.empty()) {
     s.changesFrom = EqualPoint(s.ancestor, s.service.treeAt(s.service.running));
     s.forgetSettled();
@@ -53,7 +55,7 @@ std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
     throw Error("'" + missing.front().text() + "' leads to what running has elsewhere: update more than '" +
                 path.text() + "'");
   }
-  return merged.changes;
+  return std::move(merged.changes);
 }
 
 // --- Editing ---
@@ -86,7 +88,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   std::vector<Difference> mine = s.edits();
   std::vector<Difference> back;
   if (path && !path->empty()) {
-    // Of what was created or deleted as a whole, a part cannot be.
+    // A part of an entity that was created or deleted as a whole cannot be discarded.
     std::vector<Difference> const chosen = within(mine, *path);
     back = within(Differ(s.tree, s.ancestor, nullptr).run(), *path);
     if (chosen.empty()) {
@@ -99,10 +101,17 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   } else {
     back = inverse(mine);
   }
+  std::string const place = path ? path->text() : std::string();
+  // A key is a path, for some conflicts followed by a zero byte and a position.
+  auto const isWithin = [&](auto const& known) {
+    std::string const& key = known.first;
+    if (key.compare(0, place.size(), place) != 0) return false;
+    return key.size() == place.size() || std::string_view("./\0", 3).find(key[place.size()]) != std::string_view::npos;
+  };
   s.edit(back);
-  if (path && !path->empty()) {
-    std::erase_if(s.settled, [&](auto const& e) { return e.first.compare(0, path->text().size(), path->text()) == 0; });
-    std::erase_if(s.told, [&](auto const& e) { return e.first.compare(0, path->text().size(), path->text()) == 0; });
+  if (!place.empty()) {
+    std::erase_if(s.settled, isWithin);
+    std::erase_if(s.reported, isWithin);
     s.pending.erase(*path);
   } else {
     s.forgetSettled();
@@ -115,8 +124,12 @@ std::size_t Session::discard(std::optional<Path> const& path) {
 std::size_t Session::clear() {
   Impl& s = *impl_;
   std::size_t const dropped = s.become(s.service.treeAt(s.service.clean));
-  s.status->clearsInc();
-  s.status->clearedIs(true);
+  try {
+    s.status->clearsInc();
+    s.status->clearedIs(true);
+  } catch (...) {
+    // Exceptions of reactors are ignored here.
+  }
   return dropped;
 }
 

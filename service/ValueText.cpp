@@ -17,7 +17,7 @@ using B = KelType::Builtin;
 
 namespace {
 
-// Null: the type has none of its own.
+// The type's own spelling, or null.
 Spelling const* spellingOf(KelType const& type) {
   return type.isBuiltin() ? nullptr : TypeRegistry<Spelling>::the().find(type.fullTypeName());
 }
@@ -119,7 +119,7 @@ std::string listed(std::vector<std::string> const& words) {
   return text;
 }
 
-// Of a value type with several fields: JSON, or the framework's own form.
+// A value type with several fields, from JSON or from the framework's own form.
 GenericIf::Ptr fieldsFromText(KelType const& type, std::string_view text) {
   if (text.starts_with('{')) {
     Json const json = Json::parse(text, nullptr, false);

@@ -18,12 +18,12 @@ inline Kel::Dir const* asDir(Kel::Entity const* e) {
 }
 inline bool isDirType(Kel::KelType const* type) { return type && type->isA(Kel::Dir::_fwkType()); }
 
-// The attribute that is the first constructor parameter; null when there is none.
+// The attribute that is the first constructor parameter, or null.
 inline Kel::KelAttr const* keyParam(Kel::KelType const& type) {
   Kel::KelAttr const* const first = type.attributeQ(0);
   return first && first->ctorParam() ? first : nullptr;
 }
-// The constructor parameters behind the key.
+// The constructor parameters after the key.
 inline std::vector<Kel::KelAttr const*> furtherParams(Kel::KelType const& type, bool afterKey = true) {
   std::vector<Kel::KelAttr const*> params;
   for (Kel::KelAttr const* attr : type.attributeQ())
@@ -43,6 +43,14 @@ void eachMember(Kel::Entity const& e, Kel::KelAttr const& attr, Visit const& vis
   Kel::AttrIterator& it = attr.access().iterate(attr, e, room);
   for (std::size_t position = 0; it.nonNull(); it.inc(), ++position)
     if (!visit(it, position)) return;
+}
+
+// Whether a collection has a member under a key; a null key is the null pointer.
+inline bool hasMember(Kel::Entity const& e, Kel::KelAttr const& attr, Kel::GenericIf const* key) {
+  Kel::IteratorRoom room;
+  Kel::AttrIterator& it = attr.access().iterate(attr, e, key, room);
+  while (!key && it.nonNull() && it.keyTarget()) it.inc();
+  return it.nonNull();
 }
 
 // Visits every entity below `top` that is in its attributes or entries (not `top` itself), owners first.

@@ -14,8 +14,8 @@ using Kel::KelType;
 
 namespace {
 
-constexpr std::size_t fewNames = 12;    // as many are listed whole
-constexpr std::size_t manyNames = 2000;  // of more no near ones are looked for: a person waits
+constexpr std::size_t fewNames = 12;     // up to so many names are all listed
+constexpr std::size_t manyNames = 2000;  // among more, no near ones are looked for, because the user waits
 
 std::string listed(std::vector<std::string> const& names) {
   std::string text;
@@ -23,14 +23,14 @@ std::string listed(std::vector<std::string> const& names) {
   return text;
 }
 
-// What would have done in place of a word.
+// What was expected in place of a word.
 std::string insteadOf(std::string const& word, std::vector<std::string> const& names) {
   if (std::string const near = nearest(word, names); !near.empty()) return "; did you mean " + near + "?";
   if (names.empty() || names.size() > fewNames) return {};
   return "; there is " + listed(names);
 }
 
-// The one name that begins with a word; the word itself when it is a name. Empty: none.
+// The word itself if it is a name, or the only name that begins with it. Empty if there is none.
 std::string resolved(std::string const& word, std::vector<std::string> const& names) {
   std::vector<std::string> begun;
   for (std::string const& name : names) {
@@ -77,7 +77,7 @@ WordReader::WordReader(Kel::Dir::Ptr base, Path const& at, WordRules const& rule
   goTo(at);
 }
 
-// Continues at a path that is known to be one of the tree.
+// Continues at a path that exists in the tree.
 void WordReader::goTo(Path const& path) {
   Place const place = locate(base_, path);
   path_ = path;
@@ -123,7 +123,7 @@ void WordReader::leaf(bool there) {
   expects_ = Expects::nothing;
 }
 
-// A path in the dotted form; a word that is an entry as it stands is taken as such.
+// Reads a path in the dotted form. A word that is the name of an entry is taken as that.
 bool WordReader::takeDotted(std::string const& word) {
   if (Kel::Dir const* dir = asDir(entity_.ptr()); dir && dir->entry(Kel::Name(word))) return false;
   Path const path = parsePath(base_, word);
@@ -198,7 +198,7 @@ void WordReader::takePosition(std::string const& word) {
   enter(place.entity.ptr(), place.entity->type());
 }
 
-// The key as the model spells it.
+// The key in the model's spelling.
 GenericIf::PtrConst WordReader::keyFrom(std::string const& word) const {
   if (rules_.asWritten) return writtenValue(*attr_->keyType(), word);
   EntityHooks const& hooks = hooksOf(*attr_->type());
@@ -262,7 +262,7 @@ void WordReader::takeValueKey(std::string const& word) {
     own = key = keyFrom(word);
   }
   bool const waits = attr_->keyIsPtr() && !own && !key->text().empty();  // for its target
-  bool const there = entity_ && !waits && attr_->access().iterator(*attr_, *entity_, own.ptr())->nonNull();
+  bool const there = entity_ && !waits && hasMember(*entity_, *attr_, own.ptr());
   if (!there && !rules_.create) noKey(word);
   path_.steps.push_back(memberStep(*attr_, key));
   type_ = attr_->type();

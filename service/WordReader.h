@@ -1,4 +1,4 @@
-// Reads a path word by word, and knows what may come next. Not installed.
+// Reads a path word by word, and tells what may come next. Not installed.
 #pragma once
 
 #include <string>
@@ -13,16 +13,16 @@ class WordReader {
  public:
   enum class Expects { entry, attribute, key, nothing };
 
-  // Raises InputError when there is nothing at `at`.
+  // Raises InputError if there is nothing at `at`.
   WordReader(Kel::Dir::Ptr base, Path const& at, WordRules const& rules);
 
-  // Takes one more word; raises InputError. Only while something is expected.
+  // Reads one more word; raises InputError. REQUIRES: expects() is not `nothing`.
   void take(std::string const& word);
   Expects expects() const { return expects_; }
 
   Path const& path() const { return path_; }
   std::size_t missing() const { return missing_; }
-  Kel::Entity* entity() const { return entity_.ptr(); }  // null: it is not there
+  Kel::Entity* entity() const { return entity_.ptr(); }  // null: it does not exist
   Kel::KelType const* type() const { return type_; }
   Kel::KelAttr const* attr() const { return attr_; }  // of a key that is expected, or of a value
 

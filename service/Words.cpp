@@ -1,4 +1,4 @@
-// Words of a line, and words that are like each other.
+// Splitting a line into words, and finding similar words.
 #include <algorithm>
 #include <numeric>
 
@@ -85,7 +85,7 @@ class Splitter {
   std::size_t at_ = 0;
 };
 
-// How many insertions, deletions, replacements and swaps of neighbours lead from one word to the other.
+// The edit distance: insertions, deletions, replacements and swaps of neighbours.
 std::size_t distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> before(b.size() + 1), last(b.size() + 1), now(b.size() + 1);
   std::iota(last.begin(), last.end(), 0U);

@@ -1,4 +1,4 @@
-// The commands: one table, which parsing, completion and help read.
+// The table of commands, used by parsing, completion and help.
 #pragma once
 
 #include <string>
@@ -18,16 +18,15 @@ struct Command {
 
 // In the order of the help.
 std::vector<Command> const& commandTable();
-// An argument in capitals, for people: "the name of a session".
+// The explanation of an argument in capitals: "the name of a session".
 std::string argumentHelp(std::string const& argument);
-// A keyword, for people: what the command does, or what the keyword adds to it. `before`: the words in front of it;
-// `rules`: the commands that it may belong to.
+// The explanation of a keyword: what the command does, or what the keyword adds to it. `before`: the words before it;
+// `rules`: the commands to which it may belong.
 std::string keywordHelp(std::string const& keyword, std::vector<std::string> const& before,
                         std::vector<std::size_t> const& rules);
-// What to do in place of a command that is not there, in the words of other programs: "'discard' takes edits back";
-// empty: there is nothing like it.
+// A hint for a command that other programs have: "'discard' takes edits back". Empty if there is nothing like it here.
 std::string insteadOf(std::string const& command);
-// What filters the output of a command: "include TEXT", behind a bar.
+// The usages of output filters, which come after a bar: "include TEXT".
 std::vector<std::string> const& filterUsages();
 char const* filterSummary(std::size_t rule);
 
@@ -35,7 +34,7 @@ char const* filterSummary(std::size_t rule);
 Grammar const& commandGrammar();
 Grammar const& filterGrammar();
 
-// The list of commands; all usages that begin with some words; raises CommandError when there is none.
+// The commands whose usages begin with `words`; all commands for no words. Raises CommandError if there are none.
 std::string helpText(std::vector<std::string> const& words, Paint const& paint);
 
 // --- The commands, by file ---

@@ -1,4 +1,4 @@
-// What goes into the running configuration, and what comes from there.
+// Commands between the session and the running configuration: commit, update, history.
 #include "CommandTable.h"
 #include "TextTable.h"
 #include "Words.h"
@@ -18,7 +18,7 @@ std::string findingsText(std::string const& what, Service::CheckError const& e) 
   return text;
 }
 
-// Runs what may be refused for conflicts, which are shown, or by the checks, which are an error.
+// Runs an operation that may be refused. Conflicts are shown; a refusal by the checks is an error.
 template <class Action>
 Outcome refusable(Context& context, char const* what, Action const& action) {
   try {

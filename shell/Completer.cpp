@@ -14,10 +14,10 @@ namespace Service = Cli::Service;
 struct Completer::Options {
   std::size_t wordBegin = 0;
   std::vector<Candidate> candidates;
-  std::vector<Candidate> arguments;  // what cannot be listed: the argument in capitals, and its explanation
+  std::vector<Candidate> arguments;  // arguments that cannot be listed: the name in capitals, and its explanation
   bool mayEnd = false;
   std::string refusal;  // why the path that was typed leads nowhere
-  bool more = false;    // candidates than there are here
+  bool more = false;    // there are more candidates than these
 };
 
 namespace {
@@ -126,7 +126,7 @@ Completer::Options Completer::options(std::string const& text) {
     }
     if (pathDone) continue;
     pathDone = true;
-    // A value is known by the path in front of it: both are completed as one.
+    // What a value may be depends on the path before it, so both are completed together.
     auto const what = purpose(expected.rules);
     bool const whole = what == Service::CompletionFor::set || what == Service::CompletionFor::insert;
     std::vector<std::string> before = expected.before;

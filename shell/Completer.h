@@ -1,4 +1,4 @@
-// What may stand at the end of a line, from the command table and the configuration.
+// Completes command lines, from the command table and the configuration.
 #pragma once
 
 #include <string>
@@ -13,10 +13,10 @@ class Completer {
  public:
   explicit Completer(Context& context) : context_(context) {}
 
-  // The words that the last word of the line may become; `wordBegin` is where that word begins. Nothing for a line
-  // that is no beginning of a command.
+  // The completions of the last word of the line; `wordBegin` is set to where that word begins. Empty for a line that
+  // is not the beginning of a command.
   std::vector<Candidate> complete(std::string const& line, std::size_t& wordBegin);
-  // The same for people, with what may come where it cannot be listed, or why nothing can.
+  // The same as a text for the user, with a hint if the completions cannot be listed, or the reason if there are none.
   std::string help(std::string const& line);
 
  private:

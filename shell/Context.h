@@ -1,4 +1,4 @@
-// What commands work on: the device, the session at hand, where output goes, and whom to ask.
+// The context of commands: the device, the current session, the output, and the question to the user.
 #pragma once
 
 #include <functional>
@@ -15,7 +15,7 @@
 
 namespace Shell {
 
-// What a command ends with; the process ends with the status of the last one.
+// How a command ended. The outcome of the last command is the exit status of the process.
 enum class Outcome {
   ok = 0,
   differs = 1,  // differences, or conflicts
@@ -23,7 +23,7 @@ enum class Outcome {
   quit = 3
 };
 
-// A command that cannot be done; the message is for people. Nothing was changed.
+// A command cannot be carried out; the message is for the user. Nothing was changed.
 class CommandError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -34,32 +34,33 @@ class Context {
   explicit Context(Device& given) : device(given) {}
 
   Device& device;
-  std::ostringstream out;  // of the command that runs
+  std::ostringstream out;  // the output of the running command
   Paint paint;
   std::size_t width = 100;                                   // columns for tables
-  std::function<bool(std::string const& question)> confirm;  // empty: there is nobody to ask
+  std::function<bool(std::string const& question)> confirm;  // empty: no user can be asked
   bool terminal = false;
 
   Cli::Service::Service& service() const { return device.service(); }
   bool hasSession() const { return session_ != nullptr; }
-  // Raises CommandError when no session is open.
+  // The current session. Raises CommandError if there is none.
   Cli::Service::Session& session() const;
   Cli::Service::Tree tree() const { return session().tree(); }
   Kel::Dir::Ptr base() const { return tree().dir; }
-  // The session's references that lead nowhere, and the path below which commands work.
+  // The session's pending references, and the path below which commands work (`edit`).
   Cli::Service::PendingReferences& pending();
   Cli::Service::Path& at();
 
   void sessionIs(Cli::Service::Session* session);
-  // Forgets what belonged to a session that is gone.
+  // Forgets the state of a session that has ended.
   void forget(std::string const& session);
-  // After the trees were changed as a whole: references that lead nowhere are those of `source`, or their targets came.
+  // Call it after the session's whole tree was replaced: its pending references become those of `source` that still
+  // lead nowhere.
   void refreshPending(Cli::Service::PendingReferences const& source);
 
-  // A path in the session from typed words, relative to where `edit` has gone; all words must belong to it, and lead to
-  // what is there unless `create` is set. Raises InputError.
+  // A path in the session from typed words, relative to the path of `edit`. Raises InputError if a word does not belong
+  // to it, or if it leads nowhere and `create` is not set.
   Cli::Service::Path path(std::vector<std::string> const& words, bool create = false) const;
-  // The same; the path that `edit` has gone to for no words.
+  // The same; for no words, the path of `edit`.
   Cli::Service::Path pathOrHere(std::vector<std::string> const& words) const;
 
   std::string user() const;
@@ -75,7 +76,7 @@ class Context {
 
 // "1 change", "3 changes".
 std::string counted(std::size_t count, std::string const& one, std::string const& many);
-// Names one after the other, with the rest counted: "a, b, c and 4 more".
+// The first names, and the number of the others: "a, b, c and 4 more".
 std::string listed(std::vector<std::string> const& names, std::size_t most = 3);
 // "2026-11-22 07:10:05", in the time zone of the user.
 std::string timeText(double seconds);

@@ -1,4 +1,4 @@
-// What the copy engine did and will do.
+// Commands that show what the copy engine did and will do.
 #include <algorithm>
 
 #include "CommandTable.h"
@@ -139,7 +139,7 @@ Outcome trace(Context& context, Arguments const& arguments) {
 
 namespace {
 
-// An enumerator by its name, or by its name behind `prefix`.
+// An enumerator by its name, or by its name without `prefix`.
 template <class E>
 E enumerator(std::string const& prefix, std::string const& name) {
   std::string choices;

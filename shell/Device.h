@@ -1,4 +1,4 @@
-// The embedded default: a running configuration, the service that owns its sessions, and the store, in one process.
+// A device within the process: the running configuration, the service that owns its sessions, and the store.
 #pragma once
 
 #include <functional>
@@ -17,10 +17,11 @@ class Device {
     std::string file;      // the configuration; "-": standard input
     std::string stateDir;  // where commits are kept; empty: nowhere
     std::function<double()> clock;
-    std::string text{};  // of the configuration, in place of the file
+    std::string text{};  // the configuration itself; if it is not empty, `file` is not read
   };
-  // Loads the configuration. With a state directory that has commits the running configuration is that of the newest
-  // one, and the file's the clean configuration. Raises ModelError, Cli::Service::Error.
+  // Loads the configuration. If the state directory has commits, the running configuration is that of the newest one,
+  // and the file's is the clean configuration. Raises ModelError and Cli::Service::Error. REQUIRES: `model` outlives
+  // it.
   Device(Model const& model, Settings const& settings);
   ~Device();
 
@@ -39,11 +40,12 @@ class Device {
   std::unique_ptr<Cli::Service::Service> service_;
 };
 
-// What messages call a file: its name; "-" is "standard input".
+// The name of a file in messages; for "-", "standard input".
 std::string fileTitle(std::string const& file);
 // The text of a file; "-": standard input. Raises ModelError.
 std::string readConfiguration(std::string const& file);
-// Loads a configuration in the model's form, or as a JSON tree, into a directory that has none of the roots.
+// Loads a configuration, in the model's form or as a JSON tree. Raises ModelError. REQUIRES: `into` has none of the
+// roots.
 LoadReport loadConfiguration(Model const& model, std::string const& text, std::string const& file,
                              Kel::Dir::Ptr const& into, Cli::Service::PendingReferences& pending);
 

@@ -12,7 +12,7 @@ struct DiffOptions {
   bool commands = false, json = false;
 };
 
-// Prints what differs between two configurations; answers the exit status. Raises ModelError.
+// Prints the differences between two configurations; answers the exit status. Raises ModelError.
 int runDiff(Model const& model, DiffOptions const& options);
 
 }  // namespace Shell

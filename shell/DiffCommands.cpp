@@ -25,7 +25,7 @@ Outcome print(Context& context, std::vector<Difference> const& differences, Diff
   return differences.empty() ? Outcome::ok : Outcome::differs;
 }
 
-// A tree beside the others, for comparisons.
+// A temporary tree for comparisons.
 class Scratch {
  public:
   Scratch(Context& context) : roots_(context.tree().roots), dir_(Kel::dirFactory("scratch")) {}
@@ -167,7 +167,7 @@ Outcome showConflicts(Context& context, Arguments const&) {
 
 namespace {
 
-// A conflict may be about what is not there in the session: its path is compared with what was typed, too.
+// The node of a conflict may not exist in the session, so its path is also compared with the typed text.
 Service::Path conflictPath(Context& context, std::vector<std::string> const& words) {
   for (Service::Conflict const& conflict : context.session().conflicts())
     if (words == conflict.path.words() || (words.size() == 1 && words.front() == conflict.path.text()))

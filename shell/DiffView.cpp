@@ -42,7 +42,7 @@ class Lines {
   std::string const& text() const { return text_; }
 
  private:
-  // The part of the path that the line before did not have.
+  // Prints the part of the path that differs from the previous line's.
   void above(std::vector<std::string> const& path) {
     std::size_t const common = static_cast<std::size_t>(
         std::mismatch(path.begin(), path.end(), last_.begin(), last_.end()).first - path.begin());

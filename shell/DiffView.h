@@ -1,4 +1,4 @@
-// Differences for people, as commands, and as JSON.
+// Differences as a tree, as commands, and as JSON.
 #pragma once
 
 #include <string>
@@ -11,8 +11,8 @@ namespace Shell {
 
 enum class DiffForm { tree, commands, json };
 
-// As a tree each difference has a mark in front: '+' it came, '-' it went, '~' it changed, '*' it moved; and the values
-// on both sides.
+// In a tree, each difference begins with a mark: '+' created, '-' deleted, '~' changed, '*' moved; the values of both
+// sides follow.
 std::string diffText(std::vector<Cli::Service::Difference> const& differences, DiffForm form, Paint const& paint);
 
 }  // namespace Shell

@@ -61,7 +61,7 @@ Outcome create(Context& context, Arguments const& arguments) {
 
 namespace {
 
-// Carries an entity over to another key: its content, and the pointers to it and below it.
+// Copies an entity to another key: its content, and the pointers to it and below it.
 void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Service::PendingReferences& pending) {
   Kel::Entity::Ptr const entity = Service::entityAt(tree.dir, from);
   std::vector<std::pair<Path, std::string>> pointers;
@@ -113,7 +113,7 @@ Outcome rename(Context& context, Arguments const& arguments) {
   return Outcome::ok;
 }
 
-// --- Where commands work ---
+// --- The path of `edit` ---
 
 Outcome edit(Context& context, Arguments const& arguments) {
   Path const path = context.path(arguments.words("PATH"));

@@ -9,7 +9,7 @@ namespace Session = Cli::Session;
 
 namespace {
 
-// The default entity of a type: in a directory of the type's name, for keys may be alike.
+// The default entity of a type. It is in a directory of the type's name, because types may have equal keys.
 Kel::Entity::Ptr defaultEntity(Session::AttributeEditBypassTable& table, Kel::KelType const& type) {
   Kel::Dir::Ptr const all = table.defaultEntityDirIs("default");
   if (!all->entry(type.fullTypeName())) {
@@ -39,7 +39,7 @@ void bypassDefaults(Session::AttributeEditBypassTable& table, Kel::KelType const
 void bypassDefaultsIs(Cli::Service::Service& service, bool on) {
   Session::Status& manager = service.manager();
   if (!on) return manager.attributeEditBypassTableIs(nullptr);
-  // The manager's pointer is what holds the table: it stands in a directory of the manager's.
+  // The table is held by the manager's pointer, and is in the manager's directory.
   Kel::Dir::Ptr const dir(static_cast<Kel::Dir*>(manager.parent()));
   Kel::Name const name("bypass");
   if (!dir->entry(name)) {

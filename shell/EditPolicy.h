@@ -6,11 +6,11 @@
 
 namespace Shell {
 
-// Whether deletions of entities that hold nothing but defaults are kept out of the logs of copies into sessions. What
-// such an entity holds besides is told by edits that the log does not have yet: in a log that has many, more stays out.
+// Whether deletions of entities that have only defaults stay out of the logs of copies into sessions. The check notices
+// other contents only by kinds of edits that the log does not have yet, so a log with many kinds may miss deletions.
 void bypassDefaultsIs(Cli::Service::Service& service, bool on);
 
-// The debug actions of the configuration, in place of those that the log has.
+// Replaces the debug actions of a log by those of the configuration.
 void debugActionsIs(Cli::Session::AttributeEditLog& log, Cli::Session::CliConfig const& config);
 
 }  // namespace Shell

@@ -1,4 +1,4 @@
-// Configurations from files and to files.
+// Commands that read and write files.
 #include <sstream>
 
 #include "CommandTable.h"
@@ -27,7 +27,7 @@ std::vector<std::string> lines(std::string const& text) {
   return out;
 }
 
-// Puts a file's content into a tree: edits as commands, a JSON tree, or the model's form.
+// Puts a file's content into a tree: commands, a JSON tree, or the model's form.
 class FileContent {
  public:
   FileContent(Context& context, std::string const& file)
@@ -44,7 +44,7 @@ class FileContent {
       Service::importText(tree.dir, path, file_, text_, options);
       return;
     }
-    // In the model's form it is a configuration of its own, from which the tree is filled.
+    // The model's form is loaded as a separate configuration, which is then copied into the tree.
     Kel::Dir::Ptr const dir = Kel::dirFactory("file");
     Service::PendingReferences waiting;
     loadConfiguration(context_.device.model(), text_, file_, dir, waiting);
@@ -122,7 +122,7 @@ std::string jsonText(Context& context, Path const& path) {
   return out.dump(2, ' ', false, Service::Json::error_handler_t::replace) + "\n";
 }
 
-// The roots at and below a path; nothing for a path in a root.
+// The roots at and below a path; empty for a path in a root.
 std::vector<Path> rootsBelow(Context& context, Path const& path) {
   std::vector<Path> out;
   for (auto const& root : context.service().roots()) {

@@ -41,7 +41,7 @@ class Front {
     if (!std::cout) throw std::runtime_error("the output cannot be written");
   }
 
-  // One command after the other, until there are no more, one says to stop, or one fails. False: it is over.
+  // Runs commands until there are no more, one ends the program, or one fails. False: the program ends.
   bool run(Script& script) {
     for (std::string line; script.next(line);) {
       if (options_.echo) std::cout << (line.empty() || line.front() == '#' ? "" : "> ") << line << std::endl;
@@ -64,7 +64,7 @@ class Front {
     callbacks.idle = [&] { return news(); };
     Terminal terminal(std::move(callbacks), Terminal::defaultHistoryFile());
     context_.confirm = [&](std::string const& question) {
-      progress_.reset();  // a person's time is not the command's
+      progress_.reset();  // waiting for the user does not count as the command's time
       return terminal.confirm(question);
     };
     std::cout << "'help' lists the commands, '?' says what may come next, Tab completes.\n";
@@ -95,7 +95,7 @@ class Front {
     return answer;
   }
 
-  // A command that was typed. False: leave.
+  // Runs a typed command. False: the program ends.
   bool execute(std::string const& line) {
     context_.width = static_cast<std::size_t>(screenSize().columns);
     Interpreter::Answer const answer = runOne(line);
@@ -131,7 +131,7 @@ class Front {
     return context_.paint(Style::prompt, text) + "> ";
   }
 
-  // Asks, when edits would be lost.
+  // Asks if edits would be lost.
   bool mayLeave() {
     std::size_t edits = 0;
     for (auto const& listed : context_.service().list())

@@ -1,4 +1,4 @@
-// The front of the program: commands from a terminal, the command line, a file, or standard input.
+// Runs commands from a terminal, the command line, a file, or standard input.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ struct FrontOptions {
   std::string script;
   bool echo = false;
   bool quiet = false;
-  bool configFromInput = false;  // standard input is used up
+  bool configFromInput = false;  // the configuration was read from standard input
 };
 
 // Runs the commands; answers the exit status.

@@ -134,7 +134,7 @@ std::vector<Grammar::Thread> Grammar::start() const {
   return threads;
 }
 
-// Adds what is reached without a word.
+// Adds the states that are reached without a word.
 void Grammar::follow(std::vector<Thread>& threads) const {
   std::set<std::size_t> seen;
   for (Thread const& thread : threads) seen.insert(thread.state);
@@ -200,10 +200,10 @@ std::vector<Grammar::Thread> Grammar::step(std::vector<Thread> const& threads, W
         next.arguments.add(edge.word, word.text);
         out.push_back(std::move(next));
       } else if (edge.kind == Edge::Kind::argument) {
-        // In the middle of a path a keyword may be the path's next word as well.
+        // In the middle of a path, a word that is a keyword may also be the path's next word.
         bool const goesOn = thread.lastArgument == edge.word;
         if (byKeyword && !goesOn) continue;
-        // A path that leads nowhere is refused by whoever knows why.
+        // A path that leads nowhere is accepted here, and refused later with the reason.
         bool const lenient = edge.word == "PATH" && !taken && !byKeyword;
         if (!lenient && !accepts(edge.word, before(thread, edge), word.text)) continue;
         Thread next{edge.to, thread.rule, thread.arguments, before(thread, edge), edge.word};

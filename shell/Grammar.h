@@ -1,10 +1,10 @@
-// The grammar of commands: each command's usage line is its grammar. Parsing, completion and help all read it.
+// The grammar of commands: each command's usage line is its grammar, for parsing, completion and help.
 //
 //     show diff [against (ancestor | running | commit N)]
 //
 // A lower-case word is a keyword, which may be abbreviated as long as it is unique; a word in capitals is an argument;
-// brackets hold what may be left out, parentheses and bars alternatives. "..." behind an argument: one word or more.
-// PATH always is one word or more. A keyword goes before an argument; a word in quotes is no keyword.
+// brackets enclose optional parts, parentheses and bars alternatives. "..." after an argument: one word or more. PATH
+// is always one word or more. A keyword takes precedence over an argument; a word in quotes is not a keyword.
 #pragma once
 
 #include <functional>
@@ -17,7 +17,7 @@
 
 namespace Shell {
 
-// A line that is not a command. The message names the word and what would have done.
+// A line that is not a command. The message names the word, and what was expected.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -27,7 +27,7 @@ class UsageError : public std::runtime_error {
 class Arguments {
  public:
   bool has(std::string const& name) const { return words_.count(name) != 0; }
-  // The first word of an argument; empty when it was not given.
+  // The first word of an argument; empty if it was not given.
   std::string text(std::string const& name) const;
   std::vector<std::string> const& words(std::string const& name) const;
   // All words of an argument, with a blank between them.
@@ -42,11 +42,11 @@ class Arguments {
 
 class Grammar {
  public:
-  // Whether a word will do for an argument; for completion and for abbreviations.
+  // Whether an argument accepts a word after the words in `before`; for completion and abbreviations.
   using Accepts =
       std::function<bool(std::string const& argument, std::vector<std::string> const& before, std::string const& word)>;
 
-  // What to say of a first word that begins no usage. Empty: the words that do.
+  // The error for a first word that begins no usage. Empty: it lists the words that do.
   using Unknown = std::function<std::string(std::string const& word)>;
 
   explicit Grammar(std::vector<std::string> usages, Unknown unknown = nullptr);
@@ -55,7 +55,7 @@ class Grammar {
     std::size_t rule = 0;  // the index of the usage
     Arguments arguments;
   };
-  // A line may have so many words; what takes more is no command that anybody types.
+  // The most words of a line. Longer lines are refused.
   static constexpr std::size_t maxWords = 2000;
 
   // Raises UsageError.
@@ -63,17 +63,17 @@ class Grammar {
 
   // What may come next.
   struct Expected {
-    std::string keyword;              // or:
+    std::string keyword;              // empty: an argument is expected
     std::string argument;             // its name
     std::vector<std::string> before;  // the words that the argument has already
-    std::vector<std::size_t> rules;
+    std::vector<std::size_t> rules;   // the indices of the usages that expect it
     bool isKeyword() const { return !keyword.empty(); }
   };
   struct Next {
     std::vector<Expected> expected;  // in the order of the usages
-    std::vector<std::size_t> ends;   // the commands that may end here
+    std::vector<std::size_t> ends;   // the indices of the usages that may end here
   };
-  // Raises UsageError when the words are no beginning of a command.
+  // Raises UsageError if the words are not the beginning of a command.
   Next next(std::vector<Word> const& words, Accepts const& accepts) const;
 
  private:
@@ -86,7 +86,7 @@ class Grammar {
     std::size_t state;
     std::size_t rule;
     Arguments arguments;
-    std::vector<std::string> last;  // the words of the argument that the state is in the middle of
+    std::vector<std::string> last;  // the words so far of the argument that is being read
     std::string lastArgument;
   };
   class Compiler;

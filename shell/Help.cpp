@@ -1,4 +1,4 @@
-// What the shell says of its commands.
+// The help on commands.
 #include <algorithm>
 #include <map>
 #include <set>
@@ -47,7 +47,7 @@ std::vector<std::string> beginning(std::string const& usage) {
   return words;
 }
 
-// Keywords behind those that a command begins with; "COMMAND KEYWORD" where the keyword means something else there.
+// The explanations of keywords after the first ones of a command. "COMMAND KEYWORD": of the keyword in that command.
 std::map<std::string, char const*> const& optionHelps() {
   static std::map<std::string, char const*> const texts = {
       {"--commands", "as commands that make it"},
@@ -87,7 +87,7 @@ std::map<std::string, char const*> const& optionHelps() {
 
 std::string keywordHelp(std::string const& keyword, std::vector<std::string> const& before,
                         std::vector<std::size_t> const& rules) {
-  std::string next;  // keywords, where none of the commands ends here
+  std::string next;  // the next keywords, if no command ends here
   for (std::size_t const rule : rules) {
     Command const& command = commandTable()[rule];
     std::vector<std::string> const own = beginning(command.usage);

@@ -19,7 +19,7 @@ class Interpreter {
     std::string error;   // lines for standard error; empty unless it failed
     bool paged = true;   // on a terminal
   };
-  // Runs one line. Blank lines and comments ("#") do nothing. Whatever goes wrong ends up in the answer.
+  // Runs one line. Blank lines and comments ("#") do nothing. Raises nothing: errors are in the answer.
   Answer run(std::string const& line);
 
  private:
@@ -27,7 +27,7 @@ class Interpreter {
   Context& context_;
 };
 
-// Whether a word will do for an argument of a command; see Grammar::Accepts.
+// Whether an argument of a command accepts a word; see Grammar::Accepts.
 Grammar::Accepts acceptsIn(Context& context);
 
 }  // namespace Shell

@@ -1,4 +1,4 @@
-// Contents of nodes, as the service gives them, for people.
+// Contents of nodes as texts for the user.
 #pragma once
 
 #include <string>
@@ -9,15 +9,15 @@
 
 namespace Shell {
 
-// One line: texts as they are, lists with blanks between, the rest as JSON. Control characters are escaped; "-" is
-// nothing, "\"\"" the empty text.
+// One line: strings as they are, lists with blanks between the items, the rest as JSON. Control characters are escaped;
+// "-" stands for null, "\"\"" for the empty string.
 std::string oneLine(Cli::Service::Json const& content);
 
-// Lines of an entity's content, indented by two more each level: "mtu: 9100". Empty for what is no object.
+// Lines of an entity's content, each level indented by two more: "mtu: 9100". Empty if it is not an object.
 std::vector<std::string> contentLines(Cli::Service::Json const& content);
 
-// A path in the pieces that a person reads: directories together, an attribute with its key: "network/ports",
-// "port Ethernet0", "mtu".
+// A path in readable pieces, with directories joined and an attribute with its key: "network/ports", "port Ethernet0",
+// "mtu".
 std::vector<std::string> pieces(Cli::Service::Path const& path);
 
 }  // namespace Shell

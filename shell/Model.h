@@ -1,11 +1,11 @@
-// What the shell wants to know of a model: its session roots, and how a configuration is loaded. How values are spelt
-// and what follows from an entity's key are told to the service, by service/ValueText.h and service/ModelHooks.h.
+// What a model tells the shell: its session roots, and how to load a configuration. The model registers the spelling of
+// values and the hooks of its types with the service (service/ValueText.h, service/ModelHooks.h).
 //
-// A model library that has more to say than its types exports a function
+// A model library may export the function
 //
 //     extern "C" Shell::Model const* cli_session_model();
 //
-// and nothing of the shell needs to be linked to it. A library without that function is used by its types alone: roots
+// It need not link anything of the shell. From a library without that function, the shell takes the types only: roots
 // are named on the command line, and configurations are JSON trees.
 #pragma once
 
@@ -24,17 +24,17 @@ struct ModelRoot {
   std::string typeName;  // "ConfigDb::Ports"
 };
 
-// A configuration that cannot be loaded. The message names the file, and the line where there is one.
+// A configuration or model that cannot be loaded. The message names the file, and the line if it is known.
 class ModelError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Something in a configuration that was not taken as it stands.
+// Something in a configuration that was left out or changed.
 struct Remark {
   std::string place;  // "PORT|Ethernet0: mtu"
   std::string what;   // what is wrong and what was done
-  std::string kind;   // the same without what differs from place to place: remarks of one kind are shown as one
+  std::string kind;   // `what` without the parts that differ from place to place; remarks of one kind are shown as one
 };
 
 struct LoadReport {
@@ -47,8 +47,8 @@ class Model {
   virtual ~Model() = default;
   virtual std::string name() const = 0;
   virtual std::vector<ModelRoot> roots() const = 0;
-  // Loads a configuration into a directory that has none of the roots; all of them are there afterwards. References
-  // that lead nowhere are added to `pending`. `file` is for messages. Raises ModelError, and then has changed nothing.
+  // Loads a configuration; makes all roots. Adds references that lead nowhere to `pending`. `file` is for messages. If
+  // it raises ModelError, it has changed nothing. REQUIRES: `into` has none of the roots.
   virtual LoadReport load(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into,
                           Cli::Service::PendingReferences& pending) const = 0;
 };

@@ -49,7 +49,7 @@ ModelRoot rootOf(std::string const& text) {
 }  // namespace
 
 Model const* openModelLibrary(std::string const& library) {
-  // A name without a slash would be looked for where the system's libraries are, and not here.
+  // Without a slash, the name would be looked for among the system's libraries instead of in the working directory.
   std::string const path = library.find('/') == std::string::npos ? "./" + library : library;
   void* const handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL | RTLD_NODELETE);
   if (!handle) throw ModelError(std::string("the model cannot be loaded: ") + ::dlerror());
@@ -84,11 +84,11 @@ LoadReport loadTree(std::vector<ModelRoot> const& roots, std::string const& text
                     Kel::Dir::Ptr const& into, Service::PendingReferences& pending) {
   bool const blank = text.find_first_not_of(" \t\r\n") == std::string::npos;
   auto const first = text.find_first_not_of(" \t\r\n");
-  // What is no JSON at all is left to the import, which says where it is wrong.
+  // A text that is not JSON goes on to the import, which says where it is wrong.
   if (blank || (nlohmann::json::accept(text) && !looksLikeTree(roots, text)) || text[first] != '{')
     throw ModelError(file + ": no configuration of this model: a JSON object of " + roots.front().path +
                      (roots.size() > 1 ? ", ..." : "") + " expected");
-  // Into a directory of its own first: what is refused is to leave nothing behind.
+  // Loads into a separate directory first, so that a refused tree leaves nothing behind.
   auto const load = [&](Kel::Dir::Ptr const& dir) {
     makeRoots(roots, dir);
     Service::ImportOptions options;
@@ -112,7 +112,7 @@ LoadReport loadTree(std::vector<ModelRoot> const& roots, std::string const& text
 }
 
 bool looksLikeTree(std::vector<ModelRoot> const& roots, std::string const& text) {
-  // Only the members of the document itself are kept: a configuration is long.
+  // Keeps only the names of the top-level members, because a configuration is long.
   std::vector<std::string> names;
   auto const keep = [&](int depth, nlohmann::json::parse_event_t event, nlohmann::json& value) {
     if (depth == 1 && event == nlohmann::json::parse_event_t::key) names.push_back(value.get<std::string>());

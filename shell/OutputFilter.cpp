@@ -29,7 +29,7 @@ std::vector<std::string> lines(std::string const& text) {
   return out;
 }
 
-// Without regard to case.
+// Whether a line contains a text, in upper or lower case.
 bool holds(std::string const& line, std::string const& text) {
   auto const same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
   return std::search(line.begin(), line.end(), text.begin(), text.end(), same) != line.end();

@@ -1,4 +1,4 @@
-// What stands behind a bar: show … | include up | first 3
+// Filters of a command's output: show … | include up | first 3
 #pragma once
 
 #include <string>
@@ -10,10 +10,10 @@ namespace Shell {
 
 class OutputFilter {
  public:
-  // Takes the first bar and what follows it out of the words. Raises UsageError.
+  // Reads the filters after the first bar, and removes them and the bar from the words. Raises UsageError.
   explicit OutputFilter(std::vector<Word>& words);
 
-  // Raises CommandError when the output is to go to a file that cannot be written.
+  // Raises CommandError if `save` cannot write its file.
   std::string filtered(std::string output) const;
   bool paged() const { return paged_; }
 
@@ -27,7 +27,7 @@ class OutputFilter {
   bool paged_ = true;
 };
 
-// Writes a file as a whole: it is there complete, or as it was. Raises CommandError.
+// Writes a file as a whole or not at all. Raises CommandError.
 void writeFile(std::string const& file, std::string const& text);
 
 }  // namespace Shell

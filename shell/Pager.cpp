@@ -18,7 +18,7 @@ namespace Shell {
 
 namespace {
 
-// Keys as they are pressed, without echo, while it lives.
+// While it lives, keys are read as they are pressed, without echo.
 class KeyMode {
  public:
   KeyMode() {
@@ -33,7 +33,7 @@ class KeyMode {
   KeyMode(KeyMode const&) = delete;
   KeyMode& operator=(KeyMode const&) = delete;
 
-  // 'q' when there is no key to be had, or Ctrl-C was pressed.
+  // The next key; 'q' at the end of the input, and for Ctrl-C.
   static char key() {
     char c = 'q';
     if (::read(STDIN_FILENO, &c, 1) != 1 || takeInterrupt()) return 'q';

@@ -5,8 +5,8 @@
 
 namespace Shell {
 
-// Prints the text on standard output, a terminal: at once when the screen holds it; else through $PAGER, or, when there
-// is none, a screen at a time (blank: the next screen, return: a line, q: enough).
+// Prints the text on standard output: at once if it fits on the screen, else through $PAGER. Without $PAGER, it shows a
+// screen at a time (blank: the next screen, return: a line, q: quit). REQUIRES: standard output is a terminal.
 void page(std::string const& text);
 
 }  // namespace Shell

@@ -1,4 +1,4 @@
-// Colours of the terminal; none where the output is no terminal, or NO_COLOR is set.
+// Colours of the terminal.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ class Paint {
  public:
   explicit Paint(bool on = false) : on_(on) {}
   bool on() const { return on_; }
-  // Whether output to that file descriptor is to be coloured.
+  // Whether output to a file descriptor is coloured: it is a terminal, and NO_COLOR is not set.
   static bool wanted(int descriptor);
 
   std::string operator()(Style style, std::string_view text) const;
@@ -21,7 +21,7 @@ class Paint {
   bool on_;
 };
 
-// How many columns of a terminal the text takes; colours take none.
+// How many columns of a terminal a text takes. Colour codes take none.
 std::size_t columns(std::string_view text);
 
 }  // namespace Shell

@@ -1,4 +1,4 @@
-// Says on a terminal that a command takes long.
+// Shows on a terminal that a command takes long.
 #pragma once
 
 #include <condition_variable>
@@ -8,8 +8,8 @@
 
 namespace Shell {
 
-// While it lives for more than half a second, a line on standard error says what is under way and for how long; it is
-// gone with the object. Only the line is written by a thread of its own.
+// If it lives for more than half a second, a line on standard error says what is running and for how long. The
+// destructor removes the line. A thread of its own writes the line, and does nothing else.
 class Progress {
  public:
   Progress(std::string what, bool on);

@@ -1,4 +1,4 @@
-// Where commands come from when nobody types them.
+// Sources of commands that are not typed.
 #pragma once
 
 #include <istream>
@@ -8,18 +8,19 @@
 
 namespace Shell {
 
-// Commands, one after the other, each with a place for messages.
+// A sequence of commands, each with a place for messages.
 class Script {
  public:
   virtual ~Script() = default;
+  // The next command; false at the end.
   virtual bool next(std::string& line) = 0;
-  // "FILE:3: " of the command that `next` gave last; empty where there is nothing to say.
+  // The place of the last command, "FILE:3: "; may be empty.
   virtual std::string place() const = 0;
 
   // The commands of the command line.
   static std::unique_ptr<Script> ofCommands(std::vector<std::string> commands);
-  // The lines of a file; raises std::runtime_error when it cannot be read. A line that ends with a backslash goes on in
-  // the next.
+  // The lines of a file; raises std::runtime_error if it cannot be read. A line that ends with a backslash continues on
+  // the next line.
   static std::unique_ptr<Script> ofFile(std::string const& file);
   static std::unique_ptr<Script> ofStream(std::istream& in, std::string name);
 };

@@ -1,4 +1,4 @@
-// Sessions: opened, left, gone back to, closed.
+// Commands that open, leave, resume and close sessions.
 #include "CommandTable.h"
 #include "TextTable.h"
 #include "Words.h"
@@ -23,7 +23,7 @@ char const* stateName(Cli::Session::SessionState state) {
   return "";
 }
 
-// Goes to a session that is there; attaches it where it was left.
+// Makes an existing session the current one. Attaches it if it was left.
 void goTo(Context& context, std::string const& name) {
   Service::Session* session = context.service().session(name);
   if (!session) throw CommandError("there is no session '" + shown(name) + "'; 'session list' has all of them");

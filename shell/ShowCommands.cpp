@@ -1,4 +1,4 @@
-// Looking at the configuration.
+// Commands that show the configuration.
 #include <algorithm>
 #include <map>
 
@@ -57,7 +57,7 @@ Outcome showReferences(Context& context, Arguments const& arguments) {
 
 namespace {
 
-// How many entities there are from `top` down, and how many attributes they hold: values, set pointers and members.
+// Counts the entities from `top` down, and their contents: values, set pointers and members.
 struct Counts {
   std::size_t entities = 0, attributes = 0;
 };
@@ -105,7 +105,7 @@ Outcome showRoots(Context& context, Arguments const&) {
   return Outcome::ok;
 }
 
-// --- What the file had that was not taken as it stands ---
+// --- Remarks on the file ---
 
 std::string remarksText(LoadReport const& report, bool all) {
   std::string out;

@@ -1,6 +1,6 @@
 #include "Terminal.h"
 
-// readline wants stdio to be there first.
+// readline's headers need stdio first.
 #include <cstdio>
 // clang-format off
 #include <readline/readline.h>
@@ -33,7 +33,7 @@ void catchInterrupts() {
   ::sigaction(SIGINT, &action, nullptr);
 }
 
-// readline's callbacks carry no context, and there is one terminal.
+// readline's callbacks have no context argument, so this is global. There is only one terminal.
 Terminal::Callbacks callbacks;
 std::vector<Candidate> candidates;
 bool lineIsThere = false, inputEnded = false;
@@ -62,7 +62,7 @@ extern "C" char** completions(char const* text, int, int end) {
   return rl_completion_matches(text, nextCandidate);
 }
 
-// The words of a line are this program's, not readline's: where the last one begins.
+// Where the last word of the line begins, by this program's rules instead of readline's.
 extern "C" char* wordBreaks() {
   static char none[] = "";
   static char blanks[] = " \t";
@@ -98,7 +98,7 @@ void printAbove(std::string const& text) {
   rl_redisplay();
 }
 
-// Colours in a prompt take no columns; readline wants to be told.
+// Marks the colour codes in a prompt, so that readline does not count them as columns.
 std::string markedPrompt(std::string const& prompt) {
   std::string out;
   bool inside = false;

@@ -8,37 +8,37 @@
 
 namespace Shell {
 
-// What may stand at the end of a line.
+// A completion of the last word of a line.
 struct Candidate {
   std::string word;  // as it is typed
   std::string help;
-  bool final = true;  // a blank follows it
+  bool final = true;  // the word is complete, so a blank follows it
 };
 
 class Terminal {
  public:
   struct Callbacks {
-    // What the word that ends at the end of `line` may become; it begins at `wordBegin`.
+    // The completions of the last word of `line`; sets `wordBegin` to where that word begins.
     std::function<std::vector<Candidate>(std::string const& line, std::size_t& wordBegin)> complete;
-    // What may come next, for people.
+    // The text that '?' shows.
     std::function<std::string(std::string const& line)> help;
     // Called a few times a second while the terminal waits; a text is shown above the line.
     std::function<std::string()> idle;
   };
 
-  // Takes the history from the file and keeps it there; an empty name: none.
+  // Reads the history from the file and keeps it there; an empty name: no history file.
   Terminal(Callbacks callbacks, std::string historyFile);
   ~Terminal();
   Terminal(Terminal const&) = delete;
   Terminal& operator=(Terminal const&) = delete;
 
   enum class Input { line, abandoned, end };
-  // Reads a line. `prompt` may hold colours.
+  // Reads a line. `prompt` may contain colours.
   Input read(std::string const& prompt, std::string& line);
-  // Asks a question that is answered by yes or no; anything but "y" and "yes" is no.
+  // Asks a question; true for "y" and "yes".
   bool confirm(std::string const& question);
 
-  // "$XDG_STATE_HOME/cli-session/history", or below ~/.local/state; empty when there is no home.
+  // "$XDG_STATE_HOME/cli-session/history", or below ~/.local/state; empty if there is no home directory.
   static std::string defaultHistoryFile();
   static constexpr int historyLines = 1000;
 
@@ -47,13 +47,14 @@ class Terminal {
   std::string historyFile_;
 };
 
-// Height and width of the terminal on standard output; 24 and 80 where they are not known.
+// Height and width of the terminal on standard output; 24 and 80 if they are not known.
 struct ScreenSize {
   int rows = 24, columns = 80;
 };
 ScreenSize screenSize();
 
-// Whether Ctrl-C was pressed since the last call. Installs, when first called, what keeps it from ending the process.
+// Whether Ctrl-C was pressed since the last call. The first call installs the signal handler, so that Ctrl-C no longer
+// ends the process.
 bool takeInterrupt();
 
 }  // namespace Shell

@@ -11,12 +11,12 @@ namespace Shell {
 class TextTable {
  public:
   explicit TextTable(std::vector<std::string> heads) : heads_(std::move(heads)) {}
-  // As many cells as there are heads, fit for a terminal already.
+  // REQUIRES: as many cells as there are heads, without control characters (see `shown`).
   void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
   std::size_t rows() const { return rows_.size(); }
 
-  // Leaves out columns that are empty in every row, but not the first; and those at the end for which `width` columns
-  // are not enough, whose heads are given back. The rest is aligned, numbers to the right.
+  // The table, with numbers aligned to the right. Leaves out columns that are empty in every row, except the first, and
+  // the last columns that do not fit into `width`; `leftOut` has the heads of the latter.
   struct Text {
     std::string text;
     std::vector<std::string> leftOut;

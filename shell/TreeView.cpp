@@ -64,7 +64,7 @@ std::string TreeView::text(Path const& path) const {
   return out;
 }
 
-// One line a root: what it holds, by number.
+// One line for a root, with the numbers of what it contains.
 void TreeView::summary(std::string const& root, Kel::Entity::PtrConst const& entity, std::string& out) const {
   std::string held;
   auto const add = [&](std::string const& what) { held += (held.empty() ? "" : ", ") + what; };
@@ -112,7 +112,7 @@ std::string TreeView::leaf(Kel::Entity::PtrConst const& entity, Kel::KelAttr con
   for (auto const& [key, value] : content.items()) {
     std::string const name = shown(std::string(key));
     std::string const text = oneLine(value);
-    // References by name lead to what is called so: one of both will do.
+    // A reference that is keyed by its target's name: the name is printed once.
     bool const sameName = attr.isPtr() && text.size() > name.size() &&
                           text.compare(text.size() - name.size() - 1, std::string::npos, "/" + name) == 0;
     out += (out.empty() ? "" : " ") + (sameName || text == "true" ? name : name + "=" + text);
@@ -206,7 +206,7 @@ void TreeView::tableText(Kel::Entity::PtrConst const& entity, Kel::KelAttr const
   for (auto it = gif->attributeIteratorConst(attr.id()); it; ++it)
     for (Kel::KelAttr const* each : contentAttrs(*it.obj()->entityConst()->type()))
       if (std::find(attrs.begin(), attrs.end(), each) == attrs.end()) attrs.push_back(each);
-  // What has one value comes first.
+  // Attributes with one value come first.
   std::stable_partition(attrs.begin(), attrs.end(), [](Kel::KelAttr const* each) { return !each->isCollection(); });
   std::vector<std::string> heads{keyName(attr)};
   for (Kel::KelAttr const* each : attrs) heads.push_back(each->name().str());

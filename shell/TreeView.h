@@ -1,4 +1,4 @@
-// The configuration as a readable tree.
+// Prints the configuration as a readable tree.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@
 namespace Shell {
 
 struct TreeViewOptions {
-  bool all = false;  // what is unset as well, and no tables
+  bool all = false;  // unset values as well, and no tables
   std::size_t width = 100;
   Paint paint;
   Cli::Service::PendingReferences const* pending = nullptr;  // of the tree
@@ -22,7 +22,7 @@ class TreeView {
  public:
   TreeView(Cli::Service::Tree const& tree, TreeViewOptions options) : tree_(tree), options_(std::move(options)) {}
 
-  // What is at a path; the empty path: the roots. The path must lead to what is there.
+  // The text of what is at a path; for the empty path, of the roots. REQUIRES: the path exists.
   std::string text(Cli::Service::Path const& path) const;
 
  private:
@@ -44,7 +44,7 @@ class TreeView {
   TreeViewOptions options_;
 };
 
-// Attributes that make up an entity's content: parameters but the key, and what is set by a person.
+// The attributes that make up an entity's content: parameters except the key, and what a user can set.
 std::vector<Kel::KelAttr const*> contentAttrs(Kel::KelType const& type);
 
 }  // namespace Shell

@@ -61,7 +61,7 @@ Character decode(std::string_view text) {
   return code < least[bytes] || surrogate || code > 0x10ffff ? Character{} : Character{code, bytes};
 }
 
-// Calls `plain` with each run of characters that a terminal may have, `control` with each byte of the others.
+// Calls `plain` with each run of printable characters, `control` with each other byte.
 template <class Plain, class Control>
 void eachPart(std::string_view text, Plain const& plain, Control const& control) {
   while (!text.empty()) {

@@ -1,7 +1,7 @@
-// A command line, taken apart.
+// Splits a command line.
 //
-// The words are those of Cli::Service::splitWords; here with where they stand, and of unfinished lines, too. A bar that
-// is a word of its own begins an output filter.
+// The words are those of Cli::Service::splitWords, here with their positions, and also for unfinished lines. A bar that
+// is a word by itself begins an output filter.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@ namespace Shell {
 
 struct Word {
   std::string text;
-  std::size_t begin = 0, end = 0;  // where it stands in the line
-  bool quoted = false;             // part of it is: it is no keyword
+  std::size_t begin = 0, end = 0;  // its position in the line
+  bool quoted = false;             // part of it is quoted, so it is not a keyword
 };
 
 struct Line {
@@ -24,12 +24,12 @@ struct Line {
   bool isComment() const { return !words.empty() && !words.front().quoted && words.front().text.rfind('#', 0) == 0; }
 };
 
-// Never fails: `openQuote` tells of a quote that is not closed.
+// Raises nothing: `openQuote` says whether a quote is not closed.
 Line splitLine(std::string_view line);
 
 std::vector<std::string> texts(std::vector<Word> const& words);
 
-// The text as a word that is read back: as it is where it can be, else in quotes, without control characters.
+// The text as a word that splitLine reads back: as it is if possible, else in quotes, without control characters.
 std::string asWord(std::string_view text);
 
 // The text for a terminal: control characters, and bytes that are not UTF-8, as "\n" or "\x1b".

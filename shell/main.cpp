@@ -13,7 +13,7 @@
 #include "Progress.h"
 #include "Words.h"
 
-// The embedded default. Everything else knows models by their interface alone.
+// The built-in model. All other code knows models by their interface only.
 extern "C" Shell::Model const* cli_session_model();
 
 namespace {
@@ -27,7 +27,7 @@ struct Options {
   Shell::DiffOptions diff;
 };
 
-// The model that was asked for; one of types alone is kept in `made`.
+// The model that the options name. A model of types only is kept in `made`.
 Shell::Model const& modelFor(Options const& options, std::unique_ptr<Shell::Model>& made) {
   if (options.library.empty()) {
     if (options.roots.empty()) return *cli_session_model();
@@ -39,7 +39,7 @@ Shell::Model const& modelFor(Options const& options, std::unique_ptr<Shell::Mode
   return *made;
 }
 
-// SOURCE_DATE_EPOCH stands for the time, where transcripts are to come out the same.
+// SOURCE_DATE_EPOCH replaces the time, for reproducible transcripts.
 std::function<double()> clockFor() {
   char const* const fixed = std::getenv("SOURCE_DATE_EPOCH");
   if (!fixed || !*fixed) return nullptr;
@@ -83,7 +83,7 @@ int runSessions(int argc, char** argv) {
                  "input")
       ->required();
   app.add_option("--state", options.stateDir, "keep commits in this directory")->type_name("DIR");
-  // One command an option: a command is not to swallow the words that follow it.
+  // Each option takes one command, and not the words that follow it.
   app.add_option("-c,--command", options.front.commands, "a command to run; may be given several times")
       ->type_name("COMMAND")
       ->allow_extra_args(false);

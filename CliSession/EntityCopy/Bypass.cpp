@@ -37,15 +37,15 @@ bool covers(AttributeEditBypassEntry const& entry, Kel::String8 const& path) {
   return false;
 }
 
-// The check is written as several functions, which trace in its name.
+// The check consists of several functions. All of them trace under its name.
 char const* const operation = "checkBypassAttributeEditLog";
 char const* const signature =
     "bool Cli::Session::checkBypassAttributeEditLog(const Kel::Ptr<const Cli::Session::AttributeEditBypassEntry>&, "
     "const Kel::Ptr<Cli::Session::EntityCopy>&, Kel::String, const Kel::Ptr<const Kel::GenericIf>&)";
 
-// Copies the default values into the entity that is about to be deleted: what is logged meanwhile is what it held
-// beside them. The entity dies, so nobody sees what was written; in compare mode nothing is written. Raises
-// UnknownAttrException when the default entity's type lacks an attribute of the dying one's.
+// Copies the default values into the entity that is about to be deleted, and looks whether that logs an edit. The
+// write does no harm, because the entity is deleted next; a comparison does not write. Raises UnknownAttrException if
+// the default entity's type lacks an attribute of the entity's type.
 bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Kel::Ptr<Kel::Entity> const& dying) {
   AttributeEditLog const& log = *Kel::validPtr(ec.attributeEditLog());
   Kel::U32 const before = log.attributeEditEntrys();
@@ -63,8 +63,8 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
   return before == after;
 }
 
-// Only an entity that the deleted attribute owns can be compared with a default one; the target of a pointer is not the
-// engine's to write.
+// True if the edited attribute owns the entity. Otherwise the entity is the target of a pointer, and must not be
+// compared with the default entity, because that writes.
 bool isOwned(Kel::Ptr<Kel::Entity const> const& entity, AttributeEdit const& edit) {
   Kel::KelAttr const* const holder = entity ? entity->parentAttr() : nullptr;
   return holder && holder->instantiating() && holder->name() == edit.attributeName() &&
@@ -82,7 +82,7 @@ bool bypasses(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Pt
                 "aeBypass->attributeEdit().editType() == AttributeEditType::del_", signature);
   KEL_TRACE_AS(3, operation) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
   Kel::Ptr<Kel::Entity> const dying = entityOf(value);
-  // What may not be written is not about to die.
+  // A read-only entity is not about to be deleted.
   return !dying || holdsDefaultsOnly(*aeBypass, *Kel::validPtr(ec), dying);
 }
 

@@ -8,7 +8,7 @@
 
 namespace Cli::Session {
 
-// Whether the handler wants to be asked about a type, or about any that may stand below an entity of it.
+// Whether the handler has to be asked about a type, a type derived from it, or a type that these refer to.
 bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen) {
   if (std::find(seen.begin(), seen.end(), &type) != seen.end()) return false;
   seen.push_back(&type);
@@ -20,7 +20,7 @@ bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType con
   return false;
 }
 
-// Whether nothing is registered or marked at this root or below it, so that what is equal needs no look.
+// Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped.
 bool Walk::mayKeepChanges(Frame& f) {
   if (!keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   std::vector<Kel::KelType const*> seen;
@@ -60,7 +60,7 @@ bool Walk::changedOnly(Frame& f) {
   return any;
 }
 
-// The members of one attribute that have changed, in the order of the walk.
+// Copies the members of one attribute that have changed, in the order of the walk.
 bool Walk::changedMembers(Frame& f, Step const& s) {
   std::vector<std::pair<Kel::U32, Kel::Entity const*>> changed;
   for (Kel::Entity const* e : f.changed->owned)
@@ -68,13 +68,13 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
   bool const membership = f.changed->has(Kel::Change::members);
   if (!membership && changed.empty()) return false;
   if (membership && s.attr.isQueue()) {
-    // Other members may be side by side now.
+    // The members may pair up differently now, so the whole queue is walked.
     Changed const* const here = std::exchange(f.changed, nullptr);
     bool const any = attribute(f, s);
     f.changed = here;
     return any;
   }
-  // Elsewhere each member is looked at, and passed by where it has not changed (descend).
+  // Otherwise every member is visited, and `descend` skips those that have not changed.
   bool const sameMembers = s.dense && (!membership || s.access.sameShape(f.dest, f.src)) && s.usualPlan().keyOnly;
   if (!sameMembers) return attribute(f, s);
   std::sort(changed.begin(), changed.end());
@@ -83,7 +83,7 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
   for (auto const& [position, src] : changed) {
     Kel::Entity* const dest = s.access.memberLike(f.dest, *src, position);
     if (!dest || dest->type() != src->type()) {
-      any |= attribute(f, s);  // equal hashes of other keys
+      any |= attribute(f, s);  // different keys have equal hashes
       break;
     }
     any |= child(f, s, *dest, *src);

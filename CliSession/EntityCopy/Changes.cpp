@@ -21,8 +21,8 @@ Changes::Changes(Kel::Entity const& dest, Kel::Entity const& src, std::vector<Ch
     auto& top = const_cast<Kel::Entity&>(src);
     Nearest const counterpart = nearestStandIn(*entry.entity, dest, top);
     Kel::Change change = entry.change;
-    // What has no counterpart is a member too many of the nearest owner that has one. In a queue it may have one all
-    // the same: that is for the walk to find out.
+    // An entity without a counterpart is an extra member of its nearest owner that has one. A queue's member may have
+    // a counterpart that was not found, so all of the queue's owner is walked.
     if (counterpart.missing)
       change = counterpart.missing->parentAttr()->isQueue() ? Kel::Change::whole : Kel::Change::members;
     note(*counterpart.entity, change);
@@ -46,7 +46,7 @@ void Changes::note(Kel::Entity const& src, Kel::Change change) {
 
 namespace {
 
-// By the numbers of the two journals, which are never used again: what is left of roots that are gone does no harm.
+// Keyed by the ids of the two journals. Ids are never used again, so entries of destroyed roots do no harm.
 struct Memory {
   static constexpr std::size_t most = 4096;  // pairs; then all are forgotten
   std::mutex mutex;
@@ -58,16 +58,9 @@ Memory& memory() {
   return the;
 }
 
-// Where the journals stand.
-Checkpoint standing(EntityCopy const& ec, Kel::U64 src, Kel::U64 dest, Kel::U64 ground, ChangeJournal const& ofGround) {
-  return {src,
-          dest,
-          ground,
-          ChangeJournal::heldDepartures(),
-          ChangeJournal::upheavals(),
-          ec.src().ptr(),
-          ec.dest().ptr(),
-          ofGround.id()};
+Checkpoint checkpointAt(EntityCopy const& ec, Kel::U64 src, Kel::U64 dest, Kel::U64 ground,
+                        ChangeJournal const& ofGround) {
+  return {src, dest, ground, ChangeJournal::heldDepartures(), ec.src().ptr(), ec.dest().ptr(), ofGround.id()};
 }
 
 }  // namespace
@@ -85,11 +78,10 @@ std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot cons
     if (found == all.equal.end()) return nullptr;
     was = found->second;
   }
-  // The answers that the run before had from its handler still hold, and no pointer has lost its target.
+  // The handler's answers to the earlier run still hold, and no pointer has lost its target.
   bool const sameWorld = was.srcTop == ec.src().ptr() && was.destTop == ec.dest().ptr() &&
                          was.groundJournal == ground->id() && ground->holds(was.ground) &&
-                         ground->end() == was.ground && was.heldDepartures == ChangeJournal::heldDepartures() &&
-                         was.upheavals == ChangeJournal::upheavals();
+                         ground->end() == was.ground && was.heldDepartures == ChangeJournal::heldDepartures();
   if (!sameWorld || !src->holds(was.src) || !dest->holds(was.dest)) return nullptr;
   return std::make_unique<Changes>(*root.dest, *root.src, dest->since(was.dest), src->since(was.src));
 }
@@ -99,7 +91,7 @@ Checkpoint takeCheckpoint(EntityCopy const& ec, WalkedRoot const& root) {
   ChangeJournal& dest = ChangeJournal::attach(*root.dest);
   ChangeJournal& ground = ChangeJournal::attach(*root.ground);
   Kel::U64 const at = src.checkpoint();
-  return standing(ec, at, dest.checkpoint(), ground.checkpoint(), ground);
+  return checkpointAt(ec, at, dest.checkpoint(), ground.checkpoint(), ground);
 }
 
 std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot const& root) {

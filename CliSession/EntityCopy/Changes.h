@@ -1,5 +1,5 @@
-// What a walk may pass by: two trees that were equal at the end of an earlier run differ only in what has changed
-// since. See docs/copy-engine.md for what counts as a change, and for the proof.
+// What a walk may skip: two trees that were equal at the end of an earlier run differ only in what has changed since.
+// See docs/copy-engine.md for what counts as a change, and for the proof.
 #pragma once
 
 #include <memory>
@@ -12,8 +12,8 @@
 
 namespace Cli::Session {
 
-// What has changed at an entity of the source or at its counterpart, and which of the entities that it owns have
-// changed or own something that has.
+// The changes at an entity of the source or at its counterpart. `owned` lists the entities it owns that have changed or
+// have changes below them.
 struct Changed {
   Kel::U8 change = 0;  // 0: nothing of its own; else a Kel::Change
   std::vector<Kel::Entity const*> owned;
@@ -21,10 +21,10 @@ struct Changed {
   bool has(Kel::Change least) const { return change >= static_cast<Kel::U8>(least); }
 };
 
-// The changes below one pair of roots, by the source's entities.
+// The changes below one pair of roots, keyed by the source's entities.
 class Changes {
  public:
-  // Entities that have left their trees are not among the entries.
+  // REQUIRES: no entry is of an entity that has left its tree.
   Changes(Kel::Entity const& dest, Kel::Entity const& src, std::vector<Kel::ChangeJournal::Entry> const& destEntries,
           std::vector<Kel::ChangeJournal::Entry> const& srcEntries);
 
@@ -41,11 +41,12 @@ class Changes {
   std::unordered_map<Kel::Entity const*, Changed> changed_;
 };
 
-// Where the journals of two roots stood when the roots were equal, and what else has to be as it was then.
+// The positions of two roots' journals at a time when the roots were equal. They can be used while everything else in
+// the checkpoint is unchanged.
 struct Checkpoint {
   Kel::U64 src, dest, ground;
-  Kel::U64 heldDepartures, upheavals;
-  void const *srcTop, *destTop;  // the ends of the copy, for comparison alone
+  Kel::U64 heldDepartures;
+  void const *srcTop, *destTop;  // the ends of the copy; compared, never dereferenced
   Kel::U64 groundJournal;
 };
 
@@ -53,18 +54,18 @@ struct Checkpoint {
 struct WalkedRoot {
   Kel::Ptr<Kel::Entity> dest;
   Kel::Ptr<Kel::Entity const> src, ground;
-  std::optional<Checkpoint> start;  // where it stood when the walk began, if it had journals then
+  std::optional<Checkpoint> start;  // taken when the walk began, if there were journals then
 };
 
-// The process-wide memory of which roots were equal. Any thread may use it for trees that belong to it.
+// The functions below use a process-wide memory of which roots were equal. A thread may call them for its own trees.
 //
-// The changes since two roots were last equal; null where that is not known.
+// The changes since two roots were last equal; null if that is not known.
 std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot const& root);
-// Attaches journals where there are none, and begins to note.
+// Takes a checkpoint now. Attaches journals where there are none.
 Checkpoint takeCheckpoint(EntityCopy const& ec, WalkedRoot const& root);
-// Where it stands, if there are journals already.
+// Takes a checkpoint now, if the root and its counterpart have journals already.
 std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot const& root);
-// Remembers that the two roots were equal there.
+// Remembers that the two roots were equal at a checkpoint.
 void rememberEqual(WalkedRoot const& root, Checkpoint const& at);
 
 }  // namespace Cli::Session

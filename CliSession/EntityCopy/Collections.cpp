@@ -42,12 +42,12 @@ bool Walk::collection(Frame& f, Step const& s) {
   WALK_TRACE(3, operation) << "Key is of type " << s.attr.keyType()->name()
                            << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
-  // What waits for a member is met again below, or the source has it no more.
+  // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
   std::map<Kel::U64, Kel::Ptr<AttributeCopy>> waiting;
-  if (ec_.pendingAttrs() > 0) waiting = pendingOf(ec_, f.dest, s.attr);
+  if (mayWait(f)) waiting = pendingOf(ec_, f.dest, s.attr);
 
-  // Where both sides have keys of the same hashes at the same positions there is nothing to delete. Should equal hashes
-  // stand for different keys all the same, the copy finds out and makes up for it.
+  // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
+  // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
   bool const sameHashes = s.dense && !traced_ && s.usualPlan().keyOnly && s.access.sameShape(f.dest, f.src);
   if (s.dense) f.walking(&s);
   Kel::U32 passed = 0;
@@ -61,13 +61,13 @@ bool Walk::collection(Frame& f, Step const& s) {
 
 // --- The deletion pass ---
 
-// The keys of a source's collection by where the handler leads them, made when that is first needed.
+// The source's pointer keys, by the entities that the handler translates them to. Filled on first use.
 struct Walk::KeyMap {
   std::unordered_map<Kel::Entity const*, Kel::Entity*> sourceKeys;
   bool made = false;
 };
 
-// Members that the source lacks, or has otherwise, go.
+// Deletes the members that may not stay.
 bool Walk::deleteExtra(Frame& f, Step const& s) {
   bool differs = false;
   Kel::U32 deleted = 0, examined = 0;
@@ -91,11 +91,12 @@ bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
       [&](Box const&) { genericIf(f.destPtr())->attributeDel(s.destAttr->id(), key); });
 }
 
-// Whether a member of the destination may stay, as far as the source's member under the same key says. A pointer's
-// changed target is one set; only set against null counts as missing.
+// Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
+// an entity with equal constructor parameters, or a pointer that is null on both sides or on neither. A pointer with
+// another target stays, and is set later.
 bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
   Kel::Entity* const destKey = at.keyTarget();
-  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
+  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, at, *destKey, keys) : nullptr;
   bool const keyLeads = srcKey || !destKey;
   if (s.typed && !traced_) {
     if (!keyLeads) return false;
@@ -120,14 +121,14 @@ bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
 
 namespace {
 
-// The entity of the source that stands where a key of the destination stands, by path where it lies below the
-// destination's root. Null for one that stands elsewhere, that is about to leave its tree, or that is missing.
+// The entity of the source at the position, or else at the path, of a key that lies below the copy's destination. Null
+// if there is none, if the key lies elsewhere, or if the run will make the key anew.
 Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
   char separator = 0;
   Kel::String8 const relative = pathBelow(*ec.dest(), destKey, &separator);
   if (relative.empty()) return nullptr;
   auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
-  // Keys may hold separators: of two entities that bear the name it is the one that stands where the key stands.
+  // Keys may contain separators, so two entities may have this path. The position decides.
   Kel::Entity* found = standIn(destKey, *ec.dest(), srcTop);
   if (!found) found = entityInTree(srcTop, srcTop.fullName() + std::string_view(&separator, 1) + relative).ptr();
   return found && keepsIdentity(ec, destKey, *found) ? found : nullptr;
@@ -141,10 +142,16 @@ bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const
 
 }  // namespace
 
-// A pointer key of the destination as the key of the source that the handler leads there; null: there is none. Usually
-// it is the key's counterpart by position. Where that is no key, or is led elsewhere, the source's keys are followed
-// forward.
-Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
+// The source's key that the handler translates to `destKey`, or null. Usually it is the counterpart of `destKey` by
+// position. If that is not a key, or is translated to another entity, all keys of the source are translated.
+Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Cursor const& at, Kel::Entity& destKey, KeyMap& keys) {
+  if (keeps_ && s.typed) {
+    Kel::Entity* const known = impl_.counterparts.sourceOf(ec_, destKey);
+    Kel::Entity* target = nullptr;
+    if (known && known->type()->isA(s.attr.keyType()) &&
+        s.access.findMember(f.src, *at.iterator(), known, &target) != Kel::AttrAccess::Found::absent)
+      return known;
+  }
   bool const inside = ec_.src() && ec_.dest() && isBelow(destKey, *ec_.dest());
   Kel::Entity* const standing = inside ? sourceCounterpart(ec_, destKey) : nullptr;
   if (standing && isKey(f.src, s.attr, *standing)) {
@@ -155,8 +162,8 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
   }
   if (!keys.made) {
     keys.made = true;
-    for (Cursor at(s.attr, f.src, false); at; ++at)
-      if (Kel::Entity* const key = at.keyTarget())
+    for (Cursor src(s.attr, f.src, false); src; ++src)
+      if (Kel::Entity* const key = src.keyTarget())
         if (Kel::Entity* const counterpart = translated(f, *key)) keys.sourceKeys.emplace(counterpart, key);
   }
   auto const found = keys.sourceKeys.find(&destKey);
@@ -165,16 +172,14 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
 
 // --- The copy pass ---
 
-// Whether members have nothing in them but plain attributes, and the handler need not be asked about them where it need
-// not be asked about paths.
+// Whether the members have plain attributes only, and the handler need not be asked about their type.
 bool Walk::areLeaves(Step const& s) {
   if (!s.dense) return false;
   Plan const& usual = s.usualPlan();
   return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
 }
 
-// Whether equalThroughout looks at everything in entities of a plan. Where it does not, an entity would be compared
-// twice.
+// Whether equalThroughout compares everything in entities of a plan. If not, equal entities would be compared twice.
 bool Walk::areShallow(Plan const& plan) {
   for (Step const* step : plan.further) {
     bool const deep = step->kind == Step::Kind::members ? !areLeaves(*step) : step->attr.instantiating();
@@ -191,8 +196,8 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
   return true;
 }
 
-// Goes down into members that stand at the same positions in both, and moves `position` behind what it has done: up to
-// the first other key, or until foreign code has run.
+// Copies the members that have the same position on both sides, and moves `position` behind them. Ends at the first
+// pair of different keys or types, and when foreign code has run.
 bool Walk::passPairs(Frame& f, Step const& s, Kel::U32& position) {
   Kel::U64 const generation = impl_.generation;
   std::array<Kel::AttrAccess::Pair, Kel::AttrAccess::maxPairs> pairs;
@@ -246,7 +251,7 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPass
           if (stopped()) return differs;
           destMember = s.access.memberLike(f.dest, srcMember, at.position());
         }
-        // A reactor, or whoever else looks at edits, may delete it.
+        // A reactor or a bypass checker may delete it.
         Kel::Ptr<Kel::Entity const> const alive(quiet_ && !f.dest.hasReactors() ? nullptr : &srcMember);
         differs |= ownedMember(f, s, m, destMember, srcMember);
       }
@@ -304,6 +309,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Ke
   static constexpr char const* operation = "doCopyCollectionMember";
   WALK_TRACE(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
   if (dest) WALK_TRACE(3, operation) << "Collection is instantiating";
+  Kel::U64 const generation = impl_.generation;
   ParamList params;
   bool const differ = paramsDiffer(s, dest, src, params);
   if (dest)
@@ -324,7 +330,7 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Ke
     return changed;
   }
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *dest, src, differ) || changed;
+  return child(f, s, *dest, src, differ && impl_.generation == generation) || changed;
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {
@@ -345,8 +351,9 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
           s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
         else
           genericIf(f.destPtr())->attributeIs(destOwn.id(), m.index(), m.srcMember());
+        if (!typed || s.reflexive) return;
         Kel::Entity* none = nullptr;
-        if (typed && s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
+        if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
           impl_.unsettled = true;
       });
 }

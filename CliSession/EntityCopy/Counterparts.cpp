@@ -2,7 +2,6 @@
 #include "CliSession/EntityCopy/Counterparts.h"
 
 #include <array>
-#include <vector>
 
 #include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
@@ -13,7 +12,11 @@ namespace Cli::Session {
 
 namespace {
 
-// The entity that `owner` holds as its counterpart's owner holds `e`; null when there is none.
+// The most owners that are remembered. Forgetting them takes time in proportion, and happens whenever an entity leaves
+// its tree.
+constexpr std::size_t maxOwners = 1000;
+
+// The entity that `owner` has under the attribute and key of `e`; null if there is none.
 Kel::Entity* heldLike(Kel::Entity& owner, Kel::Entity const& e) {
   Kel::KelAttr const* const held = e.parentAttr();
   if (!held || owner.type() != e.parent()->type()) return nullptr;
@@ -36,32 +39,15 @@ bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
   return true;
 }
 
-// Whether two entities stand alike below their owners. A member of a queue that has no index of its own does not say
-// where it stands.
-bool standAlike(Kel::Entity const& a, Kel::Entity const& b) {
-  if (a.parentAttrId() != b.parentAttrId() || !madeAlike(a, b)) return false;
-  if (!a.type()->ctorArgs().empty()) return true;
-  Kel::KelAttr const* const held = a.parentAttr();
-  return held && !held->isQueue();
-}
-
 }  // namespace
 
 Nearest nearestStandIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
-  // From the bottom up, then down on the other side.
-  std::vector<Kel::Entity const*> chain;
-  chain.reserve(8);
-  for (Kel::Entity const* e = &src; e != &srcTop; e = e->parent()) {
-    if (!e) return {&destTop, &src};
-    chain.push_back(e);
-  }
-  Kel::Entity* at = &destTop;
-  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-    Kel::Entity* const next = heldLike(*at, **it);
-    if (!next) return {at, *it};
-    at = next;
-  }
-  return {at, nullptr};
+  if (&src == &srcTop) return {&destTop, nullptr};
+  if (!src.parent()) return {&destTop, &src};
+  Nearest const owner = nearestStandIn(*src.parent(), srcTop, destTop);
+  if (owner.missing) return owner;
+  Kel::Entity* const held = heldLike(*owner.entity, src);
+  return held ? Nearest{held, nullptr} : Nearest{owner.entity, &src};
 }
 
 Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
@@ -89,8 +75,8 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
 }
 
 void Counterparts::forget() {
-  roots_.clear();
-  asked_.clear();
+  if (!owners_.empty()) owners_.clear();
+  if (!asked_.empty()) asked_.clear();
   owner_ = nullptr;
   destOwner_ = nullptr;
 }
@@ -107,6 +93,16 @@ void Counterparts::remember(Kel::Entity& srcTarget, Kel::Entity& target) {
   asked_.emplace(&srcTarget, &target);
 }
 
+Kel::Entity* Counterparts::sourceOf(EntityCopy& ec, Kel::Entity& dest) {
+  if (!ec.src() || !ec.dest()) return nullptr;
+  forgetIfLeft();
+  bool const sameOwner = owner_ && dest.parent() == destOwner_ && dest.parentAttrId() == through_;
+  auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
+  Kel::Entity* const src =
+      sameOwner ? heldLike(const_cast<Kel::Entity&>(*owner_), dest) : standIn(dest, *ec.dest(), srcTop);
+  return src && same(ec, dest, *src) ? src : nullptr;
+}
+
 Kel::String8 Counterparts::missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer) {
   if (!answer.destOwner) return {};
   for (Kel::Entity const* e = &srcTarget; e && e != ec.src().ptr(); e = e->parent())
@@ -116,16 +112,17 @@ Kel::String8 Counterparts::missingName(EntityCopy const& ec, Kel::Entity const& 
 
 Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) {
   forgetIfLeft();
-  if (auto const known = asked_.find(&srcTarget); known != asked_.end()) return {known->second, true};
-  // From the target up to what is known; a target that lies deeper is left to the handler.
+  if (!asked_.empty())
+    if (auto const known = asked_.find(&srcTarget); known != asked_.end()) return {known->second, true};
+  // Up from the target to a known owner. If none is within reach of the array, the handler has to be asked.
   std::array<Kel::Entity const*, 32> chain;
   std::size_t length = 0;
   Kel::Entity* at = nullptr;
   for (Kel::Entity const* e = &srcTarget; e && !at; e = e->parent()) {
     if (e == owner_) {
       at = destOwner_;
-    } else if (auto const root = roots_.find(e); root != roots_.end()) {
-      at = root->second;
+    } else if (auto const owner = owners_.find(e); owner != owners_.end()) {
+      at = owner->second;
     } else {
       if (length == chain.size()) return {nullptr, false};
       chain[length++] = e;
@@ -136,20 +133,21 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) 
     if (!root || !ec.src() || !ec.dest()) return {nullptr, true};
     at = standIn(*root, *ec.src(), *ec.dest());
     if (!at || !keepsIdentity(ec, *at, *root)) return {nullptr, false};
-    roots_.emplace(root.ptr(), at);
+    owners_.emplace(root.ptr(), at);
     while (chain[--length] != root.ptr()) {
     }
   }
-  bool const isRoot = length == 0;
+  bool const isRoot = length == 0, ownerKnown = length == 1;
   while (length > 0) {
     Kel::Entity const& e = *chain[--length];
     Kel::Entity* const next = heldLike(*at, e);
-    // Where the owners are of one type, the target has nothing in its place.
+    // If the owners are of one type, the target does not exist.
     if (!next && at->type() == e.parent()->type()) return {nullptr, true, e.parent(), at};
-    if (!next || !standAlike(*next, e)) return {nullptr, true};
+    if (!next || !madeAlike(*next, e)) return {nullptr, true};
     at = next;
   }
   if (!isRoot) {
+    if (!ownerKnown && owners_.size() < maxOwners) owners_.emplace(srcTarget.parent(), at->parent());
     owner_ = srcTarget.parent();
     destOwner_ = at->parent();
     through_ = srcTarget.parentAttrId();

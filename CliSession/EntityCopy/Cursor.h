@@ -1,4 +1,4 @@
-// Walks the members of a collection or queue of one side.
+// A cursor over the members of a collection or queue.
 #pragma once
 
 #include <optional>
@@ -8,9 +8,9 @@
 
 namespace Cli::Session {
 
-// Over owned members that have positions it counts positions, and neither allocates nor touches the collection;
-// anything else is left to the collection's own iterator. Whoever lets foreign code run meanwhile pins the collection
-// (Frame::walking). It must not outlive the owner.
+// With `byPosition`, it counts positions, and neither allocates nor touches the collection; otherwise it uses the
+// collection's own iterator. REQUIRES: the owner outlives it; with `byPosition`, the members have positions, and the
+// collection is pinned while foreign code runs (Frame::walking).
 class Cursor {
  public:
   Cursor(Kel::KelAttr const& attr, Kel::Entity const& owner, bool byPosition, Kel::U32 from = 0)

@@ -12,7 +12,7 @@ namespace Cli::Session {
 
 namespace {
 
-// The stack of a thread; empty where the system does not tell.
+// The stack of a thread; empty if it is not known.
 struct Stack {
   char const *lowest = nullptr, *end = nullptr;
 };
@@ -33,7 +33,7 @@ Stack stackOfThread() {
   return stack;
 }
 
-// A coroutine may run on a stack of its own, of which nothing is known.
+// False on any other stack, such as a coroutine's, whose size is not known.
 bool stackIsNearlyUsedUp() {
   static thread_local Stack const stack = stackOfThread();
   auto const* const here = static_cast<char const*>(__builtin_frame_address(0));

@@ -8,9 +8,8 @@ namespace Cli::Session {
 // Entities are copied by recursion; a deeper tree is refused with a RangeException.
 inline constexpr Kel::U32 maxEntityDepth = 1000;
 
-// One level down in the walk. Raises a RangeException where the limit is reached, or three quarters of the thread's
-// stack are used: a level takes some 4 KB of it, and several times that in a build without optimisation or with
-// sanitizers.
+// One level down in the walk. Raises RangeException if the limit is reached, or if three quarters of the thread's stack
+// are used. A level takes about 4 KB of stack, and several times that without optimisation or with sanitizers.
 class Depth {
  public:
   explicit Depth(Kel::U32& depth) : depth_(depth) {
@@ -22,7 +21,7 @@ class Depth {
   Depth& operator=(Depth const&) = delete;
 
  private:
-  static constexpr Kel::U32 alwaysThere = 8;  // levels for which nobody looks at the stack
+  static constexpr Kel::U32 alwaysThere = 8;  // the levels that are not checked
   static void check(Kel::U32 depth);
 
   Kel::U32& depth_;

@@ -11,10 +11,10 @@ namespace Cli::Session {
 
 namespace {
 
-// The steps trace in the name of the whole.
+// All steps trace under this name.
 char const* const operation = "handleEntity";
 
-// The reconciliation of one directory. Its steps answer false when the engine is to stop.
+// The reconciliation of one directory. Its steps answer false if the run has to stop.
 class DirCopy {
  public:
   DirCopy(EntityCopy& ec, Kel::Dir& dest, Kel::Dir const& src) : ec_(ec), dest_(dest), src_(src) {}
@@ -23,7 +23,7 @@ class DirCopy {
 
   bool deleteExtra() {
     for (auto it = dest_.entryStateIterator(); it; ++it) {
-      // Held: who watches the log may delete it.
+      // Held, because a reactor on the log may delete it.
       auto const state = it.ptr();
       auto const srcState = src_.entry(state->name());
       if (srcState && srcState->entityTypeName() == state->entityTypeName()) continue;
@@ -54,7 +54,7 @@ class DirCopy {
       if (!destState || !destState->entityPtr())
         if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(state)))) return false;
       KEL_TRACE_AS(9, operation) << "Creating entityPtr " << state->name() << " in " << dirName();
-      // A child that a comparison would have to make, or make anew, is not descended into.
+      // A comparison does not descend into a child that a copy would have to make.
       bool const sameType = destState && destState->entityTypeName() == state->entityTypeName();
       Kel::Ptr<Kel::Entity> const destChild =
           ec_.stopAtFirstDiff() ? (sameType ? destState->entityPtr() : nullptr) : dest_.entityRef(state->name());

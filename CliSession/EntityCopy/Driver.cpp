@@ -1,4 +1,4 @@
-// A run: copy roots one after the other, then the pointers that waited.
+// A run: the copy roots one after the other, then the waiting pointers.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
@@ -10,14 +10,15 @@ namespace Cli::Session {
 
 namespace {
 
-// The handler; it and the log are made where nobody gave them. Held: a handler may set another one while it runs.
+// The handler. Makes a handler and a log if there are none. The handle keeps the handler alive if it is replaced while
+// it runs.
 Kel::ValidPtr<EntityCopyHandler> handlerForRun(EntityCopy& ec) {
   if (!ec.handler()) ec.handlerIs(entityCopyHandlerFactory());
   ensureLog(ec);
   return Kel::validPtr(ec.handler());
 }
 
-// Around a run: what it walks is its own, whatever run foreign code starts meanwhile.
+// One run. It has its own list of walked roots, because foreign code may start another run meanwhile.
 class Run {
  public:
   explicit Run(EntityCopy& ec) : ec_(ec), impl_(EntityCopy::Impl::of(ec)), foreignCalls_(impl_.foreignCalls) {
@@ -26,7 +27,7 @@ class Run {
   }
   ~Run() {
     impl_.walked.swap(outer_);
-    if (!outer_.empty()) impl_.unsettled = true;
+    impl_.unsettled = true;  // an outer run does not know what this one has changed
     if (ec_.stopAtFirstDiff()) forgetNamelessPending(ec_);
   }
   Run(Run const&) = delete;
@@ -36,11 +37,11 @@ class Run {
   void walk(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src) {
     std::size_t const before = impl_.walked.size();
     handlerForRun(ec_)->handleEntity(EntityCopy::Ptr(&ec_), dest, src, "");
-    // A handler that did not just let the walk do it is foreign code.
+    // A handler that did more than start one walk is foreign code.
     if (impl_.walked.size() != before + 1) ++impl_.foreignCalls;
   }
 
-  // The run has come to its end: what it walked is equal now.
+  // The run has ended: the roots that it walked are equal now.
   void completed() {
     if (!Kel::ChangeJournal::enabled()) return;
     bool const settled = !impl_.unsettled && ec_.pendingAttrs() == 0;
@@ -61,7 +62,7 @@ class Run {
   std::vector<WalkedRoot> outer_;
 };
 
-// Where a copy root's counterpart lies; empty for what is not below the source.
+// The full name of a copy root's counterpart; empty if the root is not below the source.
 Kel::String8 counterpartName(EntityCopy const& ec, Kel::Ptr<Kel::Entity const> const& srcRoot) {
   char separator = 0;
   Kel::String8 const relative = srcRoot ? pathBelow(*ec.src(), *srcRoot, &separator) : Kel::String8();
@@ -78,7 +79,7 @@ void EntityCopy::handleCopyRoots() {
   }
   Ptr const self(this);
   Run run(*this);
-  if (pendingAttrs() == 0) Impl::of(*this).pending.clear();  // whoever took the records away took the pointers away
+  if (pendingAttrs() == 0) Impl::of(*this).pending.clear();  // the records may have been deleted from outside
   KEL_TRACE(1) << "handleCopyRoots: " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";
@@ -89,7 +90,7 @@ void EntityCopy::handleCopyRoots() {
       Kel::String8 const destFullName = counterpartName(*this, srcRoot);
       KEL_ASSERT_TEXT(!destFullName.empty(), "destFullName");
       KEL_TRACE(1) << "Root in dest: " << destFullName;
-      // Keys may hold separators: the position decides, where there is one.
+      // Keys may contain separators, so the position is tried before the path.
       Kel::Ptr<Kel::Entity> destRoot(standIn(*srcRoot, *src(), *dest()));
       if (!destRoot) destRoot = entityInTree(*dest(), destFullName);
       KEL_ASSERT(destRoot);

@@ -13,13 +13,13 @@ namespace Cli::Session {
 
 namespace {
 
-// The steps of logging trace, and assert, in its name.
+// All steps of logging trace and assert under this name.
 constexpr char const* operation = "addAttributeEditBypassEntry";
 constexpr char const* signature =
     "void Cli::Session::EntityCopy::addAttributeEditBypassEntry(Kel::String8, Kel::String8, "
     "Cli::Session::AttributeEditType, Kel::String8, const Kel::Ptr<const Kel::GenericIf>&)";
 
-// The action configured for this edit at this path, or for it at any path of its type.
+// The action for this edit at this path, or else for this edit at any path.
 AttributeDebugAction debugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
   AttributeDebugAction action = AttributeDebugAction::actionNone;
   if (auto const dir = log.attributeEditDebugConfig(path)) {
@@ -95,7 +95,7 @@ bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, 
   return true;
 }
 
-// Looks the entry up of an edit, for once; one with reactors each time.
+// Counts an edit, and remembers where. An entry with reactors is looked up each time.
 void Walk::countFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
   if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));
   Kel::Ptr<AttributeEditEntry> const entry = log_->attributeEditEntryIs(editOf(s, type));

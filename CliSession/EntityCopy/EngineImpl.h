@@ -1,4 +1,4 @@
-// What the engine keeps for itself, beside what the model shows, and what its parts share.
+// The engine's private state, and the functions that its parts share.
 #pragma once
 
 #include <map>
@@ -16,24 +16,24 @@ namespace Cli::Session {
 class EntityCopy::Impl {
  public:
   Kel::U32 depth = 0;
-  // Counts the times that foreign code has run: handlers, reactors, bypass checkers. What the walks keep is good for
-  // one generation.
+  // What walks have looked up is valid for one generation. A new one begins with each walk, and after foreign code
+  // (handlers, reactors, bypass checkers) has run.
   Kel::U64 generation = 1;
   Counterparts counterparts;
-  // The roots that the run under way has walked whole, and what keeps it from remembering that they are equal.
+  // The roots that the current run has walked in full, and the reasons why they may not be equal at its end.
   std::vector<WalkedRoot> walked;
   Kel::U64 foreignCalls = 0;  // how often foreign code has run
-  bool unsettled = false;     // something was written that does not compare equal, as a NaN does not
+  bool unsettled = false;     // a value was written that does not compare equal, such as a NaN
 
-  // Where the edits of each step are counted: two for each, set and delete. An entry is good for its generation.
+  // The log's entries for each step: two a step, set and delete. An entry is valid for its generation.
   struct CountedEntry {
     AttributeEditEntry* entry = nullptr;
     Kel::U64 generation = 0;
   };
   std::vector<CountedEntry> entries;
 
-  // The deferred pointers by what they will set, so that meeting one again supersedes its record; each with the root of
-  // the tree that its destination was in, for comparison alone.
+  // The waiting pointers, by what they will set: a pointer that is met again supersedes its record. `tree` is the root
+  // of the tree that the destination was in; it is compared, never dereferenced.
   struct PendingKey {
     Kel::Entity const* dest;
     Kel::KelAttr const* attr;
@@ -46,7 +46,7 @@ class EntityCopy::Impl {
     Kel::U64 number;
   };
   std::multimap<PendingKey, Pending> pending;
-  Kel::U64 deferred = 0;  // pointers so far
+  Kel::U64 deferred = 0;  // the number of the last record
 
   static Impl& of(EntityCopy& ec) {
     if (!ec.impl()) ec.impl() = std::make_shared<Impl>();
@@ -54,29 +54,29 @@ class EntityCopy::Impl {
   }
 };
 
-// For operations that may be called by name: null among what one cannot do without raises "null ValidPtr".
+// For operations that are called by name: raises "null ValidPtr" if an argument is null.
 template <class... P>
 void requireNonNull(P const&... args) {
   if (!(args && ...)) Kel::throwNullValidPtr();
 }
 
-// The attribute of the destination that stands for one of the source: its own where the types agree, else the one of
-// that name. Raises UnknownAttrException, with the path, when there is none.
+// The destination's attribute for one of the source: the same if it has that, else the one of the same name. Raises
+// UnknownAttrException, with the path, if there is none.
 Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr);
 
-// Drops the record of the pointer that waits at the same place: there is one per destination, attribute and index.
+// Drops the record for one destination, attribute and index, if there is one.
 void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr,
                       Kel::GenericIf::PtrConst const& srcIndex);
 // The records for all members of a collection, in the order in which they were made.
 std::map<Kel::U64, Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest,
                                                       Kel::KelAttr const& attr);
-// Drops the records that do not say where their pointer leads: the plain handler defers every pointer of a comparison
-// so. Takes no memory. What a reactor raises is dropped.
+// Drops the records without a target's name, which the plain handler leaves in a comparison. Allocates nothing, and
+// swallows what a reactor raises.
 void forgetNamelessPending(EntityCopy& ec) noexcept;
 // Drops one record.
 void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record);
 
-// The member of a collection under a key, which is null for a null pointer; on no member when there is none.
+// An iterator on the member under a key; null if there is none. A null `key` stands for a null pointer as key.
 Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
                                               Kel::GenericIf::PtrConst const& key);
 
@@ -84,13 +84,13 @@ Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::
 // marked.
 void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
 
-// Makes the engine's log, where it has none.
+// Makes a log if the copy has none.
 void ensureLog(EntityCopy& ec);
 
 inline Kel::GenericIf::Ptr genericIf(Kel::Ptr<Kel::Entity> const& e) { return Kel::GenericIf::ofEntity(e); }
 inline Kel::GenericIf::PtrConst genericIf(Kel::Ptr<Kel::Entity const> const& e) { return Kel::GenericIf::ofEntity(e); }
 
-// A generic object as an entity; null when it is no entity.
+// The entity that a generic object stands for, or null.
 inline Kel::Ptr<Kel::Entity> entityOf(Kel::GenericIf::PtrConst const& object) {
   return object ? object->entity() : nullptr;
 }

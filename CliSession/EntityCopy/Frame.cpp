@@ -16,7 +16,7 @@ Frame::Frame(Kel::Entity& d, Kel::Entity const& s, Kel::String8 const& path)
 
 namespace {
 
-// The parts of a path one after the other; `member` adds a name, which may be empty.
+// Joins the parts of a path; with `member`, also "/" and a name, which may be empty.
 Kel::String8 joined(std::string_view parent, std::string_view separator, std::string_view attr, bool member,
                     std::string_view name) {
   std::size_t const size = parent.size() + separator.size() + attr.size() + (member ? 1 + name.size() : 0);
@@ -52,7 +52,7 @@ Kel::String8 const& Frame::path() {
 Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation) {
   FrameExtras& e = extras();
   Kel::Entity const* const top = ec.dest().ptr();
-  // The members of a queue without a parameter are named by their place in it.
+  // A queue's member without parameters has no name; its path has its index instead.
   bool const byPlace = up_ && through_->attr.isQueue() && dest.type()->ctorArgs().empty();
   Kel::String8 path;
   if (top && up_ && dest.parent() == &up_->dest && !byPlace) {
@@ -62,6 +62,7 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
     else if (Kel::String8 const& above = up_->logPath(ec, generation); !above.empty())
       path = joined(above, ".", attr.name(), attr.isCollection(), dest.name());
   }
+  if (top && path.empty()) path = pathBelow(*top, dest);
   if (top && path.empty()) path = pathBelow(Kel::Ptr<Kel::Entity const>(top), dest.fullName());
   e.logPath = path;
   e.logPathAt = generation;
@@ -76,8 +77,8 @@ void Frame::hold() {
       e.src = f->srcPtr();
     }
     if (!f->walking_ || e.destPin) continue;
-    e.srcPin = f->walking_->access.iterator(f->walking_->attr, f->src, nullptr);
-    e.destPin = f->walking_->access.iterator(f->walking_->attr, f->dest, nullptr);
+    f->walking_->access.iterate(f->walking_->attr, f->src, e.srcPin.emplace());
+    f->walking_->access.iterate(f->walking_->attr, f->dest, e.destPin.emplace());
   }
 }
 

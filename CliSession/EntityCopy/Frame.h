@@ -16,12 +16,11 @@ struct FrameExtras {
   Kel::U64 logPathAt = 0;  // 0: not made
   Kel::Ptr<Kel::Entity> dest;
   Kel::Ptr<Kel::Entity const> src;
-  std::unique_ptr<Kel::AttrIterator> destPin, srcPin;
+  std::optional<Kel::IteratorRoom> destPin, srcPin;
 };
 
-// Lives on the stack and points at the frame above. A frame costs nothing but its fields until an edit or foreign code
-// needs more: the texts of its paths, handles that keep both entities, and iterators that keep the collection under
-// walk from moving its members.
+// Lives on the stack and points at the frame above. The texts of its paths, handles to both entities, and iterators
+// that keep a collection from moving its members are made only when an edit or foreign code needs them.
 class Frame {
  public:
   // A walk begins here.
@@ -37,32 +36,33 @@ class Frame {
   Kel::Ptr<Kel::Entity> destPtr() const { return Kel::Ptr<Kel::Entity>(&dest); }
   Kel::Ptr<Kel::Entity const> srcPtr() const { return Kel::Ptr<Kel::Entity const>(&src); }
 
-  // The path that the walk has: the root's, and from there attributes and the names of the source's members.
+  // The walk's path: the root's path, and from there the names of attributes and of the source's members.
   Kel::String8 const& path();
   // The walk's path of a child of this frame.
   Kel::String8 childPath(Kel::KelAttr const& attr, Kel::Entity const& srcChild);
-  // The path under which edits are counted: where the destination's entity stands below the copy's destination; empty
-  // for the copy's destination itself and for what is not below it. `generation` says when foreign code ran last.
+  // The path under which edits are counted: the destination entity's, relative to the copy's destination. Empty for the
+  // copy's destination itself and for an entity that is not below it. It is kept for one generation.
   Kel::String8 const& logPath(EntityCopy const& ec, Kel::U64 generation) {
     return extras_ && extras_->logPathAt == generation ? extras_->logPath : makeLogPath(ec, generation);
   }
 
-  // Keeps the entities of this frame and of those above while foreign code runs.
+  // Keeps the entities of this frame and of those above alive, and pins the collections that they walk.
   void hold();
-  // The collection that is being walked by positions, from which its members must not move; null: none.
+  // Says which collection is walked by position, so that `hold` pins it; null: none.
   void walking(Step const* step);
 
-  // What has changed here since both sides were last equal; null: that is not known, or everything.
+  // The generation in which the walk made the destination's entity; 0: it was there already. In that generation, none
+  // of its pointers is pending.
+  Kel::U64 newAt = 0;
+  // What has changed here since both sides were last equal; null if that is not known, or is everything.
   Changed const* changed = nullptr;
-  // What the handler said of all paths below this frame's, and when.
+  // The handler's answer for all paths below this frame's, and the generation of the answer.
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;
   // The same for the paths through one attribute.
   Step const* throughStep = nullptr;
   bool stepWalkedThrough = false;
   Kel::U64 stepAskedAt = 0;
-  // Whether the destination has a member where the source has another one of the same hash.
-  bool otherKeys = false;
 
   Frame* up() const { return up_; }
 

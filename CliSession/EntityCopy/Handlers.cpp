@@ -42,7 +42,7 @@ Kel::Ptr<EntityCopyGlobalSessionHandler> EntityCopyCustomHandlerTable::findCusto
   if (Kel::Ptr<EntityCopyGlobalSessionHandler> exact = pathSpecificHandler(path)) return exact;
   Kel::Ptr<EntityCopyHandlerMap const> const map = typeSpecificHandlers(typeName);
   if (!map) return nullptr;
-  // Keys come in text order, so that of several that match the shortest wins. They match by characters, not components.
+  // Keys come in text order, so the first match is the shortest. They match by characters, not by components.
   for (auto it = map->pathSpecificIterator(); it; ++it) {
     Kel::String const& key = it.key().value();
     if (path.view().substr(0, key.chars()) == key.view()) return it.value();

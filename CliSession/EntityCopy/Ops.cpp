@@ -26,7 +26,7 @@ using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
 using AttrPtr = Kel::Ptr<Kel::KelAttr const>;
 using GifConst = Kel::GenericIf::PtrConst;
 
-// One attribute of two entities, from which a walk begins. The arguments are kept while it lasts.
+// A walk that begins with one attribute of two entities. It keeps its arguments alive.
 class Rooted {
  public:
   Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
@@ -34,7 +34,7 @@ class Rooted {
       : dest_(dest), src_(src), walk(ec, *dest), frame(*dest, *src, path), step(stepFor(frame.plan, attr)) {}
 
  private:
-  // An attribute of another type stands for the source's of that name.
+  // For an attribute of another type, the source's attribute of that name.
   static Step const& stepFor(Plan const& plan, Kel::KelAttr const& attr) {
     Step const* step = plan.find(attr);
     return step ? *step : *plan.find(*plan.src.getAttr(attr.name()));
@@ -57,7 +57,7 @@ bool walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, K
   return (at.walk.*run)(at.frame, at.step);
 }
 
-// The same for the hooks, which know no source.
+// The same for the hooks, which have no source.
 class RootedHook : public Rooted {
  public:
   RootedHook(EntityCopy& ec, EntityPtr const& dest, Kel::KelAttr const& attr)
@@ -179,7 +179,7 @@ EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const
                                  Kel::String path, AttrPtr const& attr) {
   requireNonNull(srcTarget, dest, attr);
   Rooted at(*this, dest, src ? src : EntityPtrConst(dest), path, *attr);
-  // What was asked for is the key itself, or what the attribute points at.
+  // The pointer is either the key or the member.
   bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
   Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
   return EntityPtr(at.walk.resolve(at.frame, at.step, src, *srcTarget, &m, isKey));
@@ -192,6 +192,9 @@ Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrP
   requireNonNull(dest, attr);
   KEL_TRACE(2) << "attributeIs: setting " << attr->name();
   RootedHook at(*this, dest, *attr);
+  Kel::Entity* const target = value ? value->entity().ptr() : nullptr;
+  if (at.step.kind == Step::Kind::pointer && !index && !result && (target || !value) && !at.walk.traced())
+    return attributeIsReturnFactory(at.walk.setPointer(at.frame, at.step, nullptr, target), value);
   Kel::GenericIf::Ptr const gif = genericIf(dest);
   if (alreadySet(*gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
   bool const changed = at.walk.edit(

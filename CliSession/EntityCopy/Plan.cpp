@@ -34,6 +34,13 @@ bool comparable(Kel::KelAttr const& attr) {
   return attr.type()->isEntity() || attr.type()->valueOps().equal;
 }
 
+// Whether every value of a type is known to equal itself. A type's own comparison may answer anything.
+bool isReflexive(Kel::KelType const* type) {
+  using Builtin = Kel::KelType::Builtin;
+  if (!type || !type->isBuiltin()) return !type || type->isEntity() || type->isEnum();
+  return type->builtin() != Builtin::f32 && type->builtin() != Builtin::f64;
+}
+
 }  // namespace
 
 Kel::U32 stepCount() { return steps.load(std::memory_order_relaxed); }
@@ -46,6 +53,7 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       supported(onlyValues(a.type()) && (a.keyIsPtr() || onlyValues(a.keyType()))),
       typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && supported && comparable(a)),
       dense(kind == Kind::members && typed && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
+      reflexive(isReflexive(a.type())),
       withPointers(a.isCollection() && (a.keyIsPtr() || a.isPtr())),
       number(steps.fetch_add(1, std::memory_order_relaxed)),
       set(a.name(), destType.fullTypeName(), AttributeEditType::set_),
@@ -75,7 +83,7 @@ Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
     Step const& step = steps.emplace_back(d, *attr);
     if (step.kind == Step::Kind::skipped) continue;
     copied.push_back(&step);
-    // What the model does not support is to be met.
+    // An unsupported attribute must be visited, because it is an assertion.
     if (!plainEqual || !step.typed || !attr->inPlainEqual()) further.push_back(&step);
   }
   leaf = keyOnly && plainEqual && further.empty();

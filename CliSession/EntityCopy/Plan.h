@@ -1,7 +1,7 @@
-// How entities of one type are copied onto entities of another: a list of steps, one an attribute.
+// How entities of one type are copied onto entities of another: a list of steps, one for each attribute.
 //
-// Plans are made when they are first asked for, once a pair of types for the whole process, and never change or go.
-// They may be read on any thread.
+// A plan is made when it is first asked for, once in the process for each pair of types. It never changes and is never
+// destroyed. Any thread may read it.
 #pragma once
 
 #include <atomic>
@@ -23,23 +23,25 @@ struct Step {
   Step(Step const&) = delete;
   Step& operator=(Step const&) = delete;
 
-  // The plan for what an owning attribute usually holds on both sides: entities of its own type.
+  // The plan for entities of the attribute's own type on both sides, the usual case.
   Plan const& usualPlan() const {
     Plan const* const known = usual_.load(std::memory_order_acquire);
     return known ? *known : makeUsualPlan();
   }
-  // The plan for entities of these types that the attribute owns. Cost: a comparison, but for members of derived types.
+  // The plan for entities of these types that the attribute owns. Cost: usually a comparison; a look-up if the
+  // attribute has members of several types.
   Plan const& childPlan(Kel::KelType const& dest, Kel::KelType const& src) const;
 
   Kel::KelAttr const& attr;
   Kel::KelAttr const* destAttr;   // the destination's attribute of that name; null: there is none
   Kel::AttrAccess const& access;  // of the source; also of the destination where `typed` is set
   Kind kind;
-  bool supported;     // checkValue finds nothing to object to
+  bool supported;     // checkValue accepts its types
   bool typed;         // supported, both sides have the same storage, and values compare by ==
   bool dense;         // owned members that have positions
+  bool reflexive;     // a copied value always equals its source, unlike a NaN
   bool withPointers;  // keyed by pointers, or with pointers as members
-  Kel::U32 number;    // among all steps of the process
+  Kel::U32 number;    // unique in the process, from 0
   AttributeEdit const set, del;
 
  private:
@@ -57,13 +59,13 @@ struct Plan {
   Kel::KelType const& dest;
   Kel::KelType const& src;
   std::deque<Step> steps;            // all attributes in the order of the attribute queue
-  std::vector<Step const*> copied;   // those that take part
+  std::vector<Step const*> copied;   // the steps of attributes that are copied
   std::vector<Step const*> further;  // of these, those that `plainEqual` does not compare
   bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
-  // The constructor parameters of two entities are equal: null where parameters may be pointers, or the types differ.
+  // Compares the constructor parameters of two entities; null if parameters may be pointers, or if the types differ.
   bool (*paramsEqual)(Kel::Entity const& dest, Kel::Entity const& src);
   bool keyOnly;  // the key is the only constructor parameter
-  bool leaf;     // that, and `plainEqual` compares all that there is
+  bool leaf;     // keyOnly, and `plainEqual` compares everything
 };
 
 // The number of steps made so far in the process.

@@ -98,7 +98,7 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
     WALK_TRACE(3, operation) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
     if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
-    if (found && keeps_ && known.rootKnown) impl_.counterparts.remember(target, *found);
+    if (found && keeps_) impl_.counterparts.remember(target, *found);
     return found.ptr();
   }
   WALK_TRACE(3, operation) << "Target is not copiable, deferring";
@@ -108,9 +108,9 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
   return nullptr;
 }
 
-// A pointer that is met again waits no longer, or anew.
+// Drops the old record of a pointer that is met again. If it has to wait again, `defer` makes a new one.
 void Walk::supersede(Frame& f, Step const& s, Member* m) {
-  if (ec_.pendingAttrs() == 0) return;
+  if (!mayWait(f)) return;
   std::optional<ForeignCode> guard;
   if (ec_.hasReactors()) guard.emplace(*this, f);
   supersedePending(ec_, f.dest, s.attr, m ? m->srcIndex() : nullptr);

@@ -22,7 +22,7 @@ bool Walk::queue(Frame& f, Step const& s) {
   if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
   Cursor src(s.attr, f.src, false), dest(destAttr(f, s), f.dest, false);
   bool differs = false;
-  Box last;  // the key of the last member that stays
+  Box last;  // the index of the member that was appended last
   while (src && dest) {
     if (sameInQueue(s, dest, src)) {
       if (entities) differs |= child(f, s, *dest.target(), *src.target());
@@ -39,41 +39,50 @@ bool Walk::queue(Frame& f, Step const& s) {
     if (stopped()) return true;
   }
   for (; src; ++src) {
-    differs |= append(f, s, src, last);
+    differs |= entities ? appendEntity(f, s, src, last) : appendValue(f, s, src);
     if (stopped()) return true;
   }
   return differs;
 }
 
 // Appends one member; answers whether that is a difference.
-bool Walk::append(Frame& f, Step const& s, Cursor const& src, Box& last) {
-  bool const entities = s.attr.type()->isEntity();
-  Kel::Ptr<Kel::Entity const> const member = entities ? Kel::Ptr<Kel::Entity const>(src.target()) : nullptr;
-  Box value;
-  if (entities) {
-    ParamList const params(new Kel::GenericIf::List);
-    constructorParams(member, s.attr, params);
-    value = Kel::GenericIf::List::genericIf(params);
-  } else {
-    value = src.obj(true);
-  }
+bool Walk::appendValue(Frame& f, Step const& s, Cursor const& src) {
+  WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
+  auto const value = [&] { return Box(src.obj(true)); };
+  bool const differs = edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
+    if (s.typed && !box)
+      s.access.appendValue(*s.destAttr, f.dest, *src.iterator());
+    else
+      genericIf(f.destPtr())->attributeSQEnq(s.destAttr->id(), box ? box : value());
+  });
+  if (!s.reflexive && !valueTypeEqual(value(), value())) impl_.unsettled = true;
+  return differs;
+}
+
+bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src, Box& last) {
+  Kel::Ptr<Kel::Entity const> const member(src.target());
+  ParamList const params(new Kel::GenericIf::List);
+  constructorParams(member, s.attr, params);
+  Box const value = Kel::GenericIf::List::genericIf(params);
   WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
   Kel::AttributeId const destId = s.destAttr->id();
+  Kel::U64 const generation = impl_.generation;
   bool const differs = edit(
       f, s, AttributeEditType::set_, [&] { return value; },
       [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
-  if (!entities && !valueTypeEqual(value, value)) impl_.unsettled = true;
-  if (!entities || compare_) return differs;
+  if (compare_) return differs;
   // The member that has just been made: the queue's last.
   Kel::GenericIf::Ptr const gif = genericIf(f.destPtr());
   auto it = last ? gif->attributeIteratorKey(destId, last) : gif->attributeIterator(destId);
-  if (!it) it = gif->attributeIterator(destId);  // a reactor has deleted what stood there
+  if (!it) it = gif->attributeIterator(destId);  // a reactor has deleted that member
   Kel::Ptr<Kel::Entity> newest;
   for (; it; ++it) {
     newest = entityOf(it.obj());
     last = it.key();
   }
-  return (newest && child(f, s, *newest, *member, true)) || differs;
+  // A NaN among the parameters.
+  if (newest && s.typed && !newest->type()->furtherParamsEqual()(*newest, *member)) impl_.unsettled = true;
+  return (newest && child(f, s, *newest, *member, impl_.generation == generation)) || differs;
 }
 
 }  // namespace Cli::Session

@@ -24,8 +24,8 @@ void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& pat
 
 namespace {
 
-// Whether a path, or what it lies below, was marked. "*" is a wildcard to the trie and is never stored in a mark. A
-// path that contains one is marked if the part before it is.
+// Whether a path, or one above it, is marked. "*" is a wildcard to the trie and is never stored in a mark. A path that
+// contains one is marked if the part before it is.
 bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
   std::string_view text = path;
   if (std::size_t const star = text.find('*'); star != std::string_view::npos) {
@@ -46,7 +46,7 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
                << path;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
-  // Asked after a custom handler has run: it may register roots.
+  // Looked up again after a custom handler has run, because it may register roots.
   auto const isRoot = [&] { return Kel::validPtr(Kel::validPtr(sessionStatus())->rootTrie())->isPrefix(path); };
   bool result = false;
   if (src) {
@@ -82,12 +82,12 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
 
 namespace {
 
-// The session root that a destination path lies in is made where it is missing, so that the pointer has somewhere to
-// lead. Answers whether it is there now, or need not be.
+// Makes the session root of a pointer's target in the destination, if it is missing. Answers whether it is there now,
+// or need not be.
 bool ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char separator) {
   Kel::String8 const destRoot = ec.dest()->fullName() + std::string_view(&separator, 1) + root;
   if (entityInTree(*ec.dest(), destRoot) || ec.stopAtFirstDiff()) return true;
-  // Only an entry of a directory is made here: what lies inside an entity is there when the walk has been.
+  // Only an entry of a directory is made here. The walk makes a root that lies inside an entity.
   Kel::Ptr<Kel::Entity const> const srcRoot =
       entityInTree(*ec.src(), ec.src()->fullName() + std::string_view(&separator, 1) + root);
   if (!srcRoot || !dynamic_cast<Kel::Dir const*>(srcRoot->parent())) return true;
@@ -136,7 +136,7 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   return PtrTarget(destTargetFullName, found && (!internal || keepsIdentity(*ec, *found, *src)));
 }
 
-// --- What it tells the engine in advance ---
+// --- Answers in advance ---
 
 namespace {
 
@@ -146,7 +146,7 @@ bool isPlain(EntityCopyGlobalSessionHandler const& handler) {
 }
 
 // Whether a trie records a prefix that continues `path` or, unless `below` is set, `path` itself. A path with a "*",
-// which look-ups treat in a way of their own, counts as recorded.
+// the trie's wildcard, counts as recorded.
 bool recordsFrom(Zuk::PathTrie const& trie, std::string_view path, bool below) {
   if (path.find('*') != std::string_view::npos) return true;
   Zuk::PathTrie const* node = &trie;
@@ -166,7 +166,7 @@ bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) 
   if (copied() && !copied()->empty() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path, below)))
     return false;
   if (!handlerTable()) return true;
-  if (handlerTable()->pathSpecificHandler("")) return false;  // it takes the copy roots
+  if (handlerTable()->pathSpecificHandler("")) return false;  // it handles the copy roots
   for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
     std::string_view const key = it.key();
     if (key.substr(0, path.chars()) == path.view() && (!below || key.size() > path.chars())) return false;
@@ -184,10 +184,11 @@ Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
   Kel::Ptr<Kel::Entity const> highest;
   if (!isPlain(*this) || !ec->src() || !isBelow(*target, *ec->src())) return nullptr;
-  // The longer a path, the more prefixes it may have: the first entity from the top whose path has one.
-  if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *target))) return nullptr;
-  for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent())
-    if (sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *e))) highest = Kel::Ptr<Kel::Entity const>(e);
+  // A path has every recorded prefix that a path above it has.
+  for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent()) {
+    if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *e))) break;
+    highest = Kel::Ptr<Kel::Entity const>(e);
+  }
   return highest;
 }
 

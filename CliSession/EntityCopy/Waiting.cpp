@@ -31,7 +31,7 @@ Impl::PendingKey keyOf(AttributeCopy const& record) {
   return keyOf(record.dest().ptr(), record.attribute().ptr(), record.srcIndex());
 }
 
-// Takes the record out that `which` names among those at one place. It is destroyed last, because a reactor may run.
+// Removes the first record under `key` that satisfies `which`. It is destroyed last, because a reactor may run.
 template <class Which>
 void dropPending(EntityCopy& ec, Impl::PendingKey const& key, Which const& which) {
   Impl& impl = Impl::of(ec);
@@ -63,7 +63,7 @@ std::map<Kel::U64, Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entit
 
 void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record) {
   if (record->dest()) dropPending(ec, keyOf(*record), [&](AttributeCopy const& r) { return &r == record.ptr(); });
-  ec.pendingAttrDel(record);  // in case it was put there by hand
+  ec.pendingAttrDel(record);  // it may have been added from outside
 }
 
 void forgetNamelessPending(EntityCopy& ec) noexcept {
@@ -101,7 +101,7 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
     record->srcValueFullNameIs(srcTarget.fullName());
     record->destValueFullNameIs(destTarget);
   }
-  // Whatever fails, the record waits in both places or in neither.
+  // If anything fails, the record must be in both places or in neither.
   Impl& impl = Impl::of(ec);
   auto const entered =
       impl.pending.emplace(keyOf(*record), Impl::Pending{record, f.dest.root(), ++impl.deferred})->second.number;
@@ -116,21 +116,21 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
 
 namespace {
 
-// The pass over what was deferred traces in its own name throughout.
+// All steps trace under this name.
 char const* const operation = "doCopyPendingAttrs";
 
-// Whether what was to be set is no longer in the tree that it was in when it was deferred.
+// Whether the record's destination has left the tree that it was in when the pointer was deferred.
 bool leftItsTree(EntityCopy& ec, AttributeCopy const& record) {
   if (!record.dest()) return true;
   auto [it, end] = EntityCopy::Impl::of(ec).pending.equal_range(keyOf(record));
   while (it != end && it->second.record.ptr() != &record) ++it;
-  if (it == end) return false;  // deferred by somebody else
+  if (it == end) return false;  // added from outside
   for (Kel::Entity const* e = record.dest().ptr(); e; e = e->parent())
     if (e == it->second.tree) return false;
   return true;
 }
 
-// Sets one deferred pointer key, or value, whose target is there now.
+// Sets one deferred pointer, a key or a value, whose target exists now.
 void setDeferred(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record, Kel::Ptr<Kel::Entity> const& target) {
   if (!record->destIndexFullName().empty()) {
     KEL_TRACE_AS(3, operation) << "Setting deferred target key " << record->destIndexFullName();
@@ -167,6 +167,8 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     KEL_TRACE(3) << (isKey ? "Looking for deferred target key " : "Looking for deferred target ") << name;
     Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(isKey ? record->srcIndex() : record->srcMember());
     if (Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *record->dest(), name, srcTarget.ptr())) {
+      // A target that is still to be made anew is not equal.
+      if (!srcTarget || !keepsIdentity(*this, *target, *srcTarget)) Impl::of(*this).unsettled = true;
       setDeferred(*this, record, target);
     } else {
       KEL_TRACE(3) << "Target still doesn't exist. Skipping " << name;

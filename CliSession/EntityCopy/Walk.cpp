@@ -12,7 +12,7 @@ namespace Cli::Session {
 
 namespace {
 
-// Whether any step of a run may have to be shown.
+// Whether any step of a run may have to be traced.
 bool anyTrace() {
   static Kel::TraceHandle const* const handles[] = {
       &Kel::TraceHandle::get("EntityCopy"), &Kel::TraceHandle::get("EntityCopyUtils"),
@@ -72,11 +72,11 @@ bool Walk::attributes(Frame& f) {
   return differs;
 }
 
-// All attributes, or where the plain ones are known to be equal, the others.
+// Copies all attributes; if the plain ones are known to be equal, only the others.
 bool Walk::further(Frame& f, bool plainEqual) {
   if (f.changed && changesHold()) return changedOnly(f);
   bool any = false;
-  // Whether to stop is asked after each attribute: where it is so already, the first one alone takes part.
+  // The walk checks whether to stop after each attribute. If it has to stop already, it takes the first attribute only.
   if (stopped())
     return !f.plan.steps.empty() && f.plan.steps.front().kind != Step::Kind::skipped &&
            differs(f, f.plan.steps.front());
@@ -99,7 +99,7 @@ void traceSkipped(Kel::KelAttr const& attr) {
   KEL_TRACE_AS(9, "attrCopiable") << reason << attr.name();
 }
 
-// How the pointers in a collection are compared.
+// Compares the pointers in a collection.
 class Pointers final : public Kel::SameTarget {
  public:
   Pointers(EntityCopy& ec, Counterparts& counterparts) : ec_(ec), counterparts_(counterparts) {}
@@ -118,7 +118,7 @@ bool Walk::equalInPlace(Frame& f, Step const& s) {
   return guide_ && !(f.changed && changesHold()) && walkedThrough(f) && areLeaves(s) && leavesEqual(s, f.dest, f.src);
 }
 
-// The same for anything but owned members, which takes no frame.
+// The same without a frame, for anything but owned members.
 bool Walk::equalAlone(Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
   switch (s.kind) {
     case Step::Kind::value: return s.access.equal(dest, src);
@@ -202,7 +202,7 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
       ->handleEntity(EntityCopy::Ptr(&ec_), below.destPtr(), below.srcPtr(), below.path());
 }
 
-// Into a child of which the handler need not be asked.
+// Copies a child about which the handler need not be asked.
 bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
   Changed const* changed = nullptr;
   if (f.changed && !isNew && changesHold()) {
@@ -214,6 +214,7 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
   if (plainEqual && plan.further.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
+  if (isNew) below.newAt = impl_.generation;
   below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
@@ -242,7 +243,7 @@ bool Walk::value(Frame& f, Step const& s) {
           else
             genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
         });
-  if (changed && s.typed && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
+  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -271,7 +272,7 @@ bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChil
   };
   Kel::U64 const generation = impl_.generation;
   return edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
-    // What is there all the same is replaced by the boxed write.
+    // If the place has been taken meanwhile, the boxed write replaces what is there.
     if (isFree && s.typed && !box && generation == impl_.generation && srcChild.type() == s.attr.type())
       *made = s.access.newLike(s.attr, f.dest, srcChild);
     else
@@ -310,12 +311,13 @@ bool Walk::singleton(Frame& f, Step const& s) {
     if (stopped()) return differs;
   }
   WALK_TRACE(3, operation) << "Re-creating entity";
+  Kel::U64 const generation = impl_.generation;
   Kel::Entity* made = nullptr;
   differs |= create(f, s, nullptr, *srcChild, params, !destAccess.single(f.dest), &made);
-  // A comparison made nothing, and what is there has other parameters.
+  // A comparison has made nothing, and a present child has other parameters.
   if (compare_) return differs;
   if (!made) made = destAccess.single(f.dest);
-  if (made) differs |= child(f, s, *made, *srcChild, true);
+  if (made) differs |= child(f, s, *made, *srcChild, impl_.generation == generation);
   return differs;
 }
 

@@ -1,11 +1,11 @@
 // One walk over a source and a destination: the engine's algorithm.
 //
-// There is one body for each kind of attribute, with its traces in it. In front of it stands a filter that passes by
-// what is equal; while a trace handle is on, the filter is off and every step shows itself. The operations of
-// EntityCopy that are called by name make a walk that begins with their arguments (Ops.cpp).
+// There is one body for each kind of attribute, with its traces in it. A filter in front of it skips what is equal.
+// While a trace handle is on, the filter is off, so that every step is traced. The operations of EntityCopy that are
+// called by name make a walk that begins with their arguments (Ops.cpp).
 //
-// Between two places where foreign code runs (handlers, reactors, bypass checkers) only the walk changes the trees. It
-// works on references and on what it has looked up. Around each such place stands a `ForeignCode`.
+// Between two calls of foreign code (handlers, reactors, bypass checkers), only the walk changes the trees. So it works
+// on references, and keeps what it has looked up. A `ForeignCode` object guards each call.
 #pragma once
 
 #include <array>
@@ -14,7 +14,7 @@
 #include "CliSession/EntityCopy/Frame.h"
 #include "CliSession/EntityCopyCompare.h"
 
-// A trace of the walk, in the name of an operation. One flag of the walk stands before all of them.
+// A trace of the walk, under the name of an operation. If `traced_` is false, it costs one test.
 #define WALK_TRACE(level, operation)     \
   !(traced_ && KEL_TRACE_ENABLED(level)) \
       ? static_cast<void>(0)             \
@@ -28,15 +28,14 @@ class Walk {
  public:
   using Box = Kel::GenericIf::PtrConst;
 
-  // `dest` is what the walk begins with, and outlives it.
+  // `dest` is the entity that the walk begins with. REQUIRES: it outlives the walk.
   Walk(EntityCopy& ec, Kel::Entity const& dest);
   Walk(Walk const&) = delete;
   Walk& operator=(Walk const&) = delete;
 
-  // A member of a collection on its way from the source to the destination. What is not given is boxed when it is first
-  // asked for.
+  // A member of a collection that is being copied. A box that is not given is made when it is first asked for.
   struct Member {
-    Cursor const* at = nullptr;  // on the source's member; null: everything is given boxed
+    Cursor const* at = nullptr;  // on the source's member; null: all boxes are given
     Kel::Entity* key = nullptr;  // the destination's key, where keys are pointers
     Box srcIndexBox, indexBox, srcMemberBox;
 
@@ -47,12 +46,12 @@ class Walk {
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
   bool attributes(Frame& frame);  // doCopyEntityAttrs
-  // The same for a copy root: what has not changed since both sides were last equal is passed by, where that is known.
+  // The same for a copy root. Skips what has not changed since both sides were last equal, if that is known.
   bool root(Frame& frame);
   bool differs(Frame& frame, Step const& step) {  // doCopyAttr
     return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
   }
-  // The following take for granted that the filter has found a difference, or could not tell.
+  // The following do not apply the filter, except valueIfDifferent.
   bool value(Frame& frame, Step const& step);  // doCopyValue
   bool valueIfDifferent(Frame& frame, Step const& step) {
     return (traced_ || !equalInPlace(frame, step)) && value(frame, step);
@@ -62,13 +61,14 @@ class Walk {
   bool queue(Frame& frame, Step const& step);               // doCopyQueue
   bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
   bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
-  // resolvePtr: the destination's target, or null and a record of what waits for it.
+  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);  // attributeIs
+  // resolvePtr: the destination's target; null if the pointer has to wait, which is recorded.
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
 
-  // The only way to change the destination. Shows the edit to the debug configuration and to the bypass checker, counts
-  // it, and unless this is a comparison carries it out. Answers whether the destination changes or, in a comparison,
-  // would. `value()` boxes what a checker looks at; `apply(box)` writes, with that box where there is one.
+  // The only way to change the destination. Takes the edit's debug action, asks the bypass checker, counts the edit,
+  // and carries it out unless this is a comparison. Answers whether the destination changes or, in a comparison, would.
+  // `value()` boxes the value for a checker; `apply(box)` writes it. Without a checker, `box` is null.
   template <class Value, class Apply>
   bool edit(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Apply const& apply) {
     Box box;
@@ -90,7 +90,8 @@ class Walk {
     return true;
   }
 
-  // Around a call of foreign code: keeps what the walk stands on, and afterwards looks again at what it relies on.
+  // Guards a call of foreign code: keeps the frames' entities alive, and afterwards reads again what the walk relies
+  // on.
   class ForeignCode {
    public:
     ForeignCode(Walk& walk, Frame& frame) : walk_(walk) { frame.hold(); }
@@ -105,10 +106,10 @@ class Walk {
     Walk& walk_;
   };
 
-  EntityCopy& ec() const { return ec_; }
+  bool traced() const { return traced_; }
 
  private:
-  // What the handler said of a type.
+  // The handler's answer for a type.
   struct TypeAnswer {
     Kel::KelType const* type = nullptr;
     bool asks = false;
@@ -119,23 +120,24 @@ class Walk {
   // EntityCopy::stop.
   bool stopped() const { return compare_ && log_ && log_->attributeEditEntrys() > 0; }
 
-  // doCopyAttr behind the filter.
+  // doCopyAttr without the filter.
   bool attribute(Frame& frame, Step const& step);
-  // The filter: whether an attribute is equal, as far as can be told without showing anything.
+  // The filter: true if an attribute is known to be equal. It traces nothing.
   bool equalInPlace(Frame& frame, Step const& step);
   bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
-  // `isNew`: the destination's child has just been made, whatever has changed of the source's.
+  // `isNew`: the destination's child has just been made, so that all of it is walked, and no foreign code has run
+  // since.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
                bool isNew = false);
   bool further(Frame& frame, bool plainEqual);
   bool mayKeepChanges(Frame& frame);
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
-  // Whether what has changed is still all that has: it is until foreign code runs.
+  // Whether the recorded changes are complete, which they are until foreign code runs.
   bool changesHold() const { return changesAt_ == impl_.generation; }
   bool changedOnly(Frame& frame);
   bool changedMembers(Frame& frame, Step const& step);
-  // Whether the handler wants to be asked about a child.
+  // Whether the handler has to be asked about a child.
   bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
   bool asksForType(Kel::KelType const& type) {
     TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
@@ -149,10 +151,8 @@ class Walk {
   bool askWalkedThrough(Frame& frame);
 
   bool setMember(Frame& frame, Step const& step, Member& m);
-  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
-  // A member or singleton with the source's constructor parameters.
-  // `params` are the source's where they have been listed already, else null.
-  // What `made` points at becomes the entity that was made, or null where the caller has to look for it.
+  // Makes a member or singleton with the source's constructor parameters. `params` is the list of these, or null if
+  // there is none yet. `*made` is set to the new entity, or left null if the caller has to look it up.
   bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
               Kel::Entity** made);
   bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
@@ -172,20 +172,23 @@ class Walk {
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
   bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
-  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
+  Kel::Entity* sourceKey(Frame& frame, Step const& step, Cursor const& at, Kel::Entity& destKey, KeyMap& keys);
   Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
+  // Whether a pointer of a frame's destination may wait already.
+  bool mayWait(Frame const& frame) const { return ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation; }
   void supersede(Frame& frame, Step const& step, Member* m);
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
 
   bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
-  bool append(Frame& frame, Step const& step, Cursor const& src, Box& last);
+  bool appendValue(Frame& frame, Step const& step, Cursor const& src);
+  bool appendEntity(Frame& frame, Step const& step, Cursor const& src, Box& last);
 
-  // Whether the bypass checker may have something to say.
+  // Whether the bypass checker has to be asked.
   bool offers(Step const& step, AttributeEditType type) {
     return checker_ && (traced_ || checker_->concerns(editOf(step, type)));
   }
   bool admit(Frame& frame, Step const& step, AttributeEditType type, bool offered, Box const& value);
-  // Counts an edit that nobody looks at.
+  // Counts an edit without calling foreign code.
   void count(Frame& frame, Step const& step, AttributeEditType type) {
     std::size_t const at = 2 * std::size_t(step.number) + (type == AttributeEditType::del_ ? 1 : 0);
     if (at < impl_.entries.size() && impl_.entries[at].generation == impl_.generation)
@@ -206,7 +209,7 @@ class Walk {
   EntityCopy::Impl& impl_;
   Kel::Entity const& top_;
   // Read again after foreign code.
-  EntityCopyHandler* guide_ = nullptr;  // the handler, for what it may tell in advance; null while tracing
+  EntityCopyHandler* guide_ = nullptr;  // the handler, for its answers in advance; null while tracing
   AttributeEditLogBypass* checker_ = nullptr;
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
@@ -219,7 +222,7 @@ class Walk {
   std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
 };
 
-// Records a pointer of a frame's attribute that waits for its target. `isKey`: it is the key of member `m` that waits.
+// Records a pointer of a frame's attribute that waits for its target. `isKey`: the pointer is the key of member `m`.
 void defer(EntityCopy& ec, Frame& frame, Kel::KelAttr const& attr, Kel::Ptr<Kel::Entity const> const& owner,
            Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget);
 

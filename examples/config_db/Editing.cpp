@@ -57,7 +57,7 @@ std::string pathOfEntry(Table const& table, std::string_view name) {
   return std::string(table.root) + "." + table.attribute + "/" + std::string(name);
 }
 
-// What a key must look like: "VLAN|PORT".
+// The form of a table's keys, for messages: "VLAN|PORT".
 std::string form(std::vector<KeyPart> const& parts) {
   std::string text;
   for (KeyPart const& part : parts)
@@ -77,7 +77,7 @@ std::string checkedPart(KelType const& type, KeyPart const& part, std::string co
   return *canonical;
 }
 
-// The parts of the table's own keys: that of a child is left out.
+// The parts of a key without that of a child.
 std::vector<KeyPart> ownParts(Table const& table) {
   std::vector<KeyPart> parts = table.keyParts();
   if (!parts.back().child.empty()) parts.pop_back();
@@ -96,7 +96,7 @@ std::string keyOf(Table const& table, KelAttr const& attr, std::string_view text
   return key;
 }
 
-// --- What follows from a key ---
+// --- Attributes that are derived from a key ---
 
 bool implies(KelAttr const& attr, std::string_view text) {
   for (Table const* table : tablesOf(*attr.type()))
@@ -116,8 +116,11 @@ void fillReference(Kel::Dir::Ptr const& base, Kel::Entity const& made, KelAttr c
   }
   auto const owner = Cli::Service::pathOf(made, *base);
   if (!owner) return;
-  std::string const target = expectedTarget(*attr.type(), text);
-  pending.add({*owner / Cli::Service::attributeStep(attr), target, target, "there is no such entity"});
+  std::vector<std::string> targets = expectedTargets(*attr.type(), text);
+  std::string const target = targets.front();
+  targets.erase(targets.begin());
+  pending.add(
+      {*owner / Cli::Service::attributeStep(attr), target, target, "there is no such entity", std::move(targets)});
 }
 
 void fillPart(Kel::Dir::Ptr const& base, Kel::Entity& made, std::string const& attribute, std::string const& text,
@@ -174,9 +177,11 @@ EntityHooks hooksForChild(KeyPart const& part) {
 
 }  // namespace
 
-std::string expectedTarget(KelType const& type, std::string_view name) {
-  std::vector<Table const*> const holding = tablesOf(type);
-  return holding.empty() ? std::string(name) : pathOfEntry(*holding.front(), name);
+std::vector<std::string> expectedTargets(KelType const& type, std::string_view name) {
+  std::vector<std::string> paths;
+  for (Table const* table : tablesOf(type)) paths.push_back(pathOfEntry(*table, name));
+  if (paths.empty()) paths.emplace_back(name);
+  return paths;
 }
 
 void notePresence(Kel::Entity& entry, KelAttr const& attr, bool given) {

@@ -1,4 +1,5 @@
-// What the model adds to entries that are made and edited, by a file or by a person: keys and what follows from them.
+// What the model adds when a file or a user makes or edits an entry: the spelling of keys, and attributes that are
+// derived from them.
 #pragma once
 
 #include <string>
@@ -14,16 +15,16 @@ namespace ConfigDb {
 // Registers the spellings and the hooks of the model with the service, once.
 void registerModel();
 
-// The texts of a key's parts; one that is missing is empty. Nothing when the text is no key of the table. The last part
-// takes what is left, bars included.
+// The texts of a key's parts; a missing part is empty. The result is empty if the text is not a key of the table. The
+// last part takes the rest of the text, bars included.
 std::vector<std::string> splitKey(std::vector<KeyPart> const& parts, std::string_view text);
-// A part in the one spelling that it has in names.
+// A part of a key in its canonical spelling.
 std::string canonicalPart(Kel::KelType const& type, KeyPart const& part, std::string const& text);
 
-// Enters a value in the entry's `present`, or takes it out: one that was given and would pass for one that was not.
+// Enters a value in the entry's `present`, or removes it. Call it for a given value that equals the type's default.
 void notePresence(Kel::Entity& entry, Kel::KelAttr const& attr, bool given);
 
-// Where an entry of that type would be: in the first table that holds such entries, as a path.
-std::string expectedTarget(Kel::KelType const& type, std::string_view name);
+// The paths that an entry of that type would have: one for each table with such entries.
+std::vector<std::string> expectedTargets(Kel::KelType const& type, std::string_view name);
 
 }  // namespace ConfigDb

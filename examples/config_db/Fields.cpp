@@ -12,7 +12,7 @@ using Kel::GenericIf;
 
 namespace {
 
-// The text of a value that is no list and no object.
+// The text of a value; empty for a list or an object.
 std::optional<std::string_view> scalarText(JsonValue const& value) {
   if (value.kind == JsonValue::Kind::array || value.isObject()) return std::nullopt;
   return std::string_view(value.text);
@@ -42,8 +42,7 @@ void FieldWriter::complain(Entry const& entry, std::string const& field, std::st
   complaints_.add(entry.label + ": " + field, what);
 }
 
-// The value or the entity that the text stands for, or null. When it should stand for one, a complaint says so together
-// with what was done.
+// The value or the entity for a text, or null. Complains if there should be one; `done` says what was done instead.
 GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& field, Kel::KelType const& type,
                                       bool pointer, std::string_view text, char const* done) const {
   if (pointer) {
@@ -61,12 +60,14 @@ void FieldWriter::noteDangling(Entry const& entry, Kel::KelAttr const& attr, std
   Kel::KelType const& type = attr.keyIsPtr() ? *attr.keyType() : *attr.type();
   Tree::Found const found = tree_.referred(type, text);
   if (found.problem.empty()) return;
-  std::string const target = tree_.expected(type, text);
+  std::vector<std::string> targets = tree_.expected(type, text);
+  std::string const target = targets.front();
+  targets.erase(targets.begin());
   if (attr.keyIsPtr()) key = GenericIf::of(Kel::String8(target));
   Cli::Service::Path const owner = tree_.pathOf(*entry.entity->entity());
   Cli::Service::Json const value =
       member ? Cli::Service::exportValue(member.ptr(), *entry.entity->entity()) : Cli::Service::Json(target);
-  dangling_.push_back({owner / Cli::Service::memberStep(attr, key), value, target, found.problem});
+  dangling_.push_back({owner / Cli::Service::memberStep(attr, key), value, target, found.problem, std::move(targets)});
 }
 
 void FieldWriter::keyPart(Entry const& entry, std::string const& attribute, std::string_view text) const {
@@ -106,7 +107,7 @@ void FieldWriter::single(Entry const& entry, Kel::KelAttr const& attr, std::stri
   notePresence(*entry.entity->entity(), attr, true);
 }
 
-// A list replaces the one that is there: an entry can be given twice, under two spellings of its key.
+// A list replaces an earlier one, because an entry can be given twice, under two spellings of its key.
 void FieldWriter::many(Entry const& entry, Kel::KelAttr const& attr, std::string const& name,
                        JsonValue const& value) const {
   if (value.isObject()) return complain(entry, name, "an object is no list, left unset");

@@ -47,7 +47,8 @@ class FieldWriter {
   Kel::GenericIf::Ptr converted(Entry const& entry, std::string const& field, Kel::KelType const& type, bool pointer,
                                 std::string_view text, char const* done) const;
 
-  // Notes a reference, if it leads nowhere. `key`: of the member that it is; `member`: what is to stand under it.
+  // Notes a reference that leads nowhere. `key`: of the member that is the reference; `member`: the member under the
+  // key that is the reference.
   void noteDangling(Entry const& entry, Kel::KelAttr const& attr, std::string_view text, Kel::GenericIf::PtrConst key,
                     Kel::GenericIf::PtrConst const& member) const;
 

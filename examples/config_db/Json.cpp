@@ -28,7 +28,7 @@ char const* kindName(JsonValue::Kind kind) {
 
 namespace {
 
-// Feeds the parser and knows how far it has read: the parser itself says where it is in errors only.
+// Feeds the parser and counts how far it has read, because the parser tells its position only in errors.
 class CountingIterator {
  public:
   using iterator_category = std::input_iterator_tag;
@@ -80,7 +80,7 @@ class Builder final : public nlohmann::json_sax<nlohmann::json> {
   bool end_object() override { return close(); }
   bool end_array() override { return close(); }
 
-  // A name that is there already keeps its position and gets the later value.
+  // A repeated name keeps its position and gets the later value.
   bool key(string_t& name) override {
     JsonPlace const place = nextPlace();
     Open& top = open_.back();
@@ -98,7 +98,7 @@ class Builder final : public nlohmann::json_sax<nlohmann::json> {
 
   bool parse_error(std::size_t position, std::string const&, nlohmann::json::exception const& e) override {
     std::string what = e.what();
-    // Behind the library's own prefix and its words for the place.
+    // The message without the library's prefix and place.
     if (std::size_t const column = what.find("column "); column != std::string::npos)
       if (std::size_t const colon = what.find(": ", column); colon != std::string::npos) what.erase(0, colon + 2);
     throw JsonError(placeOf(position == 0 ? 0 : position - 1), what);
@@ -121,7 +121,7 @@ class Builder final : public nlohmann::json_sax<nlohmann::json> {
     return {line_, at - std::min(at, lineStart_) + 1};
   }
 
-  // Where the token that was just read begins: behind the last one, after blanks and separators.
+  // The beginning of the token that was just read: after the previous one, blanks and separators.
   JsonPlace nextPlace() {
     std::size_t const start = text_.find_first_not_of(" \t\r\n,:", last_);
     last_ = static_cast<std::size_t>(reached_ - text_.data());

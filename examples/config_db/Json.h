@@ -1,5 +1,5 @@
-// A JSON document with what a configuration loader wants to know beyond its values: where each of them stands, numbers
-// as they are written, members in their order, and which member names were given twice.
+// A JSON document with what a configuration loader needs besides the values: the place of each value, numbers as they
+// are written, the order of members, and the member names that were given twice.
 #pragma once
 
 #include <cstddef>
@@ -23,9 +23,9 @@ struct JsonValue {
 
   Kind kind = Kind::null;
   JsonPlace place;
-  std::string text;                 // of a string its characters; of a number, a boolean and null the literal
+  std::string text;                 // the characters of a string; the literal of a number, a boolean and null
   std::vector<JsonValue> items;     // of an array
-  std::vector<JsonMember> members;  // of an object; of equal names the last one
+  std::vector<JsonMember> members;  // of an object; the last one for each name
 
   bool isObject() const { return kind == Kind::object; }
   JsonValue const* find(std::string_view name) const;
@@ -39,9 +39,9 @@ struct JsonMember {
 // "an object", "a string", …
 char const* kindName(JsonValue::Kind kind);
 
-// A member name that an object has twice or more, once a repetition.
+// A repetition of a member name in an object.
 struct JsonDuplicate {
-  std::vector<std::string> path;  // the names on the way to it, its own last
+  std::vector<std::string> path;  // the names on the way to the member, its own last
   JsonPlace place;
 };
 
@@ -56,7 +56,7 @@ class JsonError : public std::runtime_error {
   JsonPlace place;
 };
 
-// What a document may have at most; beyond it is an error like any other.
+// The limits of a document. A document beyond them is refused with a JsonError.
 struct JsonLimits {
   std::size_t depth = 64;
   std::size_t values = 4000000;

@@ -72,7 +72,7 @@ class Load {
     }
   }
 
-  // What the key names, made when it is not there: an entry, or the child of one. Null when it names nothing.
+  // The entry, or child of one, that a key names. Makes it if it is missing. Null if the key is bad.
   Pending* makeEntry(Table const& table, std::vector<KeyPart> const& parts, std::string_view key) {
     if (table.isSingleton()) {
       std::string const name(trimmed(key));

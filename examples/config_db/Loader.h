@@ -12,14 +12,14 @@
 
 namespace ConfigDb {
 
-// The file cannot be loaded: unreadable, no JSON, or of another shape. The message begins with the file, and with line
-// and column where there are any.
+// The file cannot be loaded: it is unreadable, not JSON, or of another shape. The message begins with the file, and
+// with line and column if they are known.
 class LoadError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// What a load met on its way.
+// The result of a load.
 struct Report {
   // First about names given twice, then about tables and keys, then about fields:
   // "file: TABLE|key: field: what is wrong, what was done about it".
@@ -27,7 +27,7 @@ struct Report {
   // The tables that were loaded, with the number of their entries. An address of an interface is an entry.
   std::map<std::string, unsigned> entries;
 
-  // References that lead nowhere: where they stand, relative to the directory loaded into, and what they say.
+  // References that lead nowhere: their places, relative to the directory loaded into, and their texts.
   std::vector<Cli::Service::PendingReference> dangling;
 
   unsigned entryCount() const;
@@ -38,10 +38,11 @@ struct SessionRoot {
   std::string typeName;  // "ConfigDb::Ports"
 };
 
-// The entities that a load makes in directories, in the order of their paths. They are all there after every load.
+// The entities that a load makes in directories, in the order of their paths. Every load makes all of them.
 std::vector<SessionRoot> const& sessionRoots();
 
-// Nothing is changed when it raises LoadError; directories that are there are used, session roots must not be.
+// Loads a file. Uses directories that exist. If it raises LoadError, it has changed nothing. REQUIRES: `into` has none
+// of the session roots.
 void loadConfigDb(std::string const& file, Kel::Dir::Ptr const& into, Report& report);
 // The same from a text; `file` is for messages.
 void loadConfigDbText(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into, Report& report);

@@ -74,7 +74,7 @@ void gatherFlatEntries(JsonValue& value) {
   value.members = std::move(members);
 }
 
-// Tables and entries of the model must be objects; null will do for one that is empty.
+// Checks that the tables and entries of the model are objects, or null if they are empty.
 void checkShape(Source const& source) {
   auto const check = [&](std::string const& name, JsonValue const& value) {
     if (value.isObject() || value.kind == JsonValue::Kind::null) return;

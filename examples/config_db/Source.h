@@ -11,7 +11,7 @@ namespace ConfigDb {
 struct Source {
   std::string file;
   JsonDocument document;
-  std::string wrapper;  // the name of the member that the tables are wrapped in; empty when they are not
+  std::string wrapper;  // the name of the member that contains the tables; empty if the document itself does
 
   // The object that holds the tables.
   JsonValue const& tables() const;
@@ -19,8 +19,8 @@ struct Source {
 
 // Raises LoadError.
 Source readSource(std::string const& file);
-// The same from a text; `file` is for messages. Entries may stand in their tables, {"TABLE": {"KEY": {…}}}, or by
-// themselves, {"TABLE|KEY": {…}}. Raises LoadError for a text in which no table of the model is, unless it is "{}".
+// The same from a text; `file` is for messages. Entries may be in their tables, {"TABLE": {"KEY": {…}}}, or by
+// themselves, {"TABLE|KEY": {…}}. Raises LoadError for a text without any table of the model, unless it is "{}".
 Source sourceOf(std::string const& text, std::string const& file);
 
 // The complaints about names that are given more than once.

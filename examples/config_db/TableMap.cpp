@@ -95,7 +95,8 @@ constexpr Table tableTable[] = {
     {"DEVICE_NEIGHBOR_METADATA", "topology", "neighborMetadata", ""},
 };
 
-// Fields whose attributes are not called as the rule says: `name` and `type` are the entity's own. "*": all fields.
+// Fields whose attributes have other names than the rule gives, because every entity has a `name` and `type` of its
+// own. "*": all fields.
 struct Renamed {
   std::string_view table;  // empty: any
   std::string_view field;
@@ -131,7 +132,7 @@ std::string camelCase(std::string_view lowerCase) {
   return out;
 }
 
-// Not what the loader itself writes: keys, children and `present`.
+// Whether an attribute is a field of the file, not one that the loader derives (keys, children, `present`).
 bool isField(Table const& table, Kel::KelAttr const& attr) {
   if (!attr.copiable() || attr.isFunction() || attr.instantiating() || attr.name() == "present") return false;
   for (KeyPart const& part : table.keyParts())

@@ -1,5 +1,4 @@
-// Where the tables of a file are in the tree, and which attributes their fields are. What follows from the type records
-// by rule is not stated here.
+// Maps the tables of a file to places in the tree, and fields to attributes, where the type records do not imply them.
 #pragma once
 
 #include <span>
@@ -16,8 +15,7 @@ struct Root {
   char const* type;  // full type name
 };
 
-// A part of a composite key. Its value is kept in an attribute of the entry, or of a child of the entry that the part
-// is the key of.
+// A part of a composite key. Its value is in an attribute of the entry, or of the entry's child whose key the part is.
 struct KeyPart {
   std::string attribute;  // of the entry, or of the child; empty: the part is in the name only
   std::string child;      // the child collection; empty: none
@@ -38,16 +36,16 @@ struct Table {
 
 std::span<Root const> roots();
 std::span<Table const> tables();
-// Null when the model does not have it.
+// Null if the model does not have the table.
 Table const* findTable(std::string_view name);
 
-// Whether the table has that entry on every device, without the file having it: a reference to it is null.
+// Whether every device has that entry although files do not list it. A reference to it is null.
 bool isImplied(Table const& table, std::string_view entry);
 
 // The attribute that has the values of all fields of a table whose field names are data; null for any other table.
 char const* mapAttribute(Table const& table);
 
-// The attribute of `type` (an entry of the table, or a child of one) that a field is; null when there is none.
+// The attribute of `type` (an entry of the table, or a child of one) for a field; null if there is none.
 Kel::KelAttr const* attributeOf(Table const& table, Kel::KelType const& type, std::string_view field);
 
 }  // namespace ConfigDb

@@ -38,7 +38,7 @@ Kel::Dir::Ptr asDir(Kel::Entity::Ptr const& entity) {
   return isDir ? Kel::Dir::Ptr(static_cast<Kel::Dir*>(entity.ptr())) : nullptr;
 }
 
-// What is in the way of a root at that path, or nothing.
+// What is in the way of a root at that path; empty if nothing is.
 std::string obstacle(Kel::Dir::Ptr const& into, std::string_view path) {
   Kel::Dir::Ptr dir = into;
   std::string taken;
@@ -104,12 +104,14 @@ Referring referring(std::string_view text) {
 
 std::string Tree::nameIn(std::string_view text) { return std::string(referring(text).name); }
 
-std::string Tree::expected(Kel::KelType const& type, std::string_view text) const {
+std::vector<std::string> Tree::expected(Kel::KelType const& type, std::string_view text) const {
   auto const [tableName, name] = referring(text);
+  std::vector<std::string> paths;
   for (Table const* table : tablesOf(type))
     if (tableName.empty() || tableName == table->name)
-      return std::string(table->root) + "." + table->attribute + "/" + std::string(name);
-  return std::string(name);
+      paths.push_back(std::string(table->root) + "." + table->attribute + "/" + std::string(name));
+  if (paths.empty()) paths.emplace_back(name);
+  return paths;
 }
 
 Cli::Service::Path Tree::pathOf(Kel::Entity const& entity) const {

@@ -1,4 +1,4 @@
-// The tree while it is loaded: the session roots, not yet below any directory.
+// The tree during a load: the session roots, which are not in any directory yet.
 #pragma once
 
 #include <map>
@@ -18,27 +18,27 @@ class Tree {
   Tree();
 
   Kel::KelType const& entryType(Table const& table) const { return *places_.at(&table).attr->type(); }
-  // The entry of that name, made when it is missing; null when no entry of the table can have the name.
+  // The entry of that name, which is made if it is missing; null if an entry of the table cannot have the name.
   Kel::GenericIf::Ptr entry(Table const& table, std::string const& name);
   // The same for a member of an entry's child collection.
   static Kel::GenericIf::Ptr child(Kel::GenericIf::Ptr const& entry, std::string const& collection,
                                    std::string const& name);
 
-  // The entry of a table of that type that a text, "name" or "[TABLE|name]", refers to; or what is wrong with it;
-  // or neither, for one that needs no entry.
+  // The entry, of a table with that type, to which a text refers ("name" or "[TABLE|name]"). Otherwise, what is wrong
+  // with the text; both are empty if the reference needs no entry.
   struct Found {
     Kel::Entity::Ptr entity;
     std::string problem;
   };
   Found referred(Kel::KelType const& type, std::string_view text) const;
-  // The path at which what a text refers to would be, in the table that it names, or the first that may hold it.
-  std::string expected(Kel::KelType const& type, std::string_view text) const;
-  // The name in a text that refers to something.
+  // The paths that the target of a text would have: in the table that it names, or in each that may have it.
+  std::vector<std::string> expected(Kel::KelType const& type, std::string_view text) const;
+  // The name in the text of a reference.
   static std::string nameIn(std::string_view text);
   // The path that an entity of the tree will have.
   Cli::Service::Path pathOf(Kel::Entity const& entity) const;
 
-  // Puts the roots into directories below `into`. Raises LoadError, and then has changed nothing.
+  // Puts the roots into directories below `into`. If it raises LoadError, it has changed nothing.
   void attach(std::string const& file, Kel::Dir::Ptr const& into) const;
 
  private:

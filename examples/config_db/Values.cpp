@@ -87,7 +87,7 @@ Text ip(std::string_view text) {
   return found ? Text(found->text) : std::nullopt;
 }
 
-// The bits behind the prefix are the host's, and stay. An address alone is a prefix of its whole length.
+// The bits after the prefix belong to the host, and are kept. An address alone is a prefix of full length.
 Text prefix(std::string_view text) {
   std::size_t const slash = text.find('/');
   auto const found = address(trimmed(text.substr(0, slash)));

@@ -1,5 +1,4 @@
-// The spellings of the model's values, which files and people share (service/ValueText.h): one canonical text for
-// everything that means the same.
+// The spellings of the model's values, for files and users (service/ValueText.h): one canonical text for each meaning.
 #pragma once
 
 #include <optional>
@@ -16,13 +15,13 @@ using Cli::Service::canonicalText;
 using Cli::Service::lowered;
 using Cli::Service::trimmed;
 
-// Registers how the model's types are spelt, for everybody who reads or shows their values.
+// Registers the spellings of the model's types with the service.
 void registerSpellings();
 
 // The texts that stand for "not given".
 bool isAbsent(std::string_view text);
 
-// What a text is that is no value of the type: "is no U16", "is none of up, down".
+// The complaint about a text that is not a value of the type: "is no U16", "is none of up, down".
 std::string refusal(Kel::KelType const& type);
 
 }  // namespace ConfigDb

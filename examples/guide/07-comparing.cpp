@@ -4,7 +4,7 @@
 
 using namespace Cli::Session;
 
-// A comparison that lacks its ends only. Setting the second end runs it.
+// A comparison that has everything but its destination. Setting `dest` runs it.
 EntityCopy::Ptr comparison(Guide::Lab& lab, Kel::Dir::PtrConst const& from) {
   EntityCopyGlobalSessionHandler::Ptr handler = entityCopyGlobalSessionHandlerFactory();
   handler->sessionStatusIs(lab.manager);

@@ -41,7 +41,7 @@ constexpr Root rootTable[] = {
     {"infix-services:web", "services/web", "Router::Web"},
 };
 
-// Behind the prefix of a module: "infix-if-type:ethernet".
+// A name without the prefix of its module: "infix-if-type:ethernet".
 std::string_view local(std::string_view name) { return name.substr(name.rfind(':') + 1); }
 
 // "admin-state": adminState.
@@ -55,7 +55,7 @@ std::string camelCase(std::string_view words) {
   return out;
 }
 
-// The attribute that a member is. Some cannot be called what the file calls them.
+// The attribute for a member. Some have other names than in the file.
 Kel::KelAttr const* attributeOf(Kel::KelType const& type, std::string_view member) {
   static std::map<std::string, char const*, std::less<>> const renamed = {
       {"type", "kind"}, {"class", "kind"}, {"default", "fallback"}, {"id", "code"}};
@@ -220,14 +220,14 @@ class Load {
     if (found != entities_.end()) return entity->attributeIs(attr->id(), key, found->second);
     std::string const reason = "there is no such " + attr->type()->name().str();
     report_.remarks.push_back({place, "'" + target + "': " + reason + ", left null", reason + ", left null"});
-    // The text is kept, until such an entity is made.
+    // The text is kept until such an entity is made.
     Service::Path at = *Service::pathOf(*entity->entityConst(), *into);
     at.steps.push_back(key ? Service::memberStep(*attr, key) : Service::attributeStep(*attr));
     std::string const path = collectionOf(*attr->type()) + "/" + target;
     pending_.add({at, path, path, reason});
   }
 
-  // Where the entities of a type are that references lead to.
+  // The collection of the entities of a type to which references lead.
   static std::string collectionOf(Kel::KelType const& type) {
     static std::map<std::string, char const*> const places = {
         {"Interface", "interfaces.interface"},
@@ -286,7 +286,7 @@ class RouterModel : public Shell::Model {
 
 Shell::Model const& model() {
   static RouterModel const only;
-  // No person means "unset".
+  // Users do not type "unset".
   static bool const told = [] {
     for (char const* type :
          {"ComponentClass", "AdminState", "InterfaceType", "ZoneAction", "KeyFormat", "NacmAction", "LoginShell"}) {

@@ -1,5 +1,5 @@
 // Loads a router's configuration (JSON of YANG instance data) into a directory: a tree of the entities that Router.kel
-// declares. What becomes of a member follows from the type records: a container, a list, a value, a reference.
+// declares. The type records say what a member is: a container, a list, a value or a reference.
 #pragma once
 
 #include <string>

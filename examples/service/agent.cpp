@@ -17,15 +17,15 @@ class PortDriver : public Sv::Participant {
   // The hardware takes frames of up to 9216 bytes.
   void verify(std::vector<Sv::Difference> const& differences) override {
     for (Sv::Difference const& d : differences) {
-      // Of a port that was created, the whole content is there.
+      // A created port has its whole content in `after`.
       bool isMtu = d.attr && d.attr->name() == "mtu", isPort = d.after.is_object();
       unsigned mtu = isMtu ? d.after.get<unsigned>() : isPort ? d.after.value("mtu", 0u) : 0u;
       if (mtu > 9216) throw Sv::Error(d.path.text() + ": the hardware takes at most 9216 bytes");
     }
   }
-  // The commit is in running by now.
+  // Running has the commit already.
   void apply(std::vector<Sv::Difference> const&) override { write(); }
-  // When this is called, running is still what the commit made of it: the file is taken from what was saved.
+  // Running still has the commit, so the file is restored from `before_`.
   void undo(std::vector<Sv::Difference> const&) override { std::ofstream(file_) << before_; }
 
  private:

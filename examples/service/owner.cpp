@@ -30,7 +30,7 @@ int main() {
   branchOf(bob)->port("Ethernet1")->mtuIs(1600);
   std::cout << "bob commits " << *bob.commit("a smaller MTU").number << "\n";
 
-  // Alice is told, and says whose value stands.
+  // Alice's commit is refused. She decides for her own value.
   try {
     alice.commit();
   } catch (Sv::ConflictError const& refused) {
@@ -42,7 +42,7 @@ int main() {
   std::cout << "alice commits " << *alice.commit("jumbo frames").number << "\n";
   std::cout << "Ethernet1 has an MTU of " << device->port("Ethernet1")->mtu() << "\n";
 
-  // Back to what bob committed: edits first, which are reviewed like any others.
+  // Back to what bob committed. The rollback makes edits, which are reviewed like any others.
   alice.rollback(1);
   for (Sv::Difference const& difference : alice.differences()) std::cout << Sv::text(difference) << "\n";
   service.close(alice, true);

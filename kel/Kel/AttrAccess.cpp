@@ -1,8 +1,17 @@
 #include "Kel/AttrAccess.h"
 
+#include "Kel/Assert.h"
 #include "Kel/Entity.h"
 
 namespace Kel {
+
+namespace {
+
+[[noreturn]] void lacks(char const* function) {
+  assertionFailed(KEL_SOURCE_NAME, __LINE__, function, "the attribute's shape has it");
+}
+
+}  // namespace
 
 GenericIf::Ptr AttrAccess::get(KelAttr const& attr, void const*, GenericIf const*, bool) const {
   throwOpNotSupportedException(attr.fullName(), "attribute");
@@ -27,45 +36,43 @@ void AttrAccess::op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf co
 GenericIf::Ptr AttrAccess::call(KelAttr const& attr, Entity const&, bool, GenericIf::Args const&) const {
   throwOpNotSupportedException(attr.fullName(), "attributeCall");
 }
-std::unique_ptr<AttrIterator> AttrAccess::iterator(KelAttr const& attr, Entity const&, GenericIf const*) const {
+AttrIterator& AttrAccess::iterate(KelAttr const& attr, Entity const&, GenericIf const*, IteratorRoom&) const {
   throwOpNotSupportedException(attr.fullName(), "attributeIterator");
 }
 U32 AttrAccess::count(KelAttr const& attr, Entity const&) const {
   throwOpNotSupportedException(attr.fullName(), "attributeCount");
 }
 
-bool AttrAccess::equal(Entity const&, Entity const&) const { return false; }
-bool AttrAccess::equalThrough(Entity const&, Entity const&, SameTarget&) const { return false; }
-AttrIterator& AttrAccess::iterate(KelAttr const& attr, Entity const&, IteratorRoom&) const {
-  throwOpNotSupportedException(attr.fullName(), "iterate");
-}
+bool AttrAccess::equal(Entity const&, Entity const&) const { lacks("equal"); }
+bool AttrAccess::equalThrough(Entity const&, Entity const&, SameTarget&) const { lacks("equalThrough"); }
 AttrAccess::Found AttrAccess::findMember(Entity const&, AttrIterator const&, Entity*, Entity**) const {
-  return Found::absent;
+  lacks("findMember");
 }
-void AttrAccess::copyMember(KelAttr const& attr, Entity&, AttrIterator const&, Entity*, Entity*) const {
-  throwOpNotSupportedException(attr.fullName(), "copyMember");
+void AttrAccess::copyMember(KelAttr const&, Entity&, AttrIterator const&, Entity*, Entity*) const {
+  lacks("copyMember");
 }
-void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const {}
-Entity* AttrAccess::single(Entity const&) const { return nullptr; }
-void AttrAccess::point(KelAttr const&, Entity&, Entity*) const {}
-U32 AttrAccess::memberEnd(Entity const&) const { return 0; }
-Entity* AttrAccess::memberAt(Entity const&, U32) const { return nullptr; }
-U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*) const { return 0; }
+void AttrAccess::appendValue(KelAttr const&, Entity&, AttrIterator const&) const { lacks("appendValue"); }
+void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const { lacks("copyValue"); }
+Entity* AttrAccess::single(Entity const&) const { lacks("single"); }
+void AttrAccess::point(KelAttr const&, Entity&, Entity*) const { lacks("point"); }
+void AttrAccess::dropPointers(Entity&) const { lacks("dropPointers"); }
+U32 AttrAccess::memberEnd(Entity const&) const { lacks("memberEnd"); }
+Entity* AttrAccess::memberAt(Entity const&, U32) const { lacks("memberAt"); }
+U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*) const { lacks("gatherPairs"); }
 bool AttrAccess::membersEqual(Entity const&, Entity const&, bool (*)(Entity const&, Entity const&)) const {
-  return false;
+  lacks("membersEqual");
 }
-Entity* AttrAccess::memberLike(Entity const&, Entity const&, U32) const { return nullptr; }
-U32 AttrAccess::positionOf(Entity const&, Entity const&) const { return 0; }
-Entity* AttrAccess::newLike(KelAttr const& attr, Entity&, Entity const&) const {
-  throwOpNotSupportedException(attr.fullName(), "newLike");
+Entity* AttrAccess::memberLike(Entity const&, Entity const&, U32) const { lacks("memberLike"); }
+U32 AttrAccess::positionOf(Entity const&, Entity const&) const { lacks("positionOf"); }
+Entity* AttrAccess::newLike(KelAttr const&, Entity&, Entity const&) const { lacks("newLike"); }
+void AttrAccess::reserveMembers(Entity&, U32) const { lacks("reserveMembers"); }
+bool AttrAccess::sameShape(Entity const&, Entity const&) const { lacks("sameShape"); }
+Entity* AttrAccess::child(Entity const&, std::string_view) const { lacks("child"); }
+void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const { lacks("eachChild"); }
+void AttrAccess::takeChildren(Entity&, ChildTaken, void*) const { lacks("takeChildren"); }
+void AttrAccess::write(KelAttr const&, void const*, AttrLogOut&) const {
+  throwNoImplementationException("AttrAccess::write");
 }
-void AttrAccess::reserveMembers(Entity&, U32) const {}
-bool AttrAccess::sameShape(Entity const&, Entity const&) const { return false; }
-Entity* AttrAccess::child(Entity const&, std::string_view) const { return nullptr; }
-void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const {}
-void AttrAccess::takeChildren(Entity&, ChildTaken, void*) const {}
-void AttrAccess::dropPointers(Entity&) const {}
-void AttrAccess::write(void const*, AttrLogOut&) const { throwNoImplementationException("AttrAccess::write"); }
 void AttrAccess::read(KelAttr const& attr, void*, AttrLogIn&) const {
   throwOpNotSupportedException(attr.fullName(), "read");
 }

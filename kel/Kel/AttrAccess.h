@@ -1,13 +1,13 @@
-// How the attributes of objects are reached without knowing their type: one access object for each kind of storage,
-// shared by all attributes of that kind and reached through the attribute's record. Two doors to the same storage: the
-// boxed operations behind GenericIf, and the typed operations that the copy engine's inner loop works with, which
-// neither allocate nor format.
+// Access to the attributes of objects whose type is not known at compile time. An attribute's record has an access
+// object of a class for the attribute's kind of storage. It has two sets of operations: the boxed ones behind
+// GenericIf, and the typed ones for the inner loop of the copy engine, which neither allocate nor format.
 #pragma once
 
 #include <cstddef>
-#include <memory>
+#include <new>
 #include <string_view>
-#include <vector>
+#include <type_traits>
+#include <utility>
 
 #include "Kel/GenericIf.h"
 
@@ -16,7 +16,9 @@ namespace Kel {
 class AttrLogIn;
 class AttrLogOut;
 
-// An iterator over a collection, as the collection itself has it; GenericIf::AttributeIterator wraps it.
+class IteratorRoom;
+
+// An iterator over a collection; GenericIf::AttributeIterator wraps it.
 class KEL_API AttrIterator {
  public:
   virtual ~AttrIterator() = default;
@@ -24,45 +26,50 @@ class KEL_API AttrIterator {
   virtual GenericIf::Ptr key() const = 0;
   virtual GenericIf::Ptr obj(bool constView) const = 0;
   virtual void inc() = 0;
-  virtual std::unique_ptr<AttrIterator> clone() const = 0;
+  virtual void cloneInto(IteratorRoom& room) const = 0;
 
-  // Typed: the entity that is the key, and the one that is the member, owned or pointed at; null where the key or the
-  // member is a value, or a null pointer.
+  // Typed: the entity that is the key, and the entity that is the member, owned or pointed at. Null if the key or
+  // member is a value or a null pointer.
   virtual Entity* keyTarget() const = 0;
   virtual Entity* target() const = 0;
 };
 
-// Room for an iterator on the stack: walking a collection allocates nothing, but where the keys are uncommonly large.
+// Room for an iterator on the stack, so that walking a collection allocates nothing, unless its keys are very large.
 class IteratorRoom {
  public:
   IteratorRoom() = default;
   ~IteratorRoom() {
-    if (it_ && !large_) it_->~AttrIterator();
+    if (large_)
+      delete it_;
+    else if (it_)
+      it_->~AttrIterator();
   }
   IteratorRoom(IteratorRoom const&) = delete;
   IteratorRoom& operator=(IteratorRoom const&) = delete;
 
-  // Once for each room.
+  // REQUIRES: called once for each room.
   template <class It>
   AttrIterator& emplace(It&& it) {
     using Made = std::decay_t<It>;
     if constexpr (sizeof(Made) <= size && alignof(Made) <= alignof(void*)) {
       it_ = new (bytes_) Made(std::forward<It>(it));
     } else {
-      large_ = std::make_unique<Made>(std::forward<It>(it));
-      it_ = large_.get();
+      it_ = new Made(std::forward<It>(it));
+      large_ = true;
     }
     return *it_;
   }
+  // REQUIRES: `emplace` was called.
+  AttrIterator& iterator() const { return *it_; }
 
  private:
   static constexpr std::size_t size = 80;
   alignas(void*) std::byte bytes_[size];
   AttrIterator* it_ = nullptr;
-  std::unique_ptr<AttrIterator> large_;
+  bool large_ = false;  // it is on the heap
 };
 
-// How two pointers of two trees are compared: whether the one stands for the other.
+// Compares pointers of two trees: whether one target is the counterpart of the other.
 class SameTarget {
  public:
   // Neither is null.
@@ -76,8 +83,8 @@ class KEL_API AttrAccess {
  public:
   virtual ~AttrAccess() = default;
 
-  // Boxed. `object` is the Entity, or the value for a field of a value type. Writers notify reactors. What a kind of
-  // storage does not have raises through throwOpNotSupportedException.
+  // Boxed. `object` is the Entity or, for a field, the value of the value type. Writers notify reactors. An operation
+  // that the kind of storage does not have raises OpNotSupportedException.
   virtual GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const;
   virtual void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const;
   virtual void del(KelAttr const& attr, Entity& e, GenericIf const* key) const;
@@ -85,34 +92,59 @@ class KEL_API AttrAccess {
   virtual void deq(KelAttr const& attr, Entity& e) const;
   virtual void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const;
   virtual GenericIf::Ptr call(KelAttr const& attr, Entity const& e, bool constView, GenericIf::Args const& args) const;
-  // From the start, or on the member under the key.
-  virtual std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const;
+  // An iterator in `room`, on the member under the key, or on the first one if `key` is null. Raises
+  // OpNotSupportedException if the attribute is not a collection.
+  virtual AttrIterator& iterate(KelAttr const& attr, Entity const& e, GenericIf const* key, IteratorRoom& room) const;
+  AttrIterator& iterate(KelAttr const& attr, Entity const& e, IteratorRoom& room) const {
+    return iterate(attr, e, nullptr, room);
+  }
   virtual U32 count(KelAttr const& attr, Entity const& e) const;
 
-  // Typed. Whether the attribute's whole content is equal in two entities of the same type: values and collections of
-  // values; pointers by identity. Never called for owned entities.
+  // Typed. Each shape has the functions of its groups below. To call another one fails an assertion.
+
+  // Single values; pointers; collections and queues of values and pointers: whether the whole content is equal in two
+  // entities of the same type. Pointers are equal if they lead to the same entity. Values without a comparison differ.
   virtual bool equal(Entity const& a, Entity const& b) const;
-  // The same for keyed collections with pointers in them, in order: pointers are compared by `same`. False for anything
-  // else, and where the members stand in another order.
-  virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
-  // An iterator over the members, in `room`. Raises OpNotSupportedException where there are no members.
-  virtual AttrIterator& iterate(KelAttr const& attr, Entity const& e, IteratorRoom& room) const;
-  // Of a keyed collection of values or pointers, about the member that an iterator over another entity's same attribute
-  // is on. Where keys or members are pointers, `key` and `target` are given in their place.
-  enum class Found : U8 { absent, different, equal };
-  // Looks for a member under the same key; members that are pointers are left to the caller, who gets `*target`.
-  virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
-  // Sets it, and notifies.
-  virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
-  // Copies a single value across and notifies; the values differ.
+
+  // Single values. Copies the value, and notifies. REQUIRES: the values differ.
   virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
-  // Of a singleton or a pointer: the entity, or null.
+
+  // Pointers and singletons: the entity, or null. A pointer to another object than an entity is null.
   virtual Entity* single(Entity const& e) const;
-  // Points a single pointer at a target of the right type, and notifies.
+  // Pointers to entities. Sets the pointer, and notifies. REQUIRES: the target is of the right type.
   virtual void point(KelAttr const& attr, Entity& e, Entity* target) const;
-  // Owned members by position (hash maps; `memberEnd` is 0 elsewhere): null at a gap.
+  // Attributes with pointers. Clears all of them, without notifying.
+  virtual void dropPointers(Entity& e) const;
+
+  // Keyed collections of values and pointers. As `equal`, for those with pointers in them; `same` compares the
+  // pointers. False for collections without pointers, and if the members have another order.
+  virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
+  // The next two: `at` is an iterator on a member of the same attribute of another entity. `key` replaces the
+  // iterator's key, and `target` its member, where these are pointers.
+  enum class Found : U8 { absent, different, equal };
+  // Compares the member with the one under the same key. For pointers, sets `*target`, and leaves the comparison to the
+  // caller.
+  virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
+  // Sets the member under the same key, and notifies.
+  virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
+
+  // Queues of values. Appends the value that `at`, an iterator over the same queue of another entity, is on; notifies.
+  virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
+
+  // Owned entities by key. The one with the key of `member`, which belongs to the same attribute of another entity;
+  // null if there is none, and for queues. `hint` is the position of `member`.
+  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
+  // The end of the members' positions. Only members of hash maps have positions; for others it is 0.
   virtual U32 memberEnd(Entity const& e) const;
+  // Whether the keys of two entities' members have the same hashes at the same positions. Then the keys are almost
+  // certainly the same. Touches no member. False if members have no positions.
+  virtual bool sameShape(Entity const& a, Entity const& b) const;
+  // Owned entities that have positions. The one at a position below the end, or null for a gap.
   virtual Entity* memberAt(Entity const& e, U32 position) const;
+  // The position of a member.
+  virtual U32 positionOf(Entity const& e, Entity const& member) const;
+  // Makes room for so many members.
+  virtual void reserveMembers(Entity& e, U32 count) const;
   // Two owned members under one key at one position.
   struct Pair {
     Entity* dest;
@@ -120,45 +152,35 @@ class KEL_API AttrAccess {
     U32 position;
   };
   static constexpr U32 maxPairs = 16;
-  // Gathers pairs from `position` on, at most `maxPairs`, and moves `position` behind them. It stops where the two
-  // entities have other keys at one position. What comes next is prefetched. Only for members that have positions.
+  // Collects at most `maxPairs` pairs from `position` on, and moves `position` behind them. Stops where the two
+  // entities have different keys at one position. Prefetches the next members.
   virtual U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, Pair* pairs) const;
-  // Whether two entities have the same owned members at the same positions, by their keys and by `alike`. False where
-  // members have no positions.
+  // Whether two entities have the same members at the same positions, by their keys and by `alike`.
   virtual bool membersEqual(Entity const& a, Entity const& b, bool (*alike)(Entity const&, Entity const&)) const;
-  // The owned member with the same key as a member of another entity's same attribute, or null; `hint` is where the
-  // other one stands.
-  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
-  // Where an owned member stands, for members that have positions.
-  virtual U32 positionOf(Entity const& e, Entity const& member) const;
-  // A new owned singleton or member with the constructor parameters of another; the key must be free. Notifies.
-  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
-  virtual void reserveMembers(Entity& e, U32 count) const;
-  // Whether the members of two entities stand at the same positions under keys of the same hashes: almost certainly the
-  // same keys, found out without touching a member. False where members have no positions.
-  virtual bool sameShape(Entity const& a, Entity const& b) const;
 
-  // The owned entity under a printed key (the empty one: the singleton), or null.
+  // Singletons, and owned entities by key. Makes one with the constructor parameters of `like`, and notifies. REQUIRES:
+  // the key is free.
+  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
+
+  // Attributes that own entities. The entity under a printed key (for a singleton the empty key), or null.
   virtual Entity* child(Entity const& e, std::string_view key) const;
   // Calls back with every owned entity.
   virtual void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const;
-  // Moves every owned entity out, silently, and hands it on. Takes no memory.
+  // Moves every owned entity out, into a call of `taken`. Does not notify, and allocates nothing.
   using ChildTaken = void (*)(Ptr<Entity> child, void* context);
   virtual void takeChildren(Entity& e, ChildTaken taken, void* context) const;
-  // Forgets every pointer, silently.
-  virtual void dropPointers(Entity& e) const;
 
-  // For the attribute log (AttrLog.h). Whether the content follows from other attributes, and so stays out of it.
+  // For the attribute log (AttrLog.h). Whether the content is derived from other attributes, and so not logged.
   virtual bool derived() const { return false; }
   // The content, without the owned entities themselves; `object` as for `get`.
-  virtual void write(void const* object, AttrLogOut& out) const;
-  // Reads it back, silently, into an object in which the attribute still is as it was made.
+  virtual void write(KelAttr const&, void const* object, AttrLogOut& out) const;
+  // Reads it back, without notifying. REQUIRES: the attribute has its initial content.
   virtual void read(KelAttr const& attr, void* object, AttrLogIn& in) const;
-  // Calls back with everything that is owned, in the order in which `restore` takes it; `sequence` numbers the members
-  // of a queue. The default is `eachChild`.
+  // Attributes that own entities. Calls back with everything that is owned, in the order that `restore` needs;
+  // `sequence` is the number of a queue's member. The default is `eachChild`.
   using OwnedVisit = void (*)(Entity* owned, U64 sequence, void* context);
   virtual void eachOwned(Entity const& e, OwnedVisit visit, void* context) const;
-  // Puts an entity that was read back under its owner, silently. Raises what a write of it would.
+  // Puts an entity that was read back under its owner, without notifying. Raises what a write of it would.
   virtual void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64 sequence) const;
 };
 

@@ -20,4 +20,13 @@ void checkCallArgs(KelAttr const& attr, GenericIf::Args const& args) {
   }
 }
 
+GenericIf::Ptr OpAccess::call(KelAttr const& attr, Entity const& e, bool constView, GenericIf::Args const& args) const {
+  if (constView && !isConst_) throwConstException(attr.fullName());
+  checkCallArgs(attr, args);
+  return function_(attr, const_cast<Entity&>(e), args);
+}
+
+bool sameName(Entity const& a, Entity const& b) { return a.name() == b.name(); }
+bool noFurtherParams(Entity const&, Entity const&) { return true; }
+
 }  // namespace Kel

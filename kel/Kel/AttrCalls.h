@@ -6,51 +6,66 @@
 
 #include "Kel/AttrAccess.h"
 #include "Kel/Box.h"
+#include "Kel/EntityKey.h"
 
 namespace Kel {
 
-// Finds the argument of that name; checks that every given name is known.
+// The n-th argument of an operation. Raises UnknownArgException if it is missing.
 KEL_API GenericIf const* callArg(KelAttr const& attr, GenericIf::Args const& args, std::size_t n);
+// Raises UnknownArgException for an argument that is unknown or given twice.
 KEL_API void checkCallArgs(KelAttr const& attr, GenericIf::Args const& args);
 
-// A callable attribute.
-template <class F>
-class OpAccess;
-template <class R, class C, bool isConst, class F, class... A>
-class OpAccessOf : public AttrAccess {
+// An operation, by a function that converts the arguments and calls it.
+class KEL_API OpAccess final : public AttrAccess {
  public:
-  explicit OpAccessOf(F function) : function_(function) {}
-  GenericIf::Ptr call(KelAttr const& attr, Entity const& e, bool constView,
-                      GenericIf::Args const& args) const override {
-    if (constView && !isConst) throwConstException(attr.fullName());
-    checkCallArgs(attr, args);
-    return apply(attr, const_cast<C&>(static_cast<C const&>(e)), args, std::index_sequence_for<A...>());
+  using Function = GenericIf::Ptr (*)(KelAttr const& attr, Entity& e, GenericIf::Args const& args);
+  OpAccess(Function function, bool isConst) : function_(function), isConst_(isConst) {}
+  GenericIf::Ptr call(KelAttr const& attr, Entity const& e, bool constView, GenericIf::Args const& args) const override;
+
+ private:
+  Function function_;
+  bool isConst_;
+};
+
+// The function for an operation.
+template <auto function, class C, class R, class... A>
+struct Call {
+  static GenericIf::Ptr call(KelAttr const& attr, Entity& e, GenericIf::Args const& args) {
+    return apply(attr, static_cast<C&>(e), args, std::index_sequence_for<A...>());
   }
 
  private:
   template <std::size_t... I>
-  GenericIf::Ptr apply(KelAttr const& attr, C& object, [[maybe_unused]] GenericIf::Args const& args,
-                       std::index_sequence<I...>) const {
+  static GenericIf::Ptr apply([[maybe_unused]] KelAttr const& attr, C& object,
+                              [[maybe_unused]] GenericIf::Args const& args, std::index_sequence<I...>) {
     // Braces: the arguments are checked in order before the call.
     std::tuple<std::decay_t<A>...> values{
-        unbox<std::decay_t<A>>(callArg(attr, args, I), attr.fullName() + "(" + attr.args()[I].name + ")")...};
+        unbox<std::decay_t<A>>(callArg(attr, args, I), Place(attr.fullName(), attr.args()[I]))...};
     if constexpr (std::is_void_v<R>) {
-      (object.*function_)(std::get<I>(values)...);
+      (object.*function)(std::get<I>(values)...);
       return nullptr;
     } else {
-      return box(std::decay_t<R>((object.*function_)(std::get<I>(values)...)));
+      return box(std::decay_t<R>((object.*function)(std::get<I>(values)...)));
     }
   }
-  F function_;
 };
-template <class R, class C, class... A>
-class OpAccess<R (C::*)(A...)> final : public OpAccessOf<R, C, false, R (C::*)(A...), A...> {
-  using OpAccessOf<R, C, false, R (C::*)(A...), A...>::OpAccessOf;
-};
-template <class R, class C, class... A>
-class OpAccess<R (C::*)(A...) const> final : public OpAccessOf<R, C, true, R (C::*)(A...) const, A...> {
-  using OpAccessOf<R, C, true, R (C::*)(A...) const, A...>::OpAccessOf;
-};
+
+// Compare the constructor parameters of types whose only parameter is the name: all of them, and all but the first.
+KEL_API bool sameName(Entity const& a, Entity const& b);
+KEL_API bool noFurtherParams(Entity const& a, Entity const& b);
+
+// Whether a getter is that of the entity's name.
+template <auto Getter>
+constexpr bool isNameGetter() {
+  if constexpr (std::is_same_v<decltype(Getter), Name const& (Entity::*)() const>)
+    return Getter == &Entity::name;
+  else
+    return false;
+}
+
+// Whether an entity with these constructor parameters gets its name when it is made, not when the name is first read.
+template <class First = Name, class...>
+inline constexpr bool isNamedWhenMade = isPtrType<First> || std::is_same_v<First, String8>;
 
 // Creating an entity of type T from its constructor arguments.
 template <class T, auto... Getter>
@@ -58,17 +73,20 @@ struct Construct {
   template <auto G>
   using Param = std::decay_t<decltype((std::declval<T const&>().*G)())>;
   static constexpr bool comparable = !(isPtrType<Param<Getter>> || ...);
+  // The name is the only parameter.
+  static constexpr bool byName = sizeof...(Getter) == 1 && (isNameGetter<Getter>() && ...);
+  // NameKey cannot read a name that is made later.
+  static_assert(isNamedWhenMade<Param<Getter>...> || !std::is_base_of_v<NameKey, EntityKey<T>>);
 
   static Ptr<Entity> construct(std::vector<GenericIf::PtrConst> const& args, KelType const& type) {
     return constructWith(args, type, std::index_sequence_for<Param<Getter>...>());
   }
   static bool paramsEqual(Entity const& a, Entity const& b) {
-    T const& x = static_cast<T const&>(a);
-    T const& y = static_cast<T const&>(b);
-    (void)x, (void)y;
+    [[maybe_unused]] T const& x = static_cast<T const&>(a);
+    [[maybe_unused]] T const& y = static_cast<T const&>(b);
     return (((x.*Getter)() == (y.*Getter)()) && ...);
   }
-  // The same but for the first parameter.
+  // The same without the first parameter.
   static bool furtherParamsEqual(Entity const& a, Entity const& b) {
     T const& x = static_cast<T const&>(a);
     T const& y = static_cast<T const&>(b);
@@ -87,7 +105,7 @@ struct Construct {
   static Ptr<Entity> constructWith([[maybe_unused]] std::vector<GenericIf::PtrConst> const& args, KelType const& type,
                                    std::index_sequence<I...>) {
     std::tuple<Param<Getter>...> values{
-        unbox<Param<Getter>>(args[I].ptr(), type.fullTypeName() + "(" + type.ctorArgs()[I].name + ")")...};
+        unbox<Param<Getter>>(args[I].ptr(), Place(type.fullTypeName(), type.ctorArgs()[I]))...};
     return Ptr<Entity>(new T(std::get<I>(values)...));
   }
 };

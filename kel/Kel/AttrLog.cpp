@@ -106,7 +106,7 @@ KelNboAttrLogSa KelNboAttrLogSa::described(AttrLogIn& in) {
 }
 
 void KelNboAttrLogSa::write(Entity const& e, AttrLogOut& out) const {
-  for (KelAttr const* attr : attributes_) attr->access().write(&e, out);
+  for (KelAttr const* attr : attributes_) attr->access().write(*attr, &e, out);
 }
 
 void KelNboAttrLogSa::read(Entity& e, AttrLogIn& in) const {

@@ -7,7 +7,7 @@
 // attributes that are derived from others; the private state of an `impl`; what is not owned.
 //
 // Neither function calls reactors, or the `onChange` operations of a model. The cost is linear in what is written or
-// read. Depth takes no stack. A tree belongs to one thread at a time.
+// read. Neither recurses, so trees may have any depth. A tree belongs to one thread at a time.
 #pragma once
 
 #include <string>
@@ -34,7 +34,7 @@ inline constexpr U16 attrLogVersion = 1;
 KEL_API std::string writeAttrLog(Entity const& top);
 
 // Reads a log into new entities and answers the top one. It has no parent; `Dir::entryIs` adds it to a directory. Paths
-// in the log lead through the tree of `context`; without one, a log with paths is refused.
+// in the log are resolved in the tree of `context`; without one, a log with paths is refused.
 //
 // Raises AttrLogRecordException if the bytes are not a whole log of this version and of the types of this process.
 // Raises AttrLogEntityException if an entity cannot be made, or a pointer leads nowhere. The message begins with the
@@ -49,7 +49,7 @@ class KEL_API KelNboAttrLogSa {
   explicit KelNboAttrLogSa(KelType const& type);
 
   KelType const& type() const { return type_; }
-  // The streamed attributes: of an entity type its constructor parameters first.
+  // The streamed attributes; an entity type's constructor parameters come first.
   std::vector<KelAttr const*> const& attributes() const { return attributes_; }
 
   // Writes the description of the type, against which a reader checks its own type.
@@ -73,7 +73,7 @@ class KEL_API KelNboAttrLogSa {
 
 // The kinds of records in a log.
 enum class AttrLogRecord : U8 { type = 1, entity = 2, end = 3 };
-// Written as the number of the owner of an entity without one.
+// The number of the owner of an entity that has none.
 inline constexpr U32 attrLogNoOwner = 0xffffffff;
 
 // The checksum of a log: CRC-32 (polynomial 0x04C11DB7 reflected, initial value and final exclusive-or all ones), as in

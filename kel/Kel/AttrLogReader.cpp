@@ -1,3 +1,4 @@
+#include <memory>
 #include <optional>
 #include <unordered_set>
 

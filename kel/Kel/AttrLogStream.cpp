@@ -61,6 +61,13 @@ bool AttrLogIn::getBool() {
   return v != 0;
 }
 
+U64 AttrLogIn::getBits(std::size_t bytes) {
+  auto const* at = reinterpret_cast<unsigned char const*>(takeBytes(bytes));
+  U64 bits = 0;
+  for (std::size_t i = 0; i < bytes; ++i) bits = bits << 8 | at[i];
+  return bits;
+}
+
 std::string_view AttrLogIn::getText() {
   std::size_t const start = at_;
   U32 const size = get<U32>();
@@ -109,10 +116,20 @@ void AttrLogIn::wantNull(KelType const* wanted) {
 void AttrLogIn::throwRecord(String8 const& what) const { throwAttrLogRecord(item_, what); }
 void AttrLogIn::throwEntity(String8 const& what) const { throwAttrLogEntity(item_, what); }
 
+void AttrLogOut::putBits(U64 bits, std::size_t bytes) {
+  char out[sizeof bits];
+  for (std::size_t i = bytes; i-- > 0; bits >>= 8) out[i] = static_cast<char>(bits & 0xff);
+  bytes_.append(out, bytes);
+}
+void AttrLogOut::putText(std::string_view text) {
+  put(static_cast<U32>(text.size()));
+  putBytes(text);
+}
+
 // --- Values ---
 
 void writeAttrLogValue(AttrLogOut& out, KelType const& type, void const* value) {
-  for (KelAttr const* field : type.attributeQ()) field->access().write(value, out);
+  for (KelAttr const* field : type.attributeQ()) field->access().write(*field, value, out);
 }
 
 void readAttrLogValue(AttrLogIn& in, KelType const& type, void* value) {

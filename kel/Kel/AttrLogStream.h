@@ -40,18 +40,11 @@ class KEL_API AttrLogOut {
   // Writes an integer, a boolean, a character, or a floating-point number by its bits.
   template <class T>
   void put(T v) {
-    auto bits = std::bit_cast<BitsOf<T>>(v);
-    char bytes[sizeof bits];
-    for (std::size_t i = sizeof bits; i-- > 0; bits = static_cast<BitsOf<T>>(bits >> 4 >> 4))
-      bytes[i] = static_cast<char>(bits & 0xff);
-    bytes_.append(bytes, sizeof bytes);
+    putBits(std::bit_cast<BitsOf<T>>(v), sizeof(T));
   }
   // Writes a length and the characters.
   void put(String8 const& text) { putText(text); }
-  void putText(std::string_view text) {
-    put(static_cast<U32>(text.size()));
-    putBytes(text);
-  }
+  void putText(std::string_view text);
   void putBytes(std::string_view bytes) { bytes_.append(bytes); }
   // Writes a reference: the number of an entity of the log, or the path of another entity of the tree. An entity
   // without an owner is numbered and added to `unowned`, if its type allows that. Raises EntityIdUnavailableException
@@ -70,6 +63,8 @@ class KEL_API AttrLogOut {
   std::string take() { return std::move(bytes_); }
 
  private:
+  void putBits(U64 bits, std::size_t bytes);
+
   Entity const* treeRoot_;
   std::unordered_map<Entity const*, U32> ids_;
   std::vector<Entity const*> unowned_;
@@ -96,10 +91,7 @@ class KEL_API AttrLogIn {
 
   template <class T>
   T get() {
-    auto const* bytes = reinterpret_cast<unsigned char const*>(takeBytes(sizeof(T)));
-    BitsOf<T> bits = 0;
-    for (std::size_t i = 0; i < sizeof(T); ++i) bits = static_cast<BitsOf<T>>(static_cast<U64>(bits) << 8 | bytes[i]);
-    return std::bit_cast<T>(bits);
+    return std::bit_cast<T>(static_cast<BitsOf<T>>(getBits(sizeof(T))));
   }
   bool getBool();
   std::string_view getText();
@@ -119,6 +111,7 @@ class KEL_API AttrLogIn {
  private:
   // The next bytes. Raises if there are fewer.
   char const* takeBytes(std::size_t bytes);
+  U64 getBits(std::size_t bytes);
 
   std::string_view log_;
   std::size_t at_;

@@ -1,12 +1,14 @@
 // Attribute storage: queues of values and of owned entities; see AttrStorage.h.
 #pragma once
 
-#include "Kel/AttrMaps.h"
+#include "Kel/AttrIterators.h"
+#include "Kel/AttrOwned.h"
+#include "Kel/AttrStorage.h"
 #include "Kel/LinkQueue.h"
 
 namespace Kel {
 
-// What queues of values and of entities have in common.
+// The common part of queues of values and of entities.
 template <class Q>
 class AnyQueueAccess : public AttrAccess {
  protected:
@@ -14,15 +16,15 @@ class AnyQueueAccess : public AttrAccess {
   using I = typename Q::key_type;
 
  public:
-  explicit AnyQueueAccess(Q Entity::*slot) : slot_(slot) {}
+  explicit AnyQueueAccess(Offset at) : at_(at) {}
 
   GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override {
-    V const* v = (static_cast<Entity const*>(object)->*slot_).find(unboxKey<I>(attr, key));
+    V const* v = of(*static_cast<Entity const*>(object)).find(unboxKey<I>(attr, key));
     return v ? boxView(*v, constView) : GenericIf::Ptr();
   }
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
     if (op == AttributeOp::deleteAll) {
-      while (!(e.*slot_).empty()) deq(attr, e);
+      while (!of(e).empty()) deq(attr, e);
     } else if (op == AttributeOp::notify) {
       I const i = unboxKey<I>(attr, key);
       e.notify(attr.id(), &i);
@@ -30,54 +32,56 @@ class AnyQueueAccess : public AttrAccess {
       AttrAccess::op(attr, e, op, key, value);
     }
   }
-  std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override {
-    Q const& queue = e.*slot_;
-    return boxedIterator<MemberValue>(key ? queue.iterator(unboxKey<I>(attr, key)) : queue.iterator());
+  AttrIterator& iterate(KelAttr const& attr, Entity const& e, GenericIf const* key, IteratorRoom& room) const override {
+    Q const& queue = of(e);
+    return iteratorIn<MemberValue>(room, key ? queue.iterator(unboxKey<I>(attr, key)) : queue.iterator());
   }
-  AttrIterator& iterate(KelAttr const&, Entity const& e, IteratorRoom& room) const override {
-    return iteratorIn<MemberValue>(room, (e.*slot_).iterator());
-  }
-  U32 count(KelAttr const&, Entity const& e) const override { return (e.*slot_).members(); }
+  U32 count(KelAttr const&, Entity const& e) const override { return of(e).members(); }
 
  protected:
+  Q& of(Entity& e) const { return at_.in<Q>(e); }
+  Q const& of(Entity const& e) const { return at_.in<Q>(e); }
   static void setNext(KelAttr const& attr, Q& queue, U64 next, AttrLogIn const& in) {
     if (!queue.nextSequenceIs(next)) in.throwRecord(attr.fullName() + ": the next index does not follow the members'");
   }
 
-  Q Entity::*slot_;
+ private:
+  Offset at_;
 };
 
 // A queue of values.
 template <class Q>
 class QueueAccess final : public AnyQueueAccess<Q> {
   using typename AnyQueueAccess<Q>::I;
-  using AnyQueueAccess<Q>::slot_;
+  using AnyQueueAccess<Q>::of;
   using typename AnyQueueAccess<Q>::V;
 
  public:
   using AnyQueueAccess<Q>::AnyQueueAccess;
 
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    I const i = unboxKey<I>(attr, key);
-    if ((e.*slot_).erase(i)) changed(attr, e, &i);
+    if (eraseQueuedValue(e, of(e), attr.id(), unboxKey<I>(attr, key))) afterChange(attr, e);
   }
   void enq(KelAttr const& attr, Entity& e, GenericIf const* value) const override {
-    I const i = (e.*slot_).enq(unbox<V>(value, attr.fullName()));
-    changed(attr, e, &i);
+    enqueueValue(e, of(e), attr.id(), unbox<V>(value, attr.fullName()));
+    afterChange(attr, e);
+  }
+  void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const override {
+    using Position = decltype(of(dest).iterator());
+    enqueueValue(dest, of(dest), attr.id(), static_cast<BoxedIterator<Position, MemberValue> const&>(at).it().value());
   }
   void deq(KelAttr const& attr, Entity& e) const override {
-    I const i = (e.*slot_).empty() ? I(0) : (e.*slot_).iterator().key();
-    (e.*slot_).deq();
-    changed(attr, e, &i);
+    dequeueValue(e, of(e), attr.id());
+    afterChange(attr, e);
   }
   bool equal(Entity const& a, Entity const& b) const override {
     if constexpr (requires(V const& v) { v == v; })
-      return a.*slot_ == b.*slot_;
+      return of(a) == of(b);
     else
       return false;
   }
-  void write(void const* object, AttrLogOut& out) const override {
-    Q const& queue = static_cast<Entity const*>(object)->*slot_;
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override {
+    Q const& queue = of(*static_cast<Entity const*>(object));
     out.put(queue.members());
     for (auto it = queue.iterator(); it; ++it) {
       out.put(it.sequence());
@@ -86,7 +90,7 @@ class QueueAccess final : public AnyQueueAccess<Q> {
     out.put(queue.nextSequence());
   }
   void read(KelAttr const& attr, void* object, AttrLogIn& in) const override {
-    Q& queue = static_cast<Entity*>(object)->*slot_;
+    Q& queue = of(*static_cast<Entity*>(object));
     for (U32 left = in.get<U32>(); left > 0; --left) {
       U64 const sequence = in.get<U64>();
       if (!queue.follows(sequence)) in.throwRecord(attr.fullName() + ": the indices do not ascend");
@@ -100,64 +104,55 @@ class QueueAccess final : public AnyQueueAccess<Q> {
 template <class Q>
 class OwnedQueueAccess final : public AnyQueueAccess<Q> {
   using typename AnyQueueAccess<Q>::I;
-  using AnyQueueAccess<Q>::slot_;
+  using AnyQueueAccess<Q>::of;
   using E = typename Q::mapped_type::element_type;
 
  public:
   using AnyQueueAccess<Q>::AnyQueueAccess;
 
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    I const i = unboxKey<I>(attr, key);
-    if ((e.*slot_).find(i)) drop(attr, e, i);
+    if (eraseQueuedMember(e, of(e), attr.id(), unboxKey<I>(attr, key))) afterChange(attr, e);
   }
   void enq(KelAttr const& attr, Entity& e, GenericIf const* value) const override {
     std::vector<GenericIf::PtrConst> args =
         value ? creationArgs(attr, nullptr, value) : std::vector<GenericIf::PtrConst>();
-    I const i = (e.*slot_).nextIndex();
-    if (!TypeOf<E>::type()->ctorArgs().empty()) args.insert(args.begin(), GenericIf::of(i));
-    Ptr<Entity> const made = TypeOf<E>::type()->newEntity(args);
-    (e.*slot_).enq(Ptr<E>(static_cast<E*>(made.ptr())));
-    e.adopt(*made, attr.id());
-    changed(attr, e, &i);
+    if (!attr.type()->ctorArgs().empty()) args.insert(args.begin(), GenericIf::of(of(e).nextIndex()));
+    Ptr<Entity> const made = attr.type()->newEntity(args);
+    enqueueMember(e, of(e), attr.id(), Ptr<E>(static_cast<E*>(made.ptr())));
+    afterChange(attr, e);
   }
   void deq(KelAttr const& attr, Entity& e) const override {
-    if ((e.*slot_).empty()) throwRangeException("linkqueue index out of range");
-    drop(attr, e, (e.*slot_).iterator().key());
+    dequeueMember(e, of(e), attr.id());
+    afterChange(attr, e);
   }
+  Entity* memberLike(Entity const&, Entity const&, U32) const override { return nullptr; }
   Entity* child(Entity const& e, std::string_view key) const override {
     auto const index = printedInteger<I>(key);
-    Ptr<E> const* member = index ? (e.*slot_).find(*index) : nullptr;
+    Ptr<E> const* member = index ? of(e).find(*index) : nullptr;
     return member ? member->ptr() : nullptr;
   }
   void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
-    for (auto it = (e.*slot_).iterator(); it; ++it) visit(it.value().ptr(), context);
+    for (auto it = of(e).iterator(); it; ++it) visit(it.value().ptr(), context);
   }
   void takeChildren(Entity& e, AttrAccess::ChildTaken taken, void* context) const override {
-    (e.*slot_).takeAll([&](Ptr<E> member) { taken(std::move(member), context); });
+    of(e).takeAll([&](Ptr<E> member) { taken(std::move(member), context); });
   }
-  void write(void const* object, AttrLogOut& out) const override {
-    out.put((static_cast<Entity const*>(object)->*slot_).nextSequence());
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override {
+    out.put(of(*static_cast<Entity const*>(object)).nextSequence());
   }
   void read(KelAttr const& attr, void* object, AttrLogIn& in) const override {
-    this->setNext(attr, static_cast<Entity*>(object)->*slot_, in.get<U64>(), in);
+    this->setNext(attr, of(*static_cast<Entity*>(object)), in.get<U64>(), in);
   }
   void eachOwned(Entity const& e, AttrAccess::OwnedVisit visit, void* context) const override {
-    for (auto it = (e.*slot_).iterator(); it; ++it) visit(it.value().ptr(), it.sequence(), context);
+    for (auto it = of(e).iterator(); it; ++it) visit(it.value().ptr(), it.sequence(), context);
   }
   void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64 sequence) const override {
-    Ptr<E> const member = restored<E>(attr, child);
-    Q& queue = owner.*slot_;
-    bool const named =
-        TypeOf<E>::type()->ctorArgs().empty() || printedInteger<I>(child->name()) == static_cast<I>(sequence);
+    wantOwnable(attr, *child);
+    Q& queue = of(owner);
+    bool const named = attr.type()->ctorArgs().empty() || printedInteger<I>(child->name()) == static_cast<I>(sequence);
     if (!queue.follows(sequence) || !named) throwRangeException("linkqueue index out of range");
-    queue.restore(sequence, member);
+    queue.restore(sequence, Ptr<E>(static_cast<E*>(child.ptr())));
     owner.adopt(*child, attr.id());
-  }
-
- private:
-  void drop(KelAttr const& attr, Entity& e, I i) const {
-    Entity::leaveTree((e.*slot_).take(i));
-    changed(attr, e, &i);
   }
 };
 

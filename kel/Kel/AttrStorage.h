@@ -1,17 +1,22 @@
-// The kinds of attribute storage; see AttrAccess.h. One template a kind, instantiated by the type of what is stored, so
-// that attributes of the same type share code and differ in where in the object they lie. Here: values, pointers and
-// singletons; collections are in AttrMaps.h and AttrQueues.h, operations in AttrCalls.h.
+// The kinds of attribute storage; see AttrAccess.h. Attributes of the same kind share their code; each access object
+// has the attribute's offset in the entity. Single entities, enumerators and fields of values need no code of their own
+// types; the storage of builtin types is compiled once, in the framework; a value type adds code to compare and copy
+// it.
+//
+// Here: single values. Pointers and singletons are in AttrEntity.h, collections in AttrOwned.h, AttrMaps.h and
+// AttrQueues.h, operations in AttrCalls.h.
 #pragma once
 
 #include "Kel/AttrAccess.h"
 #include "Kel/AttrLogStream.h"
 #include "Kel/Box.h"
+#include "Kel/Offset.h"
+#include "Kel/Writes.h"
 
 namespace Kel {
 
-// After a write that changed something: reactors, then the operation that the model hangs on the attribute.
-inline void changed(KelAttr const& attr, Entity& e, void const* key = nullptr) {
-  e.notify(attr.id(), key);
+// Calls the model's `onChange` operation. Call it after a write that changed something (Writes.h).
+inline void afterChange(KelAttr const& attr, Entity& e) {
   if (auto* after = attr.afterChange()) after(e);
 }
 
@@ -19,22 +24,30 @@ inline void changed(KelAttr const& attr, Entity& e, void const* key = nullptr) {
 [[noreturn]] KEL_API void throwKeyType(KelAttr const& attr, KelType const* expected);
 [[noreturn]] KEL_API void throwNoKeyWanted(KelAttr const& attr);
 [[noreturn]] KEL_API void throwNullMember(KelAttr const& attr);
+[[noreturn]] KEL_API void throwForeignKey(KelAttr const& attr);
+// The same, for a member that is read from a log.
+[[noreturn]] KEL_API void throwTakenInLog(AttrLogIn const& in, KelAttr const& attr, GenericIf::PtrConst const& key);
+[[noreturn]] KEL_API void throwForeignKeyInLog(AttrLogIn const& in, KelAttr const& attr);
+[[noreturn]] KEL_API void throwNullMemberInLog(AttrLogIn const& in, KelAttr const& attr);
 [[noreturn]] KEL_API void throwTaken(KelAttr const& attr, String8 const& key);
 [[noreturn]] KEL_API void throwWrongEntity(KelAttr const& attr, Entity const& given);
+// Raises TypeException if an entity that was read is not of the type that the attribute owns.
+KEL_API void wantOwnable(KelAttr const& attr, Entity const& given);
 inline void wantNoKey(KelAttr const& attr, GenericIf const* key) {
   if (key) throwNoKeyWanted(attr);
 }
-// Whether two entities of the same type have the same constructor parameters; pointers are the same when their targets
-// are.
+// Raises BadIndexAttrException if a key is missing or of another type.
+KEL_API void wantKey(KelAttr const& attr, GenericIf const* key, KelType const* type);
+// Whether two entities have equal constructor parameters; pointers are equal if their targets are the same. REQUIRES:
+// the entities are of one type.
 KEL_API bool sameParams(Entity const& a, Entity const& b);
 // For messages; a null key is the key of a collection keyed by pointers.
 inline String8 keyText(GenericIf::PtrConst const& key) { return key ? key->text() : String8("<null>"); }
-// The arguments of a creation: those of a list, the one value, or the key alone.
+// The constructor arguments for a new member: the items of a list, a single value, or the key alone.
 KEL_API std::vector<GenericIf::PtrConst> creationArgs(KelAttr const& attr, GenericIf const* key,
                                                       GenericIf const* value);
 
-// A key to look something up by; a null reflective object is a null pointer key. To find what is held under a pointer a
-// read-only handle to it will do.
+// A key for a look-up; a null reflective object is a null pointer key. For a look-up, a read-only handle is enough.
 template <class K>
 K unboxKey(KelAttr const& attr, GenericIf const* key) {
   if constexpr (isPtrType<K>) {
@@ -43,9 +56,8 @@ K unboxKey(KelAttr const& attr, GenericIf const* key) {
       if (key && !(key->isEntity() && key->type()->isA(TypeOf<Target>::type()))) throwKeyType(attr, typeOfArg<K>());
     return K(const_cast<Target*>(unbox<Ptr<Target const>>(key, attr.fullName()).ptr()));
   } else {
-    if (!key) throwKeyWanted(attr);
-    if (key->type() != TypeOf<K>::type()) throwKeyType(attr, TypeOf<K>::type());
-    return key->attrVal<K>();
+    wantKey(attr, key, TypeOf<K>::type());
+    return key->held<K>();
   }
 }
 // A key to be stored.
@@ -58,27 +70,16 @@ K unboxNewKey(KelAttr const& attr, GenericIf const* key) {
     return any;
 }
 
-// An entity that was read, as what the attribute owns.
-template <class E>
-Ptr<E> restored(KelAttr const& attr, Ptr<Entity> const& child) {
-  if (!child->type()->isA(TypeOf<E>::type())) throwWrongEntity(attr, *child);
-  return Ptr<E>(static_cast<E*>(child.ptr()));
-}
-
-// One value.
+// One value of a builtin type.
 template <class V>
-class KEL_API ValueAccess final : public AttrAccess {
+class ValueAccess final : public AttrAccess {
  public:
-  // Where in an entity the value lies, for loops that compare many.
-  V Entity::*slot() const { return slot_; }
+  ValueAccess(Offset at, V initial, bool counter) : at_(at), initial_(std::move(initial)), counter_(counter) {}
   V const& initial() const { return initial_; }
-
-  ValueAccess(V Entity::*slot, V initial, bool counter)
-      : slot_(slot), initial_(std::move(initial)), counter_(counter) {}
 
   GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool) const override {
     wantNoKey(attr, key);
-    return box(static_cast<Entity const*>(object)->*slot_);
+    return box(of(*static_cast<Entity const*>(object)));
   }
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override {
     wantNoKey(attr, key);
@@ -90,209 +91,191 @@ class KEL_API ValueAccess final : public AttrAccess {
   }
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
     if constexpr (std::is_integral_v<V> && !std::is_same_v<V, bool>) {
-      if (op == AttributeOp::increment && counter_) return assign(attr, e, static_cast<V>(e.*slot_ + 1));
+      if (op == AttributeOp::increment && counter_) return assign(attr, e, static_cast<V>(of(e) + 1));
     }
     AttrAccess::op(attr, e, op, key, value);
   }
-  bool equal(Entity const& a, Entity const& b) const override {
-    if constexpr (requires(V const& v) { v == v; })
-      return a.*slot_ == b.*slot_;
-    else
-      return false;
-  }
-  void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const override {
-    dest.*slot_ = src.*slot_;
-    changed(attr, dest);
-  }
-  void write(void const* object, AttrLogOut& out) const override {
-    streamOut(out, static_cast<Entity const*>(object)->*slot_);
+  bool equal(Entity const& a, Entity const& b) const override { return of(a) == of(b); }
+  void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const override { assign(attr, dest, of(src)); }
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override {
+    streamOut(out, of(*static_cast<Entity const*>(object)));
   }
   void read(KelAttr const&, void* object, AttrLogIn& in) const override {
-    static_cast<Entity*>(object)->*slot_ = streamIn<V>(in);
+    at_.in<V>(*static_cast<Entity*>(object)) = streamIn<V>(in);
   }
 
  private:
-  void assign(KelAttr const& attr, Entity& e, V value) const {
-    if constexpr (requires { value == value; })
-      if (e.*slot_ == value) return;
-    e.*slot_ = std::move(value);
-    changed(attr, e);
+  V const& of(Entity const& e) const { return at_.in<V>(e); }
+  void assign(KelAttr const& attr, Entity& e, V const& value) const {
+    if (writeValue(e, at_.in<V>(e), attr.id(), value)) afterChange(attr, e);
   }
 
-  V Entity::*slot_;
+  Offset at_;
   V initial_;
   bool counter_;
 };
+// Compiled in the framework.
+extern template class KEL_API ValueAccess<bool>;
+extern template class KEL_API ValueAccess<char>;
+extern template class KEL_API ValueAccess<S8>;
+extern template class KEL_API ValueAccess<U8>;
+extern template class KEL_API ValueAccess<S16>;
+extern template class KEL_API ValueAccess<U16>;
+extern template class KEL_API ValueAccess<S32>;
+extern template class KEL_API ValueAccess<U32>;
+extern template class KEL_API ValueAccess<S64>;
+extern template class KEL_API ValueAccess<U64>;
+extern template class KEL_API ValueAccess<F32>;
+extern template class KEL_API ValueAccess<F64>;
+extern template class KEL_API ValueAccess<String8>;
 
-// What never changes: a constant, a constructor parameter, a field of a value.
+// One enumerator, of any enumeration.
+class KEL_API EnumAccess final : public AttrAccess {
+ public:
+  EnumAccess(Offset at, S32 initial) : at_(at), initial_(initial) {}
+  S32 const& initial() const { return initial_; }
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
+  void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override;
+  void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override;
+  bool equal(Entity const& a, Entity const& b) const override;
+  void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const override;
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
+  void read(KelAttr const& attr, void* object, AttrLogIn& in) const override;
+
+ private:
+  // Enumerations are based on S32; `may_alias` tells the compiler that an enumerator is accessed as an S32.
+  struct [[gnu::may_alias]] Cell {
+    S32 value;
+  };
+  S32 of(Entity const& e) const { return at_.in<Cell>(e).value; }
+  void assign(KelAttr const& attr, Entity& e, S32 value) const;
+
+  Offset at_;
+  S32 initial_;
+};
+
+// One value of a value type: the part that does not depend on the type.
+class KEL_API AnyStructAccess : public AttrAccess {
+ public:
+  explicit AnyStructAccess(Offset at) : at_(at) {}
+  // The initial value.
+  virtual void const* initial() const = 0;
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
+  void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override;
+  void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override;
+  void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const override;
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
+  void read(KelAttr const& attr, void* object, AttrLogIn& in) const override;
+
+ protected:
+  template <class V>
+  V const& of(Entity const& e) const {
+    return at_.in<V>(e);
+  }
+  virtual bool writeTo(Entity& e, AttributeId id, void const* value) const = 0;
+  // Stores a value without notifying.
+  virtual void store(Entity& e, void const* value) const = 0;
+
+  Offset at_;
+
+ private:
+  void assign(KelAttr const& attr, Entity& e, void const* value) const;
+};
 template <class V>
-class ConstantAccess final : public AttrAccess {
+class StructAccess final : public AnyStructAccess {
  public:
-  explicit ConstantAccess(V value) : value_(std::move(value)) {}
-  GenericIf::Ptr get(KelAttr const& attr, void const*, GenericIf const* key, bool) const override {
-    wantNoKey(attr, key);
-    return box(value_);
-  }
-
- private:
-  V value_;
-};
-
-template <class T, auto Getter>
-class GetterAccess final : public AttrAccess {
- public:
-  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override {
-    wantNoKey(attr, key);
-    return boxView(of(*static_cast<Entity const*>(object)), constView);
-  }
-  Entity* single(Entity const& e) const override {
-    using P = std::decay_t<decltype(of(e))>;
-    if constexpr (isPtrType<P>) {
-      if constexpr (std::is_base_of_v<Entity, typename PtrTraits<P>::target>)
-        return const_cast<Entity*>(static_cast<Entity const*>(of(e).ptr()));
-    }
-    return nullptr;
-  }
-  void write(void const* object, AttrLogOut& out) const override {
-    streamOut(out, of(*static_cast<Entity const*>(object)));
-  }
-  // Parameters stay, but for one that points at an owner of its own entity: the two would keep each other alive.
-  void dropPointers(Entity& e) const override {
-    using P = std::decay_t<decltype(of(e))>;
-    if constexpr (isPtrType<P> && std::is_lvalue_reference_v<decltype(of(e))>) {
-      if constexpr (std::is_base_of_v<Entity, typename PtrTraits<P>::target>) {
-        P& slot = const_cast<P&>(of(e));
-        Entity const* owner = e.parent();
-        while (owner && owner != slot.ptr()) owner = owner->parent();
-        if (owner) slot = nullptr;
-      }
-    }
-  }
-
- private:
-  static decltype(auto) of(Entity const& e) { return (static_cast<T const&>(e).*Getter)(); }
-};
-
-template <class V, auto Getter, auto Setter>
-class FieldAccess final : public AttrAccess {
- public:
-  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool) const override {
-    wantNoKey(attr, key);
-    return box((static_cast<V const*>(object)->*Getter)());
-  }
-  void write(void const* object, AttrLogOut& out) const override {
-    streamOut(out, (static_cast<V const*>(object)->*Getter)());
-  }
-  void read(KelAttr const&, void* object, AttrLogIn& in) const override {
-    using F = std::decay_t<decltype((std::declval<V const&>().*Getter)())>;
-    (static_cast<V*>(object)->*Setter)(streamIn<F>(in));
-  }
-};
-
-// A pointer to an entity held elsewhere (or to another counted object of the framework). `E` may be const.
-template <class E>
-class PtrAccess final : public AttrAccess {
- public:
-  explicit PtrAccess(Ptr<E> Entity::*slot) : slot_(slot) {}
-
-  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override {
-    wantNoKey(attr, key);
-    return boxView(static_cast<Entity const*>(object)->*slot_, constView);
-  }
-  void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override {
-    wantNoKey(attr, key);
-    assign(attr, e, unbox<Ptr<E>>(value, attr.fullName()));
-  }
-  void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    wantNoKey(attr, key);
-    assign(attr, e, nullptr);
-  }
-  bool equal(Entity const& a, Entity const& b) const override { return a.*slot_ == b.*slot_; }
-  Entity* single(Entity const& e) const override {
-    if constexpr (std::is_base_of_v<Entity, E>)
-      return const_cast<Entity*>(static_cast<Entity const*>((e.*slot_).ptr()));
+  StructAccess(Offset at, V initial) : AnyStructAccess(at), initial_(std::move(initial)) {}
+  void const* initial() const override { return &initial_; }
+  bool equal(Entity const& a, Entity const& b) const override {
+    if constexpr (requires(V const& v) { v == v; })
+      return of<V>(a) == of<V>(b);
     else
-      return nullptr;
-  }
-  void point(KelAttr const& attr, Entity& e, Entity* target) const override {
-    if constexpr (std::is_base_of_v<Entity, E>) assign(attr, e, Ptr<E>(static_cast<E*>(target)));
-  }
-  void dropPointers(Entity& e) const override { e.*slot_ = nullptr; }
-  void write(void const* object, AttrLogOut& out) const override {
-    streamOut(out, static_cast<Entity const*>(object)->*slot_);
-  }
-  void read(KelAttr const&, void* object, AttrLogIn& in) const override {
-    static_cast<Entity*>(object)->*slot_ = streamIn<Ptr<E>>(in);
+      return false;
   }
 
  private:
-  void assign(KelAttr const& attr, Entity& e, Ptr<E> target) const {
-    if (e.*slot_ == target) return;
-    e.*slot_ = std::move(target);
-    changed(attr, e);
+  bool writeTo(Entity& e, AttributeId id, void const* value) const override {
+    return writeValue(e, at_.in<V>(e), id, *static_cast<V const*>(value));
   }
-
-  Ptr<E> Entity::*slot_;
+  void store(Entity& e, void const* value) const override { at_.in<V>(e) = *static_cast<V const*>(value); }
+  V initial_;
 };
 
-// A single entity that its owner creates.
-template <class E>
-class SingletonAccess final : public AttrAccess {
+// The access to a value of any kind, and the address of its initial value.
+struct NewValueAccess {
+  AttrAccess const* access;
+  void const* initial;
+};
+template <class V>
+NewValueAccess newValueAccess(Offset at, V const& initial, bool counter) {
+  if constexpr (BuiltinType<V>) {
+    auto const* made = new ValueAccess<V>(at, initial, counter);
+    return {made, &made->initial()};
+  } else if constexpr (std::is_enum_v<V>) {
+    static_assert(sizeof(V) == sizeof(S32));
+    auto const* made = new EnumAccess(at, static_cast<S32>(initial));
+    return {made, &made->initial()};
+  } else {
+    auto const* made = new StructAccess<V>(at, initial);
+    return {made, made->initial()};
+  }
+}
+
+// A constant.
+class KEL_API ConstantAccess final : public AttrAccess {
  public:
-  explicit SingletonAccess(Ptr<E> Entity::*slot) : slot_(slot) {}
-
-  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override {
-    wantNoKey(attr, key);
-    return boxView(static_cast<Entity const*>(object)->*slot_, constView);
-  }
-  void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override {
-    wantNoKey(attr, key);
-    Ptr<Entity> made = TypeOf<E>::type()->newEntity(creationArgs(attr, nullptr, value));
-    if (e.*slot_ && sameParams(*(e.*slot_), *made)) return;
-    put(attr, e, made);
-  }
-  void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override {
-    wantNoKey(attr, key);
-    if (!(e.*slot_)) return;
-    Entity::leaveTree(std::exchange(e.*slot_, nullptr));
-    changed(attr, e);
-  }
-  void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override {
-    if (op != AttributeOp::create) return AttrAccess::op(attr, e, op, key, value);
-    if (e.*slot_) throwTaken(attr, (e.*slot_)->name());
-    put(attr, e, TypeOf<E>::type()->newEntity(creationArgs(attr, nullptr, value)));
-  }
-  Entity* single(Entity const& e) const override { return (e.*slot_).ptr(); }
-  Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const override {
-    put(attr, owner, Ptr<Entity>(TypeOf<E>::type()->newLike()(like)));
-    return (owner.*slot_).ptr();
-  }
-  Entity* child(Entity const& e, std::string_view key) const override {
-    return key.empty() ? (e.*slot_).ptr() : nullptr;
-  }
-  void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override {
-    if (e.*slot_) visit((e.*slot_).ptr(), context);
-  }
-  void takeChildren(Entity& e, AttrAccess::ChildTaken taken, void* context) const override {
-    if (e.*slot_) taken(std::move(e.*slot_), context);
-  }
-  void write(void const*, AttrLogOut&) const override {}
-  void read(KelAttr const&, void*, AttrLogIn&) const override {}
-  void restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64) const override {
-    if (owner.*slot_) throwTaken(attr, (owner.*slot_)->name());
-    owner.*slot_ = restored<E>(attr, child);
-    owner.adopt(*child, attr.id());
-  }
+  explicit ConstantAccess(GenericIf::Ptr value) : value_(std::move(value)) {}
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
 
  private:
-  void put(KelAttr const& attr, Entity& e, Ptr<Entity> const& made) const {
-    if (e.*slot_) Entity::leaveTree(std::exchange(e.*slot_, nullptr));
-    e.*slot_ = Ptr<E>(static_cast<E*>(made.ptr()));
-    e.adopt(*made, attr.id());
-    changed(attr, e);
-  }
-
-  Ptr<E> Entity::*slot_;
+  GenericIf::Ptr value_;
 };
+
+// The constructor parameter that is the entity's name.
+class KEL_API NameAccess final : public AttrAccess {
+ public:
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
+  bool equal(Entity const& a, Entity const& b) const override;
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
+};
+
+// A constructor parameter in a member variable: it is read like an attribute, and never written.
+class KEL_API ParamAccess final : public AttrAccess {
+ public:
+  explicit ParamAccess(AttrAccess const* kept) : kept_(kept) {}
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
+  bool equal(Entity const& a, Entity const& b) const override;
+  Entity* single(Entity const& e) const override;
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
+  // Clears only a pointer to an owner of its own entity, because the two would keep each other alive.
+  void dropPointers(Entity& e) const override;
+
+ private:
+  AttrAccess const* kept_;
+};
+
+// A field of a value type, by functions that box it, write it to a log and read it back.
+class KEL_API FieldAccess final : public AttrAccess {
+ public:
+  struct Functions {
+    GenericIf::Ptr (*box)(void const* value);
+    void (*write)(void const* value, AttrLogOut& out);
+    void (*read)(void* value, AttrLogIn& in);
+  };
+  explicit FieldAccess(Functions const& functions) : functions_(functions) {}
+  GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
+  void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
+  void read(KelAttr const& attr, void* object, AttrLogIn& in) const override;
+
+ private:
+  Functions functions_;
+};
+template <class V, auto Getter, auto Setter>
+constexpr FieldAccess::Functions fieldFunctions() {
+  using F = std::decay_t<decltype((std::declval<V const&>().*Getter)())>;
+  return {[](void const* value) { return box((static_cast<V const*>(value)->*Getter)()); },
+          [](void const* value, AttrLogOut& out) { streamOut(out, (static_cast<V const*>(value)->*Getter)()); },
+          [](void* value, AttrLogIn& in) { (static_cast<V*>(value)->*Setter)(streamIn<F>(in)); }};
+}
 
 }  // namespace Kel

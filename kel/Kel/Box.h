@@ -59,29 +59,46 @@ GenericIf::Ptr boxView(T const& value, bool constView) {
   return box(value);
 }
 
-[[noreturn]] KEL_API void throwWrongType(String8 const& where, KelType const* expected, GenericIf const* got);
+// The use of a reflective object, for error messages: an attribute, or an argument of a call or a constructor.
+class Place {
+ public:
+  Place(String8 const& where) : where_(where) {}
+  Place(String8 const& where, KelArg const& arg) : where_(where), arg_(&arg) {}
+  // "Port::mtu", or "Port::reset(hard)".
+  KEL_API String8 text() const;
 
-// The C++ value of a reflective object; null gives a null pointer. Raises TypeException or ConstException, with
-// `where`, the name of the attribute, in the message.
+ private:
+  String8 const& where_;
+  KelArg const* arg_ = nullptr;
+};
+
+[[noreturn]] KEL_API void throwWrongType(Place const& where, KelType const* expected, GenericIf const* got);
+// Raises TypeException if a value is null or of another type.
+KEL_API void wantType(GenericIf const* value, KelType const* type, Place const& where);
+// The entity behind a reflective object, or null for null. Raises TypeException if it is not of `type`, and
+// ConstException if the object is read-only and `readOnly` is not set.
+KEL_API Entity* unboxEntity(GenericIf const* value, KelType const* type, bool readOnly, Place const& where);
+
+// The C++ value of a reflective object; null gives a null pointer. Raises TypeException or ConstException, with the
+// place in the message.
 template <class T>
-T unbox(GenericIf const* value, String8 const& where) {
+T unbox(GenericIf const* value, Place const& where) {
   if constexpr (!isPtrType<T>) {
-    if (!value || value->type() != TypeOf<T>::type()) throwWrongType(where, TypeOf<T>::type(), value);
-    return value->attrVal<T>();
+    wantType(value, TypeOf<T>::type(), where);
+    return value->held<T>();
   } else {
     using Target = typename PtrTraits<T>::target;
-    if (!value) return nullptr;
-    if constexpr (std::is_same_v<Target, GenericIf>) {
-      return T(const_cast<GenericIf*>(value));
-    } else if constexpr (!std::is_base_of_v<Entity, Target>) {
-      auto* object = dynamic_cast<Target const*>(value->object());
-      if (!object) throwWrongType(where, TypeOf<Target>::type(), value);
-      return T(object);
+    if constexpr (std::is_base_of_v<Entity, Target>) {
+      return T(static_cast<Target*>(unboxEntity(value, TypeOf<Target>::type(), isConstPtrType<T>, where)));
     } else {
-      if (!value->isEntity() || !value->type()->isA(TypeOf<Target>::type()))
-        throwWrongType(where, TypeOf<Target>::type(), value);
-      if (!isConstPtrType<T> && value->isConst()) throwConstException(where);
-      return T(const_cast<Target*>(static_cast<Target const*>(value->entityConst().ptr())));
+      if (!value) return nullptr;
+      if constexpr (std::is_same_v<Target, GenericIf>) {
+        return T(const_cast<GenericIf*>(value));
+      } else {
+        auto* object = dynamic_cast<Target const*>(value->object());
+        if (!object) throwWrongType(where, TypeOf<Target>::type(), value);
+        return T(object);
+      }
     }
   }
 }

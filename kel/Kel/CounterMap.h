@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Kel/HashMap.h"
+#include "Kel/MemPool.h"
 
 namespace Kel {
 
@@ -20,10 +21,11 @@ class CounterMap {
 
   // Adds 1 to the count of a key.
   void increment(K const& key) {
-    if (!deferred_.empty() && same(deferred_.back().key, key))
-      ++deferred_.back().value;
-    else
-      deferred_.push_back({key, 1});
+    if (deferred_.empty())
+      deferred_.reserve(leastReserve);
+    else if (same(deferred_.back().key, key))
+      return static_cast<void>(++deferred_.back().value);
+    deferred_.push_back({key, 1});
   }
 
   U32 members() const { return counts().members(); }
@@ -53,12 +55,13 @@ class CounterMap {
   static bool same(T const& a, T const& b) {
     return a == b;
   }
+  static constexpr std::size_t leastReserve = 4;
   static constexpr std::size_t maxReserve = 1u << 24;
 
-  // Settles what was deferred.
+  // Counts the deferred increments.
   HashMap<K, U8>& counts() const {
     if (deferred_.empty()) return counts_;
-    // Many at once; a few at a time must not grow it a few at a time.
+    // Reserves for many increments only: reserving for a few each time would grow the map a few slots at a time.
     if (deferred_.size() > counts_.members())
       counts_.reserve(static_cast<U32>(std::min<std::size_t>(counts_.members() + deferred_.size(), maxReserve)));
     for (auto const& d : deferred_) counts_.set(d.key, static_cast<U8>(counts_.value(d.key) + d.value));
@@ -66,7 +69,7 @@ class CounterMap {
     return counts_;
   }
 
-  mutable std::vector<KeyedSlot<K, U8>> deferred_;
+  mutable std::vector<KeyedSlot<K, U8>, PoolAllocator<KeyedSlot<K, U8>>> deferred_;
   mutable HashMap<K, U8> counts_;
 };
 

@@ -1,5 +1,5 @@
-// Where debuggers find things. The printers of kel/gdb/ only read memory: so they work on a core file, and where the
-// libraries were compiled without debug information. Private.
+// Data for debuggers. The printers in kel/gdb/ only read memory, so they work on a core file, and on libraries without
+// debug information. Private.
 #pragma once
 
 #include "Kel/Types.h"

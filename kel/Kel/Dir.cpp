@@ -16,8 +16,8 @@ Dir::Dir(Name name, Dir* parent) : Entity(std::move(name)) {
   } catch (...) {
     // A reactor of the parent raised an exception. There will be no directory, so there must be no entry.
     if (this->parent() == parent) {
-      Kel::Ptr<EntryState> state = parent->entryState_.take(this->name());
-      state->entity_.release();
+      Entity::Ptr state = parent->entryState_.take(this->name());
+      static_cast<EntryState&>(*state).entity_.release();
       leaveTree(Entity::Ptr(this));
       leaveTree(std::move(state));
     }
@@ -111,9 +111,10 @@ void Dir::entryIs(Entity::Ptr const& entity) {
 
 void Dir::entryStateDel(Name const& name) {
   Name const key = name;  // `name` may belong to the entry
-  Kel::Ptr<EntryState> state = entryState_.take(key);
+  Entity::Ptr state = entryState_.take(key);
   if (!state) return;
-  if (state->entity_) leaveTree(std::exchange(state->entity_, nullptr));
+  Entity::Ptr& entity = static_cast<EntryState&>(*state).entity_;
+  if (entity) leaveTree(std::exchange(entity, nullptr));
   leaveTree(std::move(state));
   notify(entryStateAttr, &key);
 }
@@ -138,7 +139,7 @@ class SubdirAccess final : public AttrAccess {
     Name const name = unboxKey<Name>(attr, key);
     return isSubdir(dir.entry(name)) ? GenericIf::of(true) : GenericIf::Ptr();
   }
-  std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override;
+  AttrIterator& iterate(KelAttr const& attr, Entity const& e, GenericIf const* key, IteratorRoom& room) const override;
   U32 count(KelAttr const&, Entity const& e) const override { return static_cast<U32>(names(e).size()); }
   bool derived() const override { return true; }
 
@@ -162,7 +163,7 @@ class SubdirIterator final : public AttrIterator {
   GenericIf::Ptr key() const override { return box(names_[at_]); }
   GenericIf::Ptr obj(bool) const override { return box(true); }
   void inc() override { ++at_; }
-  std::unique_ptr<AttrIterator> clone() const override { return std::make_unique<SubdirIterator>(*this); }
+  void cloneInto(IteratorRoom& room) const override { room.emplace(*this); }
   Entity* keyTarget() const override { return nullptr; }
   Entity* target() const override { return nullptr; }
 
@@ -171,10 +172,11 @@ class SubdirIterator final : public AttrIterator {
   std::size_t at_ = 0;
 };
 
-std::unique_ptr<AttrIterator> SubdirAccess::iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const {
+AttrIterator& SubdirAccess::iterate(KelAttr const& attr, Entity const& e, GenericIf const* key,
+                                    IteratorRoom& room) const {
   std::vector<Name> list = names(e);
   if (key) std::erase_if(list, [name = unboxKey<Name>(attr, key)](Name const& n) { return !(n == name); });
-  return std::make_unique<SubdirIterator>(std::move(list));
+  return room.emplace(SubdirIterator(std::move(list)));
 }
 
 }  // namespace
@@ -207,16 +209,15 @@ struct DirAccess final : AttrAccess {
       default: return AttrAccess::op(attr, e, op, key, value);
     }
   }
-  std::unique_ptr<AttrIterator> iterator(KelAttr const& attr, Entity const& e, GenericIf const* key) const override {
-    auto& states = const_cast<Dir&>(dirOf(e)).entryState_;
-    return boxedIterator<MemberPtr>(key ? states.iterator(unboxKey<Name>(attr, key)) : states.iterator());
-  }
-  AttrIterator& iterate(KelAttr const&, Entity const& e, IteratorRoom& room) const override {
-    return iteratorIn<MemberPtr>(room, const_cast<Dir&>(dirOf(e)).entryState_.iterator());
+  AttrIterator& iterate(KelAttr const& attr, Entity const& e, GenericIf const* key, IteratorRoom& room) const override {
+    auto& states = dirOf(e).entryState_;
+    return iteratorIn<MemberPtr>(room, key ? states.entities(unboxKey<Name>(attr, key)) : states.entities());
   }
   U32 count(KelAttr const&, Entity const& e) const override { return dirOf(e).entryStates(); }
   Entity* child(Entity const& e, std::string_view key) const override { return dirOf(e).entryState_.find(key); }
   Entity* memberLike(Entity const& e, Entity const& member, U32) const override { return child(e, member.name()); }
+  U32 memberEnd(Entity const&) const override { return 0; }
+  bool sameShape(Entity const&, Entity const&) const override { return false; }
   Entity* newLike(KelAttr const&, Entity& owner, Entity const& like) const override {
     auto const& state = static_cast<Dir::EntryState const&>(like);
     return dirOf(owner).newEntryState(state.name(), state.entityTypeName()).ptr();
@@ -227,12 +228,13 @@ struct DirAccess final : AttrAccess {
       if (it->entity_) visit(it->entity_.ptr(), context);
   }
   void takeChildren(Entity& e, ChildTaken taken, void* context) const override {
-    dirOf(e).entryState_.takeAll([&](Kel::Ptr<Dir::EntryState> state) {
-      if (state->entity_) taken(std::move(state->entity_), context);
+    dirOf(e).entryState_.takeAll([&](Entity::Ptr state) {
+      Entity::Ptr& entity = static_cast<Dir::EntryState&>(*state).entity_;
+      if (entity) taken(std::move(entity), context);
       taken(std::move(state), context);
     });
   }
-  void write(void const*, AttrLogOut&) const override {}
+  void write(KelAttr const&, void const*, AttrLogOut&) const override {}
   void read(KelAttr const&, void*, AttrLogIn&) const override {}
   // Each entry state, followed by its child.
   void eachOwned(Entity const& e, OwnedVisit visit, void* context) const override {
@@ -246,7 +248,7 @@ struct DirAccess final : AttrAccess {
     Dir::EntryState* const state = states.find(child->name());
     if (child->type() == Dir::EntryState::_fwkType()) {
       if (state) throwTaken(attr, child->name());
-      states.insert(Kel::Ptr<Dir::EntryState>(static_cast<Dir::EntryState*>(child.ptr())));
+      states.insert(child);
     } else {
       if (!state || state->typeName_ != child->typeName()) throwWrongEntity(attr, *child);
       if (state->entity_) throwTaken(attr, child->name());
@@ -264,8 +266,7 @@ struct DirAccess final : AttrAccess {
     auto const args = creationArgs(attr, key, value);
     if (args.size() != 2) throwUnknownArgException(attr.fullName(), "name and typeName expected");
     Name const name = unbox<Name>(args[0].ptr(), attr.fullName());
-    if (key && !(unboxKey<Name>(attr, key) == name))
-      throwBadIndexAttrException(attr.fullName(), "the key is not the member's own");
+    if (key && !(unboxKey<Name>(attr, key) == name)) throwForeignKey(attr);
     return {name, unbox<String8>(args[1].ptr(), attr.fullName())};
   }
 };
@@ -274,7 +275,7 @@ KelType const* Dir::_fwkType() {
   static KelType const* const type = [] {
     constexpr unsigned plain = KelAttrIntrospectionFlags::writable | KelAttrIntrospectionFlags::logging;
     EntityTypeBuilder<Dir> b("Kel::Dir", Entity::_fwkType());
-    b.params<&Entity::name>(nameAttr, {"name"});
+    b.name(nameAttr);
     b.collectionAttr(subdirAttr, "subdir", new SubdirAccess, &TypeOf<bool>::type, KelAttrIntrospectionFlags::logging,
                      &TypeOf<Name>::type);
     b.treeAttr(entryStateAttr, "entryState", &Dir::entryState_, new DirAccess,
@@ -289,7 +290,8 @@ KelType const* Dir::_fwkType() {
 KelType const* Dir::EntryState::_fwkType() {
   static KelType const* const type = [] {
     EntityTypeBuilder<EntryState> b("Kel::Dir::EntryState", Entity::_fwkType());
-    b.params<&Entity::name, &EntryState::entityTypeName>(entryNameAttr, {"name", "typeName"});
+    b.name(entryNameAttr);
+    b.param(typeNameAttr, "typeName", &EntryState::typeName_);
     b.pointer(entityPtrAttr, "entityPtr", &EntryState::entity_);
     b.readonly();
     b.nolog();

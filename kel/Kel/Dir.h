@@ -10,7 +10,7 @@
 #pragma once
 
 #include "Kel/Entity.h"
-#include "Kel/RbTreeMap.h"
+#include "Kel/EntityTree.h"
 
 namespace Kel {
 
@@ -36,7 +36,7 @@ class KEL_API Dir : public Entity {
   // The entry record of that name, or null.
   Kel::Ptr<EntryState> entry(Name const& name);
   Kel::Ptr<EntryState const> entry(Name const& name) const;
-  // The same, under the name that every collection's accessor has.
+  // The same, under the name that the accessor of a collection has.
   Kel::Ptr<EntryState> entryState(Name const& name) { return entry(name); }
   Kel::Ptr<EntryState const> entryState(Name const& name) const { return entry(name); }
   // The number of entries.

@@ -1,18 +1,18 @@
 #include "Kel/GenericIf.h"
 
+#include <memory>
 #include <ostream>
 #include <sstream>
 
-#include "Kel/AttrCalls.h"
 #include "Kel/AttrStorage.h"
 #include "Kel/Entity.h"
-#include "Kel/Model.h"
+#include "Kel/Strep.h"
 
 namespace Kel {
 
 namespace {
 
-// Raises what goes wrong while something is written to it, where other streams keep it to themselves.
+// A stream that raises exceptions, instead of swallowing them and setting a flag.
 struct TextStream : std::ostringstream {
   TextStream() { exceptions(badbit); }
 };
@@ -67,7 +67,7 @@ GenericIf::Ptr GenericIf::List::genericIf(Ptr const& list) {
   return made;
 }
 
-// --- What it holds ---
+// --- The object ---
 
 Kel::Ptr<Entity> GenericIf::entity() const { return Kel::Ptr<Entity>(const_ ? nullptr : const_cast<Entity*>(entity_)); }
 Kel::Ptr<Entity const> GenericIf::entityConst() const { return Kel::Ptr<Entity const>(entity_); }
@@ -145,7 +145,7 @@ GenericIf::PtrConst GenericIf::attribute(AttributeId id, PtrConst const& key) co
   return a.access().get(a, base(), key.ptr(), true);
 }
 
-// Only writable attributes: a read-only one is written by its own type alone.
+// Writes writable attributes only. The others are written by their own type.
 void GenericIf::attributeIs(AttributeId id, PtrConst const& key, PtrConst const& value) const {
   KelAttr const& a = checked(id);
   Entity& e = writableEntity(a);
@@ -191,12 +191,12 @@ KelAttr const& GenericIf::checkedCollection(AttributeId id) const {
 
 GenericIf::AttributeIterator GenericIf::attributeIterator(AttributeId id) {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, nullptr).release(), const_);
+  return AttributeIterator(PtrConst(this), &a, nullptr, const_);
 }
 GenericIf::AttributeIterator GenericIf::attributeIterator(AttributeId id) const { return attributeIteratorConst(id); }
 GenericIf::AttributeIterator GenericIf::attributeIteratorConst(AttributeId id) const {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, nullptr).release(), true);
+  return AttributeIterator(PtrConst(this), &a, nullptr, true);
 }
 
 namespace {
@@ -210,12 +210,11 @@ GenericIf::PtrConst wantKey(KelAttr const& attr, GenericIf::PtrConst const& key)
 
 GenericIf::AttributeIterator GenericIf::attributeIteratorKey(AttributeId id, PtrConst const& key) const {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, wantKey(a, key).ptr()).release(),
-                           const_);
+  return AttributeIterator(PtrConst(this), &a, wantKey(a, key).ptr(), const_);
 }
 GenericIf::AttributeIterator GenericIf::attributeIteratorKeyConst(AttributeId id, PtrConst const& key) const {
   KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, a.access().iterator(a, *entity_, wantKey(a, key).ptr()).release(), true);
+  return AttributeIterator(PtrConst(this), &a, wantKey(a, key).ptr(), true);
 }
 
 U32 GenericIf::attributeCount(AttributeId id) const {
@@ -242,33 +241,45 @@ String8 GenericIf::attributeString(AttributeId id) const {
   return String8(out.str());
 }
 
+void GenericIf::throwNotOfType(KelType const* expected) const {
+  throwTypeException(type_ ? type_->fullTypeName() : String8("list"), expected->fullTypeName() + " expected");
+}
+
 // --- Iterators ---
 
-GenericIf::AttributeIterator::AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, AttrIterator* it,
+GenericIf::AttributeIterator::AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, GenericIf const* key,
                                                 bool isConst)
-    : owner_(std::move(owner)), attr_(attr), it_(it), const_(isConst) {}
+    : owner_(std::move(owner)), attr_(attr), room_(nullptr), const_(isConst) {
+  auto room = std::make_unique<IteratorRoom>();
+  attr_->access().iterate(*attr_, *owner_->entity_, key, *room);
+  room_ = room.release();
+}
 GenericIf::AttributeIterator::AttributeIterator(AttributeIterator const& o)
-    : owner_(o.owner_), attr_(o.attr_), it_(o.it_->clone().release()), const_(o.const_) {}
+    : owner_(o.owner_), attr_(o.attr_), room_(nullptr), const_(o.const_) {
+  auto room = std::make_unique<IteratorRoom>();
+  o.room_->iterator().cloneInto(*room);
+  room_ = room.release();
+}
 GenericIf::AttributeIterator::AttributeIterator(AttributeIterator&& o) noexcept
-    : owner_(std::move(o.owner_)), attr_(o.attr_), it_(std::exchange(o.it_, nullptr)), const_(o.const_) {}
+    : owner_(std::move(o.owner_)), attr_(o.attr_), room_(std::exchange(o.room_, nullptr)), const_(o.const_) {}
 GenericIf::AttributeIterator& GenericIf::AttributeIterator::operator=(AttributeIterator o) noexcept {
   // The old iterator is destroyed before the collection that it iterates over.
-  std::swap(it_, o.it_);
-  delete std::exchange(o.it_, nullptr);
+  std::swap(room_, o.room_);
+  delete std::exchange(o.room_, nullptr);
   std::swap(owner_, o.owner_);
   attr_ = o.attr_;
   const_ = o.const_;
   return *this;
 }
-GenericIf::AttributeIterator::~AttributeIterator() { delete it_; }
+GenericIf::AttributeIterator::~AttributeIterator() { delete room_; }
 
-bool GenericIf::AttributeIterator::attributeIterator_nonNull() const { return it_->nonNull(); }
-GenericIf::PtrConst GenericIf::AttributeIterator::attributeIterator_iterKey() const { return it_->key(); }
-GenericIf::Ptr GenericIf::AttributeIterator::attributeIterator_iterObj() const { return it_->obj(const_); }
-void GenericIf::AttributeIterator::attributeIterator_iterInc() { it_->inc(); }
+bool GenericIf::AttributeIterator::attributeIterator_nonNull() const { return room_->iterator().nonNull(); }
+GenericIf::PtrConst GenericIf::AttributeIterator::attributeIterator_iterKey() const { return room_->iterator().key(); }
+GenericIf::Ptr GenericIf::AttributeIterator::attributeIterator_iterObj() const { return room_->iterator().obj(const_); }
+void GenericIf::AttributeIterator::attributeIterator_iterInc() { room_->iterator().inc(); }
 void GenericIf::AttributeIterator::attributeIterator_iterDel() {
   if (const_) throwConstException(attr_->fullName());
-  if (it_->nonNull()) owner_->attributeDel(attr_->id(), it_->key());
+  if (room_->iterator().nonNull()) owner_->attributeDel(attr_->id(), room_->iterator().key());
 }
 
 }  // namespace Kel

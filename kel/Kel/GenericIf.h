@@ -20,9 +20,14 @@
 
 namespace Kel {
 
-class AttrIterator;
+class IteratorRoom;
 struct DebugLayout;
-struct ValueHolder;
+
+// Holds a value of a value type behind a GenericIf.
+struct KEL_API ValueHolder : VFPtrInterface {
+  // The value, of the type that its GenericIf has.
+  virtual void const* value() const = 0;
+};
 
 // An operation on an attribute beyond set and delete.
 enum class AttributeOp : U8 {
@@ -77,6 +82,11 @@ class KEL_API GenericIf final : public VFPtrInterface {
   // The value. Raises TypeException if it is not exactly of type T.
   template <class T>
   T attrVal() const;
+  // The value. REQUIRES: it is exactly of type T.
+  template <class T>
+  T held() const;
+  // The bytes of a value of a value type.
+  void const* heldValue() const { return static_cast<ValueHolder const*>(object_.ptr())->value(); }
 
   // Compares two values of one type by the type's own comparison. Raises NoImplementationException if it has none,
   // TypeException if the types differ.
@@ -134,6 +144,7 @@ class KEL_API GenericIf final : public VFPtrInterface {
   friend struct DebugLayout;
   friend class List;
   struct Attr;  // an attribute of this object, checked
+  [[noreturn]] void throwNotOfType(KelType const* expected) const;
   KelAttr const& checked(AttributeId id) const;
   KelAttr const& checkedCollection(AttributeId id) const;
   Entity& writableEntity(KelAttr const& attr) const;
@@ -167,12 +178,6 @@ class KEL_API GenericIf final : public VFPtrInterface {
   static auto* slot(Self* self);
 };
 
-// Holds a value of a value type behind a GenericIf.
-struct KEL_API ValueHolder : VFPtrInterface {
-  // The value, of the type that its GenericIf has.
-  virtual void const* value() const = 0;
-};
-
 // An ordered list of reflective objects, such as the constructor arguments of an entity to be made.
 class KEL_API GenericIf::List : public VFPtrInterface {
  public:
@@ -194,8 +199,8 @@ class KEL_API GenericIf::List : public VFPtrInterface {
 // whatever way, it can still be advanced.
 class KEL_API GenericIf::AttributeIterator {
  public:
-  // For the framework. Takes the iterator over.
-  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, AttrIterator* it, bool isConst);
+  // For the framework. On the member under the key, or on the first one if there is no key.
+  AttributeIterator(GenericIf::PtrConst owner, KelAttr const* attr, GenericIf const* key, bool isConst);
   AttributeIterator(AttributeIterator const& o);
   AttributeIterator(AttributeIterator&& o) noexcept;
   AttributeIterator& operator=(AttributeIterator o) noexcept;
@@ -223,7 +228,7 @@ class KEL_API GenericIf::AttributeIterator {
  private:
   GenericIf::PtrConst owner_;
   KelAttr const* attr_;
-  AttrIterator* it_;  // owned
+  IteratorRoom* room_;  // owned; null when it was moved from
   bool const_;
 };
 
@@ -298,15 +303,18 @@ T const* GenericIf::attrValPtr() const {
 
 template <class T>
 T GenericIf::attrVal() const {
-  if (type_ != TypeOf<T>::type())
-    throwTypeException(type_ ? type_->fullTypeName() : String8("list"),
-                       TypeOf<T>::type()->fullTypeName() + " expected");
+  if (type_ != TypeOf<T>::type()) throwNotOfType(TypeOf<T>::type());
+  return held<T>();
+}
+
+template <class T>
+T GenericIf::held() const {
   if constexpr (BuiltinType<T>)
     return *slot<T>(this);
   else if constexpr (std::is_enum_v<T>)
     return static_cast<T>(scalar_.s32);
   else
-    return static_cast<ValueHolderOf<T> const*>(object_.ptr())->held;
+    return *static_cast<T const*>(heldValue());
 }
 
 }  // namespace Kel

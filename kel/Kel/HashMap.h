@@ -20,8 +20,6 @@
 
 namespace Kel {
 
-class Entity;
-
 // Mixes a hash; the result is never 0, which marks a gap. Fibonacci hashing (Knuth, The Art of Computer Programming
 // 6.4): the upper half of the product is better mixed than the lower half, and differs between n and -n.
 inline U32 mixHash(U64 h) { return static_cast<U32>((h * 0x9e3779b97f4a7c15ull) >> 32) | 0x80000000u; }
@@ -112,9 +110,9 @@ class KEL_API HashMapGeneric {
 
   // The head of the array.
   struct Rep {
-    U32 used;    // slots handed out, gaps included
+    U32 used;    // slots in use, gaps included
     U32 live;    // members
-    U32 cap;     // slots there are
+    U32 cap;     // slots in the array
     U32 mask;    // of the index; 0: no index
     U64* index;  // open addressing, linear probing: slot + 1 in the low half, hash in the high half; 0: free
   };
@@ -144,7 +142,7 @@ class KEL_API HashMapGeneric {
       if (entry == 0) return none;
       if (static_cast<U32>(entry >> 32) != hash) continue;
       U32 const slot = static_cast<U32>(entry) - 1;
-      if (h[slot] != hash) continue;  // a gap since
+      if (h[slot] != hash) continue;  // the member was deleted
       probe.at = i + 1;
       return slot;
     }
@@ -214,7 +212,7 @@ class DenseHash : public HashMapGeneric {
  protected:
   template <class... Args>
   Slot& emplace(U32 hash, Args&&... args) {
-    // Made before there is room for it: what it is made of may lie in this very map, and making it may fail.
+    // Made before the array may move: the arguments may be in this map, and the constructor may raise.
     static_assert(std::is_nothrow_move_constructible_v<Slot>);
     Slot made{std::forward<Args>(args)...};
     U32 const slot = newSlot(hash, slotType());
@@ -333,77 +331,6 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
   };
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(K const& key) const { return Iterator(this, key); }
-};
-
-// The key of an entity in its owner's collection: its first constructor parameter. Generated code specializes it for
-// entities whose key is not their name.
-template <class T>
-struct EntityKey {
-  using type = Name;
-  static Name const& key(T const& entity) { return entity.Entity::name_; }
-};
-
-// The key of a slot that owns an entity.
-template <class T>
-struct EntityMapKey {
-  static decltype(auto) key(Ptr<T> const& slot) { return EntityKey<T>::key(*slot); }
-};
-
-// Owned entities by the key that they carry.
-template <class T>
-class EntityMap : public DenseHash<typename EntityKey<T>::type, Ptr<T>, EntityMapKey<T>> {
-  using Base = DenseHash<typename EntityKey<T>::type, Ptr<T>, EntityMapKey<T>>;
-
- public:
-  using K = typename EntityKey<T>::type;
-  using entity_type = T;
-
-  // The member under the key, or null.
-  template <class Key>
-  T* find(Key const& key) const {
-    U32 const slot = this->findSlot(key);
-    return slot == Base::none ? nullptr : this->at(slot).ptr();
-  }
-  // REQUIRES: the key is free.
-  void insert(Ptr<T> entity) {
-    U32 const hash = keyHash(static_cast<K const&>(EntityKey<T>::key(*entity)));
-    this->emplace(hash, std::move(entity));
-  }
-  // Takes a member out; null if there is none.
-  Ptr<T> take(K const& key) {
-    U32 const slot = this->findSlot(key);
-    return slot == Base::none ? Ptr<T>() : this->takeSlot(slot);
-  }
-  // Takes the member of a slot out. REQUIRES: there is one.
-  Ptr<T> takeAt(U32 slot) { return this->takeSlot(slot); }
-
-  // Over members; `E` is T or T const.
-  template <class E>
-  class IteratorOf {
-   public:
-    explicit IteratorOf(EntityMap const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}
-    IteratorOf(EntityMap const* map, K const& key) : map_(map), pin_(map), slot_(map->findSlot(key)) {}
-    explicit operator bool() const { return slot_ < map_->slotEnd() && map_->slotLive(slot_); }
-    K key() const { return EntityKey<T>::key(*map_->at(slot_)); }
-    Ptr<E> ptr() const { return map_->at(slot_); }
-    E* operator->() const { return map_->at(slot_).ptr(); }
-    E& operator*() const { return *map_->at(slot_); }
-    IteratorOf& operator++() {
-      if (slot_ < map_->slotEnd()) slot_ = map_->nextSlot(slot_ + 1);
-      return *this;
-    }
-
-   private:
-    EntityMap const* map_;
-    HashMapGeneric::Pin pin_;
-    U32 slot_;
-  };
-  using Iterator = IteratorOf<T>;
-  using IteratorConst = IteratorOf<T const>;
-  Iterator iterator() { return Iterator(this); }
-  IteratorConst iteratorConst() const { return IteratorConst(this); }
-  Iterator iterator(K const& key) { return Iterator(this, key); }
-  IteratorConst iteratorConst(K const& key) const { return IteratorConst(this, key); }
 };
 
 }  // namespace Kel

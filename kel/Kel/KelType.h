@@ -6,10 +6,10 @@
 // inherited attributes before own ones. Ids count from 0; a derived type continues the ids of its base.
 #pragma once
 
-#include <atomic>
 #include <iosfwd>
 #include <vector>
 
+#include "Kel/Atomic.h"
 #include "Kel/Ptr.h"
 #include "Kel/String8.h"
 
@@ -36,8 +36,8 @@ struct ValueOps {
   Ptr<GenericIf> (*read)(AttrLogIn& in);        // from an attribute log
 };
 
-// A function that answers a record. Records refer to each other in circles: a record keeps such functions, and looks
-// the other record up when it is first asked for it.
+// A function that answers a record. Records refer to each other in cycles, so a record keeps such functions, and looks
+// up the other record when it is first needed.
 using TypeFunction = KelType const* (*)();
 
 // An argument of a callable attribute or of a constructor.
@@ -66,15 +66,15 @@ class TypeLink {
   TypeLink() = default;
   void functionIs(TypeFunction function) { function_ = function; }
   KelType const* get() const {
-    KelType const* type = type_.load(std::memory_order_acquire);
-    if (!type && function_) type_.store(type = function_(), std::memory_order_release);
+    KelType const* type = type_.load(Order::acquire);
+    if (!type && function_) type_.store(type = function_(), Order::release);
     return type;
   }
 
  private:
   friend struct DebugLayout;
   TypeFunction function_ = nullptr;
-  mutable std::atomic<KelType const*> type_{nullptr};
+  mutable Atomic<KelType const*> type_{nullptr};
 };
 
 // The flags of an attribute that the reflective interface shows.
@@ -218,7 +218,7 @@ class KEL_API KelType final : public PtrInterface {
   KelType const* base() const { return base_; }
   // The types that are derived directly from this one, as a list: the first, and from each the next; null at the end.
   // The list has all types that have a record by now, so the type of every entity that exists is in its base's list.
-  KelType const* firstDerived() const { return firstDerived_.load(std::memory_order_acquire); }
+  KelType const* firstDerived() const { return firstDerived_.load(Order::acquire); }
   KelType const* nextDerived() const { return nextDerived_; }
   bool hasDerived() const { return firstDerived() != nullptr; }
   // Whether this type is `other` or derived from it. Cost: the number of bases.
@@ -285,10 +285,9 @@ class KEL_API KelType final : public PtrInterface {
   Entity* (*newLike() const)(Entity const& like) { return newLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.
   bool (*furtherParamsEqual() const)(Entity const& a, Entity const& b) { return furtherParamsEqual_; }
-  // Whether the plain content of two entities of this type is equal: of all copiable attributes that hold values and
-  // not pointers, inherited ones included, single or in collections, `a == b` of each. What has no comparison, what is
-  // keyed by pointers and `counter` collections stay out; KelAttr::inPlainEqual tells. Null: the type has nothing of
-  // the kind.
+  // Whether the plain content of two entities of this type is equal: all copiable attributes that hold values, single
+  // or in collections, inherited ones included. Left out are attributes without a comparison, attributes that are keyed
+  // by pointers, and `counter` collections; KelAttr::inPlainEqual tells. Null if the type has no plain content.
   bool (*plainEqual() const)(Entity const& a, Entity const& b) { return plainEqual_; }
   // The attributes that own entities; those that hold pointers; whether anything below may hold pointers.
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
@@ -308,8 +307,8 @@ class KEL_API KelType final : public PtrInterface {
   Kind kind_ = Kind::builtin;
   Builtin builtin_ = Builtin::none;
   bool autoconvert_ = false;
-  mutable std::atomic<S8> pointersBelow_{-1};
-  mutable std::atomic<KelType const*> firstDerived_{nullptr};
+  mutable Atomic<S8> pointersBelow_{-1};
+  mutable Atomic<KelType const*> firstDerived_{nullptr};
   KelType const* nextDerived_ = nullptr;
   KelType const* base_ = nullptr;
   std::vector<KelAttr const*> attrs_, queue_, ownAttrs_, ptrAttrs_;
@@ -336,12 +335,12 @@ KEL_API std::ostream& operator<<(std::ostream& out, KelType const& type);
 struct KEL_API TypeRegistration {
   explicit TypeRegistration(TypeFunction fwkType);
   // Whether some registered types may have no record yet.
-  static bool pending() { return pending_.load(std::memory_order_acquire); }
+  static bool pending() { return pending_.load(Order::acquire); }
   // Makes the records of all registered types.
   static void makeRecords();
 
  private:
-  static std::atomic<bool> pending_;
+  static Atomic<bool> pending_;
 };
 
 // The record of a C++ type: a builtin, a value type or enumeration of a model, an entity type, or a counted object of

@@ -6,8 +6,8 @@
 
 namespace Kel {
 
-// Orders keys: builtins and strings by value, value types field by field (their generated `compare`, whatever operators
-// they have of their own).
+// Orders keys: builtins and strings by value, value types field by field (by their generated `compare`, even if they
+// have operators of their own).
 struct KeyLess {
   using is_transparent = void;
   template <class A, class B>
@@ -17,7 +17,7 @@ struct KeyLess {
     else if constexpr (std::is_convertible_v<A const&, std::string_view>)
       return std::string_view(a) < std::string_view(b);
     else if constexpr (std::is_floating_point_v<A>)
-      return a < b || (a == a && b != b);  // a NaN stands behind all numbers
+      return a < b || (a == a && b != b);  // a NaN comes after all numbers
     else
       return a < b;
   }

@@ -117,7 +117,7 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(I index) const { return Iterator(this, this->findSlot(index)); }
 
-  // Of a queue of entities: hands them out as const.
+  // For a queue of entities: gives const members.
   class IteratorConst : private Iterator {
     using Member = Ptr<typename V::element_type const>;
     struct Arrow {
@@ -157,8 +157,8 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
 
  private:
   static constexpr U64 spaceMax = std::numeric_limits<std::make_unsigned_t<I>>::max();
-  static constexpr U64 farthest = U64(1) << 63;  // no queue gets there by itself, and from there none comes to the end
-  static constexpr U32 worthReleasing = 64;      // slots
+  static constexpr U64 farthest = U64(1) << 63;  // the highest number to restore, so that numbers never overflow
+  static constexpr U32 worthReleasing = 64;      // an empty queue keeps up to so many slots
 
   // The next number whose index no member has.
   U64 nextFree() const {
@@ -167,7 +167,7 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
     while (find(static_cast<I>(sequence))) ++sequence;
     return sequence;
   }
-  // The slot of the oldest member; the end when there is none.
+  // The slot of the oldest member; the end if there is none.
   U32 head() const { return first_ = this->nextSlot(first_); }
   U64 afterLast() const {
     U32 slot = this->slotEnd();

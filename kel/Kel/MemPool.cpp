@@ -1,5 +1,8 @@
 #include "Kel/MemPool.h"
 
+#include <array>
+#include <atomic>
+#include <cstdint>
 #include <mutex>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -21,106 +24,202 @@ void KelMemPool::release(void* block, std::size_t) noexcept { ::operator delete(
 
 namespace {
 
+constexpr std::size_t classes = KelMemPool::maxBlock / KelMemPool::granule;
+constexpr std::size_t chunkSize = 64 * 1024;  // and the alignment of a chunk
+constexpr std::size_t maxSegment = 16;        // chunks that are taken from the C++ heap at once
+
+std::size_t classOf(std::size_t size) { return size == 0 ? 0 : (size - 1) / KelMemPool::granule; }
+
 struct FreeBlock {
   FreeBlock* next;
+  std::size_t sizeClass;  // set while the block waits for the thread that its chunk belongs to
 };
-// The rest of a chunk, passed on by a thread that has ended.
-struct FreeChunk {
-  FreeChunk* next;
-  char* end;
+static_assert(sizeof(FreeBlock) <= KelMemPool::granule);
+
+struct Heap;
+
+// Blocks of all sizes, in the order in which they were first allocated. Each chunk has free lists of its own, as in
+// "Mimalloc: Free List Sharding in Action" (Leijen, Zorn, de Moura, 2019), so that blocks which are reused together lie
+// near each other. A chunk without a block in use begins anew: its blocks follow one another again.
+struct Chunk {
+  explicit Chunk(Heap& owner) : heap(owner) {}
+
+  Heap& heap;
+  Chunk* nextEmpty = nullptr;
+  std::uint32_t used = 0;    // blocks that are on no free list of the chunk, and one for the heap's current chunk
+  std::uint32_t listed = 0;  // a bit for each class in whose list of chunks it is
+  std::array<FreeBlock*, classes> free{};
+  std::array<std::uint16_t, classes> frees{};  // the lengths of the free lists
+  std::array<Chunk*, classes> next{};          // in the heap's lists
 };
-static_assert(sizeof(FreeChunk) <= KelMemPool::granule);
+static_assert(classes <= 32);
 
-constexpr std::size_t classes = KelMemPool::maxBlock / KelMemPool::granule;
-constexpr std::size_t chunkSize = 64 * 1024;
+Chunk& chunkOf(void* block) {
+  return *reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(block) & ~(chunkSize - 1));
+}
 
-struct Lists {
-  FreeBlock* head[classes] = {};
-  char* bump = nullptr;
-  char* bumpEnd = nullptr;
+// The memory of one thread. It is never destroyed: when its thread ends, another one takes it over.
+struct Heap {
+  std::array<FreeBlock*, classes> ready{};  // taken from one chunk for each class, to be handed out next
+  Chunk* current = nullptr;                 // from which new blocks are cut
+  char *bump = nullptr, *end = nullptr;     // the part of it that is left
+  std::array<Chunk*, classes> partial{};    // chunks that have, or had, free blocks of a class
+  Chunk* empty = nullptr;
+  char *spare = nullptr, *spareEnd = nullptr;  // chunks that have never been used
+  std::size_t segment = 1;                     // chunks to take next time
+  std::atomic<FreeBlock*> foreign{nullptr};    // released by other threads
+  Heap* nextUnowned = nullptr;
+
+  void* refill(std::size_t c);
+  void release(Chunk& chunk, FreeBlock& block, std::size_t c) noexcept;
+
+ private:
+  void collectForeign() noexcept;
+  void* recycled(std::size_t c) noexcept;
+  void nextChunk();
+  Chunk& newChunk();
+  void empties(Chunk& chunk) noexcept;
 };
 
-std::mutex orphansLock;
-FreeBlock* orphans[classes];
-FreeChunk* orphanChunks;
+void Heap::empties(Chunk& chunk) noexcept {
+  chunk.free.fill(nullptr);
+  chunk.frees.fill(0);
+  chunk.nextEmpty = empty;
+  empty = &chunk;
+}
 
-// When a thread ends, its free blocks go to the next thread that needs some. The lists are trivially destructible, so
-// that static objects may still be released after this destructor has run.
-struct HandOver {
-  Lists* lists;
-  ~HandOver();
-};
-
-// In the static part of the thread's storage, which is reached without a call.
-[[gnu::tls_model("initial-exec")]] thread_local Lists lists;
-thread_local HandOver handOver{&lists};
-
-HandOver::~HandOver() {
-  std::lock_guard<std::mutex> guard(orphansLock);
-  for (std::size_t c = 0; c < classes; ++c) {
-    while (FreeBlock* block = lists->head[c]) {
-      lists->head[c] = block->next;
-      block->next = orphans[c];
-      orphans[c] = block;
-    }
+void Heap::release(Chunk& chunk, FreeBlock& block, std::size_t c) noexcept {
+  block.next = chunk.free[c];
+  chunk.free[c] = &block;
+  ++chunk.frees[c];
+  if (--chunk.used == 0) {
+    empties(chunk);
+  } else if (!(chunk.listed >> c & 1)) {
+    chunk.listed |= std::uint32_t(1) << c;
+    chunk.next[c] = partial[c];
+    partial[c] = &chunk;
   }
-  if (lists->bump == lists->bumpEnd) return;
-  orphanChunks = new (lists->bump) FreeChunk{orphanChunks, lists->bumpEnd};
-  lists->bump = lists->bumpEnd;
 }
 
-FreeBlock* adoptOrphans(std::size_t c) {
-  std::lock_guard<std::mutex> guard(orphansLock);
-  FreeBlock* adopted = orphans[c];
-  orphans[c] = nullptr;
-  return adopted;
+void Heap::collectForeign() noexcept {
+  if (!foreign.load(std::memory_order_relaxed)) return;
+  FreeBlock* block = foreign.exchange(nullptr, std::memory_order_acquire);
+  while (block) {
+    FreeBlock& released = *block;
+    block = block->next;
+    release(chunkOf(&released), released, released.sizeClass);
+  }
 }
 
-bool adoptChunk(Lists& mine, std::size_t size) {
-  std::lock_guard<std::mutex> guard(orphansLock);
-  FreeChunk* const chunk = orphanChunks;
-  if (!chunk || static_cast<std::size_t>(chunk->end - reinterpret_cast<char*>(chunk)) < size) return false;
-  orphanChunks = chunk->next;
-  mine.bump = reinterpret_cast<char*>(chunk);
-  mine.bumpEnd = chunk->end;
-  return true;
+// A free block of the first chunk that has one; the chunk's others of the class become ready.
+void* Heap::recycled(std::size_t c) noexcept {
+  while (Chunk* const chunk = partial[c]) {
+    partial[c] = chunk->next[c];
+    chunk->listed &= ~(std::uint32_t(1) << c);
+    FreeBlock* const block = chunk->free[c];
+    if (!block) continue;  // it has begun anew
+    chunk->used += chunk->frees[c];
+    chunk->free[c] = nullptr;
+    chunk->frees[c] = 0;
+    ready[c] = block->next;
+    return block;
+  }
+  return nullptr;
 }
 
-// Makes sure that this thread hands over its blocks when it ends.
-void willHandOver() {
-  Lists* volatile used = handOver.lists;
-  (void)used;
+Chunk& Heap::newChunk() {
+  if (Chunk* const chunk = empty) {
+    empty = chunk->nextEmpty;
+    return *chunk;
+  }
+  if (spare == spareEnd) {
+    std::size_t const size = segment * chunkSize;
+    spare = static_cast<char*>(::operator new(size, std::align_val_t(chunkSize)));
+    spareEnd = spare + size;
+    if (segment < maxSegment) segment *= 2;
+  }
+  void* const place = spare;
+  spare += chunkSize;
+  return *new (place) Chunk(*this);
 }
 
-void* refill(Lists& mine, std::size_t c) {
-  willHandOver();
+void Heap::nextChunk() {
+  Chunk& chunk = newChunk();
+  if (current && --current->used == 0) empties(*current);
+  current = &chunk;
+  ++chunk.used;
+  bump = reinterpret_cast<char*>(&chunk) +
+         (sizeof(Chunk) + KelMemPool::granule - 1) / KelMemPool::granule * KelMemPool::granule;
+  end = reinterpret_cast<char*>(&chunk) + chunkSize;
+}
+
+void* Heap::refill(std::size_t c) {
+  collectForeign();
+  if (void* const block = recycled(c)) return block;
   std::size_t const size = (c + 1) * KelMemPool::granule;
-  if (static_cast<std::size_t>(mine.bumpEnd - mine.bump) < size) {
-    if (FreeBlock* adopted = adoptOrphans(c)) {
-      mine.head[c] = adopted->next;
-      return adopted;
-    }
-    if (!adoptChunk(mine, size)) {
-      mine.bump = static_cast<char*>(::operator new(chunkSize));
-      mine.bumpEnd = mine.bump + chunkSize;
-    }
-  }
-  void* block = mine.bump;
-  mine.bump += size;
+  if (static_cast<std::size_t>(end - bump) < size) nextChunk();
+  void* const block = bump;
+  bump += size;
+  ++current->used;
   return block;
+}
+
+std::mutex unownedLock;
+Heap* unowned = nullptr;
+
+Heap noHeap;  // has no blocks
+// In the static part of the thread's storage, which is reached without a call.
+[[gnu::tls_model("initial-exec")]] thread_local constinit Heap* heap = &noHeap;
+
+// Passes the heap of a thread that ends on. What the thread releases after that waits for the heap's next owner.
+struct HandOver {
+  bool armed = false;
+  ~HandOver() {
+    if (!armed) return;
+    std::lock_guard<std::mutex> const guard(unownedLock);
+    heap->nextUnowned = unowned;
+    unowned = heap;
+    heap = &noHeap;
+  }
+};
+thread_local HandOver handOver;
+
+void takeHeap() {
+  std::unique_lock<std::mutex> guard(unownedLock);
+  if (Heap* const taken = unowned) {
+    unowned = taken->nextUnowned;
+    heap = taken;
+  } else {
+    guard.unlock();
+    heap = new Heap;
+  }
+  handOver.armed = true;
+}
+
+void* allocateSlowly(std::size_t c) {
+  if (heap == &noHeap) takeHeap();
+  return heap->refill(c);
+}
+
+void releaseElsewhere(Heap& owner, FreeBlock& block, std::size_t c) noexcept {
+  block.sizeClass = c;
+  block.next = owner.foreign.load(std::memory_order_relaxed);
+  while (
+      !owner.foreign.compare_exchange_weak(block.next, &block, std::memory_order_release, std::memory_order_relaxed)) {
+  }
 }
 
 }  // namespace
 
 void* KelMemPool::allocate(std::size_t size) {
   if (size > maxBlock) return ::operator new(size);
-  std::size_t const c = size == 0 ? 0 : (size - 1) / granule;
-  Lists& mine = lists;
-  if (FreeBlock* block = mine.head[c]) {
-    mine.head[c] = block->next;
+  std::size_t const c = classOf(size);
+  Heap& mine = *heap;
+  if (FreeBlock* const block = mine.ready[c]) {
+    mine.ready[c] = block->next;
     return block;
   }
-  return refill(mine, c);
+  return allocateSlowly(c);
 }
 
 void KelMemPool::release(void* block, std::size_t size) noexcept {
@@ -128,12 +227,13 @@ void KelMemPool::release(void* block, std::size_t size) noexcept {
     ::operator delete(block);
     return;
   }
-  std::size_t const c = size == 0 ? 0 : (size - 1) / granule;
-  auto* freed = static_cast<FreeBlock*>(block);
-  Lists& mine = lists;
-  if (!mine.head[c]) willHandOver();  // a thread may release a block without ever having allocated one
-  freed->next = mine.head[c];
-  mine.head[c] = freed;
+  std::size_t const c = classOf(size);
+  Chunk& chunk = chunkOf(block);
+  auto& freed = *static_cast<FreeBlock*>(block);
+  if (&chunk.heap == heap)
+    heap->release(chunk, freed, c);
+  else
+    releaseElsewhere(chunk.heap, freed, c);
 }
 
 #endif

@@ -1,10 +1,11 @@
 // The framework's allocator for counted objects, strings and small arrays.
 //
-// Blocks of up to `KelMemPool::maxBlock` bytes come from free lists, one for each size, which are filled from larger
-// chunks: objects that are made one after the other lie one after the other. Larger blocks come from the C++ heap.
-// Memory that was used for small blocks once is kept for small blocks. Every thread has free lists of its own, so that
-// allocation takes no lock. A block may be released on any thread. The lists of a thread that ends pass to the others.
-// Under a sanitizer, every block comes from the heap, so that each use after release is found.
+// Blocks of up to `KelMemPool::maxBlock` bytes are cut from chunks of 64 KB: objects that are made one after the other
+// lie one after the other. A released block goes back to its chunk, and a chunk whose blocks have all been released
+// begins anew. Larger blocks come from the C++ heap. Memory that was used for small blocks once is kept for small
+// blocks. Every thread has chunks of its own, so that allocation takes no lock. A block may be released on any thread;
+// one that belongs to another thread waits until that thread needs memory. The chunks of a thread that ends pass to a
+// new one. Under a sanitizer, every block comes from the heap, so that each use after release is found.
 #pragma once
 
 #include <cstddef>
@@ -35,5 +36,18 @@ class KEL_API KelMemPool {
 inline void memDel(void* block, std::size_t size) noexcept {
   if (block) KelMemPool::release(block, size);
 }
+
+// The allocator for the standard library's containers.
+template <class T>
+struct PoolAllocator {
+  using value_type = T;
+
+  PoolAllocator() = default;
+  template <class U>
+  PoolAllocator(PoolAllocator<U> const&) noexcept {}
+  T* allocate(std::size_t n) { return static_cast<T*>(KelMemPool::allocate(n * sizeof(T))); }
+  void deallocate(T* block, std::size_t n) noexcept { KelMemPool::release(block, n * sizeof(T)); }
+  bool operator==(PoolAllocator const&) const = default;
+};
 
 }  // namespace Kel

@@ -1,5 +1,5 @@
-// What the header of every model stands on. A header includes the collections that its attributes need besides; for its
-// source see TypeBuilder.h and Accessors.h.
+// The header of every model includes this one, and the headers of the collections that its attributes need. Its source
+// includes TypeBuilder.h and Accessors.h.
 #pragma once
 
 #include "Kel/Entity.h"
@@ -7,4 +7,4 @@
 #include "Kel/Strep.h"
 
 // Generated code refuses to compile against another version of the framework than its compiler was made for.
-#define KEL_MODEL_VERSION 5
+#define KEL_MODEL_VERSION 6

@@ -44,7 +44,7 @@ class KEL_API EntityNotifiee : public PtrInterface {
   Activation* active_ = nullptr;  // what this reactor is handling now, innermost first
 };
 
-// For the framework: what only few entities have.
+// For the framework: the state that only few entities need.
 struct EntityExtras {
   EntityExtras() noexcept;
   ~EntityExtras();
@@ -57,7 +57,7 @@ struct EntityExtras {
   U32 deliveries = 0;
   ChangeJournal* journal = nullptr;            // owned
   Entity* next = nullptr;                      // of the entity's EntityStack
-  static constexpr std::uintptr_t isLink = 1;  // an odd address is no extras, but such a link
+  static constexpr std::uintptr_t isLink = 1;  // an odd address is such a link, not an address of extras
 };
 
 }  // namespace Kel

@@ -90,7 +90,7 @@ class RbTreeMap {
    private:
     using Member = typename Members::const_iterator;
 
-    // Where the key is. Erasing the member leaves that dangling; whatever else happens to the map does not.
+    // The member under the key. Only an erasure can invalidate `at_`.
     Member member() const {
       if (erasures_ != map_->erasures_ || at_ == map_->map_.end()) {
         at_ = map_->map_.find(*key_);
@@ -118,73 +118,6 @@ class RbTreeMap {
  private:
   Members map_;
   U64 erasures_ = 0;
-};
-
-// Owned entities, in the order of the key that they carry.
-template <class T>
-class EntityTree {
- public:
-  using K = typename EntityKey<T>::type;
-  using key_type = K;
-  using entity_type = T;
-
-  U32 members() const { return map_.members(); }
-  bool empty() const { return map_.empty(); }
-  // The member under the key, or null.
-  template <class Key>
-  T* find(Key const& key) const {
-    Ptr<T> const* held = map_.find(key);
-    return held ? held->ptr() : nullptr;
-  }
-  // REQUIRES: the key is free.
-  void insert(Ptr<T> entity) {
-    K const key = EntityKey<T>::key(*entity);
-    map_.set(key, entity);
-  }
-  // Takes a member out; null if there is none.
-  Ptr<T> take(K const& key) {
-    Ptr<T> taken(find(key));
-    if (taken) map_.erase(key);
-    return taken;
-  }
-  // As in RbTreeMap.
-  bool anyKeyBegins(std::string_view prefix) const { return map_.anyKeyBegins(prefix); }
-  void clear() { map_.clear(); }
-  // Moves every member out, in the order of the keys, into a call of `take`. Allocates nothing.
-  template <class Taken>
-  void takeAll(Taken const& take) {
-    map_.eachValue([&](Ptr<T>& member) { take(std::move(member)); });
-    map_.clear();
-  }
-
-  // Over members; `E` is T or T const.
-  template <class E>
-  class IteratorOf {
-   public:
-    explicit IteratorOf(EntityTree const* tree) : it_(tree->map_.iterator()) {}
-    IteratorOf(EntityTree const* tree, K const& key) : it_(tree->map_.iterator(key)) {}
-    explicit operator bool() const { return static_cast<bool>(it_); }
-    K const& key() const { return it_.key(); }
-    Ptr<E> ptr() const { return it_.value(); }
-    E* operator->() const { return it_.value().ptr(); }
-    E& operator*() const { return *it_.value(); }
-    IteratorOf& operator++() {
-      ++it_;
-      return *this;
-    }
-
-   private:
-    typename RbTreeMap<K, Ptr<T>>::Iterator it_;
-  };
-  using Iterator = IteratorOf<T>;
-  using IteratorConst = IteratorOf<T const>;
-  Iterator iterator() { return Iterator(this); }
-  IteratorConst iteratorConst() const { return IteratorConst(this); }
-  Iterator iterator(K const& key) { return Iterator(this, key); }
-  IteratorConst iteratorConst(K const& key) const { return IteratorConst(this, key); }
-
- private:
-  RbTreeMap<K, Ptr<T>> map_;
 };
 
 }  // namespace Kel

@@ -54,7 +54,7 @@ KEL_API void sequenceToValue(char const*& begin, char const* end, String8* v);
 
 // Raises RangeException "junk at column N deserializing T".
 [[noreturn]] KEL_API void throwJunk(S64 column, char const* typeName);
-// Parses a whole text. Anything left after the value, be it a blank, raises the exception of throwJunk.
+// Parses a whole text. Anything after the value, even a blank, raises the exception of throwJunk.
 template <class T>
 T strepToValue(String8 const& text);
 
@@ -67,7 +67,7 @@ class KEL_API ValueParser {
  public:
   // Reads the opening of the value. REQUIRES: the pointers outlive the parser.
   ValueParser(char const* fullTypeName, char const* typeName, char const*& begin, char const* end);
-  // Reads up to the next field's ':'. False if there was none, but the end of the value.
+  // Reads up to the next field's ':'; false at the end of the value.
   bool nextField();
   // Whether the field that was found last has that name.
   bool is(char const* name) const { return field_ == name; }

@@ -6,20 +6,20 @@
 // the heap.
 #pragma once
 
-#include <atomic>
 #include <cstring>
 #include <iosfwd>
 #include <string>
 #include <string_view>
 
+#include "Kel/Atomic.h"
 #include "Kel/MemPool.h"
 #include "Kel/Types.h"
 
 namespace Kel {
 
-// The framework's hash of a range of bytes; never 0. Every process has a hash function of its own, so that nobody can
-// prepare keys that collide. With KEL_HASH_SEED=N in the environment, it is the same each time. No visible result
-// depends on it.
+// The framework's hash of a range of bytes; never 0. Every process has a hash function of its own, so that colliding
+// keys cannot be prepared. With KEL_HASH_SEED=N in the environment, it is the same each time. No visible result depends
+// on it.
 KEL_API U32 hashBytes(char const* data, std::size_t size) noexcept;
 
 // A string of bytes, shared and immutable.
@@ -34,13 +34,13 @@ class KEL_API String8 {
   String8(std::string_view text) : rep_(make(text, {})) {}
   String8(std::string const& text) : String8(std::string_view(text)) {}
   String8(String8 const& o) noexcept : rep_(o.rep_) {
-    if (rep_) rep_->refs.fetch_add(1, std::memory_order_relaxed);
+    if (rep_) rep_->refs.fetch_add(1, Order::relaxed);
   }
   String8(String8&& o) noexcept : rep_(o.rep_) { o.rep_ = nullptr; }
   ~String8() { drop(); }
   String8& operator=(String8 const& o) noexcept {
     if (rep_ != o.rep_) {
-      if (o.rep_) o.rep_->refs.fetch_add(1, std::memory_order_relaxed);
+      if (o.rep_) o.rep_->refs.fetch_add(1, Order::relaxed);
       drop();
       rep_ = o.rep_;
     }
@@ -74,7 +74,7 @@ class KEL_API String8 {
   // The hash of the characters; see hashBytes.
   U32 hash() const noexcept {
     if (!rep_) return emptyHash;
-    U32 h = rep_->hash.load(std::memory_order_relaxed);
+    U32 h = rep_->hash.load(Order::relaxed);
     return h ? h : hashSlow();
   }
 
@@ -100,23 +100,23 @@ class KEL_API String8 {
   static constexpr U32 emptyHash = 0x9e3779b9;
 
   struct Rep {
-    std::atomic<U32> refs;
-    std::atomic<U32> hash;  // 0: not yet known
+    Atomic<U32> refs;
+    Atomic<U32> hash;  // 0: not yet known
     U32 size;
     char* text() noexcept { return reinterpret_cast<char*>(this + 1); }
     char const* text() const noexcept { return reinterpret_cast<char const*>(this + 1); }
   };
 
-  static constexpr std::size_t sizeAt = 2 * sizeof(U32);  // the size in a Rep; behind it the text begins
+  static constexpr std::size_t sizeAt = 2 * sizeof(U32);  // where the size is in a Rep; the text follows it
   static bool sameWord(char const* a, char const* b) noexcept {
     U64 x, y;
     std::memcpy(&x, a, sizeof x);
     std::memcpy(&y, b, sizeof y);
     return x == y;
   }
-  // Apart, so that comparing strings that share their bytes is a comparison of pointers in place. Short texts, which
-  // most are, are compared in words, of which the first holds the size and the last is filled up with zeros: a call
-  // would cost more.
+  // Not inlined, so that operator== stays a comparison of pointers for strings that share their bytes. Short texts,
+  // which most are, are compared word by word, which costs less than a call. The first word holds the size, and the
+  // last one is padded with zeros.
   [[gnu::noinline]] static bool sameText(Rep const& a, Rep const& b) noexcept {
     auto const* x = reinterpret_cast<char const*>(&a) + sizeAt;
     auto const* y = reinterpret_cast<char const*>(&b) + sizeAt;
@@ -127,12 +127,12 @@ class KEL_API String8 {
       if (!sameWord(x + at, y + at)) return false;
     return true;
   }
-  // The two texts one after the other; null when both are empty.
+  // The two texts, one after the other; null if both are empty.
   static Rep* make(std::string_view a, std::string_view b);
   static void destroy(Rep* rep) noexcept;
   static std::size_t storageSize(std::size_t size) noexcept;
   void drop() noexcept {
-    if (rep_ && rep_->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(rep_);
+    if (rep_ && rep_->refs.fetch_sub(1, Order::acqRel) == 1) destroy(rep_);
   }
   U32 hashSlow() const noexcept;
   friend String8 operator+(String8 const& a, std::string_view b);

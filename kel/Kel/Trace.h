@@ -1,8 +1,8 @@
 // Tracing.
 //
 // A source file names its handle once, `KEL_TRACE_MODULE("EntityCopy")`, and traces with `KEL_TRACE(3) << "Child is
-// set";`. While the level is off, nothing to the right is evaluated. Handles of the same name are one handle. Levels
-// run from 0 to 9; a higher level is more detail. They are switched on by the environment
+// set";`. While the level is off, the operands are not evaluated. Handles of the same name are one handle. Levels run
+// from 0 to 9; a higher level is more detail. They are switched on by the environment
 //
 //     KEL_TRACE="EntityCopy/0-4,CliSession,Zuk*/8"      (no level: all; a trailing * matches the rest of a name)
 //
@@ -10,13 +10,13 @@
 // at the same time, and lines stay whole. Only one thread at a time may change levels and sinks.
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
 
+#include "Kel/Atomic.h"
 #include "Kel/SourceName.h"
 #include "Kel/Types.h"
 
@@ -57,27 +57,27 @@ class KEL_API TraceHandle {
 
   std::string const& name() const { return name_; }
   // One bit a level.
-  U16 levels() const { return levels_.load(std::memory_order_relaxed); }
+  U16 levels() const { return levels_.load(Order::relaxed); }
   void levelsIs(U16 levels);
-  bool enabled(int level) const { return (active_.load(std::memory_order_relaxed) & (1u << level)) != 0; }
+  bool enabled(int level) const { return (active_.load(Order::relaxed) & (1u << level)) != 0; }
   // Whether any level is on.
-  bool any() const { return active_.load(std::memory_order_relaxed) != 0; }
+  bool any() const { return active_.load(Order::relaxed) != 0; }
 
  private:
   friend void coverageStreamIs(std::ostream*);
   void refresh();
 
   std::string name_;
-  std::atomic<U16> levels_{0};
-  std::atomic<U16> active_{0};  // the levels, or all of them while a coverage stream is set
+  Atomic<U16> levels_{0};
+  Atomic<U16> active_{0};  // the levels, or all of them while a coverage stream is set
 };
 
 // Hands one formatted message to the sink.
 KEL_API void traceHelper(TraceHandle const& handle, int level, char const* file, int line, char const* function,
                          std::string const& message);
 
-// One trace statement under way; sends its message when it goes out of scope. What is traced goes on if that fails:
-// standard error has a line that says so.
+// One trace statement. Its destructor sends the message. If that fails, it writes a line to standard error, and the
+// traced code goes on.
 class KEL_API TraceLine {
  public:
   TraceLine(TraceHandle const& handle, int level, char const* file, int line, char const* function)
@@ -103,7 +103,7 @@ struct TraceVoid {
 
 }  // namespace Kel
 
-// Names the trace handle of a source file. Stands at its top, outside of all namespaces.
+// Names the trace handle of a source file. Put it at the top of the file, outside of all namespaces.
 #define KEL_TRACE_MODULE(name)                                         \
   namespace {                                                          \
   inline ::Kel::TraceHandle& kelTraceHandle() {                        \

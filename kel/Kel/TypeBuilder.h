@@ -1,9 +1,9 @@
-// Making type records. Generated code describes its types with these builders:
+// Builders of type records. Generated code describes its types with them:
 //
 //     KelType const* Port::_fwkType() {
 //       static Kel::KelType const* const type = [] {
 //         Kel::EntityTypeBuilder<Port> b("Bench::Port", Kel::Entity::_fwkType());
-//         b.params<&Port::name>(nameAttr, {"name"});
+//         b.name(nameAttr);
 //         b.value(aliasAttr, "alias", &Port::alias_);
 //         b.constructs<&Port::name>();
 //         return b.done();
@@ -14,11 +14,12 @@
 // Attributes are described in the order of their ids.
 #pragma once
 
-#include <bit>
 #include <initializer_list>
 
 #include "Kel/AttrCalls.h"
+#include "Kel/AttrEntity.h"
 #include "Kel/AttrMaps.h"
+#include "Kel/AttrOwned.h"
 #include "Kel/AttrQueues.h"
 #include "Kel/AttrStorage.h"
 #include "Kel/Strep.h"
@@ -32,7 +33,8 @@ class KEL_API TypeBuilderBase {
   KelType const* done();
   void nested(KelType const* type) { type_->nested_.push_back(type); }
 
-  // Makes the last described attribute call back after each change; takes public writing or logging from it.
+  // For the attribute that was described last: calls back after each change; makes it read-only; keeps it out of copies
+  // and logs.
   void afterChange(void (*call)(Entity&));
   void readonly();
   void nolog();
@@ -48,13 +50,12 @@ class KEL_API TypeBuilderBase {
   static constexpr unsigned int ownFlag = KelAttrIntrospectionFlags::instantiating;
 
   KelAttr& collection(KelAttr& attr, KelAttr::Collection kind, TypeFunction key, bool keyIsPtr);
-  // For debuggers: where in the object the content lies, what it starts with, whether it is counts.
+  // For debuggers: the content's offset in the object, its initial value, and whether it is a CounterMap.
   void placed(KelAttr& attr, std::ptrdiff_t offset, void const* initial = nullptr, bool counts = false) {
     attr.offset_ = static_cast<U32>(offset);
     attr.initial_ = initial;
     attr.counts_ = counts;
   }
-  void placedAt(AttributeId id, std::ptrdiff_t offset);
   void constPtr(KelAttr& attr) { attr.constPtr_ = true; }
   void constant(KelAttr& attr) { attr.constant_ = true; }
   void args(KelAttr& attr, std::vector<KelArg> args) { attr.args_ = std::move(args); }
@@ -115,7 +116,7 @@ class ValueTypeBuilder : public TypeBuilderBase {
   template <auto Getter, auto Setter>
   KelAttr& fieldAttr(char const* name) {
     using F = std::decay_t<decltype((std::declval<V const&>().*Getter)())>;
-    static FieldAccess<V, Getter, Setter> const access;
+    static FieldAccess const access(fieldFunctions<V, Getter, Setter>());
     return add(nextId(), name, &access, &TypeOf<F>::type, KelAttrIntrospectionFlags::logging);
   }
 };
@@ -137,27 +138,30 @@ class EntityTypeBuilder : public TypeBuilderBase {
   EntityTypeBuilder(char const* fullName, KelType const* base)
       : TypeBuilderBase(fullName, KelType::Kind::entity, base) {}
 
-  // The type's own constructor parameters (not its base's), by their readers, with ids from `firstId` on.
-  template <auto... Getter>
-  void params(AttributeId firstId, std::initializer_list<char const*> names) {
-    char const* const* name = names.begin();
-    (param<Getter>(firstId++, *name++), ...);
+  // The type's own constructor parameters (not its base's): the entity's name, and those in member variables.
+  void name(AttributeId id, char const* called = "name") { param<Name>(id, called, new NameAccess); }
+  template <class C, class P>
+  void param(AttributeId id, char const* called, P C::*slot) {
+    using Held = std::remove_const_t<P>;
+    AttrAccess const* kept;
+    if constexpr (isPtrType<Held>)
+      kept = newPtrAccess(slot);
+    else
+      kept = newValueAccess<Held>(Offset(slot), Held(), false).access;
+    placed(param<Held>(id, called, new ParamAccess(kept)), Offset(slot).bytes());
   }
-  // Where the key is, which the name is made from: for debuggers.
-  template <class M>
-  void keyAt(AttributeId id, M T::*slot) {
-    this->placedAt(id, offsetOf(slot));
-  }
-  // All constructor parameters, the base's first: the type can be created.
+  // All constructor parameters, the base's first. Types without this call are abstract.
   template <auto... Getter>
   void constructs() {
     using Make = Construct<T, Getter...>;
-    if constexpr (Make::comparable)
+    if constexpr (Make::byName)
+      constructWith(&Make::construct, &sameName, &noFurtherParams, &Make::newLike);
+    else if constexpr (Make::comparable)
       constructWith(&Make::construct, &Make::paramsEqual, &Make::furtherParamsEqual, &Make::newLike);
     else
       constructWith(&Make::construct, nullptr, nullptr, nullptr);
   }
-  // The comparison of plain content, which includes the base's, and which of the type's own attributes take part.
+  // The comparison of plain content, the base's included, and the type's own attributes that take part in it.
   template <bool (T::*Equal)(T const&) const>
   void plainEqual(std::initializer_list<AttributeId> attributes) {
     plainEqualWith(
@@ -167,60 +171,61 @@ class EntityTypeBuilder : public TypeBuilderBase {
 
   template <class C, class V>
   void value(AttributeId id, char const* name, V C::*slot, std::type_identity_t<V> const& initial = V()) {
-    valueAttr(id, name, slot, new ValueAccess<V>(entitySlot(slot), initial, false));
+    valueAttr<V>(id, name, slot, newValueAccess<V>(Offset(slot), initial, false));
   }
   template <class C, class V>
   void counter(AttributeId id, char const* name, V C::*slot, std::type_identity_t<V> const& initial = V()) {
-    valueAttr(id, name, slot, new ValueAccess<V>(entitySlot(slot), initial, true));
+    valueAttr<V>(id, name, slot, newValueAccess<V>(Offset(slot), initial, true));
   }
   template <class V>
   void constantValue(AttributeId id, char const* name, V const& value) {
-    constant(add(id, name, new ConstantAccess<V>(value), &TypeOf<V>::type, 0));
+    constant(add(id, name, new ConstantAccess(box(value)), &TypeOf<V>::type, 0));
   }
   template <class C, class E>
   void pointer(AttributeId id, char const* name, Ptr<E> C::*slot) {
-    KelAttr& attr = add(id, name, new PtrAccess<E>(entitySlot(slot)), &typeOfArg<Ptr<E>>, contentFlags<Ptr<E>>());
-    placed(attr, offsetOf(slot));
+    KelAttr& attr = add(id, name, newPtrAccess(slot), &typeOfArg<Ptr<E>>, contentFlags<Ptr<E>>());
+    placed(attr, Offset(slot).bytes());
     if constexpr (std::is_const_v<E>) constPtr(attr);
   }
   template <class C, class E>
   void singleton(AttributeId id, char const* name, Ptr<E> C::*slot) {
-    KelAttr& attr = add(id, name, new SingletonAccess<E>(entitySlot(slot)), &TypeOf<E>::type, plain | ownFlag);
-    placed(attr, offsetOf(slot));
+    placed(add(id, name, new SingletonAccess(slot), &TypeOf<E>::type, plain | ownFlag), Offset(slot).bytes());
   }
-  // Values or pointers by key: HashMap, RbTreeMap or CounterMap. With `keyOf` the values carry their key.
+  // Values or pointers by key: HashMap, RbTreeMap or CounterMap. With collectionByField, the key is a field of the
+  // value.
   template <class C, class M>
   void collectionOf(AttributeId id, char const* name, M C::*slot, bool nonNull = false) {
-    mapAttr(id, name, slot, new MapAccess<M>(entitySlot(slot), nullptr, nonNull));
+    mapAttr(id, name, slot, new MapAccess<M>(Offset(slot), nullptr, nonNull));
   }
   template <auto KeyOf, class C, class M>
   void collectionByField(AttributeId id, char const* name, M C::*slot) {
     auto* const keyOf = +[](typename M::mapped_type const& v) -> typename M::key_type { return (v.*KeyOf)(); };
-    mapAttr(id, name, slot, new MapAccess<M>(entitySlot(slot), keyOf, false));
+    mapAttr(id, name, slot, new MapAccess<M>(Offset(slot), keyOf, false));
   }
   // Owned entities by key: EntityMap or EntityTree.
   template <class C, class M>
   void owned(AttributeId id, char const* name, M C::*slot) {
-    KelAttr& attr =
-        add(id, name, new OwnedMapAccess<M>(entitySlot(slot)), &TypeOf<typename M::entity_type>::type, plain | ownFlag);
+    using E = typename M::entity_type;
+    KelAttr& attr = add(id, name, new OwnedAccess<typename M::storage_type>(Offset(slot), sizeof(E)), &TypeOf<E>::type,
+                        plain | ownFlag);
     collection(attr, mapKind<M>(), &TypeOf<typename M::key_type>::type, false);
-    placed(attr, offsetOf(slot));
+    placed(attr, Offset(slot).bytes());
   }
   // Queues of values, of owned entities.
   template <class C, class Q>
   void queue(AttributeId id, char const* name, Q C::*slot) {
-    KelAttr& attr = add(id, name, new QueueAccess<Q>(entitySlot(slot)), &TypeOf<typename Q::mapped_type>::type, plain);
+    KelAttr& attr = add(id, name, new QueueAccess<Q>(Offset(slot)), &TypeOf<typename Q::mapped_type>::type, plain);
     collection(attr, KelAttr::Collection::queue, &TypeOf<typename Q::key_type>::type, false);
-    placed(attr, offsetOf(slot));
+    placed(attr, Offset(slot).bytes());
   }
   template <class C, class Q>
   void ownedQueue(AttributeId id, char const* name, Q C::*slot) {
     using E = typename Q::mapped_type::element_type;
-    KelAttr& attr = add(id, name, new OwnedQueueAccess<Q>(entitySlot(slot)), &TypeOf<E>::type, plain | ownFlag);
+    KelAttr& attr = add(id, name, new OwnedQueueAccess<Q>(Offset(slot)), &TypeOf<E>::type, plain | ownFlag);
     collection(attr, KelAttr::Collection::queue, &TypeOf<typename Q::key_type>::type, false);
-    placed(attr, offsetOf(slot));
+    placed(attr, Offset(slot).bytes());
   }
-  // Storage of its own kind.
+  // A collection with an access class of its own.
   KelAttr& collectionAttr(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type,
                           unsigned int flags, TypeFunction key) {
     return collection(add(id, name, access, type, flags), KelAttr::Collection::orderedMap, key, false);
@@ -230,46 +235,31 @@ class EntityTypeBuilder : public TypeBuilderBase {
   void treeAttr(AttributeId id, char const* name, EntityTree<E> C::*slot, AttrAccess const* access,
                 unsigned int flags) {
     TypeFunction const key = &TypeOf<typename EntityTree<E>::key_type>::type;
-    placed(collectionAttr(id, name, access, &TypeOf<E>::type, flags, key), offsetOf(slot));
+    placed(collectionAttr(id, name, access, &TypeOf<E>::type, flags, key), Offset(slot).bytes());
   }
   // A callable attribute, with the names of its arguments.
-  template <class R, class C, class... A>
-  void op(AttributeId id, char const* name, R (C::*function)(A...), std::initializer_list<char const*> names = {}) {
-    opAttr<R, C, A...>(id, name, new OpAccess<R (C::*)(A...)>(function), names);
-  }
-  template <class R, class C, class... A>
-  void op(AttributeId id, char const* name, R (C::*function)(A...) const,
-          std::initializer_list<char const*> names = {}) {
-    opAttr<R, C, A...>(id, name, new OpAccess<R (C::*)(A...) const>(function), names);
+  template <auto function>
+  void op(AttributeId id, char const* name, std::initializer_list<char const*> names = {}) {
+    opAttr<function>(id, name, names, function);
   }
 
  private:
-  // A pointer to a member of T as one to a member of Entity; it is only ever applied to a T.
-  template <class C, class M>
-  static M Entity::*entitySlot(M C::*slot) {
-    return static_cast<M Entity::*>(slot);
-  }
-  template <class C, class M>
-  static std::ptrdiff_t offsetOf(M C::*slot) {
-    return std::bit_cast<std::ptrdiff_t>(entitySlot(slot));  // as the Itanium C++ ABI has it
-  }
-  template <class C, class V>
-  void valueAttr(AttributeId id, char const* name, V C::*slot, ValueAccess<V> const* access) {
-    placed(add(id, name, access, &TypeOf<V>::type, plain), offsetOf(slot), &access->initial());
+  template <class V, class C>
+  void valueAttr(AttributeId id, char const* name, V C::*slot, NewValueAccess made) {
+    placed(add(id, name, made.access, &TypeOf<V>::type, plain), Offset(slot).bytes(), made.initial);
   }
   template <class M>
   static constexpr bool isCounterMap = requires(M& m) {
     m.increment(typename M::key_type());
   };
-  template <auto Getter>
-  void param(AttributeId id, char const* name) {
-    using P = std::decay_t<decltype((std::declval<T const&>().*Getter)())>;
-    static GetterAccess<T, Getter> const access;
+  template <class P>
+  KelAttr& param(AttributeId id, char const* name, AttrAccess const* access) {
     unsigned int flags = KelAttrIntrospectionFlags::ctorParam | KelAttrIntrospectionFlags::logging;
     if (isPtrType<P>) flags |= ptrFlag;
-    KelAttr& attr = add(id, name, &access, &typeOfArg<P>, flags);
+    KelAttr& attr = add(id, name, access, &typeOfArg<P>, flags);
     if constexpr (isConstPtrType<P>) constPtr(attr);
     ctorArg({name, &typeOfArg<P>, isPtrType<P>});
+    return attr;
   }
   template <class C, class M>
   void mapAttr(AttributeId id, char const* name, M C::*slot, AttrAccess const* access) {
@@ -278,9 +268,9 @@ class EntityTypeBuilder : public TypeBuilderBase {
     if constexpr (isConstPtrType<V>) constPtr(attr);
     using K = typename M::key_type;
     collection(attr, mapKind<M>(), &typeOfArg<K>, isPtrType<K>);
-    placed(attr, offsetOf(slot), nullptr, isCounterMap<M>);
+    placed(attr, Offset(slot).bytes(), nullptr, isCounterMap<M>);
   }
-  // The framework's other counted objects are no entities: pointers to them are for the process only, and not logging.
+  // Pointers to counted objects that are not entities have no meaning outside of the process, so they are not logging.
   template <class V>
   static constexpr unsigned int contentFlags() {
     if constexpr (!isPtrType<V>)
@@ -295,7 +285,15 @@ class EntityTypeBuilder : public TypeBuilderBase {
     return std::is_base_of_v<HashMapGeneric, M> || isCounterMap<M> ? KelAttr::Collection::hashMap
                                                                    : KelAttr::Collection::orderedMap;
   }
-  template <class R, class C, class... A>
+  template <auto function, class R, class C, class... A>
+  void opAttr(AttributeId id, char const* name, std::initializer_list<char const*> names, R (C::*)(A...)) {
+    opAttr<R, A...>(id, name, new OpAccess(&Call<function, T, R, A...>::call, false), names);
+  }
+  template <auto function, class R, class C, class... A>
+  void opAttr(AttributeId id, char const* name, std::initializer_list<char const*> names, R (C::*)(A...) const) {
+    opAttr<R, A...>(id, name, new OpAccess(&Call<function, T, R, A...>::call, true), names);
+  }
+  template <class R, class... A>
   void opAttr(AttributeId id, char const* name, AttrAccess const* access, std::initializer_list<char const*> names) {
     KelAttr& attr = add(id, name, access, resultType<std::decay_t<R>>(), KelAttrIntrospectionFlags::function);
     std::vector<KelArg> list;

@@ -1,5 +1,6 @@
 #include "compiler/Emit.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -12,7 +13,7 @@ namespace kelc {
 namespace {
 
 // To be increased whenever generated code needs other headers of the framework.
-constexpr char const* frameworkVersion = "5";
+constexpr char const* frameworkVersion = "6";
 
 std::string include(std::string const& header) { return "#include \"" + header + "\""; }
 
@@ -20,26 +21,46 @@ class FileEmitter {
  public:
   FileEmitter(ModelSet const& set, Linkage const& linkage) : model_(*set.main), types_(set, model_), linkage_(linkage) {
     if (linkage.exported) out_.exported = "KEL_API ";
+    further_.resize(linkage.parts - 1);
     collectTypes();
   }
 
   Generated emit() {
     openHeader();
-    openSource();
+    openSource(out_.source);
+    tableNames();
+    for (CppText& part : further_) openSource(part);
     for (auto const& decl : model_.enums) emitEnum(*decl, out_);
-    for (auto const& decl : model_.values) emitValue(*decl, types_, out_);
+    for (auto const& decl : model_.values) inShortestPart([&] { emitValue(*decl, types_, out_); });
     emitKeys();
-    for (auto const& decl : model_.entities) emitEntity(*decl, types_, out_);
+    for (auto const& decl : model_.entities) inShortestPart([&] { emitEntity(*decl, types_, out_); });
     emitAllReactors();
     emitRegistration();
     emitAnchor();
     closeNamespace(out_.header);
     closeNamespace(out_.source);
     emitKeyBodies();
-    return {out_.header.text(), out_.source.text()};
+    Generated generated{out_.header.text(), out_.source.text(), {}};
+    for (CppText& part : further_) {
+      closeNamespace(part);
+      generated.furtherSources.push_back(part.text());
+    }
+    return generated;
   }
 
  private:
+  // Writes the definitions of one type to the source that is the shortest so far.
+  template <class Emit>
+  void inShortestPart(Emit const& emit) {
+    auto const shortest = std::min_element(further_.begin(), further_.end(), [](CppText const& a, CppText const& b) {
+      return a.text().size() < b.text().size();
+    });
+    bool const another = shortest != further_.end() && shortest->text().size() < out_.source.text().size();
+    if (another) std::swap(out_.source, *shortest);
+    emit();
+    if (another) std::swap(out_.source, *shortest);
+  }
+
   std::string const& nameSpace() const { return model_.nameSpace.text; }
   void openNamespace(CppText& out) const {
     out.gap();
@@ -75,7 +96,7 @@ class FileEmitter {
                                                            : "Kel/HashMap.h");
         break;
       case Attribute::Kind::entities:
-        collections_.insert(a.shape.key.ordered ? "Kel/RbTreeMap.h" : "Kel/HashMap.h");
+        collections_.insert(a.shape.key.ordered ? "Kel/EntityTree.h" : "Kel/EntityMap.h");
         break;
       case Attribute::Kind::valueQueue:
       case Attribute::Kind::entityQueue: collections_.insert("Kel/LinkQueue.h"); break;
@@ -119,7 +140,7 @@ class FileEmitter {
     if (shared_) out.line("#include <memory>");
     out.gap();
     collections_.insert("Kel/Model.h");
-    if (!keyed().empty()) collections_.insert("Kel/HashMap.h");
+    if (!keyed().empty()) collections_.insert("Kel/EntityKey.h");
     for (std::string const& header : collections_) out.line(include(header));
     for (Import const& import : model_.imports) {
       if (included_.insert(import.model->includePath).second) out.line(include(import.model->includePath + ".h"));
@@ -149,8 +170,7 @@ class FileEmitter {
     }
   }
 
-  void openSource() {
-    CppText& out = out_.source;
+  void openSource(CppText& out) const {
     out.line(banner());
     out.line(include(model_.includePath + ".h"));
     out.gap();
@@ -164,6 +184,11 @@ class FileEmitter {
     for (ExternDecl const* decl : externs_) headers.insert(decl->header);
     for (std::string const& header : headers) out.line(include(header));
     openNamespace(out);
+  }
+
+  // Of the enumerators, which are all defined in the first source.
+  void tableNames() {
+    CppText& out = out_.source;
     if (model_.enums.empty()) return;
     out.line("namespace {");
     out.gap();
@@ -210,7 +235,8 @@ class FileEmitter {
     if (model_.entities.empty()) return;
     heading(out_.header, "reactors");
     heading(out_.source, "reactors");
-    for (auto const& decl : model_.entities) emitReactors(*decl, types_, out_);
+    for (CppText& part : further_) heading(part, "reactors");
+    for (auto const& decl : model_.entities) inShortestPart([&] { emitReactors(*decl, types_, out_); });
   }
 
   void emitRegistration() {
@@ -243,6 +269,7 @@ class FileEmitter {
   CppTypes const types_;
   Linkage const& linkage_;
   Texts out_;
+  std::vector<CppText> further_;  // the sources after the first one
   struct ByName {
     bool operator()(Decl const* a, Decl const* b) const { return a->qualified < b->qualified; }
   };

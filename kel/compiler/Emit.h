@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "compiler/Ast.h"
 #include "compiler/CppModel.h"
@@ -13,15 +14,17 @@ namespace kelc {
 struct Generated {
   std::string header;
   std::string source;
+  std::vector<std::string> furtherSources;
 };
 
 // What the library that contains the output needs.
 struct Linkage {
   bool exported = false;  // its types and functions are marked for export
   std::string anchor;     // a C symbol that the source defines; may be empty
+  unsigned parts = 1;     // the sources over which the definitions are spread
 };
 
-// The header and the source of the main model.
+// The header and the sources of the main model.
 Generated emit(ModelSet const& set, Linkage const& linkage = {});
 // Empty bodies of all operations, which the model expects to be written by hand.
 std::string emitStubs(ModelSet const& set);

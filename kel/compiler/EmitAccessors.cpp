@@ -66,15 +66,25 @@ class Accessors {
     }
   }
 
+  // A call of one of the framework's functions for writes; `args` are those behind the attribute's id.
+  std::string written(std::string const& function, std::string const& args = {}) const {
+    return "Kel::" + function + "(*this, " + slot_ + ", " + id_ + (args.empty() ? "" : ", " + args) + ")";
+  }
   // The statements, followed by the call of the `onChange` operation.
   Lines thenAfter(Lines body) const {
     if (!after_.empty()) body.push_back(after_);
     return body;
   }
-  Lines ifChanged(std::string const& change, std::string const& key) const {
-    if (after_.empty()) return {"if (" + change + ") " + notified(key)};
-    return {"if (!" + change + ") return;", notified(key), after_};
+  // A write that answers whether it changed something.
+  Lines ifChanged(std::string const& change) const {
+    return {after_.empty() ? change + ";" : "if (" + change + ") " + after_};
   }
+  // A write whose result the accessor returns.
+  Lines returned(std::string const& type, std::string const& var, std::string const& change) const {
+    if (after_.empty()) return {"return " + change + ";"};
+    return {type + " const " + var + " = " + change + ";", after_, "return " + var + ";"};
+  }
+  void addDelAll() { write("void", x_ + "DelAll").does({"Kel::deleteAllMembers(*this, " + id_ + ");"}); }
 
   void addNotify() {
     CppMethod& method = read("void", x_ + "Notify").asConst();
@@ -132,11 +142,7 @@ class Accessors {
 
   void addSetter() {
     std::string const param = cppParam(x_);
-    Lines body;
-    if (isComparable(target())) body.push_back("if (" + slot_ + " == " + param + ") return;");
-    body.push_back(slot_ + " = " + param + ";");
-    body.push_back(notified());
-    write("void", x_ + "Is").takes(types_.param(target()), param).does(thenAfter(body));
+    write("void", x_ + "Is").takes(types_.param(target()), param).does(ifChanged(written("writeValue", param)));
   }
 
   // --- collections of values and pointers ---
@@ -170,7 +176,7 @@ class Accessors {
     if (byField) body.push_back(types_.type(keyType()) + " const key = " + key + ";");
     if (a_.has(Modifier::Kind::nonnull))
       body.push_back("if (!value) Kel::throwNullMember(*type()->attr(" + id_ + "));");
-    Lines const change = ifChanged(slot_ + ".set(key, value)", "key");
+    Lines const change = ifChanged(written("writeMember", "key, value"));
     body.insert(body.end(), change.begin(), change.end());
     set.does(body);
 
@@ -178,35 +184,19 @@ class Accessors {
     if (!byField) create.takes(types_.param(keyType()), "key");
     create.takes(types_.param(target()), "value");
     create.does(
-        {"if (" + x_ + "Has(" + key + ")) Kel::Own::taken(type(), " + id_ + ", " + printed(keyType(), key) + ");",
+        {"if (" + x_ + "Has(" + key + ")) Kel::throwTaken(type(), " + id_ + ", " + printed(keyType(), key) + ");",
          x_ + "Is(" + (byField ? "value" : "key, value") + ");"});
   }
 
-  // Only appends, and does not make the counts from earlier increments.
   void addCounter() {
     write("void", x_ + "CounterInc")
         .takes(types_.param(keyType()), "key")
-        .does(thenAfter({slot_ + ".increment(key);", notified("key")}));
+        .does(thenAfter({written("incrementCount", "key") + ";"}));
   }
 
   void addValueDeleters() {
-    CppMethod& del = write("void", x_ + "Del").takes(types_.param(keyType()), "key");
-    if (isScalar(keyType())) {
-      del.does(ifChanged(slot_ + ".erase(key)", "key"));
-    } else {
-      // The argument may be a reference to the member's own key.
-      Lines body = {types_.type(keyType()) + " const gone = key;"};
-      Lines const change = ifChanged(slot_ + ".erase(gone)", "gone");
-      body.insert(body.end(), change.begin(), change.end());
-      del.does(body);
-    }
-    std::string const eraseAll = "Kel::eraseAllValues(*this, " + slot_ + ", " + id_ + ");";
-    CppMethod& delAll = write("void", x_ + "DelAll");
-    if (after_.empty()) {
-      delAll.does({eraseAll});
-      return;
-    }
-    delAll.does({"if (" + slot_ + ".empty()) return;", eraseAll, after_});
+    write("void", x_ + "Del").takes(types_.param(keyType()), "key").does(ifChanged(written("eraseValue", "key")));
+    addDelAll();
   }
 
   static std::string printed(TypeRef const& type, std::string const& key) {
@@ -259,7 +249,7 @@ class Accessors {
     read(ptrConst(), x_).asConst().does({"return " + slot_ + ";"});
     std::vector<CppParam> const params = makeParams();
     Lines const put = putNew(params);
-    Lines create = {"if (" + slot_ + ") Kel::Own::taken(type(), " + id_ + ", " + slot_ + "->name());"};
+    Lines create = {"if (" + slot_ + ") Kel::throwTaken(type(), " + id_ + ", " + slot_ + "->name());"};
     create.insert(create.end(), put.begin(), put.end());
     write(ptr(), newX_).takes(params).does(create);
     std::string same;
@@ -268,7 +258,7 @@ class Accessors {
     keep.insert(keep.end(), put.begin(), put.end());
     write(ptr(), x_ + "Is").takes(params).does(keep);
     if (isDirectory()) addWithParent();
-    write("void", x_ + "Del").does(thenAfter({"if (!" + slot_ + ") return;", put1(ptr() + "()")}));
+    write("void", x_ + "Del").does(ifChanged("Kel::eraseSingleton(*this, " + memberSlot() + ", " + id_ + ")"));
     addNotify();
     field(ptr());
   }
@@ -283,12 +273,11 @@ class Accessors {
           .inlined("return " + method + "(name);");
   }
 
-  std::string put1(std::string const& what) const {
-    return "Kel::Own::put(*this, " + slot_ + ", " + id_ + ", " + what + ");";
-  }
+  std::string memberSlot() const { return "&" + class_.name() + "::" + slot_; }
   Lines putNew(std::vector<CppParam> const& params) const {
     std::string const var = local("made", params);
-    Lines body = thenAfter({ptr() + " const " + var + "(" + made(names(params)) + ");", put1(var)});
+    Lines body = thenAfter({ptr() + " const " + var + "(" + made(names(params)) + ");",
+                            "Kel::putSingleton(*this, " + memberSlot() + ", " + id_ + ", " + var + ");"});
     body.push_back("return " + var + ";");
     return body;
   }
@@ -314,27 +303,16 @@ class Accessors {
   void addMemberWriters() {
     std::vector<CppParam> const params = makeParams();
     std::string const args = joined(names(params));
-    std::string const own = "(*this, " + slot_ + ", " + id_;
-    std::string const insert = "Kel::Own::insert" + own + ", " + ptr() + "(" + made(names(params)) + "));";
-    CppMethod& create = write(ptr(), newX_).takes(params);
-    if (after_.empty()) {
-      create.does({"return " + insert});
-    } else {
-      std::string const var = local("made", params);
-      create.does({ptr() + " const " + var + " = " + insert, after_, "return " + var + ";"});
-    }
+    std::string const insert = written("insertMember", ptr() + "(" + made(names(params)) + ")");
+    write(ptr(), newX_).takes(params).does(returned(ptr(), local("made", params), insert));
     std::string const held = local("held", params);
     std::string const find = slot_ + ".find(" + params[0].name + ")";
     write(ptr(), x_ + "Is")
         .takes(params)
         .does({"if (" + memberType() + "* const " + held + " = " + find + ") return " + ptr() + "(" + held + ");",
                "return " + newX_ + "(" + args + ");"});
-    std::string const erase = "Kel::Own::erase" + own + ", " + types_.type(keyType()) + "(key))";
-    Lines const deletes = after_.empty() ? Lines{erase + ";"} : Lines{"if (" + erase + ") " + after_};
-    write("void", x_ + "Del").takes(types_.param(keyType()), "key").does(deletes);
-    Lines all = {"Kel::Own::eraseAll" + own + ");"};
-    if (!after_.empty()) all = {"if (" + slot_ + ".empty()) return;", all[0], after_};
-    write("void", x_ + "DelAll").does(all);
+    write("void", x_ + "Del").takes(types_.param(keyType()), "key").does(ifChanged(written("eraseMember", "key")));
+    addDelAll();
   }
 
   // --- queues ---
@@ -342,23 +320,17 @@ class Accessors {
   std::string queueStorage(std::string const& held) const {
     return "Kel::LinkQueue<" + held + ", " + types_.type(keyType()) + ">";
   }
-  std::string headIndex() const {
-    std::string const index = types_.type(keyType());
-    return index + " const index = " + slot_ + ".empty() ? " + index + "(0) : " + slot_ + ".iterator().key();";
-  }
-  void addDelAll() { write("void", x_ + "DelAll").does({"while (!" + slot_ + ".empty()) " + x_ + "Deq();"}); }
 
   void valueQueue() {
     std::string const index = types_.type(keyType());
     std::string const type = types_.type(target());
-    Lines enq = thenAfter({index + " const index = " + slot_ + ".enq(value);", notified("index")});
-    enq.push_back("return index;");
-    write(index, x_ + "Enq").takes(types_.param(target()), "value").does(enq).commented("The index that it got.");
-    Lines deq = thenAfter({headIndex(), type + " const value = " + slot_ + ".deq();", notified("index")});
-    deq.push_back("return value;");
-    write(type, x_ + "Deq").does(deq);
+    write(index, x_ + "Enq")
+        .takes(types_.param(target()), "value")
+        .does(returned(index, "index", written("enqueueValue", "value")))
+        .commented("The index that it got.");
+    write(type, x_ + "Deq").does(returned(type, "value", written("dequeueValue")));
     read(type, x_).takes(index, "index").asConst().inlined("return " + slot_ + ".get(index);");
-    write("void", x_ + "Del").takes(index, "index").does(ifChanged(slot_ + ".erase(index)", "index"));
+    write("void", x_ + "Del").takes(index, "index").does(ifChanged(written("eraseQueuedValue", "index")));
     addDelAll();
     addCount();
     addIterators(queueStorage(type));
@@ -369,10 +341,9 @@ class Accessors {
   void entityQueue() {
     std::string const index = types_.type(keyType());
     addEnqueue();
-    Lines deq = thenAfter({headIndex(), ptr() + " const gone = " + slot_ + ".deq();", "Kel::Entity::leaveTree(gone);",
-                           notified("index")});
-    deq.push_back("return gone;");
-    write(ptr(), x_ + "Deq").does(deq).commented("The member, which has left the tree.");
+    write(ptr(), x_ + "Deq")
+        .does(returned(ptr(), "gone", written("dequeueMember")))
+        .commented("The member, which has left the tree.");
     read(ptr(), x_)
         .takes(index, "index")
         .does({ptr() + " const* const held = " + slot_ + ".find(index);", "return held ? *held : " + ptr() + "();"});
@@ -380,10 +351,7 @@ class Accessors {
         .takes(index, "index")
         .asConst()
         .does({ptr() + " const* const held = " + slot_ + ".find(index);", "return held ? *held : " + ptr() + "();"});
-    write("void", x_ + "Del")
-        .takes(index, "index")
-        .does(thenAfter({"if (!" + slot_ + ".find(index)) return;",
-                         "Kel::Entity::leaveTree(" + slot_ + ".take(index));", notified("index")}));
+    write("void", x_ + "Del").takes(index, "index").does(ifChanged(written("eraseQueuedMember", "index")));
     addDelAll();
     addCount();
     addQueueIterators();
@@ -405,11 +373,7 @@ class Accessors {
     Lines args = names(params);
     if (indexed) args.insert(args.begin(), slot_ + ".nextIndex()");
     std::string const var = local("made", params);
-    std::string const index = local("index", params);
-    Lines body = {ptr() + " const " + var + "(" + made(args) + ");",
-                  types_.type(keyType()) + " const " + index + " = " + slot_ + ".enq(" + var + ");",
-                  "adopt(*" + var + ", " + id_ + ");", notified(index)};
-    body = thenAfter(body);
+    Lines body = thenAfter({ptr() + " const " + var + "(" + made(args) + ");", written("enqueueMember", var) + ";"});
     body.push_back("return " + var + ";");
     write(ptr(), x_ + "Enq").takes(params).does(body);
   }

@@ -42,15 +42,13 @@ class TypeRecord {
   }
 
   void params() {
-    std::vector<Attribute const*> own;
-    Lines names;
     for (Attribute const& p : entity_.params) {
-      own.push_back(&p);
-      names.push_back(cppString(p.name.text));
+      std::string const& x = p.name.text;
+      if (isKeyedByName(entity_) && &p == entity_.allParams().front())
+        line("b.name(" + x + "Attr);");
+      else
+        line("b.param(" + x + "Attr, " + cppString(x) + ", " + member(x + "_") + ");");
     }
-    std::string const& first = own.front()->name.text;
-    wrapped("b.params<" + getters(own) + ">(" + first + "Attr, {", names, "});");
-    if (printsKey(entity_)) line("b.keyAt(" + first + "Attr, " + member(first + "_") + ");");
   }
 
   void wrapped(std::string const& head, Lines const& items, std::string const& tail) {
@@ -113,7 +111,7 @@ class TypeRecord {
   void operation(Operation const& op) {
     Lines names;
     for (Param const& p : op.params) names.push_back(cppString(p.name.text));
-    std::string const head = "b.op(" + op.name.text + "Attr, " + cppString(op.name.text) + ", " + member(op.name.text);
+    std::string const head = "b.op<" + member(op.name.text) + ">(" + op.name.text + "Attr, " + cppString(op.name.text);
     if (names.empty()) return line(head + ");");
     wrapped(head + ", {", names, "});");
   }

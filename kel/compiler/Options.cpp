@@ -1,6 +1,7 @@
 #include "compiler/Options.h"
 
 #include <algorithm>
+#include <string>
 
 #include "compiler/Suggest.h"
 
@@ -19,6 +20,8 @@ char const usage[] =
     "                      is compiled with hidden symbols\n"
     "  --anchor SYMBOL     define the C symbol SYMBOL in the source: a link that asks for it\n"
     "                      gets the registrations of the model's types\n"
+    "  --parts N           spread the definitions over N sources, NAME.cpp, NAME.2.cpp and so\n"
+    "                      on, which can be compiled at the same time\n"
     "  --depfile FILE      write to FILE, as a rule of make, what the output depends on\n"
     "  --deptarget TARGET  the target of that rule (default: the header)\n"
     "  --stubs             print the signatures of the operations, and write nothing\n"
@@ -38,7 +41,8 @@ bool isName(std::string const& name) {
 
 std::string suggestion(std::string const& wrong) {
   Nearest nearest(wrong);
-  for (char const* option : {"--name", "--export", "--anchor", "--depfile", "--deptarget", "--stubs", "--help"})
+  for (char const* option :
+       {"--name", "--export", "--anchor", "--parts", "--depfile", "--deptarget", "--stubs", "--help"})
     nearest.consider(option);
   return didYouMean(nearest.best());
 }
@@ -80,6 +84,8 @@ class CommandLine {
       options_.exported = true;
     } else if (arg == "--anchor") {
       options_.anchor = valueOf(arg);
+    } else if (arg == "--parts") {
+      parts(valueOf(arg));
     } else if (arg == "--depfile") {
       options_.depfile = valueOf(arg);
     } else if (arg == "--deptarget") {
@@ -95,6 +101,13 @@ class CommandLine {
     } else {
       options_.input = arg;
     }
+  }
+
+  void parts(std::string const& text) {
+    if (!error_.empty()) return;
+    bool const digits = std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    if (digits && text.size() <= 2) options_.parts = static_cast<unsigned>(std::stoul(text));
+    if (!digits || text.size() > 2 || options_.parts == 0) error_ = "'--parts' needs a number from 1 to 99";
   }
 
   std::string valueOf(std::string const& option) {

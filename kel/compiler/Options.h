@@ -15,6 +15,7 @@ struct Options {
   std::filesystem::path depfile;
   bool exported = false;  // whether the shared library that the output is part of exports it
   std::string anchor;     // a symbol that the source defines, which linkers can be told to need; may be empty
+  unsigned parts = 1;     // the sources over which the definitions are spread
   std::string depTarget;  // the target in the dependency file; by default the header
   bool stubs = false;
   bool help = false;

@@ -30,9 +30,11 @@ bool readModel(kelc::Options const& options, kelc::ModelSet& set, kelc::Diagnost
 }
 
 std::vector<kelc::OutputFile> outputs(kelc::Options const& options, kelc::ModelSet const& set) {
-  kelc::Generated const generated = kelc::emit(set, {options.exported, options.anchor});
+  kelc::Generated const generated = kelc::emit(set, {options.exported, options.anchor, options.parts});
   std::string const stem = (options.outDir / options.name).string();
   std::vector<kelc::OutputFile> files = {{stem + ".h", generated.header}, {stem + ".cpp", generated.source}};
+  for (std::size_t i = 0; i < generated.furtherSources.size(); ++i)
+    files.push_back({stem + "." + std::to_string(i + 2) + ".cpp", generated.furtherSources[i]});
   if (!options.depfile.empty()) {
     std::vector<std::string> sources;
     for (auto const& file : set.files) sources.push_back(file->path);

@@ -7,7 +7,8 @@
 //     ? PATH               shows an attribute
 //     copy                 the edits, how many pointers wait, whether the two are equal then
 //     compare              the edits, whether there is a difference
-//     trace LEVELS PATH    what the copy of one entity traces
+//     trace LEVELS PATH    what the copy of one entity traces; lines with which it begins or ends as the trace before
+//                          are only counted ("... 9")
 //     root PATH TYPE       one root more
 //     dirs                 directories are reconciled entry by entry
 //     filter PATH TYPE WHEN ATTRIBUTE
@@ -106,16 +107,28 @@ class Script {
     EXPECT_EQ(world_->dump(world_->dest), before);
     return textOf(outcome.edits) + (outcome.stopped ? "differs\n" : "equal\n");
   }
-  std::string traced(Kel::U16 levels, std::string const& path) const {
+  std::string traced(Kel::U16 levels, std::string const& path) {
     EntityCopy::Ptr const ec = copy(false);
     ec->srcCopyRootDelAll();
     ec->srcCopyRootIs(world_->src->entity(Kel::String8(path)), true);
     Traces const handler("CliSession", levels), engine("EntityCopy", levels);
     ec->destIs(world_->dest);
-    std::string text;
+    std::vector<std::string> lines;
     for (std::size_t i = 0; i < engine.lines.size(); ++i)
-      if (engine.lines[i].find("EntityCopyUtils/") != 0) text += engine.functions[i] + " " + engine.lines[i] + "\n";
-    // Addresses are others every time.
+      if (engine.lines[i].find("EntityCopyUtils/") != 0)
+        lines.push_back(withoutAddresses(engine.functions[i] + " " + engine.lines[i] + "\n"));
+    std::size_t const most = std::min(lines.size(), traced_.size());
+    std::size_t head = 0, tail = 0;
+    while (head < most && lines[head] == traced_[head]) ++head;
+    while (head + tail < most && lines.end()[-1 - tail] == traced_.end()[-1 - tail]) ++tail;
+    std::string text = head ? "... " + std::to_string(head) + "\n" : "";
+    for (std::size_t i = head; i < lines.size() - tail; ++i) text += lines[i];
+    if (tail) text += "... " + std::to_string(tail) + "\n";
+    traced_ = lines;
+    return text;
+  }
+  // Addresses are others every time.
+  static std::string withoutAddresses(std::string text) {
     for (std::size_t at = 0; (at = text.find("0x", at)) != std::string::npos; ++at)
       text.erase(at + 2, text.find_first_not_of("0123456789abcdef", at + 2) - at - 2);
     return text;
@@ -130,6 +143,7 @@ class Script {
   Cli::Session::EntityCopyFilterDir::Ptr filters_ = Cli::Session::entityCopyFilterDirFactory("filters");
   Cli::Session::AttributeEditBypassTable::Ptr bypass_;
   Kel::U16 order_ = 0;
+  std::vector<std::string> traced_;
 };
 
 TEST(Copies, AreWhatTheTranscriptSaysTracedOrNot) {

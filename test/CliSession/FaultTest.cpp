@@ -324,17 +324,6 @@ TEST_P(Faults, AMemberThatIsSetByHandIsNoLongerWaitedFor) {
   EXPECT_EQ(record->refs(), 1u) << "nothing holds it";
 }
 
-TEST_P(Faults, APointerThatLeadsToWhatIsThereIsNoLongerWaitedFor) {
-  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
-  EntityCopy::Ptr const ec = world.copyFrom(world.src);
-  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
-  ec->destIs(world.dest);
-  ASSERT_EQ(ec->pendingAttrs(), 1u);
-  src->favouriteIs(src->newBolt("near"));
-  ec->handleCopyRoots();
-  EXPECT_EQ(ec->pendingAttrs(), 0u);
-}
-
 TEST_P(Faults, RecordsThatWereTakenAwayAreForgotten) {
   src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
   EntityCopy::Ptr const ec = world.copyFrom(world.src);
@@ -357,18 +346,6 @@ TEST_P(Faults, AFilteredComparisonStopsAtTheFirstDifference) {
   EntityCopy::Ptr const ec = engine(true);
   EXPECT_TRUE(ec->doCopyEntityAttrs(dest, src, "hall", filter));
   EXPECT_EQ(textOf(log(ec)), "Plant::Hall::u16 set hall x1\n");
-}
-
-TEST_P(Faults, ABypassedSingletonIsNotComparedWithItsPredecessor) {
-  src->newAxle("new")->torqueIs(1);
-  dest->newAxle("old");
-  auto const table = S::attributeEditBypassTableFactory("bypass");
-  for (AttributeEditType type : {AttributeEditType::set_, AttributeEditType::del_})
-    table->newAttributeEditBypassEntry(AttributeEdit("axle", "Plant::Hall", type))->parentPathIs("", true);
-  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
-  ec->attributeEditBypassCheckerIs(table);
-  ec->destIs(world.dest);
-  EXPECT_FALSE(ec->stop()) << textOf(log(ec));
 }
 
 TEST_P(Faults, AComparisonMakesNoSessionRoot) {

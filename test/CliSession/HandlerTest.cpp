@@ -132,7 +132,8 @@ struct Meddler : Kel::EntityNotifiee {
 };
 
 TEST_F(Handlers, WhatAReactorChangesHoldsFromThenOn) {
-  for (bool traced : {false, true}) {
+  for (int way = 0; way < 4; ++way) {
+    bool const traced = way % 2, ofLog = way / 2;  // the reactor of an entry of the log
     std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
     for (char const* change : {"root", "handler", "table", "checker"}) {
       SCOPED_TRACE(change);
@@ -150,7 +151,9 @@ TEST_F(Handlers, WhatAReactorChangesHoldsFromThenOn) {
       auto const none = S::attributeEditBypassTableFactory("none");
       none->newAttributeEditBypassEntry(S::AttributeEdit("", "", S::AttributeEditType::set_))->parentPathIs("", true);
       std::string const what = change;
-      Meddler const meddler(EntityPtrConst(to->bolt("a")), [&] {
+      EntityPtrConst const entry = ec->attributeEditLog()->newAttributeEditEntry(
+          S::AttributeEdit("locked", "Plant::Bolt", S::AttributeEditType::set_));
+      Meddler const meddler(ofLog ? entry : EntityPtrConst(to->bolt("a")), [&] {
         if (what == "root") w.rootIs("hall.annex/x.annex/y", "Plant::Hall");
         if (what == "handler") ec->handlerIs(seer);
         if (what == "table") handler->handlerTableIs(later);

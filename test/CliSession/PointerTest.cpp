@@ -19,21 +19,6 @@ struct Pointers : testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Untraced, Pointers, testing::Values(false));
 INSTANTIATE_TEST_SUITE_P(Traced, Pointers, testing::Values(true));
 
-TEST_P(Pointers, KeysAreTranslatedAndWaitForTheirTargets) {
-  Kel::Ptr<Plant::Hall> const annex = World::hall(world.src, "sys/annex");
-  src->weightIs(src->newBolt("near"), 1);
-  src->weightIs(annex->newBolt("far"), 2);
-  src->weightIs(Kel::ptrCast<Plant::Bolt>(stranger), 3);
-  dest->weightIs(dest->newBolt("near"), 1);
-  dest->weightIs(dest->newShelf("gone"), 9);
-  Outcome const outcome = world.copy();
-  EXPECT_EQ(outcome.edits.at("Plant::Hall::weight set hall"), 2u);
-  EXPECT_EQ(outcome.edits.at("Plant::Hall::weight del hall"), 1u);
-  EXPECT_EQ(dest->weights(), 3u);
-  EXPECT_EQ(dest->weight(World::hall(world.dest, "sys/annex")->bolt("far")), 2u);
-  EXPECT_EQ(dest->weight(Kel::ptrCast<Plant::Bolt>(stranger)), 3u);
-}
-
 TEST_P(Pointers, ANullKeyOfTheDestinationIsDeletedOrStays) {
   dest->weightIs(nullptr, 4);
   EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Hall::weight del hall", 1}}));

@@ -25,8 +25,9 @@ struct RandomWorld : World {
   Generator generator;
   Cli::Session::EntityCopyFilterDir::Ptr filters = Cli::Session::entityCopyFilterDirFactory("filters");
 
-  // `pair`: one root is of another type in the destination.
-  explicit RandomWorld(unsigned seed, bool pair = false) : generator(seed) {
+  // `pair`: one root is of another type in the destination. `nans`: see Generator.
+  explicit RandomWorld(unsigned seed, bool pair = false, unsigned nans = 0) : generator(seed) {
+    generator.nans = nans;
     // Session roots may lie below session roots, and be directories.
     if (seed % 4 == 3)
       for (char const* nested : {"hall.part", "hall.annex/one", "sys/annex.bolt", "sys/annex.gearbox.pin"})
@@ -64,7 +65,7 @@ struct RandomWorld : World {
 inline bool isPointerEdit(std::string const& edit) {
   static char const* const pointers[] = {"::peer ",   "::about ",   "::favourite ", "::anything ", "::neighbour ",
                                          "::chosen ", "::watched ", "::weight ",    "::chief ",    "::kin ",
-                                         "::keeper ", "::rank ",    "::pair ",      "::mate "};
+                                         "::keeper ", "::rank ",    "::pair ",      "::mate ",     "::mated "};
   for (char const* name : pointers)
     if (edit.find(name) != std::string::npos) return true;
   return false;
@@ -75,7 +76,7 @@ inline Edits withoutIndices(Edits const& edits) {
   Edits plain;
   for (auto const& [edit, count] : edits) {
     std::string text = edit;
-    for (std::string const queue : {".job/", ".step/"}) {
+    for (std::string const queue : {".job/", ".step/", ".tick/", ".reading/"}) {
       for (std::size_t at = 0; (at = text.find(queue, at)) != std::string::npos; at += queue.size()) {
         std::size_t const index = at + queue.size();
         text.replace(index, std::min(text.find_first_not_of("0123456789", index), text.size()) - index, "#");

@@ -14,11 +14,24 @@ using GifConst = Kel::GenericIf::PtrConst;
 
 Gif gifOf(Kel::Entity const& e) { return Kel::GenericIf::ofEntity(EntityPtr(const_cast<Kel::Entity*>(&e))); }
 
-std::string relative(Kel::Entity const& e, Scope const& scope) {
+// The full name, with positions for the indices of queues: these differ between equal trees.
+std::string nameByPosition(Kel::Entity const& e) {
+  Kel::KelAttr const* const attr = e.parentAttr();
   std::string const name(e.fullName().view());
+  if (!e.parent()) return name;
+  std::string const last = name.substr(e.parent()->fullName().chars());
+  std::string const up = nameByPosition(*e.parent());
+  if (!attr || !attr->isQueue()) return up + last;
+  std::size_t position = 0;
+  for (auto it = gifOf(*e.parent())->attributeIterator(attr->id()); it && it.obj()->entityConst().ptr() != &e; ++it)
+    ++position;
+  return up + "." + attr->name().str() + "/" + std::to_string(position);
+}
+
+std::string relative(Kel::Entity const& e, Scope const& scope) {
   for (Kel::Entity const* root : scope.roots)
-    if (isWithin(e, *root)) return name.substr(scope.top.fullName().chars());
-  return "outside:" + name;
+    if (isWithin(e, *root)) return nameByPosition(e).substr(scope.top.fullName().chars());
+  return "outside:" + e.fullName().str();
 }
 
 std::string textOf(GifConst const& value, Scope const& scope) {
@@ -290,6 +303,8 @@ std::string builtinText(Kel::KelType const& type, std::size_t n) {
 }  // namespace
 
 GifConst Generator::value(Kel::KelType const& type, std::size_t spread) {
+  bool const floating = type.builtin() == Kel::KelType::Builtin::f32 || type.builtin() == Kel::KelType::Builtin::f64;
+  if (floating && nans && below(nans) == 0) return type.genericFromText("nan");
   if (type.isBuiltin()) return type.genericFromText(builtinText(type, below(spread)));
   if (type.isEnum()) return Kel::GenericIf::ofEnum(&type, type.enumerators()[below(type.enumerators().size())].value);
   if (Kel::KelAttr const* rep = type.valAttr())
@@ -406,7 +421,12 @@ void Generator::mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targe
   Kel::Entity& e = *all[below(all.size())];
   if (auto* dir = dynamic_cast<Kel::Dir*>(&e)) {
     auto const first = dir->entryStateIterator();
-    return first && below(2) ? dir->entryDel(Kel::Name(first->name())) : addEntry(*dir, 1);
+    if (!first || below(2)) return addEntry(*dir, 1);
+    EntityPtr const moved = first->entityPtr();
+    dir->entryDel(Kel::Name(first->name()));
+    auto* const to = dynamic_cast<Kel::Dir*>(all[below(all.size())]);
+    if (moved && to && to->root() == root.root() && !to->entry(moved->name())) to->entryIs(moved);
+    return;
   }
   std::vector<Kel::KelAttr const*> attrs;
   for (Kel::KelAttr const* attr : e.type()->attributeQ())
@@ -421,7 +441,11 @@ void Generator::mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targe
   std::vector<Member> const members = membersOf(e, attr);
   if (members.empty() || below(2)) return addMember(e, attr, targets, 1);
   if (attr.isQueue() && below(2)) return gif->attributeSQDeq(attr.id());
-  gif->attributeDel(attr.id(), members[below(members.size())].key);
+  GifConst const key = members[below(members.size())].key;
+  gif->attributeDel(attr.id(), key);
+  if (!attr.instantiating() || attr.isQueue() || below(2)) return;
+  gif->attributeIs(attr.id(), key, params(attr, key));  // it comes back, perhaps made otherwise
+  fill(*gif->attribute(attr.id(), key)->entity(), 0);
 }
 
 void dropOrphans(Kel::Entity& root) {

@@ -54,12 +54,14 @@ class Generator {
  public:
   explicit Generator(unsigned seed) : random_(seed) {}
 
+  unsigned nans = 0;  // one number in so many is none
+
   std::size_t below(std::size_t n) { return random_() % n; }
   // Fills an entity with values and owned entities, `depth` levels down.
   void fill(Kel::Entity& e, int depth);
   // Points the pointers of an entity and of what it owns at some of `targets`, or at nothing.
   void point(Kel::Entity& root, std::vector<Kel::Entity*> const& targets);
-  // Changes some attribute or member of some entity of the tree, or some entry of a directory.
+  // Changes some attribute or member of some entity of the tree, or adds, moves or deletes some entry of a directory.
   void mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targets);
 
  private:

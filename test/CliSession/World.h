@@ -77,6 +77,9 @@ struct World {
     return Kel::ptrCast<Plant::Hall>(in->entity(path));
   }
 
+  static bool inQueue(Kel::Entity const& e) {
+    return e.parentAttr() && (e.parentAttr()->isQueue() || inQueue(*e.parent()));
+  }
   // Fills both roots of a directory; pointers stay among them, what is outside, and the loose bolt.
   std::vector<Kel::Entity*> targets(Kel::Dir::Ptr const& in) const {
     std::vector<Kel::Entity*> all{outside->entityRef("stranger").ptr(), outside->entityRef("foreign").ptr(),
@@ -84,7 +87,7 @@ struct World {
     for (auto it = status->rootIterator(); it; ++it)
       for (Kel::Entity* e : entitiesOf(*in->entity(it.key())))
         // The members of a queue have other indices elsewhere: a path does not tell their counterparts.
-        if (e->fullName().pos(".job/") == Kel::String8::npos) all.push_back(e);
+        if (!inQueue(*e)) all.push_back(e);
     return all;
   }
   void fill(Kel::Dir::Ptr const& in, Generator& generator, int depth = 2) {

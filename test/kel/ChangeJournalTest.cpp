@@ -187,7 +187,7 @@ class World {
     if (random().once(50)) return ChangeJournal::newEpoch();
     if (random().once(6)) return point(*e, *all[below_(all.size())]);
     if (auto const dir = ptrCast<Dir>(e)) return editDir(*dir, all);
-    if (e->type() != Dir::EntryState::_fwkType()) write(*e);
+    if (e->type() != Dir::EntryState::_fwkType()) random().once(3) ? copy(*e, all) : write(*e);
   }
   // Entry states are told of nothing when their entry is deleted.
   Entity::Ptr anyAnchor() {
@@ -209,6 +209,16 @@ class World {
     if (attrs.empty()) return;
     KelAttr const& attr = *attrs[below_(attrs.size())];
     if (attr.writable()) edits_.write(e, attr);
+  }
+  // From another entity of the type.
+  void copy(Entity& dest, std::vector<Entity*> const& all) {
+    std::vector<Entity*> alike;
+    for (Entity* e : all)
+      if (e != &dest && e->type() == dest.type()) alike.push_back(e);
+    auto const& attrs = dest.type()->attributeQ();
+    if (alike.empty() || attrs.empty()) return;
+    KelAttr const& attr = *attrs[below_(attrs.size())];
+    if (attr.writable()) Edits::copy(dest, *alike[below_(alike.size())], attr);
   }
   // Points into the tree.
   void point(Entity& e, Entity& target) {
@@ -326,6 +336,10 @@ TEST(ChangeJournal, NotesWritesThroughAccessors) {
     EXPECT_EQ(notedBy(e, edit), (Entries{{&e, Change::content}}));
   };
   content(*values, [&] { values->u8Inc(); });
+  content(*values, [&] { values->textIs(values->text() + "x"); });
+  content(*values, [&] { values->colorIs(values->color() == Color::red ? Color::green : Color::red); });
+  content(*values, [&] { values->pointIs(Point(values->point().x() + 1, 0)); });
+  content(*values, [&] { values->opaqueIs(Opaque(1)); });
   content(*values, [&] { values->localIs(values->local() + 1); });
   content(*values, [&] { values->secretSet(values->secret() + 1); });
   content(*values, [&] { values->textNotify(); });

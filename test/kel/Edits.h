@@ -1,6 +1,7 @@
-// Edits at random, through the reflective interface.
+// Edits at random, through the reflective interface and through the copy engine's.
 #pragma once
 
+#include "Kel/AttrAccess.h"
 #include "Support.h"
 
 namespace Gadgets {
@@ -27,12 +28,43 @@ class Edits {
       object->attributeIs(attr.id(), nullptr, value(attr.type()));
   }
 
+  // Makes an attribute more like that of another entity of the type, as the copy engine does.
+  static void copy(Entity& dest, Entity const& src, KelAttr const& attr) {
+    AttrAccess const& access = attr.access();
+    if (attr.isQueue()) return;
+    if (attr.instantiating())
+      copyOwned(dest, src, attr);
+    else if (attr.isCollection())
+      copyMembers(dest, src, attr);
+    else if (!attr.isPtr())
+      access.copyValue(attr, dest, src);
+    else if (attr.type()->isEntity())
+      access.point(attr, dest, access.single(src));
+  }
+
   Gif value(KelType const* type) {
     Random few(random_.below(4));
     return anyValue(few, type);
   }
 
  private:
+  static void copyMembers(Entity& dest, Entity const& src, KelAttr const& attr) {
+    AttrAccess const& access = attr.access();
+    IteratorRoom room;
+    for (AttrIterator& at = access.iterate(attr, src, room); at.nonNull(); at.inc())
+      access.copyMember(attr, dest, at, at.keyTarget(), at.target());
+  }
+  static void copyOwned(Entity& dest, Entity const& src, KelAttr const& attr) {
+    AttrAccess const& access = attr.access();
+    std::vector<Entity*> wanted;
+    access.eachChild(
+        src, [](Entity* child, void* to) { static_cast<std::vector<Entity*>*>(to)->push_back(child); }, &wanted);
+    for (Entity const* child : wanted) {
+      bool const there = attr.isCollection() ? access.memberLike(dest, *child, 0) : access.single(dest);
+      if (!there && child->type() == attr.type() && attr.type()->newLike()) access.newLike(attr, dest, *child);
+    }
+  }
+
   // Constructor arguments without the index that a queue supplies.
   Gif args(KelAttr const& attr) {
     std::vector<Gif> list;

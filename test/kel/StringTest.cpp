@@ -1,5 +1,4 @@
 // Strings and handles.
-#include <set>
 #include <thread>
 #include <unordered_set>
 
@@ -171,26 +170,6 @@ TEST(MemPool, BlocksPassFromThreadToThread) {
   }
   SUCCEED();
 }
-
-#if !defined(__SANITIZE_ADDRESS__)
-// Blocks that a thread held when it ended are handed out again instead of new ones.
-TEST(MemPool, ThreadsThatEndLeaveNothingBehind) {
-  std::set<void*> seen;
-  std::size_t first = 0;
-  for (int round = 0; round < 10; ++round) {
-    std::vector<void*> blocks;
-    std::thread([&] {
-      for (int i = 0; i < 1000; ++i) blocks.push_back(KelMemPool::allocate(512));
-    }).join();
-    std::thread([&] {
-      for (void* block : blocks) KelMemPool::release(block, 512);
-    }).join();
-    seen.insert(blocks.begin(), blocks.end());
-    if (round == 0) first = seen.size();
-  }
-  EXPECT_LT(seen.size(), 2 * first);
-}
-#endif
 
 }  // namespace
 }  // namespace Gadgets

@@ -121,6 +121,10 @@ TEST_F(Command, SaysWhatIsWrongWithItsArguments) {
   EXPECT_EQ(printed, "kelc: '../A' is not on the include path; see 'kelc --help'\n");
   EXPECT_EQ(run("--anchor 1x A.kel"), 2);
   EXPECT_EQ(printed, "kelc: '1x' is not an identifier; see 'kelc --help'\n");
+  for (std::string const wrong : {"0", "100", "2x", "-1"}) {
+    EXPECT_EQ(run("--parts " + wrong + " A.kel"), 2);
+    EXPECT_EQ(printed, "kelc: '--parts' needs a number from 1 to 99; see 'kelc --help'\n");
+  }
   EXPECT_EQ(run("--help"), 0);
   EXPECT_EQ(printed, usage);
   EXPECT_EQ(run("B.kel"), 1);

@@ -1,5 +1,9 @@
-// What is written: the generated text against text that somebody has read.
+// What is written: stubs against text that somebody has read, and what holds for all generated text.
 #include <gtest/gtest.h>
+
+#include <cctype>
+#include <set>
+#include <sstream>
 
 #include "ModelTest.h"
 #include "compiler/Emit.h"
@@ -11,10 +15,6 @@ namespace fs = std::filesystem;
 
 fs::path const broad = dataDir() / "sample" / "Sample" / "Broad.kel";
 
-void expectGolden(std::string const& name, std::string const& text) {
-  Tests::expectGolden(dataDir() / "golden" / (name + ".golden"), text);
-}
-
 std::string longestLine(std::string const& text) {
   std::string longest;
   for (std::size_t start = 0; start < text.size();) {
@@ -25,13 +25,11 @@ std::string longestLine(std::string const& text) {
   return longest;
 }
 
-TEST(Emit, WritesWhatTheGoldenFilesSay) {
+// What is generated from them is for the tests of what it does; the stubs are there to be read.
+TEST(Emit, WritesStubs) {
   Compiled const compiled(dataDir() / "golden" / "Lamp.kel");
   ASSERT_TRUE(compiled.diagnostics.empty());
-  Generated const generated = emit(compiled.set);
-  expectGolden("Lamp.h", generated.header);
-  expectGolden("Lamp.cpp", generated.source);
-  expectGolden("Lamp.stubs", emitStubs(compiled.set));
+  Tests::expectGolden(dataDir() / "golden" / "Lamp.stubs.golden", emitStubs(compiled.set));
 }
 
 TEST(Emit, WritesTheSameTwice) {
@@ -57,6 +55,29 @@ TEST(Emit, MarksForExportAndChangesNothingElse) {
   std::string const start = marked.source.substr(0, marked.source.size() - anchor.size());
   EXPECT_EQ(marked.source, start + anchor);
   EXPECT_EQ(plain.source, start + "\n}  // namespace Home\n");
+}
+
+// Lines that begin a definition.
+std::multiset<std::string> definitions(std::string const& source) {
+  std::multiset<std::string> heads;
+  std::istringstream in(source);
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty() && std::isalpha(static_cast<unsigned char>(line[0])) && line.find('(') != std::string::npos)
+      heads.insert(line);
+  return heads;
+}
+
+TEST(Emit, SpreadsDefinitionsOverSources) {
+  Compiled const compiled(broad);
+  Generated const one = emit(compiled.set), three = emit(compiled.set, {false, "", 3});
+  EXPECT_EQ(three.header, one.header);
+  ASSERT_EQ(three.furtherSources.size(), 2u);
+  std::multiset<std::string> spread = definitions(three.source);
+  for (std::string const& source : three.furtherSources) {
+    EXPECT_GT(source.size(), one.source.size() / 6);
+    spread.merge(definitions(source));
+  }
+  EXPECT_EQ(spread, definitions(one.source));
 }
 
 TEST(Emit, KeepsToTheWidthOfALine) {

@@ -8,7 +8,9 @@ using Mode = Sv::UpdateMode;
 
 // Notes what it is asked for; refuses and fails as told.
 struct Agent : Sv::Participant {
-  std::string log, refuses, fails;
+  std::string log, refuses, fails, failsLater;
+  std::string* undone = nullptr;  // gets the mark when it is undone
+  char mark = 0;
   void verify(std::vector<Sv::Difference> const& d) override {
     if (!refuses.empty()) throw Sv::Error(refuses);
     note("verify", d);
@@ -17,8 +19,15 @@ struct Agent : Sv::Participant {
     if (!fails.empty()) throw Sv::Error(fails);
     note("apply", d);
   }
-  void undo(std::vector<Sv::Difference> const& d) override { note("undo", d); }
-  void done(std::vector<Sv::Difference> const& d) override { note("done", d); }
+  void undo(std::vector<Sv::Difference> const& d) override {
+    if (undone) *undone += mark;
+    later("undo", d);
+  }
+  void done(std::vector<Sv::Difference> const& d) override { later("done", d); }
+  void later(char const* what, std::vector<Sv::Difference> const& d) {
+    note(what, d);
+    if (!failsLater.empty()) throw Sv::Error(failsLater);
+  }
   void note(char const* what, std::vector<Sv::Difference> const& d) { log += what + ("\n" + linesOf(d)); }
 };
 
@@ -80,6 +89,13 @@ TEST_F(Commits, UpdatePathByPath) {
   EXPECT_EQ(in(b).u32(), 0u);
   EXPECT_TRUE(b.differences().empty());
   EXPECT_EQ(b.differencesInRunning().size(), 2u);
+  in(a).favouriteIs(in(a).bolt("y"));
+  a.commit();
+  std::string const session = imageOf(b.tree()), ancestor = imageOf(b.ancestor());
+  EXPECT_THROW(b.update(Mode::revertOnConflict, pathIn(a.tree(), "hall.favourite")), Sv::Error)
+      << "its target is not there";
+  EXPECT_EQ(imageOf(b.tree()), session);
+  EXPECT_EQ(imageOf(b.ancestor()), ancestor);
   b.update();
   EXPECT_EQ(imageOf(b.tree()), device.image());
 }
@@ -146,6 +162,63 @@ TEST_F(Commits, ParticipantsGetWhatIsTheirs) {
   first.log.clear();
   a.commit();
   EXPECT_EQ(first.log, "verify\n" + u32 + "apply\n" + u32 + "done\n" + u32);
+  // What is created or deleted above a path concerns it, too.
+  Agent below;
+  service.registerForPath(below, "hall.annex/n.u8");
+  in(a).newAnnex("n");
+  a.commit();
+  EXPECT_EQ(below.log, "verify\ncreated hall.annex/n\napply\ncreated hall.annex/n\ndone\ncreated hall.annex/n\n");
+}
+
+TEST_F(Commits, AFailingUndoKeepsNobodyFromTheirs) {
+  Agent first, second, third;
+  std::string undone;
+  for (Agent* agent : {&first, &second, &third}) {
+    service.registerForPath(*agent, "hall");
+    agent->undone = &undone;
+    agent->mark = agent == &first ? '1' : '2';
+  }
+  in(a).u32Is(1);
+  second.failsLater = "stuck";
+  third.fails = "no";
+  EXPECT_THROW(a.commit(), Sv::Error);
+  std::string const u32 = "changed hall.u32: 0 -> 1\n";
+  EXPECT_EQ(first.log, "verify\n" + u32 + "apply\n" + u32 + "undo\n" + u32);
+  EXPECT_EQ(a.takeNotices(), std::vector<std::string>{"undoing failed: stuck"});
+  EXPECT_EQ(undone, "21") << "in reverse";
+  EXPECT_EQ(device.hall()->u32(), 0u);
+  third.fails.clear();
+  first.log.clear();
+  Sv::CommitResult const result = a.commit();
+  EXPECT_EQ(result.number, 1u) << "it stands";
+  EXPECT_EQ(result.reports, std::vector<std::string>{"stuck"});
+  EXPECT_EQ(first.log, "verify\n" + u32 + "apply\n" + u32 + "done\n" + u32);
+}
+
+TEST_F(Commits, WhatIsPendingAndALostRootAreRefused) {
+  auto const refusal = [&] {
+    try {
+      a.commit();
+    } catch (Sv::CheckError const& e) {
+      return e.findings.at(0).path.text() + ": " + e.findings.at(0).reason;
+    }
+    return std::string("committed");
+  };
+  in(a).u32Is(1);
+  a.pending().add({pathIn(a.tree(), "hall.favourite"), "hall.bolt/late", "hall.bolt/late", "is not there"});
+  EXPECT_EQ(refusal(), "hall.favourite: 'hall.bolt/late' is not there");
+  in(a).newBolt("late");
+  EXPECT_EQ(a.pending().retry(a.tree().dir).size(), 1u);
+  EXPECT_EQ(refusal(), "committed");
+  EXPECT_EQ(device.hall()->favourite(), device.hall()->bolt("late"));
+  std::string const before = device.image();
+  a.tree().dir->entryDel("hall");
+  EXPECT_EQ(refusal(), "hall: a session root is neither deleted nor replaced");
+  EXPECT_EQ(device.image(), before);
+  a.discard();
+  EXPECT_EQ(imageOf(a.tree()), before);
+  in(a).u32Is(2);
+  EXPECT_EQ(refusal(), "committed");
 }
 
 TEST_F(Commits, DiscardAllOrBelowAPath) {
@@ -155,6 +228,7 @@ TEST_F(Commits, DiscardAllOrBelowAPath) {
   EXPECT_EQ(a.discard(pathIn(a.tree(), "hall.bolt/x")), 1u);
   EXPECT_FALSE(in(a).bolt("x"));
   EXPECT_TRUE(in(a).bolt("y"));
+  EXPECT_THROW(a.discard(pathIn(a.tree(), "hall.bolt/y.torque")), Sv::Error) << "it was created as a whole";
   EXPECT_EQ(a.discard(), 2u);
   EXPECT_EQ(imageOf(a.tree()), device.image());
   EXPECT_TRUE(a.differences().empty());
@@ -170,7 +244,9 @@ TEST_F(Commits, RollbackClearAndLoadLeaveEditsToBeReviewed) {
   a.commit();
   std::string const two = device.image();
   in(b).textIs("lost");
+  b.pending().add({pathIn(b.tree(), "hall.favourite"), "hall.bolt/late", "hall.bolt/late", "is not there"});
   EXPECT_EQ(b.rollback(1), 1u);
+  EXPECT_TRUE(b.pending().empty());
   EXPECT_EQ(imageOf(b.tree()), one);
   EXPECT_EQ(imageOf(b.ancestor()), two);
   EXPECT_EQ(b.differences().size(), 3u);
@@ -252,6 +328,40 @@ TEST_F(Commits, ConfirmedByAWordOrLostWithTheSession) {
   EXPECT_FALSE(service.waiting());
 }
 
+// A participant that fails then is reported; the time comes, or the process is gone.
+TEST_F(Commits, UndoingCannotBeRefused) {
+  Sv::Options options;
+  bool lives = true;
+  options.isAlive = [&](Kel::U32) { return lives; };
+  Device other({}, std::move(options));
+  other.service->tunables().rollbackCommitsAutomaticallyIs(true);
+  Agent agent;
+  other.service->registerForPath(agent, "");
+  Sv::Session& x = other.open("x");
+  in(x).u32Is(1);
+  x.commit();
+  ASSERT_TRUE(other.service->waiting());
+  EXPECT_EQ(other.service->waiting()->until, other.time + 600);
+  try {
+    other.open("y").commit();
+    FAIL() << "another's commit";
+  } catch (Sv::UnconfirmedError const& e) {
+    EXPECT_STREQ(e.what(), "commit 1 of user of x (session x) waits to be confirmed for another 600 s");
+  }
+  agent.fails = "the hardware is gone";
+  EXPECT_EQ(x.commitCancel().reports, std::vector<std::string>{"the hardware is gone"});
+  EXPECT_EQ(other.hall()->u32(), 0u);
+  EXPECT_THROW(x.commitCancel(), Sv::Error);
+  agent.fails.clear();
+  x.commit();
+  EXPECT_EQ(other.hall()->u32(), 1u);
+  lives = false;
+  other.time += 599;
+  other.service->poll();
+  EXPECT_EQ(other.hall()->u32(), 0u) << "with the session that was lost";
+  EXPECT_TRUE(other.service->list().empty());
+}
+
 TEST_F(Commits, SessionsOfOthersFollowWhereThatIsSwitchedOn) {
   for (auto mode : {Sv::AutomaticUpdate::preferCandidate, Sv::AutomaticUpdate::preferRunning,
                     Sv::AutomaticUpdate::revertOnConflict}) {
@@ -317,6 +427,10 @@ TEST_F(Commits, SessionsExpire) {
   other.time += 3600;
   other.service->poll();
   EXPECT_TRUE(other.service->list().empty()) << "left for too long";
+  other.open("used");
+  other.time += 4000;
+  other.service->poll();
+  EXPECT_EQ(other.service->list().size(), 1u) << "in use";
 }
 
 TEST_F(Commits, RequestsAreAnsweredUnderTheirNumbers) {
@@ -334,10 +448,54 @@ TEST_F(Commits, RequestsAreAnsweredUnderTheirNumbers) {
   auto const others = b.config().newCommandDir(1);
   others->newCommand(Cli::Session::CommandRequest(Command::commit, 1));
   EXPECT_EQ(b.status().commandResponse(1)->response(1).view().find("error: 1 conflict"), 0u);
+  // One that comes while a commit is under way waits for its end.
+  struct Asks : Sv::Participant {
+    std::function<void()> ask;
+    void apply(std::vector<Sv::Difference> const&) override { ask(); }
+    void undo(std::vector<Sv::Difference> const&) override {}
+  } asks;
+  service.registerForPath(asks, "");
+  asks.ask = [&] {
+    others->newCommand(Cli::Session::CommandRequest(Command::clearConfig, 2));
+    EXPECT_FALSE(b.status().commandResponse(1)->responseHas(2));
+  };
+  in(a).u32Is(3);
+  a.commit();
+  EXPECT_EQ(b.status().commandResponse(1)->response(2), "cleared; 1 edit dropped");
   auto const status = a.status().commandResponse(3);
+  requests->newCommand(Cli::Session::CommandRequest(Command::noOp, 3));
+  EXPECT_EQ(status->response(3), "ok");
   requests->newCommand(Cli::Session::CommandRequest(Command::remove, 4));
   EXPECT_EQ(status->response(4), "removed");
   EXPECT_FALSE(service.session("a"));
+}
+
+// --- Directories ---
+
+TEST(Directories, EntriesAreNodesLikeMembers) {
+  auto const top = Kel::dirFactory("");
+  Kel::Dir::Ptr const running(new Kel::Dir("running", top.ptr()));
+  Sv::Service service(running, {{"files", "Kel::Dir"}});
+  Sv::Session &a = service.open("a", "a"), &b = service.open("b", "b");
+  auto const files = [](Sv::Session& s) { return Kel::ptrCast<Kel::Dir>(s.tree().dir->entity("files")); };
+  files(a)->newEntity("Plant::Hall", "x");
+  a.commit();
+  b.update();
+  for (Mode mode : {Mode::preferCandidate, Mode::preferRunning}) {
+    hallOf(a.tree(), "files/x")->u32Is(1 + hallOf(a.tree(), "files/x")->u32());
+    files(b)->entryDel("x");
+    b.commit();
+    EXPECT_EQ(linesOf(conflictsOf([&] { a.update(); })).find("files/x (existence): "), 0u);
+    a.update(mode);
+    EXPECT_EQ(bool(files(a)->entity("x")), mode == Mode::preferCandidate);
+    a.commit();
+    b.update();
+  }
+  EXPECT_FALSE(running->entity("files/x"));
+  // An entity that is to come is no content yet.
+  files(a)->entryStateIs("later", "Plant::Hall");
+  EXPECT_TRUE(a.differences().empty());
+  EXPECT_FALSE(a.commit().number);
 }
 
 // --- Restarts ---
@@ -356,22 +514,27 @@ TEST_F(Commits, AStartRestoresTheNewestState) {
         in(s).u32Is(n);
         in(s).favouriteIs(in(s).newBolt("b" + std::to_string(n)));
         s.commit();
+        first.service->poll();
       }
       newest = first.image();
+      in(s).u32Is(99);
+      s.commitConfirmed(60);
       in(s).u32Is(100);
       s.commitConfirmed(60);
+      first.service->poll();  // no snapshot of what may be undone
     }
-    EXPECT_EQ(store.snapshotAt(100).has_value(), every > 0);
+    auto const snapshot = store.snapshotAt(100);
+    EXPECT_EQ(snapshot ? snapshot->number : 0, every > 0 ? 4u : 0u);
     Device second([](auto& h) { h.newBolt("factory"); }, options);
     Agent agent;
     second.service->registerForPath(agent, "");
     second.service->start();
     EXPECT_EQ(second.image(), newest) << "what was not confirmed is undone";
     EXPECT_EQ(agent.log.find("apply\nchanged hall.u32: 0 -> 100\n"), 0u) << agent.log;
-    EXPECT_EQ(second.service->lastCommit(), 7u);
+    EXPECT_EQ(second.service->lastCommit(), 8u);
     Sv::Session& s = second.open("s");
     in(s).u32Is(6);
-    EXPECT_EQ(s.commit().number, 8u);
+    EXPECT_EQ(s.commit().number, 9u);
     s.rollback(2);
     EXPECT_EQ(in(s).u32(), 2u);
     s.clear();

@@ -203,6 +203,23 @@ TEST_F(Conflicts, APointerInWhatWasCreated) {
          });
 }
 
+TEST_F(Conflicts, WhatIsKeptKeepsWhatItPointsAt) {
+  Edit const before = [](auto& h) { h.newBolt("p")->peerIs(h.newBolt("t")); };
+  Edit const changes = [](auto& h) { h.bolt("p")->torqueIs(1); };
+  Edit const deletes = [](auto& h) {
+    h.boltDel("p");
+    h.boltDel("t");
+  };
+  Edit const kept = [](auto& h) {
+    ASSERT_TRUE(h.bolt("p") && h.bolt("t"));
+    EXPECT_EQ(h.bolt("p")->peer(), h.bolt("t"));
+  };
+  Edit const gone = [](auto& h) { EXPECT_FALSE(h.bolt("p") || h.bolt("t")); };
+  char const* const conflict = "hall.bolt/p existence hall.bolt/p.torque\n";
+  expect(before, changes, deletes, conflict, kept, gone);
+  expect(before, deletes, changes, conflict, gone, kept);
+}
+
 void setHistory(Plant::Hall& h, std::string const& items) {
   h.historyDelAll();
   for (char c : items) h.historyEnq(Kel::String8(std::string(1, c)));
@@ -231,6 +248,9 @@ TEST_F(Conflicts, InsertionsAtOnePlace) {
   expectNone(history("ab"), history("axyb"), history("axzb"), hasHistory("axzyb"));
   expectNone(history(""), history("m"), history("r"), hasHistory("rm"));
   expectNone(history("abcd"), history("aXbcd"), history("abcYd"), hasHistory("aXbcYd"));
+  // At the edge of what the other removed.
+  expectNone(history("abcd"), history("aXbcd"), history("acd"), hasHistory("aXcd"));
+  expectNone(history("abcd"), history("acd"), history("abXcd"), hasHistory("aXcd"));
 }
 
 TEST_F(Conflicts, ItemsOfAQueue) {
@@ -318,6 +338,23 @@ TEST_F(Settling, ByNamingASide) {
   EXPECT_THROW(session->resolve(path("hall.text"), Sv::Side::session), Sv::Error);
 }
 
+TEST_F(Settling, OfWhatOnlyRunningChanged) {
+  prepare(nothing, nothing, [](auto& h) { h.u32Is(3); });
+  session->resolve(path(), Sv::Side::session);
+  session->update();
+  EXPECT_EQ(mine().u32(), 0u);
+  prepare(nothing, nothing, [](auto& h) { h.u32Is(3); });
+  session->resolve(path(), Sv::Side::session);
+  otherCommits(6);
+  session->update();
+  EXPECT_EQ(mine().u32(), 6u) << "running has changed it once more";
+  SetUp();
+  session->resolve(path(), Sv::Side::session);
+  session->discard(path());
+  session->update();
+  EXPECT_EQ(mine().u32(), 3u) << "discarding forgets";
+}
+
 TEST_F(Settling, OfSeveralNodesByEach) {
   prepare([](auto& h) { h.newBolt("b"); },
           [](auto& h) {
@@ -332,6 +369,20 @@ TEST_F(Settling, OfSeveralNodesByEach) {
   EXPECT_TRUE(session->conflicts().empty());
   session->commit();
   EXPECT_EQ(device->hall()->bolt("b")->torque(), 2);
+}
+
+TEST_F(Settling, OfSeveralNodesByTheirEntity) {
+  for (Sv::Side side : {Sv::Side::session, Sv::Side::running}) {
+    prepare([](auto& h) { h.newBolt("b"); },
+            [](auto& h) {
+              h.bolt("b")->torqueIs(1);
+              h.bolt("b")->lockedIs(true);
+            },
+            [](auto& h) { h.boltDel("b"); });
+    session->resolve(path("hall.bolt/b"), side);
+    session->commit();
+    EXPECT_EQ(bool(device->hall()->bolt("b")), side == Sv::Side::session);
+  }
 }
 
 // --- The example of the draft ---

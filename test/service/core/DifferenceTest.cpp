@@ -86,6 +86,27 @@ TEST_F(Differences, ItemsThatAreEntitiesGoByTheirParameters) {
   EXPECT_EQ(lines(), "changed hall.job/1.done: false -> true\n");
 }
 
+// Items that make room for another are made anew: pointers at them, and what changes in them, find them.
+TEST_F(Differences, WhatConcernsAnItemFollowsIt) {
+  for (char const* title : {"one", "two"}) hall->jobEnq(title);
+  auto const last = [](Plant::Hall& h) {
+    auto it = h.jobIterator();
+    for (unsigned n = 1; n < h.jobs(); ++n) ++it;
+    return it.value();
+  };
+  hall->anythingIs(last(*hall));
+  session.commit();
+  hall->jobDelAll();
+  for (char const* title : {"zero", "one", "two"}) hall->jobEnq(title);
+  hall->anythingIs(last(*hall));
+  last(*hall)->stepEnq()->textIs("new");
+  EXPECT_EQ(lines(),
+            "created hall.job/1.step at 0: [{\"text\":\"new\"}]\n"
+            "created hall.job at 0: [{\"title\":\"zero\"}]\n");
+  Sv::carryOut(session.differences(), session.ancestor());
+  EXPECT_EQ(exportOf(session.ancestor()), exportOf(session.tree()));
+}
+
 TEST_F(Differences, BytesHoldThemWhole) {
   hall->u32Is(7);
   hall->bySizeIs(Plant::Size(1, 2), 0.1);

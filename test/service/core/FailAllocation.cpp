@@ -27,12 +27,13 @@ void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 namespace Tests {
 
-FailAllocation::FailAllocation(std::size_t n) {
+FailAllocation::FailAllocation(std::size_t n) : n_(n) {
   left = n;
   hasFailed = false;
   armed = true;
 }
 FailAllocation::~FailAllocation() { armed = false; }
 bool FailAllocation::failed() const { return hasFailed; }
+std::size_t FailAllocation::made() const { return n_ - left; }
 
 }  // namespace Tests

@@ -13,6 +13,11 @@ class FailAllocation {
   FailAllocation(FailAllocation const&) = delete;
   FailAllocation& operator=(FailAllocation const&) = delete;
   bool failed() const;
+  // The allocations until now, up to the one that failed.
+  std::size_t made() const;
+
+ private:
+  std::size_t const n_;
 };
 
 }  // namespace Tests

@@ -1,5 +1,7 @@
-// A fault at every step of a commit, an update, a rollback and a load: running, session, ancestor and store are as they
-// were.
+// A fault at every step of a commit, an update, a rollback, a load and an import: running, session, ancestor and store
+// are as they were.
+#include <set>
+
 #include "service/core/FailAllocation.h"
 #include "service/core/RandomDevices.h"
 
@@ -61,20 +63,35 @@ struct FailingAgent : Sv::Participant {
 };
 
 struct Images {
-  std::string running, session, ancestor;
+  std::string running, session, ancestor, pending;
   std::size_t commits;
   explicit Images(RandomDevice& device)
       : running(device.image()),
         session(imageOf(device.mine.tree())),
         ancestor(imageOf(device.mine.ancestor())),
-        commits(device.service->history().size()) {}
+        commits(device.service->history().size()) {
+    for (Sv::PendingReference const& r : device.mine.pending().list())
+      pending += r.place.text() + " " + r.target + "\n";
+  }
   void expectSame(Images const& other) const {
     ASSERT_EQ(running, other.running);
     ASSERT_EQ(session, other.session);
     ASSERT_EQ(ancestor, other.ancestor);
+    ASSERT_EQ(pending, other.pending);
     ASSERT_EQ(commits, other.commits);
   }
 };
+
+// What is imported: another device's configuration, and references that lead nowhere.
+Sv::Json imported;
+
+void import(RandomDevice& device, bool merge) {
+  Sv::ImportOptions options;
+  options.merge = merge;
+  options.pending = &device.mine.pending();
+  options.roots = device.mine.tree().roots;
+  Sv::importJson(device.mine.tree().dir, {}, imported, options);
+}
 
 using Command = std::function<void(RandomDevice&)>;
 struct Named {
@@ -100,6 +117,8 @@ std::vector<Named> const commands{
          fill(tree, generator, false);
        });
      }},
+    {"import", [](RandomDevice& d) { import(d, false); }},
+    {"import merge", [](RandomDevice& d) { import(d, true); }},
 };
 
 // Both have committed or edited; what `commit` refuses for conflicts is updated first.
@@ -111,17 +130,31 @@ void settle(RandomDevice& device) {
 // Whether the command was carried out although something had failed.
 enum class Outcome { refused, done };
 
+std::set<Kel::Entity*> objectsOf(RandomDevice& device) {
+  auto const all = entitiesOf(*device.mine.tree().dir);
+  return {all.begin(), all.end()};
+}
+
 struct Trial {
   RandomDevice device;
   FailingAgent agent;
+  bool keepsObjects;
 
-  explicit Trial(unsigned seed) : device(seed) {
+  Trial(unsigned seed, Named const& command)
+      : device(seed), keepsObjects(std::string_view(command.name).starts_with("import")) {
     settle(device);
     device.service->registerForPath(agent, "");
+    RandomDevice const other(seed + 1000, false, false);
+    imported = Sv::exportEntity(*other.running, *other.running);
+    imported["hall"]["favourite"] = "hall.bolt/late";
+    Sv::Path const place = pathIn(device.mine.tree(), "hall.anything");
+    if (keepsObjects)
+      device.mine.pending().add({place, "hall.bolt/later", "hall.bolt/later", "there is no such entity"});
   }
   // Runs the command, and looks at what a refusal has left. Then all works as ever.
   Outcome run(Command const& command, std::function<void()> const& call) {
     Images const before(device);
+    auto const objects = objectsOf(device);
     bool refused = false;
     try {
       call();
@@ -136,6 +169,9 @@ struct Trial {
     if (!refused) return Outcome::done;
     EXPECT_EQ(agent.standing, 0);
     before.expectSame(Images(device));
+    if (keepsObjects) {
+      EXPECT_EQ(objects, objectsOf(device));
+    }
     command(device);
     return Outcome::refused;
   }
@@ -145,7 +181,7 @@ unsigned faultsOfReactors(Named const& command, unsigned seed) {
   unsigned faults = 0;
   for (unsigned at = 0; !testing::Test::HasFailure(); at += faults > 30 ? 7 : 1) {
     SCOPED_TRACE(std::string(command.name) + " seed " + std::to_string(seed) + " step " + std::to_string(at));
-    Trial trial(seed);
+    Trial trial(seed, command);
     Steps steps;
     steps.failsAt = at;
     trial.agent.steps = &steps;
@@ -171,32 +207,53 @@ TEST(ServiceFaults, AReactorOrAParticipant) {
   }
 }
 
+// How many allocations a command makes.
+std::size_t allocationsOf(Named const& command, unsigned seed) {
+  Trial trial(seed, command);
+  FailAllocation const counts(std::size_t(-1));
+  command.run(trial.device);
+  return counts.made();
+}
+
+// Close together at the beginning and at the end; all of them where FAULTS=all.
+std::set<std::size_t> chosen(std::size_t count) {
+  std::set<std::size_t> all;
+  char const* const text = std::getenv("FAULTS");
+  bool const every = text && std::string_view(text) == "all";
+  for (std::size_t at = 0, step = 1; at < count; at += step) {
+    all.insert(at);
+    if (every) continue;
+    all.insert(count - 1 - at);
+    step += 1 + step / 8;
+  }
+  return all;
+}
+
 TEST(ServiceFaults, AnAllocation) {
   for (Named const& command : commands) {
     unsigned faults = 0, refused = 0;
-    std::size_t step = 1;
-    for (std::size_t at = 0; !testing::Test::HasFailure(); at += step) {
-      unsigned const seed = firstSeed() + faults % 4;
-      SCOPED_TRACE(std::string(command.name) + " seed " + std::to_string(seed) + " allocation " + std::to_string(at));
-      Trial trial(seed);
-      bool failed = false;
-      Outcome const outcome = trial.run(command.run, [&] {
-        FailAllocation const fail(at);
-        try {
-          command.run(trial.device);
-        } catch (...) {
+    for (unsigned seed = firstSeed(); seed < firstSeed() + seedCount(3); ++seed) {
+      for (std::size_t at : chosen(allocationsOf(command, seed))) {
+        SCOPED_TRACE(std::string(command.name) + " seed " + std::to_string(seed) + " allocation " + std::to_string(at));
+        Trial trial(seed, command);
+        bool failed = false;
+        Outcome const outcome = trial.run(command.run, [&] {
+          FailAllocation const fail(at);
+          try {
+            command.run(trial.device);
+          } catch (...) {
+            failed = fail.failed();
+            throw;
+          }
           failed = fail.failed();
-          throw;
-        }
-        failed = fail.failed();
-      });
-      if (!failed) break;
-      ++faults;
-      if (outcome == Outcome::refused) ++refused;
-      step += 1 + step / 24;
+        });
+        faults += failed;
+        refused += outcome == Outcome::refused;
+        if (testing::Test::HasFailure()) return;
+      }
     }
     std::printf("%s: %u allocations failed, %u refusals\n", command.name, faults, refused);
-    EXPECT_GT(faults, 5u) << command.name;
+    EXPECT_GT(faults, 50u) << command.name;
   }
 }
 
@@ -217,6 +274,15 @@ TEST(ServiceFaults, TheStore) {
   EXPECT_EQ(imageOf(s.ancestor()), ancestor);
   EXPECT_TRUE(store.read(1).empty());
   EXPECT_EQ(s.commit().number, 1u);
+  // Undoing stands though the store does not take it; it is written before the next commit.
+  hallOf(s.tree())->u32Is(5);
+  s.commitConfirmed(60);
+  steps = {0, 0, false};
+  EXPECT_EQ(s.commitCancel().reports, std::vector<std::string>{"fault"});
+  EXPECT_EQ(device.hall()->u32(), 4u);
+  EXPECT_EQ(s.commit().number, 4u);
+  ASSERT_EQ(store.read(1).size(), 4u);
+  EXPECT_EQ(store.read(3).front().kind, Sv::CommitKind::undone);
 }
 
 }  // namespace

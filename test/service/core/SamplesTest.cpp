@@ -19,7 +19,7 @@ std::string printed(std::string const& command) {
 }
 
 TEST(ServiceSamples, AreWhatTheDocumentShows) {
-  for (char const* name : {"Switch.kel", "owner.cpp", "agent.cpp"}) {
+  for (char const* name : {"Switch.kel", "owner.cpp", "agent.cpp", "spelling.cpp"}) {
     std::string const file = name;
     std::string const language = file.substr(file.find('.') + 1);
     EXPECT_EQ(blocks()[language + " " + file], Tests::readFile(SOURCE_DIR "/examples/service/" + file));
@@ -28,6 +28,7 @@ TEST(ServiceSamples, AreWhatTheDocumentShows) {
 
 TEST(ServiceSamples, PrintWhatTheDocumentSays) {
   EXPECT_EQ(printed(OWNER), blocks()["text owner"]);
+  EXPECT_EQ(printed(SPELLING), blocks()["text spelling"]);
   Tests::TemporaryDir const dir;
   EXPECT_EQ(printed(AGENT " " + (dir.path() / "ports.txt").string()), blocks()["text agent"]);
 }

@@ -160,6 +160,20 @@ TEST(ConfigDbWords, SayWhatIsWrong) {
             "{pollingInterval: true}");
 }
 
+// A member of a VLAN may be a port or a LAG: whichever comes, in a file or typed.
+TEST(ConfigDbWords, AReferenceWaitsForEachTable) {
+  Configuration made(Json::parse(R"({"VLAN": {"Vlan5": {}}, "VLAN_MEMBER": {"Vlan5|PortChannel9": {}}})"));
+  ASSERT_EQ(made.pending.list().size(), 1U);
+  Editor editor(made.dir, made.pending);
+  std::string const again = " created; pointing at it again: network/vlans.member/Vlan5|PortChannel";
+  EXPECT_EQ(editor.apply("set network ports portChannel PortChannel9").text,
+            "network/ports.portChannel/PortChannel9" + again + "9.port");
+  editor.apply("set network vlans member Vlan5|PortChannel8");
+  EXPECT_EQ(editor.apply("set network ports portChannel PortChannel8").text,
+            "network/ports.portChannel/PortChannel8" + again + "8.port");
+  EXPECT_TRUE(made.pending.empty());
+}
+
 // Every word of a long path, at the end of a collection of many.
 TEST(ConfigDbWords, CompleteFast) {
   Kel::Dir::Ptr const dir = Kel::dirFactory("");
