@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 
 #include "Interpreter.h"
 #include "examples/config_db/Model.h"
@@ -79,10 +79,10 @@ TEST(Completer, DoesNotMakeAKeyPressWait) {
        {"show network ports port ", "show network ports port Ethernet9999", "set network ports port Ethernet77 adm",
         "set network ports port Nowhere adm", "set network vlans member Vlan1|Ethernet9999",
         "show references network ports port Ethernet9999", "resolve network ports port Ethernet77 ses"}) {
-    auto const start = std::chrono::steady_clock::now();
+    std::clock_t const start = std::clock();  // of the processor: other programs do not count
     EXPECT_NE("", large.words(line)) << line;
-    std::chrono::duration<double, std::milli> const took = std::chrono::steady_clock::now() - start;
-    EXPECT_LT(took.count(), 250) << line;  // 50 on a machine that does nothing else
+    double const took = 1000.0 * static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    EXPECT_LT(took, 100) << line;  // milliseconds; 50 on a machine that does nothing else
   }
 }
 
