@@ -95,9 +95,9 @@ void Applying::notePointers() {
       Json target = targetText(*p.target, *tree_.dir);
       Path place = p.place;
       if (p.attr->keyIsPtr()) {
-        if (!p.content || place.steps.back().key) return;
-        place.steps.back() = memberStep(*p.attr, GenericIf::of(Kel::String8(target.get<std::string>())));
-        target = exportValue(p.content.ptr(), *tree_.dir);
+        std::string const key = p.key ? targetText(*p.key, *tree_.dir) : std::string();
+        place.steps.back() = memberStep(*p.attr, GenericIf::of(Kel::String8(key)));
+        target = p.content ? exportValue(p.content.ptr(), *tree_.dir) : Json();
       }
       pointers_.push_back(
           {DifferenceKind::changed, std::move(place), p.attr->ownerType(), p.attr, {}, std::move(target), {}});
@@ -351,9 +351,12 @@ void Applying::repoint() {
       std::vector<std::pair<GenericIf::PtrConst, Entity::Ptr>> values;
       std::vector<std::tuple<GenericIf::PtrConst, Entity::Ptr, GenericIf::PtrConst>> keys;
       eachMember(e, attr, [&](Kel::AttrIterator const& it, std::size_t) {
-        if (auto const next = attr.isPtr() ? successor(it.target()) : nullptr) values.emplace_back(it.key(), next);
-        if (auto const next = attr.keyIsPtr() ? successor(it.keyTarget()) : nullptr)
-          keys.emplace_back(it.key(), next, it.obj(true));
+        auto const value = attr.isPtr() ? successor(it.target()) : nullptr;
+        auto const key = attr.keyIsPtr() ? successor(it.keyTarget()) : nullptr;
+        if (key)
+          keys.emplace_back(it.key(), key, value ? GenericIf::ofEntity(value) : it.obj(true));
+        else if (value)
+          values.emplace_back(it.key(), value);
         return true;
       });
       for (auto const& [key, next] : values) gif->attributeIs(attr.id(), key, GenericIf::ofEntity(next));

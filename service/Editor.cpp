@@ -336,6 +336,7 @@ class Editor::Impl {
       reference.target = path.steps.back().keyText();
     } else if (text == "null") {
       reference.value = nullptr;
+      if (attr.keyIsPtr()) reference.target = path.steps.back().keyText();
     }
     pending_.erase(path);
     reference.reason = setReference(base_, reference);

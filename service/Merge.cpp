@@ -194,8 +194,10 @@ void Merger::entity(MergeNode& node, Places& at) {
 void Merger::decide(PointerClash& clash) {
   pointerPlaces_.insert(clash.conflict.path.text());
   clash.winner = side(clash.conflict);
-  if (clash.byEdit && clash.winner == Side::session) keptForSession_.insert(clash.deleted.text());
-  if (!clash.byEdit && clash.winner == Side::running) restoredForRunning_.insert(clash.deleted.text());
+  for (Path const& deleted : clash.deleted) {
+    if (clash.byEdit && clash.winner == Side::session) keptForSession_.insert(deleted.text());
+    if (!clash.byEdit && clash.winner == Side::running) restoredForRunning_.insert(deleted.text());
+  }
 }
 
 void Merger::settlePointer(PointerClash const& clash) {

@@ -31,8 +31,8 @@ struct EntityHooks {
   std::function<KeyForm(Kel::KelAttr const& attr)> keyForm;
   // The name of a singleton of this type that is made without one being given.
   std::function<std::string(Kel::KelAttr const& attr)> singletonName;
-  // Called after an entity was made, to set attributes that are derived from its key, in the entity and below it. It adds
-  // pointers whose targets do not exist to `pending`.
+  // Called after an entity was made, to set attributes that are derived from its key, in the entity and below it. It
+  // adds pointers whose targets do not exist to `pending`.
   std::function<void(Kel::Dir::Ptr const& base, Kel::Entity::Ptr const& made, PendingReferences& pending)> created;
   // Called after a user has set a value, pointer or collection (`given`), or put it back to its default.
   std::function<void(Kel::Entity& entity, Kel::KelAttr const& attr, bool given)> changed;

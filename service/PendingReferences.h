@@ -19,7 +19,7 @@ struct PendingReference {
   Json value;
   std::string target;  // the text that leads nowhere
   std::string reason;  // "there is no such entity", "is a Vlan, not a Port"
-  // Further texts, any of which would do: a name that may stand in one of several collections.
+  // Other possible texts, for a name that may be in one of several collections.
   std::vector<std::string> others = {};
 };
 

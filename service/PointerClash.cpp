@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <unordered_map>
 
 #include "service/JsonTree.h"
 #include "service/Pointers.h"
@@ -78,10 +79,17 @@ class Clashes {
     auto const path = pathOf(target, *tree.dir);
     if (!path) return;
     auto const around = deleted.around(*path);
-    if (!around || !seen_.insert(place.text()).second) return;
+    if (!around) return;
+    // A member under a pointer may be one, too; of what was created, a collection is one place.
+    auto const [known, isNew] = seen_.try_emplace(place.text(), clashes_.size());
+    if (!isNew) {
+      PointerClash& same = clashes_[known->second];
+      if (same.byEdit == byEdit) same.deleted.push_back(*around);
+      return;
+    }
     PointerClash clash;
     clash.byEdit = byEdit;
-    clash.deleted = *around;
+    clash.deleted.push_back(*around);
     Conflict& c = clash.conflict;
     c.path = place;
     c.kind = ConflictKind::existence;
@@ -106,7 +114,7 @@ class Clashes {
 
   MergeInput const& in_;
   std::vector<PointerClash> clashes_;
-  std::unordered_set<std::string> seen_;
+  std::unordered_map<std::string, std::size_t> seen_;  // by the place: which clash it is
 };
 
 }  // namespace

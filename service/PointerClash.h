@@ -12,7 +12,7 @@ namespace Cli::Service {
 struct PointerClash {
   Conflict conflict;          // at the pointer
   bool byEdit;                // the session set the pointer, and running deleted the target
-  Path deleted;               // the deleted entity: the target, or an owner of it
+  std::vector<Path> deleted;  // the deleted entities: the targets at that place, or owners of them
   bool inSession, inRunning;  // whether the pointer, or its member, exists on this side
   Side winner = Side::session;
 };

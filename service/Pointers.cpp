@@ -12,15 +12,16 @@ void eachPointer(Entity const& top, Path const& at, std::function<void(Pointer c
     if (!attr->copiable()) continue;
     if (!attr->isCollection()) {
       if (Entity const* const target = attr->access().single(top))
-        visit({at / attributeStep(*attr), &top, attr, target, nullptr});
+        visit({at / attributeStep(*attr), &top, attr, target, nullptr, nullptr});
       continue;
     }
     eachMember(top, *attr, [&](Kel::AttrIterator const& it, std::size_t) {
-      if (attr->keyIsPtr() && it.keyTarget())
-        visit({at / attributeStep(*attr), &top, attr, it.keyTarget(), it.obj(true)});
-      if (attr->isPtr() && it.target())
-        visit({attr->keyIsPtr() ? at / attributeStep(*attr) : at / memberStep(*attr, it.key()), &top, attr, it.target(),
-               nullptr});
+      if (!attr->keyIsPtr()) {
+        if (it.target()) visit({at / memberStep(*attr, it.key()), &top, attr, it.target(), nullptr, nullptr});
+        return true;
+      }
+      for (Entity const* target : {it.keyTarget(), attr->isPtr() ? it.target() : nullptr})
+        if (target) visit({at / attributeStep(*attr), &top, attr, target, it.keyTarget(), it.obj(true)});
       return true;
     });
   }

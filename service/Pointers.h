@@ -13,7 +13,9 @@ struct Pointer {
   Kel::Entity const* owner;
   Kel::KelAttr const* attr;
   Kel::Entity const* target;
-  Kel::GenericIf::PtrConst content;  // the member, if its key is the pointer
+  // Of a member whose key is a pointer: the key's target, and what the member holds. Both may be null.
+  Kel::Entity const* key;
+  Kel::GenericIf::PtrConst content;
 };
 
 // Visits the pointers at and below an entity. `at` is the entity's path.

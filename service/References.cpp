@@ -23,8 +23,9 @@ void referencesOf(Kel::Entity& e, bool nulls, std::function<void(Reference const
       continue;
     }
     eachMember(e, *attr, [&](Kel::AttrIterator const& it, std::size_t position) {
-      if (attr->keyIsPtr() && (it.keyTarget() || nulls)) visit({&e, attr, it.key(), position, true, it.keyTarget()});
+      // A pointer under a pointer comes before its key: it is found under the key that it has.
       if (attr->isPtr() && (it.target() || nulls)) visit({&e, attr, it.key(), position, false, it.target()});
+      if (attr->keyIsPtr() && (it.keyTarget() || nulls)) visit({&e, attr, it.key(), position, true, it.keyTarget()});
       return true;
     });
   }
@@ -123,15 +124,18 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
     std::optional<Path> now;
   };
   std::vector<Change> changes;
-  eachReference(*base, [&](Reference const& reference) {
-    Kel::Entity const* const top = reference.target->root();
-    auto const found = tops.find(top);
-    if (found == tops.end() || reference.attr->ctorParam()) return;
-    std::optional<Path> now = *found->second;
-    auto const below = pathOf(*reference.target, *top);
-    if (!below) return;
+  // Whether an entity has departed, and where its successor is.
+  auto const isGone = [&](Kel::Entity const& e, std::optional<Path>& now) {
+    auto const found = tops.find(e.root());
+    auto const below = found == tops.end() ? std::nullopt : pathOf(e, *e.root());
+    if (!below) return false;
+    now = *found->second;
     if (now) now->steps.insert(now->steps.end(), below->steps.begin(), below->steps.end());
-    changes.push_back({reference, std::move(now)});
+    return true;
+  };
+  eachReference(*base, [&](Reference const& reference) {
+    std::optional<Path> now;
+    if (isGone(*reference.target, now) && !reference.attr->ctorParam()) changes.push_back({reference, std::move(now)});
   });
   for (auto const& [reference, now] : changes) {
     GenericIf::Ptr const owner = gifOf(*reference.owner);
@@ -153,6 +157,13 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
       PathStep last = place->steps.back();
       std::string const text = now ? now->text() : std::string();
       if (reference.isKey) last.key = GenericIf::of(Kel::String8(text));
+      // A pointer under a pointer will stand under the successor of its key, unless another stands there.
+      std::optional<Path> key;
+      if (!reference.isKey && attr.keyIsPtr() && reference.key && isGone(*reference.key->entityConst(), key)) {
+        Kel::Entity::Ptr const successor = key ? entityAt(base, *key) : nullptr;
+        if (!successor || hasMember(*reference.owner, attr, GenericIf::ofEntity(successor).ptr())) continue;
+        last.key = GenericIf::of(Kel::String8(key->text()));
+      }
       Path const at = place->parent() / last;
       lost.push_back(at);
       if (!pending || !now) continue;

@@ -144,8 +144,19 @@ Outcome replace(Context& context, Arguments const&) {
 
 namespace {
 
+// The references of running that lead nowhere in the session either.
+Service::PendingReferences stillPending(Context& context) {
+  Service::PendingReferences still;
+  for (auto const& reference : context.device.pending.list()) {
+    Service::Place const place = Service::locate(context.base(), reference.place);
+    bool const pointer = place.there() && place.attr && place.attr->isPtr() && !place.attr->isCollection();
+    if (pointer && !Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id())) still.add(reference);
+  }
+  return still;
+}
+
 Outcome tellReview(Context& context, std::string const& what, std::size_t dropped) {
-  context.refreshPending({});
+  context.refreshPending(stillPending(context));
   std::size_t const edits = context.session().differences().size();
   if (dropped) context.out << counted(dropped, "earlier edit is", "earlier edits are") << " dropped\n";
   context.out << "the session is as " << what;

@@ -1,4 +1,4 @@
-// Teaches the service how values and keys of a model are spelt, and what the model forbids.
+// Registers spellings, hooks and a constraint for a model.
 #include <cctype>
 #include <iostream>
 #include <map>
@@ -12,7 +12,7 @@
 
 namespace Sv = Cli::Service;
 
-// The one spelling of a MAC address; nothing for a text that is none.
+// The canonical spelling of a MAC address; empty for another text.
 std::optional<std::string> macAddress(std::string_view text) {
   std::string address;
   for (char c : Sv::lowered(text)) {

@@ -1,6 +1,7 @@
 #include "Kel/ChangeJournal.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -29,9 +30,9 @@ Entity const* entityOf(U64 entry) {
 
 }  // namespace
 
-std::atomic<U32> Entity::stampFloor_{0};
-std::atomic<U64> Entity::upheavals_{0};
-std::atomic<U64> ChangeJournal::heldDepartures_{0};
+Atomic<U32> Entity::stampFloor_{0};
+Atomic<U64> Entity::upheavals_{0};
+Atomic<U64> ChangeJournal::heldDepartures_{0};
 
 EntityExtras::EntityExtras() noexcept = default;
 EntityExtras::~EntityExtras() { delete journal; }
@@ -52,12 +53,12 @@ struct ChangeJournal::Epochs {
     if (!on) return;
     if (epoch == lastEpoch) return off();
     ++epoch;
-    Entity::stampFloor_.store(epoch << changeBits, std::memory_order_relaxed);
+    Entity::stampFloor_.store(epoch << changeBits, Order::relaxed);
   }
   void off() {
     on = false;
-    Entity::stampFloor_.store(0, std::memory_order_relaxed);
-    Entity::upheavals_.fetch_add(1, std::memory_order_relaxed);
+    Entity::stampFloor_.store(0, Order::relaxed);
+    Entity::upheavals_.fetch_add(1, Order::relaxed);
   }
 };
 
@@ -87,20 +88,20 @@ void ChangeJournal::enabledIs(bool on) {
   if (!on) return e.off();
   if (e.epoch == lastEpoch) return;
   e.on = true;
-  Entity::upheavals_.fetch_add(1, std::memory_order_relaxed);  // changes made while journals were off are unknown
+  Entity::upheavals_.fetch_add(1, Order::relaxed);  // changes made while journals were off are unknown
   if (e.epoch > 0) e.next();
 }
 
-U64 ChangeJournal::heldDepartures() { return heldDepartures_.load(std::memory_order_relaxed); }
-U64 ChangeJournal::upheavals() { return Entity::upheavals_.load(std::memory_order_relaxed); }
+U64 ChangeJournal::heldDepartures() { return heldDepartures_.load(Order::relaxed); }
+U64 ChangeJournal::upheavals() { return Entity::upheavals_.load(Order::relaxed); }
 
 // --- Journals ---
 
 namespace {
 
 U64 nextId() {
-  static std::atomic<U64> last{0};
-  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+  static Atomic<U64> last{0};
+  return last.fetch_add(1, Order::relaxed) + 1;
 }
 
 }  // namespace
@@ -250,14 +251,14 @@ void ChangeJournal::eachAbove(Entity const* e, U32 floor, Visit const& visit) no
 }
 
 void Entity::note(Change change) const noexcept {
-  U32 const floor = stampFloor_.load(std::memory_order_relaxed);
+  U32 const floor = stampFloor_.load(Order::relaxed);
   if (floor == 0 || stamp_ >= stampOf(floor, change)) return;
   stamp_ = stampOf(floor, change);
   ChangeJournal::eachAbove(this, floor, [&](ChangeJournal& journal) { journal.append(*this, change, floor); });
 }
 
 void Entity::noteArrival(Entity& child) const noexcept {
-  U32 const floor = stampFloor_.load(std::memory_order_relaxed);
+  U32 const floor = stampFloor_.load(Order::relaxed);
   if (floor == 0) return;
   mark(Change::members);
   // An anchor is not stamped: the journals above have noted it as a whole, but its own journal has not.
@@ -267,7 +268,7 @@ void Entity::noteArrival(Entity& child) const noexcept {
 }
 
 void Entity::noteLeaving() const noexcept {
-  U32 const floor = stampFloor_.load(std::memory_order_relaxed);
+  U32 const floor = stampFloor_.load(Order::relaxed);
   if (floor == 0 || !parent_) return;
   ChangeJournal::eachAbove(parent_, floor, [&](ChangeJournal& journal) { journal.depart(*this); });
   parent_->mark(Change::members);

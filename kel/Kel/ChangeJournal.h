@@ -94,7 +94,7 @@ class KEL_API ChangeJournal {
 
   ChangeJournal();
   static Epochs& epochs();
-  static void noteHeldDeparture() noexcept { heldDepartures_.fetch_add(1, std::memory_order_relaxed); }
+  static void noteHeldDeparture() noexcept { heldDepartures_.fetch_add(1, Order::relaxed); }
 
   U64 position() const { return base_ + entries_.size(); }
   void append(Entity const& entity, Change change, U32 floor) noexcept;
@@ -106,7 +106,7 @@ class KEL_API ChangeJournal {
   template <class Visit>
   static void eachAbove(Entity const* e, U32 floor, Visit const& visit) noexcept;
 
-  static std::atomic<U64> heldDepartures_;
+  static Atomic<U64> heldDepartures_;
 
   U64 const id_;
   U64 upheavals_;                      // how many this journal knows of

@@ -13,7 +13,7 @@
 
 namespace Kel {
 
-std::atomic<U64> Entity::departures_{0};
+Atomic<U64> Entity::departures_{0};
 
 Entity::~Entity() { delete extras_; }
 
@@ -293,7 +293,7 @@ class Dismantling {
   Dismantling& operator=(Dismantling const&) = delete;
 
   static void add(Entity& e) noexcept {
-    Entity::departures_.fetch_add(1, std::memory_order_relaxed);
+    Entity::departures_.fetch_add(1, Order::relaxed);
     Dismantling const run;
     waiting_.tops.push(e);
   }
@@ -350,7 +350,7 @@ void Entity::destroySelf() noexcept { Dismantling::add(*this); }
 
 void Entity::leaveTree(Ptr child) noexcept {
   child->noteLeaving();
-  departures_.fetch_add(1, std::memory_order_relaxed);
+  departures_.fetch_add(1, Order::relaxed);
   child->parent_ = nullptr;
   child->parentAttrId_ = noAttribute;
   if (child->refs() > 1) Dismantling::dropPointersBelow(*child);

@@ -99,8 +99,8 @@ class KEL_API Entity : public VFPtrInterface {
   // Low level: sets the link to the parent and nothing else. REQUIRES: `parent` already holds the entity.
   void parentIs(Ptr const& parent) {
     parent_ = parent.ptr();
-    departures_.fetch_add(1, std::memory_order_relaxed);
-    upheavals_.fetch_add(1, std::memory_order_relaxed);
+    departures_.fetch_add(1, Order::relaxed);
+    upheavals_.fetch_add(1, Order::relaxed);
   }
   // The attribute of the parent that holds the entity; null without a parent.
   KelAttr const* parentAttr() const;
@@ -117,7 +117,7 @@ class KEL_API Entity : public VFPtrInterface {
   void adopt(Entity& child, AttributeId id) {
     child.parent_ = this;
     child.parentAttrId_ = id;
-    if (stampFloor_.load(std::memory_order_relaxed) != 0) noteArrival(child);
+    if (stampFloor_.load(Order::relaxed) != 0) noteArrival(child);
   }
   // Takes a child out of the tree, with all that is below it. REQUIRES: its owner no longer holds it.
   static void leaveTree(Ptr child) noexcept;
@@ -130,11 +130,11 @@ class KEL_API Entity : public VFPtrInterface {
   bool hasReactors() const { return extras_ && !extras_->reactors.empty(); }
   // Tells the change journals of the entities above, and of this one; see ChangeJournal.h.
   void mark(Change change) const noexcept {
-    if (stamp_ < (stampFloor_.load(std::memory_order_relaxed) | static_cast<U32>(change))) note(change);
+    if (stamp_ < (stampFloor_.load(Order::relaxed) | static_cast<U32>(change))) note(change);
   }
   // How often, in this process, entities have left a tree or a tree has ended. While the number stays the same, an
   // entity that was found by a path is still there.
-  static U64 departures() { return departures_.load(std::memory_order_relaxed); }
+  static U64 departures() { return departures_.load(Order::relaxed); }
 
  protected:
   explicit Entity(Name name = Name()) : name_(std::move(name)) {
@@ -160,9 +160,9 @@ class KEL_API Entity : public VFPtrInterface {
   void noteArrival(Entity& child) const noexcept;
   void noteLeaving() const noexcept;
 
-  static std::atomic<U64> departures_, upheavals_;
+  static Atomic<U64> departures_, upheavals_;
   // The epoch of the change journals, shifted as in a stamp. 0: no journal was ever attached, or journals are off.
-  static std::atomic<U32> stampFloor_;
+  static Atomic<U32> stampFloor_;
 
   mutable Name name_;
   Entity* parent_ = nullptr;

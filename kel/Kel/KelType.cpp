@@ -47,13 +47,13 @@ String8 shortName(String8 const& fullName) {
 
 }  // namespace
 
-std::atomic<bool> TypeRegistration::pending_{false};
+Atomic<bool> TypeRegistration::pending_{false};
 
 TypeRegistration::TypeRegistration(TypeFunction fwkType) {
   TypeRegistry& r = typeRegistry();
   std::lock_guard<std::mutex> guard(r.lock);
   r.announced.push_back(fwkType);
-  pending_ = true;
+  pending_.store(true, Order::release);
 }
 
 void TypeRegistration::makeRecords() {
@@ -64,7 +64,7 @@ void TypeRegistration::makeRecords() {
     {
       std::lock_guard<std::mutex> guard(r.lock);
       if (r.made == r.announced.size()) {
-        pending_ = false;
+        pending_.store(false, Order::release);
         return;
       }
       next = r.announced[r.made++];
@@ -130,7 +130,7 @@ void KelType::resolveLinks() const {
 
 // Called while entities are destroyed, too. If there is no memory to find out, answers that there are pointers.
 bool KelType::pointersBelow() const noexcept try {
-  S8 known = pointersBelow_.load(std::memory_order_relaxed);
+  S8 known = pointersBelow_.load(Order::relaxed);
   if (known >= 0) return known != 0;
   // Types may own each other in circles. At the end, only the answer for the type that was asked about is certain, so
   // only that is stored.
@@ -142,7 +142,7 @@ bool KelType::pointersBelow() const noexcept try {
     for (KelAttr const* attr : type.ownAttrs_)
       if (std::find(reached.begin(), reached.end(), attr->type()) == reached.end()) reached.push_back(attr->type());
   }
-  pointersBelow_.store(known, std::memory_order_relaxed);
+  pointersBelow_.store(known, Order::relaxed);
   return known != 0;
 } catch (std::bad_alloc const&) {
   return true;
@@ -271,7 +271,7 @@ TypeBuilderBase::TypeBuilderBase(char const* fullName, KelType::Kind kind, KelTy
   type_->base_ = base;
   if (!base) return;
   type_->nextDerived_ = base->firstDerived();
-  while (!base->firstDerived_.compare_exchange_weak(type_->nextDerived_, type_, std::memory_order_acq_rel)) {
+  while (!base->firstDerived_.compare_exchange_weak(type_->nextDerived_, type_, Order::acqRel)) {
   }
   type_->attrs_ = base->attrs_;
   type_->ctorArgs_ = base->ctorArgs_;

@@ -6,10 +6,10 @@
 // inherited attributes before own ones. Ids count from 0; a derived type continues the ids of its base.
 #pragma once
 
-#include <atomic>
 #include <iosfwd>
 #include <vector>
 
+#include "Kel/Atomic.h"
 #include "Kel/Ptr.h"
 #include "Kel/String8.h"
 
@@ -66,15 +66,15 @@ class TypeLink {
   TypeLink() = default;
   void functionIs(TypeFunction function) { function_ = function; }
   KelType const* get() const {
-    KelType const* type = type_.load(std::memory_order_acquire);
-    if (!type && function_) type_.store(type = function_(), std::memory_order_release);
+    KelType const* type = type_.load(Order::acquire);
+    if (!type && function_) type_.store(type = function_(), Order::release);
     return type;
   }
 
  private:
   friend struct DebugLayout;
   TypeFunction function_ = nullptr;
-  mutable std::atomic<KelType const*> type_{nullptr};
+  mutable Atomic<KelType const*> type_{nullptr};
 };
 
 // The flags of an attribute that the reflective interface shows.
@@ -218,7 +218,7 @@ class KEL_API KelType final : public PtrInterface {
   KelType const* base() const { return base_; }
   // The types that are derived directly from this one, as a list: the first, and from each the next; null at the end.
   // The list has all types that have a record by now, so the type of every entity that exists is in its base's list.
-  KelType const* firstDerived() const { return firstDerived_.load(std::memory_order_acquire); }
+  KelType const* firstDerived() const { return firstDerived_.load(Order::acquire); }
   KelType const* nextDerived() const { return nextDerived_; }
   bool hasDerived() const { return firstDerived() != nullptr; }
   // Whether this type is `other` or derived from it. Cost: the number of bases.
@@ -307,8 +307,8 @@ class KEL_API KelType final : public PtrInterface {
   Kind kind_ = Kind::builtin;
   Builtin builtin_ = Builtin::none;
   bool autoconvert_ = false;
-  mutable std::atomic<S8> pointersBelow_{-1};
-  mutable std::atomic<KelType const*> firstDerived_{nullptr};
+  mutable Atomic<S8> pointersBelow_{-1};
+  mutable Atomic<KelType const*> firstDerived_{nullptr};
   KelType const* nextDerived_ = nullptr;
   KelType const* base_ = nullptr;
   std::vector<KelAttr const*> attrs_, queue_, ownAttrs_, ptrAttrs_;
@@ -335,12 +335,12 @@ KEL_API std::ostream& operator<<(std::ostream& out, KelType const& type);
 struct KEL_API TypeRegistration {
   explicit TypeRegistration(TypeFunction fwkType);
   // Whether some registered types may have no record yet.
-  static bool pending() { return pending_.load(std::memory_order_acquire); }
+  static bool pending() { return pending_.load(Order::acquire); }
   // Makes the records of all registered types.
   static void makeRecords();
 
  private:
-  static std::atomic<bool> pending_;
+  static Atomic<bool> pending_;
 };
 
 // The record of a C++ type: a builtin, a value type or enumeration of a model, an entity type, or a counted object of

@@ -5,13 +5,13 @@
 // locked: a tree of entities belongs to one thread at a time.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <iosfwd>
 #include <type_traits>
 #include <utility>
 
 #include "Kel/Assert.h"
+#include "Kel/Atomic.h"
 #include "Kel/MemPool.h"
 #include "Kel/Types.h"
 
@@ -25,12 +25,12 @@ class KEL_API PtrInterface {
   PtrInterface& operator=(PtrInterface const&) { return *this; }
   virtual ~PtrInterface() = default;
 
-  void refInc() const noexcept { refs_.fetch_add(1, std::memory_order_relaxed); }
+  void refInc() const noexcept { refs_.fetch_add(1, Order::relaxed); }
   void refDec() const noexcept {
-    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) lastRefGone();
+    if (refs_.fetch_sub(1, Order::acqRel) == 1) lastRefGone();
   }
   // The count. If it is 1, the thread with that handle sees all that former holders did to the object.
-  U32 refs() const noexcept { return refs_.load(std::memory_order_acquire); }
+  U32 refs() const noexcept { return refs_.load(Order::acquire); }
 
   // Marks an object that its last handle does not destroy, such as one on the stack or a global one.
   void isNondestructingIs(bool on) noexcept { nondestructing_ = on; }
@@ -50,7 +50,7 @@ class KEL_API PtrInterface {
   }
 
   bool nondestructing_ = false;
-  mutable std::atomic<U32> refs_{0};
+  mutable Atomic<U32> refs_{0};
 };
 
 // Counted objects whose memory comes from the framework's pool.

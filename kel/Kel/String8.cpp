@@ -104,7 +104,7 @@ void String8::destroy(Rep* rep) noexcept { KelMemPool::release(rep, storageSize(
 
 U32 String8::hashSlow() const noexcept {
   U32 const h = hashBytes(rep_->text(), rep_->size);
-  rep_->hash.store(h, std::memory_order_relaxed);
+  rep_->hash.store(h, Order::relaxed);
   return h;
 }
 

@@ -6,12 +6,12 @@
 // the heap.
 #pragma once
 
-#include <atomic>
 #include <cstring>
 #include <iosfwd>
 #include <string>
 #include <string_view>
 
+#include "Kel/Atomic.h"
 #include "Kel/MemPool.h"
 #include "Kel/Types.h"
 
@@ -34,13 +34,13 @@ class KEL_API String8 {
   String8(std::string_view text) : rep_(make(text, {})) {}
   String8(std::string const& text) : String8(std::string_view(text)) {}
   String8(String8 const& o) noexcept : rep_(o.rep_) {
-    if (rep_) rep_->refs.fetch_add(1, std::memory_order_relaxed);
+    if (rep_) rep_->refs.fetch_add(1, Order::relaxed);
   }
   String8(String8&& o) noexcept : rep_(o.rep_) { o.rep_ = nullptr; }
   ~String8() { drop(); }
   String8& operator=(String8 const& o) noexcept {
     if (rep_ != o.rep_) {
-      if (o.rep_) o.rep_->refs.fetch_add(1, std::memory_order_relaxed);
+      if (o.rep_) o.rep_->refs.fetch_add(1, Order::relaxed);
       drop();
       rep_ = o.rep_;
     }
@@ -74,7 +74,7 @@ class KEL_API String8 {
   // The hash of the characters; see hashBytes.
   U32 hash() const noexcept {
     if (!rep_) return emptyHash;
-    U32 h = rep_->hash.load(std::memory_order_relaxed);
+    U32 h = rep_->hash.load(Order::relaxed);
     return h ? h : hashSlow();
   }
 
@@ -100,8 +100,8 @@ class KEL_API String8 {
   static constexpr U32 emptyHash = 0x9e3779b9;
 
   struct Rep {
-    std::atomic<U32> refs;
-    std::atomic<U32> hash;  // 0: not yet known
+    Atomic<U32> refs;
+    Atomic<U32> hash;  // 0: not yet known
     U32 size;
     char* text() noexcept { return reinterpret_cast<char*>(this + 1); }
     char const* text() const noexcept { return reinterpret_cast<char const*>(this + 1); }
@@ -132,7 +132,7 @@ class KEL_API String8 {
   static void destroy(Rep* rep) noexcept;
   static std::size_t storageSize(std::size_t size) noexcept;
   void drop() noexcept {
-    if (rep_ && rep_->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(rep_);
+    if (rep_ && rep_->refs.fetch_sub(1, Order::acqRel) == 1) destroy(rep_);
   }
   U32 hashSlow() const noexcept;
   friend String8 operator+(String8 const& a, std::string_view b);

@@ -1,6 +1,7 @@
 #include "Kel/Trace.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -107,11 +108,11 @@ void TraceHandle::settingsIs(std::string const& settings) {
 }
 
 void TraceHandle::levelsIs(U16 levels) {
-  levels_ = levels;
+  levels_.store(levels, Order::relaxed);
   refresh();
 }
 
-void TraceHandle::refresh() { active_ = registry().coverage ? allLevels : levels_.load(); }
+void TraceHandle::refresh() { active_.store(registry().coverage ? allLevels : levels(), Order::relaxed); }
 
 TraceSink traceSinkIs(TraceSink sink) {
   Registry& r = registry();

@@ -10,13 +10,13 @@
 // at the same time, and lines stay whole. Only one thread at a time may change levels and sinks.
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
 
+#include "Kel/Atomic.h"
 #include "Kel/SourceName.h"
 #include "Kel/Types.h"
 
@@ -57,19 +57,19 @@ class KEL_API TraceHandle {
 
   std::string const& name() const { return name_; }
   // One bit a level.
-  U16 levels() const { return levels_.load(std::memory_order_relaxed); }
+  U16 levels() const { return levels_.load(Order::relaxed); }
   void levelsIs(U16 levels);
-  bool enabled(int level) const { return (active_.load(std::memory_order_relaxed) & (1u << level)) != 0; }
+  bool enabled(int level) const { return (active_.load(Order::relaxed) & (1u << level)) != 0; }
   // Whether any level is on.
-  bool any() const { return active_.load(std::memory_order_relaxed) != 0; }
+  bool any() const { return active_.load(Order::relaxed) != 0; }
 
  private:
   friend void coverageStreamIs(std::ostream*);
   void refresh();
 
   std::string name_;
-  std::atomic<U16> levels_{0};
-  std::atomic<U16> active_{0};  // the levels, or all of them while a coverage stream is set
+  Atomic<U16> levels_{0};
+  Atomic<U16> active_{0};  // the levels, or all of them while a coverage stream is set
 };
 
 // Hands one formatted message to the sink.

@@ -14,11 +14,24 @@ using GifConst = Kel::GenericIf::PtrConst;
 
 Gif gifOf(Kel::Entity const& e) { return Kel::GenericIf::ofEntity(EntityPtr(const_cast<Kel::Entity*>(&e))); }
 
-std::string relative(Kel::Entity const& e, Scope const& scope) {
+// The full name, with positions for the indices of queues: these differ between equal trees.
+std::string nameByPosition(Kel::Entity const& e) {
+  Kel::KelAttr const* const attr = e.parentAttr();
   std::string const name(e.fullName().view());
+  if (!e.parent()) return name;
+  std::string const last = name.substr(e.parent()->fullName().chars());
+  std::string const up = nameByPosition(*e.parent());
+  if (!attr || !attr->isQueue()) return up + last;
+  std::size_t position = 0;
+  for (auto it = gifOf(*e.parent())->attributeIterator(attr->id()); it && it.obj()->entityConst().ptr() != &e; ++it)
+    ++position;
+  return up + "." + attr->name().str() + "/" + std::to_string(position);
+}
+
+std::string relative(Kel::Entity const& e, Scope const& scope) {
   for (Kel::Entity const* root : scope.roots)
-    if (isWithin(e, *root)) return name.substr(scope.top.fullName().chars());
-  return "outside:" + name;
+    if (isWithin(e, *root)) return nameByPosition(e).substr(scope.top.fullName().chars());
+  return "outside:" + e.fullName().str();
 }
 
 std::string textOf(GifConst const& value, Scope const& scope) {

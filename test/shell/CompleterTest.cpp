@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 
 #include "Interpreter.h"
 #include "examples/config_db/Model.h"
@@ -35,6 +35,8 @@ TEST(Completer, KnowsQueuesAndPartsOfKeys) {
   EXPECT_EQ("end ", sample.words("insert network ports port Ethernet4 lane "));
   EXPECT_EQ("", sample.words("insert network ports port Ethernet4 lane end "));
   EXPECT_EQ("Vlan1|Ethernet4 ", sample.words("set network vlans member "));
+  EXPECT_EQ("s ", sample.words("session resume "));
+  EXPECT_EQ("", sample.words("session resume x"));
   EXPECT_EQ("Vlan2|~ ", sample.words("set network vlans member Vlan2"));
   EXPECT_EQ("Vlan2|Ethernet0 Vlan2|Ethernet4 ", sample.words("set network vlans member Vlan2|"));
   EXPECT_EQ("Vlan1|Ethernet4 Vlan1|Ethernet0 ", sample.words("create network vlans member Vlan1|E"));
@@ -77,10 +79,10 @@ TEST(Completer, DoesNotMakeAKeyPressWait) {
        {"show network ports port ", "show network ports port Ethernet9999", "set network ports port Ethernet77 adm",
         "set network ports port Nowhere adm", "set network vlans member Vlan1|Ethernet9999",
         "show references network ports port Ethernet9999", "resolve network ports port Ethernet77 ses"}) {
-    auto const start = std::chrono::steady_clock::now();
+    std::clock_t const start = std::clock();  // of the processor: other programs do not count
     EXPECT_NE("", large.words(line)) << line;
-    std::chrono::duration<double, std::milli> const took = std::chrono::steady_clock::now() - start;
-    EXPECT_LT(took.count(), 250) << line;  // 50 on a machine that does nothing else
+    double const took = 1000.0 * static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    EXPECT_LT(took, 100) << line;  // milliseconds; 50 on a machine that does nothing else
   }
 }
 

@@ -102,6 +102,9 @@ TEST(Grammar, SaysWhichWordIsWrongAndWhatWouldDo) {
   EXPECT_EQ("incomplete: NAME expected\nusage: session open NAME", parsed("session open"));
   EXPECT_EQ("'x': NUMBER expected\nusage: show diff [running | commit NUMBER]", parsed("show diff commit x"));
   EXPECT_EQ("'now': the command ends before this word", parsed("quit now"));
+  std::string many = "commit";
+  for (std::size_t i = 0; i < Grammar::maxWords; ++i) many += " x";
+  EXPECT_EQ("a command has at most 2000 words", parsed(many));
 }
 
 TEST(Grammar, KnowsWhatMayComeNext) {

@@ -1,6 +1,8 @@
 // Models that are loaded as libraries, and the second example.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "Context.h"
 #include "Device.h"
 #include "Files.h"
@@ -78,6 +80,22 @@ TEST(RouterModel, IsEditedByCommands) {
   EXPECT_NE(std::string::npos, said.find("interfaces.interface/wan.ipv4.dhcp.option/12.value set to box")) << said;
   EXPECT_NE(std::string::npos, said.find("set nacm ruleList 0 rule 0 label first\n")) << said;
   EXPECT_NE(std::string::npos, said.find("br0 deleted; no longer lead anywhere: ")) << said;
+}
+
+// What the description of the model says to try.
+TEST(RouterModel, IsEditedAsItsDescriptionSays) {
+  Device device(router(), {board, "", [] { return 1.7e9; }});
+  Context context(device);
+  Interpreter interpreter(context);
+  std::ifstream readme(SOURCE_DIR "/examples/router/README.md");
+  std::string const mark = "    > ";
+  std::size_t tried = 0;
+  for (std::string line; std::getline(readme, line);) {
+    if (!line.starts_with(mark)) continue;
+    ++tried;
+    EXPECT_EQ("", interpreter.run(line.substr(mark.size())).error) << line;
+  }
+  EXPECT_GT(tried, 5U);
 }
 
 // A library that has types alone: its configurations are JSON trees.

@@ -61,6 +61,20 @@ TEST(CliSession, SaysTheLineOfAScriptThatFails) {
   EXPECT_EQ(2, run(CLI_SESSION " " + sample + " --script /nowhere").status);
 }
 
+TEST(CliSession, SaysThatItsOutputIsLost) {
+  std::string const program = CLI_SESSION " --quiet " + sample;
+  Result const lost = run(program + open + " >/dev/full");
+  EXPECT_EQ(2, lost.status) << lost.output;
+  EXPECT_EQ(2, run(CLI_SESSION " diff " + sample + " " + sample + " --json >/dev/full").status);
+}
+
+TEST(CliSession, TakesAScriptFromStandardInput) {
+  Result const result = run("echo session open s | " CLI_SESSION " --quiet --script - " + sample);
+  EXPECT_EQ("session s is open, equal to running\n", result.output);
+  EXPECT_EQ(0, result.status);
+  EXPECT_EQ(2, run(CLI_SESSION " - --script - <" + sample).status) << "one input for both";
+}
+
 TEST(CliSession, TakesAConfigurationFromStandardInput) {
   Result const result = run(CLI_SESSION " - --quiet" + open + " -c 'show network vlans vlan Vlan101 mtu' < " + sample);
   EXPECT_EQ(0, result.status);
@@ -115,6 +129,7 @@ TEST(CliSession, FoldsRemarksOfOneKind) {
   std::string const file = dir.write("x.json", "{\"VLAN_MEMBER\": {" + members + "}}").string();
   Result const folded = run(CLI_SESSION " " + file + " -c 'session list'");
   EXPECT_GT(10, std::count(folded.output.begin(), folded.output.end(), '\n')) << folded.output;
+  EXPECT_NE(std::string::npos, folded.output.find("and 499 places more")) << folded.output;
   Result const all = run(CLI_SESSION " " + file + " -c 'show remarks all'");
   EXPECT_LT(1000, std::count(all.output.begin(), all.output.end(), '\n'));
   // The text of each is kept.
@@ -125,18 +140,37 @@ TEST(CliSession, FoldsRemarksOfOneKind) {
 TEST(CliSession, KeepsCommitsInItsStateDirectory) {
   Tests::TemporaryDir const dir;
   std::string const program = CLI_SESSION " --quiet " + sample + " --state " + (dir.path() / "state").string();
-  Result const first = run(program + change + " -c 'commit smaller frames'");
+  Result const first =
+      run(program + change + " -c 'create network routing vrf Vrf_missing' -c 'commit smaller frames'");
   EXPECT_EQ(0, first.status) << first.output;
   EXPECT_EQ(std::string::npos, first.output.find("not kept")) << first.output;
   Result const second = run(program + open + " -c 'show network ports port Ethernet0 mtu' -c history");
   EXPECT_EQ(0, second.status) << second.output;
   EXPECT_NE(std::string::npos, second.output.find("\n1500\n")) << second.output;
   EXPECT_NE(std::string::npos, second.output.find("smaller frames")) << second.output;
+  Result const references = run(program + open + " -c 'show references'");
+  EXPECT_NE(std::string::npos, references.output.find("every reference leads somewhere")) << references.output;
   Result const third =
       run(program + open + " -c clear -c 'show diff as commands' -c 'commit back' -c 'show diff clean'");
   EXPECT_NE(std::string::npos, third.output.find("set network ports port Ethernet0 mtu 9100")) << third.output;
   EXPECT_EQ(0, third.status) << third.output;
   EXPECT_EQ(2, run(program + "/commits.db -c help").status) << "a file where a directory belongs";
+}
+
+// One process at a time has the store; what was answered is there behind a process that was killed.
+TEST(CliSession, KeepsCommitsOfAProcessThatIsKilled) {
+  Tests::TemporaryDir const dir;
+  std::string const program = CLI_SESSION " --quiet " + sample + " --state " + (dir.path() / "state").string();
+  dir.write("commands", "session open s\nset network ports port Ethernet0 mtu 1500\ncommit\n");
+  Result const first =
+      run("(cd " + dir.path().string() + "; mkfifo input; " + program +
+          " <input >output & first=$!; exec 3>input; cat commands >&3; until grep -q '^commit 1' output; do "
+          "sleep 0.05; done; " +
+          program + " -c help; status=$?; kill -9 $first; wait; exit $status)");
+  EXPECT_EQ(2, first.status);
+  EXPECT_NE(std::string::npos, first.output.find("another process has the store open")) << first.output;
+  Result const second = run(program + open + " -c 'show network ports port Ethernet0 mtu'");
+  EXPECT_NE(std::string::npos, second.output.find("\n1500\n")) << second.output;
 }
 
 // The demonstration is what the README shows.

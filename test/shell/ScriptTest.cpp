@@ -55,6 +55,11 @@ TEST(OutputFilter, WritesFilesWholeOrNotAtAll) {
   std::string const file = (dir.path() / "out").string();
   filtered("show | save " + file, "text\n");
   EXPECT_EQ("text\n", Tests::readFile(file));
+  std::filesystem::create_hard_link(file, file + ".old");
+  filtered("show | save " + file, "other\n");
+  EXPECT_EQ("other\n", Tests::readFile(file));
+  EXPECT_EQ("text\n", Tests::readFile(file + ".old")) << "written in place";
+  std::filesystem::remove(file + ".old");
   EXPECT_ANY_THROW(filtered("show | save " + (dir.path() / "no" / "dir").string(), "text\n"));
   EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(dir.path()), {}));
 }

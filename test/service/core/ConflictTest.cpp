@@ -189,6 +189,29 @@ TEST_F(Conflicts, APointerAtWhatTheOtherDeleted) {
   expect(before, deletes, points, conflict, gone, pointing);
 }
 
+TEST_F(Conflicts, AMemberWhoseKeyAndValueTheOtherDeleted) {
+  Edit const before = [](auto& h) {
+    h.newBolt("key");
+    h.newBolt("value");
+  };
+  Edit const points = [](auto& h) { h.matedIs(h.bolt("key"), h.bolt("value")); };
+  Edit const deletes = [](auto& h) {
+    h.boltDel("key");
+    h.boltDel("value");
+  };
+  Edit const pointing = [](auto& h) {
+    ASSERT_TRUE(h.bolt("key") && h.bolt("value"));
+    EXPECT_EQ(h.mated(h.bolt("key")), h.bolt("value"));
+  };
+  Edit const gone = [](auto& h) {
+    EXPECT_FALSE(h.bolt("key") || h.bolt("value"));
+    EXPECT_FALSE(h.matedIterator());
+  };
+  char const* const conflict = "hall.mated/hall.bolt/key existence -> hall.bolt/key\n";
+  expect(before, points, deletes, conflict, pointing, gone);
+  expect(before, deletes, points, conflict, gone, pointing);
+}
+
 TEST_F(Conflicts, APointerInWhatWasCreated) {
   expect([](auto& h) { h.newBolt("t"); }, [](auto& h) { h.newBolt("new")->peerIs(h.bolt("t")); },
          [](auto& h) { h.boltDel("t"); }, "hall.bolt/new.peer existence -> hall.bolt/t\n",

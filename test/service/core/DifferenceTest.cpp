@@ -122,6 +122,20 @@ TEST_F(Differences, APointerAtAnItemOfOtherContent) {
   EXPECT_EQ(exportOf(session.ancestor()), exportOf(session.tree()));
 }
 
+// A member whose key and value are made again with what holds them.
+TEST_F(Differences, PointersUnderPointersFollow) {
+  hall->newGear("g", 3, Plant::Size(), Plant::Grade::raw)->newPin("p");
+  hall->matedIs(hall->gear("g")->pin(), hall->gear("g")->pin());
+  session.commit();
+  hall->gearDel("g");
+  hall->newGear("g", 4, Plant::Size(), Plant::Grade::raw)->newPin("p");
+  hall->matedDelAll();
+  hall->matedIs(hall->gear("g")->pin(), hall->gear("g")->pin());
+  EXPECT_EQ(lines(), "changed hall.gear/g\n");
+  Sv::carryOut(session.differences(), session.ancestor());
+  EXPECT_EQ(imageOf(session.ancestor()), imageOf(session.tree()));
+}
+
 TEST_F(Differences, BytesHoldThemWhole) {
   hall->u32Is(7);
   hall->bySizeIs(Plant::Size(1, 2), 0.1);

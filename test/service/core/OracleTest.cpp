@@ -12,8 +12,8 @@ using namespace Tests;
 struct Flat {
   std::map<std::string, std::string> entities;  // type and constructor parameters
   std::map<std::string, std::string> leaves;
-  std::map<std::string, std::string> targets;  // of pointers that are set, by the leaf
-  std::map<std::string, std::string> owners;   // the attribute of a member under a pointer, by the leaf
+  std::multimap<std::string, std::string> targets;  // of pointers that are set, by the leaf
+  std::map<std::string, std::string> owners;        // the attribute of a member under a pointer, by the leaf
 };
 
 class Flattening {
@@ -51,7 +51,8 @@ class Flattening {
     if (!attr.isCollection()) {
       auto const value = gif.attribute(attr.id());
       if (attr.instantiating()) return value ? entity(*value->entity()) : void();
-      leaf(at, value, attr.isPtr() ? value : nullptr);
+      leaf(at, value);
+      if (attr.isPtr()) points(at, value);
       return;
     }
     for (auto it = gif.attributeIterator(attr.id()); it; ++it) {
@@ -61,7 +62,9 @@ class Flattening {
       }
       std::string const key =
           attr.keyIsPtr() ? it.key() ? nameOf(*it.key()->entityConst()) : "" : it.key()->text().str();
-      leaf(at + "/" + key, it.obj(), attr.keyIsPtr() ? it.key() : attr.isPtr() ? it.obj() : nullptr);
+      leaf(at + "/" + key, it.obj());
+      if (attr.keyIsPtr()) points(at + "/" + key, it.key());
+      if (attr.isPtr()) points(at + "/" + key, it.obj());
       if (attr.keyIsPtr()) flat.owners[at + "/" + key] = at;
     }
     (void)e;
@@ -74,9 +77,9 @@ class Flattening {
       text.erase(at + 4, itself.size());
     return text;
   }
-  void leaf(std::string const& path, Kel::GenericIf::PtrConst const& value, Kel::GenericIf::PtrConst const& pointer) {
-    flat.leaves[path] = textOf(value);
-    if (pointer) flat.targets[path] = nameOf(*pointer->entityConst());
+  void leaf(std::string const& path, Kel::GenericIf::PtrConst const& value) { flat.leaves[path] = textOf(value); }
+  void points(std::string const& path, Kel::GenericIf::PtrConst const& pointer) {
+    if (pointer) flat.targets.emplace(path, nameOf(*pointer->entityConst()));
   }
 
   Sv::Tree tree_;
@@ -189,7 +192,7 @@ std::string linesOfSet(std::set<std::string> const& set) {
 
 TEST(ServiceOracle, FindsTheSameConflicts) {
   unsigned conflicts = 0;
-  for (unsigned seed = firstSeed(); seed < firstSeed() + seedCount(200) && !testing::Test::HasFailure(); ++seed) {
+  for (unsigned seed = firstSeed(); seed < firstSeed() + seedCount(300) && !testing::Test::HasFailure(); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     RandomDevice device(seed);
     device.theirs.commit();
@@ -204,7 +207,7 @@ TEST(ServiceOracle, FindsTheSameConflicts) {
                                                       << linesOf(device.mine.differences()) << "theirs\n"
                                                       << linesOf(device.mine.differencesInRunning());
   }
-  EXPECT_GT(conflicts, 20u);
+  EXPECT_GT(conflicts, 15u);
 }
 
 }  // namespace

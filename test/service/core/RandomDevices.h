@@ -24,12 +24,18 @@ inline std::vector<Kel::Entity*> rootsOf(Sv::Tree const& tree) {
   for (std::string const& path : *tree.roots) roots.push_back(tree.dir->entity(Kel::String8(path)).ptr());
   return roots;
 }
-// What pointers may lead to.
+inline bool inQueue(Kel::Entity const* e) {
+  for (; e->parentAttr(); e = e->parent())
+    if (e->parentAttr()->isQueue()) return true;
+  return false;
+}
+// What pointers may lead to. An item of a queue is named by its position, which shifts when other items come and go: a
+// test that finds targets by their paths leaves items out.
 inline std::vector<Kel::Entity*> targetsIn(Sv::Tree const& tree, bool items) {
   std::vector<Kel::Entity*> all;
   for (Kel::Entity* root : rootsOf(tree))
     for (Kel::Entity* e : entitiesOf(*root))
-      if (items || e->fullName().pos(".job/") == Kel::String8::npos) all.push_back(e);
+      if (items || !inQueue(e)) all.push_back(e);
   return all;
 }
 inline void fill(Sv::Tree const& tree, Generator& generator, bool items) {

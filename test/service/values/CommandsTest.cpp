@@ -63,8 +63,21 @@ TEST(Commands, TurnOneTreeIntoTheOther) {
     ASSERT_EQ(world.content(world.dest), after) << "seed " << seed << "\n" << textOf(there);
     editor.applyAll(back);
     ASSERT_EQ(world.content(world.dest), before) << "seed " << seed << "\n" << textOf(back);
-    EXPECT_TRUE(pending.empty());
+    ASSERT_TRUE(pending.empty()) << "seed " << seed << ", " << pending.list().front().place.text() << " waits for "
+                                 << pending.list().front().target;
   }
+}
+
+// A member whose key and value are made again with what holds them.
+TEST(Commands, PointersUnderPointersFollow) {
+  World world;
+  auto const hall = World::hall(world.src);
+  hall->newGear("g", 3, Plant::Size(), Plant::Grade::raw)->newPin("p");
+  hall->matedIs(hall->gear("g")->pin(), hall->gear("g")->pin());
+  PendingReferences pending;
+  Editor(world.src, pending).apply("set hall gear g teeth 4");
+  Json const json = exportAttribute(*hall, *hall->type()->getAttr("mated"), *world.src);
+  EXPECT_EQ(json.dump(), R"({"hall.gear/g.pin":"hall.gear/g.pin"})");
 }
 
 // Queues whose items are entities with pointers from, to and among them.
