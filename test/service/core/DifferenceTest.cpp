@@ -107,6 +107,21 @@ TEST_F(Differences, WhatConcernsAnItemFollowsIt) {
   EXPECT_EQ(exportOf(session.ancestor()), exportOf(session.tree()));
 }
 
+// An item that is told by its content is another one when that changes: the pointer at it has changed, too, although
+// nobody has touched it.
+TEST_F(Differences, APointerAtAnItemOfOtherContent) {
+  hall->jobEnq("one")->stepEnq()->textIs("a");
+  auto const step = [](Plant::Hall& h) { return h.jobIterator().value()->stepIterator().value(); };
+  hall->anythingIs(step(*hall));
+  session.commit();
+  step(*hall)->textIs("b");
+  EXPECT_EQ(lines(), linesOf(Sv::differences(session.ancestor(), session.tree())));
+  session.commit();
+  EXPECT_EQ(step(*device.hall())->text(), "b");
+  EXPECT_EQ(device.hall()->anything().ptr(), step(*device.hall()).ptr());
+  EXPECT_EQ(exportOf(session.ancestor()), exportOf(session.tree()));
+}
+
 // A member whose key and value are made again with what holds them.
 TEST_F(Differences, PointersUnderPointersFollow) {
   hall->newGear("g", 3, Plant::Size(), Plant::Grade::raw)->newPin("p");
