@@ -207,6 +207,9 @@ void Merger::settlePointer(PointerClash const& clash) {
   if (!before && !after) return;
   // The content of an entity that only running has comes with the entity.
   if (!before && !entityAt(in_.session.dir, c.path.parent())) return;
+  // What running made of an entity around it holds its pointers, too.
+  for (Difference const& d : out_.changes)
+    if (isEntity(d) && c.path.isWithin(d.path)) return;
   if (before == after && c.session == c.running) return;
   emit(c.path, c.type, c.attr, before, c.session, after || !c.path.steps.back().key, c.running);
 }

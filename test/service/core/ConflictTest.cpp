@@ -226,6 +226,29 @@ TEST_F(Conflicts, APointerInWhatWasCreated) {
          });
 }
 
+TEST_F(Conflicts, APointerInWhatTheOtherReplaced) {
+  Edit const before = [](auto& h) {
+    h.newBolt("t");
+    h.newGearbox("g", 3, Plant::Size(), Plant::Grade::raw)->newPin("p");
+  };
+  expect(
+      before, [](auto& h) { h.gearbox()->pin()->peerIs(h.bolt("t")); },
+      [](auto& h) {
+        h.boltDel("t");
+        h.gearboxDel();
+        h.newGearbox("g", 4, Plant::Size(), Plant::Grade::raw);
+      },
+      "hall.gearbox.pin.peer existence -> hall.bolt/t\nhall.gearbox existence hall.gearbox.pin.peer\n",
+      [](auto& h) {
+        ASSERT_TRUE(h.gearbox()->pin() && h.bolt("t"));
+        EXPECT_EQ(h.gearbox()->pin()->peer(), h.bolt("t"));
+      },
+      [](auto& h) {
+        EXPECT_EQ(h.gearbox()->teeth(), 4);
+        EXPECT_FALSE(h.gearbox()->pin() || h.bolt("t"));
+      });
+}
+
 TEST_F(Conflicts, WhatIsKeptKeepsWhatItPointsAt) {
   Edit const before = [](auto& h) { h.newBolt("p")->peerIs(h.newBolt("t")); };
   Edit const changes = [](auto& h) { h.bolt("p")->torqueIs(1); };

@@ -90,7 +90,7 @@ std::string withoutOrder(std::string const& image) {
       continue;
     }
     // The positions of items are left out.
-    for (char const* queue : {".history[", ".sizes[", ".job[", ".step["})
+    for (char const* queue : {".history[", ".sizes[", ".loads[", ".job[", ".step[", ".tick[", ".reading["})
       for (std::size_t at = 0; (at = line.find(queue, at)) != std::string::npos; ++at) {
         std::size_t const begin = at + std::string(queue).size();
         line.erase(begin, line.find(']', begin) - begin);
