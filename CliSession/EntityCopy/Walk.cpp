@@ -10,9 +10,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-namespace {
-
-// Whether any step of a run may have to be traced.
 bool anyTrace() {
   static Kel::TraceHandle const* const handles[] = {
       &Kel::TraceHandle::get("EntityCopy"), &Kel::TraceHandle::get("EntityCopyUtils"),
@@ -21,8 +18,6 @@ bool anyTrace() {
     if (handle->any()) return true;
   return false;
 }
-
-}  // namespace
 
 Walk::Walk(EntityCopy& ec, Kel::Entity const& dest) : ec_(ec), impl_(EntityCopy::Impl::of(ec)), top_(dest) {
   revalidate();
@@ -37,7 +32,7 @@ void Walk::read() {
   keeps_ = guide_ && guide_->keepsTargets() && ec_.dest() && ec_.dest()->root() == top_.root();
   bool const watched = checker_ || traced_ || (log_ && log_->hasReactors());
   debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
-  quiet_ = log_ && !watched && !debugged_;
+  quiet_ = (log_ || impl_.unlogged) && !watched && !debugged_;
 }
 
 void Walk::revalidate() {
