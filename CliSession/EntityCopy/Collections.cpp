@@ -129,7 +129,7 @@ Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
   if (relative.empty()) return nullptr;
   auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
   // Keys may contain separators, so two entities may have this path. The position decides.
-  Kel::Entity* found = standIn(destKey, *ec.dest(), srcTop);
+  Kel::Entity* found = counterpartByPosition(destKey, *ec.dest(), srcTop);
   if (!found) found = entityInTree(srcTop, srcTop.fullName() + std::string_view(&separator, 1) + relative).ptr();
   return found && keepsIdentity(ec, destKey, *found) ? found : nullptr;
 }
