@@ -310,11 +310,11 @@ void TypeBuilderBase::nolog() {
 void TypeBuilderBase::constructWith(Ptr<Entity> (*construct)(std::vector<GenericIf::PtrConst> const&, KelType const&),
                                     bool (*paramsEqual)(Entity const&, Entity const&),
                                     bool (*furtherParamsEqual)(Entity const&, Entity const&),
-                                    Entity* (*newLike)(Entity const&)) {
+                                    Entity* (*createLike)(Entity const&)) {
   type_->construct_ = construct;
   type_->paramsEqual_ = paramsEqual;
   type_->furtherParamsEqual_ = furtherParamsEqual;
-  type_->newLike_ = newLike;
+  type_->createLike_ = createLike;
 }
 
 void TypeBuilderBase::plainEqualWith(bool (*equal)(Entity const&, Entity const&),

@@ -282,7 +282,7 @@ class KEL_API KelType final : public PtrInterface {
   // For the framework and the copy engine. Whether the constructor parameters of two entities of exactly this type are
   // equal; a new entity with the parameters of another one. Null if a parameter is a pointer.
   bool (*paramsEqual() const)(Entity const& a, Entity const& b) { return paramsEqual_; }
-  Entity* (*newLike() const)(Entity const& like) { return newLike_; }
+  Entity* (*createLike() const)(Entity const& like) { return createLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.
   bool (*furtherParamsEqual() const)(Entity const& a, Entity const& b) { return furtherParamsEqual_; }
   // Whether the plain content of two entities of this type is equal: all copiable attributes that hold values, single
@@ -323,7 +323,7 @@ class KEL_API KelType final : public PtrInterface {
   Ptr<Entity> (*construct_)(std::vector<Ptr<GenericIf const>> const& args, KelType const& type) = nullptr;
   bool (*paramsEqual_)(Entity const&, Entity const&) = nullptr;
   bool (*furtherParamsEqual_)(Entity const&, Entity const&) = nullptr;
-  Entity* (*newLike_)(Entity const&) = nullptr;
+  Entity* (*createLike_)(Entity const&) = nullptr;
   bool (*plainEqual_)(Entity const&, Entity const&) = nullptr;
 };
 

@@ -62,7 +62,7 @@ class KEL_API TypeBuilderBase {
   void ctorArg(KelArg arg) { type_->ctorArgs_.push_back(std::move(arg)); }
   void constructWith(Ptr<Entity> (*construct)(std::vector<GenericIf::PtrConst> const&, KelType const&),
                      bool (*paramsEqual)(Entity const&, Entity const&),
-                     bool (*furtherParamsEqual)(Entity const&, Entity const&), Entity* (*newLike)(Entity const&));
+                     bool (*furtherParamsEqual)(Entity const&, Entity const&), Entity* (*createLike)(Entity const&));
   void plainEqualWith(bool (*equal)(Entity const&, Entity const&), std::initializer_list<AttributeId> attributes);
   void representation(KelAttr& attr, bool autoconvert);
   void enumerators(EnumName const* names, std::size_t count);
@@ -155,9 +155,9 @@ class EntityTypeBuilder : public TypeBuilderBase {
   void constructs() {
     using Make = Construct<T, Getter...>;
     if constexpr (Make::byName)
-      constructWith(&Make::construct, &sameName, &noFurtherParams, &Make::newLike);
+      constructWith(&Make::construct, &sameName, &noFurtherParams, &Make::createLike);
     else if constexpr (Make::comparable)
-      constructWith(&Make::construct, &Make::paramsEqual, &Make::furtherParamsEqual, &Make::newLike);
+      constructWith(&Make::construct, &Make::paramsEqual, &Make::furtherParamsEqual, &Make::createLike);
     else
       constructWith(&Make::construct, nullptr, nullptr, nullptr);
   }
