@@ -125,6 +125,19 @@ void Dir::entryStateDelAll() {
   for (Name const& name : names) entryStateDel(name);
 }
 
+// Defined here because KelType.cpp does not include Dir.h.
+Entity::Ptr KelType::newEntityFor(Name const& name, Dir* dir) const {
+  std::vector<GenericIf::PtrConst> args = argsForName(name);
+  if (dir && args.size() > 1 && ctorArgs_[1].pointer && ctorArgs_[1].type() == Dir::_fwkType())
+    args[1] = GenericIf::ofEntity(Entity::Ptr(dir));
+  return newEntity(args);
+}
+Entity::Ptr KelType::newEntity(Name const& name, Dir* dir) const {
+  Entity::Ptr made = newEntityFor(name, dir);
+  if (dir) dir->entryIs(made);
+  return made;
+}
+
 Dir::Ptr dirFactory(Name const& name) { return Dir::Ptr(new Dir(name)); }
 
 // --- Reflection ---
@@ -271,6 +284,14 @@ struct DirAccess final : AttrAccess {
   }
 };
 
+// The entries are the children, not their entry states: a path names them without the attribute `entryState`.
+static constexpr EntryOps dirEntryOps = {
+    [](Entity const& child) {
+      return child.parentAttrId() == Dir::entryStateAttr && child.type() != Dir::EntryState::_fwkType();
+    },
+    [](Entity const& dir, std::string_view name) { return static_cast<Dir const&>(dir).child(name); },
+    [](Entity const& dir, std::string_view prefix) { return static_cast<Dir const&>(dir).anyNameBegins(prefix); }};
+
 KelType const* Dir::_fwkType() {
   static KelType const* const type = [] {
     constexpr unsigned plain = KelAttrIntrospectionFlags::writable | KelAttrIntrospectionFlags::logging;
@@ -282,6 +303,7 @@ KelType const* Dir::_fwkType() {
                plain | KelAttrIntrospectionFlags::instantiating);
     b.constructs<&Entity::name>();
     b.nested(EntryState::_fwkType());
+    b.setEntries(dirEntryOps);
     return b.done();
   }();
   return type;

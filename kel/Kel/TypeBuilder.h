@@ -43,6 +43,7 @@ class KEL_API TypeBuilderBase {
   KelAttr& add(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type, unsigned int flags);
   void setBuiltin(KelType::Builtin builtin) { type_->builtin_ = builtin; }
   void setOps(ValueOps const& ops) { type_->ops_ = ops; }
+  void setEntries(EntryOps const& entries) { type_->entries_ = &entries; }
 
  protected:
   static constexpr unsigned int plain = KelAttrIntrospectionFlags::writable | KelAttrIntrospectionFlags::logging;
