@@ -24,7 +24,7 @@ Kel::Entity* heldLike(Kel::Entity& owner, Kel::Entity const& e) {
     if (e.type() == Kel::Dir::EntryState::_fwkType()) return nullptr;
     return const_cast<Kel::Entity*>(static_cast<Kel::Dir const&>(owner).child(e.name()));
   }
-  return held->isCollection() ? held->access().memberLike(owner, e, 0) : held->access().single(owner);
+  return held->isCollection() ? held->access().findCounterpart(owner, e, 0) : held->access().target(owner);
 }
 
 bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {

@@ -118,9 +118,9 @@ bool Walk::equalAlone(Step const& s, Kel::Entity& dest, Kel::Entity const& src) 
   switch (s.kind) {
     case Step::Kind::value: return s.access.equal(dest, src);
     case Step::Kind::queue: return !s.attr.instantiating() && s.access.equal(dest, src);
-    case Step::Kind::singleton: return !s.access.single(src) && !s.access.single(dest);
+    case Step::Kind::singleton: return !s.access.target(src) && !s.access.target(dest);
     case Step::Kind::pointer: {
-      Kel::Entity *const srcTarget = s.access.single(src), *const destTarget = s.access.single(dest);
+      Kel::Entity *const srcTarget = s.access.target(src), *const destTarget = s.access.target(dest);
       if (ec_.pendingAttrs() > 0) return false;
       if (!srcTarget || !destTarget) return srcTarget == destTarget;
       return keeps_ && impl_.counterparts.same(ec_, *destTarget, *srcTarget);
@@ -269,7 +269,7 @@ bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChil
   return edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
     // If the place has been taken meanwhile, the boxed write replaces what is there.
     if (isFree && s.typed && !box && generation == impl_.generation && srcChild.type() == s.attr.type())
-      *made = s.access.newLike(s.attr, f.dest, srcChild);
+      *made = s.access.createLike(s.attr, f.dest, srcChild);
     else
       genericIf(f.destPtr())->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
     if (*made && s.attr.type()->paramsEqual() && !s.attr.type()->paramsEqual()(**made, srcChild))
@@ -283,8 +283,8 @@ bool Walk::singleton(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopySingleton";
   WALK_TRACE(2, operation) << "doCopySingleton: " << s.attr.name();
   Kel::AttrAccess const& destAccess = destAttr(f, s).access();
-  Kel::Entity* const srcChild = s.access.single(f.src);
-  Kel::Entity* destChild = destAccess.single(f.dest);
+  Kel::Entity* const srcChild = s.access.target(f.src);
+  Kel::Entity* destChild = destAccess.target(f.dest);
   auto const deleteChild = [&] {
     WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
     return edit(
@@ -308,10 +308,10 @@ bool Walk::singleton(Frame& f, Step const& s) {
   WALK_TRACE(3, operation) << "Re-creating entity";
   Kel::U64 const generation = impl_.generation;
   Kel::Entity* made = nullptr;
-  differs |= create(f, s, nullptr, *srcChild, params, !destAccess.single(f.dest), &made);
+  differs |= create(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest), &made);
   // A comparison has made nothing, and a present child has other parameters.
   if (compare_) return differs;
-  if (!made) made = destAccess.single(f.dest);
+  if (!made) made = destAccess.target(f.dest);
   if (made) differs |= child(f, s, *made, *srcChild, impl_.generation == generation);
   return differs;
 }

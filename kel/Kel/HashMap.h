@@ -93,6 +93,7 @@ class KEL_API HashMapGeneric {
       return *this;
     }
     ~Pin() { --map_->pins_; }
+    HashMapGeneric const* map() const { return map_; }
 
    private:
     HashMapGeneric const* map_;
@@ -196,6 +197,27 @@ class DenseHash : public HashMapGeneric {
     if (hint < slotEnd() && slotHash(hint) == hash && sameKey(KeyOf::key(at(hint)), key)) return hint;
     return findSlot(key, hash);
   }
+
+  // The common part of the iterators, which visit the members in the order of their slots. They may outlive the member
+  // that they are on, but not the map.
+  class SlotIterator {
+   public:
+    explicit operator bool() const { return slot_ < map().slotEnd() && map().slotLive(slot_); }
+
+   protected:
+    SlotIterator(DenseHash const* map, U32 slot) : pin_(map), slot_(slot) {}
+    // REQUIRES: the iterator is on a member.
+    Slot const& slot() const { return map().at(slot_); }
+    void advance() {
+      if (slot_ < map().slotEnd()) slot_ = map().nextSlot(slot_ + 1);
+    }
+
+   private:
+    DenseHash const& map() const { return *static_cast<DenseHash const*>(pin_.map()); }
+
+    Pin pin_;
+    U32 slot_;
+  };
 
   // REQUIRES: the slot has a member.
   Slot& at(U32 slot) { return slotArray()[slot]; }
@@ -326,24 +348,18 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
   }
 
   // Over keys and values.
-  class Iterator {
+  class Iterator : public Base::SlotIterator {
    public:
-    explicit Iterator(HashMap const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}
-    Iterator(HashMap const* map, K const& key) : map_(map), pin_(map), slot_(map->findSlot(key)) {}
-    explicit operator bool() const { return slot_ < map_->slotEnd() && map_->slotLive(slot_); }
-    K const& key() const { return map_->at(slot_).key; }
-    V const& value() const { return map_->at(slot_).value; }
+    explicit Iterator(HashMap const* map) : Base::SlotIterator(map, map->nextSlot(0)) {}
+    Iterator(HashMap const* map, K const& key) : Base::SlotIterator(map, map->findSlot(key)) {}
+    K const& key() const { return this->slot().key; }
+    V const& value() const { return this->slot().value; }
     V const& operator*() const { return value(); }
     V const* operator->() const { return &value(); }
     Iterator& operator++() {
-      if (slot_ < map_->slotEnd()) slot_ = map_->nextSlot(slot_ + 1);
+      this->advance();
       return *this;
     }
-
-   private:
-    HashMap const* map_;
-    HashMapGeneric::Pin pin_;
-    U32 slot_;
   };
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(K const& key) const { return Iterator(this, key); }
