@@ -175,7 +175,8 @@ class Importer {
   Departed departed_;
 };
 
-// importJson as a part of a change that the caller takes back.
-ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options = {});
+// importJson as a part of a change that the caller takes back. `undo` notes how; null: the caller has noted it.
+ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options,
+                        Undo* undo);
 
 }  // namespace Cli::Service

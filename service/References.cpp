@@ -107,6 +107,14 @@ std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& refe
   return {};
 }
 
+void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  PathStep const& step = reference.place.steps.back();
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+  GenericIf::PtrConst key = step.key;
+  if (step.attr->keyIsPtr()) key = GenericIf::ofEntity(targetAt(base, step.keyText()));
+  if (owner) undo.note(*owner, *step.attr, key);
+}
+
 // --- Departures ---
 
 void Departed::note(Kel::Entity& entity, std::optional<Path> now) {
@@ -212,13 +220,16 @@ PendingReference const* PendingReferences::find(Path const& place) const {
 namespace {
 
 // Removes the members of a collection whose pointer keys have left the tree.
-void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
+void dropOrphanKeys(Kel::Entity& owner, KelAttr const& attr, Undo& undo) {
   std::vector<GenericIf::PtrConst> gone;
   eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {
     if (it.keyTarget() && it.keyTarget()->root() != owner.root()) gone.push_back(it.key());
     return true;
   });
-  for (GenericIf::PtrConst const& key : gone) gifOf(owner)->attributeDel(attr.id(), key);
+  for (GenericIf::PtrConst const& key : gone) {
+    undo.note(owner, attr, key);
+    gifOf(owner)->attributeDel(attr.id(), key);
+  }
 }
 
 // The same reference, to be led to another text.
@@ -231,30 +242,47 @@ PendingReference ledTo(PendingReference reference, std::string const& text) {
 }
 
 // Leads it to the first of its texts behind which there is a target.
-bool setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
-  if (targetAt(base, reference.target) && setReference(base, reference).empty()) return true;
-  for (std::string const& text : reference.others)
-    if (targetAt(base, text) && setReference(base, ledTo(reference, text)).empty()) return true;
-  return false;
+bool setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference, Undo& undo) {
+  auto const isSet = [&](PendingReference const& one) {
+    if (!targetAt(base, one.target)) return false;
+    noteBefore(undo, base, one);
+    return setReference(base, one).empty();
+  };
+  if (isSet(reference)) return true;
+  return std::any_of(reference.others.begin(), reference.others.end(),
+                     [&](std::string const& text) { return isSet(ledTo(reference, text)); });
 }
 
 }  // namespace
 
-std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
+std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo) {
   std::vector<Path> revived;
-  std::vector<PendingReference> left;
-  for (PendingReference& reference : list_) {
+  PendingReferences left;
+  for (PendingReference const& reference : pending.list()) {
     Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+    KelAttr const& attr = *reference.place.steps.back().attr;
     if (!owner) continue;
-    if (setToAny(base, reference)) {
-      if (reference.place.steps.back().attr->keyIsPtr()) dropOrphanKeys(*owner, *reference.place.steps.back().attr);
+    if (setToAny(base, reference, undo)) {
+      if (attr.keyIsPtr()) dropOrphanKeys(*owner, attr, undo);
       revived.push_back(reference.place);
     } else {
-      left.push_back(std::move(reference));
+      left.add(reference);
     }
   }
-  list_ = std::move(left);
+  if (left.list().size() == pending.list().size()) return revived;
+  undo.notePending(pending);
+  pending = std::move(left);
   return revived;
+}
+
+std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
+  Undo undo;
+  try {
+    return Service::retry(*this, base, undo);
+  } catch (...) {
+    undo.takeBack();
+    throw;
+  }
 }
 
 std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Kel::Entity const& target) {

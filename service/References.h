@@ -30,6 +30,11 @@ std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& refe
 
 class Undo;
 
+// Notes in `undo` what setReference will overwrite.
+void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference);
+// PendingReferences::retry as a part of a change that the caller takes back.
+std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo);
+
 // Entities that leave the tree during a change, and the paths of their successors. Keeps the entities alive.
 class Departed {
  public:
