@@ -10,7 +10,7 @@
 //                               an entry of a directory, or a member of a type derived from the collection's
 //
 // Members and singletons on the way that do not exist are made. A pointer's value is the path or the unique name of its
-// target.
+// target. Rendered commands may name several possible targets of a pointer that is pending.
 #pragma once
 
 #include <memory>

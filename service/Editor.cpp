@@ -189,7 +189,7 @@ class Editor::Impl {
       else if (like && person_)
         args.push_back(valueOfAttr(*like, *type.getAttr(arg.name)));
       else
-        args.push_back(initial(holder, arg, n == 0));
+        args.push_back(initialArgument(arg, n == 0 ? &holder : nullptr));
     }
     return args;
   }
@@ -203,15 +203,6 @@ class Editor::Impl {
     throw InputError("'" + word + "': " + withArticle(type) + " is made with no such parameter" +
                      (near.empty() ? "" : "; did you mean " + near + "?"));
   }
-  GenericIf::PtrConst initial(KelAttr const& holder, Kel::KelArg const& arg, bool isName) const {
-    EntityHooks const& hooks = hooksOf(*holder.type());
-    if (isName && hooks.singletonName && arg.type() == Kel::TypeOf<Kel::Name>::type())
-      return GenericIf::of(Kel::Name(hooks.singletonName(holder)));
-    if (arg.pointer) return nullptr;
-    KelType const& type = *arg.type();
-    return type.isEnum() ? GenericIf::ofEnum(&type, type.enumerators().front().value) : type.valueOps().initial();
-  }
-
   // --- Making entities ---
 
   Kel::Entity* make(Applied& applied, Kel::Entity& owner, Path const& path, Args const& args) {
@@ -323,14 +314,14 @@ class Editor::Impl {
     std::string const name = last.key ? last.keyText() : std::string();
     bool const byName = attr.isPtr() && last.key && attr.keyType() == Kel::TypeOf<Kel::Name>::type();
     if (words.empty() && byName) return setValue(applied, path, {&name, 1});
+    if (attr.isPtr() && !attr.keyIsPtr() && !person_ && !words.empty()) return setRendered(applied, path, words);
     if (words.size() != 1) {
       bool const isText = attr.isValue() && attr.type()->builtin() == KelType::Builtin::string;
       throw InputError("'" + path.text() + "' takes one value, " + explanationOf(attr) +
                        (isText && words.size() > 1 ? "; text with blanks stands in quotes" : ""));
     }
     if (last.key && attr.isQueue()) return replaceItem(applied, path, words[0]);
-    if (attr.isPtr() || attr.keyIsPtr())
-      if (!person_) return setRendered(applied, path, words[0]);
+    if (attr.keyIsPtr() && !person_) return setRendered(applied, path, words);
     GenericIf::PtrConst const given = value(attr, *attr.type(), attr.isPtr(), words[0]);
     GenericIf::Ptr const owner = gifOf(*ensure(applied, path.parent()));
     GenericIf::PtrConst key = last.key;
@@ -354,10 +345,11 @@ class Editor::Impl {
   }
 
   // Sets a reference from a rendering. If it leads nowhere yet, it becomes pending.
-  void setRendered(Applied& applied, Path const& path, std::string const& text) {
+  void setRendered(Applied& applied, Path const& path, WordSpan words) {
     KelAttr const& attr = *path.steps.back().attr;
     ensure(applied, path.parent());
-    PendingReference reference{path, Json(text), text, {}};
+    std::string const& text = words.front();
+    PendingReference reference{path, Json(text), text, {}, {words.begin() + 1, words.end()}};
     if (attr.keyIsPtr() && !attr.isPtr()) {
       reference.value = exportValue(writtenValue(*attr.type(), text).ptr(), *base_);
       reference.target = path.steps.back().keyText();
@@ -367,11 +359,12 @@ class Editor::Impl {
     }
     forgetPending(path);
     noteBefore(change_.undo, base_, reference);
-    reference.reason = setReference(base_, reference);
+    reference.reason = setToAny(base_, reference);
     applied.changed = true;
     applied.text = path.text() + " set to " + text;
     if (reference.reason.empty()) return;
     applied.dangling.push_back(path);
+    clearReference(base_, reference);
     change_.undo.notePending(pending_);
     pending_.add(std::move(reference));
   }

@@ -107,6 +107,37 @@ std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& refe
   return {};
 }
 
+std::string setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  std::string const reason = setReference(base, reference);
+  if (reason.empty()) return {};
+  for (std::string const& text : reference.others) {
+    PendingReference other = reference;
+    other.value = other.target = text;
+    if (setReference(base, other).empty()) return {};
+  }
+  return reason;
+}
+
+void clearReference(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  PathStep const& step = reference.place.steps.back();
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+  if (!owner || step.attr->keyIsPtr()) return;
+  GenericIf::Ptr const gif = gifOf(*owner);
+  if (!step.attr->isCollection()) return gif->attributeDel(step.attr->id());
+  try {
+    gif->attributeIs(step.attr->id(), step.key, nullptr);
+  } catch (Kel::RangeException const&) {
+    gif->attributeDel(step.attr->id(), step.key);  // null may not be a member here
+  }
+}
+
+Json contentOf(PendingReference const& reference) {
+  if (reference.others.empty()) return reference.value;
+  Json texts = Json::array({reference.value});
+  for (std::string const& text : reference.others) texts.push_back(text);
+  return texts;
+}
+
 void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference) {
   PathStep const& step = reference.place.steps.back();
   Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
@@ -232,27 +263,6 @@ void dropOrphanKeys(Kel::Entity& owner, KelAttr const& attr, Undo& undo) {
   }
 }
 
-// The same reference, to be led to another text.
-PendingReference ledTo(PendingReference reference, std::string const& text) {
-  PathStep& step = reference.place.steps.back();
-  if (step.attr->keyIsPtr() && step.keyText() == reference.target) step.key = GenericIf::of(Kel::String8(text));
-  if (step.attr->isPtr() && reference.value == reference.target) reference.value = text;
-  reference.target = text;
-  return reference;
-}
-
-// Leads it to the first of its texts behind which there is a target.
-bool setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference, Undo& undo) {
-  auto const isSet = [&](PendingReference const& one) {
-    if (!targetAt(base, one.target)) return false;
-    noteBefore(undo, base, one);
-    return setReference(base, one).empty();
-  };
-  if (isSet(reference)) return true;
-  return std::any_of(reference.others.begin(), reference.others.end(),
-                     [&](std::string const& text) { return isSet(ledTo(reference, text)); });
-}
-
 }  // namespace
 
 std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo) {
@@ -261,8 +271,12 @@ std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, U
   for (PendingReference const& reference : pending.list()) {
     Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
     KelAttr const& attr = *reference.place.steps.back().attr;
+    auto const isThere = [&](std::string const& text) { return targetAt(base, text) != nullptr; };
+    bool const mayBeSet =
+        isThere(reference.target) || std::any_of(reference.others.begin(), reference.others.end(), isThere);
     if (!owner) continue;
-    if (setToAny(base, reference, undo)) {
+    if (mayBeSet) noteBefore(undo, base, reference);
+    if (mayBeSet && setToAny(base, reference).empty()) {
       if (attr.keyIsPtr()) dropOrphanKeys(*owner, attr, undo);
       revived.push_back(reference.place);
     } else {
