@@ -162,7 +162,7 @@ void Applying::remove(Difference const& d) {
 void Applying::create(Path const& path, Json const& content) {
   ImportOptions options = asWritten;
   options.pending = &pending_;
-  importPart(tree_.dir, path, content, options);
+  importPart(tree_.dir, path, content, options, nullptr);
 }
 
 void Applying::set(Difference const& d) {

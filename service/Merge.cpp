@@ -1,9 +1,11 @@
 #include "service/Merge.h"
 
 #include <algorithm>
+#include <set>
 
 #include "service/JsonTree.h"
 #include "service/MergeTree.h"
+#include "service/PathSet.h"
 #include "service/PointerClash.h"
 #include "service/QueueMerger.h"
 #include "service/Walk.h"
@@ -37,8 +39,9 @@ class Merger {
     for (PointerClash& clash : pointers_) decide(clash);
     Places at;
     children(top_, at);
-    for (PointerClash const& clash : pointers_) settlePointer(clash);
+    settlePointers();
     keepTargets();
+    restoreTargets();
     return std::move(out_);
   }
 
@@ -75,8 +78,10 @@ class Merger {
   void entity(MergeNode& node, Places& at);
   void value(MergeNode& node, Places const& at);
   void decide(PointerClash& clash);
-  void settlePointer(PointerClash const& clash);
+  void settlePointers();
+  void settlePointer(PointerClash const& clash, PathSet const& entities);
   void keepTargets();
+  void restoreTargets();
 
   MergeInput const& in_;
   QueueMerger::Whole const whole_{[this](Conflict conflict) { return side(std::move(conflict)); },
@@ -186,7 +191,14 @@ void Merger::decide(PointerClash& clash) {
   }
 }
 
-void Merger::settlePointer(PointerClash const& clash) {
+void Merger::settlePointers() {
+  PathSet entities;
+  for (Difference const& d : out_.changes)
+    if (isEntity(d)) entities.add(d.path);
+  for (PointerClash const& clash : pointers_) settlePointer(clash, entities);
+}
+
+void Merger::settlePointer(PointerClash const& clash, PathSet const& entities) {
   if (clash.winner == Side::session) return;
   Conflict const& c = clash.conflict;
   bool const before = clash.inSession, after = clash.inRunning;
@@ -194,35 +206,41 @@ void Merger::settlePointer(PointerClash const& clash) {
   // The content of an entity that only running has comes with the entity.
   if (!before && !entityAt(in_.session.dir, c.path.parent())) return;
   // What running made of an entity around it holds its pointers, too.
-  for (Difference const& d : out_.changes)
-    if (isEntity(d) && c.path.isWithin(d.path)) return;
+  if (entities.isAround(c.path)) return;
   if (before == after && c.session == c.running) return;
   emit(c.path, c.type, c.attr, before, c.session, after || !c.path.steps.back().key, c.running);
 }
 
 // An entity that is kept may point to one that is not; then that one is kept, too.
 void Merger::keepTargets() {
-  for (bool again = true; again;) {
-    again = false;
-    for (std::size_t i = 0; i < out_.changes.size(); ++i) {
-      Difference const d = out_.changes[i];
-      if (!isEntity(d) || d.kind != DifferenceKind::deleted) continue;
-      bool const needed = pointedAtBy(in_.session, d.path, keptForSession_);
-      if (!needed) continue;
-      keptForSession_.insert(d.path.text());
-      out_.changes.erase(out_.changes.begin() + static_cast<std::ptrdiff_t>(i--));
-      again = true;
-    }
-    if (restoredForRunning_.empty()) continue;
-    for (Difference const& d : in_.edits) {
-      std::string const text = d.path.text();
-      if (!isEntity(d) || d.kind != DifferenceKind::deleted || restoredForRunning_.count(text)) continue;
-      Json theirs = contentAt(in_.running, d.path);
-      if (theirs.is_null() || !pointedAtBy(in_.running, d.path, restoredForRunning_)) continue;
-      restoredForRunning_.insert(text);
-      emit(d.path, d.type, d.attr, false, {}, true, std::move(theirs));
-      again = true;
-    }
+  std::unordered_map<std::string, std::size_t> deletions;
+  for (std::size_t i = 0; i < out_.changes.size(); ++i)
+    if (Difference const& d = out_.changes[i]; isEntity(d) && d.kind == DifferenceKind::deleted)
+      deletions.emplace(d.path.text(), i);
+  std::vector<bool> kept(out_.changes.size(), false);
+  followPointers(in_.session, keptForSession_, [&](std::string const& place) {
+    auto const found = deletions.find(place);
+    if (found == deletions.end() || kept[found->second]) return false;
+    kept[found->second] = true;
+    return true;
+  });
+  std::size_t at = 0;
+  std::erase_if(out_.changes, [&](Difference const&) { return kept[at++]; });
+}
+
+void Merger::restoreTargets() {
+  std::unordered_map<std::string, Difference const*> deletions;
+  for (Difference const& d : in_.edits)
+    if (isEntity(d) && d.kind == DifferenceKind::deleted) deletions.emplace(d.path.text(), &d);
+  std::set<Difference const*> restored;  // in their order in the list
+  followPointers(in_.running, restoredForRunning_, [&](std::string const& place) {
+    auto const found = deletions.find(place);
+    if (found == deletions.end() || restoredForRunning_.count(place)) return false;
+    return restored.insert(found->second).second;
+  });
+  for (Difference const* d : restored) {
+    restoredForRunning_.insert(d->path.text());
+    emit(d->path, d->type, d->attr, false, {}, true, contentAt(in_.running, d->path));
   }
 }
 
