@@ -14,21 +14,33 @@ using Kel::Entity;
 using Kel::KelAttr;
 using Kel::KelType;
 
-bool madeAlike(Entity const& from, Entity const& to) {
-  if (from.type() != to.type()) return false;
-  if (auto const equal = from.type()->paramsEqual()) return equal(from, to);
-  for (KelAttr const* param : furtherParams(*from.type(), false))
-    if (!Cli::Session::valueTypeEqual(valueOfAttr(from, *param), valueOfAttr(to, *param))) return false;
+namespace {
+
+using Equal = bool (*)(Entity const& a, Entity const& b);
+
+// `equal` compares the parameters, those after the key only if `afterKey`; null: the type has no such function.
+bool sameParams(Entity const& from, Entity const& to, Equal equal, bool afterKey) {
+  if (equal && equal(from, to)) return true;
+  // A NaN, and a value without a comparison, do not equal themselves. Their texts are compared.
+  if (equal && equal(from, from)) return false;
+  for (KelAttr const* param : furtherParams(*from.type(), afterKey)) {
+    Kel::GenericIf::PtrConst const x = valueOfAttr(from, *param), y = valueOfAttr(to, *param);
+    if (Cli::Session::valueTypeEqual(x, y)) continue;
+    if (!x || !y || param->isPtr() || x->strep() != y->strep()) return false;
+  }
   return true;
+}
+
+}  // namespace
+
+bool madeAlike(Entity const& from, Entity const& to) {
+  return from.type() == to.type() && sameParams(from, to, from.type()->paramsEqual(), false);
 }
 
 std::optional<bool> sameItem(Entity const& from, Entity const& to) {
   if (from.type() != to.type()) return false;
   if (from.type()->ctorArgs().size() < 2) return std::nullopt;
-  if (auto const equal = from.type()->furtherParamsEqual()) return equal(from, to);
-  for (KelAttr const* param : furtherParams(*from.type()))
-    if (!Cli::Session::valueTypeEqual(valueOfAttr(from, *param), valueOfAttr(to, *param))) return false;
-  return true;
+  return sameParams(from, to, from.type()->furtherParamsEqual(), true);
 }
 
 // --- Contents of differences ---
@@ -460,7 +472,8 @@ void Differ::queue(Frame const& at, Entity const& from, Entity const& to, KelAtt
   Aligned pairs = alignItems(attr, mine, theirs);
   if (attr.instantiating())
     for (auto const& [i, j] : pairs)
-      if (mine.entity(i).type()->ctorArgs().size() >= 2)
+      // Items without parameters have the same content, but the same text of a pointer may lead to another item.
+      if (mine.entity(i).type()->ctorArgs().size() >= 2 || mine.entity(i).type()->pointersBelow())
         entity({&at, nullptr, &attr, &mine.entity(i), i}, mine.entity(i), theirs.entity(j));
   struct Gap {
     std::size_t from, fromEnd, to, toEnd;
