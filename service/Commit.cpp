@@ -391,6 +391,13 @@ CommitResult published(Session::Impl& s, std::function<CommitResult()> const& ru
 
 }  // namespace
 
+void Service::Impl::afterCommit(Session::Impl const& s) noexcept {
+  updateOthers(s);
+  servePostponed();
+  // Twice as many commits as are usual: `poll` is not called.
+  takeSnapshotAfter(2 * Kel::U64(options.snapshotEvery));
+}
+
 void Session::check() const { impl_->service.check(*impl_); }
 
 CommitResult Session::commit(std::string const& comment) { return commitPersistent("", comment); }
@@ -405,8 +412,7 @@ CommitResult Session::commitPersistent(std::string const& persist, std::string c
     return service.commit({s, comment});
   });
   if (result.number) service.unconfirmed.reset();
-  service.updateOthers(s);
-  service.servePostponed();
+  service.afterCommit(s);
   return result;
 }
 
@@ -423,8 +429,7 @@ CommitResult Session::commitConfirmed(double seconds, std::string const& persist
   if (service.unconfirmed) next.first = service.unconfirmed->first;
   next.until = service.now() + seconds;
   service.unconfirmed = std::move(next);
-  service.updateOthers(s);
-  service.servePostponed();
+  service.afterCommit(s);
   return result;
 }
 

@@ -363,7 +363,7 @@ double Service::poll() {
       next = std::min({next, expiration, s.attached ? expiration : s.lastUse + i.tunables->sessionProcessTimeout()});
   }
   for (Session::Impl* s : expired) i.end(*s, Cli::Session::SessionState::dead);
-  i.takeSnapshotIfDue();
+  i.takeSnapshotAfter(i.options.snapshotEvery);
   return next;
 }
 

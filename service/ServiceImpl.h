@@ -50,7 +50,10 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
   CommitRecord record(CommitKind kind, std::string const& user, std::string const& session, std::string const& comment,
                       std::vector<Difference> const& differences) const;
   void append(CommitRecord const& record);
-  void takeSnapshotIfDue() noexcept;
+  // Hands a snapshot to the store if there were so many commits since the last one; 0: never.
+  void takeSnapshotAfter(Kel::U64 commits) noexcept;
+  // What follows a commit that stands: other sessions are updated, requests served, an overdue snapshot taken.
+  void afterCommit(Session::Impl const& session) noexcept;
   // Answers the failures that did not stop it.
   std::vector<std::string> undoUnconfirmed(bool keepEdits);
   void keepUndone(Session::Impl& session, Kel::U64 number, std::vector<std::string>& reports) noexcept;

@@ -543,4 +543,25 @@ TEST_F(Commits, AStartRestoresTheNewestState) {
   }
 }
 
+// An owner that does not call `poll` gets snapshots, too, later than others.
+TEST_F(Commits, TakeTheSnapshotThatPollDidNotTake) {
+  for (bool const polls : {true, false}) {
+    Sv::MemoryStore store;
+    Sv::Options options;
+    options.store = &store;
+    options.snapshotEvery = 3;
+    Device other({}, options);
+    Sv::Session& s = other.open("s");
+    std::string taken;
+    for (unsigned n = 1; n <= 13; ++n) {
+      in(s).u32Is(n);
+      s.commit();
+      if (polls) other.service->poll();
+      auto const snapshot = store.snapshotAt(100);
+      taken += std::to_string(snapshot ? snapshot->number : 0) + " ";
+    }
+    EXPECT_EQ(taken, polls ? "0 0 3 3 3 6 6 6 9 9 9 12 12 " : "0 0 0 0 0 6 6 6 6 6 6 12 12 ");
+  }
+}
+
 }  // namespace
