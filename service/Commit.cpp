@@ -258,6 +258,15 @@ CommitResult Service::Impl::commit(Commit const& commit) {
   return result;
 }
 
+// The copy engine may have written more than the differences name: it takes a NaN for another value than the same NaN.
+void Service::Impl::makeRunningTheAncestor(Session::Impl const& s) noexcept {
+  try {
+    makeRunning(s.ancestor, inverse(s.changes()));
+  } catch (...) {
+    // makeRunning has tried several times.
+  }
+}
+
 void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const& differences, CommitResult& result) {
   Session::Impl& s = commit.session;
   // (2) checks
@@ -292,6 +301,7 @@ void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const
     }
     toAncestor.takeBack();
     toRunning.takeBack();
+    makeRunningTheAncestor(s);
     throw;
   }
   // (6) it is final

@@ -60,6 +60,7 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
   // Running after a commit, in a scratch tree.
   void restore(Kel::U64 number, Tree const& into) const;
   void makeRunning(Tree const& wanted, std::vector<Difference> const& differences);
+  void makeRunningTheAncestor(Session::Impl const& session) noexcept;
   void updateOthers(Session::Impl const& committed) noexcept;
   void updateOther(Session& other, std::string const& committer);
   static std::vector<Difference> partOf(Registration const& who, std::vector<Difference> const& differences);
