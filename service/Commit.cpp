@@ -120,8 +120,8 @@ std::vector<CheckError::Finding> Service::Impl::findings(Session::Impl& session,
   for (PendingReference const& reference : session.pending.list())
     all.push_back({reference.place, "'" + reference.target + "' " + reference.reason});
   Dangling dangling(session.tree);
-  auto const marks = session.runningFrom.changes(treeAt(running), session.tree);
-  if (marks) {
+  auto const changed = session.runningFrom.changedSince(treeAt(running), session.tree);
+  if (changed) {
     for (Difference const& d : differences) {
       if (d.kind == DifferenceKind::deleted && !d.run) continue;
       Place const place = locate(session.tree.dir, d.run ? d.path.parent() : d.path);
@@ -188,12 +188,12 @@ void Service::Impl::copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
   ec->ancestorIs(src);
   ec->destIs(dest);
   drainPostCopies(*ec, *handler);
-  if (ownsQueues) repair(treeAt(src), treeAt(dest), nullptr);
+  if (ownsQueues) repair(treeAt(src), treeAt(dest));
 }
 
 // The engine pairs a queue's items by their indices, so pointers to items may lead to others. This corrects them.
-void Service::Impl::repair(Tree const& src, Tree const& dest, std::unique_ptr<Marks> const& marks) {
-  std::vector<Difference> const left = Differ(dest, src, marks.get()).run();
+void Service::Impl::repair(Tree const& src, Tree const& dest) {
+  std::vector<Difference> const left = Differ(dest, src, nullptr).run();
   if (!left.empty()) Cli::Service::carryOut(left, dest);
 }
 
@@ -250,11 +250,11 @@ CommitResult Service::Impl::commit(Commit const& commit) {
   }
   // Nothing can fail from here on.
   Tree const runningTree = treeAt(running);
-  s.changesFrom = EqualPoint(s.ancestor, runningTree);
+  s.changesFrom = Checkpoint(s.ancestor, runningTree);
   s.forgetSettled();
   if (!result.number) return result;
-  s.editsFrom = EqualPoint(s.ancestor, s.tree);
-  s.runningFrom = EqualPoint(runningTree, s.tree);
+  s.editsFrom = Checkpoint(s.ancestor, s.tree);
+  s.runningFrom = Checkpoint(runningTree, s.tree);
   return result;
 }
 

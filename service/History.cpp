@@ -199,7 +199,7 @@ void Service::Impl::keepUndone(Session::Impl& s, Kel::U64 number, std::vector<st
       toAncestor.takeBack();
       throw;
     }
-    s.changesFrom = EqualPoint(s.ancestor, treeAt(running));
+    s.changesFrom = Checkpoint(s.ancestor, treeAt(running));
     s.notices.push_back("commit " + std::to_string(number) +
                         " was undone, since it was not confirmed; what it held is back in the session as edits");
   } catch (...) {

@@ -38,7 +38,8 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
   // Copies all session roots, by the copy engine.
   void copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
             Cli::Session::AttributeEditLog::Ptr const& log = nullptr);
-  void repair(Tree const& src, Tree const& dest, std::unique_ptr<Marks> const& marks);
+  // Makes the pointers of a copy lead to the items that correspond to those of the source.
+  void repair(Tree const& src, Tree const& dest);
 
   // --- Commits ---
   CommitResult commit(Commit const& commit);

@@ -59,14 +59,14 @@ Session::Impl::~Impl() = default;
 // --- Differences ---
 
 std::vector<Difference> Session::Impl::edits() const {
-  auto const marks = editsFrom.changes(ancestor, tree);
-  return Differ(ancestor, tree, marks.get()).run();
+  auto const changed = editsFrom.changedSince(ancestor, tree);
+  return Differ(ancestor, tree, changed.get()).run();
 }
 
 std::vector<Difference> Session::Impl::changes() const {
   Tree const running = service.treeAt(service.running);
-  auto const marks = changesFrom.changes(ancestor, running);
-  return Differ(ancestor, running, marks.get()).run();
+  auto const changed = changesFrom.changedSince(ancestor, running);
+  return Differ(ancestor, running, changed.get()).run();
 }
 
 Merged Session::Impl::mergeWith(std::vector<Difference> const& mine, std::vector<Difference> const& theirs,
@@ -139,8 +139,8 @@ std::vector<Difference> Session::differences() const { return impl_->edits(); }
 
 std::vector<Difference> Session::differencesFromRunning() const {
   Tree const running = impl_->service.treeAt(impl_->service.running);
-  auto const marks = impl_->runningFrom.changes(running, impl_->tree);
-  return Differ(running, impl_->tree, marks.get()).run();
+  auto const changed = impl_->runningFrom.changedSince(running, impl_->tree);
+  return Differ(running, impl_->tree, changed.get()).run();
 }
 
 std::vector<Difference> Session::differencesInRunning() const { return impl_->changes(); }
