@@ -165,15 +165,18 @@ void Session::resolve(Path const& path, Side side) {
   // All conflicts, settled or not.
   Merged const all =
       merge({s.ancestor, s.tree, s.service.treeAt(s.service.running), mine, theirs, {}, {}, Side::session});
+  auto const lists = [&](Conflict const& c) {
+    return !c.path.isWithin(path) && std::find(c.nodes.begin(), c.nodes.end(), path) != c.nodes.end();
+  };
+  for (Conflict const& c : all.conflicts)
+    if (side == Side::running && lists(c))
+      throw Error("'" + path.text() + "' goes with '" + c.path.text() + "': name that to take what running has");
   bool any = false;
   for (Conflict const& c : all.conflicts) {
-    bool const listed = std::any_of(c.nodes.begin(), c.nodes.end(), [&](Path const& node) { return node == path; });
     if (c.path.isWithin(path)) {
       s.settled.insert_or_assign(keyOf(c), Impl::Settled{c.running, side});
       any = true;
-    } else if (listed) {
-      if (side == Side::running)
-        throw Error("'" + path.text() + "' goes with '" + c.path.text() + "': name that to take what running has");
+    } else if (lists(c)) {
       s.report({c});
       s.reported.at(keyOf(c)).edited.insert(path.text());
       any = true;

@@ -384,6 +384,36 @@ TEST_F(Commits, SessionsOfOthersFollowWhereThatIsSwitchedOn) {
   }
 }
 
+// Under revertOnConflict, what is in no conflict comes in, but not the deletion of a pointer's target.
+TEST_F(Commits, AutomaticUpdatesLeaveOutTargets) {
+  Sv::Options options;
+  options.automaticUpdate = Sv::AutomaticUpdate::revertOnConflict;
+  Device other([](auto& h) { h.newBolt("b"); }, std::move(options));
+  Sv::Session &x = other.open("x"), &y = other.open("y");
+  in(y).favouriteIs(in(y).bolt("b"));
+  in(x).boltDel("b");
+  in(x).u32Is(7);
+  x.commit();
+  EXPECT_EQ(in(y).u32(), 7u);
+  EXPECT_TRUE(in(y).bolt("b"));
+  EXPECT_EQ(linesOf(y.differences()), "changed hall.favourite: null -> \"hall.bolt/b\"\n");
+}
+
+// Nor anything, if it needs what is left out.
+TEST_F(Commits, AutomaticUpdatesAreWhole) {
+  Sv::Options options;
+  options.automaticUpdate = Sv::AutomaticUpdate::revertOnConflict;
+  Device other({}, std::move(options));
+  Sv::Session &x = other.open("x"), &y = other.open("y");
+  in(y).newGear("g", 1, Plant::Size(), Plant::Grade::raw)->newPin("p");
+  std::string const edits = linesOf(y.differences());
+  in(x).favouriteIs(in(x).newGear("g", 2, Plant::Size(), Plant::Grade::raw)->newPin("p"));
+  x.commit();
+  EXPECT_EQ(y.conflicts().size(), 1u);
+  EXPECT_EQ(linesOf(y.differences()), edits);
+  EXPECT_FALSE(in(y).favourite());
+}
+
 // --- Sessions ---
 
 TEST_F(Commits, SessionsAreClosedLeftAndResumed) {

@@ -433,6 +433,66 @@ TEST_F(Settling, OfSeveralNodesByTheirEntity) {
 
 // --- The example of the draft ---
 
+// What was settled before a commit does not settle a later conflict with the same content.
+TEST_F(Settling, EndsWithACommit) {
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  session->resolve(pathIn(session->tree(), "hall.u32"), Sv::Side::session);
+  session->commit();
+  otherCommits(3);
+  mine().u32Is(5);
+  EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), 1u);
+}
+
+// Nor one before the session was cleared. An update of a path alone forgets nothing.
+TEST_F(Settling, EndsWhenTheSessionIsCleared) {
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  Sv::Path const u32 = pathIn(session->tree(), "hall.u32");
+  session->resolve(u32, Sv::Side::session);
+  session->clear();
+  otherCommits(4);
+  session->update(Mode::preferRunning, u32);
+  otherCommits(3);
+  mine().u32Is(5);
+  EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), 1u);
+}
+
+// The side of an entity holds for what comes into conflict below it later.
+TEST_F(Settling, OfAnEntityHoldsBelowIt) {
+  prepare([](auto& h) { h.newBolt("a"), h.newBolt("b"); }, [](auto& h) { h.bolt("a")->torqueIs(1); },
+          [](auto& h) { h.boltDel("a"), h.boltDel("b"); });
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  session->resolve(pathIn(session->tree(), "hall.bolt/a"), Sv::Side::session);
+  mine().bolt("a")->peerIs(mine().bolt("b"));
+  EXPECT_EQ(linesOf(session->conflicts()), "");
+  session->commit();
+  EXPECT_EQ(device->hall()->bolt("a")->peer().ptr(), device->hall()->bolt("b").ptr());
+}
+
+// A pointer was settled for running before the session deleted what holds it.
+TEST_F(Settling, APointerInWhatIsDeletedGoesWithIt) {
+  prepare([](auto& h) { h.newBolt("b"), h.newAnnex("n"); }, [](auto& h) { h.boltDel("b"); },
+          [](auto& h) { h.annex("n")->favouriteIs(h.bolt("b")); });
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  Sv::Path const annex = path("hall.annex/n");
+  session->resolve(path("hall.annex/n.favourite"), Sv::Side::running);
+  mine().annexDel("n");
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  session->edited(annex);
+  session->commit();
+  EXPECT_FALSE(mine().annex("n"));
+  EXPECT_FALSE(device->hall()->annex("n"));
+}
+
+// A refusal settles nothing: the pointer in conflict is listed again.
+TEST_F(Settling, IsRefusedWhole) {
+  prepare([](auto& h) { h.newBolt("b"), h.newAnnex("n"); }, [](auto& h) { h.boltDel("b"), h.annexDel("n"); },
+          [](auto& h) { h.annex("n")->favouriteIs(h.bolt("b")); });
+  EXPECT_EQ(session->conflicts().size(), 2u);
+  EXPECT_THROW(session->resolve(Sv::parsePath(device->running, "hall.annex/n.favourite"), Sv::Side::running),
+               Sv::Error);
+  EXPECT_EQ(session->conflicts().size(), 2u);
+}
+
 TEST_F(Conflicts, TheWorkedExample) {
   Edit const before = [](auto& h) {
     h.newSlot(1)->textIs("Link to London");
