@@ -421,7 +421,7 @@ CommitResult Session::commitPersistent(std::string const& persist, std::string c
     service.requireMayCommit(s, persist);
     return service.commit({s, comment});
   });
-  if (result.number) service.unconfirmed.reset();
+  service.unconfirmed.reset();  // this has confirmed it
   service.afterCommit(s);
   return result;
 }

@@ -95,6 +95,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
       for (Difference const& d : mine)
         if (path->isWithin(d.path) && !d.run)
           throw Error("'" + d.path.text() + "' is " + text(d.kind) + " as a whole: name that");
+      s.pending.erase(*path);
       return 0;
     }
     mine = chosen;

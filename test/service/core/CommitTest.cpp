@@ -234,6 +234,16 @@ TEST_F(Commits, DiscardAllOrBelowAPath) {
   EXPECT_TRUE(a.differences().empty());
 }
 
+TEST_F(Commits, DiscardForgetsReferencesThatWait) {
+  Sv::Path const place = pathIn(a.tree(), "hall.favourite");
+  for (bool const differs : {false, true}) {
+    if (differs) in(a).favouriteIs(in(a).newBolt("b"));
+    a.pending().add({place, "hall.bolt/x", "hall.bolt/x", "there is no such entity"});
+    a.discard(place);
+    EXPECT_TRUE(a.pending().empty());
+  }
+}
+
 TEST_F(Commits, RollbackClearAndLoadLeaveEditsToBeReviewed) {
   in(a).u32Is(1);
   a.commit();
@@ -312,6 +322,19 @@ TEST_F(Commits, UndoneUnlessConfirmed) {
   a.commitCancel();
   EXPECT_EQ(device.hall()->u32(), 2u);
   EXPECT_EQ(a.differences().size(), 1u);
+}
+
+TEST_F(Commits, ConfirmedAgainWithoutEditsWaitsLonger) {
+  in(a).u32Is(5);
+  a.commitConfirmed(60);
+  device.time += 50;
+  EXPECT_FALSE(a.commitConfirmed(60).number);
+  device.time += 50;
+  service.poll();
+  EXPECT_EQ(device.hall()->u32(), 5u);
+  device.time += 20;
+  service.poll();
+  EXPECT_EQ(device.hall()->u32(), 0u);
 }
 
 TEST_F(Commits, ConfirmedByAWordOrLostWithTheSession) {
@@ -397,6 +420,23 @@ TEST_F(Commits, AutomaticUpdatesLeaveOutTargets) {
   EXPECT_EQ(in(y).u32(), 7u);
   EXPECT_TRUE(in(y).bolt("b"));
   EXPECT_EQ(linesOf(y.differences()), "changed hall.favourite: null -> \"hall.bolt/b\"\n");
+}
+
+TEST_F(Commits, AutomaticUpdatesLeaveOutWhatHoldsAConflict) {
+  Sv::Options options;
+  options.automaticUpdate = Sv::AutomaticUpdate::revertOnConflict;
+  Device other([](auto& h) { h.newBolt("b"), h.newAnnex("n"); }, std::move(options));
+  Sv::Session &x = other.open("x"), &y = other.open("y"), &z = other.open("z");
+  in(y).boltDel("b");
+  in(z).annexDel("n");
+  in(x).newAnnex("m")->favouriteIs(in(x).bolt("b"));
+  in(x).annex("n")->u32Is(1);
+  in(x).u32Is(7);
+  x.commit();
+  EXPECT_EQ(in(y).u32(), 7u);
+  EXPECT_FALSE(in(y).annex("m"));
+  EXPECT_EQ(in(z).u32(), 7u);
+  EXPECT_FALSE(in(z).annex("n"));
 }
 
 // Nor anything, if it needs what is left out.

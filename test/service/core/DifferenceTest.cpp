@@ -1,6 +1,7 @@
 // Differences between two trees, what carrying them out makes, and their bytes.
 #include <limits>
 
+#include "Kel/ChangeJournal.h"
 #include "Panel.h"
 #include "service/core/Device.h"
 
@@ -58,6 +59,23 @@ TEST_F(Differences, AnEntityMadeAnewWithTheSameContentIsNone) {
   hall->gearDel("g");
   hall->newGear("g", 4, Plant::Size(), Plant::Grade::raw)->wearIs(1);
   EXPECT_EQ(lines(), "changed hall.gear/g\n") << "other constructor parameters";
+}
+
+TEST_F(Differences, AnEntityMadeAnewIsComparedToItsDepths) {
+  hall->newAnnex("n")->newBolt("b")->torqueIs(1);
+  session.commit();
+  hall->annexDel("n");
+  hall->newAnnex("n")->newBolt("b")->torqueIs(2);
+  EXPECT_EQ(lines(), "changed hall.annex/n.bolt/b.torque: 1.0 -> 2.0\n");
+}
+
+TEST_F(Differences, MoreChangesThanAJournalKeeps) {
+  Sv::Session& other = device.open("other");
+  unsigned const count = Kel::ChangeJournal::maxEntries + 100;
+  for (unsigned n = 0; n < count; ++n) hallOf(other.tree())->newSlot(static_cast<Kel::S32>(n));
+  other.commit();
+  EXPECT_EQ(session.differencesInRunning().size(), count);
+  EXPECT_EQ(lines(), "");
 }
 
 TEST_F(Differences, QueuesAreAligned) {

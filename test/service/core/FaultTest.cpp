@@ -380,6 +380,7 @@ TEST(ServiceFaults, TheStore) {
   FailingStore store;
   Sv::Options options;
   options.store = &store;
+  options.snapshotEvery = 1;
   Device device({}, options);
   Sv::Session& s = device.open("s");
   hallOf(s.tree())->u32Is(4);
@@ -399,6 +400,8 @@ TEST(ServiceFaults, TheStore) {
   steps = {0, 0, false};
   EXPECT_EQ(s.commitCancel().reports, std::vector<std::string>{"fault"});
   EXPECT_EQ(device.hall()->u32(), 4u);
+  device.service->poll();
+  EXPECT_FALSE(store.snapshotAt(100)) << "a snapshot of what the store does not have";
   EXPECT_EQ(s.commit().number, 4u);
   ASSERT_EQ(store.read(1).size(), 4u);
   EXPECT_EQ(store.read(3).front().kind, Sv::CommitKind::undone);
