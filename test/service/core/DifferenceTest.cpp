@@ -75,6 +75,7 @@ TEST_F(Differences, MoreChangesThanAJournalKeeps) {
   for (unsigned n = 0; n < count; ++n) hallOf(other.tree())->newSlot(static_cast<Kel::S32>(n));
   other.commit();
   EXPECT_EQ(session.differencesInRunning().size(), count);
+  EXPECT_EQ(session.differencesFromRunning().size(), count);
   EXPECT_EQ(lines(), "");
 }
 

@@ -172,7 +172,7 @@ void prepare(RandomDevice& device) {
   hall->watchedIs(1, jobs[0]);
   for (auto const& [place, target] :
        {std::pair("hall.neighbour", "hall.annex/late"), std::pair("hall.bolt/hooked.peer", "hall.annex/late.bolt/b"),
-        std::pair("hall.chosen/waits", "hall.bolt/late")})
+        std::pair("hall.job/1.about", "hall.annex/late"), std::pair("hall.chosen/waits", "hall.bolt/late")})
     device.mine.pending().add({pathIn(tree, place), target, target, "there is no such entity"});
 }
 
@@ -190,7 +190,9 @@ Named edit(std::string const& name, std::vector<std::string> const& lines, Sv::E
 std::vector<Named> const edits = [] {
   std::vector<Named> all;
   for (char const* line : {
+           "set hall annex late",
            "set hall annex late bolt b torque 3",
+           "set hall annex early bolt hooked torque 3",
            "set hall bolt late",
            "set hall bolt hooked torque 2",
            "set hall gear edited teeth 9",
