@@ -344,7 +344,7 @@ void Applying::repoint() {
     eachPointerOwner(*root, [&](Entity& e, KelAttr const& attr) {
       GenericIf::Ptr const gif = gifOf(e);
       if (!attr.isCollection()) {
-        if (auto const next = successor(attr.access().single(e)))
+        if (auto const next = successor(attr.access().target(e)))
           gif->attributeIs(attr.id(), nullptr, GenericIf::ofEntity(next));
         return;
       }
