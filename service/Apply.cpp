@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "service/ChangedEntities.h"
 #include "service/Error.h"
 #include "service/Importer.h"
-#include "service/Marks.h"
 #include "service/Pointers.h"
 #include "service/Walk.h"
 

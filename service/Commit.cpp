@@ -120,8 +120,8 @@ std::vector<CheckError::Finding> Service::Impl::findings(Session::Impl& session,
   for (PendingReference const& reference : session.pending.list())
     all.push_back({reference.place, "'" + reference.target + "' " + reference.reason});
   Dangling dangling(session.tree);
-  auto const marks = session.runningFrom.changes(treeAt(running), session.tree);
-  if (marks) {
+  auto const changed = session.runningFrom.changedSince(treeAt(running), session.tree);
+  if (changed) {
     for (Difference const& d : differences) {
       if (d.kind == DifferenceKind::deleted && !d.run) continue;
       Place const place = locate(session.tree.dir, d.run ? d.path.parent() : d.path);
@@ -188,12 +188,12 @@ void Service::Impl::copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
   ec->ancestorIs(src);
   ec->destIs(dest);
   drainPostCopies(*ec, *handler);
-  if (ownsQueues) repair(treeAt(src), treeAt(dest), nullptr);
+  if (ownsQueues) repair(treeAt(src), treeAt(dest));
 }
 
 // The engine pairs a queue's items by their indices, so pointers to items may lead to others. This corrects them.
-void Service::Impl::repair(Tree const& src, Tree const& dest, std::unique_ptr<Marks> const& marks) {
-  std::vector<Difference> const left = Differ(dest, src, marks.get()).run();
+void Service::Impl::repair(Tree const& src, Tree const& dest) {
+  std::vector<Difference> const left = Differ(dest, src, nullptr).run();
   if (!left.empty()) Cli::Service::carryOut(left, dest);
 }
 
@@ -250,12 +250,21 @@ CommitResult Service::Impl::commit(Commit const& commit) {
   }
   // Nothing can fail from here on.
   Tree const runningTree = treeAt(running);
-  s.changesFrom = EqualPoint(s.ancestor, runningTree);
+  s.changesFrom = Checkpoint(s.ancestor, runningTree);
   s.forgetSettled();
   if (!result.number) return result;
-  s.editsFrom = EqualPoint(s.ancestor, s.tree);
-  s.runningFrom = EqualPoint(runningTree, s.tree);
+  s.editsFrom = Checkpoint(s.ancestor, s.tree);
+  s.runningFrom = Checkpoint(runningTree, s.tree);
   return result;
+}
+
+// The copy engine may have written more than the differences name: it takes a NaN for another value than the same NaN.
+void Service::Impl::makeRunningTheAncestor(Session::Impl const& s) noexcept {
+  try {
+    makeRunning(s.ancestor, inverse(s.changes()));
+  } catch (...) {
+    // makeRunning has tried several times.
+  }
 }
 
 void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const& differences, CommitResult& result) {
@@ -292,6 +301,7 @@ void Service::Impl::carryOut(Commit const& commit, std::vector<Difference> const
     }
     toAncestor.takeBack();
     toRunning.takeBack();
+    makeRunningTheAncestor(s);
     throw;
   }
   // (6) it is final
@@ -391,6 +401,13 @@ CommitResult published(Session::Impl& s, std::function<CommitResult()> const& ru
 
 }  // namespace
 
+void Service::Impl::afterCommit(Session::Impl const& s) noexcept {
+  updateOthers(s);
+  servePostponed();
+  // Twice as many commits as are usual: `poll` is not called.
+  takeSnapshotAfter(2 * Kel::U64(options.snapshotEvery));
+}
+
 void Session::check() const { impl_->service.check(*impl_); }
 
 CommitResult Session::commit(std::string const& comment) { return commitPersistent("", comment); }
@@ -404,9 +421,8 @@ CommitResult Session::commitPersistent(std::string const& persist, std::string c
     service.requireMayCommit(s, persist);
     return service.commit({s, comment});
   });
-  if (result.number) service.unconfirmed.reset();
-  service.updateOthers(s);
-  service.servePostponed();
+  service.unconfirmed.reset();  // this has confirmed it
+  service.afterCommit(s);
   return result;
 }
 
@@ -423,8 +439,7 @@ CommitResult Session::commitConfirmed(double seconds, std::string const& persist
   if (service.unconfirmed) next.first = service.unconfirmed->first;
   next.until = service.now() + seconds;
   service.unconfirmed = std::move(next);
-  service.updateOthers(s);
-  service.servePostponed();
+  service.afterCommit(s);
   return result;
 }
 

@@ -14,21 +14,33 @@ using Kel::Entity;
 using Kel::KelAttr;
 using Kel::KelType;
 
-bool madeAlike(Entity const& from, Entity const& to) {
-  if (from.type() != to.type()) return false;
-  if (auto const equal = from.type()->paramsEqual()) return equal(from, to);
-  for (KelAttr const* param : furtherParams(*from.type(), false))
-    if (!Cli::Session::valueTypeEqual(valueOfAttr(from, *param), valueOfAttr(to, *param))) return false;
+namespace {
+
+using Equal = bool (*)(Entity const& a, Entity const& b);
+
+// `equal` compares the parameters, those after the key only if `afterKey`; null: the type has no such function.
+bool sameParams(Entity const& from, Entity const& to, Equal equal, bool afterKey) {
+  if (equal && equal(from, to)) return true;
+  // A NaN, and a value without a comparison, do not equal themselves. Their texts are compared.
+  if (equal && equal(from, from)) return false;
+  for (KelAttr const* param : furtherParams(*from.type(), afterKey)) {
+    Kel::GenericIf::PtrConst const x = valueOfAttr(from, *param), y = valueOfAttr(to, *param);
+    if (Cli::Session::valueTypeEqual(x, y)) continue;
+    if (!x || !y || param->isPtr() || x->strep() != y->strep()) return false;
+  }
   return true;
+}
+
+}  // namespace
+
+bool madeAlike(Entity const& from, Entity const& to) {
+  return from.type() == to.type() && sameParams(from, to, from.type()->paramsEqual(), false);
 }
 
 std::optional<bool> sameItem(Entity const& from, Entity const& to) {
   if (from.type() != to.type()) return false;
   if (from.type()->ctorArgs().size() < 2) return std::nullopt;
-  if (auto const equal = from.type()->furtherParamsEqual()) return equal(from, to);
-  for (KelAttr const* param : furtherParams(*from.type()))
-    if (!Cli::Session::valueTypeEqual(valueOfAttr(from, *param), valueOfAttr(to, *param))) return false;
-  return true;
+  return sameParams(from, to, from.type()->furtherParamsEqual(), true);
 }
 
 // --- Contents of differences ---
@@ -69,9 +81,9 @@ Json Differ::text(Entity const* target, Tree const& tree) const {
 
 std::vector<Difference> Differ::run() {
   walk();
-  if (!marks_ || !strayPointers_) return std::move(found_);
+  if (!changed_ || !strayPointers_) return std::move(found_);
   // There may be pointers anywhere to items that are aligned with others now, or with none.
-  marks_ = nullptr;
+  changed_ = nullptr;
   found_.clear();
   walk();
   return std::move(found_);
@@ -111,10 +123,10 @@ void Differ::owned(Frame const& at, Entity const* from, Entity const* to) {
 }
 
 void Differ::entity(Frame const& at, Entity const& from, Entity const& to) {
-  if (marks_ && !whole_) {
-    Mark const* const mark = marks_->find(from);
-    if (!mark) return;
-    if (!mark->has(Change::whole)) return changedOnly(at, from, to, *mark);
+  if (changed_ && !whole_) {
+    ChangedEntity const* const changed = changed_->find(from);
+    if (!changed) return;
+    if (!changed->has(Change::whole)) return changedOnly(at, from, to, *changed);
     whole_ = true;
     entity(at, from, to);
     whole_ = false;
@@ -127,42 +139,42 @@ void Differ::entity(Frame const& at, Entity const& from, Entity const& to) {
     attribute(at, from, to, *attr);
 }
 
-void Differ::changedOnly(Frame const& at, Entity const& from, Entity const& to, Mark const& mark) {
+void Differ::changedOnly(Frame const& at, Entity const& from, Entity const& to, ChangedEntity const& changed) {
   if (Kel::Dir const* const dir = asDir(&from)) return directory(at, *dir, static_cast<Kel::Dir const&>(to));
-  bool const content = mark.has(Change::content);
+  bool const content = changed.has(Change::content);
   auto const plainEqual = from.type()->plainEqual();
   Plan const& plan = planOf(*from.type());
   for (KelAttr const* attr : content&& plainEqual&& plainEqual(from, to) ? plan.further : plan.all) {
     if (!attr->instantiating()) {
       if (content) attribute(at, from, to, *attr);
     } else if (attr->isQueue()) {
-      bool const items = std::find(mark.queues.begin(), mark.queues.end(), attr) != mark.queues.end();
-      if (mark.has(Change::members) || items) {
+      bool const items = std::find(changed.queues.begin(), changed.queues.end(), attr) != changed.queues.end();
+      if (changed.has(Change::members) || items) {
         whole_ = true;
         queue(at, from, to, *attr);
         whole_ = false;
       }
-    } else if (mark.has(Change::members)) {
+    } else if (changed.has(Change::members)) {
       attribute(at, from, to, *attr);
     } else {
-      markedMembers(at, from, to, *attr, mark);
+      changedMembers(at, from, to, *attr, changed);
     }
   }
 }
 
-void Differ::markedMembers(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr,
-                           Mark const& mark) {
-  std::vector<std::pair<Kel::U32, Entity const*>> marked;
+void Differ::changedMembers(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr,
+                            ChangedEntity const& changed) {
+  std::vector<std::pair<Kel::U32, Entity const*>> candidates;
   bool const positions = attr.collectionKind() == KelAttr::Collection::hashMap;
-  for (Entity const* e : mark.owned)
-    if (e->parentAttrId() == attr.id()) marked.emplace_back(positions ? attr.access().positionOf(from, *e) : 0, e);
+  for (Entity const* e : changed.owned)
+    if (e->parentAttrId() == attr.id()) candidates.emplace_back(positions ? attr.access().positionOf(from, *e) : 0, e);
   auto const before = [&](auto const& a, auto const& b) {
     if (positions || !attr.isCollection()) return a.first < b.first;
     return memberStep(attr, valueOfAttr(*a.second, *keyParam(*a.second->type()))) <
            memberStep(attr, valueOfAttr(*b.second, *keyParam(*b.second->type())));
   };
-  std::sort(marked.begin(), marked.end(), before);
-  for (auto const& [position, e] : marked) owned({&at, nullptr, &attr, e}, e, heldLike(to, *e));
+  std::sort(candidates.begin(), candidates.end(), before);
+  for (auto const& [position, e] : candidates) owned({&at, nullptr, &attr, e}, e, heldLike(to, *e));
 }
 
 void Differ::directory(Frame const& at, Kel::Dir const& from, Kel::Dir const& to) {
@@ -460,13 +472,14 @@ void Differ::queue(Frame const& at, Entity const& from, Entity const& to, KelAtt
   Aligned pairs = alignItems(attr, mine, theirs);
   if (attr.instantiating())
     for (auto const& [i, j] : pairs)
-      if (mine.entity(i).type()->ctorArgs().size() >= 2)
+      // Items without parameters have the same content, but the same text of a pointer may lead to another item.
+      if (mine.entity(i).type()->ctorArgs().size() >= 2 || mine.entity(i).type()->pointersBelow())
         entity({&at, nullptr, &attr, &mine.entity(i), i}, mine.entity(i), theirs.entity(j));
   struct Gap {
     std::size_t from, fromEnd, to, toEnd;
   };
   auto const lookForPointers = [&](Items const& items, std::size_t begin, std::size_t end) {
-    for (; marks_ && attr.instantiating() && !strayPointers_ && begin < end; ++begin)
+    for (; changed_ && attr.instantiating() && !strayPointers_ && begin < end; ++begin)
       strayPointers_ = isPointedAt(items.entity(begin));
   };
   std::vector<Gap> gaps;

@@ -6,22 +6,21 @@
 #include <unordered_map>
 
 #include "service/Align.h"
+#include "service/ChangedEntities.h"
 #include "service/Difference.h"
-#include "service/Marks.h"
 
 namespace Cli::Service {
 
 class Differ {
  public:
-  // `marks` are on the entities of `from`, and only what is marked is compared; null: everything is compared.
-  Differ(Tree const& from, Tree const& to, Marks const* marks) : from_(from), to_(to), marks_(marks) {}
+  // Only what is in `changed` is compared; null: everything is compared.
+  Differ(Tree const& from, Tree const& to, ChangedEntities const* changed) : from_(from), to_(to), changed_(changed) {}
   std::vector<Difference> run();
 
   // Whether the targets of two pointers, one in each tree, have the same path there.
   bool sameTarget(Kel::Entity const& from, Kel::Entity const& to);
 
  private:
-  using Mark = Marks::Mark;
   // How an entity was reached, for its path.
   struct Frame {
     Frame const* up;
@@ -43,7 +42,7 @@ class Differ {
   Plan const& planOf(Kel::KelType const& type);
   void entity(Frame const& at, Kel::Entity const& from, Kel::Entity const& to);
   void directory(Frame const& at, Kel::Dir const& from, Kel::Dir const& to);
-  void changedOnly(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Mark const& mark);
+  void changedOnly(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, ChangedEntity const& changed);
   void attribute(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void value(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void pointer(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
@@ -51,8 +50,8 @@ class Differ {
   void pointerKeys(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void singleton(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void members(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
-  void markedMembers(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr,
-                     Mark const& mark);
+  void changedMembers(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr,
+                      ChangedEntity const& changed);
   void queue(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void owned(Frame const& at, Kel::Entity const* from, Kel::Entity const* to);
 
@@ -66,8 +65,8 @@ class Differ {
   Json text(Kel::Entity const* target, Tree const& tree) const;
 
   Tree from_, to_;
-  Marks const* marks_;
-  bool whole_ = false;          // below here everything is compared, marked or not
+  ChangedEntities const* changed_;
+  bool whole_ = false;          // below here everything is compared, changed or not
   bool strayPointers_ = false;  // something points at items that are not aligned
   std::vector<Difference> found_;
   std::unordered_map<Kel::KelType const*, Plan> plans_;

@@ -70,10 +70,11 @@ void Service::Impl::restore(Kel::U64 number, Tree const& into) const {
 
 // --- Snapshots ---
 
-// Its cost is proportional to the size of the tree, so `poll` takes it, and no commit waits for it.
-void Service::Impl::takeSnapshotIfDue() noexcept {
+// Its cost is proportional to the size of the tree, so `poll` takes it, and no commit waits for it while `poll` is
+// called.
+void Service::Impl::takeSnapshotAfter(Kel::U64 commits) noexcept {
   // A commit that `start` may undo must be later than the snapshot.
-  if (options.snapshotEvery == 0 || last - lastSnapshot < options.snapshotEvery || unconfirmed || owed) return;
+  if (commits == 0 || last - lastSnapshot < commits || unconfirmed || owed) return;
   lastSnapshot = last;  // of one that fails, too: a later one will do
   try {
     auto const state = scratch();
@@ -198,7 +199,7 @@ void Service::Impl::keepUndone(Session::Impl& s, Kel::U64 number, std::vector<st
       toAncestor.takeBack();
       throw;
     }
-    s.changesFrom = EqualPoint(s.ancestor, treeAt(running));
+    s.changesFrom = Checkpoint(s.ancestor, treeAt(running));
     s.notices.push_back("commit " + std::to_string(number) +
                         " was undone, since it was not confirmed; what it held is back in the session as edits");
   } catch (...) {

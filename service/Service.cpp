@@ -225,14 +225,14 @@ Session& Service::Impl::make(std::string const& name, std::string const& user, s
     s.ancestor = treeAt(s.ancestorDir);
     Tree const runningTree = treeAt(running);
     if (ownsQueues) {
-      repair(runningTree, s.tree, nullptr);
-      repair(runningTree, s.ancestor, nullptr);
+      repair(runningTree, s.tree);
+      repair(runningTree, s.ancestor);
     }
     // This copy finds everything equal. After it, the next copy looks only at what has changed.
     copy(s.dir, running);
-    s.editsFrom = EqualPoint(s.ancestor, s.tree);
-    s.changesFrom = EqualPoint(s.ancestor, runningTree);
-    s.runningFrom = EqualPoint(runningTree, s.tree);
+    s.editsFrom = Checkpoint(s.ancestor, s.tree);
+    s.changesFrom = Checkpoint(s.ancestor, runningTree);
+    s.runningFrom = Checkpoint(runningTree, s.tree);
     s.status->sessionRootsIs(true);
     s.status->ancestorRootsIs(true);
     s.processId = static_cast<Kel::U32>(::getpid());
@@ -363,7 +363,7 @@ double Service::poll() {
       next = std::min({next, expiration, s.attached ? expiration : s.lastUse + i.tunables->sessionProcessTimeout()});
   }
   for (Session::Impl* s : expired) i.end(*s, Cli::Session::SessionState::dead);
-  i.takeSnapshotIfDue();
+  i.takeSnapshotAfter(i.options.snapshotEvery);
   return next;
 }
 

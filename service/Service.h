@@ -38,8 +38,10 @@ struct Options {
   std::function<double()> clock;          // seconds since 1970; null: the system's clock
   std::function<bool(Kel::U32)> isAlive;  // whether the process of that id exists; null: the system's answer
   AutomaticUpdate automaticUpdate = AutomaticUpdate::off;
-  unsigned snapshotEvery = 100;  // commits; `poll` takes the snapshot; 0: none
-  double confirmTimeout = 600;   // seconds, for commits under CliConfig::rollbackCommitsAutomatically
+  // How many commits are between two snapshots; 0: there are none. `poll` takes a snapshot when it is due. A commit
+  // takes it, once it stands, when twice as many commits have come without a `poll`.
+  unsigned snapshotEvery = 100;
+  double confirmTimeout = 600;  // seconds, for commits under CliConfig::rollbackCommitsAutomatically
 };
 
 // Raised when a limit of CliConfig is reached.

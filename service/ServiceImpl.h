@@ -38,7 +38,8 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
   // Copies all session roots, by the copy engine.
   void copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
             Cli::Session::AttributeEditLog::Ptr const& log = nullptr);
-  void repair(Tree const& src, Tree const& dest, std::unique_ptr<Marks> const& marks);
+  // Makes the pointers of a copy lead to the items that correspond to those of the source.
+  void repair(Tree const& src, Tree const& dest);
 
   // --- Commits ---
   CommitResult commit(Commit const& commit);
@@ -50,13 +51,17 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
   CommitRecord record(CommitKind kind, std::string const& user, std::string const& session, std::string const& comment,
                       std::vector<Difference> const& differences) const;
   void append(CommitRecord const& record);
-  void takeSnapshotIfDue() noexcept;
+  // Hands a snapshot to the store if there were so many commits since the last one; 0: never.
+  void takeSnapshotAfter(Kel::U64 commits) noexcept;
+  // What follows a commit that stands: other sessions are updated, requests served, an overdue snapshot taken.
+  void afterCommit(Session::Impl const& session) noexcept;
   // Answers the failures that did not stop it.
   std::vector<std::string> undoUnconfirmed(bool keepEdits);
   void keepUndone(Session::Impl& session, Kel::U64 number, std::vector<std::string>& reports) noexcept;
   // Running after a commit, in a scratch tree.
   void restore(Kel::U64 number, Tree const& into) const;
   void makeRunning(Tree const& wanted, std::vector<Difference> const& differences);
+  void makeRunningTheAncestor(Session::Impl const& session) noexcept;
   void updateOthers(Session::Impl const& committed) noexcept;
   void updateOther(Session& other, std::string const& committer);
   static std::vector<Difference> partOf(Registration const& who, std::vector<Difference> const& differences);

@@ -59,14 +59,14 @@ Session::Impl::~Impl() = default;
 // --- Differences ---
 
 std::vector<Difference> Session::Impl::edits() const {
-  auto const marks = editsFrom.changes(ancestor, tree);
-  return Differ(ancestor, tree, marks.get()).run();
+  auto const changed = editsFrom.changedSince(ancestor, tree);
+  return Differ(ancestor, tree, changed.get()).run();
 }
 
 std::vector<Difference> Session::Impl::changes() const {
   Tree const running = service.treeAt(service.running);
-  auto const marks = changesFrom.changes(ancestor, running);
-  return Differ(ancestor, running, marks.get()).run();
+  auto const changed = changesFrom.changedSince(ancestor, running);
+  return Differ(ancestor, running, changed.get()).run();
 }
 
 Merged Session::Impl::mergeWith(std::vector<Difference> const& mine, std::vector<Difference> const& theirs,
@@ -139,8 +139,8 @@ std::vector<Difference> Session::differences() const { return impl_->edits(); }
 
 std::vector<Difference> Session::differencesFromRunning() const {
   Tree const running = impl_->service.treeAt(impl_->service.running);
-  auto const marks = impl_->runningFrom.changes(running, impl_->tree);
-  return Differ(running, impl_->tree, marks.get()).run();
+  auto const changed = impl_->runningFrom.changedSince(running, impl_->tree);
+  return Differ(running, impl_->tree, changed.get()).run();
 }
 
 std::vector<Difference> Session::differencesInRunning() const { return impl_->changes(); }
@@ -165,15 +165,18 @@ void Session::resolve(Path const& path, Side side) {
   // All conflicts, settled or not.
   Merged const all =
       merge({s.ancestor, s.tree, s.service.treeAt(s.service.running), mine, theirs, {}, {}, Side::session});
+  auto const lists = [&](Conflict const& c) {
+    return !c.path.isWithin(path) && std::find(c.nodes.begin(), c.nodes.end(), path) != c.nodes.end();
+  };
+  for (Conflict const& c : all.conflicts)
+    if (side == Side::running && lists(c))
+      throw Error("'" + path.text() + "' goes with '" + c.path.text() + "': name that to take what running has");
   bool any = false;
   for (Conflict const& c : all.conflicts) {
-    bool const listed = std::any_of(c.nodes.begin(), c.nodes.end(), [&](Path const& node) { return node == path; });
     if (c.path.isWithin(path)) {
       s.settled.insert_or_assign(keyOf(c), Impl::Settled{c.running, side});
       any = true;
-    } else if (listed) {
-      if (side == Side::running)
-        throw Error("'" + path.text() + "' goes with '" + c.path.text() + "': name that to take what running has");
+    } else if (lists(c)) {
       s.report({c});
       s.reported.at(keyOf(c)).edited.insert(path.text());
       any = true;

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "service/Apply.h"
-#include "service/Marks.h"
+#include "service/ChangedEntities.h"
 #include "service/Merge.h"
 #include "service/Service.h"
 
@@ -55,9 +55,8 @@ struct CLI_SERVICE_HIDDEN Session::Impl {
   Tree tree, ancestor;
   Cli::Session::PendingChangeStatus::Ptr status;
   Cli::Session::PendingChangeConfig::Ptr config;
-  EqualPoint editsFrom;    // A was S
-  EqualPoint changesFrom;  // A was R
-  EqualPoint runningFrom;  // R was S
+  // When two of the trees were equal: A and S, A and R, R and S.
+  Checkpoint editsFrom, changesFrom, runningFrom;
   std::map<std::string, Reported> reported;
   std::map<std::string, Settled> settled;
   PendingReferences pending;

@@ -47,7 +47,7 @@ std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
   writeBoth(toSession, toAncestor);
   // Nothing can fail from here on.
   if (path.empty()) {
-    s.changesFrom = EqualPoint(s.ancestor, s.service.treeAt(s.service.running));
+    s.changesFrom = Checkpoint(s.ancestor, s.service.treeAt(s.service.running));
     s.forgetSettled();
   } else if (auto const missing = toAncestor.dangling(); !missing.empty()) {
     toAncestor.takeBack();
@@ -76,7 +76,7 @@ std::size_t Session::Impl::become(Tree const& wanted) {
   std::vector<Difference> const toSession = Differ(tree, wanted, nullptr).run(), theirs = changes();
   Applying session(toSession, tree), toAncestor(theirs, ancestor);
   writeBoth(session, toAncestor);
-  changesFrom = EqualPoint(ancestor, service.treeAt(service.running));
+  changesFrom = Checkpoint(ancestor, service.treeAt(service.running));
   forgetSettled();
   pending.clear();
   return dropped;
@@ -95,6 +95,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
       for (Difference const& d : mine)
         if (path->isWithin(d.path) && !d.run)
           throw Error("'" + d.path.text() + "' is " + text(d.kind) + " as a whole: name that");
+      s.pending.erase(*path);
       return 0;
     }
     mine = chosen;
@@ -116,7 +117,7 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   } else {
     s.forgetSettled();
     s.pending.clear();
-    s.editsFrom = EqualPoint(s.ancestor, s.tree);
+    s.editsFrom = Checkpoint(s.ancestor, s.tree);
   }
   return mine.size();
 }

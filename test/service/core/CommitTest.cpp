@@ -234,6 +234,16 @@ TEST_F(Commits, DiscardAllOrBelowAPath) {
   EXPECT_TRUE(a.differences().empty());
 }
 
+TEST_F(Commits, DiscardForgetsReferencesThatWait) {
+  Sv::Path const place = pathIn(a.tree(), "hall.favourite");
+  for (bool const differs : {false, true}) {
+    if (differs) in(a).favouriteIs(in(a).newBolt("b"));
+    a.pending().add({place, "hall.bolt/x", "hall.bolt/x", "there is no such entity"});
+    a.discard(place);
+    EXPECT_TRUE(a.pending().empty());
+  }
+}
+
 TEST_F(Commits, RollbackClearAndLoadLeaveEditsToBeReviewed) {
   in(a).u32Is(1);
   a.commit();
@@ -314,6 +324,19 @@ TEST_F(Commits, UndoneUnlessConfirmed) {
   EXPECT_EQ(a.differences().size(), 1u);
 }
 
+TEST_F(Commits, ConfirmedAgainWithoutEditsWaitsLonger) {
+  in(a).u32Is(5);
+  a.commitConfirmed(60);
+  device.time += 50;
+  EXPECT_FALSE(a.commitConfirmed(60).number);
+  device.time += 50;
+  service.poll();
+  EXPECT_EQ(device.hall()->u32(), 5u);
+  device.time += 20;
+  service.poll();
+  EXPECT_EQ(device.hall()->u32(), 0u);
+}
+
 TEST_F(Commits, ConfirmedByAWordOrLostWithTheSession) {
   in(a).u32Is(1);
   a.commitConfirmed(60, "word");
@@ -382,6 +405,53 @@ TEST_F(Commits, SessionsOfOthersFollowWhereThatIsSwitchedOn) {
     y.commit();
     EXPECT_EQ(other.hall()->u32(), 2u);
   }
+}
+
+// Under revertOnConflict, what is in no conflict comes in, but not the deletion of a pointer's target.
+TEST_F(Commits, AutomaticUpdatesLeaveOutTargets) {
+  Sv::Options options;
+  options.automaticUpdate = Sv::AutomaticUpdate::revertOnConflict;
+  Device other([](auto& h) { h.newBolt("b"); }, std::move(options));
+  Sv::Session &x = other.open("x"), &y = other.open("y");
+  in(y).favouriteIs(in(y).bolt("b"));
+  in(x).boltDel("b");
+  in(x).u32Is(7);
+  x.commit();
+  EXPECT_EQ(in(y).u32(), 7u);
+  EXPECT_TRUE(in(y).bolt("b"));
+  EXPECT_EQ(linesOf(y.differences()), "changed hall.favourite: null -> \"hall.bolt/b\"\n");
+}
+
+TEST_F(Commits, AutomaticUpdatesLeaveOutWhatHoldsAConflict) {
+  Sv::Options options;
+  options.automaticUpdate = Sv::AutomaticUpdate::revertOnConflict;
+  Device other([](auto& h) { h.newBolt("b"), h.newAnnex("n"); }, std::move(options));
+  Sv::Session &x = other.open("x"), &y = other.open("y"), &z = other.open("z");
+  in(y).boltDel("b");
+  in(z).annexDel("n");
+  in(x).newAnnex("m")->favouriteIs(in(x).bolt("b"));
+  in(x).annex("n")->u32Is(1);
+  in(x).u32Is(7);
+  x.commit();
+  EXPECT_EQ(in(y).u32(), 7u);
+  EXPECT_FALSE(in(y).annex("m"));
+  EXPECT_EQ(in(z).u32(), 7u);
+  EXPECT_FALSE(in(z).annex("n"));
+}
+
+// Nor anything, if it needs what is left out.
+TEST_F(Commits, AutomaticUpdatesAreWhole) {
+  Sv::Options options;
+  options.automaticUpdate = Sv::AutomaticUpdate::revertOnConflict;
+  Device other({}, std::move(options));
+  Sv::Session &x = other.open("x"), &y = other.open("y");
+  in(y).newGear("g", 1, Plant::Size(), Plant::Grade::raw)->newPin("p");
+  std::string const edits = linesOf(y.differences());
+  in(x).favouriteIs(in(x).newGear("g", 2, Plant::Size(), Plant::Grade::raw)->newPin("p"));
+  x.commit();
+  EXPECT_EQ(y.conflicts().size(), 1u);
+  EXPECT_EQ(linesOf(y.differences()), edits);
+  EXPECT_FALSE(in(y).favourite());
 }
 
 // --- Sessions ---
@@ -540,6 +610,27 @@ TEST_F(Commits, AStartRestoresTheNewestState) {
     s.clear();
     EXPECT_EQ(in(s).u32(), 0u);
     EXPECT_TRUE(in(s).bolt("factory"));
+  }
+}
+
+// An owner that does not call `poll` gets snapshots, too, later than others.
+TEST_F(Commits, TakeTheSnapshotThatPollDidNotTake) {
+  for (bool const polls : {true, false}) {
+    Sv::MemoryStore store;
+    Sv::Options options;
+    options.store = &store;
+    options.snapshotEvery = 3;
+    Device other({}, options);
+    Sv::Session& s = other.open("s");
+    std::string taken;
+    for (unsigned n = 1; n <= 13; ++n) {
+      in(s).u32Is(n);
+      s.commit();
+      if (polls) other.service->poll();
+      auto const snapshot = store.snapshotAt(100);
+      taken += std::to_string(snapshot ? snapshot->number : 0) + " ";
+    }
+    EXPECT_EQ(taken, polls ? "0 0 3 3 3 6 6 6 9 9 9 12 12 " : "0 0 0 0 0 6 6 6 6 6 6 12 12 ");
   }
 }
 

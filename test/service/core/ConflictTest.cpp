@@ -266,6 +266,20 @@ TEST_F(Conflicts, WhatIsKeptKeepsWhatItPointsAt) {
   expect(before, deletes, changes, conflict, gone, kept);
 }
 
+// So on along a chain of pointers.
+TEST_F(Conflicts, WhatIsKeptKeepsAChain) {
+  Edit const chain = [](auto& h) {
+    for (char const* name : {"a", "b", "c", "d"}) h.newBolt(name);
+    h.bolt("a")->peerIs(h.bolt("b"));
+    h.bolt("b")->peerIs(h.bolt("c"));
+    h.bolt("c")->peerIs(h.bolt("d"));
+  };
+  Edit const point = [](auto&h) { h.favouriteIs(h.bolt("a")); }, drop = [](auto&h) { h.boltDelAll(); };
+  Edit const all = [](auto&h) { EXPECT_EQ(h.bolts(), 4u); }, none = [](auto&h) { EXPECT_EQ(h.bolts(), 0u); };
+  expect(chain, point, drop, "hall.favourite existence -> hall.bolt/a\n", all, none);
+  expect(chain, drop, point, "hall.favourite existence -> hall.bolt/a\n", none, all);
+}
+
 void setHistory(Plant::Hall& h, std::string const& items) {
   h.historyDelAll();
   for (char c : items) h.historyEnq(Kel::String8(std::string(1, c)));
@@ -297,6 +311,8 @@ TEST_F(Conflicts, InsertionsAtOnePlace) {
   // At the edge of what the other removed.
   expectNone(history("abcd"), history("aXbcd"), history("acd"), hasHistory("aXcd"));
   expectNone(history("abcd"), history("acd"), history("abXcd"), hasHistory("aXcd"));
+  expectNone(history("abcd"), history("acd"), history("aXbcd"), hasHistory("aXcd"));
+  expectNone(history("abcd"), history("abXcd"), history("acd"), hasHistory("aXcd"));
 }
 
 TEST_F(Conflicts, ItemsOfAQueue) {
@@ -432,6 +448,83 @@ TEST_F(Settling, OfSeveralNodesByTheirEntity) {
 }
 
 // --- The example of the draft ---
+
+// What was settled before a commit does not settle a later conflict with the same content.
+TEST_F(Settling, EndsWithACommit) {
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  session->resolve(pathIn(session->tree(), "hall.u32"), Sv::Side::session);
+  session->commit();
+  otherCommits(3);
+  mine().u32Is(5);
+  EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), 1u);
+}
+
+// Nor one before the session was cleared. An update of a path alone forgets nothing.
+TEST_F(Settling, EndsWhenTheSessionIsCleared) {
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  Sv::Path const u32 = pathIn(session->tree(), "hall.u32");
+  session->resolve(u32, Sv::Side::session);
+  session->clear();
+  otherCommits(4);
+  session->update(Mode::preferRunning, u32);
+  otherCommits(3);
+  mine().u32Is(5);
+  EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), 1u);
+}
+
+// The side of an entity holds for what comes into conflict below it later.
+TEST_F(Settling, OfAnEntityHoldsBelowIt) {
+  prepare([](auto& h) { h.newBolt("a"), h.newBolt("b"); }, [](auto& h) { h.bolt("a")->torqueIs(1); },
+          [](auto& h) { h.boltDel("a"), h.boltDel("b"); });
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  session->resolve(pathIn(session->tree(), "hall.bolt/a"), Sv::Side::session);
+  mine().bolt("a")->peerIs(mine().bolt("b"));
+  EXPECT_EQ(linesOf(session->conflicts()), "");
+  session->commit();
+  EXPECT_EQ(device->hall()->bolt("a")->peer().ptr(), device->hall()->bolt("b").ptr());
+}
+
+// A pointer was settled for running before the session deleted what holds it.
+TEST_F(Settling, APointerInWhatIsDeletedGoesWithIt) {
+  prepare([](auto& h) { h.newBolt("b"), h.newAnnex("n"); }, [](auto& h) { h.boltDel("b"); },
+          [](auto& h) { h.annex("n")->favouriteIs(h.bolt("b")); });
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  Sv::Path const annex = path("hall.annex/n");
+  session->resolve(path("hall.annex/n.favourite"), Sv::Side::running);
+  mine().annexDel("n");
+  EXPECT_EQ(session->conflicts().size(), 1u);
+  session->edited(annex);
+  session->commit();
+  EXPECT_FALSE(mine().annex("n"));
+  EXPECT_FALSE(device->hall()->annex("n"));
+}
+
+// What is discarded has to be reported again before an edit settles it.
+TEST_F(Settling, EndsWithADiscard) {
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  session->discard(path());
+  mine().u32Is(4);
+  EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), 1u);
+}
+
+TEST_F(Settling, ByAllKnownNodesAndANewOne) {
+  prepare([](auto& h) { h.newBolt("b"); }, [](auto& h) { h.bolt("b")->torqueIs(1); }, [](auto& h) { h.boltDel("b"); });
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  mine().bolt("b")->lockedIs(true);
+  EXPECT_EQ(session->conflicts().size(), 1u) << "the node that was reported has not been edited";
+  mine().bolt("b")->torqueIs(2);
+  EXPECT_EQ(session->conflicts().size(), 0u);
+}
+
+// A refusal settles nothing: the pointer in conflict is listed again.
+TEST_F(Settling, IsRefusedWhole) {
+  prepare([](auto& h) { h.newBolt("b"), h.newAnnex("n"); }, [](auto& h) { h.boltDel("b"), h.annexDel("n"); },
+          [](auto& h) { h.annex("n")->favouriteIs(h.bolt("b")); });
+  EXPECT_EQ(session->conflicts().size(), 2u);
+  EXPECT_THROW(session->resolve(Sv::parsePath(device->running, "hall.annex/n.favourite"), Sv::Side::running),
+               Sv::Error);
+  EXPECT_EQ(session->conflicts().size(), 2u);
+}
 
 TEST_F(Conflicts, TheWorkedExample) {
   Edit const before = [](auto& h) {

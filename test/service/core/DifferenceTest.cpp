@@ -1,4 +1,8 @@
 // Differences between two trees, what carrying them out makes, and their bytes.
+#include <limits>
+
+#include "Kel/ChangeJournal.h"
+#include "Panel.h"
 #include "service/core/Device.h"
 
 namespace {
@@ -55,6 +59,24 @@ TEST_F(Differences, AnEntityMadeAnewWithTheSameContentIsNone) {
   hall->gearDel("g");
   hall->newGear("g", 4, Plant::Size(), Plant::Grade::raw)->wearIs(1);
   EXPECT_EQ(lines(), "changed hall.gear/g\n") << "other constructor parameters";
+}
+
+TEST_F(Differences, AnEntityMadeAnewIsComparedToItsDepths) {
+  hall->newAnnex("n")->newBolt("b")->torqueIs(1);
+  session.commit();
+  hall->annexDel("n");
+  hall->newAnnex("n")->newBolt("b")->torqueIs(2);
+  EXPECT_EQ(lines(), "changed hall.annex/n.bolt/b.torque: 1.0 -> 2.0\n");
+}
+
+TEST_F(Differences, MoreChangesThanAJournalKeeps) {
+  Sv::Session& other = device.open("other");
+  unsigned const count = Kel::ChangeJournal::maxEntries + 100;
+  for (unsigned n = 0; n < count; ++n) hallOf(other.tree())->newSlot(static_cast<Kel::S32>(n));
+  other.commit();
+  EXPECT_EQ(session.differencesInRunning().size(), count);
+  EXPECT_EQ(session.differencesFromRunning().size(), count);
+  EXPECT_EQ(lines(), "");
 }
 
 TEST_F(Differences, QueuesAreAligned) {
@@ -120,6 +142,45 @@ TEST_F(Differences, APointerAtAnItemOfOtherContent) {
   EXPECT_EQ(step(*device.hall())->text(), "b");
   EXPECT_EQ(device.hall()->anything().ptr(), step(*device.hall()).ptr());
   EXPECT_EQ(exportOf(session.ancestor()), exportOf(session.tree()));
+}
+
+// Items without parameters are aligned by their contents, in which two pointers may have one text and lead to different
+// items. The pointers inside them are compared, too.
+TEST(DifferencesOfItems, PointersInItemsWithoutParameters) {
+  Kel::Dir::Ptr const top = Kel::dirFactory("");
+  std::vector<std::string> const roots{"board"};
+  auto const make = [&](char const* name, std::vector<char const*> const& titles) {
+    Kel::Dir::Ptr const dir(new Kel::Dir(name, top.ptr()));
+    auto const board = Kel::ptrCast<Panel::Board>(dir->newEntity("Panel::Board", "board"));
+    for (char const* title : titles) board->buttonEnq(title);
+    board->lampEnq()->showsIs(board->buttonIterator().value());
+    return Sv::Tree{dir, &roots};
+  };
+  Sv::Tree const from = make("from", {"b"}), to = make("to", {"a", "b"});
+  std::vector<Sv::Difference> const list = Sv::differences(from, to);
+  EXPECT_EQ(linesOf(list),
+            "created board.button at 0: [{\"title\":\"a\"}]\n"
+            "changed board.lamp/0.shows: \"board.button/0\" -> \"board.button/0\"\n");
+  Sv::carryOut(list, from);
+  auto const board = Kel::ptrCast<Panel::Board>(from.dir->entity("board"));
+  EXPECT_EQ(board->lampIterator().value()->shows()->title(), "a");
+  EXPECT_EQ(linesOf(Sv::differences(from, to)), "");
+}
+
+// A NaN among the constructor parameters is the same NaN in both trees.
+TEST_F(Differences, AParameterThatIsANaN) {
+  double const nan = std::numeric_limits<double>::quiet_NaN();
+  hall->readingEnq(nan);
+  hall->newPlate("p", std::numeric_limits<float>::quiet_NaN());
+  session.commit();
+  EXPECT_EQ(linesOf(Sv::differences(session.ancestor(), session.tree())), "");
+  hall->readingIterator().value()->noteIs("n");
+  hall->plate("p")->textIs("t");
+  hall->readingEnq(1);
+  EXPECT_EQ(lines(),
+            "changed hall.plate/p.text: \"\" -> \"t\"\n"
+            "changed hall.reading/0.note: \"\" -> \"n\"\n"
+            "created hall.reading at 1: [{\"value\":1.0}]\n");
 }
 
 // A member whose key and value are made again with what holds them.

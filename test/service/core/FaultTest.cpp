@@ -172,7 +172,7 @@ void prepare(RandomDevice& device) {
   hall->watchedIs(1, jobs[0]);
   for (auto const& [place, target] :
        {std::pair("hall.neighbour", "hall.annex/late"), std::pair("hall.bolt/hooked.peer", "hall.annex/late.bolt/b"),
-        std::pair("hall.chosen/waits", "hall.bolt/late")})
+        std::pair("hall.job/1.about", "hall.annex/late"), std::pair("hall.chosen/waits", "hall.bolt/late")})
     device.mine.pending().add({pathIn(tree, place), target, target, "there is no such entity"});
 }
 
@@ -190,7 +190,9 @@ Named edit(std::string const& name, std::vector<std::string> const& lines, Sv::E
 std::vector<Named> const edits = [] {
   std::vector<Named> all;
   for (char const* line : {
+           "set hall annex late",
            "set hall annex late bolt b torque 3",
+           "set hall annex early bolt hooked torque 3",
            "set hall bolt late",
            "set hall bolt hooked torque 2",
            "set hall gear edited teeth 9",
@@ -380,6 +382,7 @@ TEST(ServiceFaults, TheStore) {
   FailingStore store;
   Sv::Options options;
   options.store = &store;
+  options.snapshotEvery = 1;
   Device device({}, options);
   Sv::Session& s = device.open("s");
   hallOf(s.tree())->u32Is(4);
@@ -399,6 +402,8 @@ TEST(ServiceFaults, TheStore) {
   steps = {0, 0, false};
   EXPECT_EQ(s.commitCancel().reports, std::vector<std::string>{"fault"});
   EXPECT_EQ(device.hall()->u32(), 4u);
+  device.service->poll();
+  EXPECT_FALSE(store.snapshotAt(100)) << "a snapshot of what the store does not have";
   EXPECT_EQ(s.commit().number, 4u);
   ASSERT_EQ(store.read(1).size(), 4u);
   EXPECT_EQ(store.read(3).front().kind, Sv::CommitKind::undone);

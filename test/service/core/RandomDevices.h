@@ -48,6 +48,9 @@ inline void mutate(Sv::Tree const& tree, Generator& generator, unsigned times, b
   for (Kel::Entity* root : rootsOf(tree)) dropOrphans(*root);
 }
 
+// In some devices, one number in so many is a NaN.
+inline unsigned nansOf(unsigned seed) { return seed % 3 == 2 ? 5 : 0; }
+
 // The same seed makes the same device and the same edits.
 struct RandomDevice : Device {
   Sv::Session& mine;
@@ -58,12 +61,14 @@ struct RandomDevice : Device {
       : Device([&](Plant::Hall&) {
           static std::vector<std::string> const roots{"hall", "sys/annex"};
           Generator generator(seed);
+          generator.nans = nansOf(seed);
           fill({running, &roots}, generator, items);
         }),
         mine(open("mine")),
         theirs(open("theirs")) {
     if (!edits) return;
     Generator first(seed * 2 + 1), second(seed * 2 + 2);
+    first.nans = second.nans = nansOf(seed);
     mutate(mine.tree(), first, 1 + seed % 7, items);
     mutate(theirs.tree(), second, 1 + seed % 5, items);
   }

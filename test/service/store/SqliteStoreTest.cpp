@@ -1,6 +1,7 @@
 #include "service/SqliteStore.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -261,6 +262,26 @@ TEST(SqliteStore, NoticesDamage) {
   EXPECT_NE(failure([&] { SqliteStore store(file); }).find("there were commits"), std::string::npos);
   std::cout << files << " damaged files, " << noticed << " of them refused, the rest whole\n";
   EXPECT_GT(noticed, files / 2);
+}
+
+// The file is whole for SQLite, but what it says of its last commit was changed.
+TEST(SqliteStore, NoticesAChangedEnd) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.path() / "store";
+  for (char const* change : {"UPDATE ends SET last = 9", "UPDATE ends SET dropped = 3"}) {
+    std::filesystem::remove(file);
+    std::filesystem::remove(file + ".mark");
+    fill(file, 10);
+    std::filesystem::remove(file + ".mark");
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, change, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    EXPECT_NE(failure([&] { SqliteStore store(file); }).find("damaged"), std::string::npos) << change;
+    SqliteStore::recover(file);
+    SqliteStore store(file);
+    expectWhole(store, 10);
+  }
 }
 
 // The largest size of a file stands for a disk that is full; afterwards there is room again.

@@ -193,4 +193,19 @@ TEST(Commands, AnswerWhatTheyDid) {
   EXPECT_EQ(world.dump(world.src), before);
 }
 
+// A refusal takes back its own command, not what was edited between two refusals.
+TEST(Commands, ARefusalTakesBackNothingElse) {
+  World world;
+  auto const hall = World::hall(world.src);
+  PendingReferences pending;
+  Editor editor(world.src, pending);
+  std::string const refused = "set hall annex a tags 1 '{\"id\": 2}'";
+  EXPECT_NE(refusal([&] { editor.apply(refused); }), "taken");
+  EXPECT_FALSE(hall->annex("a"));
+  hall->newAnnex("a")->u32Is(7);
+  EXPECT_NE(refusal([&] { editor.apply(refused); }), "taken");
+  ASSERT_TRUE(hall->annex("a"));
+  EXPECT_EQ(hall->annex("a")->u32(), 7U);
+}
+
 }  // namespace

@@ -187,6 +187,7 @@ TEST(JsonTree, HoldsEveryPossibleTarget) {
   std::vector<std::string> const lines = commands(path("hall"), json);
   for (bool const byCommands : {false, true}) {
     Kel::Dir::Ptr const made = world.dir(byCommands ? "first" : "second");
+    World::hall(made)->favouriteIs(World::hall(made)->newAxle("axle"));  // and is to lead nowhere
     PendingReferences pending;
     ImportOptions options;
     options.pending = &pending;
