@@ -18,9 +18,24 @@ std::string findingsText(std::string const& what, Service::CheckError const& e) 
   return text;
 }
 
+// Lets the checks know the references that were typed and lead nowhere. Those to something that was deleted are not
+// null, and the checks find them.
+void reportPending(Context& context) {
+  Service::PendingReferences& found = context.session().pending();
+  found.clear();
+  Service::PendingReferences const typed = context.typedPending();
+  for (Service::PendingReference const& reference : typed.list()) {
+    Service::Place const place = Service::locate(context.base(), reference.place);
+    bool const single = place.there() && place.attr && place.attr->isPtr() && !place.attr->isCollection();
+    if (single && Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id())) continue;
+    found.add(reference);
+  }
+}
+
 // Runs an operation that may be refused. Conflicts are shown; a refusal by the checks is an error.
 template <class Action>
 Outcome refusable(Context& context, char const* what, Action const& action) {
+  reportPending(context);
   try {
     action();
     return Outcome::ok;

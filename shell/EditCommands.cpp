@@ -18,12 +18,21 @@ std::vector<std::string> commandWords(std::string const& command, Arguments cons
   return words;
 }
 
+// What was made and leads nowhere: a key may name something that is not there.
+std::string nowhereText(Context& context, Service::Applied const& applied) {
+  std::vector<std::string> names;
+  if (!applied.created.empty())
+    for (Service::PendingReference const& reference : context.pending().within(applied.created.front()))
+      names.push_back(shown(reference.target));
+  return names.empty() ? "" : "; not there yet: " + listed(names);
+}
+
 Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Session& session = context.session();
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
   session.edited(applied.path);
-  context.out << shown(applied.text) << "\n";
+  context.out << shown(applied.text) << nowhereText(context, applied) << "\n";
   return Outcome::ok;
 }
 
