@@ -118,7 +118,7 @@ std::vector<CheckError::Finding> Service::Impl::findings(Session::Impl& session,
   }
   if (!all.empty()) return all;  // what is missing cannot be looked at
   for (PendingReference const& reference : session.pending.list())
-    all.push_back({reference.place, "'" + reference.target + "' " + reference.reason});
+    all.push_back({reference.place, "'" + reference.target + "': " + reference.reason});
   Dangling dangling(session.tree);
   auto const marks = session.runningFrom.changes(treeAt(running), session.tree);
   if (marks) {
