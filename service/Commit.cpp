@@ -181,6 +181,7 @@ void Service::Impl::copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
   handler->copiedIs("commit");
   ec->handlerIs(handler);
   ec->attributeEditLogIs(log ? log : Cli::Session::attributeEditLogFactory());
+  ec->attributeEditBypassCheckerIs(manager->attributeEditBypassTable());
   for (std::string const& path : rootPaths)
     if (Entity::PtrConst const root = Kel::Dir::PtrConst(src)->entity(Kel::String8(path)))
       ec->srcCopyRootIs(root, true);
