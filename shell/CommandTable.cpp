@@ -68,7 +68,8 @@ std::vector<Command> const& commandTable() {
       {files, "export [PATH] [--json | --commands]", "print the configuration as JSON or commands", exportTree},
 
       {engine, "explain PATH", "root, type, handler and filter of a place", explain},
-      {engine, "show edits [by path]", "the edits that filling the session made, by attribute or by path", showEdits},
+      {engine, "show edits [by path]", "what the session's commits wrote into running, by attribute or by path",
+       showEdits},
       {engine, "replace", "fill the session from running again; its edits are lost", replace},
       {engine, "bypass (on | off)", "keep deletions of what holds only defaults out of the edits", bypass},
       {engine, "debug edit [EDIT ATTRIBUTE ACTION [PLACE]]", "trace an edit when it is made; alone: what is traced",

@@ -73,6 +73,12 @@ namespace {
 // Copies an entity to another key: its content, and the pointers to it and below it.
 void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Service::PendingReferences& pending) {
   Kel::Entity::Ptr const entity = Service::entityAt(tree.dir, from);
+  Service::ExportOptions all;
+  all.pending = &pending;
+  Service::ImportOptions options;
+  options.pending = &pending;
+  Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
+  // The copy is there now, and where the entity pointed at itself, the copy points at the entity: that is changed too.
   std::vector<std::pair<Path, std::string>> pointers;
   for (Path const& pointer : Service::referencesTo(tree.dir, *entity)) {
     Service::Place const place = Service::locate(tree.dir, pointer);
@@ -81,17 +87,12 @@ void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Serv
     std::string const old = from.text();
     if (target.compare(0, old.size(), old) == 0) pointers.emplace_back(pointer, to.text() + target.substr(old.size()));
   }
-  Service::ExportOptions all;
-  all.pending = &pending;
-  Service::ImportOptions options;
-  options.pending = &pending;
-  Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
   Service::Editor editor(tree.dir, pending);
   for (auto const& [pointer, target] : pointers) {
     std::vector<std::string> words = pointer.words();
     words.insert(words.begin(), "set");
     words.push_back(target);
-    if (!pointer.isWithin(from)) editor.apply(words);
+    editor.apply(words);
   }
   editor.remove(from);
 }

@@ -117,6 +117,10 @@ TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
   EXPECT_NE(std::string::npos, result.output.find("PORT|Ethernet1")) << result.output;
   EXPECT_EQ(2, run(CLI_SESSION " /nonexistent.json").status);
   EXPECT_EQ(2, run(CLI_SESSION " /").status);
+  run("truncate -s 65M " + file);
+  Result const big = run(CLI_SESSION " " + file + " -c help");
+  EXPECT_EQ(2, big.status);
+  EXPECT_NE(std::string::npos, big.output.find("is bigger than")) << big.output;
   // Not "0 entries": files of another form.
   for (char const* text : {"", " ", "[]", "7", "\"text\"", "{\"interfaces\": {\"eth0\": {}}}", "hostname leaf\n"})
     EXPECT_EQ(2, run(CLI_SESSION " " + dir.write("x.json", text).string() + open + " -c compare").status) << text;
@@ -135,6 +139,18 @@ TEST(CliSession, FoldsRemarksOfOneKind) {
   // The text of each is kept.
   Result const references = run(CLI_SESSION " " + file + open + " -c 'show references'");
   EXPECT_NE(std::string::npos, references.output.find("network/vlans.vlan/Vlan1: there is no"));
+}
+
+// A debug action that comes after a session was opened is that session's as well.
+TEST(CliSession, TracesAnEditOfAnOpenSession) {
+  std::string const program = CLI_SESSION " --quiet " + sample + change;
+  std::string const debug = " -c 'debug edit set ConfigDb::Port::mtu ";
+  Result const traced = run(program + debug + "trace' -c commit");
+  EXPECT_NE(std::string::npos, traced.output.find("ConfigDb::Port::mtu set triggered")) << traced.output;
+  Result const not_ = run(program + debug + "trace'" + debug + "none' -c commit");
+  EXPECT_EQ(std::string::npos, not_.output.find("triggered")) << not_.output;
+  Result const off = run(program + " -c 'trace CliSession/0-9' -c 'trace off' -c commit");
+  EXPECT_EQ(std::string::npos, off.output.find("handleEntity")) << off.output.substr(0, 1000);
 }
 
 TEST(CliSession, KeepsCommitsInItsStateDirectory) {
