@@ -27,8 +27,8 @@ void reportPending(Context& context) {
   Service::PendingReferences const typed = context.typedPending();
   for (Service::PendingReference const& reference : typed.list()) {
     Service::Place const place = Service::locate(context.base(), reference.place);
-    bool const single = place.there() && place.attr && place.attr->isPtr() && !place.attr->isCollection();
-    if (single && Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id())) continue;
+    bool const pointer = place.there() && place.attr && place.attr->isPtr();
+    if (pointer && Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key)) continue;
     found.add(reference);
   }
 }

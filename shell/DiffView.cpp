@@ -49,7 +49,8 @@ class Lines {
       case DifferenceKind::deleted: return whole('-', name + pointersTo(difference), difference.before, depth);
       default: break;
     }
-    if (difference.before.is_object() || difference.after.is_object()) {
+    auto const isEntity = [](Json const& content) { return content.is_object() && !isBytes(content); };
+    if (isEntity(difference.before) || isEntity(difference.after)) {
       whole('-', name, difference.before, depth);
       whole('+', name, filled(difference), depth);
       return;
@@ -105,7 +106,8 @@ class Lines {
   }
 
   void whole(char mark, std::string const& name, Json const& content, std::size_t depth) {
-    if (!content.is_structured()) return line(mark, depth, name + (content.is_null() ? "" : ": " + oneLine(content)));
+    if (!content.is_structured() || isBytes(content))
+      return line(mark, depth, name + (content.is_null() ? "" : ": " + oneLine(content)));
     line(mark, depth, name);
     for (std::string const& each : contentLines(content)) line(mark, depth + 1, each);
   }

@@ -61,6 +61,23 @@ TEST(CliSession, SaysTheLineOfAScriptThatFails) {
   EXPECT_EQ(2, run(CLI_SESSION " " + sample + " --script /nowhere").status);
 }
 
+TEST(CliSession, SaysThatEditsAreLost) {
+  std::string const lost = "1 edit is lost: there was no commit\n";
+  std::string const program = CLI_SESSION " --quiet " + sample + change;
+  EXPECT_NE(std::string::npos, run(program).output.find(lost));
+  EXPECT_NE(std::string::npos, run(program + " -c nonsense").output.find(lost));
+  EXPECT_EQ(std::string::npos, run(program + " -c commit").output.find("lost"));
+}
+
+// A word of a megabyte is not repeated as a whole.
+TEST(CliSession, CutsWhatNobodyWouldRead) {
+  Tests::TemporaryDir const dir;
+  std::string const script = dir.write("script", "session open s\nshow " + std::string(1U << 20U, 'x') + "\n").string();
+  Result const result = run(CLI_SESSION " --quiet " + sample + " --script " + script);
+  EXPECT_EQ(2, result.status);
+  EXPECT_GT(2000U, result.output.size());
+}
+
 TEST(CliSession, SaysThatItsOutputIsLost) {
   std::string const program = CLI_SESSION " --quiet " + sample;
   Result const lost = run(program + open + " >/dev/full");
