@@ -377,6 +377,30 @@ TEST_F(Session, KeepsALogOfWhatChanged) {
   EXPECT_EQ(world.dump(ancestor), world.dump(world.src));
 }
 
+// Counts the edits that it is shown.
+struct Checking : S::AttributeEditBypassTable {
+  Checking() : AttributeEditBypassTable("checking") {}
+  bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
+                              GenericIf::PtrConst const&) override {
+    ++edits;
+    return false;
+  }
+  int edits = 0;
+};
+
+TEST_F(Session, ShowsTheCheckerTheEditsOfBothCopies) {
+  replace(world.src);
+  auto const checking = Kel::Ptr<Checking>(new Checking);
+  status->attributeEditBypassTableIs(checking);
+  for (bool const logs : {false, true}) {
+    change->logAttributeEditsIs(logs);
+    src->u8Is(src->u8() + 1);
+    checking->edits = 0;
+    replace(world.src);
+    EXPECT_EQ(checking->edits, 2);
+  }
+}
+
 TEST_F(Session, UsesTheBypassTableAndTheInHandlerTable) {
   change->logAttributeEditsIs(true);
   auto const table = S::attributeEditBypassTableFactory("bypass");
@@ -522,6 +546,7 @@ struct Later : S::EntityCopyGlobalSessionHandler {
   bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
                     Kel::String path) override {
     EXPECT_EQ(ec->ancestor(), ec->src());
+    EXPECT_TRUE(ec->attributeEditLog());
     auto const handler = Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler());
     for (char const* attr : {"u8", "favourite", "bolt"}) handler->postAttributeCopyEnq(dest, src, path, attr);
     return false;
@@ -547,17 +572,6 @@ TEST_F(Session, CopiesWhatWasPutOff) {
 }
 
 // --- The clean configuration ---
-
-// Counts the edits that it is shown.
-struct Checking : S::AttributeEditBypassTable {
-  Checking() : AttributeEditBypassTable("checking") {}
-  bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
-                              GenericIf::PtrConst const&) override {
-    ++edits;
-    return false;
-  }
-  int edits = 0;
-};
 
 TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   Kel::Dir::Ptr const clean(new Kel::Dir("clean", world.root.ptr()));
