@@ -111,6 +111,15 @@ TEST(CliSession, TakesTheFlatForm) {
   EXPECT_NE(std::string::npos, shown.output.find("2 entries of 2 tables loaded")) << shown.output;
 }
 
+// A file is a tree only if all of it is: a name of a root beside tables is passed by with a remark.
+TEST(CliSession, TakesAFileWithTablesForNoTree) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", R"({"PORT": {"Ethernet0": {}}, "network": {}})").string();
+  Result const result = run(CLI_SESSION " " + file + " -c 'session list'");
+  EXPECT_EQ(0, result.status);
+  EXPECT_NE(std::string::npos, result.output.find("1 entry of 1 table loaded, 1 remark")) << result.output;
+}
+
 TEST(CliSession, ComparesTwoFiles) {
   Tests::TemporaryDir const dir;
   std::string const a = dir.write("a.json", R"({"PORT": {"Ethernet0": {"mtu": "1500"}}})").string();
@@ -145,6 +154,9 @@ TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
 
 TEST(CliSession, FoldsRemarksOfOneKind) {
   Tests::TemporaryDir const dir;
+  std::string const two = R"({"VLAN_MEMBER": {"Vlan1|Ethernet0": {}, "Vlan1|Ethernet1": {}}})";
+  Result const pair = run(CLI_SESSION " " + dir.write("two.json", two).string() + " -c 'session list'");
+  EXPECT_NE(std::string::npos, pair.output.find("and 1 place more")) << pair.output;
   std::string members;
   for (int i = 0; i < 500; ++i) members += (i ? ", " : "") + ("\"Vlan1|Ethernet" + std::to_string(i)) + "\": {}";
   std::string const file = dir.write("x.json", "{\"VLAN_MEMBER\": {" + members + "}}").string();
