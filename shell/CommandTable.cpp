@@ -61,8 +61,7 @@ std::vector<Command> const& commandTable() {
       {running, "show commit NUMBER [as (tree | commands | json)]", "what a commit changed", showCommit},
       {running, "diff NUMBER (NUMBER2 | running) [as (tree | commands | json)]", "what differs between two commits",
        diffCommits},
-      {running, "rollback NUMBER", "make the session as running was after commit NUMBER, to be committed",
-       rollback},
+      {running, "rollback NUMBER", "make the session as running was after commit NUMBER, to be committed", rollback},
 
       {files, "load (merge | replace) FILE [PATH]", "take a file's configuration into the session", load},
       {files, "save FILE [as (json | commands)]", "write the session's configuration to a file", save},
