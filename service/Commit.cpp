@@ -118,7 +118,7 @@ std::vector<CheckError::Finding> Service::Impl::findings(Session::Impl& session,
   }
   if (!all.empty()) return all;  // what is missing cannot be looked at
   for (PendingReference const& reference : session.pending.list())
-    all.push_back({reference.place, "'" + reference.target + "' " + reference.reason});
+    all.push_back({reference.place, "'" + reference.target + "': " + reference.reason});
   Dangling dangling(session.tree);
   auto const changed = session.runningFrom.changedSince(treeAt(running), session.tree);
   if (changed) {
@@ -181,6 +181,7 @@ void Service::Impl::copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
   handler->copiedIs("commit");
   ec->handlerIs(handler);
   ec->attributeEditLogIs(log ? log : Cli::Session::attributeEditLogFactory());
+  ec->attributeEditBypassCheckerIs(manager->attributeEditBypassTable());
   for (std::string const& path : rootPaths)
     if (Entity::PtrConst const root = Kel::Dir::PtrConst(src)->entity(Kel::String8(path)))
       ec->srcCopyRootIs(root, true);

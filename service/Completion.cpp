@@ -1,5 +1,6 @@
 // Completion of words.
 #include <algorithm>
+#include <set>
 
 #include "service/ModelHooks.h"
 #include "service/Targets.h"
@@ -197,6 +198,9 @@ class Completer {
     gathering.found().hint = attr.keyIsPtr() ? withArticle(*attr.keyType()) : "a new key: " + keyHint(attr);
     addKeyParts(attr, begun, gathering.found());
     if (attr.keyIsPtr()) addTargets(*attr.keyType(), begun, gathering.found());
+    // A reference may be called as its target.
+    if (attr.isPtr() && attr.keyType() == Kel::TypeOf<Kel::Name>::type())
+      addTargets(*attr.type(), begun, gathering.found());
     if (attr.keyType()->isEnum())
       for (std::string const& word : valueWords(*attr.keyType())) addOnce(gathering, word);
     return std::move(gathering.found());
@@ -294,11 +298,14 @@ class Completer {
     });
     std::sort_heap(targets.begin(), targets.end(), less);
     std::size_t const count = targets.size();
+    std::set<std::string> known;  // members that are there
+    for (Candidate const& each : found.list) known.insert(each.word);
     for (std::size_t i = 0; i < count; ++i) {
       bool const shared = (i > 0 && targets[i - 1].name == targets[i].name) ||
                           (i + 1 < count && targets[i + 1].name == targets[i].name) || targets[i].name.empty();
       std::string const path = targetText(*targets[i].entity, *base_);
-      found.list.push_back({shared ? path : std::string(targets[i].name), shared ? "" : path});
+      std::string const word = shared ? path : std::string(targets[i].name);
+      if (!known.count(word)) found.list.push_back({word, shared ? "" : path});
     }
     if (count == 0 && begun.find_first_of("/.") != std::string::npos)
       for (Candidate& candidate : dotted(begun).list) found.list.push_back(std::move(candidate));

@@ -2,6 +2,7 @@
 #include "CommandTable.h"
 #include "TextTable.h"
 #include "Words.h"
+#include "service/JsonTree.h"
 
 namespace Shell {
 
@@ -18,9 +19,24 @@ std::string findingsText(std::string const& what, Service::CheckError const& e) 
   return text;
 }
 
+// Lets the checks know the references that were typed and lead nowhere. Those to something that was deleted are not
+// null, and the checks find them.
+void reportPending(Context& context) {
+  Service::PendingReferences& found = context.session().pending();
+  found.clear();
+  Service::PendingReferences const typed = context.typedPending();
+  for (Service::PendingReference const& reference : typed.list()) {
+    Service::Place const place = Service::locate(context.base(), reference.place);
+    bool const pointer = place.there() && place.attr && place.attr->isPtr();
+    if (pointer && Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key)) continue;
+    found.add(reference);
+  }
+}
+
 // Runs an operation that may be refused. Conflicts are shown; a refusal by the checks is an error.
 template <class Action>
 Outcome refusable(Context& context, char const* what, Action const& action) {
+  reportPending(context);
   try {
     action();
     return Outcome::ok;
@@ -113,6 +129,17 @@ Outcome update(Context& context, Arguments const& arguments) {
   });
 }
 
+namespace {
+
+// Whether a pointer that led nowhere still does.
+bool stillNowhere(Context& context, Service::PendingReference const& reference) {
+  Service::Place const place = Service::locate(context.base(), reference.place);
+  bool const pointer = place.there() && place.attr && place.attr->isPtr() && !place.attr->isCollection();
+  return pointer && Service::exportAttribute(*place.entity, *place.attr, *context.base()).is_null();
+}
+
+}  // namespace
+
 Outcome discard(Context& context, Arguments const& arguments) {
   bool const all = arguments.words("PATH").empty() && (context.session(), context.at().empty());
   std::size_t gone = 0;
@@ -125,6 +152,9 @@ Outcome discard(Context& context, Arguments const& arguments) {
     gone = context.session().discard(path);
     Service::PendingReferences pending = context.pending();
     pending.erase(path);
+    auto const before = context.pending().within(path);
+    for (auto const& reference : std::vector<Service::PendingReference>(before.begin(), before.end()))
+      if (stillNowhere(context, reference)) pending.add(reference);
     for (auto const& reference : context.device.pending.list())
       if (reference.place.isWithin(path)) pending.add(reference);
     context.refreshPending(pending);
@@ -147,11 +177,8 @@ namespace {
 // The references of running that lead nowhere in the session either.
 Service::PendingReferences stillPending(Context& context) {
   Service::PendingReferences still;
-  for (auto const& reference : context.device.pending.list()) {
-    Service::Place const place = Service::locate(context.base(), reference.place);
-    bool const pointer = place.there() && place.attr && place.attr->isPtr() && !place.attr->isCollection();
-    if (pointer && !Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id())) still.add(reference);
-  }
+  for (auto const& reference : context.device.pending.list())
+    if (stillNowhere(context, reference)) still.add(reference);
   return still;
 }
 

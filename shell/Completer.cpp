@@ -84,7 +84,8 @@ void Completer::addArgument(Options& options, std::string const& argument, std::
   } else if (argument == "WORD") {
     for (Command const& command : commandTable()) {
       std::string const word = texts(splitLine(command.usage).words).front();
-      bool const there = !options.candidates.empty() && options.candidates.back().word == word;
+      bool const there = std::any_of(options.candidates.begin(), options.candidates.end(),
+                                     [&](Candidate const& each) { return each.word == word; });
       if (begins(word, partial) && !there) options.candidates.push_back({word, ""});
     }
     return;

@@ -20,7 +20,15 @@ Service::Session& Context::session() const {
 }
 
 Service::PendingReferences& Context::pending() { return states_[session().name()].pending; }
+Service::PendingReferences& Context::loaded() { return states_[session().name()].loaded; }
 Service::Path& Context::at() { return states_[session().name()].at; }
+
+Service::PendingReferences Context::typedPending() {
+  Service::PendingReferences typed;
+  for (Service::PendingReference const& reference : pending().list())
+    if (!device.pending.find(reference.place) && !loaded().find(reference.place)) typed.add(reference);
+  return typed;
+}
 
 void Context::sessionIs(Service::Session* session) {
   session_ = session;

@@ -49,6 +49,10 @@ class Context {
   // The session's pending references, and the path below which commands work (`edit`).
   Cli::Service::PendingReferences& pending();
   Cli::Service::Path& at();
+  // Those among the pending references that came with a file. They do not keep a commit from being made.
+  Cli::Service::PendingReferences& loaded();
+  // The pending references that were made by edits.
+  Cli::Service::PendingReferences typedPending();
 
   void sessionIs(Cli::Service::Session* session);
   // Forgets the state of a session that has ended.
@@ -67,7 +71,7 @@ class Context {
 
  private:
   struct State {
-    Cli::Service::PendingReferences pending;
+    Cli::Service::PendingReferences pending, loaded;
     Cli::Service::Path at;
   };
   Cli::Service::Session* session_ = nullptr;

@@ -17,11 +17,12 @@ DiffForm formOf(Arguments const& arguments) {
   return arguments.has("json") ? DiffForm::json : DiffForm::tree;
 }
 
-Outcome print(Context& context, std::vector<Difference> const& differences, DiffForm form, std::string const& none) {
+Outcome print(Context& context, std::vector<Difference> const& differences, DiffForm form, std::string const& none,
+              Service::PendingReferences const* waiting = nullptr) {
   if (differences.empty() && form == DiffForm::tree)
     context.out << none << "\n";
   else
-    context.out << diffText(differences, form, context.paint);
+    context.out << diffText(differences, form, context.paint, waiting);
   return differences.empty() ? Outcome::ok : Outcome::differs;
 }
 
@@ -69,20 +70,24 @@ std::vector<Difference> fromSession(Context& context, std::string const& name) {
 
 Outcome showDiff(Context& context, Arguments const& arguments) {
   Service::Session const& session = context.session();
-  DiffForm const form = formOf(arguments);
-  if (arguments.has("running")) return print(context, session.differencesFromRunning(), form, "equal to running");
-  if (arguments.has("clean")) return print(context, fromClean(context), form, "equal to the clean configuration");
+  auto const answer = [&](std::vector<Difference> const& differences, std::string const& none) {
+    return print(context, differences, formOf(arguments), none, &context.pending());
+  };
+  if (arguments.has("running")) return answer(session.differencesFromRunning(), "equal to running");
+  if (arguments.has("clean")) return answer(fromClean(context), "equal to the clean configuration");
   if (arguments.has("SESSION"))
-    return print(context, fromSession(context, arguments.text("SESSION")), form, "both sessions are equal");
-  if (arguments.has("NUMBER")) return print(context, fromCommit(context, arguments.number("NUMBER")), form, "equal");
-  if (arguments.has("FILE")) return print(context, fromFile(context, arguments.text("FILE")), form, "equal");
-  return print(context, session.differences(), form, "no edits");
+    return answer(fromSession(context, arguments.text("SESSION")), "both sessions are equal");
+  if (arguments.has("NUMBER")) return answer(fromCommit(context, arguments.number("NUMBER")), "equal");
+  if (arguments.has("FILE")) return answer(fromFile(context, arguments.text("FILE")), "equal");
+  return answer(session.differences(), "no edits");
 }
 
 namespace {
 
 // "network/ports.port/Ethernet0.mtu: 9100 -> 1500", "network/vlans.vlan/Vlan9: created".
-std::string whereAndHow(Difference const& difference) {
+std::string whereAndHow(Difference const& difference, Service::PendingReferences const& waiting) {
+  if (auto const* const nowhere = difference.after.is_null() ? waiting.find(difference.path) : nullptr)
+    return shown(difference.path.text()) + ": " + waitingText(*nowhere);
   std::string const text = shown(Service::text(difference)), kind = Service::text(difference.kind);
   if (text.compare(0, kind.size() + 1, kind + " ") != 0) return text;
   std::string const rest = text.substr(kind.size() + 1);
@@ -97,7 +102,7 @@ Outcome compare(Context& context, Arguments const&) {
     context.out << "equal\n";
     return Outcome::ok;
   }
-  context.out << "differs at " << whereAndHow(differences.front());
+  context.out << "differs at " << whereAndHow(differences.front(), context.pending());
   if (differences.size() > 1)
     context.out << ", and at " << counted(differences.size() - 1, "place", "places") << " more";
   context.out << "\n";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Context.h"
 #include "JsonText.h"
 #include "Words.h"
 #include "service/Commands.h"
@@ -15,9 +16,26 @@ using Service::Json;
 
 namespace {
 
+// Puts the text of a reference that leads nowhere in the place of the null pointer, in the content of an entity.
+void fill(Json& content, Service::Path const& top, Service::PendingReference const& reference) {
+  Json* at = &content;
+  auto const& steps = reference.place.steps;
+  auto const into = [&](std::string const& name) {
+    at = at->is_object() ? &(*at)[name] : nullptr;
+    return at != nullptr;
+  };
+  for (std::size_t i = top.steps.size(); i < steps.size(); ++i) {
+    if (!steps[i].attr || !into(steps[i].attr->name().str())) return;
+    bool const last = i + 1 == steps.size();
+    if (at->is_null() && !(last && !steps[i].key)) return;
+    if (steps[i].key && !into(steps[i].keyText())) return;
+  }
+  if (at->is_null()) *at = waitingText(reference);
+}
+
 class Lines {
  public:
-  explicit Lines(Paint const& paint) : paint_(paint) {}
+  Lines(Paint const& paint, Service::PendingReferences const* waiting) : paint_(paint), waiting_(waiting) {}
 
   void add(Difference const& difference) {
     std::vector<std::string> path = pieces(difference.path);
@@ -27,14 +45,20 @@ class Lines {
     std::size_t const depth = path.size();
     if (difference.run) return run(difference, name, depth);
     switch (difference.kind) {
-      case DifferenceKind::created: return whole('+', name, difference.after, depth);
-      case DifferenceKind::deleted: return whole('-', name, difference.before, depth);
+      case DifferenceKind::created: return whole('+', name, filled(difference), depth);
+      case DifferenceKind::deleted: return whole('-', name + pointersTo(difference), difference.before, depth);
       default: break;
     }
-    if (difference.before.is_object() || difference.after.is_object()) {
+    auto const isEntity = [](Json const& content) { return content.is_object() && !isBytes(content); };
+    if (isEntity(difference.before) || isEntity(difference.after)) {
       whole('-', name, difference.before, depth);
-      whole('+', name, difference.after, depth);
+      whole('+', name, filled(difference), depth);
       return;
+    }
+    if (auto const* const nowhere =
+            waiting_ && difference.after.is_null() ? waiting_->find(difference.path) : nullptr) {
+      bool const same = difference.before == Json(nowhere->target);
+      return line('~', depth, name + ": " + (same ? "" : oneLine(difference.before) + " -> ") + waitingText(*nowhere));
     }
     line('~', depth, name + ": " + oneLine(difference.before) + " -> " + oneLine(difference.after));
   }
@@ -42,6 +66,29 @@ class Lines {
   std::string const& text() const { return text_; }
 
  private:
+  // The content after the difference, with the references that lead nowhere.
+  Json filled(Difference const& difference) const {
+    Json content = difference.after;
+    if (waiting_ && content.is_object())
+      for (Service::PendingReference const& reference : waiting_->within(difference.path))
+        fill(content, difference.path, reference);
+    return content;
+  }
+
+  // What still points at something that was deleted.
+  std::string pointersTo(Difference const& difference) const {
+    if (!waiting_ || !difference.before.is_object()) return {};
+    std::string const gone = difference.path.text();
+    std::vector<std::string> names;
+    for (Service::PendingReference const& reference : waiting_->list()) {
+      std::string const& target = reference.target;
+      bool const below = target.compare(0, gone.size(), gone) == 0;
+      if (below && (target.size() == gone.size() || target[gone.size()] == '.'))
+        names.push_back(shown(reference.place.text()));
+    }
+    return names.empty() ? "" : "  (still pointed at by " + listed(names) + ")";
+  }
+
   // Prints the part of the path that differs from the previous line's.
   void above(std::vector<std::string> const& path) {
     std::size_t const common = static_cast<std::size_t>(
@@ -59,7 +106,8 @@ class Lines {
   }
 
   void whole(char mark, std::string const& name, Json const& content, std::size_t depth) {
-    if (!content.is_structured()) return line(mark, depth, name + (content.is_null() ? "" : ": " + oneLine(content)));
+    if (!content.is_structured() || isBytes(content))
+      return line(mark, depth, name + (content.is_null() ? "" : ": " + oneLine(content)));
     line(mark, depth, name);
     for (std::string const& each : contentLines(content)) line(mark, depth + 1, each);
   }
@@ -78,6 +126,7 @@ class Lines {
   }
 
   Paint const& paint_;
+  Service::PendingReferences const* waiting_;
   std::vector<std::string> last_;
   std::string text_;
 };
@@ -94,7 +143,12 @@ Json asJson(Difference const& difference) {
 
 }  // namespace
 
-std::string diffText(std::vector<Difference> const& differences, DiffForm form, Paint const& paint) {
+std::string waitingText(Service::PendingReference const& reference) {
+  return shown(reference.target) + " (" + shown(reference.reason) + ")";
+}
+
+std::string diffText(std::vector<Difference> const& differences, DiffForm form, Paint const& paint,
+                     Service::PendingReferences const* waiting) {
   std::string out;
   if (form == DiffForm::commands) {
     for (std::string const& command : Service::commands(differences)) out += command + "\n";
@@ -105,7 +159,7 @@ std::string diffText(std::vector<Difference> const& differences, DiffForm form, 
     for (Difference const& difference : differences) all.push_back(asJson(difference));
     return all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   }
-  Lines lines(paint);
+  Lines lines(paint, waiting);
   for (Difference const& difference : differences) lines.add(difference);
   return lines.text();
 }

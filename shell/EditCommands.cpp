@@ -18,12 +18,21 @@ std::vector<std::string> commandWords(std::string const& command, Arguments cons
   return words;
 }
 
+// What was made and leads nowhere: a key may name something that is not there.
+std::string nowhereText(Context& context, Service::Applied const& applied) {
+  std::vector<std::string> names;
+  if (!applied.created.empty())
+    for (Service::PendingReference const& reference : context.pending().within(applied.created.front()))
+      names.push_back(shown(reference.target));
+  return names.empty() ? "" : "; not there yet: " + listed(names);
+}
+
 Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Session& session = context.session();
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
   session.edited(applied.path);
-  context.out << shown(applied.text) << "\n";
+  context.out << shown(applied.text) << nowhereText(context, applied) << "\n";
   return Outcome::ok;
 }
 
@@ -64,6 +73,12 @@ namespace {
 // Copies an entity to another key: its content, and the pointers to it and below it.
 void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Service::PendingReferences& pending) {
   Kel::Entity::Ptr const entity = Service::entityAt(tree.dir, from);
+  Service::ExportOptions all;
+  all.pending = &pending;
+  Service::ImportOptions options;
+  options.pending = &pending;
+  Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
+  // The copy is there now, and where the entity pointed at itself, the copy points at the entity: that is changed too.
   std::vector<std::pair<Path, std::string>> pointers;
   for (Path const& pointer : Service::referencesTo(tree.dir, *entity)) {
     Service::Place const place = Service::locate(tree.dir, pointer);
@@ -72,17 +87,12 @@ void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Serv
     std::string const old = from.text();
     if (target.compare(0, old.size(), old) == 0) pointers.emplace_back(pointer, to.text() + target.substr(old.size()));
   }
-  Service::ExportOptions all;
-  all.pending = &pending;
-  Service::ImportOptions options;
-  options.pending = &pending;
-  Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
   Service::Editor editor(tree.dir, pending);
   for (auto const& [pointer, target] : pointers) {
     std::vector<std::string> words = pointer.words();
     words.insert(words.begin(), "set");
     words.push_back(target);
-    if (!pointer.isWithin(from)) editor.apply(words);
+    editor.apply(words);
   }
   editor.remove(from);
 }

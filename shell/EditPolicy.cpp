@@ -20,14 +20,15 @@ Kel::Entity::Ptr defaultEntity(Session::AttributeEditBypassTable& table, Kel::Ke
 }
 
 // Registers a default entity for every attribute that owns entities in a tree of that type.
-void bypassDefaults(Session::AttributeEditBypassTable& table, Kel::KelType const& rootType, Kel::String const& prefix) {
+void bypassDefaults(Session::AttributeEditBypassTable& table, Kel::KelType const& rootType,
+                    std::vector<Kel::String> const& prefixes) {
   std::vector<Kel::KelType const*> types{&rootType};
   for (std::size_t i = 0; i < types.size(); ++i) {
     for (Kel::KelAttr const* attr : types[i]->ownAttrs()) {
       if (attr->type()->isAbstract() || attr->type() == Kel::Dir::EntryState::_fwkType()) continue;
       auto const entry = table.attributeEditBypassEntryIs(
           Session::AttributeEdit(attr->name(), types[i]->fullTypeName(), Session::AttributeEditType::del_));
-      entry->parentPathIs(prefix, true);
+      for (Kel::String const& prefix : prefixes) entry->parentPathIs(prefix, true);
       entry->defaultEntIs(defaultEntity(table, *attr->type()));
       if (std::find(types.begin(), types.end(), attr->type()) == types.end()) types.push_back(attr->type());
     }
@@ -44,10 +45,11 @@ void bypassDefaultsIs(Cli::Service::Service& service, bool on) {
   Kel::Name const name("bypass");
   if (!dir->entry(name)) {
     auto const made = dir->newEntity("Cli::Session::AttributeEditBypassTable", name);
+    Kel::Dir::Ptr const running = service.running().dir;
     auto& table = static_cast<Session::AttributeEditBypassTable&>(*made);
     for (Cli::Service::SessionRoot const& root : service.roots())
       if (Kel::KelType const* const type = Kel::KelType::find(root.typeName))
-        bypassDefaults(table, *type, manager.sessionDir()->fullName() + "/");
+        bypassDefaults(table, *type, {manager.sessionDir()->fullName() + "/", running->fullName() + "/"});
   }
   manager.attributeEditBypassTableIs(Kel::ptrCast<Session::AttributeEditBypassTable>(dir->entityRef(name)));
 }

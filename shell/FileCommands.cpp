@@ -83,6 +83,7 @@ Outcome load(Context& context, Arguments const& arguments) {
   Path const path = words.empty() ? context.at() : context.path(words, true);
   bool const merge = arguments.has("merge");
   std::size_t const before = session.differences().size();
+  Service::PendingReferences const typed = context.typedPending();
   Service::PendingReferences pending = merge || !path.empty() ? context.pending() : Service::PendingReferences();
   auto const fill = [&](Tree const& tree) { content.into(tree, path, merge, pending); };
   if (merge) {
@@ -95,6 +96,8 @@ Outcome load(Context& context, Arguments const& arguments) {
     session.loadReplace(fill, path);
   }
   context.refreshPending(pending);
+  for (Service::PendingReference const& reference : context.pending().list())
+    if (!typed.find(reference.place)) context.loaded().add(reference);
   std::size_t const edits = session.differences().size();
   context.out << shown(fileTitle(arguments.text("FILE"))) << " is loaded: " << counted(edits, "edit", "edits")
               << " to commit";

@@ -82,9 +82,17 @@ class Front {
       if (!execute(line)) break;
     }
     context_.confirm = nullptr;
+    asked_ = true;
   }
 
   int status() const { return status_; }
+
+  // At the end of a script. A user at the terminal was asked.
+  void tellLost() {
+    if (asked_) return;
+    if (std::size_t const edits = openEdits())
+      std::cerr << counted(edits, "edit is", "edits are") << " lost: there was no commit\n";
+  }
 
  private:
   Interpreter::Answer runOne(std::string const& line) {
@@ -131,11 +139,17 @@ class Front {
     return context_.paint(Style::prompt, text) + "> ";
   }
 
-  // Asks if edits would be lost.
-  bool mayLeave() {
+  // The edits of all sessions.
+  std::size_t openEdits() {
     std::size_t edits = 0;
     for (auto const& listed : context_.service().list())
       if (auto const* const session = context_.service().session(listed.name)) edits += session->differences().size();
+    return edits;
+  }
+
+  // Asks if edits would be lost.
+  bool mayLeave() {
+    std::size_t const edits = openEdits();
     if (edits == 0 || !context_.confirm) return true;
     return context_.confirm(counted(edits, "edit is", "edits are") + " not committed. Leave?");
   }
@@ -145,26 +159,34 @@ class Front {
   Interpreter interpreter_;
   std::optional<Progress> progress_;
   int status_ = 0;
+  bool asked_ = false;
 };
 
 }  // namespace
 
-int runFront(Device& device, std::string const& file, FrontOptions const& options) {
-  Front front(device, options);
-  front.greet(file);
+namespace {
+
+void runAll(Front& front, FrontOptions const& options) {
   bool const given = !options.commands.empty() || !options.script.empty();
-  if (!options.commands.empty() && !front.run(*Script::ofCommands(options.commands))) return front.status();
+  if (!options.commands.empty() && !front.run(*Script::ofCommands(options.commands))) return;
   if (!options.script.empty()) {
     bool const input = options.script == "-";
     if (input && options.configFromInput)
       throw std::runtime_error("standard input is either the configuration or the script");
     front.run(input ? *Script::ofStream(std::cin, "standard input") : *Script::ofFile(options.script));
   }
-  if (given || options.configFromInput) return front.status();
-  if (::isatty(STDIN_FILENO))
-    front.converse();
-  else
-    front.run(*Script::ofStream(std::cin, "standard input"));
+  if (given || options.configFromInput) return;
+  if (::isatty(STDIN_FILENO)) return front.converse();
+  front.run(*Script::ofStream(std::cin, "standard input"));
+}
+
+}  // namespace
+
+int runFront(Device& device, std::string const& file, FrontOptions const& options) {
+  Front front(device, options);
+  front.greet(file);
+  runAll(front, options);
+  front.tellLost();
   return front.status();
 }
 

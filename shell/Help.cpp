@@ -10,7 +10,7 @@ namespace Shell {
 
 std::string argumentHelp(std::string const& argument) {
   static std::map<std::string, char const*> const texts = {
-      {"ACTION", "trace, assert or none"},
+      {"ACTION", "trace; assert, which ends the process there; or none"},
       {"ATTRIBUTE", "TYPE::ATTRIBUTE, as in Acme::Port::mtu"},
       {"COMMENT", "a comment, in the history"},
       {"EDIT", "set or del"},

@@ -29,6 +29,25 @@ bool leadsOn(Context& context, std::vector<std::string> words, std::string const
   return !Service::complete(context.base(), context.at(), words, Service::CompletionFor::path, 1).list.empty();
 }
 
+// Without most of a line that nobody would read: it repeats a word of the input.
+std::string readable(std::string const& error) {
+  constexpr std::size_t longest = 1000;
+  std::string out;
+  for (std::size_t from = 0; from < error.size();) {
+    std::size_t const end = std::min(error.find('\n', from), error.size());
+    std::size_t length = end - from;
+    if (length > longest) {
+      for (length = longest; (static_cast<unsigned char>(error[from + length]) & 0xc0U) == 0x80;) --length;
+      out += error.substr(from, length) + "...";
+    } else {
+      out += error.substr(from, length);
+    }
+    if (end < error.size()) out += '\n';
+    from = end + 1;
+  }
+  return out;
+}
+
 }  // namespace
 
 Grammar::Accepts acceptsIn(Context& context) {
@@ -63,8 +82,7 @@ Interpreter::Answer Interpreter::run(std::string const& text) {
     answer.error = e.what();
   }
   answer.outcome = Outcome::failed;
-  if (answer.error.empty()) answer.error = "failed";
-  answer.error += '\n';
+  answer.error = answer.error.empty() ? "failed\n" : readable(answer.error) + "\n";
   return answer;
 }
 

@@ -13,6 +13,9 @@ namespace Shell {
 // "-" stands for null, "\"\"" for the empty string.
 std::string oneLine(Cli::Service::Json const& content);
 
+// True for a string that is not UTF-8, which JSON holds as an object with its bytes. oneLine shows it as a string.
+bool isBytes(Cli::Service::Json const& content);
+
 // Lines of an entity's content, each level indented by two more: "mtu: 9100". Empty if it is not an object.
 std::vector<std::string> contentLines(Cli::Service::Json const& content);
 

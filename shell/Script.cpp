@@ -32,7 +32,7 @@ class Lines : public Script {
     bool any = false;
     for (std::string part; std::getline(in_, part);) {
       any = true;
-      ++read_;
+      if (++read_ == 1 && part.compare(0, 3, "\xef\xbb\xbf") == 0) part.erase(0, 3);  // some editors write this mark
       if (!part.empty() && part.back() == '\r') part.pop_back();
       if (part.empty() || part.back() != '\\') {
         line += part;

@@ -1,5 +1,6 @@
 // Commands that open, leave, resume and close sessions.
 #include "CommandTable.h"
+#include "EditPolicy.h"
 #include "TextTable.h"
 #include "Words.h"
 
@@ -34,6 +35,18 @@ void goTo(Context& context, std::string const& name) {
 
 }  // namespace
 
+namespace {
+
+void openNew(Context& context, std::string const& name) {
+  Service::Session& session = context.service().open(name, context.user());
+  session.config().logAttributeEditsIs(true);  // for 'show edits'
+  auto const log = session.status().attributeEditLogIs();
+  if (log) debugActionsIs(*log, context.service().tunables());
+  context.sessionIs(&session);
+}
+
+}  // namespace
+
 Outcome sessionOpen(Context& context, Arguments const& arguments) {
   std::string const name = arguments.text("NAME");
   if (name.empty()) throw CommandError("a session needs a name");
@@ -41,7 +54,7 @@ Outcome sessionOpen(Context& context, Arguments const& arguments) {
   if (there)
     goTo(context, name);
   else
-    context.sessionIs(&context.service().open(name, context.user()));
+    openNew(context, name);
   context.out << "session " << shown(name) << (there ? " is open again" : " is open, equal to running")
               << editsText(there ? context.session().differences().size() : 0) << "\n";
   return Outcome::ok;

@@ -19,6 +19,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "Words.h"
+
 namespace Shell {
 
 namespace {
@@ -53,11 +55,14 @@ extern "C" char* nextCandidate(char const*, int state) {
   return at < candidates.size() ? ::strdup(candidates[at++].word.c_str()) : nullptr;
 }
 
-extern "C" char** completions(char const* text, int, int end) {
+extern "C" char** completions(char const* text, int start, int end) {
   rl_attempted_completion_over = 1;  // never file names of readline's own
   std::string const line(rl_line_buffer, static_cast<std::size_t>(end));
   std::size_t begin = 0;
   candidates = callbacks.complete(line, begin);
+  // In a word with a blank in it, readline replaces the line from `start` on.
+  if (auto const from = static_cast<std::size_t>(start); from < begin)
+    for (Candidate& each : candidates) each.word = line.substr(from, begin - from) + each.word;
   rl_completion_suppress_append = candidates.size() == 1 && !candidates.front().final;
   return rl_completion_matches(text, nextCandidate);
 }
@@ -67,23 +72,14 @@ extern "C" char* wordBreaks() {
   static char none[] = "";
   static char blanks[] = " \t";
   std::string const line(rl_line_buffer, static_cast<std::size_t>(rl_point));
-  return line.find('"') == std::string::npos && line.find('\\') == std::string::npos ? blanks : none;
-}
-
-bool inQuotes(std::string const& line) {
-  bool quoted = false;
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    if (line[i] == '\\')
-      ++i;
-    else if (line[i] == '"')
-      quoted = !quoted;
-  }
-  return quoted;
+  Line const split = splitLine(line);
+  bool const within = !split.endsInBlank && line.find_first_of(blanks, split.words.back().begin) != std::string::npos;
+  return within ? none : blanks;
 }
 
 extern "C" int explain(int count, int key) {
   std::string const line(rl_line_buffer, static_cast<std::size_t>(rl_point));
-  if (inQuotes(line)) return rl_insert(count, key);
+  if (splitLine(line).openQuote) return rl_insert(count, key);
   std::fprintf(rl_outstream, "?\n%s", callbacks.help(line).c_str());
   rl_on_new_line();
   rl_redisplay();

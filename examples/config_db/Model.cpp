@@ -47,8 +47,11 @@ class ConfigDbModel : public Shell::Model {
     }
     for (Service::PendingReference const& reference : report.dangling) pending.add(reference);
     Shell::LoadReport out;
-    out.summary =
-        std::to_string(report.entryCount()) + " entries of " + std::to_string(report.entries.size()) + " tables";
+    auto const counted = [](std::size_t count, char const* one, char const* many) {
+      return std::to_string(count) + (count == 1 ? one : many);
+    };
+    out.summary = counted(report.entryCount(), " entry of ", " entries of ") +
+                  counted(report.entries.size(), " table", " tables");
     for (std::string const& complaint : report.complaints) out.remarks.push_back(remarkOf(complaint, file));
     return out;
   }

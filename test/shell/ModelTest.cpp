@@ -82,6 +82,16 @@ TEST(RouterModel, IsEditedByCommands) {
   EXPECT_NE(std::string::npos, said.find("br0 deleted; no longer lead anywhere: ")) << said;
 }
 
+// An entity that gets another key still points at itself, if it did.
+TEST(RouterModel, RenamesReferencesOfAnEntityToItself) {
+  std::string const said =
+      answers(router(), board,
+              {"session open s", "set interfaces interface br0 bridgePort bridge br0",
+               "rename interfaces interface br0 br7", "show interfaces interface br7 bridgePort", "show references"});
+  EXPECT_NE(std::string::npos, said.find("br7\nbridge  interfaces.interface/br7\nevery reference leads somewhere\n"))
+      << said;
+}
+
 // What the description of the model says to try.
 TEST(RouterModel, IsEditedAsItsDescriptionSays) {
   Device device(router(), {board, "", [] { return 1.7e9; }});

@@ -61,6 +61,23 @@ TEST(CliSession, SaysTheLineOfAScriptThatFails) {
   EXPECT_EQ(2, run(CLI_SESSION " " + sample + " --script /nowhere").status);
 }
 
+TEST(CliSession, SaysThatEditsAreLost) {
+  std::string const lost = "1 edit is lost: there was no commit\n";
+  std::string const program = CLI_SESSION " --quiet " + sample + change;
+  EXPECT_NE(std::string::npos, run(program).output.find(lost));
+  EXPECT_NE(std::string::npos, run(program + " -c nonsense").output.find(lost));
+  EXPECT_EQ(std::string::npos, run(program + " -c commit").output.find("lost"));
+}
+
+// A word of a megabyte is not repeated as a whole.
+TEST(CliSession, CutsWhatNobodyWouldRead) {
+  Tests::TemporaryDir const dir;
+  std::string const script = dir.write("script", "session open s\nshow " + std::string(1U << 20U, 'x') + "\n").string();
+  Result const result = run(CLI_SESSION " --quiet " + sample + " --script " + script);
+  EXPECT_EQ(2, result.status);
+  EXPECT_GT(2000U, result.output.size());
+}
+
 TEST(CliSession, SaysThatItsOutputIsLost) {
   std::string const program = CLI_SESSION " --quiet " + sample;
   Result const lost = run(program + open + " >/dev/full");
@@ -94,6 +111,15 @@ TEST(CliSession, TakesTheFlatForm) {
   EXPECT_NE(std::string::npos, shown.output.find("2 entries of 2 tables loaded")) << shown.output;
 }
 
+// A file is a tree only if all of it is: a name of a root beside tables is passed by with a remark.
+TEST(CliSession, TakesAFileWithTablesForNoTree) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", R"({"PORT": {"Ethernet0": {}}, "network": {}})").string();
+  Result const result = run(CLI_SESSION " " + file + " -c 'session list'");
+  EXPECT_EQ(0, result.status);
+  EXPECT_NE(std::string::npos, result.output.find("1 entry of 1 table loaded, 1 remark")) << result.output;
+}
+
 TEST(CliSession, ComparesTwoFiles) {
   Tests::TemporaryDir const dir;
   std::string const a = dir.write("a.json", R"({"PORT": {"Ethernet0": {"mtu": "1500"}}})").string();
@@ -117,6 +143,10 @@ TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
   EXPECT_NE(std::string::npos, result.output.find("PORT|Ethernet1")) << result.output;
   EXPECT_EQ(2, run(CLI_SESSION " /nonexistent.json").status);
   EXPECT_EQ(2, run(CLI_SESSION " /").status);
+  run("truncate -s 65M " + file);
+  Result const big = run(CLI_SESSION " " + file + " -c help");
+  EXPECT_EQ(2, big.status);
+  EXPECT_NE(std::string::npos, big.output.find("is bigger than")) << big.output;
   // Not "0 entries": files of another form.
   for (char const* text : {"", " ", "[]", "7", "\"text\"", "{\"interfaces\": {\"eth0\": {}}}", "hostname leaf\n"})
     EXPECT_EQ(2, run(CLI_SESSION " " + dir.write("x.json", text).string() + open + " -c compare").status) << text;
@@ -124,6 +154,9 @@ TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
 
 TEST(CliSession, FoldsRemarksOfOneKind) {
   Tests::TemporaryDir const dir;
+  std::string const two = R"({"VLAN_MEMBER": {"Vlan1|Ethernet0": {}, "Vlan1|Ethernet1": {}}})";
+  Result const pair = run(CLI_SESSION " " + dir.write("two.json", two).string() + " -c 'session list'");
+  EXPECT_NE(std::string::npos, pair.output.find("and 1 place more")) << pair.output;
   std::string members;
   for (int i = 0; i < 500; ++i) members += (i ? ", " : "") + ("\"Vlan1|Ethernet" + std::to_string(i)) + "\": {}";
   std::string const file = dir.write("x.json", "{\"VLAN_MEMBER\": {" + members + "}}").string();
@@ -135,6 +168,18 @@ TEST(CliSession, FoldsRemarksOfOneKind) {
   // The text of each is kept.
   Result const references = run(CLI_SESSION " " + file + open + " -c 'show references'");
   EXPECT_NE(std::string::npos, references.output.find("network/vlans.vlan/Vlan1: there is no"));
+}
+
+// A debug action that comes after a session was opened is that session's as well.
+TEST(CliSession, TracesAnEditOfAnOpenSession) {
+  std::string const program = CLI_SESSION " --quiet " + sample + change;
+  std::string const debug = " -c 'debug edit set ConfigDb::Port::mtu ";
+  Result const traced = run(program + debug + "trace' -c commit");
+  EXPECT_NE(std::string::npos, traced.output.find("ConfigDb::Port::mtu set triggered")) << traced.output;
+  Result const not_ = run(program + debug + "trace'" + debug + "none' -c commit");
+  EXPECT_EQ(std::string::npos, not_.output.find("triggered")) << not_.output;
+  Result const off = run(program + " -c 'trace CliSession/0-9' -c 'trace off' -c commit");
+  EXPECT_EQ(std::string::npos, off.output.find("handleEntity")) << off.output.substr(0, 1000);
 }
 
 TEST(CliSession, KeepsCommitsInItsStateDirectory) {

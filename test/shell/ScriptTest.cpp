@@ -20,6 +20,15 @@ TEST(Script, NumbersItsLines) {
   EXPECT_EQ("f:1: one\nf:2: two  more\nf:4: \nf:5: last\n", said);
 }
 
+// Some editors begin a file with a mark of its encoding.
+TEST(Script, PassesByTheMarkOfItsEncoding) {
+  std::istringstream in("\xef\xbb\xbfone\n\xef\xbb\xbftwo");
+  auto const script = Script::ofStream(in, "f");
+  std::string said;
+  for (std::string line; script->next(line);) said += line + "|";
+  EXPECT_EQ("one|\xef\xbb\xbftwo|", said);
+}
+
 TEST(Script, OfAFileThatCannotBeReadSaysSo) {
   Tests::TemporaryDir const dir;
   EXPECT_THROW(Script::ofFile(dir.path() / "missing"), std::runtime_error);
