@@ -137,14 +137,45 @@ TEST_F(EngineDeathTest, AssertsItsPreconditions) {
                "EntityCopy:[0-9]+: .*handleCopyRoots.*Assertion 'destRoot' failed");
 }
 
+// Puts a member of a derived type among the machines, as an attribute log may.
+void bring(Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
+  Kel::KelAttr const& machine = *Plant::Hall::_fwkType()->getAttr("machine");
+  Kel::Ptr<Plant::Robot> const robot = Plant::robotFactory("r", "serial");
+  robot->armsIs(arms);
+  machine.access().restore(machine, *hall, robot, 0);
+}
+
+// Wherever they are met: at the same positions or not, in a comparison that their deletion does not stop, and at the
+// ends of pointers.
+TEST_F(Engine, MembersOfOtherTypesAreMadeAnew) {
+  for (bool traced : {false, true})
+    for (bool further : {false, true}) {
+      std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
+      World in;
+      Kel::Ptr<Plant::Hall> const from = World::hall(in.src, "sys/annex"), to = World::hall(in.dest, "sys/annex");
+      for (Kel::Ptr<Plant::Hall> const& hall : {from, to}) hall->newMachine("a");
+      from->newMachine("r");
+      bring(to, 1);
+      if (further) to->newMachine("x");
+      for (Kel::Dir::Ptr const& dir : {in.src, in.dest})
+        for (Kel::U32 i : {1, 2})
+          World::hall(dir)->watchedIs(i, World::hall(dir, "sys/annex")->machine(i == 1 ? "a" : "r"));
+      auto const bypass = S::attributeEditBypassTableFactory("bypass");
+      S::AttributeEdit const deletion("machine", "Plant::Hall", S::AttributeEditType::del_);
+      bypass->attributeEditBypassEntryIs(deletion)->parentPathIs("/dest", true);
+      EntityCopy::Ptr const ec = in.copyFrom(in.src, true);
+      ec->attributeEditBypassCheckerIs(bypass);
+      ec->destIs(in.dest);
+      EXPECT_EQ(textOf(log(ec)), "Plant::Hall::machine set sys/annex x1\n");
+      EXPECT_EQ(in.copy().edits, (Edits{{"Plant::Hall::machine del sys/annex", 1 + further},
+                                        {"Plant::Hall::machine set sys/annex", 1},
+                                        {"Plant::Hall::watched set hall", 1}}));
+      EXPECT_EQ(World::hall(in.dest)->watched(2).ptr(), to->machine("r").ptr());
+    }
+}
+
 // Members of derived types are copied as what they are, where an attribute log has brought them; they are not made.
 TEST_F(Engine, MembersOfDerivedTypesAreNotTakenForOthers) {
-  Kel::KelAttr const& machine = *attr(src, "machine");
-  auto const bring = [&](Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
-    Kel::Ptr<Plant::Robot> const robot = Plant::robotFactory("r", "serial");
-    robot->armsIs(arms);
-    machine.access().restore(machine, *hall, robot, 0);
-  };
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newMachine("a")->speedIs(hall == src);
   bring(src, 1);
   for (bool traced : {false, true}) {
@@ -295,6 +326,10 @@ TEST_F(EngineDeathTest, MakesPathsRelativeAndSaysSo) {
   Kel::Dir::Ptr const a(new Kel::Dir("a", world.root.ptr()));
   Traces const traces("EntityCopyUtils");
   S::relativePath(a, "/a/b");
+  char separator = 'x';
+  EXPECT_EQ(S::relativePath(a, "/a/", &separator), "");
+  EXPECT_EQ(separator, 'x') << "there is no result";
+  EXPECT_FALSE(S::isBelow(*a, *a));
   EXPECT_TRUE(traces.has("EntityCopyUtils/9 relativePath: /a/b is b relative to /a")) << traces.text();
   EXPECT_DEATH(S::relativePath(nullptr, "/a"), "Assertion 'root && absolutePath' failed");
   EXPECT_DEATH(S::relativePath(a, ""), "Assertion 'root && absolutePath' failed");

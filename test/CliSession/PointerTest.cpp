@@ -40,6 +40,9 @@ TEST_P(Pointers, LeadToTheCounterpartWhenAPathIsAmbiguous) {
   src->chosenIs("inner", inner);
   src->weightIs(outer, 1);
   src->weightIs(inner, 2);
+  auto const foreign = Kel::ptrCast<Plant::Hall>(world.outside->entityRef("foreign"));
+  foreign->newAnnex("a")->newAnnex("b")->newBolt("t");
+  src->anythingIs(foreign->newAnnex("a.annex/b")->newBolt("t"));
   for (int run = 0; run < 2; ++run) {
     Outcome const outcome = world.copy();
     EXPECT_EQ(outcome.pending, 0u);
@@ -53,9 +56,12 @@ TEST_P(Pointers, LeadToTheCounterpartWhenAPathIsAmbiguous) {
     EXPECT_TRUE(dest->chosen("inner") == destInner);
     EXPECT_EQ(dest->weight(destOuter), 1u);
     EXPECT_EQ(dest->weight(destInner), 2u);
+    EXPECT_TRUE(dest->anything() == src->anything()) << "it is not copied";
   }
-  src->annexDel("a.annex/b");
   src->weightDel(outer);
+  world.copy();
+  EXPECT_EQ(dest->weights(), 1u);
+  src->annexDel("a.annex/b");
   dest->favouriteIs(nullptr);
 }
 
@@ -160,6 +166,31 @@ TEST_P(Deferred, StayUntilThenAndAreSupersededWhenMetAgain) {
   EXPECT_EQ(EntityPtr(dest->favourite()), stranger);
   EXPECT_EQ(dest->chosens(), 0u);
   EXPECT_EQ(dest->weights(), 0u);
+}
+
+TEST_P(Deferred, StayWhenAComparisonStops) {
+  dest->chosenIs("extra", nullptr);
+  auto const compared = [&] {
+    Kel::U32 edits = 0;
+    for (auto const& [edit, count] : editsOf(*ec->attributeEditLog())) edits += count;
+    return edits;
+  };
+  ec->attributeEditLogIs(S::attributeEditLogFactory());
+  ec->stopAtFirstDiffIs(true);
+  ec->handleCopyRoots();
+  EXPECT_EQ(compared(), 1u);
+  EXPECT_EQ(ec->pendingAttrs(), 3u);
+  arrive();
+  ec->attributeEditLogIs(S::attributeEditLogFactory());
+  ec->doCopyPendingAttrs(false);
+  EXPECT_EQ(compared(), 1u) << "the first that would be set";
+}
+
+TEST_P(Deferred, AreSetAlthoughTheirCopyIsLetGo) {
+  arrive();
+  Reactor const reactor(EntityPtrConst(dest), [&] { ec = nullptr; });
+  ec->doCopyPendingAttrs(false);
+  EXPECT_TRUE(dest->favourite() && dest->chosen("c"));
 }
 
 TEST_P(Deferred, AreSupersededByNull) {
