@@ -58,6 +58,7 @@ TEST_P(Pointers, LeadToTheCounterpartWhenAPathIsAmbiguous) {
     EXPECT_EQ(dest->weight(destInner), 2u);
     EXPECT_TRUE(dest->anything() == src->anything()) << "it is not copied";
   }
+  src->weightIs(inner, 1);
   src->weightDel(outer);
   world.copy();
   EXPECT_EQ(dest->weights(), 1u);
@@ -184,6 +185,15 @@ TEST_P(Deferred, StayWhenAComparisonStops) {
   ec->attributeEditLogIs(S::attributeEditLogFactory());
   ec->doCopyPendingAttrs(false);
   EXPECT_EQ(compared(), 1u) << "the first that would be set";
+}
+
+TEST_P(Deferred, WaitAsMembersWhereTheKeyIsTheSame) {
+  ec->pendingAttrDelAll();
+  auto const box = Kel::GenericIf::ofEntity(EntityPtrConst(annex->bolt("late")));
+  Kel::KelAttr::PtrConst const mated(src->type()->getAttr("mated"));
+  EXPECT_FALSE(ec->resolvePtr(src, annex->bolt("late"), box, box, dest, box, "hall", mated));
+  ASSERT_EQ(ec->pendingAttrs(), 1u);
+  EXPECT_EQ(ec->pendingAttrIterator().key()->destIndexFullName(), "");
 }
 
 TEST_P(Deferred, AreSetAlthoughTheirCopyIsLetGo) {
