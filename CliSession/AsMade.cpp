@@ -17,7 +17,7 @@ bool sameContent(Kel::KelAttr const& attr, Kel::Entity const& a, Kel::Entity con
 }
 
 bool ownsNothing(Kel::KelAttr const& attr, Kel::Entity const& e) {
-  return attr.isCollection() ? attr.access().count(attr, e) == 0 : !attr.access().single(e);
+  return attr.isCollection() ? attr.access().count(attr, e) == 0 : !attr.access().target(e);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CliSession/AsMade.h"
+#include "CliSession/EntityCopy/EngineImpl.h"
 #include "Kel/Assert.h"
 #include "Kel/Trace.h"
 
@@ -168,6 +169,14 @@ Kel::Ptr<EntityCopyGlobalSessionHandler> sessionHandler(Status& status, char con
   handler->handlerTableIs(status.inHandlerTable());
   handler->copiedIs(copiedName);
   return handler;
+}
+
+// Whether a checker or a custom handler takes part in copies. They may look at the log of a copy that has no other
+// reader.
+bool logHasReaders(Status const& status) {
+  auto const table = status.inHandlerTable();
+  bool const handled = table && (table->pathSpecificHandlers() > 0 || table->typeSpecificHandlerss() > 0);
+  return handled || status.attributeEditBypassTable();
 }
 
 // Copies the attributes that custom handlers have deferred until after the main copy.
@@ -360,6 +369,8 @@ bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionN
   Kel::Ptr<EntityCopyGlobalSessionHandler> handler = sessionHandler(*this, "replace");
   ec->handlerIs(handler);
   bool const keepsLog = session->config() && session->config()->logAttributeEdits();
+  bool const readsLog = logHasReaders(*this);
+  if (!readsLog) leaveUnlogged(*ec);
   if (keepsLog) ec->attributeEditLogIs(session->attributeEditLogIs());
   ec->srcIs(src);
   ec->ancestorIs(src);
@@ -371,7 +382,7 @@ bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionN
   handler = sessionHandler(*this, "replace");
   ec->handlerIs(handler);
   // The copy into the ancestor repeats the edits of the session's copy, so they are not counted again.
-  if (keepsLog) ec->attributeEditLogIs(attributeEditLogFactory());
+  if (keepsLog) ec->attributeEditLogIs(readsLog ? attributeEditLogFactory() : nullptr);
   ec->destIs(ancestorRoot);
   drainPostCopies(*ec, *handler);
   return true;
@@ -401,6 +412,7 @@ void Status::doCreateCleanConfig(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Di
   Kel::Ptr<EntityCopyGlobalSessionHandler> const handler = sessionHandler(*this, "clean-config");
   handler->externalDestIs(dest);
   ec->handlerIs(handler);
+  if (!logHasReaders(*this)) leaveUnlogged(*ec);
   ec->srcIs(src);
   ec->ancestorIs(src);
   ec->destIs(dest);

@@ -120,14 +120,22 @@ class File {
   AttributeEditLog::Ptr log_;
 };
 
+struct Options {
+  std::vector<std::string> files;
+  double budget = 0.5;
+  std::size_t minReps = 3;
+  std::string only;  // an operation's name; empty: all
+};
+
 // Prints one row; answers whether everything held.
-bool report(std::string const& path, double budget) {
+bool report(std::string const& path, Options const& options) {
   std::string const name = path.substr(path.find_last_of('/') + 1);
   try {
     File file(path);
     std::printf("%-28s %7zu", name.c_str(), file.leaves());
     for (Operation const& operation : {file.open(), file.reopen(), file.compare()}) {
-      std::optional<Timing> const timing = measure(operation, budget, 3);
+      if (!options.only.empty() && operation.name != options.only) continue;
+      std::optional<Timing> const timing = measure(operation, options.budget, options.minReps);
       if (!timing) {
         std::printf(" FAILED: %s\n", operation.name.c_str());
         return false;
@@ -146,16 +154,20 @@ bool report(std::string const& path, double budget) {
 }  // namespace Bench
 
 int main(int argc, char** argv) {
-  std::vector<std::string> files;
-  double budget = 0.5;
+  Bench::Options options;
   CLI::App app("Measures sessions on configuration files of the config_db form");
-  app.add_option("FILE", files, "the files")->required();
-  app.add_option("--budget", budget, "seconds an operation, at least");
+  app.add_option("FILE", options.files, "the files")->required();
+  app.add_option("--budget", options.budget, "seconds an operation, at least");
+  app.add_option("--minreps", options.minReps, "repetitions an operation, at least");
+  app.add_option("--op", options.only, "one operation only")->check(CLI::IsMember({"open", "reopen", "compare"}));
   CLI11_PARSE(app, argc, argv);
   Bench::keepFreedMemory();
-  std::printf("%-28s %7s %9s %9s %9s\n", "ns a leaf", "leaves", "open", "reopen", "compare");
+  if (options.only.empty())
+    std::printf("%-28s %7s %9s %9s %9s\n", "ns a leaf", "leaves", "open", "reopen", "compare");
+  else
+    std::printf("%-28s %7s %9s\n", "ns a leaf", "leaves", options.only.c_str());
   bool good = true;
-  for (std::string const& file : files) good &= Bench::report(file, budget);
+  for (std::string const& file : options.files) good &= Bench::report(file, options);
   std::fflush(stdout);
   _exit(good ? 0 : 1);
 }

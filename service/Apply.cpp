@@ -162,7 +162,7 @@ void Applying::remove(Difference const& d) {
 void Applying::create(Path const& path, Json const& content) {
   ImportOptions options = asWritten;
   options.pending = &pending_;
-  importPart(tree_.dir, path, content, options);
+  importPart(tree_.dir, path, content, options, nullptr);
 }
 
 void Applying::set(Difference const& d) {
@@ -344,7 +344,7 @@ void Applying::repoint() {
     eachPointerOwner(*root, [&](Entity& e, KelAttr const& attr) {
       GenericIf::Ptr const gif = gifOf(e);
       if (!attr.isCollection()) {
-        if (auto const next = successor(attr.access().single(e)))
+        if (auto const next = successor(attr.access().target(e)))
           gif->attributeIs(attr.id(), nullptr, GenericIf::ofEntity(next));
         return;
       }

@@ -186,8 +186,13 @@ class Renderer {
   void node(Path const& path, KelAttr const& attr, Json const& json) {
     if (attr.instantiating()) return entity(path, attr, json);
     if (attr.isPtr() || attr.keyIsPtr()) {
-      Words value{json.is_string() ? json.get<std::string>() : "null"};
-      if (!attr.isPtr()) value = {text(*attr.type(), json)};
+      Words value;
+      if (!attr.isPtr())
+        value = {text(*attr.type(), json)};
+      else if (json.is_array())
+        value = json.get<Words>();
+      else
+        value = {json.is_string() ? json.get<std::string>() : "null"};
       pointers_.push_back({path, value});
       return;
     }

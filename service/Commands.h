@@ -10,7 +10,7 @@
 //                               an entry of a directory, or a member of a type derived from the collection's
 //
 // Members and singletons on the way that do not exist are made. A pointer's value is the path or the unique name of its
-// target.
+// target. Rendered commands may name several possible targets of a pointer that is pending.
 #pragma once
 
 #include <memory>
@@ -43,7 +43,10 @@ struct Applied {
   std::string text;            // one line for the user: "network/ports.port/Ethernet9 created, mtu set to 9000"
 };
 
-// Applies commands to the tree below a directory. One command is applied whole or not at all.
+// Applies commands to the tree below a directory. Each operation is carried out whole or not at all: if anything raises
+// (a refusal, a reactor, a hook, an allocation), the tree is as it was, with the same entities, and so are the pending
+// references. If a reactor refuses the write that takes a step back, this is tried four times, and then the step is
+// left as it is.
 class CLI_SERVICE_API Editor {
  public:
   // `person`: words are checked and brought into one spelling, and entries of directories are neither created nor
@@ -55,11 +58,11 @@ class CLI_SERVICE_API Editor {
   Editor(Editor const&) = delete;
   Editor& operator=(Editor const&) = delete;
 
-  // `at`: where paths begin. If it raises InputError, it has changed nothing.
+  // `at`: where paths begin. Raises InputError for a command that cannot be carried out.
   Applied apply(std::span<std::string const> words, Path const& at = {});
   Applied apply(std::string_view line, Path const& at = {});
-  // Applies a list of commands. If one fails, those before it stay applied. Pointers to an entity that is deleted and
-  // made again under the same path lead to the new one. Raises InputError naming the line.
+  // Applies a list of commands, all or none. Pointers to an entity that is deleted and made again under the same path
+  // lead to the new one. Raises InputError naming the line.
   void applyAll(std::span<std::string const> lines);
 
   // Deletes what is at a path, as `delete` does.

@@ -49,7 +49,7 @@ class Dangling {
     });
   }
   void attribute(Entity const& owner, KelAttr const& attr, Path const& at) {
-    if (!attr.isCollection()) return target(attr.access().single(owner), owner, attr, at);
+    if (!attr.isCollection()) return target(attr.access().target(owner), owner, attr, at);
     eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {
       if (attr.keyIsPtr()) target(it.keyTarget(), owner, attr, at);
       if (attr.isPtr()) target(it.target(), owner, attr, at);

@@ -193,7 +193,7 @@ void Differ::value(Frame const& at, Entity const& from, Entity const& to, KelAtt
 }
 
 void Differ::singleton(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
-  Entity const *const mine = attr.access().single(from), *const theirs = attr.access().single(to);
+  Entity const *const mine = attr.access().target(from), *const theirs = attr.access().target(to);
   owned({&at, nullptr, &attr, mine ? mine : theirs}, mine, theirs);
 }
 
@@ -236,7 +236,7 @@ bool Differ::sameTarget(Entity const& from, Entity const& to) {
 }
 
 void Differ::pointer(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
-  Entity const *const mine = attr.access().single(from), *const theirs = attr.access().single(to);
+  Entity const *const mine = attr.access().target(from), *const theirs = attr.access().target(to);
   if (mine == theirs || (mine && theirs && sameTarget(*mine, *theirs))) return;
   Json before = text(mine, from_), after = text(theirs, to_);
   if (before.is_null() && after.is_null()) return;  // a pointer whose target has left the tree leads nowhere
@@ -355,15 +355,15 @@ void Differ::pointerKeys(Frame const& at, Entity const& from, Entity const& to, 
 
 void Differ::members(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
   Kel::AttrAccess const& access = attr.access();
-  if (access.count(attr, from) != access.count(attr, to) || !access.sameShape(from, to))
+  if (access.count(attr, from) != access.count(attr, to) || !access.sameKeyHashes(from, to))
     eachMember(from, attr, [&](Kel::AttrIterator const& it, std::size_t position) {
       Entity const& mine = *it.target();
-      if (!access.memberLike(to, mine, static_cast<Kel::U32>(position)))
+      if (!access.findCounterpart(to, mine, static_cast<Kel::U32>(position)))
         owned({&at, nullptr, &attr, &mine}, &mine, nullptr);
       return true;
     });
   auto const pair = [&](Entity const& theirs, Kel::U32 position) {
-    Entity const* const mine = access.memberLike(from, theirs, position);
+    Entity const* const mine = access.findCounterpart(from, theirs, position);
     owned({&at, nullptr, &attr, mine ? mine : &theirs}, mine, &theirs);
   };
   Kel::U32 const end = access.memberEnd(to);

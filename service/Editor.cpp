@@ -3,6 +3,7 @@
 #include <map>
 
 #include "service/Commands.h"
+#include "service/Importer.h"
 #include "service/JsonKeys.h"
 #include "service/JsonTree.h"
 #include "service/ModelHooks.h"
@@ -52,63 +53,92 @@ class Editor::Impl {
       : base_(std::move(base)), pending_(pending), person_(source == Source::person) {}
 
   Applied apply(WordSpan words, Path const& at) {
-    if (words.empty()) throw InputError("a command expected: set, delete, insert or move");
-    Applied applied;
-    std::string const& verb = words[0];
-    WordSpan const rest = words.subspan(1);
-    try {
-      if (verb == "set")
-        set(applied, rest, at);
-      else if (verb == "delete")
-        remove(applied, read(rest, at, false).path, rest);
-      else if (verb == "insert")
-        insert(applied, rest, at);
-      else if (verb == "move")
-        move(applied, rest, at);
-      else if (verb == "create")
-        create(applied, rest, at);
-      else
-        throw InputError("'" + verb + "' is no command; there is set, delete, insert, move");
-    } catch (Kel::Exception const& e) {
-      undoCreations(applied);
-      throw InputError(e.what());
-    } catch (InputError const&) {
-      undoCreations(applied);
-      throw;
-    }
-    if (!batch_) settle(applied);
-    return applied;
+    return whole([&](Applied& applied) { command(applied, words, at); });
   }
 
-  void remove(Applied& applied, Path const& path) { remove(applied, path, {}); }
+  Applied remove(Path const& path) {
+    return whole([&](Applied& applied) { removeAt(applied, path); });
+  }
 
   void applyAll(WordSpan lines) {
-    batch_ = true;
-    std::size_t number = 0;
-    for (std::string const& line : lines) {
-      ++number;
-      try {
-        apply(splitWords(line), {});
-      } catch (InputError const& e) {
-        batch_ = false;
-        throw InputError("line " + std::to_string(number) + ", '" + line + "': " + e.what());
+    whole([&](Applied& all) {
+      std::size_t number = 0;
+      for (std::string const& line : lines) {
+        ++number;
+        auto const fail = [&](char const* reason) {
+          throw InputError("line " + std::to_string(number) + ", '" + line + "': " + reason);
+        };
+        try {
+          Applied applied;
+          command(applied, splitWords(line), {});
+          all.changed = all.changed || applied.changed;
+        } catch (InputError const& e) {
+          fail(e.what());
+        } catch (Kel::Exception const& e) {
+          fail(e.what());
+        }
       }
+    });
+  }
+
+ private:
+  // Carries out an edit, and then sets the pointers that it concerns. If anything raises, takes all of it back.
+  template <class Edit>
+  Applied whole(Edit const& edit) {
+    Applied applied;
+    try {
+      edit(applied);
+      settle(applied);
+    } catch (Kel::Exception const& e) {
+      takeBack();
+      throw InputError(e.what());
+    } catch (...) {
+      takeBack();
+      throw;
     }
-    batch_ = false;
-    Applied all;
-    settle(all);
+    change_ = Change();
+    return applied;
+  }
+  void takeBack() {
+    change_.undo.takeBack();
+    change_ = Change();
+  }
+
+  void command(Applied& applied, WordSpan words, Path const& at) {
+    if (words.empty()) throw InputError("a command expected: set, delete, insert or move");
+    std::string const& verb = words[0];
+    WordSpan const rest = words.subspan(1);
+    if (verb == "set")
+      set(applied, rest, at);
+    else if (verb == "delete")
+      removeAt(applied, read(rest, at, false).path);
+    else if (verb == "insert")
+      insert(applied, rest, at);
+    else if (verb == "move")
+      move(applied, rest, at);
+    else if (verb == "create")
+      create(applied, rest, at);
+    else
+      throw InputError("'" + verb + "' is no command; there is set, delete, insert, move");
   }
 
   // Sets the pointers to entities that were made or deleted.
   void settle(Applied& applied) {
-    if (!departed_.empty()) applied.dangling = departed_.repoint(base_, &pending_, nullptr);
-    departed_ = Departed();
-    if (!pending_.empty() && (!applied.created.empty() || applied.changed)) applied.revived = pending_.retry(base_);
+    if (!change_.departed.empty()) {
+      change_.undo.notePending(pending_);
+      applied.dangling = change_.departed.repoint(base_, &pending_, &change_.undo);
+    }
+    if (!pending_.empty() && applied.changed) applied.revived = retry(pending_, base_, change_.undo);
     if (!applied.revived.empty()) applied.text += "; pointing at it again: " + some(applied.revived);
     if (!applied.dangling.empty()) applied.text += "; no longer lead anywhere: " + some(applied.dangling);
   }
 
- private:
+  void forgetPending(Path const& place) {
+    if (pending_.within(place).empty()) return;
+    change_.undo.notePending(pending_);
+    pending_.erase(place);
+  }
+
   // --- Reading ---
 
   WordRules rules(bool create) const {
@@ -159,7 +189,7 @@ class Editor::Impl {
       else if (like && person_)
         args.push_back(valueOfAttr(*like, *type.getAttr(arg.name)));
       else
-        args.push_back(initial(holder, arg, n == 0));
+        args.push_back(initialArgument(arg, n == 0 ? &holder : nullptr));
     }
     return args;
   }
@@ -173,15 +203,6 @@ class Editor::Impl {
     throw InputError("'" + word + "': " + withArticle(type) + " is made with no such parameter" +
                      (near.empty() ? "" : "; did you mean " + near + "?"));
   }
-  GenericIf::PtrConst initial(KelAttr const& holder, Kel::KelArg const& arg, bool isName) const {
-    EntityHooks const& hooks = hooksOf(*holder.type());
-    if (isName && hooks.singletonName && arg.type() == Kel::TypeOf<Kel::Name>::type())
-      return GenericIf::of(Kel::Name(hooks.singletonName(holder)));
-    if (arg.pointer) return nullptr;
-    KelType const& type = *arg.type();
-    return type.isEnum() ? GenericIf::ofEnum(&type, type.enumerators().front().value) : type.valueOps().initial();
-  }
-
   // --- Making entities ---
 
   Kel::Entity* make(Applied& applied, Kel::Entity& owner, Path const& path, Args const& args) {
@@ -189,13 +210,19 @@ class Editor::Impl {
     if (attr.type()->isAbstract()) throw InputError(withArticle(*attr.type()) + " cannot be made");
     GenericIf::Ptr const gif = gifOf(owner);
     GenericIf::PtrConst const key = path.steps.back().key;
+    change_.undo.note(owner, attr, key);
     gif->attributeIs(attr.id(), key, listOf(args));
     Kel::Entity* const made = key ? gif->attribute(attr.id(), key)->entity().ptr() : singleTarget(owner, attr);
     applied.changed = true;
     applied.created.push_back(path);
-    if (EntityHooks const& hooks = hooksOf(*made->type()); person_ && hooks.created)
-      hooks.created(base_, Kel::Entity::Ptr(made), pending_);
+    callCreated(*made);
     return made;
+  }
+  void callCreated(Kel::Entity& made) {
+    EntityHooks const& hooks = hooksOf(*made.type());
+    if (!person_ || !hooks.created) return;
+    change_.undo.notePending(pending_);
+    hooks.created(base_, Kel::Entity::Ptr(&made), pending_);
   }
 
   // The entity at a path; makes what is missing on the way.
@@ -207,16 +234,6 @@ class Editor::Impl {
     PathStep const& step = path.steps.back();
     if (!step.attr || step.attr->isQueue()) throw InputError("there is nothing at '" + path.text() + "'");
     return make(applied, *owner, path, parameters(*step.attr->type(), *step.attr, step.key, {}, nullptr));
-  }
-
-  void undoCreations(Applied& applied) {
-    if (applied.created.empty()) return;
-    Path const outermost = applied.created.front();
-    Place const place = locate(base_, outermost.parent());
-    PathStep const& step = outermost.steps.back();
-    if (place.there()) gifOf(*place.entity)->attributeDel(step.attr->id(), step.key);
-    pending_.erase(outermost);
-    applied.created.clear();
   }
 
   static void creationText(Applied& applied) {
@@ -258,12 +275,12 @@ class Editor::Impl {
     Json kept;
     if (old) {
       if (person_) kept = exportEntity(*old, *base_, {false, &pending_});
-      departed_.note(*old, path);
-      if (!person_) pending_.erase(path);
+      change_.departed.note(*old, path);
+      if (!person_) forgetPending(path);
     }
     Kel::Entity* const made = make(applied, *owner, path, args);
     if (kept.is_object()) keepContent(*made, path, kept);
-    if (old) applied.created.pop_back();  // nothing to take back
+    if (old) applied.created.pop_back();
     applied.text = path.text() + (old ? " made again with other parameters" : " created");
   }
   void keepContent(Kel::Entity& made, Path const& path, Json content) {
@@ -273,7 +290,7 @@ class Editor::Impl {
     options.merge = true;
     options.values = ValueRule::asWritten;
     options.pending = &pending_;
-    importJson(base_, path, content, options);
+    importPart(base_, path, content, options, &change_.undo);
   }
   static bool same(Kel::Entity const& old, KelType const& type, KelAttr const& attr, Args const& args) {
     std::size_t n = 0;
@@ -297,23 +314,24 @@ class Editor::Impl {
     std::string const name = last.key ? last.keyText() : std::string();
     bool const byName = attr.isPtr() && last.key && attr.keyType() == Kel::TypeOf<Kel::Name>::type();
     if (words.empty() && byName) return setValue(applied, path, {&name, 1});
+    if (attr.isPtr() && !attr.keyIsPtr() && !person_ && !words.empty()) return setRendered(applied, path, words);
     if (words.size() != 1) {
       bool const isText = attr.isValue() && attr.type()->builtin() == KelType::Builtin::string;
       throw InputError("'" + path.text() + "' takes one value, " + explanationOf(attr) +
                        (isText && words.size() > 1 ? "; text with blanks stands in quotes" : ""));
     }
     if (last.key && attr.isQueue()) return replaceItem(applied, path, words[0]);
-    if (attr.isPtr() || attr.keyIsPtr())
-      if (!person_) return setRendered(applied, path, words[0]);
+    if (attr.keyIsPtr() && !person_) return setRendered(applied, path, words);
     GenericIf::PtrConst const given = value(attr, *attr.type(), attr.isPtr(), words[0]);
     GenericIf::Ptr const owner = gifOf(*ensure(applied, path.parent()));
     GenericIf::PtrConst key = last.key;
     if (attr.keyIsPtr()) key = GenericIf::ofEntity(targetAt(base_, last.keyText()));
     GenericIf::Ptr const before = owner->attribute(attr.id(), key);
     std::string const was = shown(before.ptr(), *base_);
+    change_.undo.note(*owner->entity(), attr, key);
     owner->attributeIs(attr.id(), key, given);
-    pending_.erase(path);
-    noteChange(*owner->entity(), attr, true);
+    forgetPending(path);
+    callChanged(*owner->entity(), attr, true);
     std::string const is = shown(given.ptr(), *base_);
     bool const alike = was == is && (before || !attr.isCollection());
     applied.changed = applied.changed || !alike;
@@ -327,10 +345,11 @@ class Editor::Impl {
   }
 
   // Sets a reference from a rendering. If it leads nowhere yet, it becomes pending.
-  void setRendered(Applied& applied, Path const& path, std::string const& text) {
+  void setRendered(Applied& applied, Path const& path, WordSpan words) {
     KelAttr const& attr = *path.steps.back().attr;
     ensure(applied, path.parent());
-    PendingReference reference{path, Json(text), text, {}};
+    std::string const& text = words.front();
+    PendingReference reference{path, Json(text), text, {}, {words.begin() + 1, words.end()}};
     if (attr.keyIsPtr() && !attr.isPtr()) {
       reference.value = exportValue(writtenValue(*attr.type(), text).ptr(), *base_);
       reference.target = path.steps.back().keyText();
@@ -338,23 +357,28 @@ class Editor::Impl {
       reference.value = nullptr;
       if (attr.keyIsPtr()) reference.target = path.steps.back().keyText();
     }
-    pending_.erase(path);
-    reference.reason = setReference(base_, reference);
+    forgetPending(path);
+    noteBefore(change_.undo, base_, reference);
+    reference.reason = setToAny(base_, reference);
     applied.changed = true;
     applied.text = path.text() + " set to " + text;
     if (reference.reason.empty()) return;
     applied.dangling.push_back(path);
+    clearReference(base_, reference);
+    change_.undo.notePending(pending_);
     pending_.add(std::move(reference));
   }
 
-  void noteChange(Kel::Entity& owner, KelAttr const& attr, bool given) const {
+  void callChanged(Kel::Entity& owner, KelAttr const& attr, bool given) {
     EntityHooks const& hooks = hooksOf(*owner.type());
-    if (person_ && hooks.changed) hooks.changed(owner, attr, given);
+    if (!person_ || !hooks.changed) return;
+    change_.undo.noteContent(owner);
+    hooks.changed(owner, attr, given);
   }
 
   // --- delete ---
 
-  void remove(Applied& applied, Path const& path, WordSpan) {
+  void removeAt(Applied& applied, Path const& path) {
     applied.path = path;
     Place const place = locate(base_, path);
     PathStep const& last = path.steps.back();
@@ -369,28 +393,31 @@ class Editor::Impl {
     Path const ownerPath = path.parent();
     Kel::Entity::Ptr const owner = entityAt(base_, ownerPath);
     if (attr.isQueue() && last.key) {
-      QueueEdit edit(base_, pending_, *owner, path.parent() / attributeStep(attr));
-      if (attr.instantiating()) departed_.note(*place.entity, std::nullopt);  // another item will have its position
+      QueueEdit edit(base_, pending_, change_.undo, *owner, path.parent() / attributeStep(attr));
+      // No successor: another item will have its position.
+      if (attr.instantiating()) change_.departed.note(*place.entity, std::nullopt);
       edit.erase(path.position());
       applied.text = path.text() + " deleted";
       return;
     }
     if (attr.instantiating()) noteOwned(*owner, attr, path);
-    pending_.erase(path);
+    forgetPending(path);
     GenericIf::Ptr const gif = gifOf(*owner);
+    GenericIf::PtrConst const key = attr.keyIsPtr() ? place.key : last.key;
+    attr.isCollection() && !last.key ? change_.undo.noteAll(*owner, attr) : change_.undo.note(*owner, attr, key);
     if (attr.isCollection() && !last.key) {
       applied.changed = attr.access().count(attr, *owner) > 0;
       applied.text = path.text() + " emptied";
       gif->attributeOp(Kel::AttributeOp::deleteAll, attr.id());
     } else if (attr.isCollection() || attr.instantiating()) {
       applied.text = path.text() + " deleted";
-      gif->attributeDel(attr.id(), attr.keyIsPtr() ? place.key : last.key);
+      gif->attributeDel(attr.id(), key);
     } else {
       applied.changed = !hasDefault(*owner, attr);
       gif->attributeDel(attr.id());
       applied.text = path.text() + " back to " + shown(gif->attribute(attr.id()).ptr(), *base_);
     }
-    if (!attr.instantiating()) noteChange(*owner, attr, false);
+    if (!attr.instantiating()) callChanged(*owner, attr, false);
   }
 
   void removeEntry(Applied& applied, Path const& path) {
@@ -398,8 +425,9 @@ class Editor::Impl {
     Kel::Entity::Ptr const owner = entityAt(base_, path.parent());
     auto& dir = static_cast<Kel::Dir&>(*owner);
     Kel::Name const& name = path.steps.back().entry;
-    if (Kel::Entity const* const child = dir.child(name)) departed_.note(const_cast<Kel::Entity&>(*child), path);
-    pending_.erase(path);
+    if (Kel::Entity const* const child = dir.child(name)) change_.departed.note(const_cast<Kel::Entity&>(*child), path);
+    forgetPending(path);
+    change_.undo.noteEntry(dir, name);
     dir.entryDel(name);
     applied.text = path.text() + " deleted";
   }
@@ -407,13 +435,13 @@ class Editor::Impl {
   // Notes what is about to leave: one entity, or all of an attribute.
   void noteOwned(Kel::Entity& owner, KelAttr const& attr, Path const& path) {
     if (path.steps.back().key || !attr.isCollection()) {
-      if (Kel::Entity::Ptr const e = entityAt(base_, path)) departed_.note(*e, path);
+      if (Kel::Entity::Ptr const e = entityAt(base_, path)) change_.departed.note(*e, path);
       return;
     }
     eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t position) {
       Path const ownerPath = path.parent();
-      departed_.note(*it.target(),
-                     attr.isQueue() ? ownerPath / queueStep(attr, position) : ownerPath / memberStep(attr, it.key()));
+      change_.departed.note(*it.target(), attr.isQueue() ? ownerPath / queueStep(attr, position)
+                                                         : ownerPath / memberStep(attr, it.key()));
       return true;
     });
   }
@@ -461,16 +489,15 @@ class Editor::Impl {
     std::size_t const to = position(words[used], attr.access().count(attr, *owner));
     WordSpan const rest = words.subspan(used + 1);
     applied.path = path.parent() / queueStep(attr, to);
-    QueueEdit edit(base_, pending_, *owner, path);
+    QueueEdit edit(base_, pending_, change_.undo, *owner, path);
     if (attr.instantiating()) {
       Args const args = parameters(*attr.type(), attr, nullptr, rest, nullptr);
       edit.insert(to, listOf(args));
-      if (EntityHooks const& hooks = hooksOf(*attr.type()); person_ && hooks.created)
-        hooks.created(base_, entityAt(base_, applied.path), pending_);
+      callCreated(*entityAt(base_, applied.path));
     } else {
       if (rest.size() != 1) throw InputError("one value expected: " + expectation(*attr.type()));
       edit.insert(to, value(attr, *attr.type(), false, rest[0]));
-      noteChange(*owner, attr, true);
+      callChanged(*owner, attr, true);
     }
     applied.changed = true;
     applied.text = applied.path.text() + " inserted";
@@ -480,7 +507,7 @@ class Editor::Impl {
     KelAttr const& attr = *path.steps.back().attr;
     GenericIf::PtrConst const given = value(attr, *attr.type(), false, text);
     Kel::Entity::Ptr const owner = entityAt(base_, path.parent());
-    QueueEdit edit(base_, pending_, *owner, path.parent() / attributeStep(attr));
+    QueueEdit edit(base_, pending_, change_.undo, *owner, path.parent() / attributeStep(attr));
     edit.replace(path.position(), given);
     applied.changed = true;
     applied.text = path.text() + " set to " + shown(given.ptr(), *base_);
@@ -498,7 +525,7 @@ class Editor::Impl {
     applied.path = path.parent() / queueStep(attr, to);
     applied.changed = from != to;
     applied.text = path.text() + ": item " + std::to_string(from) + " moved to " + std::to_string(to);
-    QueueEdit(base_, pending_, *owner, path).move(from, to);
+    QueueEdit(base_, pending_, change_.undo, *owner, path).move(from, to);
   }
 
   // --- create ---
@@ -533,7 +560,7 @@ class Editor::Impl {
     ImportOptions options;
     options.values = ValueRule::asWritten;
     options.pending = &pending_;
-    importJson(base_, path, content, options);
+    importPart(base_, path, content, options, &change_.undo);
     applied.path = path;
     applied.changed = true;
     applied.text = path.text() + " created";
@@ -546,8 +573,11 @@ class Editor::Impl {
   Kel::Dir::Ptr base_;
   PendingReferences& pending_;
   bool const person_;
-  bool batch_ = false;
-  Departed departed_;
+  // The edit under way.
+  struct Change {
+    Undo undo;
+    Departed departed;
+  } change_;
 };
 
 Editor::Editor(Kel::Dir::Ptr base, PendingReferences& pending, Source source)
@@ -557,11 +587,6 @@ Editor::~Editor() = default;
 Applied Editor::apply(std::span<std::string const> words, Path const& at) { return impl_->apply(words, at); }
 Applied Editor::apply(std::string_view line, Path const& at) { return impl_->apply(splitWords(line), at); }
 void Editor::applyAll(std::span<std::string const> lines) { impl_->applyAll(lines); }
-Applied Editor::remove(Path const& path) {
-  Applied applied;
-  impl_->remove(applied, path);
-  impl_->settle(applied);
-  return applied;
-}
+Applied Editor::remove(Path const& path) { return impl_->remove(path); }
 
 }  // namespace Cli::Service

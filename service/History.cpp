@@ -3,6 +3,7 @@
 
 #include "Kel/AttrLog.h"
 #include "service/Differ.h"
+#include "service/PathSet.h"
 #include "service/ServiceImpl.h"
 
 namespace Cli::Service {
@@ -211,12 +212,16 @@ namespace {
 
 // The changes that no conflict concerns.
 std::vector<Difference> withoutConflicts(std::vector<Difference> changes, std::vector<Conflict> const& conflicts) {
-  std::erase_if(changes, [&](Difference const& d) {
-    return std::any_of(conflicts.begin(), conflicts.end(), [&](Conflict const& c) {
-      auto const touch = [&](Path const& path) { return d.path.isWithin(path) || path.isWithin(d.path); };
-      return touch(c.path) || (c.target && touch(*c.target));
-    });
-  });
+  PathSet places, owners;
+  auto const note = [&](Path const& place) {
+    places.add(place);
+    PathSet::eachTop(place, [&](Path const& top) { return (owners.add(top), false); });
+  };
+  for (Conflict const& c : conflicts) {
+    note(c.path);
+    if (c.target) note(*c.target);
+  }
+  std::erase_if(changes, [&](Difference const& d) { return places.isAround(d.path) || owners.has(d.path); });
   return changes;
 }
 

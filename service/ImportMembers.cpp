@@ -2,6 +2,7 @@
 #include "service/Importer.h"
 #include "service/JsonKeys.h"
 #include "service/ModelHooks.h"
+#include "service/Prototypes.h"
 #include "service/Walk.h"
 #include "service/WordReader.h"
 
@@ -11,15 +12,14 @@ using Kel::GenericIf;
 using Kel::KelAttr;
 using Kel::KelType;
 
-namespace {
-
-GenericIf::PtrConst defaultArg(Kel::KelArg const& arg) {
+GenericIf::PtrConst initialArgument(Kel::KelArg const& arg, KelAttr const* named) {
+  if (named && arg.type() == Kel::TypeOf<Kel::Name>::type())
+    if (EntityHooks const& hooks = hooksOf(*named->type()); hooks.singletonName)
+      return GenericIf::of(Kel::Name(hooks.singletonName(*named)));
   if (arg.pointer) return nullptr;
   KelType const& type = *arg.type();
   return type.isEnum() ? GenericIf::ofEnum(&type, type.enumerators().front().value) : type.valueOps().initial();
 }
-
-}  // namespace
 
 std::vector<GenericIf::PtrConst> Importer::arguments(KelType const& type, KelAttr const* holder,
                                                      GenericIf::PtrConst const& key, Json const& json) {
@@ -33,7 +33,7 @@ std::vector<GenericIf::PtrConst> Importer::arguments(KelType const& type, KelAtt
     }
     auto const given = json.find(arg.name.str());
     if (given == json.end())
-      args.push_back(i == 0 && holder ? singletonName(*holder, arg) : defaultArg(arg));
+      args.push_back(initialArgument(arg, i == 0 ? holder : nullptr));
     else if (arg.pointer)
       args.push_back(given->is_string() ? GenericIf::ofEntity(targetAt(base_, given->get<std::string>())) : nullptr);
     else
@@ -42,12 +42,6 @@ std::vector<GenericIf::PtrConst> Importer::arguments(KelType const& type, KelAtt
       fail("'" + arg.name.str() + "' leads to a " + args.back()->type()->name().str());
   }
   return args;
-}
-
-GenericIf::PtrConst Importer::singletonName(KelAttr const& holder, Kel::KelArg const& arg) {
-  EntityHooks const& hooks = hooksOf(*holder.type());
-  if (!hooks.singletonName || arg.type() != Kel::TypeOf<Kel::Name>::type()) return defaultArg(arg);
-  return GenericIf::of(Kel::Name(hooks.singletonName(holder)));
 }
 
 bool Importer::matches(Kel::Entity const& e, KelType const& type, Json const& json, KelAttr const* holder) {
@@ -240,7 +234,7 @@ void Importer::member(Kel::Entity* e, KelAttr const& attr, GenericIf::PtrConst c
     if (write_) references_.push_back({{at_, json, key->text().str(), {}}, fresh_});
     return;
   }
-  if (attr.isPtr() && !json.is_null()) return pointer(json, json);
+  if (attr.isPtr() && !json.is_null()) return pointer(json);
   GenericIf::PtrConst const value = attr.isPtr() ? nullptr : GenericIf::PtrConst(converted(*attr.type(), json));
   if (!write_) return tryMember(attr, key, value);
   if (value) return setValue(e, attr, key, value);

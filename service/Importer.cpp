@@ -212,7 +212,7 @@ void Importer::attribute(Kel::Entity* e, KelAttr const& attr, Json const& json) 
   if (attr.instantiating()) {
     owned(e, attr, nullptr, json, e ? singleTarget(*e, attr) : nullptr);
   } else if (attr.isPtr()) {
-    pointer(json, json);
+    pointer(json);
   } else {
     setValue(e, attr, nullptr, converted(*attr.type(), json));
   }
@@ -239,14 +239,23 @@ void Importer::setValue(Kel::Entity* e, KelAttr const& attr, GenericIf::PtrConst
   ++report_.values;
 }
 
-void Importer::pointer(Json const& target, Json const& value) {
-  if (!target.is_string()) fail("the path of an entity expected, not " + target.dump());
+void Importer::pointer(Json const& json) {
+  std::vector<std::string> texts;
+  for (Json const& text : json.is_array() ? json : Json::array({json})) {
+    if (!text.is_string()) fail("the path of an entity expected, not " + text.dump());
+    texts.push_back(text.get<std::string>());
+  }
+  if (texts.empty()) fail("the path of an entity expected, not " + json.dump());
   if (!write_) return;
   KelAttr const& attr = *at_.steps.back().attr;
-  std::string text = target.get<std::string>();
+  std::string const text = texts.front();
   EntityHooks const& hooks = hooksOf(*attr.ownerType());
   bool const implied = options_.values == ValueRule::checked && hooks.isImplied && hooks.isImplied(attr, text);
-  references_.push_back({{at_, implied ? Json(nullptr) : value, implied ? "" : text, {}}, fresh_});
+  texts.erase(texts.begin());
+  if (implied)
+    references_.push_back({{at_, nullptr, "", {}}, fresh_});
+  else
+    references_.push_back({{at_, text, text, {}, std::move(texts)}, fresh_});
 }
 
 void Importer::finish() {
@@ -278,25 +287,15 @@ void Importer::resolve(PendingReference& reference) {
   GenericIf::Ptr const owner = GenericIf::ofEntity(entityAt(base_, reference.place.parent()));
   if (!owner) return;
   Kel::Entity* const old = attr.isCollection() ? nullptr : singleTarget(*owner->entity(), attr);
-  PathStep const& step = reference.place.steps.back();
-  before(*owner->entity(), attr,
-         attr.keyIsPtr() ? GenericIf::PtrConst(GenericIf::ofEntity(targetAt(base_, step.keyText()))) : step.key);
-  reference.reason = setReference(base_, reference);
+  if (undo_ && !fresh_) noteBefore(*undo_, base_, reference);
+  reference.reason = setToAny(base_, reference);
   if (!attr.isCollection() && singleTarget(*owner->entity(), attr) != old) ++report_.values;
   if (attr.isCollection() && !was.there()) ++report_.values;
   if (reference.reason.empty()) return;
   report_.dangling.push_back(reference);
   beforePending();
   if (options_.pending) options_.pending->add(reference);
-  if (!attr.isCollection()) {
-    owner->attributeDel(attr.id());
-  } else if (!attr.keyIsPtr()) {
-    try {
-      owner->attributeIs(attr.id(), was.key, nullptr);
-    } catch (Kel::RangeException const&) {
-      owner->attributeDel(attr.id(), was.key);  // null may not be a member here
-    }
-  }
+  clearReference(base_, reference);
 }
 
 // --- Before writes ---

@@ -80,13 +80,12 @@ class Importer {
   void setValue(Kel::Entity* e, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
                 Kel::GenericIf::PtrConst const& value);
 
-  // Notes a reference, which is resolved last. `value`: what is set at the place.
-  void pointer(Json const& target, Json const& value);
+  // Notes a reference, which is resolved last.
+  void pointer(Json const& json);
 
   // The constructor arguments of a new entity; for a queue's item, without the index.
   std::vector<Kel::GenericIf::PtrConst> arguments(Kel::KelType const& type, Kel::KelAttr const* holder,
                                                   Kel::GenericIf::PtrConst const& key, Json const& json);
-  static Kel::GenericIf::PtrConst singletonName(Kel::KelAttr const& holder, Kel::KelArg const& arg);
 
   // Whether an entity has the type and the parameters that the JSON says.
   bool matches(Kel::Entity const& e, Kel::KelType const& type, Json const& json, Kel::KelAttr const* holder);
@@ -175,7 +174,8 @@ class Importer {
   Departed departed_;
 };
 
-// importJson as a part of a change that the caller takes back.
-ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options = {});
+// importJson as a part of a change that the caller takes back. `undo` notes how; null: the caller has noted it.
+ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options,
+                        Undo* undo);
 
 }  // namespace Cli::Service

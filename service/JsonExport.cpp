@@ -4,6 +4,7 @@
 
 #include "service/JsonTree.h"
 #include "service/Prototypes.h"
+#include "service/References.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
@@ -93,7 +94,7 @@ class Exporter {
     }
     Json value = exportValue(valueOfAttr(e, attr).ptr(), base_);
     if (attr.isPtr() && value.is_null())
-      if (PendingReference const* waiting = pendingAt(attributeStep(attr))) return waiting->value;
+      if (PendingReference const* waiting = pendingAt(attributeStep(attr))) return contentOf(*waiting);
     return value;
   }
 
@@ -129,7 +130,7 @@ class Exporter {
     GenericIf::PtrConst const value = it.obj(true);
     Json json = exportValue(value.ptr(), base_);
     if (attr.isPtr() && json.is_null() && options_.pending)
-      if (PendingReference const* waiting = options_.pending->find(at_)) return waiting->value;
+      if (PendingReference const* waiting = options_.pending->find(at_)) return contentOf(*waiting);
     return json;
   }
 
@@ -170,16 +171,17 @@ class Exporter {
   }
   static void reserve(Json& json, std::size_t size) { json.get_ref<Json::object_t&>().reserve(size); }
 
-  // Members whose pointer key is pending.
+  // Members that do not exist while their pointers are pending.
   void addPending(KelAttr const& attr, std::vector<Entry>& entries) const {
-    if (!options_.pending || !attr.keyIsPtr()) return;
+    if (!options_.pending || !(attr.isPtr() || attr.keyIsPtr())) return;
     Path const whole = at_ / attributeStep(attr);
     for (PendingReference const& waiting : options_.pending->within(whole)) {
       if (waiting.place.steps.size() != whole.steps.size()) continue;
-      std::string const key = waiting.place.steps.back().keyText();
+      PathStep const& step = waiting.place.steps.back();
+      Json key = attr.keyIsPtr() ? Json(step.keyText()) : exportValue(step.key.ptr(), base_);
       bool known = false;
       for (Entry const& entry : entries) known = known || entry.key == key;
-      if (!known) entries.push_back({key, waiting.value});
+      if (!known) entries.push_back({std::move(key), contentOf(waiting)});
     }
   }
 

@@ -38,8 +38,9 @@ ImportReport importText(Kel::Dir::Ptr const& base, Path const& at, std::string c
   return imported(base, at, json, options, {file, text});
 }
 
-ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options) {
-  return Importer(base, options, {}, nullptr).run(at, json);
+ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options,
+                        Undo* undo) {
+  return Importer(base, options, {}, undo).run(at, json);
 }
 
 }  // namespace Cli::Service

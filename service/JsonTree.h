@@ -3,9 +3,10 @@
 // An entity is an object of its attributes by name, in the order of the model: the writable, logging ones, and its
 // constructor parameters. Left out are the parameter that is its key in a collection, and the index in a queue. A
 // keyed collection is an object by the texts of its keys; a queue is an array; a pointer is the path of its target
-// (service/Path.h); null is a null pointer or an absent singleton. A value type is an object of its fields, a
-// representation value is its field. Numbers that JSON lacks are "nan", "infinity" and "-infinity"; text that is not
-// UTF-8 is {"$bytes": "hexadecimal digits"}; an enumerator without a name is its number.
+// (service/Path.h), and a pending one with several possible targets an array of their paths; null is a null pointer or
+// an absent singleton. A value type is an object of its fields, a representation value is its field. Numbers that JSON
+// lacks are "nan", "infinity" and "-infinity"; text that is not UTF-8 is {"$bytes": "hexadecimal digits"}; an
+// enumerator without a name is its number.
 //
 // A directory is an object of its entries, each with "$type" first. On import, "$type" may be missing from directories,
 // and from entries that exist. An announced entry, whose entity does not exist yet, has "$absent": true. An entity of a

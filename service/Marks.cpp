@@ -54,7 +54,7 @@ Kel::Entity* heldLike(Kel::Entity const& owner, Kel::Entity const& e) {
   }
   Kel::KelAttr const* const held = e.parentAttr();
   if (!held || held->isQueue()) return nullptr;
-  return held->isCollection() ? held->access().memberLike(owner, e, 0) : held->access().single(owner);
+  return held->isCollection() ? held->access().findCounterpart(owner, e, 0) : held->access().target(owner);
 }
 
 // --- Marks ---

@@ -51,4 +51,21 @@ struct MergeNode {
   }
 };
 
+inline std::vector<Path> pathsOf(std::vector<Difference const*> const& list) {
+  std::vector<Path> paths;
+  for (Difference const* d : list) paths.push_back(d->path);
+  return paths;
+}
+
+// One path of the ancestor in each tree. They differ, because items of queues have other positions there.
+struct Places {
+  Path ancestor, session, running;
+  void push(PathStep const& step) {
+    for (Path* path : {&ancestor, &session, &running}) path->steps.push_back(step);
+  }
+  void pop() {
+    for (Path* path : {&ancestor, &session, &running}) path->steps.pop_back();
+  }
+};
+
 }  // namespace Cli::Service

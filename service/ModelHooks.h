@@ -31,10 +31,11 @@ struct EntityHooks {
   std::function<KeyForm(Kel::KelAttr const& attr)> keyForm;
   // The name of a singleton of this type that is made without one being given.
   std::function<std::string(Kel::KelAttr const& attr)> singletonName;
-  // Called after an entity was made, to set attributes that are derived from its key, in the entity and below it. It
-  // adds pointers whose targets do not exist to `pending`.
+  // Called after an entity was made, to set attributes that are derived from its key. It may write to the entity and
+  // below it, and adds pointers whose targets do not exist to `pending`.
   std::function<void(Kel::Dir::Ptr const& base, Kel::Entity::Ptr const& made, PendingReferences& pending)> created;
-  // Called after a user has set a value, pointer or collection (`given`), or put it back to its default.
+  // Called after a user has set a value, pointer or collection (`given`), or put it back to its default. It may write
+  // to the attributes of that entity, not to those of the entities below it.
   std::function<void(Kel::Entity& entity, Kel::KelAttr const& attr, bool given)> changed;
   // True if a pointer's text stands for null: it names an entity that every device has but that is not in the tree.
   std::function<bool(Kel::KelAttr const& attr, std::string_view text)> isImplied;

@@ -19,7 +19,7 @@ struct PendingReference {
   Json value;
   std::string target;  // the text that leads nowhere
   std::string reason;  // "there is no such entity", "is a Vlan, not a Port"
-  // Other possible texts, for a name that may be in one of several collections.
+  // Other possible texts, for a name that may be in one of several collections. A pointer that is a key has none.
   std::vector<std::string> others = {};
 };
 

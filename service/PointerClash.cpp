@@ -1,10 +1,9 @@
 #include "service/PointerClash.h"
 
-#include <functional>
-#include <optional>
 #include <unordered_map>
 
 #include "service/JsonTree.h"
+#include "service/PathSet.h"
 #include "service/Pointers.h"
 #include "service/Walk.h"
 
@@ -17,27 +16,6 @@ namespace {
 
 bool isEntity(Difference const& d) { return !d.run && (!d.attr || d.attr->instantiating()); }
 
-// The deleted entity that a place lies in.
-class Deleted {
- public:
-  explicit Deleted(std::vector<Difference> const& differences) {
-    for (Difference const& d : differences)
-      if (isEntity(d) && d.kind == DifferenceKind::deleted) paths_.insert(d.path.text());
-  }
-  bool empty() const { return paths_.empty(); }
-  std::optional<Path> around(Path const& place) const {
-    Path top;
-    for (PathStep const& step : place.steps) {
-      top.steps.push_back(step);
-      if (paths_.count(top.text())) return top;
-    }
-    return std::nullopt;
-  }
-
- private:
-  std::unordered_set<std::string> paths_;
-};
-
 class Clashes {
  public:
   explicit Clashes(MergeInput const& in) : in_(in) {}
@@ -45,7 +23,9 @@ class Clashes {
   void find(bool byEdit) {
     std::vector<Difference> const &setters = byEdit ? in_.edits : in_.changes,
                                   &deleters = byEdit ? in_.changes : in_.edits;
-    Deleted const deleted(deleters);
+    PathSet deleted;
+    for (Difference const& d : deleters)
+      if (isEntity(d) && d.kind == DifferenceKind::deleted) deleted.add(d.path);
     if (deleted.empty()) return;
     Tree const& tree = byEdit ? in_.session : in_.running;
     for (Difference const& d : setters) {
@@ -74,22 +54,22 @@ class Clashes {
   }
 
   void add(Path const& place, Entity const&, KelAttr const& attr, Entity const& target, bool byEdit,
-           Deleted const& deleted) {
+           PathSet const& deleted) {
     Tree const& tree = byEdit ? in_.session : in_.running;
     auto const path = pathOf(target, *tree.dir);
     if (!path) return;
-    auto const around = deleted.around(*path);
-    if (!around) return;
+    Path around;
+    if (!deleted.anyAround(*path, [&](Path const& top) { return (around = top, true); })) return;
     // A member under a pointer may be one, too; of what was created, a collection is one place.
     auto const [known, isNew] = seen_.try_emplace(place.text(), clashes_.size());
     if (!isNew) {
       PointerClash& same = clashes_[known->second];
-      if (same.byEdit == byEdit) same.deleted.push_back(*around);
+      if (same.byEdit == byEdit) same.deleted.push_back(around);
       return;
     }
     PointerClash clash;
     clash.byEdit = byEdit;
-    clash.deleted.push_back(*around);
+    clash.deleted.push_back(around);
     Conflict& c = clash.conflict;
     c.path = place;
     c.kind = ConflictKind::existence;
@@ -126,17 +106,23 @@ std::vector<PointerClash> clashingPointers(MergeInput const& input) {
   return clashes.take();
 }
 
-bool pointedAtBy(Tree const& tree, Path const& target, std::unordered_set<std::string> const& holders) {
-  bool found = false;
-  for (std::string const& holder : holders) {
-    Entity::Ptr const e = targetAt(tree.dir, holder);
-    if (!e || found) continue;
-    eachPointer(*e, {}, [&](Pointer const& p) {
+void followPointers(Tree const& tree, std::unordered_set<std::string> const& holders,
+                    std::function<bool(std::string const& place)> const& visit) {
+  std::vector<std::string> open(holders.begin(), holders.end());
+  while (!open.empty()) {
+    Entity::Ptr const holder = targetAt(tree.dir, open.back());
+    open.pop_back();
+    if (!holder) continue;
+    eachPointer(*holder, {}, [&](Pointer const& p) {
       auto const path = pathOf(*p.target, *tree.dir);
-      found |= path && path->isWithin(target);
+      if (!path) return;
+      PathSet::eachTop(*path, [&](Path const& top) {
+        std::string place = top.text();
+        if (visit(place)) open.push_back(std::move(place));
+        return false;
+      });
     });
   }
-  return found;
 }
 
 }  // namespace Cli::Service

@@ -1,6 +1,7 @@
 // Pointers that one side set to what the other side deleted. Not installed.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -19,7 +20,9 @@ struct PointerClash {
 
 std::vector<PointerClash> clashingPointers(MergeInput const& input);
 
-// Whether a pointer at or below one of `holders` (paths of entities) leads to the entity at `target` or below it.
-bool pointedAtBy(Tree const& tree, Path const& target, std::unordered_set<std::string> const& holders);
+// Visits, for every pointer at or below one of `holders` (paths of entities), each place that its target is within. If
+// `visit` answers true, the entity at that place is a holder, too.
+void followPointers(Tree const& tree, std::unordered_set<std::string> const& holders,
+                    std::function<bool(std::string const& place)> const& visit);
 
 }  // namespace Cli::Service

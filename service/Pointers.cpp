@@ -11,7 +11,7 @@ void eachPointer(Entity const& top, Path const& at, std::function<void(Pointer c
   for (KelAttr const* attr : top.type()->ptrAttrs()) {
     if (!attr->copiable()) continue;
     if (!attr->isCollection()) {
-      if (Entity const* const target = attr->access().single(top))
+      if (Entity const* const target = attr->access().target(top))
         visit({at / attributeStep(*attr), &top, attr, target, nullptr, nullptr});
       continue;
     }

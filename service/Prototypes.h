@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Kel/Entity.h"
+#include "Kel/GenericIf.h"
 
 namespace Cli::Service {
 
@@ -11,5 +12,8 @@ Kel::Entity const* prototypeOf(Kel::KelType const& type);
 // True if the attribute has the same content in both entities. REQUIRES: they are of one type, and the attribute holds
 // values.
 bool sameContent(Kel::Entity const& a, Kel::Entity const& b, Kel::KelAttr const& attr);
+// The constructor argument of a new entity for which none is given. `named`: the attribute that will hold the entity,
+// if the argument is the first; null otherwise.
+Kel::GenericIf::PtrConst initialArgument(Kel::KelArg const& arg, Kel::KelAttr const* named);
 
 }  // namespace Cli::Service

@@ -10,12 +10,19 @@ namespace Cli::Service {
 
 using Kel::GenericIf;
 
-QueueEdit::QueueEdit(Kel::Dir::Ptr base, PendingReferences& pending, Kel::Entity& owner, Path queue)
+QueueEdit::QueueEdit(Kel::Dir::Ptr base, PendingReferences& pending, Undo& undo, Kel::Entity& owner, Path queue)
     : base_(std::move(base)),
       pending_(pending),
+      undo_(undo),
       owner_(owner),
       queue_(std::move(queue)),
       attr_(*queue_.steps.back().attr) {}
+
+// Call it before the first write.
+void QueueEdit::note() {
+  undo_.noteAll(owner_, attr_);
+  undo_.notePending(pending_);
+}
 
 std::vector<std::size_t> QueueEdit::order() const {
   std::vector<std::size_t> all(attr_.access().count(attr_, owner_));
@@ -44,6 +51,7 @@ void QueueEdit::erase(std::size_t position) {
     return at < position;
   });
   for (std::size_t i = position; i < positions.size(); ++i) positions[i] = i == position ? made : i - 1;
+  note();
   pending_.erase(queue_.parent() / queueStep(attr_, position));
   gifOf(owner_)->attributeDel(attr_.id(), index);
   remapPending(positions);
@@ -59,6 +67,7 @@ void QueueEdit::move(std::size_t from, std::size_t to) {
 void QueueEdit::arrange(std::vector<std::size_t> const& order, GenericIf::PtrConst const& item) {
   std::size_t kept = 0;
   while (kept < order.size() && order[kept] == kept) ++kept;
+  note();
   if (attr_.instantiating()) return arrangeEntities(order, kept, item);
   std::vector<GenericIf::PtrConst> indices, values;
   eachMember(owner_, attr_, [&](Kel::AttrIterator const& it, std::size_t position) {
@@ -153,9 +162,9 @@ void QueueEdit::arrangeEntities(std::vector<std::size_t> const& order, std::size
   options.values = ValueRule::asWritten;
   for (std::size_t i = kept; i < order.size(); ++i) {
     gif->attributeSQEnq(attr_.id(), order[i] == made ? item : olds[order[i]].args);
-    if (order[i] != made) importPart(base_, owner / queueStep(attr_, i), olds[order[i]].content, options);
+    if (order[i] != made) importPart(base_, owner / queueStep(attr_, i), olds[order[i]].content, options, nullptr);
   }
-  departed.repoint(base_, &pending_, nullptr);
+  departed.repoint(base_, &pending_, &undo_);
   for (PendingReference& reference : references) {
     reference.reason = setReference(base_, reference);
     if (!reference.reason.empty()) pending_.add(std::move(reference));

@@ -6,6 +6,7 @@
 
 #include "service/PendingReferences.h"
 #include "service/References.h"
+#include "service/Undo.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
@@ -14,7 +15,8 @@ namespace Cli::Service {
 // again with their content, and the pointers to them, from them and among them are set again.
 class QueueEdit {
  public:
-  QueueEdit(Kel::Dir::Ptr base, PendingReferences& pending, Kel::Entity& owner, Path queue);
+  // `undo` notes how to take the edit back.
+  QueueEdit(Kel::Dir::Ptr base, PendingReferences& pending, Undo& undo, Kel::Entity& owner, Path queue);
 
   // `item` is a value, or a List of the constructor arguments after the index.
   void insert(std::size_t position, Kel::GenericIf::PtrConst const& item);
@@ -25,6 +27,7 @@ class QueueEdit {
  private:
   static constexpr std::size_t made = ~std::size_t(0);
   // `order`: for every position after the edit, the position before it, or `made`.
+  void note();
   void arrange(std::vector<std::size_t> const& order, Kel::GenericIf::PtrConst const& item);
   void arrangeEntities(std::vector<std::size_t> const& order, std::size_t kept, Kel::GenericIf::PtrConst const& item);
   std::vector<std::size_t> order() const;
@@ -36,6 +39,7 @@ class QueueEdit {
 
   Kel::Dir::Ptr base_;
   PendingReferences& pending_;
+  Undo& undo_;
   Kel::Entity& owner_;
   Path queue_;
   Kel::KelAttr const& attr_;

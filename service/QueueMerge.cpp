@@ -26,6 +26,13 @@ QueueSide::QueueSide(std::size_t items, std::vector<Difference const*> const& ru
   takeAdded();
 }
 
+namespace {
+
+// Adjacent items that a side removed, with what it added in their place.
+struct QueueHunk {
+  std::size_t begin, end;
+};
+
 std::vector<QueueHunk> hunksOf(QueueSide const& side) {
   std::vector<QueueHunk> hunks;
   for (std::size_t i = 0; i < side.added.size();) {
@@ -36,8 +43,6 @@ std::vector<QueueHunk> hunksOf(QueueSide const& side) {
   }
   return hunks;
 }
-
-namespace {
 
 bool overlap(QueueHunk const& a, QueueHunk const& b) {
   if (a.begin == a.end && b.begin == b.end) return false;
@@ -58,10 +63,13 @@ bool sameHunk(QueueSide const& edits, QueueHunk const& e, QueueSide const& chang
 std::vector<QueueClash> clashesOf(QueueSide const& edits, QueueSide const& changes) {
   std::vector<QueueClash> clashes;
   std::vector<QueueHunk> const mine = hunksOf(edits), theirs = hunksOf(changes);
-  for (QueueHunk const& e : mine)
-    for (QueueHunk const& c : theirs)
-      if (overlap(e, c) && !sameHunk(edits, e, changes, c))
-        clashes.push_back({std::min(e.begin, c.begin), std::max(e.end, c.end)});
+  auto first = theirs.begin();
+  for (QueueHunk const& e : mine) {
+    while (first != theirs.end() && first->end < e.begin) ++first;
+    for (auto c = first; c != theirs.end() && c->begin <= e.end; ++c)
+      if (overlap(e, *c) && !sameHunk(edits, e, changes, *c))
+        clashes.push_back({std::min(e.begin, c->begin), std::max(e.end, c->end)});
+  }
   std::sort(clashes.begin(), clashes.end(), [](auto const& a, auto const& b) { return a.begin < b.begin; });
   // Clashes that share a hunk are one.
   std::vector<QueueClash> joined;

@@ -21,12 +21,6 @@ struct QueueSide {
   std::vector<std::vector<Added>> added;  // before each of the ancestor's items, and after the last
 };
 
-// Adjacent items that a side removed, with what it added in their place.
-struct QueueHunk {
-  std::size_t begin, end;
-};
-std::vector<QueueHunk> hunksOf(QueueSide const& side);
-
 // A part of the ancestor's queue in which both sides have overlapping hunks that are not the same.
 struct QueueClash {
   std::size_t begin, end;

@@ -107,6 +107,45 @@ std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& refe
   return {};
 }
 
+std::string setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  std::string const reason = setReference(base, reference);
+  if (reason.empty()) return {};
+  for (std::string const& text : reference.others) {
+    PendingReference other = reference;
+    other.value = other.target = text;
+    if (setReference(base, other).empty()) return {};
+  }
+  return reason;
+}
+
+void clearReference(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  PathStep const& step = reference.place.steps.back();
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+  if (!owner || step.attr->keyIsPtr()) return;
+  GenericIf::Ptr const gif = gifOf(*owner);
+  if (!step.attr->isCollection()) return gif->attributeDel(step.attr->id());
+  try {
+    gif->attributeIs(step.attr->id(), step.key, nullptr);
+  } catch (Kel::RangeException const&) {
+    gif->attributeDel(step.attr->id(), step.key);  // null may not be a member here
+  }
+}
+
+Json contentOf(PendingReference const& reference) {
+  if (reference.others.empty()) return reference.value;
+  Json texts = Json::array({reference.value});
+  for (std::string const& text : reference.others) texts.push_back(text);
+  return texts;
+}
+
+void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  PathStep const& step = reference.place.steps.back();
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+  GenericIf::PtrConst key = step.key;
+  if (step.attr->keyIsPtr()) key = GenericIf::ofEntity(targetAt(base, step.keyText()));
+  if (owner) undo.note(*owner, *step.attr, key);
+}
+
 // --- Departures ---
 
 void Departed::note(Kel::Entity& entity, std::optional<Path> now) {
@@ -212,49 +251,52 @@ PendingReference const* PendingReferences::find(Path const& place) const {
 namespace {
 
 // Removes the members of a collection whose pointer keys have left the tree.
-void dropOrphanKeys(Kel::Entity const& owner, KelAttr const& attr) {
+void dropOrphanKeys(Kel::Entity& owner, KelAttr const& attr, Undo& undo) {
   std::vector<GenericIf::PtrConst> gone;
   eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) {
     if (it.keyTarget() && it.keyTarget()->root() != owner.root()) gone.push_back(it.key());
     return true;
   });
-  for (GenericIf::PtrConst const& key : gone) gifOf(owner)->attributeDel(attr.id(), key);
-}
-
-// The same reference, to be led to another text.
-PendingReference ledTo(PendingReference reference, std::string const& text) {
-  PathStep& step = reference.place.steps.back();
-  if (step.attr->keyIsPtr() && step.keyText() == reference.target) step.key = GenericIf::of(Kel::String8(text));
-  if (step.attr->isPtr() && reference.value == reference.target) reference.value = text;
-  reference.target = text;
-  return reference;
-}
-
-// Leads it to the first of its texts behind which there is a target.
-bool setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
-  if (targetAt(base, reference.target) && setReference(base, reference).empty()) return true;
-  for (std::string const& text : reference.others)
-    if (targetAt(base, text) && setReference(base, ledTo(reference, text)).empty()) return true;
-  return false;
+  for (GenericIf::PtrConst const& key : gone) {
+    undo.note(owner, attr, key);
+    gifOf(owner)->attributeDel(attr.id(), key);
+  }
 }
 
 }  // namespace
 
-std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
+std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo) {
   std::vector<Path> revived;
-  std::vector<PendingReference> left;
-  for (PendingReference& reference : list_) {
+  PendingReferences left;
+  for (PendingReference const& reference : pending.list()) {
     Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+    KelAttr const& attr = *reference.place.steps.back().attr;
+    auto const isThere = [&](std::string const& text) { return targetAt(base, text) != nullptr; };
+    bool const mayBeSet =
+        isThere(reference.target) || std::any_of(reference.others.begin(), reference.others.end(), isThere);
     if (!owner) continue;
-    if (setToAny(base, reference)) {
-      if (reference.place.steps.back().attr->keyIsPtr()) dropOrphanKeys(*owner, *reference.place.steps.back().attr);
+    if (mayBeSet) noteBefore(undo, base, reference);
+    if (mayBeSet && setToAny(base, reference).empty()) {
+      if (attr.keyIsPtr()) dropOrphanKeys(*owner, attr, undo);
       revived.push_back(reference.place);
     } else {
-      left.push_back(std::move(reference));
+      left.add(reference);
     }
   }
-  list_ = std::move(left);
+  if (left.list().size() == pending.list().size()) return revived;
+  undo.notePending(pending);
+  pending = std::move(left);
   return revived;
+}
+
+std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
+  Undo undo;
+  try {
+    return Service::retry(*this, base, undo);
+  } catch (...) {
+    undo.takeBack();
+    throw;
+  }
 }
 
 std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Kel::Entity const& target) {

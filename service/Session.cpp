@@ -95,11 +95,10 @@ std::optional<Side> Session::Impl::settledSide(Conflict const& conflict) const {
 bool Session::Impl::editedSince(Conflict const& conflict, Reported const& known) const {
   if (known.edited.count(conflict.path.text())) return true;
   if (conflict.nodes.empty() || known.nodes.empty()) return conflict.session != known.session;
-  return std::all_of(known.nodes.begin(), known.nodes.end(), [&](auto const& node) {
-    if (known.edited.count(node.first)) return true;
-    auto const listed = std::find_if(conflict.nodes.begin(), conflict.nodes.end(),
-                                     [&](Path const& path) { return path.text() == node.first; });
-    return listed == conflict.nodes.end() || contentAt(tree, *listed) != node.second;
+  // Nodes that were listed before and are not any more have been set back.
+  return std::all_of(conflict.nodes.begin(), conflict.nodes.end(), [&](Path const& path) {
+    auto const node = known.nodes.find(path.text());
+    return node == known.nodes.end() || known.edited.count(node->first) || contentAt(tree, path) != node->second;
   });
 }
 

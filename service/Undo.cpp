@@ -176,7 +176,7 @@ void Undo::attach(Entity& owner, KelAttr const& attr, Member const& was) {
 
 void Undo::backAttribute(Entity& owner, KelAttr const& attr, Member const& was) {
   if (same(memberAt(owner, attr, nullptr), was)) return;
-  if (attr.isPtr()) return attr.access().point(attr, owner, was.value ? was.value->entity().ptr() : nullptr);
+  if (attr.isPtr()) return attr.access().setTarget(attr, owner, was.value ? was.value->entity().ptr() : nullptr);
   if (!attr.instantiating()) return attr.access().set(attr, owner, nullptr, was.value.ptr());
   if (singleTarget(owner, attr)) attr.access().del(attr, owner, nullptr);
   if (was.owned) attach(owner, attr, was);

@@ -34,7 +34,7 @@ inline Kel::GenericIf::Ptr valueOfAttr(Kel::Entity const& e, Kel::KelAttr const&
   return attr.access().get(attr, &e, nullptr, false);
 }
 // The entity of an attribute that is a pointer or a singleton; null for none.
-inline Kel::Entity* singleTarget(Kel::Entity const& e, Kel::KelAttr const& attr) { return attr.access().single(e); }
+inline Kel::Entity* singleTarget(Kel::Entity const& e, Kel::KelAttr const& attr) { return attr.access().target(e); }
 
 // Visits the members of a collection as (iterator, position); stops when `visit` answers false.
 template <class Visit>

@@ -75,13 +75,13 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
     return any;
   }
   // Otherwise every member is visited, and `descend` skips those that have not changed.
-  bool const sameMembers = s.dense && (!membership || s.access.sameShape(f.dest, f.src)) && s.usualPlan().keyOnly;
+  bool const sameMembers = s.dense && (!membership || s.access.sameKeyHashes(f.dest, f.src)) && s.usualPlan().keyOnly;
   if (!sameMembers) return attribute(f, s);
   std::sort(changed.begin(), changed.end());
   f.walking(&s);
   bool any = false;
   for (auto const& [position, src] : changed) {
-    Kel::Entity* const dest = s.access.memberLike(f.dest, *src, position);
+    Kel::Entity* const dest = s.access.findCounterpart(f.dest, *src, position);
     if (!dest || dest->type() != src->type()) {
       any |= attribute(f, s);  // different keys have equal hashes
       break;

@@ -19,7 +19,7 @@ Changes::Changes(Kel::Entity const& dest, Kel::Entity const& src, std::vector<Ch
   for (auto const& entry : srcEntries) note(*entry.entity, entry.change);
   for (auto const& entry : destEntries) {
     auto& top = const_cast<Kel::Entity&>(src);
-    Nearest const counterpart = nearestStandIn(*entry.entity, dest, top);
+    Nearest const counterpart = nearestCounterpart(*entry.entity, dest, top);
     Kel::Change change = entry.change;
     // An entity without a counterpart is an extra member of its nearest owner that has one. A queue's member may have
     // a counterpart that was not found, so all of the queue's owner is walked.

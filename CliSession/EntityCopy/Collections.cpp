@@ -48,7 +48,7 @@ bool Walk::collection(Frame& f, Step const& s) {
 
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
-  bool const sameHashes = s.dense && !traced_ && s.usualPlan().keyOnly && s.access.sameShape(f.dest, f.src);
+  bool const sameHashes = s.dense && !traced_ && s.usualPlan().keyOnly && s.access.sameKeyHashes(f.dest, f.src);
   if (s.dense) f.walking(&s);
   Kel::U32 passed = 0;
   bool differs = sameHashes ? passPairs(f, s, passed) : deleteExtra(f, s);
@@ -102,7 +102,7 @@ bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
     if (!keyLeads) return false;
     if (s.attr.instantiating()) {
       Kel::Entity const& member = *at.target();
-      Kel::Entity const* const other = s.access.memberLike(f.src, member, at.position());
+      Kel::Entity const* const other = s.access.findCounterpart(f.src, member, at.position());
       return other && other->type() == member.type() && member.type()->paramsEqual()(member, *other);
     }
     Kel::Entity* target = nullptr;
@@ -129,7 +129,7 @@ Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
   if (relative.empty()) return nullptr;
   auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
   // Keys may contain separators, so two entities may have this path. The position decides.
-  Kel::Entity* found = standIn(destKey, *ec.dest(), srcTop);
+  Kel::Entity* found = counterpartByPosition(destKey, *ec.dest(), srcTop);
   if (!found) found = entityInTree(srcTop, srcTop.fullName() + std::string_view(&separator, 1) + relative).ptr();
   return found && keepsIdentity(ec, destKey, *found) ? found : nullptr;
 }
@@ -239,7 +239,7 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPass
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (quick && !traced_) {
       Kel::Entity& srcMember = *at.target();
-      Kel::Entity* destMember = s.access.memberLike(f.dest, srcMember, at.position());
+      Kel::Entity* destMember = s.access.findCounterpart(f.dest, srcMember, at.position());
       Plan const& usual = s.childPlan(*srcMember.type(), *srcMember.type());
       if (destMember && destMember->type() == srcMember.type() &&
           (usual.keyOnly || usual.paramsEqual(*destMember, srcMember))) {
@@ -249,7 +249,7 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPass
           deletionPassed = true;
           differs |= deleteExtra(f, s);
           if (stopped()) return differs;
-          destMember = s.access.memberLike(f.dest, srcMember, at.position());
+          destMember = s.access.findCounterpart(f.dest, srcMember, at.position());
         }
         // A reactor or a bypass checker may delete it.
         Kel::Ptr<Kel::Entity const> const alive(quiet_ && !f.dest.hasReactors() ? nullptr : &srcMember);
@@ -301,7 +301,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
 }
 
 Kel::Entity* Walk::destMember(Frame& f, Step const& s, Member& m, Kel::Entity const& src) {
-  if (s.typed && m.at) return s.access.memberLike(f.dest, src, m.at->position());
+  if (s.typed && m.at) return s.access.findCounterpart(f.dest, src, m.at->position());
   return entityOf(genericIf(f.destPtr())->attribute(destAttr(f, s).id(), m.index())).ptr();
 }
 

@@ -24,7 +24,7 @@ Kel::Entity* heldLike(Kel::Entity& owner, Kel::Entity const& e) {
     if (e.type() == Kel::Dir::EntryState::_fwkType()) return nullptr;
     return const_cast<Kel::Entity*>(static_cast<Kel::Dir const&>(owner).child(e.name()));
   }
-  return held->isCollection() ? held->access().memberLike(owner, e, 0) : held->access().single(owner);
+  return held->isCollection() ? held->access().findCounterpart(owner, e, 0) : held->access().target(owner);
 }
 
 bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
@@ -41,17 +41,17 @@ bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
 
 }  // namespace
 
-Nearest nearestStandIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
+Nearest nearestCounterpart(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
   if (&src == &srcTop) return {&destTop, nullptr};
   if (!src.parent()) return {&destTop, &src};
-  Nearest const owner = nearestStandIn(*src.parent(), srcTop, destTop);
+  Nearest const owner = nearestCounterpart(*src.parent(), srcTop, destTop);
   if (owner.missing) return owner;
   Kel::Entity* const held = heldLike(*owner.entity, src);
   return held ? Nearest{held, nullptr} : Nearest{owner.entity, &src};
 }
 
-Kel::Entity* standIn(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
-  Nearest const found = nearestStandIn(src, srcTop, destTop);
+Kel::Entity* counterpartByPosition(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
+  Nearest const found = nearestCounterpart(src, srcTop, destTop);
   return found.missing ? nullptr : found.entity;
 }
 
@@ -67,7 +67,7 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
                                    Kel::Entity const* srcTarget) {
   auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->fullName() == fullName; };
   if (srcTarget && ec.src() && ec.dest()) {
-    Kel::Entity* const exact = standIn(*srcTarget, *ec.src(), *ec.dest());
+    Kel::Entity* const exact = counterpartByPosition(*srcTarget, *ec.src(), *ec.dest());
     if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
   }
   if (fits(srcTarget)) return Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(srcTarget));
@@ -99,7 +99,7 @@ Kel::Entity* Counterparts::sourceOf(EntityCopy& ec, Kel::Entity& dest) {
   bool const sameOwner = owner_ && dest.parent() == destOwner_ && dest.parentAttrId() == through_;
   auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
   Kel::Entity* const src =
-      sameOwner ? heldLike(const_cast<Kel::Entity&>(*owner_), dest) : standIn(dest, *ec.dest(), srcTop);
+      sameOwner ? heldLike(const_cast<Kel::Entity&>(*owner_), dest) : counterpartByPosition(dest, *ec.dest(), srcTop);
   return src && same(ec, dest, *src) ? src : nullptr;
 }
 
@@ -131,7 +131,7 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) 
   if (!at) {
     auto const root = ec.handler()->counterpartRoot(EntityCopy::Ptr(&ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
     if (!root || !ec.src() || !ec.dest()) return {nullptr, true};
-    at = standIn(*root, *ec.src(), *ec.dest());
+    at = counterpartByPosition(*root, *ec.src(), *ec.dest());
     if (!at || !keepsIdentity(ec, *at, *root)) return {nullptr, false};
     owners_.emplace(root.ptr(), at);
     while (chain[--length] != root.ptr()) {

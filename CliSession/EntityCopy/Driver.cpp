@@ -1,6 +1,6 @@
 // A run: the copy roots one after the other, then the waiting pointers.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
 
@@ -10,11 +10,11 @@ namespace Cli::Session {
 
 namespace {
 
-// The handler. Makes a handler and a log if there are none. The handle keeps the handler alive if it is replaced while
-// it runs.
+// The handler. Makes a handler and a log if there are none; no log if the copy is left unlogged. The handle keeps the
+// handler alive if it is replaced while it runs.
 Kel::ValidPtr<EntityCopyHandler> handlerForRun(EntityCopy& ec) {
   if (!ec.handler()) ec.handlerIs(entityCopyHandlerFactory());
-  ensureLog(ec);
+  if (!EntityCopy::Impl::of(ec).unlogged || ec.stopAtFirstDiff() || anyTrace()) ensureLog(ec);
   return Kel::validPtr(ec.handler());
 }
 
@@ -91,7 +91,7 @@ void EntityCopy::handleCopyRoots() {
       KEL_ASSERT_TEXT(!destFullName.empty(), "destFullName");
       KEL_TRACE(1) << "Root in dest: " << destFullName;
       // Keys may contain separators, so the position is tried before the path.
-      Kel::Ptr<Kel::Entity> destRoot(standIn(*srcRoot, *src(), *dest()));
+      Kel::Ptr<Kel::Entity> destRoot(counterpartByPosition(*srcRoot, *src(), *dest()));
       if (!destRoot) destRoot = entityInTree(*dest(), destFullName);
       KEL_ASSERT(destRoot);
       run.walk(destRoot, srcRoot);

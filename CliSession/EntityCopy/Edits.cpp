@@ -54,6 +54,11 @@ void ensureLog(EntityCopy& ec) {
   if (!ec.attributeEditLog()) ec.attributeEditLogIs(attributeEditLogFactory());
 }
 
+void leaveUnlogged(EntityCopy& ec) {
+  ec.attributeEditLogIs(nullptr);
+  EntityCopy::Impl::of(ec).unlogged = true;
+}
+
 bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path, Kel::String8 const& relative,
                 Kel::GenericIf::PtrConst const& value) {
   KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()

@@ -25,6 +25,8 @@ class EntityCopy::Impl {
   Kel::U64 foreignCalls = 0;  // how often foreign code has run
   bool unsettled = false;     // a value was written that does not compare equal, such as a NaN
 
+  bool unlogged = false;  // see leaveUnlogged
+
   // The log's entries for each step: two a step, set and delete. An entry is valid for its generation.
   struct CountedEntry {
     AttributeEditEntry* entry = nullptr;
@@ -86,6 +88,9 @@ void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& pat
 
 // Makes a log if the copy has none.
 void ensureLog(EntityCopy& ec);
+// The copy's runs make no log and count no edits, unless the copy is given a log or a trace handle is on. For copies
+// whose log is discarded without being read. Drops the log of earlier runs.
+void leaveUnlogged(EntityCopy& ec);
 
 inline Kel::GenericIf::Ptr genericIf(Kel::Ptr<Kel::Entity> const& e) { return Kel::GenericIf::ofEntity(e); }
 inline Kel::GenericIf::PtrConst genericIf(Kel::Ptr<Kel::Entity const> const& e) { return Kel::GenericIf::ofEntity(e); }

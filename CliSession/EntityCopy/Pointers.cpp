@@ -13,7 +13,7 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
   WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
   Kel::Ptr<Kel::Entity const> srcTarget;
   if (!m)
-    srcTarget = Kel::Ptr<Kel::Entity const>(s.access.single(f.src));
+    srcTarget = Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
   else if (m->at)
     srcTarget = Kel::Ptr<Kel::Entity const>(m->at->target());
   else
@@ -36,7 +36,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   Kel::Entity* current = nullptr;
   bool isThere = true;
   if (!m) {
-    current = destOwn.access().single(f.dest);
+    current = destOwn.access().target(f.dest);
   } else if (s.typed && m->at) {
     isThere = s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
   } else {
@@ -59,7 +59,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     else if (m)
       s.access.copyMember(s.attr, f.dest, *m->at->iterator(), m->key, target);
     else
-      s.access.point(s.attr, f.dest, target);
+      s.access.setTarget(s.attr, f.dest, target);
   });
 }
 

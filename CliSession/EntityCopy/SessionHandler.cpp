@@ -59,6 +59,7 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
     auto const custom = handlerTable() ? handlerTable()->findCustomCopyHandler(path, typeName) : nullptr;
     if (custom && custom.ptr() != this) {
       KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
+      if (EntityCopy::Impl::of(*ec).unlogged) ensureLog(*ec);  // the handler may look at it
       result = custom->handleEntity(ec, dest, src, path);
       if (isRoot()) markCopied(*this, path);
       return result;

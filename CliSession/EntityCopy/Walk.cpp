@@ -10,9 +10,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-namespace {
-
-// Whether any step of a run may have to be traced.
 bool anyTrace() {
   static Kel::TraceHandle const* const handles[] = {
       &Kel::TraceHandle::get("EntityCopy"), &Kel::TraceHandle::get("EntityCopyUtils"),
@@ -21,8 +18,6 @@ bool anyTrace() {
     if (handle->any()) return true;
   return false;
 }
-
-}  // namespace
 
 Walk::Walk(EntityCopy& ec, Kel::Entity const& dest) : ec_(ec), impl_(EntityCopy::Impl::of(ec)), top_(dest) {
   revalidate();
@@ -37,7 +32,7 @@ void Walk::read() {
   keeps_ = guide_ && guide_->keepsTargets() && ec_.dest() && ec_.dest()->root() == top_.root();
   bool const watched = checker_ || traced_ || (log_ && log_->hasReactors());
   debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
-  quiet_ = log_ && !watched && !debugged_;
+  quiet_ = (log_ || impl_.unlogged) && !watched && !debugged_;
 }
 
 void Walk::revalidate() {
@@ -123,9 +118,9 @@ bool Walk::equalAlone(Step const& s, Kel::Entity& dest, Kel::Entity const& src) 
   switch (s.kind) {
     case Step::Kind::value: return s.access.equal(dest, src);
     case Step::Kind::queue: return !s.attr.instantiating() && s.access.equal(dest, src);
-    case Step::Kind::singleton: return !s.access.single(src) && !s.access.single(dest);
+    case Step::Kind::singleton: return !s.access.target(src) && !s.access.target(dest);
     case Step::Kind::pointer: {
-      Kel::Entity *const srcTarget = s.access.single(src), *const destTarget = s.access.single(dest);
+      Kel::Entity *const srcTarget = s.access.target(src), *const destTarget = s.access.target(dest);
       if (ec_.pendingAttrs() > 0) return false;
       if (!srcTarget || !destTarget) return srcTarget == destTarget;
       return keeps_ && impl_.counterparts.same(ec_, *destTarget, *srcTarget);
@@ -274,7 +269,7 @@ bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChil
   return edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
     // If the place has been taken meanwhile, the boxed write replaces what is there.
     if (isFree && s.typed && !box && generation == impl_.generation && srcChild.type() == s.attr.type())
-      *made = s.access.newLike(s.attr, f.dest, srcChild);
+      *made = s.access.createLike(s.attr, f.dest, srcChild);
     else
       genericIf(f.destPtr())->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
     if (*made && s.attr.type()->paramsEqual() && !s.attr.type()->paramsEqual()(**made, srcChild))
@@ -288,8 +283,8 @@ bool Walk::singleton(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopySingleton";
   WALK_TRACE(2, operation) << "doCopySingleton: " << s.attr.name();
   Kel::AttrAccess const& destAccess = destAttr(f, s).access();
-  Kel::Entity* const srcChild = s.access.single(f.src);
-  Kel::Entity* destChild = destAccess.single(f.dest);
+  Kel::Entity* const srcChild = s.access.target(f.src);
+  Kel::Entity* destChild = destAccess.target(f.dest);
   auto const deleteChild = [&] {
     WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
     return edit(
@@ -313,10 +308,10 @@ bool Walk::singleton(Frame& f, Step const& s) {
   WALK_TRACE(3, operation) << "Re-creating entity";
   Kel::U64 const generation = impl_.generation;
   Kel::Entity* made = nullptr;
-  differs |= create(f, s, nullptr, *srcChild, params, !destAccess.single(f.dest), &made);
+  differs |= create(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest), &made);
   // A comparison has made nothing, and a present child has other parameters.
   if (compare_) return differs;
-  if (!made) made = destAccess.single(f.dest);
+  if (!made) made = destAccess.target(f.dest);
   if (made) differs |= child(f, s, *made, *srcChild, impl_.generation == generation);
   return differs;
 }

@@ -24,6 +24,9 @@ namespace Cli::Session {
 
 class Cursor;
 
+// Whether a trace handle is on, so that runs have to trace their steps.
+bool anyTrace();
+
 class Walk {
  public:
   using Box = Kel::GenericIf::PtrConst;
@@ -74,7 +77,7 @@ class Walk {
     Box box;
     bool logged = true;
     if (quiet_ && !compare_) {
-      count(frame, step, type);
+      if (log_) count(frame, step, type);
     } else {
       bool const offered = offers(step, type);
       if (offered) box = value();
@@ -215,7 +218,7 @@ class Walk {
   bool compare_ = false;
   bool traced_ = false;
   bool debugged_ = false;             // the log has debug actions
-  bool quiet_ = false;                // there is a log, and edits are only counted in it
+  bool quiet_ = false;                // edits are only counted, or the run is left unlogged
   bool keeps_ = false;                // the handler keeps targets
   std::unique_ptr<Changes> changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;

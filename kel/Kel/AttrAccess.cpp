@@ -53,8 +53,8 @@ void AttrAccess::copyMember(KelAttr const&, Entity&, AttrIterator const&, Entity
 }
 void AttrAccess::appendValue(KelAttr const&, Entity&, AttrIterator const&) const { lacks("appendValue"); }
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const { lacks("copyValue"); }
-Entity* AttrAccess::single(Entity const&) const { lacks("single"); }
-void AttrAccess::point(KelAttr const&, Entity&, Entity*) const { lacks("point"); }
+Entity* AttrAccess::target(Entity const&) const { lacks("target"); }
+void AttrAccess::setTarget(KelAttr const&, Entity&, Entity*) const { lacks("setTarget"); }
 void AttrAccess::dropPointers(Entity&) const { lacks("dropPointers"); }
 U32 AttrAccess::memberEnd(Entity const&) const { lacks("memberEnd"); }
 Entity* AttrAccess::memberAt(Entity const&, U32) const { lacks("memberAt"); }
@@ -62,11 +62,11 @@ U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*) const { l
 bool AttrAccess::membersEqual(Entity const&, Entity const&, bool (*)(Entity const&, Entity const&)) const {
   lacks("membersEqual");
 }
-Entity* AttrAccess::memberLike(Entity const&, Entity const&, U32) const { lacks("memberLike"); }
+Entity* AttrAccess::findCounterpart(Entity const&, Entity const&, U32) const { lacks("findCounterpart"); }
 U32 AttrAccess::positionOf(Entity const&, Entity const&) const { lacks("positionOf"); }
-Entity* AttrAccess::newLike(KelAttr const&, Entity&, Entity const&) const { lacks("newLike"); }
+Entity* AttrAccess::createLike(KelAttr const&, Entity&, Entity const&) const { lacks("createLike"); }
 void AttrAccess::reserveMembers(Entity&, U32) const { lacks("reserveMembers"); }
-bool AttrAccess::sameShape(Entity const&, Entity const&) const { lacks("sameShape"); }
+bool AttrAccess::sameKeyHashes(Entity const&, Entity const&) const { lacks("sameKeyHashes"); }
 Entity* AttrAccess::child(Entity const&, std::string_view) const { lacks("child"); }
 void AttrAccess::eachChild(Entity const&, void (*)(Entity*, void*), void*) const { lacks("eachChild"); }
 void AttrAccess::takeChildren(Entity&, ChildTaken, void*) const { lacks("takeChildren"); }

@@ -110,9 +110,9 @@ class KEL_API AttrAccess {
   virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
 
   // Pointers and singletons: the entity, or null. A pointer to another object than an entity is null.
-  virtual Entity* single(Entity const& e) const;
+  virtual Entity* target(Entity const& e) const;
   // Pointers to entities. Sets the pointer, and notifies. REQUIRES: the target is of the right type.
-  virtual void point(KelAttr const& attr, Entity& e, Entity* target) const;
+  virtual void setTarget(KelAttr const& attr, Entity& e, Entity* target) const;
   // Attributes with pointers. Clears all of them, without notifying.
   virtual void dropPointers(Entity& e) const;
 
@@ -133,12 +133,12 @@ class KEL_API AttrAccess {
 
   // Owned entities by key. The one with the key of `member`, which belongs to the same attribute of another entity;
   // null if there is none, and for queues. `hint` is the position of `member`.
-  virtual Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const;
+  virtual Entity* findCounterpart(Entity const& e, Entity const& member, U32 hint) const;
   // The end of the members' positions. Only members of hash maps have positions; for others it is 0.
   virtual U32 memberEnd(Entity const& e) const;
   // Whether the keys of two entities' members have the same hashes at the same positions. Then the keys are almost
   // certainly the same. Touches no member. False if members have no positions.
-  virtual bool sameShape(Entity const& a, Entity const& b) const;
+  virtual bool sameKeyHashes(Entity const& a, Entity const& b) const;
   // Owned entities that have positions. The one at a position below the end, or null for a gap.
   virtual Entity* memberAt(Entity const& e, U32 position) const;
   // The position of a member.
@@ -160,7 +160,7 @@ class KEL_API AttrAccess {
 
   // Singletons, and owned entities by key. Makes one with the constructor parameters of `like`, and notifies. REQUIRES:
   // the key is free.
-  virtual Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
+  virtual Entity* createLike(KelAttr const& attr, Entity& owner, Entity const& like) const;
 
   // Attributes that own entities. The entity under a printed key (for a singleton the empty key), or null.
   virtual Entity* child(Entity const& e, std::string_view key) const;

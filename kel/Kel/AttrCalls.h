@@ -94,7 +94,7 @@ struct Construct {
     [[maybe_unused]] unsigned n = 0;
     return ((n++ == 0 || (x.*Getter)() == (y.*Getter)()) && ...);
   }
-  static Entity* newLike(Entity const& like) {
+  static Entity* createLike(Entity const& like) {
     T const& x = static_cast<T const&>(like);
     (void)x;
     return new T((x.*Getter)()...);

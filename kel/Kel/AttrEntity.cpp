@@ -7,19 +7,19 @@ namespace Kel {
 GenericIf::Ptr EntityPtrAccess::get(KelAttr const& attr, void const* object, GenericIf const* key,
                                     bool constView) const {
   wantNoKey(attr, key);
-  return boxView(Ptr<Entity>(single(*static_cast<Entity const*>(object))), constView || attr.isConstPtr());
+  return boxView(Ptr<Entity>(target(*static_cast<Entity const*>(object))), constView || attr.isConstPtr());
 }
 void EntityPtrAccess::set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const {
   wantNoKey(attr, key);
-  point(attr, e, unboxEntity(value, attr.type(), attr.isConstPtr(), attr.fullName()));
+  setTarget(attr, e, unboxEntity(value, attr.type(), attr.isConstPtr(), attr.fullName()));
 }
 void EntityPtrAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) const {
   wantNoKey(attr, key);
-  point(attr, e, nullptr);
+  setTarget(attr, e, nullptr);
 }
 bool EntityPtrAccess::equal(Entity const& a, Entity const& b) const { return at_.get(a) == at_.get(b); }
-Entity* EntityPtrAccess::single(Entity const& e) const { return at_.get(e); }
-void EntityPtrAccess::point(KelAttr const& attr, Entity& e, Entity* target) const {
+Entity* EntityPtrAccess::target(Entity const& e) const { return at_.get(e); }
+void EntityPtrAccess::setTarget(KelAttr const& attr, Entity& e, Entity* target) const {
   if (writeValue(e, at_.in(e), attr.id(), target)) afterChange(attr, e);
 }
 void EntityPtrAccess::dropPointers(Entity& e) const { at_.take(e); }
@@ -47,12 +47,12 @@ bool eraseSingleton(Entity& owner, EntityHandleAt slot, AttributeId id) {
 GenericIf::Ptr SingletonAccess::get(KelAttr const& attr, void const* object, GenericIf const* key,
                                     bool constView) const {
   wantNoKey(attr, key);
-  return boxView(Ptr<Entity>(single(*static_cast<Entity const*>(object))), constView);
+  return boxView(Ptr<Entity>(target(*static_cast<Entity const*>(object))), constView);
 }
 void SingletonAccess::set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const {
   wantNoKey(attr, key);
   Ptr<Entity> const made = attr.type()->newEntity(creationArgs(attr, nullptr, value));
-  if (Entity const* const held = single(e); held && sameParams(*held, *made)) return;
+  if (Entity const* const held = target(e); held && sameParams(*held, *made)) return;
   put(attr, e, made);
 }
 void SingletonAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) const {
@@ -62,19 +62,19 @@ void SingletonAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) 
 void SingletonAccess::op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key,
                          GenericIf const* value) const {
   if (op != AttributeOp::create) return AttrAccess::op(attr, e, op, key, value);
-  if (Entity const* const held = single(e)) throwTaken(attr, held->name());
+  if (Entity const* const held = target(e)) throwTaken(attr, held->name());
   put(attr, e, attr.type()->newEntity(creationArgs(attr, nullptr, value)));
 }
-Entity* SingletonAccess::single(Entity const& e) const { return at_.get(e); }
-Entity* SingletonAccess::newLike(KelAttr const& attr, Entity& owner, Entity const& like) const {
-  put(attr, owner, Ptr<Entity>(attr.type()->newLike()(like)));
-  return single(owner);
+Entity* SingletonAccess::target(Entity const& e) const { return at_.get(e); }
+Entity* SingletonAccess::createLike(KelAttr const& attr, Entity& owner, Entity const& like) const {
+  put(attr, owner, Ptr<Entity>(attr.type()->createLike()(like)));
+  return target(owner);
 }
 Entity* SingletonAccess::child(Entity const& e, std::string_view key) const {
-  return key.empty() ? single(e) : nullptr;
+  return key.empty() ? target(e) : nullptr;
 }
 void SingletonAccess::eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const {
-  if (Entity* const held = single(e)) visit(held, context);
+  if (Entity* const held = target(e)) visit(held, context);
 }
 void SingletonAccess::takeChildren(Entity& e, AttrAccess::ChildTaken taken, void* context) const {
   if (Ptr<Entity> held = at_.take(e)) taken(std::move(held), context);
@@ -82,7 +82,7 @@ void SingletonAccess::takeChildren(Entity& e, AttrAccess::ChildTaken taken, void
 void SingletonAccess::write(KelAttr const&, void const*, AttrLogOut&) const {}
 void SingletonAccess::read(KelAttr const&, void*, AttrLogIn&) const {}
 void SingletonAccess::restore(KelAttr const& attr, Entity& owner, Ptr<Entity> const& child, U64) const {
-  if (Entity const* const held = single(owner)) throwTaken(attr, held->name());
+  if (Entity const* const held = target(owner)) throwTaken(attr, held->name());
   wantOwnable(attr, *child);
   at_.set(owner, child.ptr());
   owner.adopt(*child, attr.id());

@@ -15,8 +15,8 @@ class KEL_API EntityPtrAccess final : public AttrAccess {
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override;
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override;
   bool equal(Entity const& a, Entity const& b) const override;
-  Entity* single(Entity const& e) const override;
-  void point(KelAttr const& attr, Entity& e, Entity* target) const override;
+  Entity* target(Entity const& e) const override;
+  void setTarget(KelAttr const& attr, Entity& e, Entity* target) const override;
   void dropPointers(Entity& e) const override;
   void write(KelAttr const& attr, void const* object, AttrLogOut& out) const override;
   void read(KelAttr const& attr, void* object, AttrLogIn& in) const override;
@@ -44,7 +44,7 @@ class ObjectPtrAccess final : public AttrAccess {
     assign(attr, e, nullptr);
   }
   bool equal(Entity const& a, Entity const& b) const override { return of(a) == of(b); }
-  Entity* single(Entity const&) const override { return nullptr; }
+  Entity* target(Entity const&) const override { return nullptr; }
   void dropPointers(Entity& e) const override { at_.in<Ptr<T>>(e) = nullptr; }
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override {
     streamOut(out, of(*static_cast<Entity const*>(object)));
@@ -78,8 +78,8 @@ class KEL_API SingletonAccess final : public AttrAccess {
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override;
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override;
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override;
-  Entity* single(Entity const& e) const override;
-  Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const override;
+  Entity* target(Entity const& e) const override;
+  Entity* createLike(KelAttr const& attr, Entity& owner, Entity const& like) const override;
   Entity* child(Entity const& e, std::string_view key) const override;
   void eachChild(Entity const& e, void (*visit)(Entity*, void*), void* context) const override;
   void takeChildren(Entity& e, AttrAccess::ChildTaken taken, void* context) const override;

@@ -74,12 +74,17 @@ class MapAccess final : public AttrAccess {
     if constexpr (hasEntities<K> || hasEntities<V>) {
       M const& a = of(dest);
       M const& b = of(src);
-      if (a.members() != b.members()) return false;
-      if (a.empty()) return true;
-      auto j = b.iterator();
-      for (auto i = a.iterator(); i; ++i, ++j)
-        if (!alike(i.key(), j.key(), same) || !alike(i.value(), j.value(), same)) return false;
-      return true;
+      if constexpr (requires { a.equalInOrder(b, nullptr); }) {
+        return a.equalInOrder(b, [&same](auto const& x, auto const& y) {
+          return alike(x.key, y.key, same) && alike(x.value, y.value, same);
+        });
+      } else {
+        if (a.members() != b.members()) return false;
+        auto j = b.iterator();
+        for (auto i = a.iterator(); i; ++i, ++j)
+          if (!alike(i.key(), j.key(), same) || !alike(i.value(), j.value(), same)) return false;
+        return true;
+      }
     } else {
       return false;
     }

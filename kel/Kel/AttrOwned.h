@@ -90,7 +90,7 @@ class OwnedAccess final : public AttrAccess {
       return AttrAccess::memberAt(e, position);
     }
   }
-  Entity* memberLike(Entity const& e, Entity const& member, U32 hint) const override {
+  Entity* findCounterpart(Entity const& e, Entity const& member, U32 hint) const override {
     auto const& key = KeyOf::key(member);
     M const& map = of(e);
     if constexpr (dense) {
@@ -152,15 +152,15 @@ class OwnedAccess final : public AttrAccess {
       return AttrAccess::gatherPairs(dest, src, position, pairs);
     }
   }
-  Entity* newLike(KelAttr const& attr, Entity& owner, Entity const& like) const override {
-    Ptr<Entity> const made(attr.type()->newLike()(like));
+  Entity* createLike(KelAttr const& attr, Entity& owner, Entity const& like) const override {
+    Ptr<Entity> const made(attr.type()->createLike()(like));
     put(attr, owner, made);
     return made.ptr();
   }
   void reserveMembers(Entity& e, U32 count) const override {
     if constexpr (dense) of(e).reserve(count);
   }
-  bool sameShape(Entity const& a, Entity const& b) const override {
+  bool sameKeyHashes(Entity const& a, Entity const& b) const override {
     if constexpr (dense)
       return of(a).sameHashes(of(b));
     else

@@ -125,7 +125,7 @@ class OwnedQueueAccess final : public AnyQueueAccess<Q> {
     dequeueMember(e, of(e), attr.id());
     afterChange(attr, e);
   }
-  Entity* memberLike(Entity const&, Entity const&, U32) const override { return nullptr; }
+  Entity* findCounterpart(Entity const&, Entity const&, U32) const override { return nullptr; }
   Entity* child(Entity const& e, std::string_view key) const override {
     auto const index = printedInteger<I>(key);
     Ptr<E> const* member = index ? of(e).find(*index) : nullptr;

@@ -55,7 +55,7 @@ bool sameParams(Entity const& a, Entity const& b) {
     if (!attr->ctorParam()) continue;
     AttrAccess const& access = attr->access();
     bool const same = attr->isPtr()
-                          ? access.single(a) == access.single(b)
+                          ? access.target(a) == access.target(b)
                           : access.get(*attr, &a, nullptr, true)->valueEqual(*access.get(*attr, &b, nullptr, true));
     if (!same) return false;
   }
@@ -153,12 +153,12 @@ GenericIf::Ptr ParamAccess::get(KelAttr const& attr, void const* object, Generic
   return kept_->get(attr, object, key, constView);
 }
 bool ParamAccess::equal(Entity const& a, Entity const& b) const { return kept_->equal(a, b); }
-Entity* ParamAccess::single(Entity const& e) const { return kept_->single(e); }
+Entity* ParamAccess::target(Entity const& e) const { return kept_->target(e); }
 void ParamAccess::write(KelAttr const& attr, void const* object, AttrLogOut& out) const {
   kept_->write(attr, object, out);
 }
 void ParamAccess::dropPointers(Entity& e) const {
-  Entity const* const target = kept_->single(e);
+  Entity const* const target = kept_->target(e);
   Entity const* owner = e.parent();
   while (owner && owner != target) owner = owner->parent();
   if (owner) kept_->dropPointers(e);

@@ -245,7 +245,7 @@ class KEL_API ParamAccess final : public AttrAccess {
   explicit ParamAccess(AttrAccess const* kept) : kept_(kept) {}
   GenericIf::Ptr get(KelAttr const& attr, void const* object, GenericIf const* key, bool constView) const override;
   bool equal(Entity const& a, Entity const& b) const override;
-  Entity* single(Entity const& e) const override;
+  Entity* target(Entity const& e) const override;
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
   // Clears only a pointer to an owner of its own entity, because the two would keep each other alive.
   void dropPointers(Entity& e) const override;

@@ -125,6 +125,19 @@ void Dir::entryStateDelAll() {
   for (Name const& name : names) entryStateDel(name);
 }
 
+// Defined here because KelType.cpp does not include Dir.h.
+Entity::Ptr KelType::newEntityFor(Name const& name, Dir* dir) const {
+  std::vector<GenericIf::PtrConst> args = argsForName(name);
+  if (dir && args.size() > 1 && ctorArgs_[1].pointer && ctorArgs_[1].type() == Dir::_fwkType())
+    args[1] = GenericIf::ofEntity(Entity::Ptr(dir));
+  return newEntity(args);
+}
+Entity::Ptr KelType::newEntity(Name const& name, Dir* dir) const {
+  Entity::Ptr made = newEntityFor(name, dir);
+  if (dir) dir->entryIs(made);
+  return made;
+}
+
 Dir::Ptr dirFactory(Name const& name) { return Dir::Ptr(new Dir(name)); }
 
 // --- Reflection ---
@@ -215,10 +228,10 @@ struct DirAccess final : AttrAccess {
   }
   U32 count(KelAttr const&, Entity const& e) const override { return dirOf(e).entryStates(); }
   Entity* child(Entity const& e, std::string_view key) const override { return dirOf(e).entryState_.find(key); }
-  Entity* memberLike(Entity const& e, Entity const& member, U32) const override { return child(e, member.name()); }
+  Entity* findCounterpart(Entity const& e, Entity const& member, U32) const override { return child(e, member.name()); }
   U32 memberEnd(Entity const&) const override { return 0; }
-  bool sameShape(Entity const&, Entity const&) const override { return false; }
-  Entity* newLike(KelAttr const&, Entity& owner, Entity const& like) const override {
+  bool sameKeyHashes(Entity const&, Entity const&) const override { return false; }
+  Entity* createLike(KelAttr const&, Entity& owner, Entity const& like) const override {
     auto const& state = static_cast<Dir::EntryState const&>(like);
     return dirOf(owner).newEntryState(state.name(), state.entityTypeName()).ptr();
   }
@@ -271,6 +284,14 @@ struct DirAccess final : AttrAccess {
   }
 };
 
+// The entries are the children, not their entry states: a path names them without the attribute `entryState`.
+static constexpr EntryOps dirEntryOps = {
+    [](Entity const& child) {
+      return child.parentAttrId() == Dir::entryStateAttr && child.type() != Dir::EntryState::_fwkType();
+    },
+    [](Entity const& dir, std::string_view name) { return static_cast<Dir const&>(dir).child(name); },
+    [](Entity const& dir, std::string_view prefix) { return static_cast<Dir const&>(dir).anyNameBegins(prefix); }};
+
 KelType const* Dir::_fwkType() {
   static KelType const* const type = [] {
     constexpr unsigned plain = KelAttrIntrospectionFlags::writable | KelAttrIntrospectionFlags::logging;
@@ -282,6 +303,7 @@ KelType const* Dir::_fwkType() {
                plain | KelAttrIntrospectionFlags::instantiating);
     b.constructs<&Entity::name>();
     b.nested(EntryState::_fwkType());
+    b.setEntries(dirEntryOps);
     return b.done();
   }();
   return type;

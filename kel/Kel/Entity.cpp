@@ -8,7 +8,6 @@
 
 #include "Kel/AttrAccess.h"
 #include "Kel/ChangeJournal.h"
-#include "Kel/Dir.h"
 #include "Kel/TypeBuilder.h"
 
 namespace Kel {
@@ -35,12 +34,6 @@ String8 Entity::attributeString(AttributeId id) const {
 }
 
 namespace {
-
-// A path names a child of a directory by its name alone, and every other entity by the attribute that holds it.
-bool isDirEntry(Entity const& e) {
-  return e.parentAttrId() == Dir::entryStateAttr && e.parent()->type() == Dir::_fwkType() &&
-         e.type() != Dir::EntryState::_fwkType();
-}
 
 // The place of a queue's member that has no name. Cost: a walk.
 String8 placeInQueue(Entity const& e, KelAttr const& attr) {
@@ -88,10 +81,11 @@ String8 Entity::fullName() const { return pathFrom(nullptr); }
 String8 Entity::pathFrom(Entity const* top) const {
   PathText path;
   for (Entity const* e = this; e != top && e->parent_; e = e->parent_) {
-    if (isDirEntry(*e)) {
+    KelType const& owner = *e->parent_->type();
+    if (owner.entries() && owner.entries()->isEntry(*e)) {
       path.prepend(e->name());
       path.prepend("/");
-    } else if (KelAttr const* attr = e->parentAttr()) {
+    } else if (KelAttr const* attr = owner.attr(e->parentAttrId_)) {
       bool const named = !attr->isQueue() || !e->type()->ctorArgs().empty();
       if (attr->isCollection()) {
         path.prepend(named ? e->name() : placeInQueue(*e, *attr));
@@ -118,10 +112,10 @@ std::size_t nextEnd(std::string_view path, std::size_t from) {
   return at == std::string_view::npos ? path.size() : at;
 }
 
-// A collection or directory in which the path names a member, and the end of the key that was tried last.
+// A collection whose member the path names, and the end of the key that was tried last.
 struct Choice {
   Entity const* owner;
-  KelAttr const* attr;  // null: the entries of a directory
+  KelAttr const* attr;  // null: the collection is the owner's entries
   std::size_t key;
   std::size_t end = std::string_view::npos;      // none has been tried
   std::size_t longest = std::string_view::npos;  // length of the collection's keys, once it is known
@@ -147,8 +141,9 @@ class Resolver {
   explicit Resolver(std::string_view path) : path_(path) { choices_.reserve(16); }
 
   Entity const* from(Entity const& e) { return run(&e); }
-  Entity const* fromEntryOf(Entity const& dir) {
-    choices_.push_back({&dir, nullptr, 0});
+  // The path begins with the name of an entry.
+  Entity const* fromEntryOf(Entity const& e) {
+    choices_.push_back({&e, nullptr, 0});
     return run(nullptr);
   }
 
@@ -165,7 +160,7 @@ class Resolver {
   // Goes to a singleton, or adds a choice of members.
   Entity const* step(Entity const& e) {
     if (path_[at_] == '/') {
-      if (e.type() == Dir::_fwkType()) choices_.push_back({&e, nullptr, at_ + 1});
+      if (e.type()->entries()) choices_.push_back({&e, nullptr, at_ + 1});
       return nullptr;
     }
     std::size_t const end = nextEnd(path_, at_ + 1);
@@ -190,18 +185,20 @@ class Resolver {
     }
     at_ = c.end = nextEnd(path_, first ? c.key : c.end + 1);
     std::string_view const key = path_.substr(c.key, c.end - c.key);
-    return c.attr ? c.attr->access().child(*c.owner, key) : static_cast<Dir const*>(c.owner)->child(key);
+    return c.attr ? c.attr->access().child(*c.owner, key) : entriesOf(c).find(*c.owner, key);
   }
 
   bool longerKeyMayBe(Choice& c) const {
     if (c.end == path_.size()) return false;
     std::size_t const least = c.end + 1 - c.key;
-    if (!c.attr) return static_cast<Dir const*>(c.owner)->anyNameBegins(path_.substr(c.key, least));
+    if (!c.attr) return entriesOf(c).anyNameBegins(*c.owner, path_.substr(c.key, least));
     // Each try hashes the key from its beginning. In a path with many separators, tries that must fail would take
     // quadratic time.
     if (++c.tries == triesBeforeMeasuring) c.longest = longestKey(*c.owner, *c.attr);
     return least <= c.longest;
   }
+
+  static EntryOps const& entriesOf(Choice const& c) { return *c.owner->type()->entries(); }
 
   static constexpr unsigned triesBeforeMeasuring = 16;  // so many look-ups are cheaper than a walk over the members
   std::string_view path_;
@@ -216,7 +213,7 @@ Entity const* Entity::lookup(String8 const& path) const {
   std::string_view const text = path;
   if (text.front() == '/') return Resolver(text).from(*root());
   if (text.front() == '.') return Resolver(text).from(*this);
-  return type() == Dir::_fwkType() ? Resolver(text).fromEntryOf(*this) : nullptr;
+  return type()->entries() ? Resolver(text).fromEntryOf(*this) : nullptr;
 }
 
 // --- Leaving the tree, and the end ---

@@ -1,4 +1,4 @@
-// The keys under which collections find owned entities.
+// What maps and trees of owned entities share: the keys of their members, and the view of them as their own type.
 #pragma once
 
 #include <type_traits>
@@ -46,6 +46,28 @@ class EntityIterator {
 
  private:
   It it_;
+};
+
+// A collection that gives its members as T. `Storage` holds them as entities of any type.
+template <class T, class Storage>
+class EntitiesAs : public Storage {
+ public:
+  using storage_type = Storage;
+  using entity_type = T;
+  using typename Storage::K;
+
+  // The member under the key, or null.
+  template <class Key>
+  T* find(Key const& key) const {
+    return static_cast<T*>(Storage::find(key));
+  }
+
+  using Iterator = EntityIterator<T, typename Storage::Iterator>;
+  using IteratorConst = EntityIterator<T const, typename Storage::Iterator>;
+  Iterator iterator() { return Iterator(this->entities()); }
+  IteratorConst iteratorConst() const { return IteratorConst(this->entities()); }
+  Iterator iterator(K const& key) { return Iterator(this->entities(key)); }
+  IteratorConst iteratorConst(K const& key) const { return IteratorConst(this->entities(key)); }
 };
 
 }  // namespace Kel

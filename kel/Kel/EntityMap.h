@@ -43,22 +43,16 @@ class EntityMapOf : public DenseHash<typename KeyOf::type, Ptr<Entity>, EntitySl
   }
 
   // Over the entities, in the order of their positions.
-  class Iterator {
+  class Iterator : public Base::SlotIterator {
    public:
-    explicit Iterator(EntityMapOf const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}
-    Iterator(EntityMapOf const* map, K const& key) : map_(map), pin_(map), slot_(map->findSlot(key)) {}
-    explicit operator bool() const { return slot_ < map_->slotEnd() && map_->slotLive(slot_); }
-    K key() const { return KeyOf::key(*map_->at(slot_)); }
-    Ptr<Entity> const& ptr() const { return map_->at(slot_); }
+    explicit Iterator(EntityMapOf const* map) : Base::SlotIterator(map, map->nextSlot(0)) {}
+    Iterator(EntityMapOf const* map, K const& key) : Base::SlotIterator(map, map->findSlot(key)) {}
+    K key() const { return KeyOf::key(*ptr()); }
+    Ptr<Entity> const& ptr() const { return this->slot(); }
     Iterator& operator++() {
-      if (slot_ < map_->slotEnd()) slot_ = map_->nextSlot(slot_ + 1);
+      this->advance();
       return *this;
     }
-
-   private:
-    EntityMapOf const* map_;
-    HashMapGeneric::Pin pin_;
-    U32 slot_;
   };
   Iterator entities() const { return Iterator(this); }
   Iterator entities(K const& key) const { return Iterator(this, key); }
@@ -69,25 +63,6 @@ extern template class KEL_API EntityMapOf<NameKey>;
 
 // Owned entities of type T.
 template <class T>
-class EntityMap : public EntityMapOf<KeyReader<T>> {
-  using Base = EntityMapOf<KeyReader<T>>;
-
- public:
-  using storage_type = Base;
-  using entity_type = T;
-  using typename Base::K;
-
-  template <class Key>
-  T* find(Key const& key) const {
-    return static_cast<T*>(Base::find(key));
-  }
-
-  using Iterator = EntityIterator<T, typename Base::Iterator>;
-  using IteratorConst = EntityIterator<T const, typename Base::Iterator>;
-  Iterator iterator() { return Iterator(this->entities()); }
-  IteratorConst iteratorConst() const { return IteratorConst(this->entities()); }
-  Iterator iterator(K const& key) { return Iterator(this->entities(key)); }
-  IteratorConst iteratorConst(K const& key) const { return IteratorConst(this->entities(key)); }
-};
+class EntityMap : public EntitiesAs<T, EntityMapOf<KeyReader<T>>> {};
 
 }  // namespace Kel

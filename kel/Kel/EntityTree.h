@@ -64,25 +64,6 @@ class EntityTreeOf {
 
 // Owned entities of type T.
 template <class T>
-class EntityTree : public EntityTreeOf<KeyReader<T>> {
-  using Base = EntityTreeOf<KeyReader<T>>;
-
- public:
-  using storage_type = Base;
-  using entity_type = T;
-  using typename Base::K;
-
-  template <class Key>
-  T* find(Key const& key) const {
-    return static_cast<T*>(Base::find(key));
-  }
-
-  using Iterator = EntityIterator<T, typename Base::Iterator>;
-  using IteratorConst = EntityIterator<T const, typename Base::Iterator>;
-  Iterator iterator() { return Iterator(this->entities()); }
-  IteratorConst iteratorConst() const { return IteratorConst(this->entities()); }
-  Iterator iterator(K const& key) { return Iterator(this->entities(key)); }
-  IteratorConst iteratorConst(K const& key) const { return IteratorConst(this->entities(key)); }
-};
+class EntityTree : public EntitiesAs<T, EntityTreeOf<KeyReader<T>>> {};
 
 }  // namespace Kel

@@ -93,6 +93,7 @@ class KEL_API HashMapGeneric {
       return *this;
     }
     ~Pin() { --map_->pins_; }
+    HashMapGeneric const* map() const { return map_; }
 
    private:
     HashMapGeneric const* map_;
@@ -197,6 +198,27 @@ class DenseHash : public HashMapGeneric {
     return findSlot(key, hash);
   }
 
+  // The common part of the iterators, which visit the members in the order of their slots. They may outlive the member
+  // that they are on, but not the map.
+  class SlotIterator {
+   public:
+    explicit operator bool() const { return slot_ < map().slotEnd() && map().slotLive(slot_); }
+
+   protected:
+    SlotIterator(DenseHash const* map, U32 slot) : pin_(map), slot_(slot) {}
+    // REQUIRES: the iterator is on a member.
+    Slot const& slot() const { return map().at(slot_); }
+    void advance() {
+      if (slot_ < map().slotEnd()) slot_ = map().nextSlot(slot_ + 1);
+    }
+
+   private:
+    DenseHash const& map() const { return *static_cast<DenseHash const*>(pin_.map()); }
+
+    Pin pin_;
+    U32 slot_;
+  };
+
   // REQUIRES: the slot has a member.
   Slot& at(U32 slot) { return slotArray()[slot]; }
   Slot const& at(U32 slot) const { return slotArray()[slot]; }
@@ -224,9 +246,9 @@ class DenseHash : public HashMapGeneric {
     deleteSlot(slot);
     return taken;
   }
+  Slot* slotArray() const { return reinterpret_cast<Slot*>(slots()); }
 
  private:
-  Slot* slotArray() const { return reinterpret_cast<Slot*>(slots()); }
   static void relocate(void* to, void* from, U32 const* hashes, U32 count, bool close) noexcept {
     auto* source = static_cast<Slot*>(from);
     auto* target = static_cast<Slot*>(to);
@@ -308,26 +330,36 @@ class HashMap : public DenseHash<K, KeyedSlot<K, V>, KeyedSlotKey> {
     }
     return true;
   }
+  // Whether both have as many members, and `same` holds for each two slots in the order of the maps. REQUIRES: `same`
+  // changes neither map.
+  template <class Same>
+  bool equalInOrder(HashMap const& o, Same const& same) const {
+    U32 left = this->members();
+    if (left != o.members()) return false;
+    if (left == 0) return true;
+    U32 const *hash = this->hashes(), *otherHash = o.hashes();
+    auto const *slot = this->slotArray(), *other = o.slotArray();
+    for (; left > 0; --left, ++hash, ++slot, ++otherHash, ++other) {
+      for (; *hash == 0; ++hash) ++slot;
+      for (; *otherHash == 0; ++otherHash) ++other;
+      if (!same(*slot, *other)) return false;
+    }
+    return true;
+  }
 
   // Over keys and values.
-  class Iterator {
+  class Iterator : public Base::SlotIterator {
    public:
-    explicit Iterator(HashMap const* map) : map_(map), pin_(map), slot_(map->nextSlot(0)) {}
-    Iterator(HashMap const* map, K const& key) : map_(map), pin_(map), slot_(map->findSlot(key)) {}
-    explicit operator bool() const { return slot_ < map_->slotEnd() && map_->slotLive(slot_); }
-    K const& key() const { return map_->at(slot_).key; }
-    V const& value() const { return map_->at(slot_).value; }
+    explicit Iterator(HashMap const* map) : Base::SlotIterator(map, map->nextSlot(0)) {}
+    Iterator(HashMap const* map, K const& key) : Base::SlotIterator(map, map->findSlot(key)) {}
+    K const& key() const { return this->slot().key; }
+    V const& value() const { return this->slot().value; }
     V const& operator*() const { return value(); }
     V const* operator->() const { return &value(); }
     Iterator& operator++() {
-      if (slot_ < map_->slotEnd()) slot_ = map_->nextSlot(slot_ + 1);
+      this->advance();
       return *this;
     }
-
-   private:
-    HashMap const* map_;
-    HashMapGeneric::Pin pin_;
-    U32 slot_;
   };
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(K const& key) const { return Iterator(this, key); }

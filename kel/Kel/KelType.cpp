@@ -6,12 +6,11 @@
 #include <ostream>
 #include <unordered_map>
 
-#include "Kel/AttrAccess.h"
 #include "Kel/AttrLog.h"
 #include "Kel/DebugLayout.h"
-#include "Kel/Dir.h"
 #include "Kel/Entity.h"
-#include "Kel/TypeBuilder.h"
+#include "Kel/GenericIf.h"
+#include "Kel/Strep.h"
 
 namespace Kel {
 
@@ -36,13 +35,6 @@ TypeRegistry& typeRegistry() {
     return made;
   }();
   return *registry;
-}
-
-// The last component of a qualified name.
-String8 shortName(String8 const& fullName) {
-  std::string_view const text = fullName;
-  std::size_t const colon = text.rfind(':');
-  return colon == std::string_view::npos ? fullName : String8(text.substr(colon + 1));
 }
 
 }  // namespace
@@ -82,11 +74,8 @@ void TypeRegistration::makeRecords() {
 
 KelType const* KelType::find(String8 const& fullTypeName) {
   if (TypeRegistration::pending()) TypeRegistration::makeRecords();
+  makeFrameworkTypes();
   TypeRegistry& r = typeRegistry();
-  Dir::_fwkType();
-  builtinType(Builtin::none);  // makes all builtins
-  TypeOf<KelAttr>::type();
-  TypeOf<GenericIf>::type();
   std::lock_guard<std::mutex> guard(r.lock);
   auto const it = r.byName.find(fullTypeName.view());
   return it == r.byName.end() ? nullptr : it->second;
@@ -120,7 +109,24 @@ KelAttr const* KelType::getAttr(std::string_view name) const {
   return attr;
 }
 
-// A debugger cannot: it reads what was looked up.
+void KelType::complete() {
+  for (bool params : {true, false})
+    for (KelAttr const* attr : attrs_)
+      if (attr->ctorParam() == params) queue_.push_back(attr);
+  auto* index = new NameIndex;
+  for (KelAttr const* attr : queue_) {
+    index->byName.emplace(attr->name().view(), attr);
+    if (attr->instantiating()) ownAttrs_.push_back(attr);
+    if (attr->isPtr() || attr->keyIsPtr()) ptrAttrs_.push_back(attr);
+  }
+  index_ = index;
+  attrLogSa_ = new KelNboAttrLogSa(*this);
+  TypeRegistry& r = typeRegistry();
+  std::lock_guard<std::mutex> guard(r.lock);
+  r.byName.emplace(fullName_.view(), this);
+}
+
+// For debuggers, which can only read what has been looked up.
 void KelType::resolveLinks() const {
   for (KelAttr const* attr : attrs_) {
     attr->type();
@@ -138,7 +144,7 @@ bool KelType::pointersBelow() const noexcept try {
   std::vector<KelType const*> reached{this};
   for (std::size_t i = 0; i < reached.size() && known == 0; ++i) {
     KelType const& type = *reached[i];
-    if (&type == Dir::_fwkType() || !type.ptrAttrs_.empty()) known = 1;  // a directory may hold entities of any type
+    if (type.entries_ || !type.ptrAttrs_.empty()) known = 1;  // entries may be entities of any type
     for (KelAttr const* attr : type.ownAttrs_)
       if (std::find(reached.begin(), reached.end(), attr->type()) == reached.end()) reached.push_back(attr->type());
   }
@@ -172,25 +178,17 @@ bool KelType::isMadeByName() const {
          ctorArgs_.front().type() == TypeOf<Name>::type();
 }
 
-Ptr<Entity> KelType::newEntityFor(Name const& name, Dir* dir) const {
+std::vector<GenericIf::PtrConst> KelType::argsForName(Name const& name) const {
   if (!isMadeByName()) throwTypeException(fullName_, "Entity is the wrong type: it cannot be created from a name");
   std::vector<GenericIf::PtrConst> args{GenericIf::of(name)};
   for (std::size_t i = 1; i < ctorArgs_.size(); ++i) args.push_back(defaultArg(ctorArgs_[i]));
-  if (dir && args.size() > 1 && ctorArgs_[1].pointer && ctorArgs_[1].type() == Dir::_fwkType())
-    args[1] = GenericIf::ofEntity(Ptr<Entity>(dir));
-  return newEntity(args);
+  return args;
 }
 
 Ptr<Entity> KelType::newDefault() const {
   std::vector<GenericIf::PtrConst> args;
   for (KelArg const& arg : ctorArgs_) args.push_back(defaultArg(arg));
   return newEntity(args);
-}
-
-Ptr<Entity> KelType::newEntity(Name const& name, Dir* dir) const {
-  Ptr<Entity> made = newEntityFor(name, dir);
-  if (dir) dir->entryIs(made);
-  return made;
 }
 
 namespace {
@@ -260,194 +258,6 @@ Ptr<GenericIf> KelType::genericFromText(std::string_view text) const {
   Ptr<GenericIf> parsed = ops_.parse(at, end);
   if (at != end) throwJunk(at - text.data(), name_.str().c_str());
   return parsed;
-}
-
-// --- Building ---
-
-TypeBuilderBase::TypeBuilderBase(char const* fullName, KelType::Kind kind, KelType const* base) : type_(new KelType) {
-  type_->fullName_ = fullName;
-  type_->name_ = shortName(type_->fullName_);
-  type_->kind_ = kind;
-  type_->base_ = base;
-  if (!base) return;
-  type_->nextDerived_ = base->firstDerived();
-  while (!base->firstDerived_.compare_exchange_weak(type_->nextDerived_, type_, Order::acqRel)) {
-  }
-  type_->attrs_ = base->attrs_;
-  type_->ctorArgs_ = base->ctorArgs_;
-  type_->plainEqual_ = base->plainEqual_;
-}
-
-KelAttr& TypeBuilderBase::add(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type,
-                              unsigned int flags) {
-  KEL_ASSERT(id == nextId());
-  last_ = new KelAttr(access);
-  last_->name_ = name;
-  last_->fullName_ = type_->fullName_ + "::" + name;
-  last_->owner_ = type_;
-  last_->type_.functionIs(type);
-  last_->id_ = id;
-  last_->flags_ = KelAttrIntrospectionFlags(flags);
-  type_->attrs_.push_back(last_);
-  return *last_;
-}
-
-KelAttr& TypeBuilderBase::collection(KelAttr& attr, KelAttr::Collection kind, TypeFunction key, bool keyIsPtr) {
-  attr.collection_ = kind;
-  attr.keyType_.functionIs(key);
-  attr.keyIsPtr_ = keyIsPtr;
-  return attr;
-}
-
-void TypeBuilderBase::afterChange(void (*call)(Entity&)) { last_->afterChange_ = call; }
-void TypeBuilderBase::readonly() {
-  last_->flags_ = KelAttrIntrospectionFlags(last_->flags_.value() & ~unsigned(KelAttrIntrospectionFlags::writable));
-}
-void TypeBuilderBase::nolog() {
-  last_->flags_ = KelAttrIntrospectionFlags(last_->flags_.value() & ~unsigned(KelAttrIntrospectionFlags::logging));
-}
-
-void TypeBuilderBase::constructWith(Ptr<Entity> (*construct)(std::vector<GenericIf::PtrConst> const&, KelType const&),
-                                    bool (*paramsEqual)(Entity const&, Entity const&),
-                                    bool (*furtherParamsEqual)(Entity const&, Entity const&),
-                                    Entity* (*newLike)(Entity const&)) {
-  type_->construct_ = construct;
-  type_->paramsEqual_ = paramsEqual;
-  type_->furtherParamsEqual_ = furtherParamsEqual;
-  type_->newLike_ = newLike;
-}
-
-void TypeBuilderBase::plainEqualWith(bool (*equal)(Entity const&, Entity const&),
-                                     std::initializer_list<AttributeId> attributes) {
-  type_->plainEqual_ = equal;
-  // All of these records belong to this type; none is shared with another type yet.
-  for (AttributeId id : attributes) {
-    KEL_ASSERT(type_->attrs_[id]->owner_ == type_);
-    const_cast<KelAttr*>(type_->attrs_[id])->plain_ = true;
-  }
-}
-
-void TypeBuilderBase::representation(KelAttr& attr, bool autoconvert) {
-  type_->valAttr_ = &attr;
-  type_->autoconvert_ = autoconvert;
-}
-
-void TypeBuilderBase::enumerators(EnumName const* names, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) type_->enumerators_.push_back({names[i].name, names[i].value});
-}
-
-KelType const* TypeBuilderBase::done() {
-  KelType& t = *type_;
-  for (bool params : {true, false})
-    for (KelAttr const* attr : t.attrs_)
-      if (attr->ctorParam() == params) t.queue_.push_back(attr);
-  auto* index = new KelType::NameIndex;
-  for (KelAttr const* attr : t.queue_) {
-    index->byName.emplace(attr->name().view(), attr);
-    if (attr->instantiating()) t.ownAttrs_.push_back(attr);
-    if (attr->isPtr() || attr->keyIsPtr()) t.ptrAttrs_.push_back(attr);
-  }
-  t.index_ = index;
-  t.attrLogSa_ = new KelNboAttrLogSa(t);
-  TypeRegistry& r = typeRegistry();
-  std::lock_guard<std::mutex> guard(r.lock);
-  r.byName.emplace(t.fullName_.view(), &t);
-  return type_;
-}
-
-// --- The framework's own types ---
-
-namespace {
-
-template <class T>
-struct BuiltinOps {
-  static T const& of(void const* value) { return *static_cast<T const*>(value); }
-  static void print(void const* value, std::ostream& out) {
-    if constexpr (std::is_same_v<T, bool>)
-      out << (of(value) ? "true" : "false");
-    else if constexpr (std::is_floating_point_v<T>)
-      out << valueToStrep(of(value));
-    else if constexpr (sizeof(T) == 1 && !std::is_same_v<T, char>)
-      out << static_cast<int>(of(value));
-    else
-      out << of(value);
-  }
-  static String8 strep(void const* value) { return valueToStrep(of(value)); }
-  static GenericIf::Ptr box(void const* value) { return GenericIf::of(of(value)); }
-  static bool equal(void const* a, void const* b) { return of(a) == of(b); }
-  static GenericIf::Ptr parse(char const*& begin, char const* end) {
-    T v{};
-    sequenceToValue(begin, end, &v);
-    return GenericIf::of(v);
-  }
-};
-
-// Character pointers can be printed and compared, but not parsed: there is no memory to read into.
-template <class T>
-struct CharPtrOps {
-  static char const* of(void const* value) { return *static_cast<T const*>(value); }
-  static void print(void const* value, std::ostream& out) { out << (of(value) ? of(value) : ""); }
-  static String8 strep(void const* value) { return valueToStrep(of(value)); }
-  static GenericIf::Ptr box(void const* value) { return GenericIf::of(*static_cast<T const*>(value)); }
-  static bool equal(void const* a, void const* b) { return of(a) == of(b); }
-  static GenericIf::Ptr parse(char const*&, char const*) { throwRangeException("a character pointer cannot be read"); }
-};
-
-template <class T>
-GenericIf::Ptr initialOf() {
-  return GenericIf::of(T{});
-}
-template <class T>
-GenericIf::Ptr readOne(AttrLogIn& in) {
-  return GenericIf::of(streamIn<T>(in));
-}
-
-template <class T, template <class> class Ops = BuiltinOps>
-KelType const* makeBuiltin(char const* name) {
-  TypeBuilderBase b(name, KelType::Kind::builtin, nullptr);
-  b.setBuiltin(TypeOf<T>::builtin);
-  b.setOps({&Ops<T>::print, &Ops<T>::strep, &Ops<T>::parse, &Ops<T>::box, &Ops<T>::equal, &initialOf<T>, &readOne<T>});
-  return b.done();
-}
-
-struct BuiltinTable {
-  KelType const* types[17] = {
-      nullptr,
-      makeBuiltin<bool>("bool"),
-      makeBuiltin<char>("char"),
-      makeBuiltin<S8>("S8"),
-      makeBuiltin<U8>("U8"),
-      makeBuiltin<S16>("S16"),
-      makeBuiltin<U16>("U16"),
-      makeBuiltin<S32>("S32"),
-      makeBuiltin<U32>("U32"),
-      makeBuiltin<long>("long"),
-      makeBuiltin<S64>("S64"),
-      makeBuiltin<U64>("U64"),
-      makeBuiltin<F32>("F32"),
-      makeBuiltin<F64>("F64"),
-      makeBuiltin<char*, CharPtrOps>("char *"),
-      makeBuiltin<char const*, CharPtrOps>("char const *"),
-      makeBuiltin<String8>("Kel::String8"),
-  };
-};
-
-KelType const* makeObjectType(char const* name) { return TypeBuilderBase(name, KelType::Kind::object, nullptr).done(); }
-
-}  // namespace
-
-KelType const* builtinType(KelType::Builtin builtin) {
-  static BuiltinTable const table;
-  return table.types[static_cast<std::size_t>(builtin)];
-}
-
-KelType const* TypeOf<KelAttr>::type() {
-  static KelType const* const type = makeObjectType("Kel::KelAttr");
-  return type;
-}
-KelType const* TypeOf<GenericIf>::type() {
-  static KelType const* const type = makeObjectType("Kel::GenericIf");
-  return type;
 }
 
 }  // namespace Kel

@@ -36,6 +36,17 @@ struct ValueOps {
   Ptr<GenericIf> (*read)(AttrLogIn& in);        // from an attribute log
 };
 
+// Operations on the entries of a type. Entries are children that a path names without an attribute, "/name"; they may
+// be of any type. Directories have entries.
+struct EntryOps {
+  // Whether a child of an entity of the type is an entry.
+  bool (*isEntry)(Entity const& child);
+  // The entry of that name, or null.
+  Entity const* (*find)(Entity const& owner, std::string_view name);
+  // Whether the name of some entry begins with `prefix`.
+  bool (*anyNameBegins)(Entity const& owner, std::string_view prefix);
+};
+
 // A function that answers a record. Records refer to each other in cycles, so a record keeps such functions, and looks
 // up the other record when it is first needed.
 using TypeFunction = KelType const* (*)();
@@ -282,7 +293,7 @@ class KEL_API KelType final : public PtrInterface {
   // For the framework and the copy engine. Whether the constructor parameters of two entities of exactly this type are
   // equal; a new entity with the parameters of another one. Null if a parameter is a pointer.
   bool (*paramsEqual() const)(Entity const& a, Entity const& b) { return paramsEqual_; }
-  Entity* (*newLike() const)(Entity const& like) { return newLike_; }
+  Entity* (*createLike() const)(Entity const& like) { return createLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.
   bool (*furtherParamsEqual() const)(Entity const& a, Entity const& b) { return furtherParamsEqual_; }
   // Whether the plain content of two entities of this type is equal: all copiable attributes that hold values, single
@@ -293,6 +304,8 @@ class KEL_API KelType final : public PtrInterface {
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
   std::vector<KelAttr const*> const& ptrAttrs() const { return ptrAttrs_; }
   bool pointersBelow() const noexcept;
+  // How the entries of an entity of this type are found; null if it has none.
+  EntryOps const* entries() const { return entries_; }
 
  private:
   friend struct DebugLayout;
@@ -300,8 +313,13 @@ class KEL_API KelType final : public PtrInterface {
   friend struct TypeRegistration;
   KelType() { isNondestructingIs(true); }
 
+  static void makeFrameworkTypes();
+  // Orders and indexes the attributes, and registers the record.
+  void complete();
   // Looks up the types that the attributes refer to; see KelAttr::type.
   void resolveLinks() const;
+  // The name, then defaults for the further parameters. Raises TypeException if the type cannot be made from a name.
+  std::vector<Ptr<GenericIf const>> argsForName(Name const& name) const;
 
   String8 name_, fullName_;
   Kind kind_ = Kind::builtin;
@@ -317,13 +335,14 @@ class KEL_API KelType final : public PtrInterface {
   std::vector<Enumerator> enumerators_;
   KelAttr const* valAttr_ = nullptr;
   ValueOps ops_{};
+  EntryOps const* entries_ = nullptr;
   struct NameIndex;
   NameIndex const* index_ = nullptr;
   KelNboAttrLogSa const* attrLogSa_ = nullptr;
   Ptr<Entity> (*construct_)(std::vector<Ptr<GenericIf const>> const& args, KelType const& type) = nullptr;
   bool (*paramsEqual_)(Entity const&, Entity const&) = nullptr;
   bool (*furtherParamsEqual_)(Entity const&, Entity const&) = nullptr;
-  Entity* (*newLike_)(Entity const&) = nullptr;
+  Entity* (*createLike_)(Entity const&) = nullptr;
   bool (*plainEqual_)(Entity const&, Entity const&) = nullptr;
 };
 

@@ -93,26 +93,20 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   }
 
   // Over indices and members.
-  class Iterator {
+  class Iterator : public Base::SlotIterator {
    public:
     explicit Iterator(LinkQueue const* queue) : Iterator(queue, queue->head()) {}
-    Iterator(LinkQueue const* queue, U32 slot) : queue_(queue), pin_(queue), slot_(slot) {}
-    explicit operator bool() const { return slot_ < queue_->slotEnd() && queue_->slotLive(slot_); }
+    Iterator(LinkQueue const* queue, U32 slot) : Base::SlotIterator(queue, slot) {}
     I key() const { return static_cast<I>(sequence()); }
     // The number in the order of insertion, of which the index is the lowest bits.
-    U64 sequence() const { return queue_->at(slot_).sequence; }
-    V const& value() const { return queue_->at(slot_).value; }
+    U64 sequence() const { return this->slot().sequence; }
+    V const& value() const { return this->slot().value; }
     V const& operator*() const { return value(); }
     V const* operator->() const { return &value(); }
     Iterator& operator++() {
-      if (slot_ < queue_->slotEnd()) slot_ = queue_->nextSlot(slot_ + 1);
+      this->advance();
       return *this;
     }
-
-   private:
-    LinkQueue const* queue_;
-    HashMapGeneric::Pin pin_;
-    U32 slot_;
   };
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(I index) const { return Iterator(this, this->findSlot(index)); }

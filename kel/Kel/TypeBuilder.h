@@ -43,6 +43,7 @@ class KEL_API TypeBuilderBase {
   KelAttr& add(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type, unsigned int flags);
   void setBuiltin(KelType::Builtin builtin) { type_->builtin_ = builtin; }
   void setOps(ValueOps const& ops) { type_->ops_ = ops; }
+  void setEntries(EntryOps const& entries) { type_->entries_ = &entries; }
 
  protected:
   static constexpr unsigned int plain = KelAttrIntrospectionFlags::writable | KelAttrIntrospectionFlags::logging;
@@ -62,7 +63,7 @@ class KEL_API TypeBuilderBase {
   void ctorArg(KelArg arg) { type_->ctorArgs_.push_back(std::move(arg)); }
   void constructWith(Ptr<Entity> (*construct)(std::vector<GenericIf::PtrConst> const&, KelType const&),
                      bool (*paramsEqual)(Entity const&, Entity const&),
-                     bool (*furtherParamsEqual)(Entity const&, Entity const&), Entity* (*newLike)(Entity const&));
+                     bool (*furtherParamsEqual)(Entity const&, Entity const&), Entity* (*createLike)(Entity const&));
   void plainEqualWith(bool (*equal)(Entity const&, Entity const&), std::initializer_list<AttributeId> attributes);
   void representation(KelAttr& attr, bool autoconvert);
   void enumerators(EnumName const* names, std::size_t count);
@@ -155,9 +156,9 @@ class EntityTypeBuilder : public TypeBuilderBase {
   void constructs() {
     using Make = Construct<T, Getter...>;
     if constexpr (Make::byName)
-      constructWith(&Make::construct, &sameName, &noFurtherParams, &Make::newLike);
+      constructWith(&Make::construct, &sameName, &noFurtherParams, &Make::createLike);
     else if constexpr (Make::comparable)
-      constructWith(&Make::construct, &Make::paramsEqual, &Make::furtherParamsEqual, &Make::newLike);
+      constructWith(&Make::construct, &Make::paramsEqual, &Make::furtherParamsEqual, &Make::createLike);
     else
       constructWith(&Make::construct, nullptr, nullptr, nullptr);
   }

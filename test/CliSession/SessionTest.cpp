@@ -377,6 +377,32 @@ TEST_F(Session, KeepsALogOfWhatChanged) {
   EXPECT_EQ(world.dump(ancestor), world.dump(world.src));
 }
 
+// Counts the edits that it is shown.
+struct Checking : S::AttributeEditBypassTable {
+  Checking() : AttributeEditBypassTable("checking") {}
+  bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
+                              GenericIf::PtrConst const&) override {
+    if (fails) Kel::throwRangeException("no");
+    ++edits;
+    return false;
+  }
+  int edits = 0;
+  bool fails = false;
+};
+
+TEST_F(Session, ShowsTheCheckerTheEditsOfBothCopies) {
+  replace(world.src);
+  auto const checking = Kel::Ptr<Checking>(new Checking);
+  status->attributeEditBypassTableIs(checking);
+  for (bool const logs : {false, true}) {
+    change->logAttributeEditsIs(logs);
+    src->u8Is(src->u8() + 1);
+    checking->edits = 0;
+    replace(world.src);
+    EXPECT_EQ(checking->edits, 2);
+  }
+}
+
 TEST_F(Session, UsesTheBypassTableAndTheInHandlerTable) {
   change->logAttributeEditsIs(true);
   auto const table = S::attributeEditBypassTableFactory("bypass");
@@ -522,6 +548,7 @@ struct Later : S::EntityCopyGlobalSessionHandler {
   bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
                     Kel::String path) override {
     EXPECT_EQ(ec->ancestor(), ec->src());
+    EXPECT_TRUE(ec->attributeEditLog());
     auto const handler = Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler());
     for (char const* attr : {"u8", "favourite", "bolt"}) handler->postAttributeCopyEnq(dest, src, path, attr);
     return false;
@@ -548,19 +575,6 @@ TEST_F(Session, CopiesWhatWasPutOff) {
 
 // --- The clean configuration ---
 
-// Counts the edits that it is shown.
-struct Checking : S::AttributeEditBypassTable {
-  Checking() : AttributeEditBypassTable("checking") {}
-  bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
-                              GenericIf::PtrConst const&) override {
-    if (fails) Kel::throwRangeException("no");
-    ++edits;
-    return false;
-  }
-  int edits = 0;
-  bool fails = true;
-};
-
 TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   Kel::Dir::Ptr const clean(new Kel::Dir("clean", world.root.ptr()));
   // What lies outside of the session roots has its place in the clean configuration, too.
@@ -579,6 +593,7 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   EXPECT_FALSE(status->doCleanConfig("s1")) << "it is not complete";
   Kel::Ptr<Checking> const checking(new Checking);
   status->attributeEditBypassTableIs(checking);
+  checking->fails = true;
   EXPECT_THROW(status->doCreateCleanConfig(world.src, clean), Kel::RangeException);
   EXPECT_FALSE(progress->cleanConfigComplete()) << "the copy has failed";
   checking->fails = false;

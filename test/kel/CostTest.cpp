@@ -81,13 +81,13 @@ TEST(Cost, MembersOfACopyAreFoundWithoutAllocating) {
   Twins const t;
   for (AttributeId id : {Owner::partsAttr, Owner::numberedAttr}) {
     AttrAccess const& access = Owner::_fwkType()->attr(id)->access();
-    EXPECT_TRUE(access.sameShape(*t.ownerA, *t.ownerB));
+    EXPECT_TRUE(access.sameKeyHashes(*t.ownerA, *t.ownerB));
     ASSERT_TRUE(Owner::_fwkType()->attr(id)->type());  // records are made when they are first asked for
     std::size_t const before = allocations;
     U32 found = 0;
     for (U32 at = 0; at < access.memberEnd(*t.ownerA); ++at) {
       Entity* const member = access.memberAt(*t.ownerA, at);
-      Entity* const twin = member ? access.memberLike(*t.ownerB, *member, at) : nullptr;
+      Entity* const twin = member ? access.findCounterpart(*t.ownerB, *member, at) : nullptr;
       EXPECT_TRUE(!member || (twin && member->type()->paramsEqual()(*member, *twin)));
       found += twin ? 1 : 0;
     }

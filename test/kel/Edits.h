@@ -39,7 +39,7 @@ class Edits {
     else if (!attr.isPtr())
       access.copyValue(attr, dest, src);
     else if (attr.type()->isEntity())
-      access.point(attr, dest, access.single(src));
+      access.setTarget(attr, dest, access.target(src));
   }
 
   Gif value(KelType const* type) {
@@ -60,8 +60,8 @@ class Edits {
     access.eachChild(
         src, [](Entity* child, void* to) { static_cast<std::vector<Entity*>*>(to)->push_back(child); }, &wanted);
     for (Entity const* child : wanted) {
-      bool const there = attr.isCollection() ? access.memberLike(dest, *child, 0) : access.single(dest);
-      if (!there && child->type() == attr.type() && attr.type()->newLike()) access.newLike(attr, dest, *child);
+      bool const there = attr.isCollection() ? access.findCounterpart(dest, *child, 0) : access.target(dest);
+      if (!there && child->type() == attr.type() && attr.type()->createLike()) access.createLike(attr, dest, *child);
     }
   }
 

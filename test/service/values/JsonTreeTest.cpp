@@ -7,6 +7,7 @@
 
 #include "CliSession/RandomWorld.h"
 #include "Kel/AttrLog.h"
+#include "service/Commands.h"
 
 namespace {
 
@@ -160,6 +161,51 @@ TEST(JsonTree, DanglingReferencesComeAlive) {
   hall->newDoor(Plant::Grade::raw);
   EXPECT_TRUE(pending.retry(world.src).empty());
   EXPECT_EQ(pending.list()[0].place.text(), "hall.chosen/b");
+}
+
+std::string linesOf(PendingReferences const& pending) {
+  std::string lines;
+  for (PendingReference const& reference : pending.list()) {
+    lines += reference.place.text() + " waits for " + reference.target;
+    for (std::string const& other : reference.others) lines += " or " + other;
+    lines += "\n";
+  }
+  return lines;
+}
+
+// Pointers that wait for one of several targets: JSON and commands hold all of these.
+TEST(JsonTree, HoldsEveryPossibleTarget) {
+  World world;
+  auto const hall = World::hall(world.src);
+  hall->newAxle("axle");
+  auto const path = [&](char const* text) { return parsePath(world.src, text); };
+  PendingReferences waiting;
+  for (char const* place : {"hall.axle.peer", "hall.chosen/k", "hall.favourite"})
+    waiting.add({path(place), "hall.bolt/late", "hall.bolt/late", "", {"hall.shelf/late", "hall.annex/a.bolt/late"}});
+  waiting.add({path("hall.watched/3"), "hall.bolt/late", "hall.bolt/late", ""});
+  Json const json = exportEntity(*hall, *world.src, {false, &waiting});
+  std::vector<std::string> const lines = commands(path("hall"), json);
+  for (bool const byCommands : {false, true}) {
+    Kel::Dir::Ptr const made = world.dir(byCommands ? "first" : "second");
+    PendingReferences pending;
+    ImportOptions options;
+    options.pending = &pending;
+    if (byCommands)
+      Editor(made, pending, Editor::Source::rendering).applyAll(lines);
+    else
+      importJson(made, path("hall"), json, options);
+    EXPECT_EQ(linesOf(pending), linesOf(waiting));
+    EXPECT_EQ(exportEntity(*World::hall(made), *made, {false, &pending}), json);
+    auto const late = World::hall(made)->newShelf("late");
+    EXPECT_EQ(pending.retry(made).size(), 3U);
+    EXPECT_EQ(World::hall(made)->chosen("k").ptr(), late.ptr());
+    EXPECT_EQ(World::hall(made)->axle()->peer().ptr(), late.ptr());
+    // An import takes the first target that exists.
+    options.merge = true;
+    importJson(made, path("hall"), json, options);
+    EXPECT_EQ(World::hall(made)->favourite().ptr(), World::hall(made)->shelf("late").ptr());
+    EXPECT_EQ(pending.list().size(), 1U);
+  }
 }
 
 // A replaced entity takes the pointers at it along.
