@@ -69,6 +69,9 @@ TEST_F(Engine, AComparisonWithAFilledLogStopsAtOnce) {
     EXPECT_FALSE(ec->doCopyEntityAttrs(dest, src, "hall", nullptr)) << "it walked on to u8";
     EXPECT_FALSE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "it walked on to count";
     EXPECT_TRUE(log(ec).empty());
+    dest->part()->noteIs("other");
+    EXPECT_TRUE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "the first is compared";
+    dest->part()->noteIs("same");
   }
 }
 
@@ -153,8 +156,9 @@ TEST_F(Engine, MembersOfOtherTypesAreMadeAnew) {
       std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
       World in;
       Kel::Ptr<Plant::Hall> const from = World::hall(in.src, "sys/annex"), to = World::hall(in.dest, "sys/annex");
-      for (Kel::Ptr<Plant::Hall> const& hall : {from, to}) hall->newMachine("a");
-      from->newMachine("r");
+      for (char const* name : {"a", "r"}) from->newMachine(name);
+      for (int i = 0; i < 2; ++i) in.copy();
+      to->machineDel("r");
       bring(to, 1);
       if (further) to->newMachine("x");
       for (Kel::Dir::Ptr const& dir : {in.src, in.dest})

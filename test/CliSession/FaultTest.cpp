@@ -448,14 +448,15 @@ TEST_P(Faults, AHandlerOfASessionRootIsAskedOnce) {
 
 TEST_P(Faults, AHandlerOfAnEqualMemberIsAsked) {
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newCrate("c")->newItem("i");
+  world.copy();  // so that nothing has changed since
   for (auto const& [path, type] : {std::pair{"hall.crate/c.item/i", ""}, {"", "Plant::Item"}}) {
     int asked = 0;
     handlerAt(world, path, type, [&](auto const&, auto const&, auto const&, auto const&) {
       ++asked;
       return false;
     });
-    for (int i = 0; i < 3; ++i) world.copy();
-    EXPECT_EQ(asked, 3) << path;
+    world.copy();
+    EXPECT_EQ(asked, 1) << path;
   }
 }
 

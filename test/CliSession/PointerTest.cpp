@@ -95,6 +95,17 @@ TEST_P(Pointers, AreNotResolvedWithoutADestination) {
   EXPECT_THROW(ec->handler()->resolveEntityPtr(ec, nullptr), Kel::RangeException);
 }
 
+// The entity that a session root lies in may be made anew, and the root with it.
+TEST_P(Pointers, WaitForARootThatIsMadeAnew) {
+  world.status->rootTrie()->prefixIs("hall.gearbox.pin", Zuk::prefixTrieStateFactory());
+  world.status->rootTrie()->prefixDel("hall");
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest})
+    hall->newGearbox("g", hall == src ? 1 : 2, Plant::Size(1, 2), Plant::Grade::fine)->newPin("p");
+  src->weightIs(src->gearbox()->pin(), 5);  // copied before the gearbox
+  world.copy();
+  EXPECT_EQ(dest->weight(dest->gearbox()->pin()), 5u);
+}
+
 // A copy of the first root alone: what points into the second waits.
 struct Deferred : Pointers {
   EntityCopy::Ptr ec = world.copyFrom(world.src);
