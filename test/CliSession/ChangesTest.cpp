@@ -229,6 +229,28 @@ TEST_F(Changed, QueueMembersThatMeetOthersAreCompared) {
   becomesEqual();
 }
 
+// The change of a member in the source and a lesser one in the destination; and more than a journal keeps.
+TEST_F(Changed, ManyChangesCountAsTheGreatest) {
+  src->boltDel("b");
+  dest->u8Is(9);
+  becomesEqual();
+  for (int i = 0; i < 20000; ++i) dest->newBolt(std::to_string(i));
+  becomesEqual();
+}
+
+TEST_F(Changed, WhatAReactorChangesMeanwhileIsLookedAt) {
+  src->newBolt("c");
+  for (int i = 0; i < 2; ++i) world.copy();
+  src->u8Is(7);
+  {
+    Reactor const reactor(EntityPtrConst(dest), [&] { dest->part()->noteIs("changed"); });
+    becomesEqual();
+  }
+  src->bolt("b")->lockedIs(true);
+  Reactor const reactor(EntityPtrConst(dest->bolt("b")), [&] { dest->bolt("c")->lockedIs(true); });
+  becomesEqual();
+}
+
 TEST_F(Changed, RootsAreNotEqualWhileAPointerWaits) {
   src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
   EntityCopy::Ptr const ec = world.copyFrom(world.src);

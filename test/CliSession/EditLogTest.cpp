@@ -69,6 +69,8 @@ TEST_F(EditLog, HooksWriteAndCount) {
   EXPECT_EQ(count(edit("texts")), 1);
   EXPECT_EQ(count(edit("texts", AttributeEditType::del_)), 2) << "deleting never compares";
   EXPECT_EQ(log->attributeEditEntrys(), 5u);
+  EXPECT_TRUE(ec->attributeIs(dest, attr("chosen"), key, nullptr, nullptr)->changed());
+  EXPECT_EQ(dest->chosens(), 1u) << "a null pointer is a member";
 }
 
 TEST_F(EditLog, CountsWrapAfter255) {

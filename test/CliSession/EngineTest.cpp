@@ -69,6 +69,9 @@ TEST_F(Engine, AComparisonWithAFilledLogStopsAtOnce) {
     EXPECT_FALSE(ec->doCopyEntityAttrs(dest, src, "hall", nullptr)) << "it walked on to u8";
     EXPECT_FALSE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "it walked on to count";
     EXPECT_TRUE(log(ec).empty());
+    dest->part()->noteIs("other");
+    EXPECT_TRUE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "the first is compared";
+    dest->part()->noteIs("same");
   }
 }
 
@@ -137,20 +140,56 @@ TEST_F(EngineDeathTest, AssertsItsPreconditions) {
                "EntityCopy:[0-9]+: .*handleCopyRoots.*Assertion 'destRoot' failed");
 }
 
+// Puts a member of a derived type among the machines, as an attribute log may.
+void bring(Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
+  Kel::KelAttr const& machine = *Plant::Hall::_fwkType()->getAttr("machine");
+  Kel::Ptr<Plant::Robot> const robot = Plant::robotFactory("r", "serial");
+  robot->armsIs(arms);
+  machine.access().restore(machine, *hall, robot, 0);
+}
+
+// Wherever they are met: at the same positions or not, in a comparison that their deletion does not stop, and at the
+// ends of pointers.
+TEST_F(Engine, MembersOfOtherTypesAreMadeAnew) {
+  for (bool traced : {false, true})
+    for (bool further : {false, true}) {
+      std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
+      World in;
+      Kel::Ptr<Plant::Hall> const from = World::hall(in.src, "sys/annex"), to = World::hall(in.dest, "sys/annex");
+      for (char const* name : {"a", "r"}) from->newMachine(name);
+      for (int i = 0; i < 2; ++i) in.copy();
+      to->machineDel("r");
+      bring(to, 1);
+      if (further) to->newMachine("x");
+      for (Kel::Dir::Ptr const& dir : {in.src, in.dest})
+        for (Kel::U32 i = further ? 1 : 3; i <= 2; ++i)
+          World::hall(dir)->watchedIs(i, World::hall(dir, "sys/annex")->machine(i == 1 ? "a" : "r"));
+      auto const bypass = S::attributeEditBypassTableFactory("bypass");
+      S::AttributeEdit const deletion("machine", "Plant::Hall", S::AttributeEditType::del_);
+      bypass->attributeEditBypassEntryIs(deletion)->parentPathIs("/dest", true);
+      EntityCopy::Ptr const ec = in.copyFrom(in.src, true);
+      ec->attributeEditBypassCheckerIs(bypass);
+      ec->destIs(in.dest);
+      EXPECT_EQ(textOf(log(ec)), "Plant::Hall::machine set sys/annex x1\n");
+      Edits expected{{"Plant::Hall::machine del sys/annex", 1 + further}, {"Plant::Hall::machine set sys/annex", 1}};
+      if (further) expected["Plant::Hall::watched set hall"] = 1;
+      EXPECT_EQ(in.copy().edits, expected);
+      EXPECT_EQ(to->machine("r")->type(), Plant::Machine::_fwkType());
+      EXPECT_TRUE(!further || World::hall(in.dest)->watched(2).ptr() == to->machine("r").ptr());
+    }
+}
+
 // Members of derived types are copied as what they are, where an attribute log has brought them; they are not made.
 TEST_F(Engine, MembersOfDerivedTypesAreNotTakenForOthers) {
-  Kel::KelAttr const& machine = *attr(src, "machine");
-  auto const bring = [&](Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
-    Kel::Ptr<Plant::Robot> const robot = Plant::robotFactory("r", "serial");
-    robot->armsIs(arms);
-    machine.access().restore(machine, *hall, robot, 0);
-  };
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newMachine("a")->speedIs(hall == src);
   bring(src, 1);
   for (bool traced : {false, true}) {
     std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
     EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { world.copy(); }),
               "/dest/hall.machine/r: Plant::Machine has no attribute 'arms'");
+    EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
+    ec->destIs(world.dest);
+    EXPECT_EQ(textOf(log(ec)), "Plant::Hall::machine del hall x1\n");
     dest->machineDel("r");
     bring(dest, 2);
     EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Robot::arms set hall.machine/r", 1}}));
@@ -295,6 +334,10 @@ TEST_F(EngineDeathTest, MakesPathsRelativeAndSaysSo) {
   Kel::Dir::Ptr const a(new Kel::Dir("a", world.root.ptr()));
   Traces const traces("EntityCopyUtils");
   S::relativePath(a, "/a/b");
+  char separator = 'x';
+  EXPECT_EQ(S::relativePath(a, "/a/", &separator), "");
+  EXPECT_EQ(separator, 'x') << "there is no result";
+  EXPECT_FALSE(S::isBelow(*a, *a));
   EXPECT_TRUE(traces.has("EntityCopyUtils/9 relativePath: /a/b is b relative to /a")) << traces.text();
   EXPECT_DEATH(S::relativePath(nullptr, "/a"), "Assertion 'root && absolutePath' failed");
   EXPECT_DEATH(S::relativePath(a, ""), "Assertion 'root && absolutePath' failed");

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <optional>
 
 #include "CliSession/World.h"
 #include "Kel/HashMap.h"
@@ -133,6 +134,9 @@ TEST_P(Faults, RedirectedPointerKeysHaveTheirCounterparts) {
 // --- Where edits are counted ---
 
 TEST_P(Faults, EditsAreCountedWhereTheyAreMade) {
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->tickEnq();
+  src->tickIterator().value()->noteIs("n");
+  EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Tick::note set hall.tick/0", 1}}));
   Kel::Ptr<Plant::Hall> const annex = src->newAnnex("x");
   annex->newBolt("Et1")->lockedIs(true);
   dest->newAnnex("x");
@@ -334,6 +338,39 @@ TEST_P(Faults, RecordsThatWereTakenAwayAreForgotten) {
   src->favouriteIs(nullptr);
   ec->handleCopyRoots();
   EXPECT_EQ(record->refs(), 1u);
+  ec->pendingAttrIs(record, true);  // by hand
+  World::hall(world.dest, "sys/annex")->newBolt("late");
+  ec->doCopyPendingAttrs(false);
+  EXPECT_TRUE(dest->favourite());
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+}
+
+// A pointer of what the walk has just made may wait already, where foreign code has met it first.
+TEST_P(Faults, APointerOfANewEntityWaitsOnce) {
+  for (bool reacting : {false, true}) {
+    World in;
+    Kel::Ptr<Plant::Hall> const from = World::hall(in.src), to = World::hall(in.dest);
+    Kel::Ptr<Plant::Hall> const annex = World::hall(in.src, "sys/annex");
+    annex->newBolt("late");
+    from->newAxle("a")->peerIs(annex->bolt("late"));
+    from->newBolt("b")->peerIs(annex->bolt("late"));
+    auto const job = from->jobEnq("j");
+    job->stepEnq();
+    job->aboutIs(annex->bolt("late"));
+    handlerAt(in, "", "Plant::Step", [](auto const& ec, auto const& step, auto const& srcStep, auto const& path) {
+      return ec->doCopyAttrByName(EntityPtr(step->parent()), EntityPtrConst(srcStep->parent()), path, "about");
+    });
+    EntityCopy::Ptr const ec = in.copyFrom(in.src);
+    ec->srcCopyRootDel(annex);
+    std::optional<Reactor> reactor;
+    if (reacting)
+      reactor.emplace(EntityPtrConst(to), [&] {
+        if (to->axle()) ec->doCopyAttrByName(to->axle(), from->axle(), "hall.axle", "peer");
+        if (to->bolt("b")) ec->doCopyAttrByName(to->bolt("b"), from->bolt("b"), "hall.bolt/b", "peer");
+      });
+    ec->destIs(in.dest);
+    EXPECT_EQ(ec->pendingAttrs(), 3u) << reacting;
+  }
 }
 
 // --- Comparisons ---
@@ -346,6 +383,45 @@ TEST_P(Faults, AFilteredComparisonStopsAtTheFirstDifference) {
   EntityCopy::Ptr const ec = engine(true);
   EXPECT_TRUE(ec->doCopyEntityAttrs(dest, src, "hall", filter));
   EXPECT_EQ(textOf(log(ec)), "Plant::Hall::u16 set hall x1\n");
+  // The filter's handler does so among what it copies first, and before what it copies last.
+  auto const filters = S::entityCopyFilterDirFactory("filters");
+  for (bool first : {true, false}) {
+    auto const handler = filters->newEcf(S::HandlerContext(S::EntityPath(first ? "first" : "last"), ""));
+    auto const names = first ? handler->newPreAttribute() : handler->newPostAttribute();
+    names->attributeNameIs(1, "u16");
+    names->attributeNameIs(2, "u32");
+    EntityCopy::Ptr const filtered = engine(true);
+    EXPECT_TRUE(handler->handleEntity(filtered, dest, src, "hall"));
+    EXPECT_EQ(textOf(log(filtered)), "Plant::Hall::u16 set hall x1\n");
+  }
+}
+
+TEST_P(Faults, AComparisonEndsAtTheFirstDifference) {
+  using Make = void (*)(Plant::Hall & from, Plant::Hall & to, char const* name);
+  std::pair<char const*, Make> const cases[] = {
+      {"Plant::Bolt", [](auto& from, auto& to, auto* n) { from.newBolt(n)->lockedIs(true), to.newBolt(n); }},
+      {"Plant::Job", [](auto& from, auto& to, auto* n) { from.jobEnq(n)->doneIs(true), to.jobEnq(n); }},
+      {"Plant::Bolt", [](auto& from, auto&, auto* n) { from.newBolt(n); }},
+      {"Plant::Bolt", [](auto&, auto& to, auto* n) { to.newBolt(n); }},
+      {"Plant::Job", [](auto& from, auto& to, auto*) { from.jobEnq("from"), to.jobEnq("to"); }}};
+  for (auto const& [type, make] : cases) {
+    World in;
+    int visits = 0;
+    handlerAt(in, "", type, [&](auto const& ec, auto const& to, auto const& from, auto const& path) {
+      ++visits;
+      return ec->doCopyEntityAttrs(to, from, path, nullptr);
+    });
+    Kel::Ptr<Plant::Hall> const from = World::hall(in.src), to = World::hall(in.dest);
+    for (char const* name : {"x", "y"}) make(*from, *to, name);
+    EntityCopy::Ptr const ec = in.copyFrom(in.src, true);
+    ec->srcCopyRootDelAll();
+    ec->srcCopyRootIs(World::hall(in.src, "sys/annex"), true);
+    ec->destIs(in.dest);
+    EXPECT_TRUE(ec->doCopyEntityAttrs(to, from, "hall", nullptr));
+    EXPECT_LE(visits, 1);
+    Edits const edits = log(ec);
+    EXPECT_TRUE(edits.size() == 1 && edits.begin()->second == 1) << textOf(edits);
+  }
 }
 
 TEST_P(Faults, AComparisonMakesNoSessionRoot) {
@@ -372,13 +448,37 @@ TEST_P(Faults, AHandlerOfASessionRootIsAskedOnce) {
 
 TEST_P(Faults, AHandlerOfAnEqualMemberIsAsked) {
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newCrate("c")->newItem("i");
-  int asked = 0;
-  handlerAt(world, "hall.crate/c.item/i", "", [&](auto const&, auto const&, auto const&, auto const&) {
-    ++asked;
-    return false;
-  });
-  world.copy();
-  EXPECT_EQ(asked, 1);
+  world.copy();  // so that nothing has changed since
+  for (auto const& [path, type] : {std::pair{"hall.crate/c.item/i", ""}, {"", "Plant::Item"}}) {
+    int asked = 0;
+    handlerAt(world, path, type, [&](auto const&, auto const&, auto const&, auto const&) {
+      ++asked;
+      return false;
+    });
+    world.copy();
+    EXPECT_EQ(asked, 1) << path;
+  }
+}
+
+// A derived handler is foreign code where it is asked for a target.
+TEST_P(Faults, AHandlerMayChangeTheLogWhenItIsAskedForATarget) {
+  struct Changing : S::EntityCopyGlobalSessionHandler {
+    std::function<void()> change;
+    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
+      change();
+      return EntityCopyGlobalSessionHandler::resolveEntityPtr(ec, target);
+    }
+  };
+  src->favouriteIs(src->newBolt("b"));
+  src->visitsInc();
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  auto const before = ec->attributeEditLog(), after = S::attributeEditLogFactory();
+  Kel::Ptr<Changing> const changing(new Changing);
+  changing->sessionStatusIs(world.status);
+  changing->change = [&] { ec->attributeEditLogIs(after); };
+  ec->handlerIs(changing);
+  ec->destIs(world.dest);
+  EXPECT_EQ(editsOf(*after).count("Plant::Hall::visits set hall"), 1u) << textOf(editsOf(*before));
 }
 
 TEST_P(Faults, AHandlerThatComesInTheMidstIsAsked) {
@@ -400,6 +500,56 @@ TEST_P(Faults, AHandlerThatComesInTheMidstIsAsked) {
 }
 
 // --- What reactors make and delete ---
+
+TEST_P(Faults, ASourceThatAReactorDeletesIsCopiedAsItWas) {
+  src->newAxle("new")->torqueIs(2);
+  dest->newAxle("old");
+  src->newPlate("p", 1)->textIs("kept");
+  Reactor const reactor(EntityPtrConst(dest), [&] {
+    if (!dest->axle()) src->axleDel();
+    if (dest->plate("p")) src->plateDel("p");
+  });
+  world.copy();
+  EXPECT_EQ(dest->axle()->torque(), 2);
+  EXPECT_EQ(dest->plate("p")->text(), "kept");
+}
+
+TEST_P(Faults, ASingletonThatAReactorMakesIsKept) {
+  src->newAxle("new");
+  dest->newAxle("old");
+  Kel::Ptr<Plant::Bolt> made;
+  Reactor const reactor(EntityPtrConst(dest), [&] {
+    if (made || dest->axle()) return;
+    EXPECT_THROW(dest->newAxle("new"), Kel::InternalException) << "it writes what it reacts to";
+    made = dest->axle();
+  });
+  world.copy();
+  EXPECT_TRUE(made && dest->axle() == made);
+}
+
+TEST_P(Faults, AQueueMemberThatAReactorDeletesIsPassedBy) {
+  for (char const* title : {"a", "b"}) src->jobEnq(title)->doneIs(true);
+  Reactor const reactor(EntityPtrConst(dest), [&] {
+    if (dest->jobs() != 2) return;
+    EXPECT_THROW(dest->jobDeq(), Kel::InternalException);
+  });
+  world.copy();
+  ASSERT_EQ(dest->jobs(), 1u);
+  EXPECT_TRUE(dest->jobIterator().value()->done());
+}
+
+// The source's array closes its gaps, but not while it is walked.
+TEST_P(Faults, MembersOfASourceThatAReactorChangesAreNotPassedBy) {
+  for (int i = 0; i < 32; ++i) src->newBolt(std::to_string(i));
+  bool done = false;
+  Reactor const reactor(EntityPtrConst(dest), [&] {
+    if (dest->bolts() < 9 || std::exchange(done, true)) return;
+    for (int i = 0; i < 8; ++i) src->boltDel(std::to_string(i));
+    src->newBolt("new");
+  });
+  world.copy();
+  for (int i = 8; i < 32; ++i) EXPECT_TRUE(dest->bolt(std::to_string(i))) << i;
+}
 
 TEST_P(Faults, AMemberThatAReactorOfTheLogMakesIsMadeOnce) {
   src->newBolt("b")->torqueIs(2);

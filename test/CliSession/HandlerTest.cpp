@@ -120,6 +120,14 @@ TEST_F(Handlers, MarkSessionRootsThatTheyAreGivenByPath) {
       << traces.text();
   handler->copiedDel();
   EXPECT_TRUE(handler->handleEntity(ec, dest, src, "hall"));
+  // A star in a path is no wildcard.
+  dest->u8Is(9);
+  EXPECT_TRUE(handler->handleEntity(ec, dest, src, "hall*.u8"));
+  handler->copiedDel();
+  handler->newCopied("entity");
+  handler->copied()->prefixIs("hall.annex/x", Zuk::prefixTrieStateFactory());
+  dest->u8Is(9);
+  EXPECT_FALSE(handler->handleEntity(ec, dest, src, "hall.annex/x.bolt*/y")) << "it lies below what is marked";
 }
 
 // Does something once, when it is first told of a change.
@@ -308,6 +316,21 @@ TEST_F(Directories, PointersOfASecondRunLeadIntoItsDestination) {
   EXPECT_EQ(EntityPtr(Kel::ptrCast<Plant::Bolt>(otherDir->entityRef("b"))->peer()), otherDir->entityRef("b"));
   for (Kel::Dir::Ptr const& dir : {srcDir, destDir, otherDir})
     Kel::ptrCast<Plant::Bolt>(dir->entityRef("b"))->peerIs(nullptr);
+}
+
+TEST_F(Directories, ABypassedEntryIsNoDifferenceToAComparison) {
+  srcDir->newEntryState("announced", "Plant::Bolt");
+  auto const bypass = S::attributeEditBypassTableFactory("bypass");
+  S::AttributeEdit const creation("entryState", "Kel::Dir::EntryState", S::AttributeEditType::set_);
+  bypass->attributeEditBypassEntryIs(creation)->parentPathIs("/dest", true);
+  for (bool compare : {true, false}) {
+    EntityCopy::Ptr const ec = S::entityCopyFactory();
+    ec->stopAtFirstDiffIs(compare);
+    ec->attributeEditLogIs(S::attributeEditLogFactory());
+    ec->attributeEditBypassCheckerIs(bypass);
+    EXPECT_EQ(handlerOf()->handleEntity(ec, destDir, srcDir, "d"), !compare);
+    EXPECT_EQ(ec->attributeEditLog()->attributeEditEntrys(), 0u);
+  }
 }
 
 TEST_F(Directories, AHandlerFallsBackOnOtherEntities) {

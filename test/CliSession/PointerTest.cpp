@@ -40,6 +40,9 @@ TEST_P(Pointers, LeadToTheCounterpartWhenAPathIsAmbiguous) {
   src->chosenIs("inner", inner);
   src->weightIs(outer, 1);
   src->weightIs(inner, 2);
+  auto const foreign = Kel::ptrCast<Plant::Hall>(world.outside->entityRef("foreign"));
+  foreign->newAnnex("a")->newAnnex("b")->newBolt("t");
+  src->anythingIs(foreign->newAnnex("a.annex/b")->newBolt("t"));
   for (int run = 0; run < 2; ++run) {
     Outcome const outcome = world.copy();
     EXPECT_EQ(outcome.pending, 0u);
@@ -53,9 +56,13 @@ TEST_P(Pointers, LeadToTheCounterpartWhenAPathIsAmbiguous) {
     EXPECT_TRUE(dest->chosen("inner") == destInner);
     EXPECT_EQ(dest->weight(destOuter), 1u);
     EXPECT_EQ(dest->weight(destInner), 2u);
+    EXPECT_TRUE(dest->anything() == src->anything()) << "it is not copied";
   }
-  src->annexDel("a.annex/b");
+  src->weightIs(inner, 1);
   src->weightDel(outer);
+  world.copy();
+  EXPECT_EQ(dest->weights(), 1u);
+  src->annexDel("a.annex/b");
   dest->favouriteIs(nullptr);
 }
 
@@ -86,6 +93,17 @@ TEST_P(Pointers, AreNotResolvedWithoutADestination) {
   EXPECT_FALSE(outside.copiable());
   EXPECT_THROW(ec->handler()->resolveEntityPtr(ec, src->bolt("b")), Kel::RangeException);
   EXPECT_THROW(ec->handler()->resolveEntityPtr(ec, nullptr), Kel::RangeException);
+}
+
+// The entity that a session root lies in may be made anew, and the root with it.
+TEST_P(Pointers, WaitForARootThatIsMadeAnew) {
+  world.status->rootTrie()->prefixIs("hall.gearbox.pin", Zuk::prefixTrieStateFactory());
+  world.status->rootTrie()->prefixDel("hall");
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest})
+    hall->newGearbox("g", hall == src ? 1 : 2, Plant::Size(1, 2), Plant::Grade::fine)->newPin("p");
+  src->weightIs(src->gearbox()->pin(), 5);  // copied before the gearbox
+  world.copy();
+  EXPECT_EQ(dest->weight(dest->gearbox()->pin()), 5u);
 }
 
 // A copy of the first root alone: what points into the second waits.
@@ -160,6 +178,40 @@ TEST_P(Deferred, StayUntilThenAndAreSupersededWhenMetAgain) {
   EXPECT_EQ(EntityPtr(dest->favourite()), stranger);
   EXPECT_EQ(dest->chosens(), 0u);
   EXPECT_EQ(dest->weights(), 0u);
+}
+
+TEST_P(Deferred, StayWhenAComparisonStops) {
+  dest->chosenIs("extra", nullptr);
+  auto const compared = [&] {
+    Kel::U32 edits = 0;
+    for (auto const& [edit, count] : editsOf(*ec->attributeEditLog())) edits += count;
+    return edits;
+  };
+  ec->attributeEditLogIs(S::attributeEditLogFactory());
+  ec->stopAtFirstDiffIs(true);
+  ec->handleCopyRoots();
+  EXPECT_EQ(compared(), 1u);
+  EXPECT_EQ(ec->pendingAttrs(), 3u);
+  arrive();
+  ec->attributeEditLogIs(S::attributeEditLogFactory());
+  ec->doCopyPendingAttrs(false);
+  EXPECT_EQ(compared(), 1u) << "the first that would be set";
+}
+
+TEST_P(Deferred, WaitAsMembersWhereTheKeyIsTheSame) {
+  ec->pendingAttrDelAll();
+  auto const box = Kel::GenericIf::ofEntity(EntityPtrConst(annex->bolt("late")));
+  Kel::KelAttr::PtrConst const mated(src->type()->getAttr("mated"));
+  EXPECT_FALSE(ec->resolvePtr(src, annex->bolt("late"), box, box, dest, box, "hall", mated));
+  ASSERT_EQ(ec->pendingAttrs(), 1u);
+  EXPECT_EQ(ec->pendingAttrIterator().key()->destIndexFullName(), "");
+}
+
+TEST_P(Deferred, AreSetAlthoughTheirCopyIsLetGo) {
+  arrive();
+  Reactor const reactor(EntityPtrConst(dest), [&] { ec = nullptr; });
+  ec->doCopyPendingAttrs(false);
+  EXPECT_TRUE(dest->favourite() && dest->chosen("c"));
 }
 
 TEST_P(Deferred, AreSupersededByNull) {

@@ -382,10 +382,12 @@ struct Checking : S::AttributeEditBypassTable {
   Checking() : AttributeEditBypassTable("checking") {}
   bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
                               GenericIf::PtrConst const&) override {
+    if (fails) Kel::throwRangeException("no");
     ++edits;
     return false;
   }
   int edits = 0;
+  bool fails = false;
 };
 
 TEST_F(Session, ShowsTheCheckerTheEditsOfBothCopies) {
@@ -591,6 +593,10 @@ TEST_F(Session, CleanConfigIsBuiltOnceAndUsed) {
   EXPECT_FALSE(status->doCleanConfig("s1")) << "it is not complete";
   Kel::Ptr<Checking> const checking(new Checking);
   status->attributeEditBypassTableIs(checking);
+  checking->fails = true;
+  EXPECT_THROW(status->doCreateCleanConfig(world.src, clean), Kel::RangeException);
+  EXPECT_FALSE(progress->cleanConfigComplete()) << "the copy has failed";
+  checking->fails = false;
   call("doCreateCleanConfig", {{"src", boxed(world.src)}, {"dest", boxed(clean)}});
   EXPECT_TRUE(
       traces.inOrder({"CliSession/8 void Cli::Session::Status::doCreateCleanConfig(const "

@@ -32,6 +32,10 @@ struct Told {
     if (verb == "new") trie = Zuk::prefixTrieFactory("root");
     if (verb == "add") trie->prefixIs(path, stateOf(b, c));
     if (verb == "remove") trie->prefixDel(path);
+    if (verb == "append") {
+      PrefixTrie::Ptr const target = std::exchange(trie, Zuk::prefixTrieFactory("root"));
+      trie->append(target);
+    }
     if (verb == "look")
       out << trie->hasPrefix(path) << trie->hasProperPrefix(path) << trie->isPrefix(path) << trie->isLeaf(path) << " '"
           << trie->enclosingPrefix(path) << "' '" << trie->properEnclosingPrefix(path) << "' "

@@ -102,6 +102,18 @@ TEST(AttrLog, ReferencesLeadOutByPath) {
   EXPECT_EQ(again->parent(), nullptr);
   EXPECT_THROW(readAttrLog(writeAttrLog(*pointers)), AttrLogEntityException) << "no context";
 
+  // What was read before a fault, here a pointer to itself, is let go.
+  std::string const type = record(1, text("Gadgets::Pointers") + '\3' + u32(4) +                    //
+                                         text("name") + '\x20' + text("Kel::String8") + text("") +  //
+                                         text("part") + '\1' + text("Gadgets::Part") + text("") +   //
+                                         text("any") + '\1' + text("Kel::Entity") + text("") +      //
+                                         text("byName") + '\5' + text("Gadgets::Part") + text("Kel::String8"));
+  std::string const contents = '\2' + text("/part") + '\1' + u32(0) + u32(1) + text("k") + '\0';
+  U32 const refs = part->refs();
+  EXPECT_THROW(readAttrLog(logOf(type + record(2, u32(0) + alone + text("p") + contents), 1), root.ptr()),
+               AttrLogRecordException);
+  EXPECT_EQ(part->refs(), refs);
+
   // What nobody owns comes along where it cannot hold anything, once.
   auto const loose = coloredFactory(Color::red);
   pointers->anyIs(loose);
@@ -225,9 +237,17 @@ TEST(AttrLog, EntitiesThatCannotBeAreRefused) {
   badEntity(log(owned(0, 2, "a", '\1' + u32(0)), 2), first + 22,
             "entity #0: Entity is the wrong type: Gadgets::Part expected, Gadgets::Owner given");
   badRecord(log(owned(0, 2, "a", "\3"), 2), first + 22, "unknown kind of reference 3");
-  // A pointer that is read before the fault does not keep anything alive.
-  badEntity(log(owned(0, 2, "a", '\1' + u32(2)) + owned(0, 2, "b", '\1' + u32(7)), 3), first + 27 + 22,
-            "entity #7 is not there");
+
+  std::string const name = text("name") + '\x20' + text("Kel::String8") + text("");
+  std::string const dirs =
+      record(1, text("Kel::Dir") + '\3' + u32(2) + name +  //
+                    text("entryState") + '\xa' + text("Kel::Dir::EntryState") + text("Kel::String8")) +
+      record(1, text("Kel::Dir::EntryState") + '\3' + u32(2) + name +  //
+                    text("typeName") + '\x20' + text("Kel::String8") + text("")) +
+      part + record(2, u32(0) + alone + text("d")) +
+      record(2, u32(1) + u32(0) + u32(1) + text("a") + text("Gadgets::Part"));
+  std::string const child = record(2, u32(2) + u32(0) + u32(1) + text("a") + null);
+  badEntity(logOf(dirs + child + child, 4), 6 + dirs.size() + child.size(), "Kel::Dir::entryState: 'a' is taken");
 
   std::string const bound = record(1, text("Gadgets::Bound") + '\3' + u32(3) +                       //
                                           text("name") + '\x20' + text("Kel::String8") + text("") +  //

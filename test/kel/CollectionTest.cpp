@@ -145,6 +145,11 @@ TEST(HashMap, WalksInTheOrderOfInsertion) {
     EXPECT_TRUE(last == 0 || it.value() > last);
     last = it.value();
   }
+  auto it = map.iterator();
+  map.clear();
+  map.set(1, 1);
+  EXPECT_FALSE(it) << "on a member that came later";
+  EXPECT_TRUE(++it);
 }
 
 // Keys that all have the same hash, and keys whose hash says nothing.

@@ -142,6 +142,8 @@ TEST(MemPool, BlocksOfAnEmptiedChunkFollowOneAnother) {
     apart = 0;
     for (std::size_t i = 1; i < blocks.size(); ++i)
       if (static_cast<char*>(blocks[i]) - static_cast<char*>(blocks[i - 1]) != 48) ++apart;
+    for (std::size_t i = 0; i < blocks.size(); i += 2) KelMemPool::release(blocks[i], 48);
+    for (std::size_t i = 0; i < blocks.size(); i += 2) blocks[i] = KelMemPool::allocate(48);
     std::shuffle(blocks.begin(), blocks.end(), random);
     for (void* block : blocks) KelMemPool::release(block, 48);
   }

@@ -149,6 +149,44 @@ TEST(Directory, ReactorsMayDeleteWhatComes) {
   reactor->notifierIs(nullptr);
 }
 
+// What a reactor does instead stays.
+TEST(Directory, ReactorsMayForestallWhatComes) {
+  struct Other : Dir::Notifiee {
+    void onEntryState(Name const& name) override {
+      String8 const reused("another name, as long");
+      same = name == "the name of its entry";
+      auto const once = std::exchange(act, nullptr);
+      if (once) once();
+    }
+    std::function<void()> act;
+    bool same = false;
+  };
+  Dir::Ptr const dir = dirFactory("d");
+  Kel::Ptr<Other> const reactor(new Other);
+  reactor->notifierIs(dir);
+  dir->newEntryState("the name of its entry", "Kel::Dir");
+  Name const& own = dir->entry("the name of its entry")->name();
+  dir->entryStateDel(own);
+  EXPECT_TRUE(reactor->same);
+
+  reactor->act = [&] {
+    reactor->notifierIs(nullptr);
+    dir->entityRef("x");
+  };
+  EXPECT_THROW(dir->entryIs(partFactory("x")), RangeException);
+  EXPECT_EQ(dir->entityRef("x")->type(), Part::_fwkType());
+  dir->entryStateDel("x");
+
+  dir->newEntryState("x", "Gadgets::Part");
+  reactor->act = [&] {
+    reactor->notifierIs(nullptr);
+    dir->entryStateDel("x");
+    dir->newEntity("Gadgets::Part", "y");  // in the place of the entry
+  };
+  reactor->notifierIs(dir);
+  EXPECT_EQ(dir->entityRef("x"), nullptr);
+}
+
 // A directory whose construction fails because a reactor of its parent did leaves nothing of itself behind.
 TEST(Directory, ReactorsMayRefuseWhatComes) {
   struct Refuser : Dir::Notifiee {
@@ -218,6 +256,21 @@ TEST(Lifetime, WhatIsHeldOutlivesItsTree) {
   EXPECT_EQ(part->fullName(), "/p");
 }
 
+TEST(Lifetime, WhatIsNotDestroyedOutlivesItsTree) {
+  int destroyed = 0;
+  struct Own : Part {
+    explicit Own(int& n) : Part("own"), destroyed(n) {}
+    ~Own() override { ++destroyed; }
+    int& destroyed;
+  };
+  Dir::Ptr root = dirFactory("root");
+  auto const own = std::make_unique<Own>(destroyed);
+  own->isNondestructingIs(true);
+  root->entryIs(Entity::Ptr(own.get()));
+  root = nullptr;
+  EXPECT_EQ(destroyed, 0);
+}
+
 TEST(Lifetime, ALongChainIsDestroyed) {
   Dir::Ptr root = dirFactory("root");
   Dir::Ptr last = root;
@@ -242,11 +295,11 @@ TEST(Lifetime, ALongChainIsDestroyed) {
 // Entities that point at each other do not keep each other alive, not where types own each other in circles either.
 TEST(Lifetime, MutualPointersDoNotKeepAlive) {
   Even::_fwkType()->pointersBelow();  // what is found out first must not spoil what is asked next
-  Odd::Ptr odd = oddFactory("o");
-  Even::Ptr const even = odd->newEvens("e"), other = even->newOdds("o")->newEvens("e");
+  Crate::Ptr crate = crateFactory("c");
+  Even::Ptr const even = crate->newOdd("o")->newEvens("e"), other = even->newOdds("o")->newEvens("e");
   even->peerIs(other);
   other->peerIs(even);
-  odd = nullptr;
+  crate = nullptr;
   EXPECT_EQ(even->peer(), nullptr);
   EXPECT_EQ(other->peer(), nullptr);
   EXPECT_EQ(even->refs(), 1u);
@@ -264,12 +317,15 @@ TEST(Lifetime, AParameterThatPointsAtAnOwnerDoesNotKeepItAlive) {
   EXPECT_EQ(ptrCast<Housed>(dir->entityRef("announced"))->home(), dir);
   Housed::Ptr const elsewhere = housedFactory("elsewhere", root, "");
   dir->entryIs(elsewhere);
+  Housed::Ptr const deeper = housedFactory("deeper", dir, "");
+  Dir::Ptr(new Dir("inner", dir.ptr()))->entryIs(deeper);
   Housed::Ptr const foreign = housedFactory("foreign", dirFactory("other"), "");
   dir->entryIs(foreign);
 
   root->entryDel("dir");
   EXPECT_EQ(dir->refs(), 1u);
   EXPECT_EQ(made->home(), nullptr);
+  EXPECT_EQ(deeper->home(), nullptr);
   EXPECT_EQ(elsewhere->home(), root) << "it owns them no more";
   EXPECT_TRUE(foreign->home());
   dir = nullptr;

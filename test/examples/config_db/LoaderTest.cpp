@@ -36,9 +36,11 @@ Loaded loaded(std::string const& text) {
 
 std::string failure(std::string const& file, Kel::Dir::Ptr const& dir) {
   Report report;
+  report.entries["VLAN"] = 7;
   try {
     loadConfigDb(file, dir, report);
   } catch (LoadError const& e) {
+    EXPECT_EQ(report.entries, (std::map<std::string, unsigned>{{"VLAN", 7}})) << "changed by a failed load";
     return e.what();
   }
   return "no failure";
@@ -147,7 +149,7 @@ TEST(ConfigDbLoader, Unreadable) {
 
 TEST(ConfigDbLoader, TakenPlaces) {
   Tests::TemporaryDir const temporary;
-  std::string const file = temporary.write("x.json", "{}").string();
+  std::string const file = temporary.write("x.json", R"({"PORT": {}})").string();
   Kel::Dir::Ptr const dir = Kel::dirFactory("");
   dir->newEntity("ConfigDb::Topology", "qos");
   EXPECT_EQ(failure(file, dir), file + ": cannot be loaded into \"\": qos is no directory");
