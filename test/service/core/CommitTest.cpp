@@ -206,7 +206,7 @@ TEST_F(Commits, WhatIsPendingAndALostRootAreRefused) {
   };
   in(a).u32Is(1);
   a.pending().add({pathIn(a.tree(), "hall.favourite"), "hall.bolt/late", "hall.bolt/late", "is not there"});
-  EXPECT_EQ(refusal(), "hall.favourite: 'hall.bolt/late' is not there");
+  EXPECT_EQ(refusal(), "hall.favourite: 'hall.bolt/late': is not there");
   in(a).newBolt("late");
   EXPECT_EQ(a.pending().retry(a.tree().dir).size(), 1u);
   EXPECT_EQ(refusal(), "committed");
