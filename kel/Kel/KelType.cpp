@@ -1,6 +1,7 @@
 #include "Kel/KelType.h"
 
 #include <algorithm>
+#include <cctype>
 #include <map>
 #include <mutex>
 #include <ostream>
@@ -229,7 +230,7 @@ Ptr<GenericIf> builtinFromText(KelType const& type, std::string_view text) {
   char const* const end = at + text.size();
   try {
     Ptr<GenericIf> parsed = type.valueOps().parse(at, end);
-    if (at == end && !text.empty() && text.front() != ' ') return parsed;
+    if (at == end && !text.empty() && !std::isspace(static_cast<unsigned char>(text.front()))) return parsed;
   } catch (RangeException const& e) {
     if (e.message().pos("out of the range") != String8::npos) throw;
   }
