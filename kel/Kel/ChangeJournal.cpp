@@ -143,7 +143,7 @@ bool ChangeJournal::holds(U64 from) {
 
 void ChangeJournal::forget() noexcept {
   base_ = position() + 1;
-  entries_.clear();
+  next_ = roomEnd_ = nullptr;
   departures_.clear();
   wanted_ = false;
 }
@@ -155,21 +155,34 @@ void ChangeJournal::forgetAfterUpheaval() noexcept {
   forget();
 }
 
-void ChangeJournal::append(Entity const& entity, Change change, U32 floor) noexcept {
-  if (!wanted_) return;
-  if (entries_.size() == maxEntries) return forget();
-  oldest_ = entries_.empty() ? floor : std::min(oldest_, floor);
+inline void ChangeJournal::append(Entity const& entity, Change change, U32 floor) noexcept {
+  if (next_ == roomEnd_ && !makeRoom(floor)) return;
+  *next_++ = reinterpret_cast<std::uintptr_t>(&entity) | static_cast<U32>(change);
+}
+
+// Answers false if no entry is wanted, or if there can be no more: then the journal forgets.
+bool ChangeJournal::makeRoom(U32 floor) noexcept {
+  if (!wanted_) return false;
+  constexpr std::size_t least = 256;
+  std::size_t const size = entries().size();
+  if (size == 0) oldest_ = floor;  // later epochs are not smaller
   try {
-    entries_.push_back(reinterpret_cast<std::uintptr_t>(&entity) | static_cast<U32>(change));
+    if (size == room_.size()) room_.resize(std::min(std::max(least, 2 * size), maxEntries));
   } catch (std::bad_alloc const&) {
-    forget();
   }
+  if (size == room_.size()) {
+    forget();
+    return false;
+  }
+  next_ = room_.data() + size;
+  roomEnd_ = room_.data() + room_.size();
+  return true;
 }
 
 // Makes the entries of all leaving entities void: they may be destroyed soon, and other entities may get their
 // addresses.
 void ChangeJournal::depart(Entity const& top) noexcept {
-  if (entries_.empty()) return;
+  if (entries().empty()) return;
   try {
     departBelow(top);
   } catch (std::bad_alloc const&) {
@@ -201,7 +214,7 @@ void ChangeJournal::settle() noexcept {
   };
   std::sort(departures_.begin(), departures_.end(), byEntity);
   U64 at = base_;
-  for (U64& entry : entries_) {
+  for (U64& entry : entries()) {
     // The first departure after the entry.
     Departure const sought{entityOf(entry), ++at};
     auto const found = std::lower_bound(departures_.begin(), departures_.end(), sought, byEntity);
@@ -219,8 +232,9 @@ std::vector<ChangeJournal::Entry> ChangeJournal::since(U64 from) {
     std::size_t at;
   };
   std::vector<Noted> noted;
-  for (auto at = static_cast<std::size_t>(from - base_); at < entries_.size(); ++at)
-    if (U64 const entry = entries_[at]) noted.push_back({entityOf(entry), static_cast<Change>(entry & changeMask), at});
+  std::span<U64 const> const all = entries();
+  for (auto at = static_cast<std::size_t>(from - base_); at < all.size(); ++at)
+    if (U64 const entry = all[at]) noted.push_back({entityOf(entry), static_cast<Change>(entry & changeMask), at});
   // One entry for each entity, at the place of its first.
   std::sort(noted.begin(), noted.end(), [](Noted const& a, Noted const& b) {
     return a.entity != b.entity ? std::less<>()(a.entity, b.entity) : a.at < b.at;
@@ -232,10 +246,10 @@ std::vector<ChangeJournal::Entry> ChangeJournal::since(U64 from) {
   }
   if (!noted.empty()) noted.erase(last + 1, noted.end());
   std::sort(noted.begin(), noted.end(), [](Noted const& a, Noted const& b) { return a.at < b.at; });
-  std::vector<Entry> entries;
-  entries.reserve(noted.size());
-  for (Noted const& n : noted) entries.push_back({n.entity, n.change});
-  return entries;
+  std::vector<Entry> answer;
+  answer.reserve(noted.size());
+  for (Noted const& n : noted) answer.push_back({n.entity, n.change});
+  return answer;
 }
 
 // --- Entities ---
@@ -252,7 +266,7 @@ void ChangeJournal::eachAbove(Entity const* e, U32 floor, Visit const& visit) no
 
 void Entity::note(Change change) const noexcept {
   U32 const floor = stampFloor_.load(Order::relaxed);
-  if (floor == 0 || stamp_ >= stampOf(floor, change)) return;
+  if (floor == 0) return;
   stamp_ = stampOf(floor, change);
   ChangeJournal::eachAbove(this, floor, [&](ChangeJournal& journal) { journal.append(*this, change, floor); });
 }

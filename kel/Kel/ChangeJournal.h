@@ -24,6 +24,7 @@
 // another one also sees the epochs that the other one saw.
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "Kel/Entity.h"
@@ -96,8 +97,11 @@ class KEL_API ChangeJournal {
   static Epochs& epochs();
   static void noteHeldDeparture() noexcept { heldDepartures_.fetch_add(1, Order::relaxed); }
 
-  U64 position() const { return base_ + entries_.size(); }
+  // Addresses, with the change in the two lowest bits; 0: void.
+  std::span<U64> entries() { return {room_.data(), next_ ? static_cast<std::size_t>(next_ - room_.data()) : 0}; }
+  U64 position() { return base_ + entries().size(); }
   void append(Entity const& entity, Change change, U32 floor) noexcept;
+  bool makeRoom(U32 floor) noexcept;
   void depart(Entity const& top) noexcept;
   void departBelow(Entity const& top);
   void settle() noexcept;
@@ -113,7 +117,9 @@ class KEL_API ChangeJournal {
   U64 base_ = 0;                       // the position of the first entry
   U32 oldest_ = 0;                     // the epoch of the oldest entry, shifted as in a stamp
   bool wanted_ = false;                // a position was asked for since the journal last forgot
-  std::vector<U64> entries_;           // addresses, with the change in the two lowest bits; 0: void
+  std::vector<U64> room_;              // for the entries
+  U64* next_ = nullptr;                // behind the last entry; null until there is one
+  U64* roomEnd_ = nullptr;             // null as long as `next_` is
   std::vector<Departure> departures_;  // not settled yet
 };
 
