@@ -33,12 +33,14 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   static constexpr char const* operation = "attributeIs";
   WALK_TRACE(2, operation) << "attributeIs: setting " << s.attr.name();
   Kel::KelAttr const& destOwn = destAttr(f, s);
+  bool const keyFits = !m || !m->key || m->key->type()->isA(s.attr.keyType());
   Kel::Entity* current = nullptr;
   bool isThere = true;
   if (!m) {
     current = destOwn.access().target(f.dest);
   } else if (s.typed && m->at) {
-    isThere = s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
+    isThere =
+        keyFits && s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
   } else {
     auto const held = memberAtKey(*genericIf(f.destPtr()), destOwn, m->index());
     isThere = static_cast<bool>(held);
@@ -50,8 +52,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
                            << (isThere && current == target);
   if (isThere && current == target) return false;
   // The boxed write refuses a target of another type.
-  bool const typed = s.typed && (!m || m->at) && (!target || target->type()->isA(s.attr.type())) &&
-                     (!m || !m->key || m->key->type()->isA(s.attr.keyType()));
+  bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
   auto const box = [&] { return Box(genericIf(Kel::Ptr<Kel::Entity>(target))); };
   return edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
     if (!typed || boxed)

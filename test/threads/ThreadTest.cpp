@@ -115,7 +115,8 @@ TEST(Threads, MakeTypeRecords) {
     for (std::size_t i = 0; i < names.size(); ++i) {
       Kel::KelType const* const type = Kel::KelType::find(Kel::String(names[(i + 2 * mine) % names.size()]));
       ASSERT_TRUE(type);
-      for (Kel::KelAttr const* attr : type->attributeQ()) attr->type()->fullTypeName();
+      for (Kel::KelAttr const* attr : type->attributeQ())
+        if (Kel::KelType const* const of = attr->type()) of->fullTypeName();
     }
     for (std::string const& name : names)
       for (Kel::KelAttr const* attr : Kel::KelType::find(Kel::String(name))->attributeQ())
