@@ -123,24 +123,24 @@ void Service::Impl::makeClean() {
   manager->cleanConfigCompletedIs(now());
 }
 
-Service::Impl::Scratch::Scratch(Impl& service, std::string name) : service_(service), name_(std::move(name)) {
-  Kel::Dir::Ptr const dir(new Kel::Dir(Kel::Name(name_), service.cli.ptr()));
+Service::Impl::Scratch::Scratch(Impl& service, Kel::Name name) : service_(service), name_(std::move(name)) {
+  Kel::Dir::Ptr const dir(new Kel::Dir(name_, service.cli.ptr()));
   tree = service.treeAt(dir);
   try {
     service.manager->doCreateSessionRoots(service.running, dir);
   } catch (...) {
-    service.cli->entryDel(Kel::Name(name_));
+    service.cli->entryDel(name_);
     throw;
   }
 }
 
 Service::Impl::Scratch::~Scratch() {
   tree.dir = nullptr;
-  service_.cli->entryDel(Kel::Name(name_));
+  service_.cli->entryDel(name_);
 }
 
 std::unique_ptr<Service::Impl::Scratch> Service::Impl::scratch() {
-  return std::make_unique<Scratch>(*this, "scratch" + std::to_string(++scratches));
+  return std::make_unique<Scratch>(*this, Kel::Name("scratch" + std::to_string(++scratches)));
 }
 
 // --- The service ---

@@ -108,7 +108,7 @@ struct CLI_SERVICE_HIDDEN Service::Impl {
 
 class Service::Impl::Scratch {
  public:
-  Scratch(Impl& service, std::string name);
+  Scratch(Impl& service, Kel::Name name);
   ~Scratch();
   Scratch(Scratch const&) = delete;
   Scratch& operator=(Scratch const&) = delete;
@@ -116,7 +116,7 @@ class Service::Impl::Scratch {
 
  private:
   Impl& service_;
-  std::string name_;
+  Kel::Name const name_;  // the destructor must not allocate
 };
 
 // The message of the exception that is being handled.
