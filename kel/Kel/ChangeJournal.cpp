@@ -110,13 +110,14 @@ ChangeJournal::ChangeJournal() : id_(nextId()), upheavals_(upheavals()) {}
 
 ChangeJournal& ChangeJournal::attach(Entity const& anchor) {
   if (ChangeJournal* const journal = of(anchor)) return *journal;
+  EntityExtras& extras = anchor.extras();
   std::unique_ptr<ChangeJournal> made(new ChangeJournal);
   // Entities with stamps of this epoch have no entry in this journal.
   Epochs& e = epochs();
   std::lock_guard<std::mutex> guard(e.lock);
   e.epoch = std::max(e.epoch, 1u);
   e.next();
-  return *(anchor.extras().journal = made.release());
+  return *(extras.journal = made.release());
 }
 
 ChangeJournal* ChangeJournal::of(Entity const& anchor) {
