@@ -201,7 +201,7 @@ char const* const replaceSignature =
 // The session into which a configuration is copied; null, with a trace, if it does not exist or is completed.
 Kel::Ptr<PendingChangeStatus> openSession(Status& status, Kel::String const& sessionName) {
   auto const& sessions = status.pendingChangeStatusDir();
-  Kel::Ptr<PendingChangeStatus> const session = sessions ? sessions->status(sessionName) : nullptr;
+  Kel::Ptr<PendingChangeStatus> session = sessions ? sessions->status(sessionName) : nullptr;
   if (!session) {
     if (!sessions)
       KEL_TRACE_AS(9, replaceOperation) << status.name() << " has no pendingChangeStatusDir: initialize() makes it";
@@ -269,7 +269,7 @@ class VanishedRoots {
       return status_.rootHas(above) && typeOf(above) == dirType && !src_.entity(above);
     };
     Kel::String const type = typeOf(path);
-    RootSkeleton(src, dest, path, type, goesFirst);
+    RootSkeleton const canBeMade(src, dest, path, type, goesFirst);
     for (std::size_t end = path.view().find('/'); end != std::string_view::npos; end = path.view().find('/', end + 1)) {
       Kel::String const above = path.view().substr(0, end);
       if (status_.rootHas(above) && typeOf(above) != dirType)

@@ -49,11 +49,11 @@ bool Walk::changedOnly(Frame& f) {
   bool any = false;
   if (stopped()) return false;
   for (Step const* step : f.plan.copied) {
-    if (!changesHold())
-      any |= differs(f, *step);  // foreign code may have changed anything
-    else if (step->attr.instantiating())
+    // Foreign code may have changed anything.
+    bool const known = changesHold();
+    if (known && step->attr.instantiating())
       any |= changedMembers(f, *step);
-    else if (f.changed->has(Kel::Change::content))
+    else if (!known || f.changed->has(Kel::Change::content))
       any |= differs(f, *step);
     if (stopped()) break;
   }

@@ -158,6 +158,7 @@ void ChangeJournal::forgetAfterUpheaval() noexcept {
 
 inline void ChangeJournal::append(Entity const& entity, Change change, U32 floor) noexcept {
   if (next_ == roomEnd_ && !makeRoom(floor)) return;
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): if it is null, so is the end of the room
   *next_++ = reinterpret_cast<std::uintptr_t>(&entity) | static_cast<U32>(change);
 }
 

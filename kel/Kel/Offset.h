@@ -37,7 +37,7 @@ class EntityHandleAt {
  public:
   template <class C, class E>
   EntityHandleAt(Ptr<E> C::*member) : offset_(member) {
-    static_assert(std::is_base_of_v<Entity, std::remove_const_t<E>> && sizeof(Ptr<E>) == sizeof(Entity*));
+    static_assert(std::is_base_of_v<Entity, std::remove_const_t<E>> && sizeof(Ptr<E>) == sizeof(void*));
     KEL_ASSERT(entityComesFirst<std::remove_const_t<E>>());
   }
 
