@@ -106,7 +106,7 @@ void Applying::notePointers() {
 }
 
 Entity::Ptr Applying::owner(Difference const& d) const {
-  Entity::Ptr const e = entityAt(tree_.dir, d.path.parent());
+  Entity::Ptr e = entityAt(tree_.dir, d.path.parent());
   if (!e) throw Error("'" + d.path.parent().text() + "' is not there");
   return e;
 }

@@ -168,7 +168,7 @@ class Renderer {
     PathStep const& last = difference.path.steps.back();
     if (difference.after.is_null()) {
       bool const keyed = last.attr && last.attr->keyIsPtr();
-      bool const member = last.key && last.attr->isPtr() && difference.kind != DifferenceKind::deleted;
+      bool const member = last.attr && last.key && last.attr->isPtr() && difference.kind != DifferenceKind::deleted;
       if (member) {
         pointers_.push_back({difference.path, {"null"}});
         return;

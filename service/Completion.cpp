@@ -9,7 +9,6 @@
 
 namespace Cli::Service {
 
-using Kel::GenericIf;
 using Kel::KelAttr;
 using Kel::KelType;
 using Expects = WordReader::Expects;
@@ -20,7 +19,7 @@ Kel::Entity::Ptr targetFromText(Kel::Dir::Ptr const& base, KelAttr const& attr, 
                                 std::string_view text) {
   EntityHooks const& hooks = hooksOf(*attr.ownerType());
   if (hooks.isImplied && hooks.isImplied(attr, text)) return nullptr;
-  Kel::Entity::Ptr const there = targetAt(base, text);
+  Kel::Entity::Ptr there = targetAt(base, text);
   if (there && !pathOf(*there, *base)) throw InputError("'" + std::string(text) + "' leads out of the session");
   if (there && there->type()->isA(&wanted)) return there;
   TargetFinder finder(*base, wanted);
@@ -122,7 +121,7 @@ class Completer {
     if (what_ == CompletionFor::remove) return reader.expects() == Expects::key || attribute;
     if (more) return true;
     if (reader.expects() == Expects::nothing)  // a reference may be called as its target
-      return last->attr->isPtr() && last->key && last->attr->keyType() == Kel::TypeOf<Kel::Name>::type();
+      return attribute && last->attr->isPtr() && last->key && last->attr->keyType() == Kel::TypeOf<Kel::Name>::type();
     return reader.expects() == Expects::attribute && attribute && reader.missing() > 0;
   }
 
