@@ -85,10 +85,17 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
 
 bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
   WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
-  Box const key = at.key();
+  // Foreign code may delete the member before the edit is carried out, and take the iterator on.
+  bool const typed = s.typed && s.kind == Step::Kind::collection && quiet_;
+  Box const key = typed ? nullptr : at.key();
   return edit(
       f, s, AttributeEditType::del_, [&] { return Box(at.obj(false)); },
-      [&](Box const&) { genericIf(f.destPtr())->attributeDel(s.destAttr->id(), key); });
+      [&](Box const&) {
+        if (typed)
+          s.access.deleteMember(s.attr, f.dest, *at.iterator());
+        else
+          genericIf(f.destPtr())->attributeDel(s.destAttr->id(), key);
+      });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,

@@ -51,6 +51,7 @@ AttrAccess::Found AttrAccess::findMember(Entity const&, AttrIterator const&, Ent
 void AttrAccess::copyMember(KelAttr const&, Entity&, AttrIterator const&, Entity*, Entity*) const {
   lacks("copyMember");
 }
+void AttrAccess::deleteMember(KelAttr const&, Entity&, AttrIterator const&) const { lacks("deleteMember"); }
 void AttrAccess::appendValue(KelAttr const&, Entity&, AttrIterator const&) const { lacks("appendValue"); }
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const { lacks("copyValue"); }
 Entity* AttrAccess::target(Entity const&) const { lacks("target"); }

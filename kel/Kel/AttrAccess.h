@@ -127,6 +127,8 @@ class KEL_API AttrAccess {
   virtual Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const;
   // Sets the member under the same key, and notifies.
   virtual void copyMember(KelAttr const& attr, Entity& dest, AttrIterator const& at, Entity* key, Entity* target) const;
+  // Deletes the member that `at`, an iterator over this attribute of `e` itself, is on; notifies.
+  virtual void deleteMember(KelAttr const& attr, Entity& e, AttrIterator const& at) const;
 
   // Queues of values. Appends the value that `at`, an iterator over the same queue of another entity, is on; notifies.
   virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;

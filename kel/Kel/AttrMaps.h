@@ -108,6 +108,10 @@ class MapAccess final : public AttrAccess {
     else
       put(attr, dest, k, it.value());
   }
+  void deleteMember(KelAttr const& attr, Entity& e, AttrIterator const& at) const override {
+    K const k = position(at).key();
+    if (eraseValue(e, of(e), attr.id(), k)) afterChange(attr, e);
+  }
   void dropPointers(Entity& e) const override {
     if constexpr (isPtrType<K> || isPtrType<V>) of(e).clear();
   }
