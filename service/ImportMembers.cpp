@@ -111,7 +111,8 @@ Kel::Entity* Importer::make(Kel::Entity& owner, KelAttr const& attr, GenericIf::
     for (auto const& arg : args) list->objectEnq(arg);
     if (attr.isQueue()) {
       gif->attributeSQEnq(attr.id(), GenericIf::List::genericIf(list));
-      eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) { return (made = it.target(), true); });
+      Kel::IteratorRoom room;
+      made = attr.access().iterateAt(owner, attr.access().count(attr, owner) - 1, room).target();
     } else {
       gif->attributeIs(attr.id(), key, GenericIf::List::genericIf(list));
       made = attr.isCollection() ? gif->attribute(attr.id(), key)->entity().ptr() : singleTarget(owner, attr);

@@ -134,14 +134,7 @@ namespace {
 
 PathStep stepTo(Kel::Entity const& e, Kel::Entity const& owner, KelAttr const& attr) {
   if (!attr.isCollection()) return attributeStep(attr);
-  if (attr.isQueue()) {
-    std::size_t found = 0;
-    eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t position) {
-      found = position;
-      return it.target() != &e;
-    });
-    return queueStep(attr, found);
-  }
+  if (attr.isQueue()) return queueStep(attr, attr.access().positionOf(owner, e));
   return memberStep(attr, valueOfAttr(e, *keyParam(*e.type())));
 }
 
@@ -174,15 +167,12 @@ std::string targetText(Kel::Entity const& target, Kel::Entity const& base) {
 namespace {
 
 // The member at a position of a queue: its index, and the entity if it is one.
-GenericIf::PtrConst indexAt(Kel::Entity const& owner, KelAttr const& attr, std::size_t wanted, Kel::Entity** entity) {
-  GenericIf::PtrConst index;
-  eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t position) {
-    if (position < wanted) return true;
-    index = it.key();
-    *entity = it.target();
-    return false;
-  });
-  return index;
+GenericIf::PtrConst indexAt(Kel::Entity const& owner, KelAttr const& attr, Kel::U32 position, Kel::Entity** entity) {
+  Kel::IteratorRoom room;
+  Kel::AttrIterator const& it = attr.access().iterateAt(owner, position, room);
+  if (!it.nonNull()) return nullptr;
+  *entity = it.target();
+  return it.key();
 }
 
 class Locator {

@@ -22,7 +22,6 @@ bool Walk::queue(Frame& f, Step const& s) {
   if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
   Cursor src(s.attr, f.src, false), dest(destAttr(f, s), f.dest, false);
   bool differs = false;
-  Box last;  // the index of the member that was appended last
   while (src && dest) {
     if (sameInQueue(s, dest, src)) {
       if (entities) differs |= child(f, s, *dest.target(), *src.target());
@@ -39,7 +38,7 @@ bool Walk::queue(Frame& f, Step const& s) {
     if (stopped()) return true;
   }
   for (; src; ++src) {
-    differs |= entities ? appendEntity(f, s, src, last) : appendValue(f, s, src);
+    differs |= entities ? appendEntity(f, s, src) : appendValue(f, s, src);
     if (stopped()) return true;
   }
   return differs;
@@ -59,7 +58,7 @@ bool Walk::appendValue(Frame& f, Step const& s, Cursor const& src) {
   return differs;
 }
 
-bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src, Box& last) {
+bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src) {
   Kel::Ptr<Kel::Entity const> const member(src.target());
   ParamList const params(new Kel::GenericIf::List);
   constructorParams(member, s.attr, params);
@@ -71,14 +70,11 @@ bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src, Box& last) {
       f, s, AttributeEditType::set_, [&] { return value; },
       [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
   if (compare_) return differs;
-  // The member that has just been made: the queue's last.
-  Kel::GenericIf::Ptr const gif = genericIf(f.destPtr());
-  auto it = last ? gif->attributeIteratorKey(destId, last) : gif->attributeIterator(destId);
-  if (!it) it = gif->attributeIterator(destId);  // a reactor has deleted that member
+  // The member that has just been made is the queue's last.
   Kel::Ptr<Kel::Entity> newest;
-  for (; it; ++it) {
-    newest = entityOf(it.obj());
-    last = it.key();
+  if (Kel::U32 const members = s.destAttr->access().count(*s.destAttr, f.dest)) {
+    Kel::IteratorRoom room;
+    newest = Kel::Ptr<Kel::Entity>(s.destAttr->access().iterateAt(f.dest, members - 1, room).target());
   }
   // A NaN among the parameters.
   if (newest && s.typed && !newest->type()->furtherParamsEqual()(*newest, *member)) impl_.unsettled = true;

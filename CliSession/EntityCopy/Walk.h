@@ -184,7 +184,7 @@ class Walk {
 
   bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
   bool appendValue(Frame& frame, Step const& step, Cursor const& src);
-  bool appendEntity(Frame& frame, Step const& step, Cursor const& src, Box& last);
+  bool appendEntity(Frame& frame, Step const& step, Cursor const& src);
 
   // Whether the bypass checker has to be asked.
   bool offers(Step const& step, AttributeEditType type) {

@@ -52,6 +52,7 @@ void AttrAccess::copyMember(KelAttr const&, Entity&, AttrIterator const&, Entity
   lacks("copyMember");
 }
 void AttrAccess::deleteMember(KelAttr const&, Entity&, AttrIterator const&) const { lacks("deleteMember"); }
+AttrIterator& AttrAccess::iterateAt(Entity const&, U32, IteratorRoom&) const { lacks("iterateAt"); }
 void AttrAccess::appendValue(KelAttr const&, Entity&, AttrIterator const&) const { lacks("appendValue"); }
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const { lacks("copyValue"); }
 Entity* AttrAccess::target(Entity const&) const { lacks("target"); }

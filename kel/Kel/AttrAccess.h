@@ -130,6 +130,8 @@ class KEL_API AttrAccess {
   // Deletes the member that `at`, an iterator over this attribute of `e` itself, is on; notifies.
   virtual void deleteMember(KelAttr const& attr, Entity& e, AttrIterator const& at) const;
 
+  // Queues. An iterator in `room` on the member with so many members before it; null if there are not so many.
+  virtual AttrIterator& iterateAt(Entity const& e, U32 position, IteratorRoom& room) const;
   // Queues of values. Appends the value that `at`, an iterator over the same queue of another entity, is on; notifies.
   virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
 
@@ -143,7 +145,7 @@ class KEL_API AttrAccess {
   virtual bool sameKeyHashes(Entity const& a, Entity const& b) const;
   // Owned entities that have positions. The one at a position below the end, or null for a gap.
   virtual Entity* memberAt(Entity const& e, U32 position) const;
-  // The position of a member.
+  // The position of a member. For queues of entities: the number of members before it.
   virtual U32 positionOf(Entity const& e, Entity const& member) const;
   // Makes room for so many members.
   virtual void reserveMembers(Entity& e, U32 count) const;

@@ -36,6 +36,9 @@ class AnyQueueAccess : public AttrAccess {
     Q const& queue = of(e);
     return iteratorIn<MemberValue>(room, key ? queue.iterator(unboxKey<I>(attr, key)) : queue.iterator());
   }
+  AttrIterator& iterateAt(Entity const& e, U32 position, IteratorRoom& room) const override {
+    return iteratorIn<MemberValue>(room, of(e).iteratorAt(position));
+  }
   U32 count(KelAttr const&, Entity const& e) const override { return of(e).members(); }
 
  protected:
@@ -126,6 +129,13 @@ class OwnedQueueAccess final : public AnyQueueAccess<Q> {
     afterChange(attr, e);
   }
   Entity* findCounterpart(Entity const&, Entity const&, U32) const override { return nullptr; }
+  U32 positionOf(Entity const& e, Entity const& member) const override {
+    Q const& queue = of(e);
+    if (auto const index = printedInteger<I>(member.name())) return queue.positionOf(*index);
+    auto it = queue.iterator();  // its type has no parameters
+    while (it.value().ptr() != &member) ++it;
+    return queue.positionOf(it.key());
+  }
   Entity* child(Entity const& e, std::string_view key) const override {
     auto const index = printedInteger<I>(key);
     Ptr<E> const* member = index ? of(e).find(*index) : nullptr;

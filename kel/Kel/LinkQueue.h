@@ -7,6 +7,8 @@
 // the hash map, and follow the order of insertion.
 //
 // Cost: all operations take constant time on average; an append also takes a look-up for each index that it skips.
+// Finding a position is constant while nothing was erased but the oldest members; otherwise it takes the distance to
+// the oldest member, the newest one, or the one asked for last.
 #pragma once
 
 #include <limits>
@@ -76,6 +78,8 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
     Base::clear();
     first_ = this->slotEnd();
   }
+  // The position of a member, counted from 0, the oldest one's. REQUIRES: there is a member under the index.
+  U32 positionOf(I index) const { return place(&Place::slot, this->findSlot(index)).position; }
   // Moves every member out, oldest first, into a call of `take`. Allocates nothing.
   template <class Taken>
   void takeAll(Taken const& take) {
@@ -110,6 +114,10 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   };
   Iterator iterator() const { return Iterator(this); }
   Iterator iterator(I index) const { return Iterator(this, this->findSlot(index)); }
+  // On the member at a position; null if there are not so many.
+  Iterator iteratorAt(U32 position) const {
+    return Iterator(this, position < members() ? place(&Place::position, position).slot : this->slotEnd());
+  }
 
   // For a queue of entities: gives const members.
   class IteratorConst : private Iterator {
@@ -154,6 +162,30 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   static constexpr U64 farthest = U64(1) << 63;  // the highest number to restore, so that numbers never overflow
   static constexpr U32 worthReleasing = 64;      // an empty queue keeps up to so many slots
 
+  struct Place {
+    U32 slot, position;
+  };
+  static constexpr Place nowhere{Base::none, Base::none};
+
+  // The place of the member at a slot or position.
+  Place place(U32 Place::*by, U32 wanted) const {
+    Place at{head(), 0};
+    if (this->slotEnd() - at.slot == members()) {  // no gaps
+      U32 const distance = wanted - at.*by;
+      return {at.slot + distance, distance};
+    }
+    auto const distance = [&](Place const& from) { return from.*by < wanted ? wanted - from.*by : from.*by - wanted; };
+    for (Place const& other : {Place{this->slotEnd(), members()}, lastPlace_})
+      if (distance(other) < distance(at)) at = other;
+    for (; at.*by < wanted; ++at.position) at.slot = this->nextSlot(at.slot + 1);
+    while (at.*by > wanted) {
+      --at.position;
+      do {
+        --at.slot;
+      } while (!this->slotLive(at.slot));
+    }
+    return lastPlace_ = at;
+  }
   // The next number whose index no member has.
   U64 nextFree() const {
     if (members() > spaceMax) throwRangeException("linkqueue index space full");
@@ -179,12 +211,14 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
     if (this->slotEnd() <= end) first_ = 0;  // gaps were closed
   }
   V takeAt(U32 slot) {
+    lastPlace_ = nowhere;
     V taken = this->takeSlot(slot).value;
     if (empty() && !this->pinned() && this->slotEnd() > worthReleasing) clear();
     return taken;
   }
 
   mutable U32 first_ = 0;  // no member is in a slot before this one
+  mutable Place lastPlace_ = nowhere;  // the place asked for last; used while there are gaps
   U64 next_ = 0;
 };
 

@@ -251,6 +251,12 @@ TYPED_TEST(AnyQueue, AgreesWithStdDeque) {
       ASSERT_FALSE(queue.erase(at->first));
       model.erase(at);
     }
+    if (!model.empty()) {
+      Kel::U32 const position = random.below(static_cast<unsigned>(model.size()));
+      ASSERT_EQ(queue.iteratorAt(position).key(), model[position].first);
+      ASSERT_EQ(queue.positionOf(model[position].first), position);
+    }
+    ASSERT_FALSE(queue.iteratorAt(static_cast<Kel::U32>(model.size())));
     if (i % 50 != 0) continue;
     auto it = queue.iterator();
     for (auto const& [index, v] : model) {
