@@ -109,20 +109,19 @@ Outcome load(Context& context, Arguments const& arguments) {
 
 namespace {
 
-std::string jsonText(Context& context, Path const& path) {
+Service::Json content(Context& context, Path const& path) {
   Service::ExportOptions options;
   options.pending = &context.pending();
   Service::Place const place = Service::locate(context.base(), path);
   if (!place.there()) throw CommandError(shown(path.text()) + " is not there");
-  Service::Json out;
-  if (!place.attr)
-    out = Service::exportEntity(*place.entity, *context.base(), options);
-  else if (place.isMember)
-    out = Service::exportValue(Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key).ptr(),
-                               *context.base());
-  else
-    out = Service::exportAttribute(*place.entity, *place.attr, *context.base(), options);
-  return out.dump(2, ' ', false, Service::Json::error_handler_t::replace) + "\n";
+  if (!place.attr) return Service::exportEntity(*place.entity, *context.base(), options);
+  if (!place.isMember) return Service::exportAttribute(*place.entity, *place.attr, *context.base(), options);
+  auto const member = Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key);
+  return Service::exportValue(member.ptr(), *context.base());
+}
+
+std::string jsonText(Context& context, Path const& path) {
+  return content(context, path).dump(2, ' ', false, Service::Json::error_handler_t::replace) + "\n";
 }
 
 // The roots at and below a path; empty for a path in a root.
@@ -139,10 +138,8 @@ std::string commandText(Context& context, Path const& path) {
   std::vector<Path> places = rootsBelow(context, path);
   if (places.empty()) places.push_back(path);
   std::string out;
-  for (Path const& place : places) {
-    auto const content = Service::Json::parse(jsonText(context, place));
-    for (std::string const& command : Service::commands(place, content)) out += command + "\n";
-  }
+  for (Path const& place : places)
+    for (std::string const& command : Service::commands(place, content(context, place))) out += command + "\n";
   return out;
 }
 
