@@ -122,9 +122,10 @@ class Load {
       ++moduleCount_;
       container(*found, entity, root.member);
     }
-    for (auto const& [name, value] : document.items())
-      if (std::none_of(std::begin(rootTable), std::end(rootTable), [&](Root const& r) { return name == r.member; }))
-        remark(name, "not in the model, ignored");
+    for (auto const& member : document.items())
+      if (std::none_of(std::begin(rootTable), std::end(rootTable),
+                       [&](Root const& root) { return member.key() == root.member; }))
+        remark(member.key(), "not in the model, ignored");
     for (auto const& [path, entity] : made) attach(path, entity->entity(), into);
     for (Reference const& reference : references_) resolve(reference, into);
     report_.summary = std::to_string(entityCount_) + " entities of " + std::to_string(moduleCount_) + " modules";
@@ -161,6 +162,7 @@ class Load {
     if (!attr.isCollection())
       return attr.instantiating() ? singleton(entity, attr, value, place) : leaf(entity, attr, value, place);
     if (!value.is_array()) return remark(place, "is no list, left empty");
+    if (attr.isQueue() && attr.instantiating()) return queue(entity, attr, value, place);
     for (Json const& item : value)
       if (attr.instantiating())
         entry(entity, attr, item, place);
@@ -175,15 +177,27 @@ class Load {
     container(value, made, place);
   }
 
-  // An entry of a list: by its key, or at the end of a queue.
+  // A list that is ordered by its user. The queue is new, so that the iterator goes from entry to entry.
+  void queue(GenericIf::Ptr const& entity, Kel::KelAttr const& attr, Json const& list, std::string const& place) {
+    std::optional<GenericIf::AttributeIterator> last;
+    for (Json const& item : list) {
+      if (!item.is_object()) {
+        remark(place, "is no entry of a list, left out");
+        continue;
+      }
+      entity->attributeSQEnq(attr.id(), GenericIf::List::genericIf(GenericIf::List::Ptr(new GenericIf::List)));
+      if (last)
+        ++*last;
+      else
+        last.emplace(entity->attributeIterator(attr.id()));
+      GenericIf::Ptr const made = last->obj();
+      container(item, made, place + "/" + made->entity()->name().str());
+    }
+  }
+
+  // An entry of a list with a key.
   void entry(GenericIf::Ptr const& entity, Kel::KelAttr const& attr, Json const& item, std::string const& place) {
     if (!item.is_object()) return remark(place, "is no entry of a list, left out");
-    if (attr.isQueue()) {
-      entity->attributeSQEnq(attr.id(), GenericIf::List::genericIf(GenericIf::List::Ptr(new GenericIf::List)));
-      GenericIf::Ptr last;
-      for (auto it = entity->attributeIterator(attr.id()); it; ++it) last = it.obj();
-      return container(item, last, place + "/" + last->entity()->name().str());
-    }
     std::string const keyName = attr.constraint().argPtr(0)->name.str();
     for (auto const& [name, value] : item.items()) {
       Kel::KelAttr const* const keyAttr = attributeOf(*attr.type(), name);
