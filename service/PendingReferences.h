@@ -1,7 +1,8 @@
 // References whose targets do not exist (yet): their texts are kept until the targets are made.
 #pragma once
 
-#include <span>
+#include <ranges>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,18 +25,30 @@ struct PendingReference {
 };
 
 // The pending references of one tree. Code that writes to the tree keeps them up to date, as import and commands do.
+// Cost of all but `retry`: logarithmic.
 class CLI_SERVICE_API PendingReferences {
+  // A path is equivalent to all places at and below it.
+  struct ByPlace {
+    using is_transparent = void;
+    using Reference = PendingReference;
+    bool operator()(Reference const& a, Reference const& b) const { return a.place < b.place; }
+    bool operator()(Reference const& a, Path const& top) const { return a.place < top; }
+    bool operator()(Path const& top, Reference const& b) const { return top < b.place && !b.place.isWithin(top); }
+  };
+
  public:
+  using List = std::set<PendingReference, ByPlace>;
+
   // In the order of their places.
-  std::vector<PendingReference> const& list() const { return list_; }
+  List const& list() const { return list_; }
   bool empty() const { return list_.empty(); }
   // Replaces one at the same place.
   void add(PendingReference reference);
   // Forgets those at or below a place. Call it when the place is set or deleted.
   void erase(Path const& top);
   void clear() { list_.clear(); }
-  // Those at or below a place; valid until the next change. Cost: logarithmic.
-  std::span<PendingReference const> within(Path const& top) const;
+  // Those at or below a place; valid until the next change.
+  std::ranges::subrange<List::const_iterator> within(Path const& top) const;
   // The one at a place, or null; valid until the next change.
   PendingReference const* find(Path const& place) const;
 
@@ -44,7 +57,7 @@ class CLI_SERVICE_API PendingReferences {
   std::vector<Path> retry(Kel::Dir::Ptr const& base);
 
  private:
-  std::vector<PendingReference> list_;  // by place
+  List list_;
 };
 
 }  // namespace Cli::Service

@@ -215,32 +215,23 @@ std::vector<Path> Departed::repoint(Kel::Dir::Ptr const& base, PendingReferences
 
 // --- Pending ---
 
-namespace {
-
-bool isBefore(PendingReference const& reference, Path const& place) { return reference.place < place; }
-
-}  // namespace
-
 void PendingReferences::add(PendingReference reference) {
-  auto const at = std::lower_bound(list_.begin(), list_.end(), reference.place, isBefore);
-  if (at != list_.end() && at->place == reference.place)
-    *at = std::move(reference);
-  else
-    list_.insert(at, std::move(reference));
+  if (auto node = list_.extract(reference)) {
+    node.value() = std::move(reference);
+    list_.insert(std::move(node));
+  } else {
+    list_.insert(std::move(reference));
+  }
 }
 
-// The list is sorted, so what is below a place comes right after it.
-std::span<PendingReference const> PendingReferences::within(Path const& top) const {
-  auto const first = std::lower_bound(list_.begin(), list_.end(), top, isBefore);
-  auto last = first;
-  while (last != list_.end() && last->place.isWithin(top)) ++last;
+std::ranges::subrange<PendingReferences::List::const_iterator> PendingReferences::within(Path const& top) const {
+  auto const [first, last] = list_.equal_range(top);
   return {first, last};
 }
 
 void PendingReferences::erase(Path const& top) {
-  auto const gone = within(top);
-  auto const first = list_.begin() + (gone.data() - list_.data());
-  if (!gone.empty()) list_.erase(first, first + static_cast<std::ptrdiff_t>(gone.size()));
+  auto const [first, last] = list_.equal_range(top);
+  list_.erase(first, last);
 }
 
 PendingReference const* PendingReferences::find(Path const& place) const {

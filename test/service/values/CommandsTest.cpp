@@ -63,8 +63,8 @@ TEST(Commands, TurnOneTreeIntoTheOther) {
     ASSERT_EQ(world.content(world.dest), after) << "seed " << seed << "\n" << textOf(there);
     editor.applyAll(back);
     ASSERT_EQ(world.content(world.dest), before) << "seed " << seed << "\n" << textOf(back);
-    ASSERT_TRUE(pending.empty()) << "seed " << seed << ", " << pending.list().front().place.text() << " waits for "
-                                 << pending.list().front().target;
+    ASSERT_TRUE(pending.empty()) << "seed " << seed << ", " << pending.list().begin()->place.text() << " waits for "
+                                 << pending.list().begin()->target;
   }
 }
 

@@ -160,7 +160,7 @@ TEST(JsonTree, DanglingReferencesComeAlive) {
   ASSERT_EQ(pending.list().size(), 1U);
   hall->newDoor(Plant::Grade::raw);
   EXPECT_TRUE(pending.retry(world.src).empty());
-  EXPECT_EQ(pending.list()[0].place.text(), "hall.chosen/b");
+  EXPECT_EQ(pending.list().begin()->place.text(), "hall.chosen/b");
 }
 
 std::string linesOf(PendingReferences const& pending) {
