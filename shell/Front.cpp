@@ -126,7 +126,7 @@ class Front {
           for (std::string const& notice : session->takeNotices())
             out += "session " + shown(listed.name) + ": " + shown(notice) + "\n";
     } catch (std::exception const& e) {
-      out += std::string(e.what()) + "\n";
+      out += shown(e.what()) + "\n";
     }
     return out;
   }

@@ -106,7 +106,7 @@ std::string TreeView::leaf(Kel::Entity::PtrConst const& entity, Kel::KelAttr con
   }
   if (content.is_null() && options_.pending)
     if (auto const* const waiting = options_.pending->find(path))
-      return shown(waiting->target) + " " + options_.paint(Style::removed, "(" + waiting->reason + ")");
+      return shown(waiting->target) + " " + options_.paint(Style::removed, "(" + shown(waiting->reason) + ")");
   if (!content.is_object() || !attr.isCollection()) return oneLine(content);
   std::string out;
   for (auto const& [key, value] : content.items()) {
