@@ -39,7 +39,7 @@ class Lines {
 
   void add(Difference const& difference) {
     std::vector<std::string> path = pieces(difference.path);
-    std::string name = path.empty() ? "." : path.back();
+    std::string const name = path.empty() ? "." : nameOf(difference, path.back());
     if (!path.empty()) path.pop_back();
     above(path);
     std::size_t const depth = path.size();
@@ -73,6 +73,17 @@ class Lines {
       for (Service::PendingReference const& reference : waiting_->within(difference.path))
         fill(content, difference.path, reference);
     return content;
+  }
+
+  // A member whose key has left the tree is named by what its key led to.
+  std::string nameOf(Difference const& difference, std::string const& piece) const {
+    Service::PathStep const& step = difference.path.steps.back();
+    bool const keyIsGone = step.attr && step.attr->keyIsPtr() && step.key && step.keyText().empty();
+    if (!waiting_ || !keyIsGone) return piece;
+    Service::Path const whole = difference.path.parent() / Service::attributeStep(*step.attr);
+    for (Service::PendingReference const& reference : waiting_->within(whole))
+      if (reference.value == difference.after) return step.attr->name().str() + " " + waitingText(reference);
+    return piece;
   }
 
   // What still points at something that was deleted.

@@ -33,6 +33,7 @@ Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
   session.edited(applied.path);
+  context.forgetLoaded();
   context.out << shown(applied.text) << nowhereText(context, applied) << "\n";
   return Outcome::ok;
 }
@@ -148,6 +149,7 @@ Outcome rename(Context& context, Arguments const& arguments) {
   context.session().loadMerge([&](Service::Tree const& tree) { carryOver(tree, from, target.path, pending); });
   pending.retry(context.base());
   context.pending() = std::move(pending);
+  context.forgetLoaded();
   context.session().edited(from);
   context.session().edited(target.path);
   context.out << shown(from.text()) << " is now " << to << "\n";
