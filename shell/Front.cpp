@@ -162,10 +162,6 @@ class Front {
   bool asked_ = false;
 };
 
-}  // namespace
-
-namespace {
-
 void runAll(Front& front, FrontOptions const& options) {
   bool const given = !options.commands.empty() || !options.script.empty();
   if (!options.commands.empty() && !front.run(*Script::ofCommands(options.commands))) return;
