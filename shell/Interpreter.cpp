@@ -36,13 +36,7 @@ std::string readable(std::string const& error) {
   std::string out;
   for (std::size_t from = 0; from < error.size();) {
     std::size_t const end = std::min(error.find('\n', from), error.size());
-    std::string line = shown(std::string_view(error).substr(from, end - from));
-    if (line.size() > longest) {
-      std::size_t length = longest;
-      while ((static_cast<unsigned char>(line[length]) & 0xc0U) == 0x80) --length;  // not within a character
-      line.replace(length, std::string::npos, "...");
-    }
-    out += line;
+    out += shortened(shown(std::string_view(error).substr(from, end - from)), longest);
     if (end < error.size()) out += '\n';
     from = end + 1;
   }
