@@ -275,7 +275,6 @@ void Applying::arrange(Queue const& queue) {
     if (!next[n].content) positions[next[n].stays] = n;
   for (std::size_t i = items.size(); i-- > 0;)
     if (removed[i] || (!onlyAppends && i >= kept)) gif->attributeDel(attr.id(), items[i].index);
-  GenericIf::PtrConst last;
   for (std::size_t n = head; n < next.size(); ++n) {
     Json const& content = next[n].content ? *next[n].content : moved[n];
     if (!attr.instantiating()) {
@@ -291,9 +290,7 @@ void Applying::arrange(Queue const& queue) {
     }
     gif->attributeSQEnq(attr.id(),
                         params->size() > 0 ? GenericIf::PtrConst(GenericIf::List::genericIf(params)) : nullptr);
-    ImportOptions options = asWritten;
-    options.pending = &pending_;
-    importInto(tree_.dir, *lastItem(e, attr, last), queue.path.parent() / queueStep(attr, n), content, options);
+    create(queue.path.parent() / queueStep(attr, n), content);
   }
   if (attr.instantiating()) followItems(queue, positions);
 }

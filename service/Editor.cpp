@@ -347,7 +347,7 @@ class Editor::Impl {
   // Sets a reference from a rendering. If it leads nowhere yet, it becomes pending.
   void setRendered(Applied& applied, Path const& path, WordSpan words) {
     KelAttr const& attr = *path.steps.back().attr;
-    Kel::Entity& owner = *ensure(applied, path.parent());
+    ensure(applied, path.parent());
     std::string const& text = words.front();
     PendingReference reference{path, Json(text), text, {}, {words.begin() + 1, words.end()}};
     if (attr.keyIsPtr() && !attr.isPtr()) {
@@ -358,13 +358,13 @@ class Editor::Impl {
       if (attr.keyIsPtr()) reference.target = path.steps.back().keyText();
     }
     forgetPending(path);
-    noteBefore(change_.undo, base_, owner, reference);
-    reference.reason = setToAny(base_, owner, reference);
+    noteBefore(change_.undo, base_, reference);
+    reference.reason = setToAny(base_, reference);
     applied.changed = true;
     applied.text = path.text() + " set to " + text;
     if (reference.reason.empty()) return;
     applied.dangling.push_back(path);
-    clearReference(owner, reference);
+    clearReference(base_, reference);
     change_.undo.notePending(pending_);
     pending_.add(std::move(reference));
   }

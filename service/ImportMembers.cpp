@@ -111,7 +111,7 @@ Kel::Entity* Importer::make(Kel::Entity& owner, KelAttr const& attr, GenericIf::
     for (auto const& arg : args) list->objectEnq(arg);
     if (attr.isQueue()) {
       gif->attributeSQEnq(attr.id(), GenericIf::List::genericIf(list));
-      made = lastItem(owner, attr, lastItem_);
+      eachMember(owner, attr, [&](Kel::AttrIterator const& it, std::size_t) { return (made = it.target(), true); });
     } else {
       gif->attributeIs(attr.id(), key, GenericIf::List::genericIf(list));
       made = attr.isCollection() ? gif->attribute(attr.id(), key)->entity().ptr() : singleTarget(owner, attr);
@@ -231,10 +231,10 @@ void Importer::member(Kel::Entity* e, KelAttr const& attr, GenericIf::PtrConst c
     if (!attr.isPtr()) converted(*attr.type(), json);
     if (attr.isPtr() && !json.is_null() && !json.is_string())
       fail("the path of an entity expected, not " + json.dump());
-    if (write_) references_.push_back({{at_, json, key->text().str(), {}}, Kel::Entity::Ptr(e), fresh_});
+    if (write_) references_.push_back({{at_, json, key->text().str(), {}}, fresh_});
     return;
   }
-  if (attr.isPtr() && !json.is_null()) return pointer(e, json);
+  if (attr.isPtr() && !json.is_null()) return pointer(json);
   GenericIf::PtrConst const value = attr.isPtr() ? nullptr : GenericIf::PtrConst(converted(*attr.type(), json));
   if (!write_) return tryMember(attr, key, value);
   if (value) return setValue(e, attr, key, value);
@@ -257,7 +257,6 @@ void Importer::queue(Kel::Entity* e, KelAttr const& attr, Json const& json) {
   if (!json.is_array() && !json.is_null()) fail("a list expected, not " + std::string(json.type_name()));
   PathStep const whole = at_.steps.back();
   at_.steps.pop_back();
-  GenericIf::PtrConst const lastOfOuter = std::exchange(lastItem_, nullptr);
   std::vector<Kel::Entity*> items;
   std::vector<GenericIf::PtrConst> values;
   if (attr.instantiating()) {
@@ -275,7 +274,6 @@ void Importer::queue(Kel::Entity* e, KelAttr const& attr, Json const& json) {
     for (std::size_t i = 0; i < json.size(); ++i)
       below(queueStep(attr, i), i, [&] { owned(e, attr, nullptr, json[i], i < kept ? items[i] : nullptr); });
   }
-  lastItem_ = lastOfOuter;
   at_.steps.push_back(whole);
 }
 

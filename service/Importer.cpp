@@ -27,16 +27,6 @@ ImportReport Importer::run(Path const& at, Json const& json) {
   return std::move(report_);
 }
 
-ImportReport Importer::runInto(Kel::Entity& entity, Path const& at, Json const& json) {
-  at_ = at;
-  for (bool const write : {false, true}) {
-    write_ = write;
-    content(&entity, *entity.type(), json);
-  }
-  finish();
-  return std::move(report_);
-}
-
 void Importer::fail(std::string const& what) const {
   std::size_t const line = source_.text.empty() ? 0 : lineOf(source_.text, in_);
   throw ImportError(source_.file, line, at_.text(), what);
@@ -222,7 +212,7 @@ void Importer::attribute(Kel::Entity* e, KelAttr const& attr, Json const& json) 
   if (attr.instantiating()) {
     owned(e, attr, nullptr, json, e ? singleTarget(*e, attr) : nullptr);
   } else if (attr.isPtr()) {
-    pointer(e, json);
+    pointer(json);
   } else {
     setValue(e, attr, nullptr, converted(*attr.type(), json));
   }
@@ -249,7 +239,7 @@ void Importer::setValue(Kel::Entity* e, KelAttr const& attr, GenericIf::PtrConst
   ++report_.values;
 }
 
-void Importer::pointer(Kel::Entity* owner, Json const& json) {
+void Importer::pointer(Json const& json) {
   std::vector<std::string> texts;
   for (Json const& text : json.is_array() ? json : Json::array({json})) {
     if (!text.is_string()) fail("the path of an entity expected, not " + text.dump());
@@ -263,9 +253,9 @@ void Importer::pointer(Kel::Entity* owner, Json const& json) {
   bool const implied = options_.values == ValueRule::checked && hooks.isImplied && hooks.isImplied(attr, text);
   texts.erase(texts.begin());
   if (implied)
-    references_.push_back({{at_, nullptr, "", {}}, Kel::Entity::Ptr(owner), fresh_});
+    references_.push_back({{at_, nullptr, "", {}}, fresh_});
   else
-    references_.push_back({{at_, text, text, {}, std::move(texts)}, Kel::Entity::Ptr(owner), fresh_});
+    references_.push_back({{at_, text, text, {}, std::move(texts)}, fresh_});
 }
 
 void Importer::finish() {
@@ -286,30 +276,26 @@ void Importer::finish() {
   }
   for (Waiting& waiting : references_) {
     fresh_ = waiting.fresh;
-    resolve(waiting);
+    resolve(waiting.reference);
   }
 }
 
-void Importer::resolve(Waiting& waiting) {
-  PendingReference& reference = waiting.reference;
+void Importer::resolve(PendingReference& reference) {
   forgetPending(reference.place);
-  PathStep const& step = reference.place.steps.back();
-  KelAttr const& attr = *step.attr;
-  // A look-up by path would take time in proportion to the positions of items.
-  bool const hasLeft = waiting.owner->root() != base_->root();
-  Kel::Entity::Ptr const owner = hasLeft ? entityAt(base_, reference.place.parent()) : waiting.owner;
+  KelAttr const& attr = *reference.place.steps.back().attr;
+  Place const was = locate(base_, reference.place);
+  GenericIf::Ptr const owner = GenericIf::ofEntity(entityAt(base_, reference.place.parent()));
   if (!owner) return;
-  bool const isMember = attr.isCollection() && (attr.keyIsPtr() ? locate(base_, reference.place).there()
-                                                                : hasMember(*owner, attr, step.key.ptr()));
-  Kel::Entity* const old = attr.isCollection() ? nullptr : singleTarget(*owner, attr);
-  if (undo_ && !fresh_) noteBefore(*undo_, base_, *owner, reference);
-  reference.reason = setToAny(base_, *owner, reference);
-  if (attr.isCollection() ? !isMember : singleTarget(*owner, attr) != old) ++report_.values;
+  Kel::Entity* const old = attr.isCollection() ? nullptr : singleTarget(*owner->entity(), attr);
+  if (undo_ && !fresh_) noteBefore(*undo_, base_, reference);
+  reference.reason = setToAny(base_, reference);
+  if (!attr.isCollection() && singleTarget(*owner->entity(), attr) != old) ++report_.values;
+  if (attr.isCollection() && !was.there()) ++report_.values;
   if (reference.reason.empty()) return;
   report_.dangling.push_back(reference);
   beforePending();
   if (options_.pending) options_.pending->add(reference);
-  clearReference(*owner, reference);
+  clearReference(base_, reference);
 }
 
 // --- Before writes ---

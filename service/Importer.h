@@ -28,8 +28,6 @@ class Importer {
       : base_(base), options_(options), source_(std::move(source)), undo_(undo) {}
 
   ImportReport run(Path const& at, Json const& json);
-  // The same for an entity that the caller has found. REQUIRES: it is at `at`, and has the parameters in the JSON.
-  ImportReport runInto(Kel::Entity& entity, Path const& at, Json const& json);
 
  private:
   [[noreturn]] void fail(std::string const& what) const;
@@ -82,8 +80,8 @@ class Importer {
   void setValue(Kel::Entity* e, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
                 Kel::GenericIf::PtrConst const& value);
 
-  // Notes a reference of `owner`, which is resolved last.
-  void pointer(Kel::Entity* owner, Json const& json);
+  // Notes a reference, which is resolved last.
+  void pointer(Json const& json);
 
   // The constructor arguments of a new entity; for a queue's item, without the index.
   std::vector<Kel::GenericIf::PtrConst> arguments(Kel::KelType const& type, Kel::KelAttr const* holder,
@@ -150,13 +148,12 @@ class Importer {
   };
   struct Waiting {
     PendingReference reference;
-    Kel::Entity::Ptr owner;
     bool fresh;
   };
 
   void finish();
 
-  void resolve(Waiting& waiting);
+  void resolve(PendingReference& reference);
   // Call one of these before a write; they note it in `undo`.
   void before(Kel::Entity& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key = nullptr);
   void beforeAll(Kel::Entity& owner, Kel::KelAttr const& attr);
@@ -172,7 +169,6 @@ class Importer {
   bool write_ = false, lastCall_ = false;
   Path at_;
   JsonPlace in_;
-  Kel::GenericIf::PtrConst lastItem_;  // the index of the item that was made last in the queue under way
   std::vector<Waiting> references_;
   std::vector<Late> late_;
   Departed departed_;
@@ -181,8 +177,5 @@ class Importer {
 // importJson as a part of a change that the caller takes back. `undo` notes how; null: the caller has noted it.
 ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& json, ImportOptions const& options,
                         Undo* undo);
-// The same for an entity that the caller has found, as for Importer::runInto.
-void importInto(Kel::Dir::Ptr const& base, Kel::Entity& entity, Path const& at, Json const& json,
-                ImportOptions const& options);
 
 }  // namespace Cli::Service

@@ -43,9 +43,4 @@ ImportReport importPart(Kel::Dir::Ptr const& base, Path const& at, Json const& j
   return Importer(base, options, {}, undo).run(at, json);
 }
 
-void importInto(Kel::Dir::Ptr const& base, Kel::Entity& entity, Path const& at, Json const& json,
-                ImportOptions const& options) {
-  Importer(base, options, {}, nullptr).runInto(entity, at, json);
-}
-
 }  // namespace Cli::Service

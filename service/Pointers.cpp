@@ -25,22 +25,23 @@ void eachPointer(Entity const& top, Path const& at, std::function<void(Pointer c
       return true;
     });
   }
-  if (asDir(&top)) {
-    eachOwned(top, [&](Entity const& child) { eachPointer(child, at / entryStep(child.name()), visit); });
-    return;
-  }
-  if (!top.type()->pointersBelow()) return;
-  for (KelAttr const* attr : top.type()->ownAttrs()) {
-    if (!attr->isCollection()) {
-      if (Entity const* const child = singleTarget(top, *attr)) eachPointer(*child, at / attributeStep(*attr), visit);
-      continue;
+  if (!asDir(&top) && !top.type()->pointersBelow()) return;
+  eachOwned(top, [&](Entity const& child) {
+    if (!child.parentAttr() || asDir(&top)) return eachPointer(child, at / entryStep(child.name()), visit);
+    KelAttr const& held = *child.parentAttr();
+    if (held.isQueue()) {
+      std::size_t position = 0;
+      eachMember(top, held, [&](Kel::AttrIterator const& it, std::size_t p) {
+        position = p;
+        return it.target() != &child;
+      });
+      return eachPointer(child, at / queueStep(held, position), visit);
     }
-    eachMember(top, *attr, [&](Kel::AttrIterator const& it, std::size_t position) {
-      PathStep step = attr->isQueue() ? queueStep(*attr, position) : memberStep(*attr, it.key());
-      eachPointer(*it.target(), at / std::move(step), visit);
-      return true;
-    });
-  }
+    eachPointer(child,
+                held.isCollection() ? at / memberStep(held, valueOfAttr(child, *keyParam(*child.type())))
+                                    : at / attributeStep(held),
+                visit);
+  });
 }
 
 }  // namespace Cli::Service

@@ -160,16 +160,13 @@ void QueueEdit::arrangeEntities(std::vector<std::size_t> const& order, std::size
   ImportOptions options;
   options.merge = true;
   options.values = ValueRule::asWritten;
-  GenericIf::PtrConst last;
   for (std::size_t i = kept; i < order.size(); ++i) {
     gif->attributeSQEnq(attr_.id(), order[i] == made ? item : olds[order[i]].args);
-    Kel::Entity* const again = lastItem(owner_, attr_, last);
-    if (order[i] != made) importInto(base_, *again, owner / queueStep(attr_, i), olds[order[i]].content, options);
+    if (order[i] != made) importPart(base_, owner / queueStep(attr_, i), olds[order[i]].content, options, nullptr);
   }
   departed.repoint(base_, &pending_, &undo_);
   for (PendingReference& reference : references) {
-    Kel::Entity::Ptr const holder = entityAt(base_, reference.place.parent());
-    reference.reason = holder ? setReference(base_, *holder, reference) : "its owner is gone";
+    reference.reason = setReference(base_, reference);
     if (!reference.reason.empty()) pending_.add(std::move(reference));
   }
 }

@@ -79,9 +79,11 @@ constexpr char const* noEntity = "there is no such entity";
 
 }  // namespace
 
-std::string setReference(Kel::Dir::Ptr const& base, Kel::Entity& owner, PendingReference const& reference) {
+std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& reference) {
   PathStep const& step = reference.place.steps.back();
   KelAttr const& attr = *step.attr;
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+  if (!owner) return "its owner is gone";
   GenericIf::PtrConst key = step.key;
   GenericIf::Ptr value;
   if (attr.keyIsPtr()) {
@@ -98,28 +100,29 @@ std::string setReference(Kel::Dir::Ptr const& base, Kel::Entity& owner, PendingR
     value = GenericIf::ofEntity(target);
   }
   try {
-    gifOf(owner)->attributeIs(attr.id(), key, value);
+    gifOf(*owner)->attributeIs(attr.id(), key, value);
   } catch (Kel::Exception const& e) {
     return e.what();
   }
   return {};
 }
 
-std::string setToAny(Kel::Dir::Ptr const& base, Kel::Entity& owner, PendingReference const& reference) {
-  std::string const reason = setReference(base, owner, reference);
+std::string setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
+  std::string const reason = setReference(base, reference);
   if (reason.empty()) return {};
   for (std::string const& text : reference.others) {
     PendingReference other = reference;
     other.value = other.target = text;
-    if (setReference(base, owner, other).empty()) return {};
+    if (setReference(base, other).empty()) return {};
   }
   return reason;
 }
 
-void clearReference(Kel::Entity& owner, PendingReference const& reference) {
+void clearReference(Kel::Dir::Ptr const& base, PendingReference const& reference) {
   PathStep const& step = reference.place.steps.back();
-  if (step.attr->keyIsPtr()) return;
-  GenericIf::Ptr const gif = gifOf(owner);
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
+  if (!owner || step.attr->keyIsPtr()) return;
+  GenericIf::Ptr const gif = gifOf(*owner);
   if (!step.attr->isCollection()) return gif->attributeDel(step.attr->id());
   try {
     gif->attributeIs(step.attr->id(), step.key, nullptr);
@@ -135,11 +138,12 @@ Json contentOf(PendingReference const& reference) {
   return texts;
 }
 
-void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, Kel::Entity& owner, PendingReference const& reference) {
+void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference) {
   PathStep const& step = reference.place.steps.back();
+  Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
   GenericIf::PtrConst key = step.key;
   if (step.attr->keyIsPtr()) key = GenericIf::ofEntity(targetAt(base, step.keyText()));
-  undo.note(owner, *step.attr, key);
+  if (owner) undo.note(*owner, *step.attr, key);
 }
 
 // --- Departures ---
@@ -271,8 +275,8 @@ std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, U
     bool const mayBeSet =
         isThere(reference.target) || std::any_of(reference.others.begin(), reference.others.end(), isThere);
     if (!owner) continue;
-    if (mayBeSet) noteBefore(undo, base, *owner, reference);
-    if (mayBeSet && setToAny(base, *owner, reference).empty()) {
+    if (mayBeSet) noteBefore(undo, base, reference);
+    if (mayBeSet && setToAny(base, reference).empty()) {
       if (attr.keyIsPtr()) dropOrphanKeys(*owner, attr, undo);
       revived.push_back(reference.place);
     } else {

@@ -25,21 +25,20 @@ void eachReference(Kel::Entity& top, std::function<void(Reference const&)> const
 // The place of a pointer: the attribute, or the member. Empty if it is not below `base`.
 std::optional<Path> placeOf(Reference const& reference, Kel::Entity const& base);
 
-// Sets a pending reference of `owner`: the pointer, or the member under the pointer key. Answers why it could not, or
-// "".
-std::string setReference(Kel::Dir::Ptr const& base, Kel::Entity& owner, PendingReference const& reference);
+// Sets a pending reference: the pointer, or the member under the pointer key. Answers why it could not, or "".
+std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& reference);
 // The same with the first of its texts that leads to a target. If there is none, answers why the first could not be
 // set.
-std::string setToAny(Kel::Dir::Ptr const& base, Kel::Entity& owner, PendingReference const& reference);
+std::string setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference);
 // Sets the pointer to null, and deletes a member that cannot be null. A pointer that is a key stays as it is.
-void clearReference(Kel::Entity& owner, PendingReference const& reference);
+void clearReference(Kel::Dir::Ptr const& base, PendingReference const& reference);
 // What JSON has at the place of a pending reference.
 Json contentOf(PendingReference const& reference);
 
 class Undo;
 
 // Notes in `undo` what these functions will overwrite.
-void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, Kel::Entity& owner, PendingReference const& reference);
+void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference);
 // PendingReferences::retry as a part of a change that the caller takes back.
 std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo);
 

@@ -45,19 +45,6 @@ void eachMember(Kel::Entity const& e, Kel::KelAttr const& attr, Visit const& vis
     if (!visit(it, position)) return;
 }
 
-// The last item of a queue, and its index. The walk begins at the item that has the index already, if there is one.
-inline Kel::Entity* lastItem(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst& index) {
-  Kel::Entity* item = nullptr;
-  Kel::IteratorRoom room;
-  Kel::AttrIterator* it = &attr.access().iterate(attr, owner, index.ptr(), room);
-  if (!it->nonNull()) it = &attr.access().iterate(attr, owner, room);
-  for (; it->nonNull(); it->inc()) {
-    item = it->target();
-    index = it->key();
-  }
-  return item;
-}
-
 // Whether a collection has a member under a key; a null key is the null pointer.
 inline bool hasMember(Kel::Entity const& e, Kel::KelAttr const& attr, Kel::GenericIf const* key) {
   Kel::IteratorRoom room;

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <limits>
 
 #include "CliSession/RandomWorld.h"
@@ -226,25 +224,6 @@ TEST(JsonTree, PointersFollowWhatIsMadeAgain) {
 }
 
 std::string imageOf(Kel::Entity const& root) { return exportEntity(root, root, {true, nullptr}).dump(); }
-
-// Twenty times the items must not take much more than twenty times as long.
-TEST(JsonTree, LongQueuesTakeTimeInProportion) {
-  auto const took = [](std::size_t items) {
-    World world;
-    Json jobs = Json::array();
-    for (std::size_t i = 0; i < items; ++i)
-      jobs.push_back({{"title", "t"}, {"step", {{{"text", "s"}}}}, {"about", "hall"}});
-    Json json;
-    json["hall"]["job"] = std::move(jobs);
-    ImportOptions merge;
-    merge.merge = true;
-    std::clock_t const start = std::clock();  // of the processor
-    EXPECT_TRUE(importJson(world.src, {}, json, merge).dangling.empty());
-    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-  };
-  double const few = std::min({took(400), took(400), took(400)}), many = took(8000);
-  EXPECT_LT(many, 60 * few) << few << " s, " << many << " s";
-}
 
 TEST(JsonTree, RefusesWholeAndSaysWhere) {
   struct {
