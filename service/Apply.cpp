@@ -189,6 +189,9 @@ void Applying::point(Difference const& d) {
     }
     key = GenericIf::ofEntity(target);
   }
+  // A key that has left the tree has no path either.
+  bool const stray = step.attr->keyIsPtr() && step.key && !key && !hasMember(*e, *step.attr, nullptr);
+  if (d.kind == DifferenceKind::deleted && stray) return dropStrayKeys(d);
   if (d.kind == DifferenceKind::deleted) return gif->attributeDel(step.attr->id(), key);
   if (!step.attr->isPtr()) {
     value = valueFromJson(*step.attr->type(), d.after, ValueRule::asWritten);

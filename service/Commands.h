@@ -76,5 +76,7 @@ class CLI_SERVICE_API Editor {
 // The pointers from outside of an entity to it or to what is below it. Cost: a walk over everything that may hold such
 // pointers.
 CLI_SERVICE_API std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Kel::Entity const& target);
+// The same for what is at or below a path; of a collection, for its members.
+CLI_SERVICE_API std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Path const& path);
 
 }  // namespace Cli::Service

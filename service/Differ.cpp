@@ -345,12 +345,20 @@ void Differ::pointerKeys(Frame const& at, Entity const& from, Entity const& to, 
     emit(kind, std::move(path), from.type(), &attr, std::move(before), std::move(after));
   };
   std::vector<Member const*> partners;
+  auto next = mine.begin();
   for (Member const& other : theirs) {
-    auto const found = std::find_if(mine.begin(), mine.end(), [&](Member const& m) {
+    auto const isSame = [&](Member const& m) {
       if (m.matched) return false;
       return m.key == other.key || (m.key && other.key && sameTarget(*m.key, *other.key));
-    });
-    if (found != mine.end()) found->matched = true;
+    };
+    // The members that are equal come in the same order in most cases.
+    auto found = std::find_if(next, mine.end(), isSame);
+    if (found == mine.end())
+      if (auto const before = std::find_if(mine.begin(), next, isSame); before != next) found = before;
+    if (found != mine.end()) {
+      found->matched = true;
+      next = std::next(found);
+    }
     partners.push_back(found != mine.end() ? &*found : nullptr);
   }
   for (Member const& m : mine)

@@ -544,7 +544,7 @@ class Editor::Impl {
           arg.pointer ? Json(words[used + 1]) : exportValue(writtenValue(*arg.type(), words[used + 1]).ptr(), *base_);
       used += 2;
     }
-    if (words[used] == "absent") {
+    if (used < words.size() && words[used] == "absent") {
       content["$absent"] = true;
       ++used;
     }

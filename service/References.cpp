@@ -290,18 +290,35 @@ std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
   }
 }
 
-std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Kel::Entity const& target) {
+namespace {
+
+// The pointers into a part of the tree from outside. `isTop`: whether an entity is one of the outermost in it.
+template <class IsTop>
+std::vector<Path> referencesInto(Kel::Dir::Ptr const& base, IsTop const& isTop) {
   std::vector<Path> found;
   auto const isWithin = [&](Kel::Entity const* e) {
-    for (; e; e = e->parent())
-      if (e == &target) return true;
-    return false;
+    while (e && !isTop(*e)) e = e->parent();
+    return e != nullptr;
   };
   eachReference(*base, [&](Reference const& reference) {
     if (!isWithin(reference.target) || isWithin(reference.owner)) return;
     if (auto place = placeOf(reference, *base)) found.push_back(std::move(*place));
   });
   return found;
+}
+
+}  // namespace
+
+std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Kel::Entity const& target) {
+  return referencesInto(base, [&](Kel::Entity const& e) { return &e == &target; });
+}
+
+std::vector<Path> referencesTo(Kel::Dir::Ptr const& base, Path const& path) {
+  Place const place = locate(base, path);
+  if (!place.there()) return {};
+  if (!place.attr) return referencesTo(base, *place.entity);
+  return referencesInto(
+      base, [&](Kel::Entity const& e) { return e.parent() == place.entity.ptr() && e.parentAttr() == place.attr; });
 }
 
 }  // namespace Cli::Service

@@ -19,18 +19,28 @@ std::string findingsText(std::string const& what, Service::CheckError const& e) 
   return text;
 }
 
-// Lets the checks know the references that were typed and lead nowhere. Those to something that was deleted are not
-// null, and the checks find them.
+// Whether the pointer of a pending reference still leads to an entity that has left the tree. The checks find these.
+bool leadsOut(Context& context, Service::PendingReference const& reference) {
+  Service::Place const owner = Service::locate(context.base(), reference.place.parent());
+  Kel::KelAttr const& attr = *reference.place.steps.back().attr;
+  if (!owner.there()) return false;
+  auto const gif = Kel::GenericIf::ofEntity(owner.entity);
+  if (attr.keyIsPtr()) {
+    for (auto it = gif->attributeIteratorConst(attr.id()); it; ++it)
+      if (it.key() && it.key()->entityConst()->root() != context.base()->root()) return true;
+    return false;
+  }
+  Service::Place const place = Service::locate(context.base(), reference.place);
+  return place.there() && attr.isPtr() && gif->attribute(attr.id(), place.key);
+}
+
+// Lets the checks know the references that were typed and lead nowhere.
 void reportPending(Context& context) {
   Service::PendingReferences& found = context.session().pending();
   found.clear();
   Service::PendingReferences const typed = context.typedPending();
-  for (Service::PendingReference const& reference : typed.list()) {
-    Service::Place const place = Service::locate(context.base(), reference.place);
-    bool const pointer = place.there() && place.attr && place.attr->isPtr();
-    if (pointer && Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key)) continue;
-    found.add(reference);
-  }
+  for (Service::PendingReference const& reference : typed.list())
+    if (!leadsOut(context, reference)) found.add(reference);
 }
 
 // Runs an operation that may be refused. Conflicts are shown; a refusal by the checks is an error.
@@ -67,8 +77,9 @@ void tellCommit(Context& context, Service::CommitResult const& result) {
 }
 
 void committed(Context& context) {
-  context.pending().retry(context.base());
-  context.device.pending = context.pending();
+  context.mergePending();
+  context.device.pendingIs(context.pending());
+  context.ancestorPending() = context.pending();
 }
 
 }  // namespace
@@ -124,18 +135,48 @@ Outcome update(Context& context, Arguments const& arguments) {
                                                                      : Service::UpdateMode::revertOnConflict;
   return refusable(context, "update", [&] {
     std::size_t const came = session.update(mode).size();
-    context.pending().retry(context.base());
+    context.mergePending();
     context.out << (came == 0 ? "running has nothing new" : changes(came) + " came from running") << "\n";
   });
 }
 
 namespace {
 
-// Whether a pointer that led nowhere still does.
-bool stillNowhere(Context& context, Service::PendingReference const& reference) {
-  Service::Place const place = Service::locate(context.base(), reference.place);
-  bool const pointer = place.there() && place.attr && place.attr->isPtr() && !place.attr->isCollection();
-  return pointer && Service::exportAttribute(*place.entity, *place.attr, *context.base()).is_null();
+// The references from elsewhere to what is at or below a path, as they are pending when their targets are gone.
+std::vector<Service::PendingReference> referencesInto(Context& context, Service::Path const& path) {
+  std::vector<Service::PendingReference> found;
+  for (Service::Path const& pointer : Service::referencesTo(context.base(), path)) {
+    Service::Place const place = Service::locate(context.base(), pointer);
+    auto const value = Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key);
+    Service::Json const content = Service::exportValue(value.ptr(), *context.base());
+    std::string const target = place.attr->isPtr() && content.is_string() ? content.get<std::string>() : std::string();
+    found.push_back({pointer, content, target, "it was discarded"});
+  }
+  return found;
+}
+
+// Whether such a reference has lost its target; sets the text that leads nowhere.
+bool isLost(Context& context, Service::PendingReference& reference) {
+  if (isNull(context.base(), reference)) return !reference.target.empty();
+  Service::PathStep const& step = reference.place.steps.back();
+  if (!step.attr->keyIsPtr() || !Service::locate(context.base(), reference.place.parent()).there()) return false;
+  reference.target = step.keyText();
+  return !Service::targetAt(context.base(), reference.target);
+}
+
+std::size_t discardBelow(Context& context, Service::Path const& path) {
+  std::vector<Service::PendingReference> into = referencesInto(context, path);
+  std::size_t const gone = context.session().discard(path);
+  Service::PendingReferences const before = context.pending();
+  Service::PendingReferences pending = before;
+  pending.erase(path);
+  for (Service::PendingReference const& reference : before.within(path))
+    if (isNull(context.base(), reference)) pending.add(reference);
+  for (Service::PendingReference const& reference : context.ancestorPending().within(path)) pending.add(reference);
+  for (Service::PendingReference& reference : into)
+    if (isLost(context, reference)) pending.add(std::move(reference));
+  context.refreshPending(pending);
+  return gone;
 }
 
 }  // namespace
@@ -145,19 +186,10 @@ Outcome discard(Context& context, Arguments const& arguments) {
   std::size_t gone = 0;
   if (all) {
     gone = context.session().discard();
-    context.refreshPending(context.device.pending);
+    context.refreshPending(context.ancestorPending());
   } else {
-    Service::Path const path =
-        arguments.words("PATH").empty() ? context.at() : context.path(arguments.words("PATH"), true);
-    gone = context.session().discard(path);
-    Service::PendingReferences pending = context.pending();
-    pending.erase(path);
-    auto const before = context.pending().within(path);
-    for (auto const& reference : std::vector<Service::PendingReference>(before.begin(), before.end()))
-      if (stillNowhere(context, reference)) pending.add(reference);
-    for (auto const& reference : context.device.pending.list())
-      if (reference.place.isWithin(path)) pending.add(reference);
-    context.refreshPending(pending);
+    gone = discardBelow(context,
+                        arguments.words("PATH").empty() ? context.at() : context.path(arguments.words("PATH"), true));
   }
   context.out << counted(gone, "edit", "edits") << " taken back\n";
   return Outcome::ok;
@@ -166,7 +198,8 @@ Outcome discard(Context& context, Arguments const& arguments) {
 Outcome replace(Context& context, Arguments const&) {
   std::size_t const gone = context.session().discard();
   context.session().update(Service::UpdateMode::preferRunning);
-  context.refreshPending(context.device.pending);
+  context.ancestorPending() = context.device.pending();
+  context.refreshPending(context.ancestorPending());
   context.out << "session " << shown(context.session().name()) << " is filled from running again"
               << (gone ? ", " + counted(gone, "edit is", "edits are") + " lost" : "") << "\n";
   return Outcome::ok;
@@ -174,16 +207,12 @@ Outcome replace(Context& context, Arguments const&) {
 
 namespace {
 
-// The references of running that lead nowhere in the session either.
-Service::PendingReferences stillPending(Context& context) {
-  Service::PendingReferences still;
-  for (auto const& reference : context.device.pending.list())
-    if (stillNowhere(context, reference)) still.add(reference);
-  return still;
-}
-
-Outcome tellReview(Context& context, std::string const& what, std::size_t dropped) {
-  context.refreshPending(stillPending(context));
+// `pending`: the references to nowhere of the configuration that the session has now.
+Outcome tellReview(Context& context, std::string const& what, std::size_t dropped,
+                   Service::PendingReferences const& pending) {
+  context.ancestorPending() = context.device.pending();
+  context.refreshPending(pending);
+  context.loaded() = context.pending();
   std::size_t const edits = context.session().differences().size();
   if (dropped) context.out << counted(dropped, "earlier edit is", "earlier edits are") << " dropped\n";
   context.out << "the session is as " << what;
@@ -194,17 +223,26 @@ Outcome tellReview(Context& context, std::string const& what, std::size_t droppe
   return Outcome::ok;
 }
 
+// Those of running that are null in the session, too.
+Service::PendingReferences stillNull(Context& context) {
+  Service::PendingReferences still;
+  for (auto const& reference : context.device.pending().list())
+    if (isNull(context.base(), reference)) still.add(reference);
+  return still;
+}
+
 }  // namespace
 
 Outcome rollback(Context& context, Arguments const& arguments) {
   Kel::U64 const number = arguments.number("NUMBER");
   std::size_t const dropped = context.session().rollback(number);
-  return tellReview(context, "after commit " + std::to_string(number), dropped);
+  Service::PendingReferences const* const known = context.device.pendingAfter(number);
+  return tellReview(context, "after commit " + std::to_string(number), dropped, known ? *known : stillNull(context));
 }
 
 Outcome clear(Context& context, Arguments const&) {
   std::size_t const dropped = context.session().clear();
-  return tellReview(context, "the clean configuration", dropped);
+  return tellReview(context, "the clean configuration", dropped, context.device.cleanPending());
 }
 
 Outcome history(Context& context, Arguments const&) {

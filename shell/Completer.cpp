@@ -168,14 +168,14 @@ std::string Completer::help(std::string const& line) {
     for (Candidate const& row : rows) {
       std::size_t const used = columns(row.word);
       out += "  " + context_.paint(Style::name, row.word) + std::string(used < widest ? widest - used : 0, ' ') + "  " +
-             row.help + "\n";
+             shown(row.help) + "\n";
     }
     if (cut) out += "  ...\n";
     if (found.mayEnd) out += "  <return>\n";
     if (out.empty()) out = "  " + (found.refusal.empty() ? "nothing can follow" : shown(found.refusal)) + "\n";
     return out;
   } catch (std::exception const& e) {
-    return std::string("  ") + e.what() + "\n";
+    return "  " + shown(e.what()) + "\n";
   }
 }
 

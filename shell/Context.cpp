@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "Words.h"
+#include "service/JsonTree.h"
 #include "service/PathWords.h"
 
 namespace Shell {
@@ -19,20 +20,13 @@ Service::Session& Context::session() const {
   return *session_;
 }
 
-Service::PendingReferences& Context::pending() { return states_[session().name()].pending; }
-Service::PendingReferences& Context::loaded() { return states_[session().name()].loaded; }
 Service::Path& Context::at() { return states_[session().name()].at; }
-
-Service::PendingReferences Context::typedPending() {
-  Service::PendingReferences typed;
-  for (Service::PendingReference const& reference : pending().list())
-    if (!device.pending.find(reference.place) && !loaded().find(reference.place)) typed.add(reference);
-  return typed;
-}
 
 void Context::sessionIs(Service::Session* session) {
   session_ = session;
-  if (session && !states_.count(session->name())) states_[session->name()].pending = device.pending;
+  if (!session || states_.count(session->name())) return;
+  State& state = states_[session->name()];
+  state.pending = state.ancestorPending = device.pending();
 }
 
 void Context::forget(std::string const& name) {
@@ -40,11 +34,75 @@ void Context::forget(std::string const& name) {
   states_.erase(name);
 }
 
+// --- Pending references ---
+
+namespace {
+
+// Whether a list has the reference, with the same target.
+bool has(Service::PendingReferences const& list, Service::PendingReference const& reference) {
+  Service::PendingReference const* const found = list.find(reference.place);
+  return found && found->target == reference.target;
+}
+
+Kel::GenericIf::Ptr valueAt(Service::Place const& place) {
+  return Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key);
+}
+
+// Whether something is set where a pending reference will be.
+bool isSet(Kel::Dir::Ptr const& base, Service::PendingReference const& reference) {
+  Service::Place const place = Service::locate(base, reference.place);
+  return place.there() && place.attr && !Service::exportValue(valueAt(place).ptr(), *base).is_null();
+}
+
+}  // namespace
+
+bool isNull(Kel::Dir::Ptr const& base, Service::PendingReference const& reference) {
+  Service::Place const place = Service::locate(base, reference.place);
+  return place.there() && place.attr && place.attr->isPtr() &&
+         Service::exportValue(valueAt(place).ptr(), *base).is_null();
+}
+
+Service::PendingReferences& Context::pending() { return states_[session().name()].pending; }
+Service::PendingReferences& Context::ancestorPending() { return states_[session().name()].ancestorPending; }
+Service::PendingReferences& Context::loaded() { return states_[session().name()].loaded; }
+
+Service::PendingReferences Context::typedPending() {
+  Service::PendingReferences typed;
+  for (Service::PendingReference const& reference : pending().list())
+    if (!has(ancestorPending(), reference) && !has(loaded(), reference)) typed.add(reference);
+  return typed;
+}
+
 void Context::refreshPending(Service::PendingReferences const& source) {
   Service::PendingReferences fresh = source;
   fresh.retry(base());
   pending() = std::move(fresh);
+  forgetLoaded();
 }
+
+void Context::forgetLoaded() {
+  Service::PendingReferences still;
+  for (Service::PendingReference const& reference : loaded().list())
+    if (has(pending(), reference)) still.add(reference);
+  loaded() = std::move(still);
+}
+
+void Context::mergePending() {
+  Service::PendingReferences &mine = pending(), &before = ancestorPending();
+  Service::PendingReferences const& now = device.pending();
+  for (Service::PendingReference const& reference : before.list())
+    if (!now.find(reference.place) && has(mine, reference)) mine.erase(reference.place);
+  for (Service::PendingReference const& reference : now.list()) {
+    Service::PendingReference const* const own = mine.find(reference.place);
+    bool const edited = own ? !has(before, *own) : before.find(reference.place) != nullptr;
+    if (!edited && !has(before, reference) && !isSet(base(), reference)) mine.add(reference);
+  }
+  before = now;
+  mine.retry(base());
+  forgetLoaded();
+}
+
+// --- Paths ---
 
 Service::Path Context::path(std::vector<std::string> const& words, bool create) const {
   auto const found = states_.find(session().name());

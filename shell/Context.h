@@ -46,12 +46,16 @@ class Context {
   Cli::Service::Session& session() const;
   Cli::Service::Tree tree() const { return session().tree(); }
   Kel::Dir::Ptr base() const { return tree().dir; }
-  // The session's pending references, and the path below which commands work (`edit`).
-  Cli::Service::PendingReferences& pending();
+  // The path below which commands work (`edit`).
   Cli::Service::Path& at();
-  // Those among the pending references that came with a file. They do not keep a commit from being made.
+
+  // The session's pending references.
+  Cli::Service::PendingReferences& pending();
+  // Those of its ancestor, which has them from running.
+  Cli::Service::PendingReferences& ancestorPending();
+  // Those that came into the session with a file. They do not keep a commit from being made.
   Cli::Service::PendingReferences& loaded();
-  // The pending references that were made by edits.
+  // Those that were made by edits.
   Cli::Service::PendingReferences typedPending();
 
   void sessionIs(Cli::Service::Session* session);
@@ -60,6 +64,10 @@ class Context {
   // Call it after the session's whole tree was replaced: its pending references become those of `source` that still
   // lead nowhere.
   void refreshPending(Cli::Service::PendingReferences const& source);
+  // Call it after running's changes have come into the session: those of its pending references come, too.
+  void mergePending();
+  // Call it after an edit: references that have been set or deleted do not count as loaded any more.
+  void forgetLoaded();
 
   // A path in the session from typed words, relative to the path of `edit`. Raises InputError if a word does not belong
   // to it, or if it leads nowhere and `create` is not set.
@@ -71,12 +79,15 @@ class Context {
 
  private:
   struct State {
-    Cli::Service::PendingReferences pending, loaded;
+    Cli::Service::PendingReferences pending, ancestorPending, loaded;
     Cli::Service::Path at;
   };
   Cli::Service::Session* session_ = nullptr;
   std::map<std::string, State> states_;
 };
+
+// Whether the pointer of a pending reference is there, and null.
+bool isNull(Kel::Dir::Ptr const& base, Cli::Service::PendingReference const& reference);
 
 // "1 change", "3 changes".
 std::string counted(std::size_t count, std::string const& one, std::string const& many);

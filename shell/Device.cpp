@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -41,7 +42,8 @@ Device::Device(Model const& model, Settings const& settings) : model_(model), to
   running_ = Kel::Dir::Ptr(new Kel::Dir("running", top_.ptr()));
   std::string const name = fileTitle(settings.file);
   report_ = loadConfiguration(model, settings.text.empty() ? readConfiguration(settings.file) : settings.text, name,
-                              running_, pending);
+                              running_, pending_);
+  cleanPending_ = pending_;
   Service::Options options;
   options.clock = settings.clock;
   if (!settings.stateDir.empty()) {
@@ -49,12 +51,29 @@ Device::Device(Model const& model, Settings const& settings) : model_(model), to
     options.store = store_.get();
   }
   service_ = std::make_unique<Service::Service>(running_, sessionRoots(model), options);
-  if (!store_) return;
-  service_->start();
-  pending.retry(running_);
+  if (store_) {
+    service_->start();
+    pending_.retry(running_);
+  }
+  pendingAfter_[service_->lastCommit()] = pending_;
 }
 
 Device::~Device() = default;
+
+void Device::pendingIs(Service::PendingReferences pending) {
+  auto const same = [](Service::PendingReference const& a, Service::PendingReference const& b) {
+    return a.place == b.place && a.target == b.target;
+  };
+  auto const &now = pending.list(), &before = pending_.list();
+  bool const changed = !std::equal(now.begin(), now.end(), before.begin(), before.end(), same);
+  pending_ = std::move(pending);
+  if (changed) pendingAfter_[service_->lastCommit()] = pending_;
+}
+
+Service::PendingReferences const* Device::pendingAfter(Kel::U64 commit) const {
+  auto const later = pendingAfter_.upper_bound(commit);
+  return later == pendingAfter_.begin() ? nullptr : &std::prev(later)->second;
+}
 
 std::string fileTitle(std::string const& file) { return file == "-" ? "standard input" : file; }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,13 +30,19 @@ class Device {
   Cli::Service::Service& service() { return *service_; }
   LoadReport const& report() const { return report_; }
   bool keepsCommits() const { return store_ != nullptr; }
-  // The references of the running configuration that lead nowhere.
-  Cli::Service::PendingReferences pending;
+  // The references of the running configuration that lead nowhere. Set them after each commit.
+  Cli::Service::PendingReferences const& pending() const { return pending_; }
+  void pendingIs(Cli::Service::PendingReferences pending);
+  // Those of the clean configuration, and those of running after a commit; null: they are not known any more.
+  Cli::Service::PendingReferences const& cleanPending() const { return cleanPending_; }
+  Cli::Service::PendingReferences const* pendingAfter(Kel::U64 commit) const;
 
  private:
   Model const& model_;
   Kel::Dir::Ptr top_, running_;
   LoadReport report_;
+  Cli::Service::PendingReferences pending_, cleanPending_;
+  std::map<Kel::U64, Cli::Service::PendingReferences> pendingAfter_;  // commits that have changed them
   std::unique_ptr<Cli::Service::CommitStore> store_;
   std::unique_ptr<Cli::Service::Service> service_;
 };

@@ -138,10 +138,8 @@ std::string sideText(Service::Conflict const& conflict, Service::Json const& con
   bool const pointer = conflict.attr && !conflict.attr->instantiating() && !conflict.attr->isCollection();
   if (content.is_null()) return pointer ? "null" : "not there";
   if (content.is_object() && (!conflict.attr || conflict.attr->instantiating())) return "there";
-  std::string text = oneLine(content);
   constexpr std::size_t longest = 100;
-  if (text.size() > longest) text = text.substr(0, longest) + "...";
-  return text;
+  return shortened(oneLine(content), longest);
 }
 
 }  // namespace

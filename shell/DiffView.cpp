@@ -1,6 +1,7 @@
 #include "DiffView.h"
 
 #include <algorithm>
+#include <map>
 
 #include "Context.h"
 #include "JsonText.h"
@@ -20,39 +21,51 @@ namespace {
 void fill(Json& content, Service::Path const& top, Service::PendingReference const& reference) {
   Json* at = &content;
   auto const& steps = reference.place.steps;
-  auto const into = [&](std::string const& name) {
-    at = at->is_object() ? &(*at)[name] : nullptr;
-    return at != nullptr;
-  };
   for (std::size_t i = top.steps.size(); i < steps.size(); ++i) {
-    if (!steps[i].attr || !into(steps[i].attr->name().str())) return;
+    Service::PathStep const& step = steps[i];
     bool const last = i + 1 == steps.size();
-    if (at->is_null() && !(last && !steps[i].key)) return;
-    if (steps[i].key && !into(steps[i].keyText())) return;
+    // A null pointer is left out of the content, and so is a collection without other members.
+    auto const enter = [&](std::string const& name) {
+      if (at->is_null() && last) *at = Json::object();
+      if (!at->is_object() || !(last || at->contains(name))) return false;
+      at = &(*at)[name];
+      return true;
+    };
+    if (!step.attr || !enter(step.attr->name().str())) return;
+    if (step.key && step.attr->isQueue()) {
+      auto const position = step.key->attrVal<Kel::U32>();
+      if (!at->is_array() || position >= at->size()) return;
+      at = &(*at)[position];
+    } else if (step.key && !enter(step.keyText())) {
+      return;
+    }
   }
   if (at->is_null()) *at = waitingText(reference);
 }
 
 class Lines {
  public:
-  Lines(Paint const& paint, Service::PendingReferences const* waiting) : paint_(paint), waiting_(waiting) {}
+  Lines(Paint const& paint, Service::PendingReferences const* waiting) : paint_(paint), waiting_(waiting) {
+    if (!waiting) return;
+    for (Service::PendingReference const& reference : waiting->list()) byTarget_.emplace(reference.target, &reference);
+  }
 
   void add(Difference const& difference) {
     std::vector<std::string> path = pieces(difference.path);
-    std::string name = path.empty() ? "." : path.back();
+    std::string const name = path.empty() ? "." : nameOf(difference, path.back());
     if (!path.empty()) path.pop_back();
     above(path);
     std::size_t const depth = path.size();
     if (difference.run) return run(difference, name, depth);
     switch (difference.kind) {
-      case DifferenceKind::created: return whole('+', name, filled(difference), depth);
+      case DifferenceKind::created: return whole('+', name, filled(difference.after, difference.path), depth);
       case DifferenceKind::deleted: return whole('-', name + pointersTo(difference), difference.before, depth);
       default: break;
     }
     auto const isEntity = [](Json const& content) { return content.is_object() && !isBytes(content); };
     if (isEntity(difference.before) || isEntity(difference.after)) {
       whole('-', name, difference.before, depth);
-      whole('+', name, filled(difference), depth);
+      whole('+', name, filled(difference.after, difference.path), depth);
       return;
     }
     if (auto const* const nowhere =
@@ -66,13 +79,22 @@ class Lines {
   std::string const& text() const { return text_; }
 
  private:
-  // The content after the difference, with the references that lead nowhere.
-  Json filled(Difference const& difference) const {
-    Json content = difference.after;
+  // The content of an entity, with its references that lead nowhere.
+  Json filled(Json content, Service::Path const& place) const {
     if (waiting_ && content.is_object())
-      for (Service::PendingReference const& reference : waiting_->within(difference.path))
-        fill(content, difference.path, reference);
+      for (Service::PendingReference const& reference : waiting_->within(place)) fill(content, place, reference);
     return content;
+  }
+
+  // A member whose key has left the tree is named by what its key led to.
+  std::string nameOf(Difference const& difference, std::string const& piece) const {
+    Service::PathStep const& step = difference.path.steps.back();
+    bool const keyIsGone = step.attr && step.attr->keyIsPtr() && step.key && step.keyText().empty();
+    if (!waiting_ || !keyIsGone) return piece;
+    Service::Path const whole = difference.path.parent() / Service::attributeStep(*step.attr);
+    for (Service::PendingReference const& reference : waiting_->within(whole))
+      if (reference.value == difference.after) return step.attr->name().str() + " " + waitingText(reference);
+    return piece;
   }
 
   // What still points at something that was deleted.
@@ -80,11 +102,10 @@ class Lines {
     if (!waiting_ || !difference.before.is_object()) return {};
     std::string const gone = difference.path.text();
     std::vector<std::string> names;
-    for (Service::PendingReference const& reference : waiting_->list()) {
-      std::string const& target = reference.target;
-      bool const below = target.compare(0, gone.size(), gone) == 0;
-      if (below && (target.size() == gone.size() || target[gone.size()] == '.'))
-        names.push_back(shown(reference.place.text()));
+    for (auto at = byTarget_.lower_bound(gone); at != byTarget_.end(); ++at) {
+      std::string_view const target = at->first;
+      if (target.substr(0, gone.size()) != gone) break;
+      if (target.size() == gone.size() || target[gone.size()] == '.') names.push_back(shown(at->second->place.text()));
     }
     return names.empty() ? "" : "  (still pointed at by " + listed(names) + ")";
   }
@@ -119,14 +140,16 @@ class Lines {
     char const mark = gone ? '-' : difference.kind == DifferenceKind::created ? '+' : '*';
     std::size_t from = difference.run->from;
     for (Json const& item : items) {
+      Service::Path const place = difference.path.parent() / Service::queueStep(*difference.attr, at);
       std::string label = name + " [" + std::to_string(at++) + "]";
       if (mark == '*') label += " (was [" + std::to_string(from++) + "])";
-      whole(mark, label, item, depth);
+      whole(mark, label, gone ? item : filled(item, place), depth);
     }
   }
 
   Paint const& paint_;
   Service::PendingReferences const* waiting_;
+  std::multimap<std::string_view, Service::PendingReference const*> byTarget_;
   std::vector<std::string> last_;
   std::string text_;
 };

@@ -3,6 +3,7 @@
 #include "Words.h"
 #include "service/JsonTree.h"
 #include "service/PathWords.h"
+#include "service/ValueText.h"
 
 namespace Shell {
 
@@ -32,6 +33,7 @@ Outcome applyWords(Context& context, std::vector<std::string> const& words) {
   Service::Editor editor(context.base(), context.pending());
   Service::Applied const applied = editor.apply(words, context.at());
   session.edited(applied.path);
+  context.forgetLoaded();
   context.out << shown(applied.text) << nowhereText(context, applied) << "\n";
   return Outcome::ok;
 }
@@ -70,6 +72,47 @@ Outcome create(Context& context, Arguments const& arguments) {
 
 namespace {
 
+// Edits that make what points at one entity, or below it, point at another one.
+class Redirection {
+ public:
+  Redirection(Service::Tree const& tree, Path const& from, Path const& to)
+      : tree_(tree), from_(from.text()), to_(to.text()) {}
+
+  void note(Path const& pointer) {
+    Service::Place const place = Service::locate(tree_.dir, pointer);
+    Kel::KelAttr const& attr = *place.attr;
+    auto const value = Kel::GenericIf::ofEntity(place.entity)->attribute(attr.id(), place.key);
+    Path at = pointer;
+    Service::PathStep& last = at.steps.back();
+    if (attr.keyIsPtr()) last.key = Kel::GenericIf::of(Kel::String8(moved(last.keyText())));
+    // A member whose key and value are pointers is found twice.
+    if (!(at == pointer) && (gone_.empty() || !(gone_.back() == pointer))) gone_.push_back(pointer);
+    std::vector<std::string> words = at.words();
+    words.insert(words.begin(), "set");
+    words.push_back(!value              ? "null"
+                    : value->isEntity() ? moved(Service::targetText(*value->entityConst(), *tree_.dir))
+                                        : Service::textOf(*value));
+    if (sets_.empty() || sets_.back() != words) sets_.push_back(std::move(words));
+  }
+
+  void carryOut(Service::Editor& editor) const {
+    for (Path const& member : gone_) editor.remove(member);
+    for (std::vector<std::string> const& words : sets_) editor.apply(words);
+  }
+
+ private:
+  std::string moved(std::string const& text) const {
+    bool const below =
+        text.compare(0, from_.size(), from_) == 0 && (text.size() == from_.size() || text[from_.size()] == '.');
+    return below ? to_ + text.substr(from_.size()) : text;
+  }
+
+  Service::Tree const& tree_;
+  std::string const from_, to_;
+  std::vector<Path> gone_;  // members under pointer keys, which get other keys
+  std::vector<std::vector<std::string>> sets_;
+};
+
 // Copies an entity to another key: its content, and the pointers to it and below it.
 void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Service::PendingReferences& pending) {
   Kel::Entity::Ptr const entity = Service::entityAt(tree.dir, from);
@@ -79,21 +122,10 @@ void carryOver(Service::Tree const& tree, Path const& from, Path const& to, Serv
   options.pending = &pending;
   Service::importJson(tree.dir, to, Service::exportEntity(*entity, *tree.dir, all), options);
   // The copy is there now, and where the entity pointed at itself, the copy points at the entity: that is changed too.
-  std::vector<std::pair<Path, std::string>> pointers;
-  for (Path const& pointer : Service::referencesTo(tree.dir, *entity)) {
-    Service::Place const place = Service::locate(tree.dir, pointer);
-    auto const value = Kel::GenericIf::ofEntity(place.entity)->attribute(place.attr->id(), place.key);
-    std::string const target = value ? Service::targetText(*value->entityConst(), *tree.dir) : "";
-    std::string const old = from.text();
-    if (target.compare(0, old.size(), old) == 0) pointers.emplace_back(pointer, to.text() + target.substr(old.size()));
-  }
+  Redirection redirection(tree, from, to);
+  for (Path const& pointer : Service::referencesTo(tree.dir, *entity)) redirection.note(pointer);
   Service::Editor editor(tree.dir, pending);
-  for (auto const& [pointer, target] : pointers) {
-    std::vector<std::string> words = pointer.words();
-    words.insert(words.begin(), "set");
-    words.push_back(target);
-    editor.apply(words);
-  }
+  redirection.carryOut(editor);
   editor.remove(from);
 }
 
@@ -117,6 +149,7 @@ Outcome rename(Context& context, Arguments const& arguments) {
   context.session().loadMerge([&](Service::Tree const& tree) { carryOver(tree, from, target.path, pending); });
   pending.retry(context.base());
   context.pending() = std::move(pending);
+  context.forgetLoaded();
   context.session().edited(from);
   context.session().edited(target.path);
   context.out << shown(from.text()) << " is now " << to << "\n";

@@ -90,6 +90,7 @@ Outcome load(Context& context, Arguments const& arguments) {
     session.loadMerge(fill);
   } else if (path.empty()) {
     session.loadReplace(fill);
+    context.ancestorPending() = context.device.pending();
     if (before) context.out << counted(before, "earlier edit is", "earlier edits are") << " dropped\n";
   } else {
     pending.erase(path);

@@ -126,7 +126,7 @@ class Front {
           for (std::string const& notice : session->takeNotices())
             out += "session " + shown(listed.name) + ": " + shown(notice) + "\n";
     } catch (std::exception const& e) {
-      out += std::string(e.what()) + "\n";
+      out += shown(e.what()) + "\n";
     }
     return out;
   }
@@ -161,10 +161,6 @@ class Front {
   int status_ = 0;
   bool asked_ = false;
 };
-
-}  // namespace
-
-namespace {
 
 void runAll(Front& front, FrontOptions const& options) {
   bool const given = !options.commands.empty() || !options.script.empty();

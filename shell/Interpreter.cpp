@@ -29,19 +29,14 @@ bool leadsOn(Context& context, std::vector<std::string> words, std::string const
   return !Service::complete(context.base(), context.at(), words, Service::CompletionFor::path, 1).list.empty();
 }
 
-// Without most of a line that nobody would read: it repeats a word of the input.
+// An error as it is printed. Control characters are escaped, and a long line is cut, since it repeats a word of the
+// input.
 std::string readable(std::string const& error) {
   constexpr std::size_t longest = 1000;
   std::string out;
   for (std::size_t from = 0; from < error.size();) {
     std::size_t const end = std::min(error.find('\n', from), error.size());
-    std::size_t length = end - from;
-    if (length > longest) {
-      for (length = longest; (static_cast<unsigned char>(error[from + length]) & 0xc0U) == 0x80;) --length;
-      out += error.substr(from, length) + "...";
-    } else {
-      out += error.substr(from, length);
-    }
+    out += shortened(shown(std::string_view(error).substr(from, end - from)), longest);
     if (end < error.size()) out += '\n';
     from = end + 1;
   }

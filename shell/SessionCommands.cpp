@@ -33,10 +33,6 @@ void goTo(Context& context, std::string const& name) {
   context.sessionIs(session);
 }
 
-}  // namespace
-
-namespace {
-
 void openNew(Context& context, std::string const& name) {
   Service::Session& session = context.service().open(name, context.user());
   session.config().logAttributeEditsIs(true);  // for 'show edits'

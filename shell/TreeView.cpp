@@ -92,6 +92,19 @@ void TreeView::line(std::size_t indent, std::string const& name, std::size_t wid
          std::string(used < width ? width - used : 0, ' ') + "  " + value + "\n";
 }
 
+std::string TreeView::waitingText(Service::PendingReference const& reference) const {
+  return shown(reference.target) + " " + options_.paint(Style::removed, "(" + shown(reference.reason) + ")");
+}
+
+// The pending reference of a member of a collection, or null.
+Service::PendingReference const* TreeView::waitingMember(Path const& collection, std::string const& key) const {
+  if (!options_.pending || collection.empty()) return nullptr;
+  for (Service::PendingReference const& reference : options_.pending->within(collection))
+    if (Service::PathStep const& step = reference.place.steps.back(); step.key && step.keyText() == key)
+      return &reference;
+  return nullptr;
+}
+
 // The text of a value, a pointer, or a collection of these.
 std::string TreeView::leaf(Kel::Entity::PtrConst const& entity, Kel::KelAttr const& attr, Path const& path) const {
   Path const& last = path;
@@ -105,13 +118,13 @@ std::string TreeView::leaf(Kel::Entity::PtrConst const& entity, Kel::KelAttr con
     content = Service::exportAttribute(*entity, attr, *tree_.dir);
   }
   if (content.is_null() && options_.pending)
-    if (auto const* const waiting = options_.pending->find(path))
-      return shown(waiting->target) + " " + options_.paint(Style::removed, "(" + waiting->reason + ")");
+    if (auto const* const waiting = options_.pending->find(path)) return waitingText(*waiting);
   if (!content.is_object() || !attr.isCollection()) return oneLine(content);
   std::string out;
   for (auto const& [key, value] : content.items()) {
     std::string const name = shown(std::string(key));
-    std::string const text = oneLine(value);
+    auto const* const waiting = value.is_null() ? waitingMember(path, key) : nullptr;
+    std::string const text = waiting ? waitingText(*waiting) : oneLine(value);
     // A reference that is keyed by its target's name: the name is printed once.
     bool const sameName = attr.isPtr() && text.size() > name.size() &&
                           text.compare(text.size() - name.size() - 1, std::string::npos, "/" + name) == 0;
@@ -194,8 +207,7 @@ std::string TreeView::cell(Kel::Entity const& entity, Kel::KelAttr const& attr) 
   } else {
     text = leaf(Kel::Entity::PtrConst(&entity), attr, {});
   }
-  if (columns(text) > longest) text = text.substr(0, longest - 3) + "...";
-  return text;
+  return columns(text) > longest ? shortened(std::move(text), longest - 3) : text;
 }
 
 void TreeView::tableText(Kel::Entity::PtrConst const& entity, Kel::KelAttr const& attr, std::size_t indent,

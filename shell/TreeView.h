@@ -37,6 +37,9 @@ class TreeView {
                  std::string& out) const;
   std::string leaf(Kel::Entity::PtrConst const& entity, Kel::KelAttr const& attr, Cli::Service::Path const& path) const;
   std::string cell(Kel::Entity const& entity, Kel::KelAttr const& attr) const;
+  std::string waitingText(Cli::Service::PendingReference const& reference) const;
+  Cli::Service::PendingReference const* waitingMember(Cli::Service::Path const& collection,
+                                                      std::string const& key) const;
   void line(std::size_t indent, std::string const& name, std::size_t width, std::string const& value,
             std::string& out) const;
 

@@ -92,6 +92,15 @@ TEST(RouterModel, RenamesReferencesOfAnEntityToItself) {
       << said;
 }
 
+// What an item of a queue points at is shown where it leads nowhere.
+TEST(RouterModel, ShowsWhereItemsLead) {
+  std::string const said =
+      answers(router(), board,
+              {"session open s", "set firewall zone dmz", "insert firewall policy 0", "insert firewall policy 1",
+               "set firewall policy 1 ingress dmz", "delete firewall zone dmz", "show diff"});
+  EXPECT_NE(std::string::npos, said.find("+       dmz: firewall.zone/dmz (it was deleted)\n")) << said;
+}
+
 // What the description of the model says to try.
 TEST(RouterModel, IsEditedAsItsDescriptionSays) {
   Device device(router(), {board, "", [] { return 1.7e9; }});

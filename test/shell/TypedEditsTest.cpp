@@ -55,7 +55,7 @@ TEST_P(TypedEdits, GiveTheTreeOfTheEditedFile) {
     auto const wrong = Service::differences(context.tree(), to.service().running());
     ASSERT_EQ(diffText(wrong, DiffForm::commands, Paint()), "") << "seed " << seed << "\n" << said;
     for (auto const& reference : context.pending().list())
-      EXPECT_TRUE(from.pending.find(reference.place) || to.pending.find(reference.place))
+      EXPECT_TRUE(from.pending().find(reference.place) || to.pending().find(reference.place))
           << "seed " << seed << ": " << reference.place.text();
   }
   EXPECT_LT(refused, seeds / 4);

@@ -208,4 +208,11 @@ TEST(Commands, ARefusalTakesBackNothingElse) {
   EXPECT_EQ(hall->annex("a")->u32(), 7U);
 }
 
+TEST(Commands, ALineThatEndsTooEarlyIsRefused) {
+  World world;
+  PendingReferences pending;
+  Editor editor(world.src, pending, Editor::Source::rendering);
+  EXPECT_EQ(refusal([&] { editor.apply("create Plant::Gear a name b"); }), "'in' and a path expected");
+}
+
 }  // namespace
