@@ -103,8 +103,6 @@ bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst c
   Walk walk(*this, *destEntity);
   Frame frame(*destEntity, *srcEntity, path);
   if (!filter) return walk.root(frame);
-  EntityPtr const destAlive = destEntity;
-  EntityPtrConst const srcAlive = srcEntity;
   bool differs = false;
   Kel::U32 filtered = 0;
   for (Step const& step : frame.plan.steps) {

@@ -272,10 +272,10 @@ bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChil
       *made = s.access.createLike(s.attr, f.dest, srcChild);
     else
       genericIf(f.destPtr())->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
-    if (*made && s.attr.type()->paramsEqual() && !s.attr.type()->paramsEqual()(**made, srcChild))
-      impl_.unsettled = true;
     // A reactor may have deleted it.
     if (f.dest.hasReactors() || s.destAttr->afterChange()) *made = nullptr;
+    if (*made && s.attr.type()->paramsEqual() && !s.attr.type()->paramsEqual()(**made, srcChild))
+      impl_.unsettled = true;
   });
 }
 

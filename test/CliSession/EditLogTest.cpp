@@ -165,6 +165,18 @@ TEST_F(BypassDeathTest, ADefaultIsForDeletionsOnly) {
             std::string::npos);
 }
 
+// Whether an entity that is about to be deleted has default values is told by its first difference.
+TEST_F(Bypass, ADefaultIsComparedUpToTheFirstDifference) {
+  auto const bolt = dest->newBolt("b");
+  bolt->torqueIs(5);
+  bolt->lockedIs(true);
+  entry("bolt", "Plant::Hall", AttributeEditType::del_, "/dest")->defaultEntIs(Plant::boltFactory("standard"));
+  ec->stopAtFirstDiffIs(true);
+  EXPECT_FALSE(table->bypassAttributeEditLog(ec, edit("bolt", AttributeEditType::del_), "/dest/hall",
+                                             Kel::GenericIf::ofEntity(EntityPtr(bolt))));
+  EXPECT_EQ(textOf(editsOf(*log)), "Plant::Bolt::torque set hall.bolt/b x1\n");
+}
+
 // --- Debug actions ---
 
 TEST_F(EditLogDeathTest, TakeTheActionConfigured) {

@@ -140,12 +140,15 @@ TEST_F(EngineDeathTest, AssertsItsPreconditions) {
                "EntityCopy:[0-9]+: .*handleCopyRoots.*Assertion 'destRoot' failed");
 }
 
-// Puts a member of a derived type among the machines, as an attribute log may.
+// Puts an entity among the members of an attribute, as an attribute log may, also one of a derived type.
+template <class T>
+Kel::Ptr<T> bring(EntityPtr const& owner, char const* attribute, Kel::Ptr<T> const& member) {
+  Kel::KelAttr const& attr = *owner->type()->getAttr(attribute);
+  attr.access().restore(attr, *owner, member, 0);
+  return member;
+}
 void bring(Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
-  Kel::KelAttr const& machine = *Plant::Hall::_fwkType()->getAttr("machine");
-  Kel::Ptr<Plant::Robot> const robot = Plant::robotFactory("r", "serial");
-  robot->armsIs(arms);
-  machine.access().restore(machine, *hall, robot, 0);
+  bring(hall, "machine", Plant::robotFactory("r", "serial"))->armsIs(arms);
 }
 
 // Wherever they are met: at the same positions or not, in a comparison that their deletion does not stop, and at the
@@ -198,6 +201,46 @@ TEST_F(Engine, MembersOfDerivedTypesAreNotTakenForOthers) {
   }
 }
 
+// Where the declared type has nothing but plain values, and in a queue.
+TEST_F(Engine, PlainMembersOfDerivedTypesAreNotTakenForOthers) {
+  for (bool traced : {false, true}) {
+    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
+    World in;
+    Kel::Ptr<Plant::Hall> const from = World::hall(in.src), to = World::hall(in.dest);
+    for (Kel::Ptr<Plant::Hall> const& hall : {from, to})
+      bring(hall, "door", Plant::gateFactory(Plant::Grade::fine))->widthIs(hall == from);
+    bring(to, "tick", Plant::alarmFactory());
+    from->tickEnq();
+    EXPECT_EQ(in.copy().edits, (Edits{{"Plant::Gate::width set hall.door/fine", 1},
+                                      {"Plant::Hall::tick del hall", 1},
+                                      {"Plant::Hall::tick set hall", 1}}));
+    // A handler of the derived type is asked, although nothing has changed.
+    int asked = 0;
+    in.table = S::entityCopyCustomHandlerTableFactory("table", in.root);
+    Scripted::Visit const count = [&](auto const&, auto const&, auto const&, auto const&) { return ++asked == 0; };
+    in.table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Gate",
+                                        Kel::Ptr<Scripted>(new Scripted(in.status, count)));
+    in.copy();
+    EXPECT_EQ(asked, 1);
+  }
+}
+
+// An operation that runs after a change is foreign code, as a reactor is.
+TEST_F(Engine, WhatAnOperationDeletesAfterAChangeIsNotCopiedInto) {
+  world.rootIs("vine", "Pairs::Vine");
+  auto const from = Kel::ptrCast<Pairs::Vine>(world.src->newEntity("Pairs::Vine", "vine"));
+  auto const to = Kel::ptrCast<Pairs::Vine>(world.dest->newEntity("Pairs::Vine", "vine"));
+  from->wildIs(true);
+  for (auto const& vine : {from, to})
+    for (char const* name : {"a", "b", "shaded"}) vine->newShoot(name);
+  from->shoot("a")->lengthIs(1);
+  Edits expected{{"Pairs::Shoot::length set vine.shoot/a", 1}, {"Pairs::Vine::shoot set vine", 1}};
+  EXPECT_EQ(world.copy().edits, expected);
+  EXPECT_TRUE(to->shoot("shaded")) << "it was made anew";
+  from->newShoot("weed")->lengthIs(5);
+  EXPECT_EQ(world.copy().edits, (Edits{{"Pairs::Vine::shoot set vine", 1}}));
+}
+
 // A session root may be of another type in the destination; then it may not be what a pointer can lead to.
 TEST_F(Engine, PointersRefuseACounterpartOfAnotherType) {
   world.rootIs("pair", "Pairs::Old");
@@ -221,6 +264,15 @@ TEST_F(Engine, PointersRefuseACounterpartOfAnotherType) {
   world.copy();
   EXPECT_EQ(to->first(), nullptr);
   EXPECT_EQ(to->elders() + to->pairs() + to->heirs(), 0u);
+  // A copy root is not made anew, whatever its types: what points into it need not wait.
+  Kel::ptrCast<Pairs::New>(world.dest->entityRef("pair"))->newLeaf("l");
+  from->leafIs("l", old->newLeaf("l"));
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDelAll();
+  ec->destIs(world.dest);
+  ec->srcCopyRootIs(old, true);
+  ec->doCopyAttrByName(to, from, "wreath", "leaf");
+  EXPECT_TRUE(to->leaf("l"));
 }
 
 TEST_F(EngineDeathTest, RefusesPointersAmongParameters) {
@@ -307,6 +359,26 @@ TEST_F(Engine, RefusesATreeThatIsTooDeep) {
       });
       dest->annexDelAll();
     }
+  }
+}
+
+TEST_F(Engine, RefusesHandlersThatGoTooDeep) {
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->srcCopyRootDelAll();
+  ec->destIs(world.dest);
+  for (bool boxed : {false, true}) {
+    int calls = 0;
+    auto const goOn = [&](auto const&, auto const& to, auto const& from, Kel::String const& path) {
+      if (++calls > 1100) return false;
+      if (!boxed) return ec->doCopyEntity(to, from, path);
+      return ec->handleEntity(Kel::GenericIf::ofEntity(to), Kel::GenericIf::ofEntity(from), attr(src, "annex"), "");
+    };
+    ec->handlerIs(Kel::Ptr<Scripted>(new Scripted(world.status, goOn)));
+    runOnAStackOf(std::size_t{128} << 20, [&] {
+      EXPECT_EQ(messageOf<Kel::RangeException>([&] { ec->doCopyEntity(dest, src, "hall"); }),
+                "entities nested deeper than 1000 cannot be copied");
+    });
+    EXPECT_EQ(calls, 1000);
   }
 }
 

@@ -448,8 +448,10 @@ TEST_P(Faults, AHandlerOfASessionRootIsAskedOnce) {
 
 TEST_P(Faults, AHandlerOfAnEqualMemberIsAsked) {
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newCrate("c")->newItem("i");
-  world.copy();  // so that nothing has changed since
-  for (auto const& [path, type] : {std::pair{"hall.crate/c.item/i", ""}, {"", "Plant::Item"}}) {
+  auto const heirs = root<Pairs::Heir>("Pairs::Heir", "heir");
+  for (auto const& heir : {heirs.first, heirs.second}) heir->newLeaf("l");  // which the base type owns
+  world.copy();                                                             // so that nothing has changed since
+  for (auto const& [path, type] : {std::pair{"hall.crate/c.item/i", ""}, {"", "Plant::Item"}, {"", "Pairs::Leaf"}}) {
     int asked = 0;
     handlerAt(world, path, type, [&](auto const&, auto const&, auto const&, auto const&) {
       ++asked;
@@ -569,19 +571,26 @@ TEST_P(Faults, AMemberThatAReactorDeletesInTheMidstIsMadeAnew) {
   EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
 }
 
-TEST_P(Faults, ASingletonThatIsDeletedAsItIsMadeIsPassedBy) {
+TEST_P(Faults, WhatIsDeletedAsItIsMadeIsPassedBy) {
   src->newPart()->noteIs("n");
-  src->newBolt("b");
+  src->newAxle("a")->lockedIs(true);
+  for (char const* bolt : {"a", "b"}) src->newBolt(bolt)->lockedIs(true);
   Reactor const reactor(EntityPtrConst(dest), [&] {
     try {
       if (dest->part()) dest->partDel();
+      if (dest->axle()) dest->axleDel();
+      if (dest->bolt("a")) dest->boltDel("a");
     } catch (Kel::Exception const&) {  // it may not write what it reacts to, but has
     }
   });
+  Edits const expected{{"Plant::Bolt::locked set hall.bolt/b", 1},
+                       {"Plant::Hall::axle set hall", 1},
+                       {"Plant::Hall::bolt set hall", 2},
+                       {"Plant::Hall::part set hall", 1}};
   EXPECT_EXIT(
       {
-        world.copy();
-        std::exit(!dest->part() && dest->bolt("b") ? 0 : 1);
+        bool const passedBy = world.copy().edits == expected;
+        std::exit(passedBy && !dest->part() && !dest->axle() && dest->bolts() == 1 ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
 }

@@ -97,6 +97,18 @@ TEST_F(Handlers, ADerivedOneKeepsItsOverridesWhenItIsTheEngines) {
   EXPECT_EQ(dest->bolt("b")->peer(), dest->shelf("s"));
 }
 
+TEST_F(Handlers, DoNotCopyWhatIsMarked) {
+  src->newAnnex("x")->newBolt("a")->torqueIs(1);
+  dest->newAnnex("x")->newBolt("a");
+  for (char const* mark : {"hall.annex", "hall.annex/x", "hall.annex/x.bolt/a"}) {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src);
+    auto const handler = Kel::ptrCast<SessionHandler>(ec->handler());
+    handler->copiedIs("entity")->prefixIs(mark, Zuk::prefixTrieStateFactory());
+    ec->destIs(world.dest);
+    EXPECT_EQ(dest->annex("x")->bolt("a")->torque(), 0) << mark;
+  }
+}
+
 TEST_F(Handlers, MarkSessionRootsThatTheyAreGivenByPath) {
   src->u8Is(1);
   src->newPart();
@@ -355,6 +367,28 @@ TEST_F(Handlers, TheQueueOfPostCopiesKeepsItsBooks) {
   EXPECT_EQ(handler->postAttributeCopyMetadata(), S::PostAttributeCopyMetadata(1, 1));
   handler->postAttributeCopyDelAll();
   EXPECT_EQ(handler->postAttributeCopyMetadata().members(), 0u);
+}
+
+TEST_F(Handlers, APostCopyMayPutMoreOff) {
+  Kel::Dir::Ptr const clean(new Kel::Dir("clean", world.root.ptr()));
+  src->newBolt("b")->torqueIs(2);
+  int visits = 0;
+  Scripted::Visit const later = [&](auto const& ec, auto const& to, auto const& from, Kel::String const& path) {
+    auto const handler = Kel::ptrCast<SessionHandler>(ec->handler());
+    if (++visits == 1)
+      handler->postAttributeCopyEnq(EntityPtr(to->parent()), EntityPtrConst(from->parent()), "hall", "bolt");
+    else
+      handler->postAttributeCopyEnq(to, from, path, "torque");
+    return false;
+  };
+  table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Bolt",
+                                   Kel::Ptr<Scripted>(new Scripted(world.status, later)));
+  world.status->inHandlerTableIs(table);
+  world.status->cleanConfigStatusIs(S::cleanConfigStatusFactory("progress"));
+  world.status->doCreateCleanConfig(world.src, clean);
+  EXPECT_EQ(visits, 2);
+  EXPECT_EQ(World::hall(clean)->bolt("b")->torque(), 2);
+  world.status->inHandlerTableIs(nullptr);  // its handler points at the status
 }
 
 }  // namespace

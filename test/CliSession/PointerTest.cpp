@@ -106,6 +106,29 @@ TEST_P(Pointers, WaitForARootThatIsMadeAnew) {
   EXPECT_EQ(dest->weight(dest->gearbox()->pin()), 5u);
 }
 
+TEST_P(Pointers, AKeyThatGoesWhileItsTargetIsLookedForIsHeld) {
+  struct Deleting : S::EntityCopyGlobalSessionHandler {
+    Kel::Ptr<Plant::Hall> from;
+    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const&, EntityPtrConst const&) override {
+      from->weightDelAll();
+      from->boltDelAll();
+      return S::PtrTarget("/dest/later", false);
+    }
+  };
+  src->weightIs(src->newBolt("late"), 5);
+  Kel::Ptr<Deleting> const deleting(new Deleting);
+  deleting->sessionStatusIs(world.status);
+  deleting->from = src;
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->handlerIs(deleting);
+  Kel::U32 refs = 0;
+  Reactor const reactor(EntityPtrConst(ec), [&, bolt = src->bolt("late").ptr()] {
+    if (ec->pendingAttrs() > 0) refs = bolt->refs();
+  });
+  ec->destIs(world.dest);
+  EXPECT_GT(refs, 0u);
+}
+
 // A copy of the first root alone: what points into the second waits.
 struct Deferred : Pointers {
   EntityCopy::Ptr ec = world.copyFrom(world.src);

@@ -96,7 +96,9 @@ TEST_F(Reactors, MayBindUnbindAndDieWhileRunning) {
     late->notifierIs(values);  // bound too late for this change
     c->notifierIs(values);     // as a new one
     values->u8Inc();           // another change
-    a = nullptr;               // itself, while it runs
+    Reactor const& self = *a;
+    a = nullptr;  // itself, while it runs
+    EXPECT_EQ(self.refs(), 1u);
   };
   values->textIs("1");
   EXPECT_EQ(take(), "a:text;a:u8;late:u8;c:u8;");

@@ -143,6 +143,25 @@ struct CopyGoneOnWith : SecondCopy {
     SecondCopy::check(completed);
   }
 };
+// A pointer that has to wait is met again.
+struct Deferring : OfWorld {
+  Kel::Ptr<Plant::Hall> const from = World::hall(world.src), to = World::hall(world.dest);
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  Deferring() {
+    from->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("a bolt that comes late"));
+    ec->srcCopyRootDelAll();
+    ec->destIs(world.dest);
+  }
+  void run() override { ec->doCopyAttrByName(to, from, "hall", "favourite"); }
+  void check(bool) override {
+    run();
+    EXPECT_EQ(ec->pendingAttrs(), 1u);
+    from->favouriteIs(nullptr);
+    run();
+    EXPECT_EQ(ec->pendingAttrs(), 0u);
+    expectAllSound();
+  }
+};
 // With a custom handler, a filter and a bypass table, through the directory handler.
 struct RuledCopy : OfWorld {
   S::EntityCopyFilterDir::Ptr const filters = S::entityCopyFilterDirFactory("filters");
@@ -389,9 +408,10 @@ INSTANTIATE_TEST_SUITE_P(
                     of<SecondCopy>("SecondCopyByJournals", true), of<TracedCopy>("TracedCopy", false, 101),
                     of<Comparison>("Comparison"), of<PlainComparison>("PlainComparison"),
                     of<Comparison>("ComparisonByJournals", true), of<CopyGoneOnWith>("CopyGoneOnWith"),
-                    of<CopyGoneOnWith>("CopyGoneOnWithByJournals", true), of<RuledCopy>("RuledCopy"),
-                    of<Session>("Session", false, 3), of<SessionAgain>("SessionAgain"), of<Building>("Building"),
-                    of<Editing>("Editing", false, 7), of<Load>("Load"), of<Logging>("Logging"), of<Marking>("Marking")),
+                    of<CopyGoneOnWith>("CopyGoneOnWithByJournals", true), of<Deferring>("Deferring"),
+                    of<RuledCopy>("RuledCopy"), of<Session>("Session", false, 3), of<SessionAgain>("SessionAgain"),
+                    of<Building>("Building"), of<Editing>("Editing", false, 7), of<Load>("Load"),
+                    of<Logging>("Logging"), of<Marking>("Marking")),
     [](auto const& given) { return std::string(given.param.name); });
 
 }  // namespace
