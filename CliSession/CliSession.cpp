@@ -179,20 +179,6 @@ bool logHasReaders(Status const& status) {
   return handled || status.attributeEditBypassTable();
 }
 
-// Copies the attributes that custom handlers have deferred until after the main copy.
-void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
-  if (handler.postAttributeCopys() == 0) return;
-  while (handler.postAttributeCopys() > 0) {
-    // Taken first, because the record drops its pointers when it leaves the queue.
-    Kel::Ptr<PostCopyAttribute> const front = handler.postAttributeCopyIterator().value();
-    Kel::Ptr<Kel::Entity> const dest = front->dest();
-    Kel::Ptr<Kel::Entity const> const src = front->src();
-    handler.postAttributeCopyDeq();
-    ec.doCopyAttrByName(dest, src, front->path(), front->attrName());
-  }
-  if (ec.pendingAttrs() > 0) ec.doCopyPendingAttrs(false);
-}
-
 // The steps of doReplaceConfig trace under its name.
 char const* const replaceOperation = "doReplaceConfig";
 char const* const replaceSignature =

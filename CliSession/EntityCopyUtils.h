@@ -22,6 +22,10 @@ KEL_API Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::Str
 // The entity of that full name in the tree of `member`, or null.
 KEL_API Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName);
 
+// Copies the attributes that custom handlers have put off until the copy of the roots has ended, those that are put off
+// meanwhile included. Sets waiting pointers afterwards. A handler that has put nothing off costs nothing.
+KEL_API void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler);
+
 // Order paths by length: the longer path is the smaller one. Maps with paths as keys do not use this order; they use
 // that of the text (`EntityPath::compare`).
 KEL_API bool operator>=(EntityPath const& a, EntityPath const& b);

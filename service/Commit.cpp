@@ -1,6 +1,7 @@
 // Commits: the checks, the copy into running, the participants, the store.
 #include <algorithm>
 
+#include "CliSession/EntityCopyUtils.h"
 #include "service/Differ.h"
 #include "service/JsonTree.h"
 #include "service/ServiceImpl.h"
@@ -156,22 +157,6 @@ std::vector<CheckError::Finding> Service::Impl::findings(Session::Impl& session,
 
 // --- The copy ---
 
-namespace {
-
-void drainPostCopies(Cli::Session::EntityCopy& ec, Cli::Session::EntityCopyGlobalSessionHandler& handler) {
-  if (handler.postAttributeCopys() == 0) return;
-  while (handler.postAttributeCopys() > 0) {
-    Kel::Ptr<Cli::Session::PostCopyAttribute> const front = handler.postAttributeCopyIterator().value();
-    Entity::Ptr const dest = front->dest();
-    Entity::PtrConst const src = front->src();
-    handler.postAttributeCopyDeq();
-    ec.doCopyAttrByName(dest, src, front->path(), front->attrName());
-  }
-  if (ec.pendingAttrs() > 0) ec.doCopyPendingAttrs(false);
-}
-
-}  // namespace
-
 void Service::Impl::copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
                          Cli::Session::AttributeEditLog::Ptr const& log) {
   auto const ec = Cli::Session::entityCopyFactory();
@@ -188,7 +173,7 @@ void Service::Impl::copy(Kel::Dir::Ptr const& src, Kel::Dir::Ptr const& dest,
   ec->srcIs(src);
   ec->ancestorIs(src);
   ec->destIs(dest);
-  drainPostCopies(*ec, *handler);
+  Cli::Session::drainPostCopies(*ec, *handler);
   if (ownsQueues) repair(treeAt(src), treeAt(dest));
 }
 

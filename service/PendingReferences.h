@@ -1,7 +1,6 @@
 // References whose targets do not exist (yet): their texts are kept until the targets are made.
 #pragma once
 
-#include <ranges>
 #include <set>
 #include <string>
 #include <vector>
@@ -39,6 +38,14 @@ class CLI_SERVICE_API PendingReferences {
  public:
   using List = std::set<PendingReference, ByPlace>;
 
+  // A part of the list.
+  struct Range {
+    List::const_iterator first, last;
+    List::const_iterator begin() const { return first; }
+    List::const_iterator end() const { return last; }
+    bool empty() const { return first == last; }
+  };
+
   // In the order of their places.
   List const& list() const { return list_; }
   bool empty() const { return list_.empty(); }
@@ -48,7 +55,7 @@ class CLI_SERVICE_API PendingReferences {
   void erase(Path const& top);
   void clear() { list_.clear(); }
   // Those at or below a place; valid until the next change.
-  std::ranges::subrange<List::const_iterator> within(Path const& top) const;
+  Range within(Path const& top) const;
   // The one at a place, or null; valid until the next change.
   PendingReference const* find(Path const& place) const;
 

@@ -224,7 +224,7 @@ void PendingReferences::add(PendingReference reference) {
   }
 }
 
-std::ranges::subrange<PendingReferences::List::const_iterator> PendingReferences::within(Path const& top) const {
+PendingReferences::Range PendingReferences::within(Path const& top) const {
   auto const [first, last] = list_.equal_range(top);
   return {first, last};
 }
@@ -236,7 +236,7 @@ void PendingReferences::erase(Path const& top) {
 
 PendingReference const* PendingReferences::find(Path const& place) const {
   auto const found = within(place);
-  return !found.empty() && found.front().place == place ? &found.front() : nullptr;
+  return !found.empty() && found.first->place == place ? &*found.first : nullptr;
 }
 
 namespace {
