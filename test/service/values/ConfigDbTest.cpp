@@ -7,6 +7,7 @@
 #include "ConfigDbFiles.h"
 #include "Dump.h"
 #include "Files.h"
+#include "MessageOf.h"
 #include "examples/config_db/Loader.h"
 #include "service/Commands.h"
 #include "service/Difference.h"
@@ -122,12 +123,10 @@ TEST(ConfigDbWords, SayWhatIsWrong) {
   std::ifstream in(CONFIG_DB_SAMPLE);
   Configuration made(Json::parse(in));
   Editor editor(made.dir, made.pending);
-  auto const said = [&](char const* line) -> std::string {
-    try {
-      return editor.apply(line).text;
-    } catch (InputError const& e) {
-      return e.what();
-    }
+  auto const said = [&](char const* line) {
+    std::string text;
+    std::string const error = Tests::messageOf<InputError>([&] { text = editor.apply(line).text; });
+    return text.empty() ? error : text;
   };
   EXPECT_EQ(said("set network ports port Ethernet0 mtux 9000"),
             "'mtux': a Port has no such attribute; did you mean mtu?");
