@@ -147,15 +147,13 @@ struct RuledWorld : RandomWorld {
     return false;
   }
   void custom(char const* path, char const* typeName) {
-    auto const handler = Kel::Ptr<Scripted>(
-        new Scripted(status, [this](auto const& ec, auto const& to, auto const& from, Kel::String const& at) {
-          told += "visit " + at.str() + "\n";
-          bool differs = ec->doCopyEntityAttrs(to, from, at, nullptr);
-          if (eager) differs |= ec->doCopyEntityAttrs(to, from, at, nullptr);
-          told += at.str() + (differs ? " differs\n" : " does not differ\n");
-          return differs;
-        }));
-    table->registerCustomCopyHandler(S::EntityPath(path), typeName, handler);
+    handlerAt(path, typeName, [this](auto const& ec, auto const& to, auto const& from, Kel::String const& at) {
+      told += "visit " + at.str() + "\n";
+      bool differs = ec->doCopyEntityAttrs(to, from, at, nullptr);
+      if (eager) differs |= ec->doCopyEntityAttrs(to, from, at, nullptr);
+      told += at.str() + (differs ? " differs\n" : " does not differ\n");
+      return differs;
+    });
   }
   void filter(char const* path, char const* typeName, char const* first, char const* without, char const* leavesOut) {
     auto const names = S::attributeFilterFactory();

@@ -73,9 +73,7 @@ TEST_P(Pointers, BetweenEntitiesThatAreNotAtTheirPathAreNotTranslated) {
   annex->favouriteIs(annex->newBolt("b"));
   annex->chosenIs("c", annex->bolt("b"));
   dest->newAnnex("x")->newBolt("b");
-  EntityCopy::Ptr const ec = world.copyFrom(world.src);
-  ec->srcCopyRootDelAll();
-  ec->destIs(world.dest);
+  EntityCopy::Ptr const ec = world.idleCopy();
   ec->doCopyEntityAttrs(dest, foreign, "hall", nullptr);
   EXPECT_EQ(dest->favourite(), foreign->bolt("b")) << "it does not lie in the source";
   Kel::Ptr<Plant::Hall> const other = dest->newAnnex("y");

@@ -126,6 +126,11 @@ std::string dumpAt(Kel::Entity const& e, Scope const& scope, std::string const& 
 }  // namespace
 
 std::string dump(Kel::Entity const& e, Scope const& scope) { return dumpAt(e, scope, relative(e, scope)); }
+std::string dump(Scope const& scope) {
+  std::string text;
+  for (Kel::Entity const* root : scope.roots) text += dump(*root, scope);
+  return text;
+}
 
 // --- Comparison ---
 

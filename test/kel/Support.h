@@ -116,6 +116,21 @@ inline Gif anyValue(Random& random, KelType const* type) {
                                  Level, Point, Segment, Every, Opaque, Label, Count>();
 }
 
+// The types of the test model, and the framework's own entities.
+inline std::vector<KelType const*> const& allTypes() {
+  static std::vector<KelType const*> const types = [] {
+    std::vector<KelType const*> all{Dir::_fwkType(), Dir::EntryState::_fwkType(), Entity::_fwkType()};
+    for (char const* name :
+         {"Color", "Level",    "Point",   "Segment",  "Every",  "Opaque",     "Label",      "Count",
+          "Part",  "Numbered", "Colored", "Placed",   "Queued", "Plain",      "Even",       "Odd",
+          "Bound", "Binder",   "Housed",  "Defaults", "Values", "MoreValues", "SameValues", "Pointers",
+          "Maps",  "Owner",    "Queues",  "Shape",    "Square"})
+      all.push_back(KelType::find(String8("Gadgets::") + name));
+    return all;
+  }();
+  return types;
+}
+
 // Writes down which attributes it is told of.
 struct Watch : EntityNotifiee {
   explicit Watch(Entity::PtrConst const& e) {

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "CliSession/World.h"
+#include "CliSession/Sessions.h"
 #include "Kel/AttrLog.h"
 #include "Kel/ChangeJournal.h"
 #include "Kel/Exception.h"
@@ -17,7 +17,6 @@
 namespace {
 
 using namespace Tests;
-namespace S = Cli::Session;
 
 constexpr int threads = 4;
 
@@ -108,7 +107,8 @@ TEST(Threads, HandTreesOn) {
 TEST(Threads, MakeTypeRecords) {
   std::vector<std::string> const names = {"Plant::Hall",     "Plant::Bolt",          "Plant::Machine",
                                           "Kel::Dir",        "Cli::Session::Status", "Cli::Session::EntityCopy",
-                                          "Zuk::PrefixTrie", "Plant::Slot"};
+                                          "Zuk::PrefixTrie", "Plant::Slot",          "U32",
+                                          "Kel::String8",    "Kel::KelAttr"};
   std::vector<std::string> seen(threads);
   onAllThreads([&](int thread) {
     auto const mine = static_cast<std::size_t>(thread);
@@ -147,23 +147,14 @@ TEST(Threads, CopyTreesOfTheirOwn) {
 
 TEST(Threads, FillSessionsOfTheirOwn) {
   onAllThreads([&](int thread) {
-    World world;
+    SessionWorld world;
     Generator generator(static_cast<unsigned>(thread));
     world.fill(world.src, generator);
-    Kel::Dir::Ptr const sessions(new Kel::Dir("sessions", world.root.ptr()));
-    Kel::Dir::Ptr const ancestors(new Kel::Dir("ancestors", world.root.ptr()));
-    world.status->sessionDirIs(sessions);
-    world.status->ancestorDirIs(ancestors);
-    auto const config = S::configFactory("config");
-    config->initialize();
     for (char const* name : {"s1", "s2"}) {
-      auto const change = config->pendingChangeConfigDir()->newConfig(name, false, false, false, 1.0);
-      change->logAttributeEditsIs(true);
-      world.status->pendingChangeStatusDir()->newStatus(name, change, 1.0, 1);
-      for (auto const& dir : {sessions, ancestors}) dir->newEntity("Kel::Dir", name);
+      world.open(name, true);
       for (int round = 0; round < 3; ++round) {
         EXPECT_TRUE(world.status->doReplaceConfig(world.src, name));
-        EXPECT_EQ(world.dump(Kel::ptrCast<Kel::Dir>(sessions->entityRef(name))), world.dump(world.src));
+        EXPECT_EQ(world.dump(SessionWorld::dirOf(world.sessions, name)), world.dump(world.src));
         world.mutate(world.src, generator, 2);
       }
     }

@@ -18,14 +18,18 @@ namespace Tests {
 
 namespace Sv = Cli::Service;
 
+// The session roots that a tree has.
+inline std::vector<Kel::Entity*> rootsOf(Sv::Tree const& tree) {
+  std::vector<Kel::Entity*> roots;
+  for (std::string const& path : *tree.roots)
+    if (EntityPtr const root = tree.dir->entity(Kel::String8(path))) roots.push_back(root.ptr());
+  return roots;
+}
+
 // What a copy carries, in a form that equal trees share.
 inline std::string imageOf(Sv::Tree const& tree) {
-  Scope scope{*tree.dir, {}};
-  for (std::string const& path : *tree.roots)
-    if (EntityPtr const root = tree.dir->entity(Kel::String8(path))) scope.roots.push_back(root.ptr());
-  std::string text;
-  for (Kel::Entity const* root : scope.roots) text += dump(*root, scope);
-  return text;
+  auto const roots = rootsOf(tree);
+  return dump(Scope{*tree.dir, {roots.begin(), roots.end()}});
 }
 
 // The same by the service's own export, in which pointers name items of queues by their positions.
@@ -44,9 +48,9 @@ inline nlohmann::json sorted(Sv::Json const& json) {
 }
 inline std::string exportOf(Sv::Tree const& tree) {
   std::string text;
-  for (std::string const& path : *tree.roots)
-    if (EntityPtr const root = tree.dir->entity(Kel::String8(path)))
-      text += path + " " + sorted(Sv::exportEntity(*root, *tree.dir)).dump(1) + "\n";
+  for (Kel::Entity const* root : rootsOf(tree))
+    text += root->fullName().str().substr(tree.dir->fullName().chars()) + " " +
+            sorted(Sv::exportEntity(*root, *tree.dir)).dump(1) + "\n";
   return text;
 }
 
@@ -97,6 +101,18 @@ std::vector<Sv::Conflict> conflictsOf(Call const& call) {
   }
   ADD_FAILURE() << "not refused";
   return {};
+}
+
+// "path: reason" of each finding that a commit is refused for.
+template <class Call>
+std::string findingsOf(Call const& call) {
+  std::string lines;
+  try {
+    call();
+  } catch (Sv::CheckError const& e) {
+    for (auto const& finding : e.findings) lines += finding.path.text() + ": " + finding.reason + "\n";
+  }
+  return lines;
 }
 
 }  // namespace Tests

@@ -10,7 +10,8 @@ class Laws : public testing::Test {
  protected:
   template <class Law>
   void forSeeds(unsigned usual, Law const& law) {
-    for (unsigned seed = firstSeed(); seed < firstSeed() + seedCount(usual) && !HasFailure(); ++seed) {
+    for (unsigned seed : seeds(usual)) {
+      if (HasFailure()) return;
       SCOPED_TRACE("seed " + std::to_string(seed));
       law(seed);
     }
