@@ -82,11 +82,8 @@ void setFromText(Kel::Dir::Ptr const& dir, Target const& target, std::vector<std
 }
 
 void deleteTarget(Target const& target) {
-  if (target.attr) return GenericIf::ofEntity(target.entity)->attributeDel(target.attr->id(), target.key);
-  Kel::KelAttr const& holder = *target.entity->parentAttr();
-  GenericIf::PtrConst key;
-  if (holder.isCollection()) key = holder.keyType()->genericFromText(target.entity->name());
-  GenericIf::ofEntity(EntityPtr(target.entity->parent()))->attributeDel(holder.id(), key);
+  if (!target.attr) return erase(*target.entity);
+  GenericIf::ofEntity(target.entity)->attributeDel(target.attr->id(), target.key);
 }
 
 // --- The transcript ---

@@ -410,15 +410,6 @@ TEST_P(Faults, AComparisonEndsAtTheFirstDifference) {
   }
 }
 
-TEST_P(Faults, AComparisonMakesNoSessionRoot) {
-  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("b"));
-  world.dest->entryDel("sys");
-  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
-  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
-  ec->destIs(world.dest);
-  EXPECT_FALSE(world.dest->entry("sys"));
-}
-
 // --- Handlers ---
 
 TEST_P(Faults, AHandlerOfASessionRootIsAskedOnce) {

@@ -115,21 +115,13 @@ struct RuledWorld : RandomWorld {
 
  private:
   AttributeEdit anyEdit() {
-    static std::pair<char const*, char const*> const edits[] = {{"u8", "Plant::Hall"},
-                                                                {"text", "Plant::Hall"},
-                                                                {"bolt", "Plant::Hall"},
-                                                                {"gear", "Plant::Hall"},
-                                                                {"job", "Plant::Hall"},
-                                                                {"part", "Plant::Hall"},
-                                                                {"texts", "Plant::Hall"},
-                                                                {"chosen", "Plant::Hall"},
-                                                                {"", "Plant::Hall"},
-                                                                {"", "Plant::Bolt"},
-                                                                {"note", ""},
-                                                                {"history", "Plant::Hall"},
-                                                                {"weight", "Plant::Hall"}};
-    auto const& [name, type] = edits[dice.below(13)];
-    return AttributeEdit(name, type, dice.below(2) ? AttributeEditType::set_ : AttributeEditType::del_);
+    static char const* const ofHalls[] = {"u8",    "text",   "bolt", "gear",    "job",   "part",
+                                          "texts", "chosen", "",     "history", "weight"};
+    std::size_t const which = dice.below(13);
+    auto const type = dice.below(2) ? AttributeEditType::set_ : AttributeEditType::del_;
+    if (which == 11) return AttributeEdit("", "Plant::Bolt", type);
+    if (which == 12) return AttributeEdit("note", "", type);
+    return AttributeEdit(ofHalls[which], "Plant::Hall", type);
   }
   bool bypassed(std::string const& edit) const {
     if (!bypass) return false;

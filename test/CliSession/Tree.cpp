@@ -453,6 +453,16 @@ void Generator::mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targe
   fill(*gif->attribute(attr.id(), key)->entity(), 0);
 }
 
+void erase(Kel::Entity& e) {
+  EntityPtr const owner(e.parent()), held(&e);
+  if (!owner) return;
+  if (auto* in = dynamic_cast<Kel::Dir*>(owner.ptr())) return in->entryDel(Kel::Name(e.name()));
+  Kel::KelAttr const& attr = *e.parentAttr();
+  if (!attr.isCollection()) return gifOf(*owner)->attributeDel(attr.id());
+  for (Member const& m : membersOf(*owner, attr))
+    if (m.value->entityConst().ptr() == &e) return gifOf(*owner)->attributeDel(attr.id(), m.key);
+}
+
 void dropOrphans(Kel::Entity& root) {
   auto const orphan = [&](GifConst const& object) {
     return object && object->entityConst() && object->entityConst()->root() != root.root();

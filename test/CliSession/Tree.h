@@ -76,6 +76,8 @@ class Generator {
   std::mt19937 random_;
 };
 
+// Deletes an entity from what owns it. A root stays.
+void erase(Kel::Entity& e);
 // Clears the pointers, in the tree, to entities that have left it.
 void dropOrphans(Kel::Entity& root);
 

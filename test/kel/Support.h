@@ -148,6 +148,15 @@ GenericIf::Ptr boxed(Ptr<T> const& e) {
   return GenericIf::ofEntity(Ptr<Entity>(e));
 }
 
+// The constructor arguments of a member, without the index that a queue supplies.
+template <class Value>
+std::vector<Gif> constructorArgs(KelAttr const& attr, Value const& value) {
+  std::vector<Gif> list;
+  for (unsigned n = attr.isQueue() ? 1 : 0; n < attr.constraint().args(); ++n)
+    list.push_back(value(attr.constraint().argPtr(n)->type()));
+  return list;
+}
+
 inline GenericIf::Ptr listOf(std::vector<GenericIf::PtrConst> const& objects) {
   GenericIf::List::Ptr const list(new GenericIf::List);
   for (auto const& object : objects) list->objectEnq(object);

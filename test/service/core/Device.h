@@ -33,24 +33,25 @@ inline std::string imageOf(Sv::Tree const& tree) {
 }
 
 // The same by the service's own export, in which pointers name items of queues by their positions.
-inline nlohmann::json sorted(Sv::Json const& json) {
+// `queues`: in their order, too.
+inline nlohmann::json sorted(Sv::Json const& json, bool queues) {
   if (!json.is_structured()) return nlohmann::json::parse(json.dump());
   nlohmann::json made = json.is_object() ? nlohmann::json::object() : nlohmann::json::array();
   for (auto const& item : json.items()) {
     if (json.is_object())
-      made[item.key()] = sorted(item.value());
+      made[item.key()] = sorted(item.value(), queues);
     else
-      made.push_back(sorted(item.value()));
+      made.push_back(sorted(item.value(), queues));
   }
-  if (!json.empty() && json.is_array() && json[0].is_object() && json[0].contains("$key"))
-    std::sort(made.begin(), made.end());
+  if (json.empty() || !json.is_array()) return made;
+  if (!queues || (json[0].is_object() && json[0].contains("$key"))) std::sort(made.begin(), made.end());
   return made;
 }
-inline std::string exportOf(Sv::Tree const& tree) {
+inline std::string exportOf(Sv::Tree const& tree, bool queues = true) {
   std::string text;
   for (Kel::Entity const* root : rootsOf(tree))
     text += root->fullName().str().substr(tree.dir->fullName().chars()) + " " +
-            sorted(Sv::exportEntity(*root, *tree.dir)).dump(1) + "\n";
+            sorted(Sv::exportEntity(*root, *tree.dir), queues).dump(1) + "\n";
   return text;
 }
 

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "CliSession/RandomWorld.h"
+#include "Golden.h"
 #include "service/Difference.h"
 #include "service/JsonTree.h"
 
@@ -12,12 +13,6 @@ namespace {
 
 using namespace Tests;
 using namespace Cli::Service;
-
-std::string textOf(std::vector<std::string> const& lines) {
-  std::string text;
-  for (std::string const& line : lines) text += line + "\n";
-  return text;
-}
 
 struct CommandWorld : RandomWorld {
   std::vector<std::string> roots;

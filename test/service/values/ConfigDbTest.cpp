@@ -6,7 +6,7 @@
 
 #include "ConfigDbFiles.h"
 #include "Dump.h"
-#include "Files.h"
+#include "Golden.h"
 #include "MessageOf.h"
 #include "examples/config_db/Loader.h"
 #include "service/Commands.h"
@@ -39,12 +39,6 @@ struct Configuration {
   }
 };
 
-std::string textOf(std::vector<std::string> const& lines) {
-  std::string text;
-  for (std::string const& line : lines) text += line + "\n";
-  return text;
-}
-
 class ConfigDbTree : public testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
@@ -67,9 +61,9 @@ TEST_P(ConfigDbTree, CommandsLeadThereAndBack) {
     Editor editor(second.dir, pending, Editor::Source::rendering);
     Json const before = second.content(false);
     editor.applyAll(back);
-    ASSERT_EQ(second.content(false), first.content(false)) << "seed " << seed << "\n" << textOf(back);
+    ASSERT_EQ(second.content(false), first.content(false)) << "seed " << seed << "\n" << Tests::textOf(back);
     editor.applyAll(again);
-    ASSERT_EQ(second.content(false), before) << "seed " << seed << "\n" << textOf(again);
+    ASSERT_EQ(second.content(false), before) << "seed " << seed << "\n" << Tests::textOf(again);
   }
 }
 
