@@ -101,7 +101,7 @@ struct CopyOverOther : OfWorld {
   void run() override { world.copy(); }
 };
 struct TracedCopy : SecondCopy {
-  Tracing const tracing;
+  Tracing const tracing{};
 };
 struct Comparison : SecondCopy {
   std::string const before = world.dump(world.dest);
