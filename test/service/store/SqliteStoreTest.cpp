@@ -289,7 +289,7 @@ TEST(SqliteStore, SurvivesAFullDisk) {
   {
     SqliteStore store(file);
     U64 last = 10;
-    for (rlim_t room : {0, 1000, 5000, 20000, 60000}) {
+    for (rlim_t const room : std::initializer_list<rlim_t>{0, 1000, 5000, 20000, 60000}) {
       rlimit limit = before;
       limit.rlim_cur = std::filesystem::file_size(file) + room;
       ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
