@@ -10,6 +10,7 @@
 
 #include "CliSession/AsMade.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyUtils.h"
 #include "Kel/Assert.h"
 #include "Kel/Trace.h"
 

@@ -8,7 +8,7 @@
 //     kATTR KEY=TEXT       sets the value under a key, both from texts
 #include <algorithm>
 
-#include "Dump.h"
+#include "CliSession/Tree.h"
 #include "Fuzz.h"
 #include "Kel/Exception.h"
 #include "Plant.h"
@@ -59,11 +59,9 @@ struct Subject {
     bool const below = path.empty() || path.front() == '/' || full.size() > at->fullName().chars();
     Kel::Entity::Ptr const found = at->entity(Kel::String8(path));
     if (found) FUZZ_LAW(found->fullName() == Kel::String8(full), full);
-    auto const all = Tests::entitiesFrom(path.empty() || path.front() == '/' ? Kel::Entity::PtrConst(root)
-                                                                             : Kel::Entity::PtrConst(at));
-    bool const isThere = std::any_of(all.begin() + 1, all.end(), [&](Kel::Entity::PtrConst const& e) {
-      return e->fullName() == Kel::String8(full);
-    });
+    auto const all = Tests::entitiesOf(path.empty() || path.front() == '/' ? *root : *at);
+    bool const isThere = std::any_of(all.begin() + 1, all.end(),
+                                     [&](Kel::Entity const* e) { return e->fullName() == Kel::String8(full); });
     FUZZ_LAW((found != nullptr) == (possible && below && isThere), full);
     FUZZ_LAW(at->entity(Kel::EntityUriPath(Kel::String8(path))) == found, full);
   }
@@ -139,7 +137,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     std::string_view const line = input.line();
     step(Fuzz::Input(reinterpret_cast<std::uint8_t const*>(line.data()), line.size()), subject);
   }
-  for (auto const& e : Tests::entitiesFrom(subject.root))
+  for (Kel::Entity const* e : Tests::entitiesOf(*subject.root))
     if (e->parent()) subject.lookUp(e->fullName().str());
   return 0;
 }

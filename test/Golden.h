@@ -14,6 +14,12 @@ inline std::vector<std::string> linesOf(std::string const& text) {
   return lines;
 }
 
+inline std::string textOf(std::vector<std::string> const& lines) {
+  std::string text;
+  for (std::string const& line : lines) text += line + "\n";
+  return text;
+}
+
 // Fails with the lines that differ, and with the command that renews the file.
 inline void expectGolden(std::filesystem::path const& path, std::string const& said) {
   std::string const expected = golden(path, said);

@@ -54,12 +54,10 @@ class History {
     auto const names = S::attributeFilterFactory();
     names->attributeNameIs("torque", true);
     world_.table->registerEntityCopyFilter(world_.filters, S::EntityPath(""), "Plant::Bolt", names);
-    auto const visit = [this](auto const& ec, auto const& dest, auto const& src, Kel::String const& path) {
+    world_.handlerAt("", "Plant::Slot", [this](auto const& ec, auto const& dest, auto const& src, auto const& path) {
       text_ += "visit " + path.str() + "\n";
       return ec->doCopyEntityAttrs(dest, src, path, nullptr);
-    };
-    world_.table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Slot",
-                                            Kel::Ptr<Scripted>(new Scripted(world_.status, visit)));
+    });
   }
   void edit() {
     for (std::size_t n = dice_.below(3); n > 0; --n) world_.mutate(world_.src, dice_, 1);
@@ -310,7 +308,7 @@ TEST_F(Changed, ARunWithinARunMayUndoIt) {
     return differs;
   };
   ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
-  ec->handlerIs(Kel::Ptr<Scripted>(new Scripted(world.status, undoing)));
+  ec->handlerIs(world.scripted(undoing));
   ec->destIs(world.dest);
   EXPECT_EQ(dest->bolts(), 0u);
   becomesEqual();
@@ -320,14 +318,11 @@ TEST_F(Changed, AHandlerOfARootMayChangeAnotherRoot) {
   World fresh;
   fresh.rootIs("third", "Pairs::Branch");
   for (Kel::Dir::Ptr const& in : {fresh.src, fresh.dest}) in->newEntity("Pairs::Branch", "third");
-  fresh.table = S::entityCopyCustomHandlerTableFactory("table", fresh.root);
-  auto const changing = [&](auto const&, auto const&, auto const&, auto const&) {
+  fresh.handlerAt("", "Pairs::Branch", [&](auto const&, auto const&, auto const&, auto const&) {
     for (auto it = fresh.status->rootIterator(); it; ++it)
       if (auto const hall = World::hall(fresh.src, std::string(it.key().view()).c_str())) hall->u8Is(7);
     return false;
-  };
-  fresh.table->registerCustomCopyHandler(S::EntityPath(""), "Pairs::Branch",
-                                         Kel::Ptr<Scripted>(new Scripted(fresh.status, changing)));
+  });
   for (int i = 0; i < 2; ++i) fresh.copy();
   EXPECT_EQ(World::hall(fresh.dest)->u8(), 7);
   EXPECT_EQ(World::hall(fresh.dest, "sys/annex")->u8(), 7);

@@ -7,8 +7,8 @@
 //     ? PATH               shows an attribute
 //     copy                 the edits, how many pointers wait, whether the two are equal then
 //     compare              the edits, whether there is a difference
-//     trace LEVELS PATH    what the copy of one entity traces; lines with which it begins or ends as the trace before
-//                          are only counted ("... 9")
+//     trace LEVELS PATH    what the copy of one entity traces; several lines in a row that were shown before are only
+//                          counted ("... 9")
 //     root PATH TYPE       one root more
 //     dirs                 directories are reconciled entry by entry
 //     filter PATH TYPE WHEN ATTRIBUTE
@@ -19,25 +19,85 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
+#include <sstream>
 
 #include "CliSession/World.h"
 #include "Golden.h"
-#include "Reflect.h"
 
 namespace {
 
 using namespace Tests;
+using Kel::GenericIf;
+
+// --- Paths ---
+
+// What a path names: an entity, one of its attributes, or a member of a collection, which need not be there.
+struct Target {
+  EntityPtr entity;                    // the entity, or the owner of the attribute
+  Kel::KelAttr const* attr = nullptr;  // null: the entity itself
+  GenericIf::PtrConst key;             // null: no member
+};
+
+// Keys hold dots themselves: the longest path that leads to an entity with such an attribute counts.
+Target locate(Kel::Dir::Ptr const& dir, std::string const& path) {
+  if (EntityPtr const entity = dir->entity(Kel::String(path))) return {entity, nullptr, nullptr};
+  for (std::size_t dot = path.rfind('.'); dot != std::string::npos && dot > 0; dot = path.rfind('.', dot - 1)) {
+    EntityPtr const owner = dir->entity(Kel::String(path.substr(0, dot)));
+    if (!owner) continue;
+    std::string const rest = path.substr(dot + 1);
+    std::size_t const slash = rest.find('/');
+    Kel::KelAttr const* const attr = owner->type()->findAttr(rest.substr(0, slash));
+    if (attr && slash == std::string::npos) return {owner, attr, nullptr};
+    if (attr && attr->isCollection()) return {owner, attr, attr->keyType()->genericFromText(rest.substr(slash + 1))};
+  }
+  Kel::throwRangeException(Kel::String("'") + path + "': no such entity, attribute or member");
+}
+
+GenericIf::PtrConst valueFromText(Kel::Dir::Ptr const& dir, Kel::KelAttr const& attr, std::string const& text) {
+  if (!attr.isPtr()) return attr.type()->genericFromText(text);
+  return GenericIf::ofEntity(locate(dir, text).entity);
+}
+
+// The constructor arguments of an owned entity: its key, then what the texts give.
+GenericIf::Ptr argumentsFromText(Target const& target, std::vector<std::string> const& texts) {
+  GenericIf::List::Ptr const args(new GenericIf::List);
+  bool const keyed = target.key && !target.attr->isQueue();
+  if (keyed) args->objectEnq(target.key);
+  unsigned at = keyed || target.attr->isQueue() ? 1 : 0;
+  for (std::string const& text : texts)
+    args->objectEnq(target.attr->constraint().argPtr(at++)->type()->genericFromText(text));
+  return GenericIf::List::genericIf(args);
+}
+
+void setFromText(Kel::Dir::Ptr const& dir, Target const& target, std::vector<std::string> const& texts) {
+  if (!target.attr) Kel::throwRangeException(target.entity->fullName() + " is there already");
+  GenericIf::Ptr const gif = GenericIf::ofEntity(target.entity);
+  GenericIf::PtrConst const value = target.attr->instantiating() ? GenericIf::PtrConst(argumentsFromText(target, texts))
+                                                                 : valueFromText(dir, *target.attr, texts.at(0));
+  if (target.attr->isQueue())
+    gif->attributeSQEnq(target.attr->id(), value);
+  else
+    gif->attributeIs(target.attr->id(), target.key, value);
+}
+
+void deleteTarget(Target const& target) {
+  if (!target.attr) return erase(*target.entity);
+  GenericIf::ofEntity(target.entity)->attributeDel(target.attr->id(), target.key);
+}
+
+// --- The transcript ---
 
 class Script {
  public:
-  Script() { world_->table = Cli::Session::entityCopyCustomHandlerTableFactory("table", world_->root); }
+  Script() { begin(); }
 
   std::string answer(std::string const& line) try {
     std::istringstream in(line);
     std::vector<std::string> words;
     for (std::string word; in >> word;) words.push_back(word == "''" ? "" : word);
     std::string const verb = words[0];
-    if (verb == "new") return *this = Script(), "";
+    if (verb == "new") return begin(), "";
     if (verb == "make") return make(words[1], words[2]), "";
     if (verb == "root") return world_->rootIs(words[1].c_str(), words[2].c_str()), "";
     if (verb == "dirs") return dirs(), "";
@@ -47,15 +107,21 @@ class Script {
     if (verb == "copy") return copied();
     if (verb == "compare") return compared();
     if (verb == "trace") return traced(static_cast<Kel::U16>(std::stoi(words[1], nullptr, 16)), words[2]);
-    if (verb == "-") return Tests::deleteTarget(Tests::locateExisting(world_->root, words[1])), "";
-    if (verb == "?") return shown(Tests::locate(world_->root, words[1]));
+    if (verb == "-") return deleteTarget(locate(world_->root, words[1])), "";
+    if (verb == "?") return shown(locate(world_->root, words[1]));
     words.erase(words.begin());
-    return Tests::setFromText(world_->root, Tests::locate(world_->root, verb), words), "";
+    return setFromText(world_->root, locate(world_->root, verb), words), "";
   } catch (Kel::Exception const& e) {
     return e.message().str() + "\n";
   }
 
  private:
+  void begin() {
+    world_ = std::make_unique<World>();
+    world_->table = Cli::Session::entityCopyCustomHandlerTableFactory("table", world_->root);
+    filters_ = Cli::Session::entityCopyFilterDirFactory("filters");
+    bypass_ = nullptr;
+  }
   void make(std::string const& path, std::string const& type) const {
     std::size_t const slash = path.rfind('/');
     Kel::ptrCast<Kel::Dir>(world_->root->entity(Kel::String8(path.substr(0, slash))))
@@ -113,18 +179,25 @@ class Script {
     ec->srcCopyRootIs(world_->src->entity(Kel::String8(path)), true);
     Traces const handler("CliSession", levels), engine("EntityCopy", levels);
     ec->destIs(world_->dest);
-    std::vector<std::string> lines;
-    for (std::size_t i = 0; i < engine.lines.size(); ++i)
-      if (engine.lines[i].find("EntityCopyUtils/") != 0)
-        lines.push_back(withoutAddresses(engine.functions[i] + " " + engine.lines[i] + "\n"));
-    std::size_t const most = std::min(lines.size(), traced_.size());
-    std::size_t head = 0, tail = 0;
-    while (head < most && lines[head] == traced_[head]) ++head;
-    while (head + tail < most && lines.end()[-1 - tail] == traced_.end()[-1 - tail]) ++tail;
-    std::string text = head ? "... " + std::to_string(head) + "\n" : "";
-    for (std::size_t i = head; i < lines.size() - tail; ++i) text += lines[i];
-    if (tail) text += "... " + std::to_string(tail) + "\n";
-    traced_ = lines;
+    std::string text, known;
+    std::size_t count = 0;
+    auto const passOver = [&] {
+      text += count > 1 ? "... " + std::to_string(count) + "\n" : known;
+      known.clear();
+      count = 0;
+    };
+    for (std::size_t i = 0; i < engine.lines.size(); ++i) {
+      if (engine.lines[i].find("EntityCopyUtils/") == 0) continue;
+      std::string const line = withoutAddresses(engine.functions[i] + " " + engine.lines[i] + "\n");
+      if (traced_.insert(line).second) {
+        passOver();
+        text += line;
+      } else {
+        known += line;
+        ++count;
+      }
+    }
+    passOver();
     return text;
   }
   // Addresses are others every time.
@@ -133,17 +206,17 @@ class Script {
       text.erase(at + 2, text.find_first_not_of("0123456789abcdef", at + 2) - at - 2);
     return text;
   }
-  static std::string shown(Tests::Target const& target) {
+  static std::string shown(Target const& target) {
     if (!target.key) return target.entity->attributeString(target.attr->id()).str() + "\n";
     auto const member = Kel::GenericIf::ofEntity(target.entity)->attribute(target.attr->id(), target.key);
     return (member ? member->text().str() : "<null>") + "\n";
   }
 
-  std::unique_ptr<World> world_ = std::make_unique<World>();
-  Cli::Session::EntityCopyFilterDir::Ptr filters_ = Cli::Session::entityCopyFilterDirFactory("filters");
+  std::unique_ptr<World> world_;
+  Cli::Session::EntityCopyFilterDir::Ptr filters_;
   Cli::Session::AttributeEditBypassTable::Ptr bypass_;
   Kel::U16 order_ = 0;
-  std::vector<std::string> traced_;
+  std::set<std::string> traced_;
 };
 
 TEST(Copies, AreWhatTheTranscriptSaysTracedOrNot) {

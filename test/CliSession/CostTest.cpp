@@ -1,29 +1,12 @@
 // What a copy allocates on the way, with the log on, through the session handler, once everything is warm.
 //
-// The figures are of blocks from the C++ heap, by counting `operator new`; blocks of the framework's pool are among
-// them in builds with the address sanitizer only, so that those count every object, string and small array.
+// The figures are of blocks from the C++ heap; blocks of the framework's pool are among them in builds with the address
+// sanitizer only, so that those count every object, string and small array.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
-
 #include "CliSession/World.h"
+#include "Heap.h"
 #include "Kel/ChangeJournal.h"
-
-namespace {
-
-std::size_t allocations = 0;
-
-}  // namespace
-
-// Not inlined: compilers would take them for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* block = std::malloc(size)) return block;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -49,9 +32,9 @@ struct Cost : testing::Test {
   static Kel::Name name(int i) { return Kel::Name("Ethernet" + std::to_string(i)); }
   Kel::Ptr<Plant::Bolt> bolt(int i) const { return src->bolt(name(i)); }
   std::size_t ofRun() const {
-    std::size_t const before = allocations;
+    std::size_t const before = allocations();
     ec->handleCopyRoots();
-    return allocations - before;
+    return allocations() - before;
   }
   // What a copy allocates for each of many changes, beyond what it does without changes; the last of some rounds.
   double ofEach(std::function<void(int)> const& before, std::function<void(int)> const& change) const {

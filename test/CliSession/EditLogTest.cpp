@@ -16,13 +16,9 @@ using S::AttributeEditType;
 struct EditLog : testing::Test {
   World world;
   Kel::Ptr<Plant::Hall> src = World::hall(world.src), dest = World::hall(world.dest);
-  EntityCopy::Ptr ec = world.copyFrom(world.src);
+  EntityCopy::Ptr ec = world.idleCopy();
   S::AttributeEditLog::Ptr log = ec->attributeEditLog();
 
-  void SetUp() override {
-    ec->srcCopyRootDelAll();
-    ec->destIs(world.dest);
-  }
   Kel::KelAttr::PtrConst attr(char const* name) const { return Kel::KelAttr::PtrConst(dest->type()->getAttr(name)); }
   static AttributeEdit edit(char const* name, AttributeEditType type = AttributeEditType::set_) {
     return AttributeEdit(name, "Plant::Hall", type);

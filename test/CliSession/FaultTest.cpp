@@ -30,20 +30,6 @@ struct Faults : testing::TestWithParam<bool> {
     world.rootIs(name, typeName);
     return {make<T>(world.src, typeName, name), make<T>(world.dest, typeName, name)};
   }
-  // A copy whose operations are called one by one.
-  EntityCopy::Ptr engine(bool compare = false) const {
-    EntityCopy::Ptr ec = world.copyFrom(world.src);
-    ec->srcCopyRootDelAll();
-    ec->destIs(world.dest);
-    ec->stopAtFirstDiffIs(compare);
-    return ec;
-  }
-  // The handler that the test is about, for one entity.
-  static void handlerAt(World& in, char const* path, char const* typeName, Scripted::Visit const& visit) {
-    in.table = S::entityCopyCustomHandlerTableFactory("table", in.root);
-    in.table->registerCustomCopyHandler(S::EntityPath(path), typeName,
-                                        Kel::Ptr<Scripted>(new Scripted(in.status, visit)));
-  }
   static Edits log(EntityCopy::Ptr const& ec) { return editsOf(*ec->attributeEditLog()); }
 };
 INSTANTIATE_TEST_SUITE_P(Untraced, Faults, testing::Values(false));
@@ -144,19 +130,19 @@ TEST_P(Faults, EditsAreCountedWhereTheyAreMade) {
     ec->handler()->handleEntity(ec, to, annex, "any.path");
     return log(ec);
   };
-  EntityCopy::Ptr const ec = engine();
+  EntityCopy::Ptr const ec = world.idleCopy();
   ec->srcIs(annex);
   ec->destIs(dest->annex("x"));
   EXPECT_EQ(copied(ec, dest->annex("x")),
             (Edits{{"Plant::Bolt::locked set bolt/Et1", 1}, {"Plant::Hall::bolt set ", 1}}))
       << "the walk began at the copy's destination";
   auto const foreign = Kel::ptrCast<Plant::Hall>(world.outside->entityRef("foreign"));
-  EXPECT_EQ(copied(engine(), foreign), (Edits{{"Plant::Bolt::locked set ", 1}, {"Plant::Hall::bolt set ", 1}}))
+  EXPECT_EQ(copied(world.idleCopy(), foreign), (Edits{{"Plant::Bolt::locked set ", 1}, {"Plant::Hall::bolt set ", 1}}))
       << "outside of the copy's destination";
   World const other;
   Kel::Ptr<Plant::Hall> const namesake = World::hall(other.dest);
   ASSERT_EQ(namesake->fullName(), dest->fullName());
-  EXPECT_EQ(copied(engine(), namesake),
+  EXPECT_EQ(copied(world.idleCopy(), namesake),
             (Edits{{"Plant::Bolt::locked set hall.bolt/Et1", 1}, {"Plant::Hall::bolt set hall", 1}}))
       << "in another tree, where paths read alike";
 }
@@ -165,7 +151,7 @@ TEST_P(Faults, EditsAreCountedWhereAHandlerTookThem) {
   src->newAnnex("x")->newBolt("b")->lockedIs(true);
   Kel::Ptr<Plant::Hall> const other = dest->newAnnex("x")->newAnnex("y");
   auto const foreign = Kel::ptrCast<Plant::Hall>(world.outside->entityRef("foreign"));
-  handlerAt(world, "hall.annex/x", "Plant::Hall", [&](auto const& ec, auto const&, auto const& from, Kel::String path) {
+  world.handlerAt("hall.annex/x", "Plant::Hall", [&](auto const& ec, auto const&, auto const& from, Kel::String path) {
     for (Kel::Ptr<Plant::Hall> const& instead : {other, foreign}) ec->doCopyEntityAttrs(instead, from, path, nullptr);
     return true;
   });
@@ -240,7 +226,7 @@ TEST_P(Faults, OtherSessionRootsChangeWherePointersLead) {
     auto const twin = make<Plant::Bolt>(w.dest, "Plant::Bolt", "loose");
     for (char const* bolt : {"a", "m", "z"}) from->newBolt(bolt)->peerIs(loose);
     for (char const* bolt : {"a", "m", "z"}) to->newBolt(bolt);
-    handlerAt(w, "hall.bolt/m", "Plant::Bolt", [&](auto const& ec, auto const&, auto const&, auto const&) {
+    w.handlerAt("hall.bolt/m", "Plant::Bolt", [&](auto const& ec, auto const&, auto const&, auto const&) {
       auto const handler = Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler());
       if (otherStatus)
         handler->sessionStatusIs(later.status);
@@ -262,7 +248,7 @@ TEST_P(Faults, APointerLeadsIntoTheTreeThatItIsWrittenIn) {
     for (char const* bolt : {"a", "m", "z"}) hall->newBolt(bolt);
   }
   for (char const* bolt : {"a", "m", "z"}) src->bolt(bolt)->peerIs(src->shelf("t"));
-  handlerAt(world, "hall.bolt/m", "Plant::Bolt", [&](auto const& ec, auto const&, auto const& from, Kel::String path) {
+  world.handlerAt("hall.bolt/m", "Plant::Bolt", [&](auto const& ec, auto const&, auto const& from, Kel::String path) {
     return ec->doCopyEntityAttrs(namesake->bolt("m"), from, path, nullptr);
   });
   world.copy();
@@ -284,7 +270,7 @@ TEST_P(Faults, AHandlersExceptionLeavesTheWaitingPointer) {
   src->favouriteIs(late);
   src->weightIs(late, 5);
   src->chosenIs("c", late);
-  EntityCopy::Ptr const ec = engine();
+  EntityCopy::Ptr const ec = world.idleCopy();
   Kel::Ptr<Refusing> const handler(new Refusing);
   handler->sessionStatusIs(world.status);
   ec->handlerIs(handler);
@@ -357,7 +343,7 @@ TEST_P(Faults, APointerOfANewEntityWaitsOnce) {
     auto const job = from->jobEnq("j");
     job->stepEnq();
     job->aboutIs(annex->bolt("late"));
-    handlerAt(in, "", "Plant::Step", [](auto const& ec, auto const& step, auto const& srcStep, auto const& path) {
+    in.handlerAt("", "Plant::Step", [](auto const& ec, auto const& step, auto const& srcStep, auto const& path) {
       return ec->doCopyAttrByName(EntityPtr(step->parent()), EntityPtrConst(srcStep->parent()), path, "about");
     });
     EntityCopy::Ptr const ec = in.copyFrom(in.src);
@@ -380,7 +366,7 @@ TEST_P(Faults, AFilteredComparisonStopsAtTheFirstDifference) {
   src->u32Is(1);
   auto const filter = S::attributeFilterFactory();
   filter->attributeNameIs("u8", true);
-  EntityCopy::Ptr const ec = engine(true);
+  EntityCopy::Ptr const ec = world.idleCopy(true);
   EXPECT_TRUE(ec->doCopyEntityAttrs(dest, src, "hall", filter));
   EXPECT_EQ(textOf(log(ec)), "Plant::Hall::u16 set hall x1\n");
   // The filter's handler does so among what it copies first, and before what it copies last.
@@ -390,7 +376,7 @@ TEST_P(Faults, AFilteredComparisonStopsAtTheFirstDifference) {
     auto const names = first ? handler->newPreAttribute() : handler->newPostAttribute();
     names->attributeNameIs(1, "u16");
     names->attributeNameIs(2, "u32");
-    EntityCopy::Ptr const filtered = engine(true);
+    EntityCopy::Ptr const filtered = world.idleCopy(true);
     EXPECT_TRUE(handler->handleEntity(filtered, dest, src, "hall"));
     EXPECT_EQ(textOf(log(filtered)), "Plant::Hall::u16 set hall x1\n");
   }
@@ -407,7 +393,7 @@ TEST_P(Faults, AComparisonEndsAtTheFirstDifference) {
   for (auto const& [type, make] : cases) {
     World in;
     int visits = 0;
-    handlerAt(in, "", type, [&](auto const& ec, auto const& to, auto const& from, auto const& path) {
+    in.handlerAt("", type, [&](auto const& ec, auto const& to, auto const& from, auto const& path) {
       ++visits;
       return ec->doCopyEntityAttrs(to, from, path, nullptr);
     });
@@ -424,24 +410,15 @@ TEST_P(Faults, AComparisonEndsAtTheFirstDifference) {
   }
 }
 
-TEST_P(Faults, AComparisonMakesNoSessionRoot) {
-  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("b"));
-  world.dest->entryDel("sys");
-  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
-  ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
-  ec->destIs(world.dest);
-  EXPECT_FALSE(world.dest->entry("sys"));
-}
-
 // --- Handlers ---
 
 TEST_P(Faults, AHandlerOfASessionRootIsAskedOnce) {
   int asked = 0;
-  handlerAt(world, "hall", "", [&](auto const&, auto const&, auto const&, auto const&) {
+  world.handlerAt("hall", "", [&](auto const&, auto const&, auto const&, auto const&) {
     ++asked;
     return false;
   });
-  EntityCopy::Ptr const ec = engine();
+  EntityCopy::Ptr const ec = world.idleCopy();
   for (int i = 0; i < 2; ++i) ec->handler()->handleEntity(ec, dest, src, "hall");
   EXPECT_EQ(asked, 1);
 }
@@ -453,7 +430,8 @@ TEST_P(Faults, AHandlerOfAnEqualMemberIsAsked) {
   world.copy();                                                             // so that nothing has changed since
   for (auto const& [path, type] : {std::pair{"hall.crate/c.item/i", ""}, {"", "Plant::Item"}, {"", "Pairs::Leaf"}}) {
     int asked = 0;
-    handlerAt(world, path, type, [&](auto const&, auto const&, auto const&, auto const&) {
+    world.table = nullptr;
+    world.handlerAt(path, type, [&](auto const&, auto const&, auto const&, auto const&) {
       ++asked;
       return false;
     });
@@ -491,12 +469,9 @@ TEST_P(Faults, AHandlerThatComesInTheMidstIsAsked) {
     ++asked;
     return false;
   };
-  handlerAt(world, "hall.none", "", count);
+  world.handlerAt("hall.none", "", count);
   src->bolt("a")->lockedIs(true);
-  Reactor const reactor(EntityPtrConst(dest->bolt("a")), [&] {
-    world.table->registerCustomCopyHandler(S::EntityPath("hall.bolt/c"), "",
-                                           Kel::Ptr<Scripted>(new Scripted(world.status, count)));
-  });
+  Reactor const reactor(EntityPtrConst(dest->bolt("a")), [&] { world.handlerAt("hall.bolt/c", "", count); });
   world.copy();
   EXPECT_EQ(asked, 1);
 }

@@ -112,9 +112,7 @@ TEST_F(Handlers, DoNotCopyWhatIsMarked) {
 TEST_F(Handlers, MarkSessionRootsThatTheyAreGivenByPath) {
   src->u8Is(1);
   src->newPart();
-  EntityCopy::Ptr const ec = world.copyFrom(world.src);
-  ec->srcCopyRootDelAll();
-  ec->destIs(world.dest);
+  EntityCopy::Ptr const ec = world.idleCopy();
   auto const handler = Kel::ptrCast<SessionHandler>(ec->handler());
   Traces const traces("CliSession");
   EXPECT_TRUE(handler->handleEntity(ec, dest, src, "hall"));
@@ -142,15 +140,6 @@ TEST_F(Handlers, MarkSessionRootsThatTheyAreGivenByPath) {
   EXPECT_FALSE(handler->handleEntity(ec, dest, src, "hall.annex/x.bolt*/y")) << "it lies below what is marked";
 }
 
-// Does something once, when it is first told of a change.
-struct Meddler : Kel::EntityNotifiee {
-  std::function<void()> meddle;
-  Meddler(EntityPtrConst const& e, std::function<void()> what) : meddle(std::move(what)) { bind(e); }
-  void dispatch(Kel::AttributeId, void const*) override {
-    if (meddle) std::exchange(meddle, nullptr)();
-  }
-};
-
 TEST_F(Handlers, WhatAReactorChangesHoldsFromThenOn) {
   for (int way = 0; way < 4; ++way) {
     bool const traced = way % 2, ofLog = way / 2;  // the reactor of an entry of the log
@@ -173,7 +162,8 @@ TEST_F(Handlers, WhatAReactorChangesHoldsFromThenOn) {
       std::string const what = change;
       EntityPtrConst const entry = ec->attributeEditLog()->newAttributeEditEntry(
           S::AttributeEdit("locked", "Plant::Bolt", S::AttributeEditType::set_));
-      Meddler const meddler(ofLog ? entry : EntityPtrConst(to->bolt("a")), [&] {
+      Reactor const reactor(ofLog ? entry : EntityPtrConst(to->bolt("a")), [&, done = false]() mutable {
+        if (std::exchange(done, true)) return;
         if (what == "root") w.rootIs("hall.annex/x.annex/y", "Plant::Hall");
         if (what == "handler") ec->handlerIs(seer);
         if (what == "table") handler->handlerTableIs(later);
@@ -198,32 +188,20 @@ TEST_F(Handlers, WhatAReactorChangesHoldsFromThenOn) {
   }
 }
 
-// A handler that runs the engine anew, somewhere else, in the middle of a run.
-struct Nesting : SessionHandler {
-  Kel::Dir::Ptr elsewhere;
-  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
-                    Kel::String path) override {
-    Kel::Dir::Ptr const first = std::exchange(elsewhere, nullptr);
-    if (!first) return ec->doCopyEntityAttrs(dest, src, path, nullptr);
-    EntityPtr const before = ec->dest();
-    ec->handlerIs(Kel::ptrCast<SessionHandler>(ec->handler()));
-    ec->destIs(first);
-    ec->destIs(before);
-    return true;
-  }
-};
-
 TEST_F(Handlers, MayRunTheEngineAnewWhileItRuns) {
   Kel::Dir::Ptr const elsewhere = world.dir("elsewhere");
   for (char const* bolt : {"a", "b", "c"}) src->newBolt(bolt)->peerIs(src->bolt("a"));
   src->newAnnex("x")->newPart()->noteIs("n");
   src->newPart()->noteIs("m");
   src->favouriteIs(src->bolt("b"));
-  Kel::Ptr<Nesting> const nesting(new Nesting);
-  nesting->sessionStatusIs(world.status);
-  nesting->elsewhere = elsewhere;
-  table->registerCustomCopyHandler(S::EntityPath("hall.annex"), "Plant::Part", nesting);
-  copyWithTable()->destIs(world.dest);
+  world.handlerAt("hall.annex", "Plant::Part", [&, done = false](auto const& ec, auto&&... what) mutable {
+    if (std::exchange(done, true)) return ec->doCopyEntityAttrs(what..., nullptr);
+    ec->handlerIs(Kel::ptrCast<SessionHandler>(ec->handler()));
+    ec->destIs(elsewhere);
+    ec->destIs(world.dest);
+    return true;
+  });
+  world.copyFrom(world.src)->destIs(world.dest);
   EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
   EXPECT_EQ(world.dump(elsewhere), world.dump(world.src));
   EXPECT_TRUE(pointersInto(*elsewhere->entity("hall"), *world.dest).empty());
@@ -231,22 +209,18 @@ TEST_F(Handlers, MayRunTheEngineAnewWhileItRuns) {
 }
 
 TEST_F(Handlers, MayTakeTheDestinationAway) {
-  struct Ending : SessionHandler {
+  for (bool compare : {false, true}) {
     int calls = 0;
-    bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const&, EntityPtrConst const&, Kel::String) override {
+    EntityCopy::Ptr const copy = copyWithTable(compare);
+    copy->handlerIs(world.scripted([&](auto const& ec, auto const&, auto const&, auto const&) {
       ++calls;
       ec->destIs(nullptr);
       ec->handlerIs(nullptr);
       return false;
-    }
-  };
-  for (bool compare : {false, true}) {
-    Kel::Ptr<Ending> const ending(new Ending);
-    EntityCopy::Ptr const ec = copyWithTable(compare);
-    ec->handlerIs(ending);
-    ec->destIs(world.dest);
-    EXPECT_EQ(ending->calls, 1) << "of two roots";
-    EXPECT_FALSE(ec->dest() || ec->handler());
+    }));
+    copy->destIs(world.dest);
+    EXPECT_EQ(calls, 1) << "of two roots";
+    EXPECT_FALSE(copy->dest() || copy->handler());
   }
 }
 

@@ -115,21 +115,13 @@ struct RuledWorld : RandomWorld {
 
  private:
   AttributeEdit anyEdit() {
-    static std::pair<char const*, char const*> const edits[] = {{"u8", "Plant::Hall"},
-                                                                {"text", "Plant::Hall"},
-                                                                {"bolt", "Plant::Hall"},
-                                                                {"gear", "Plant::Hall"},
-                                                                {"job", "Plant::Hall"},
-                                                                {"part", "Plant::Hall"},
-                                                                {"texts", "Plant::Hall"},
-                                                                {"chosen", "Plant::Hall"},
-                                                                {"", "Plant::Hall"},
-                                                                {"", "Plant::Bolt"},
-                                                                {"note", ""},
-                                                                {"history", "Plant::Hall"},
-                                                                {"weight", "Plant::Hall"}};
-    auto const& [name, type] = edits[dice.below(13)];
-    return AttributeEdit(name, type, dice.below(2) ? AttributeEditType::set_ : AttributeEditType::del_);
+    static char const* const ofHalls[] = {"u8",    "text",   "bolt", "gear",    "job",   "part",
+                                          "texts", "chosen", "",     "history", "weight"};
+    std::size_t const which = dice.below(13);
+    auto const type = dice.below(2) ? AttributeEditType::set_ : AttributeEditType::del_;
+    if (which == 11) return AttributeEdit("", "Plant::Bolt", type);
+    if (which == 12) return AttributeEdit("note", "", type);
+    return AttributeEdit(ofHalls[which], "Plant::Hall", type);
   }
   bool bypassed(std::string const& edit) const {
     if (!bypass) return false;
@@ -147,15 +139,13 @@ struct RuledWorld : RandomWorld {
     return false;
   }
   void custom(char const* path, char const* typeName) {
-    auto const handler = Kel::Ptr<Scripted>(
-        new Scripted(status, [this](auto const& ec, auto const& to, auto const& from, Kel::String const& at) {
-          told += "visit " + at.str() + "\n";
-          bool differs = ec->doCopyEntityAttrs(to, from, at, nullptr);
-          if (eager) differs |= ec->doCopyEntityAttrs(to, from, at, nullptr);
-          told += at.str() + (differs ? " differs\n" : " does not differ\n");
-          return differs;
-        }));
-    table->registerCustomCopyHandler(S::EntityPath(path), typeName, handler);
+    handlerAt(path, typeName, [this](auto const& ec, auto const& to, auto const& from, Kel::String const& at) {
+      told += "visit " + at.str() + "\n";
+      bool differs = ec->doCopyEntityAttrs(to, from, at, nullptr);
+      if (eager) differs |= ec->doCopyEntityAttrs(to, from, at, nullptr);
+      told += at.str() + (differs ? " differs\n" : " does not differ\n");
+      return differs;
+    });
   }
   void filter(char const* path, char const* typeName, char const* first, char const* without, char const* leavesOut) {
     auto const names = S::attributeFilterFactory();

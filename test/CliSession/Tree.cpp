@@ -126,6 +126,11 @@ std::string dumpAt(Kel::Entity const& e, Scope const& scope, std::string const& 
 }  // namespace
 
 std::string dump(Kel::Entity const& e, Scope const& scope) { return dumpAt(e, scope, relative(e, scope)); }
+std::string dump(Scope const& scope) {
+  std::string text;
+  for (Kel::Entity const* root : scope.roots) text += dump(*root, scope);
+  return text;
+}
 
 // --- Comparison ---
 
@@ -446,6 +451,16 @@ void Generator::mutate(Kel::Entity& root, std::vector<Kel::Entity*> const& targe
   if (!attr.instantiating() || attr.isQueue() || below(2)) return;
   gif->attributeIs(attr.id(), key, params(attr, key));  // it comes back, perhaps made otherwise
   fill(*gif->attribute(attr.id(), key)->entity(), 0);
+}
+
+void erase(Kel::Entity& e) {
+  EntityPtr const owner(e.parent()), held(&e);
+  if (!owner) return;
+  if (auto* in = dynamic_cast<Kel::Dir*>(owner.ptr())) return in->entryDel(Kel::Name(e.name()));
+  Kel::KelAttr const& attr = *e.parentAttr();
+  if (!attr.isCollection()) return gifOf(*owner)->attributeDel(attr.id());
+  for (Member const& m : membersOf(*owner, attr))
+    if (m.value->entityConst().ptr() == &e) return gifOf(*owner)->attributeDel(attr.id(), m.key);
 }
 
 void dropOrphans(Kel::Entity& root) {

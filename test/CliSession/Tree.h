@@ -30,6 +30,8 @@ struct Scope {
 
 // What a copy carries, one line an attribute or member, sorted where order means nothing.
 std::string dump(Kel::Entity const& e, Scope const& scope);
+// Of all roots of a scope.
+std::string dump(Scope const& scope);
 
 // What has to be edited to make `dest` equal to `src`: "Type::attribute set path" with the number of edits at that
 // path, paths relative to the destination's top. The types may differ: attributes are found by name.
@@ -45,9 +47,6 @@ Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity 
 // The same for one attribute of `src`.
 Edits editsBetween(Kel::Entity const& dest, Scope const& destScope, Kel::Entity const& src, Scope const& srcScope,
                    Kel::KelAttr const& attr);
-inline bool deepEqual(Kel::Entity const& a, Scope const& aScope, Kel::Entity const& b, Scope const& bScope) {
-  return editsBetween(a, aScope, b, bScope).empty();
-}
 
 // Random content; the same seed makes the same.
 class Generator {
@@ -77,6 +76,8 @@ class Generator {
   std::mt19937 random_;
 };
 
+// Deletes an entity from what owns it. A root stays.
+void erase(Kel::Entity& e);
 // Clears the pointers, in the tree, to entities that have left it.
 void dropOrphans(Kel::Entity& root);
 

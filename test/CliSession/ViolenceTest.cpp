@@ -9,17 +9,6 @@ namespace {
 using namespace Tests;
 namespace S = Cli::Session;
 
-void erase(Kel::Entity& e) {
-  EntityPtr const owner(e.parent()), held(&e);
-  if (!owner) return;
-  if (auto* in = dynamic_cast<Kel::Dir*>(owner.ptr())) return in->entryDel(Kel::Name(e.name()));
-  Kel::KelAttr const& attr = *e.parentAttr();
-  Kel::GenericIf::Ptr const gif = Kel::GenericIf::ofEntity(owner);
-  if (!attr.isCollection()) return gif->attributeDel(attr.id());
-  for (auto it = gif->attributeIterator(attr.id()); it; ++it)
-    if (it.obj()->entity().ptr() == &e) return gif->attributeDel(attr.id(), it.key());
-}
-
 void eraseBelow(Kel::Entity& e) {
   EntityPtr const held(&e);
   if (auto* dir = dynamic_cast<Kel::Dir*>(&e)) return dir->entryStateDelAll();

@@ -42,6 +42,19 @@ struct Outcome {
   Kel::U32 pending;  // pointers that still wait
 };
 
+// A handler that does what the test says.
+struct Scripted : Cli::Session::EntityCopyGlobalSessionHandler {
+  using Visit = std::function<bool(Kel::Ptr<EntityCopy> const&, EntityPtr const&, EntityPtrConst const&, Kel::String)>;
+  Visit visit;
+  Scripted(Kel::Ptr<Cli::Session::Status> const& status, Visit what) : visit(std::move(what)) {
+    sessionStatusIs(status);
+  }
+  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
+                    Kel::String path) override {
+    return visit(ec, dest, src, path);
+  }
+};
+
 struct World {
   Kel::Dir::Ptr root = Kel::dirFactory("");
   Kel::Dir::Ptr src = Kel::Dir::Ptr(new Kel::Dir("src", root.ptr()));
@@ -106,12 +119,7 @@ struct World {
       if (EntityPtr const e = in->entity(it.key())) made.roots.push_back(e.ptr());
     return made;
   }
-  std::string dump(Kel::Dir::Ptr const& in) const {
-    std::string text;
-    Scope const all = scope(in);
-    for (Kel::Entity const* e : all.roots) text += Tests::dump(*e, all);
-    return text;
-  }
+  std::string dump(Kel::Dir::Ptr const& in) const { return Tests::dump(scope(in)); }
   Edits edits(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from, LeftOut const& leftOut = {}) const {
     Edits all;
     Scope const destScope = scope(to), srcScope = scope(from);
@@ -122,6 +130,14 @@ struct World {
     return all;
   }
 
+  Kel::Ptr<Scripted> scripted(Scripted::Visit const& visit) const {
+    return Kel::Ptr<Scripted>(new Scripted(status, visit));
+  }
+  // Has copies give the entities of a path, or of a type, to a handler of their own.
+  void handlerAt(char const* path, char const* typeName, Scripted::Visit const& visit) {
+    if (!table) table = Cli::Session::entityCopyCustomHandlerTableFactory("table", root);
+    table->registerCustomCopyHandler(Cli::Session::EntityPath(path), typeName, scripted(visit));
+  }
   Kel::Ptr<Cli::Session::EntityCopyGlobalSessionHandler> handler() const {
     auto made = Cli::Session::entityCopyGlobalSessionHandlerFactory();
     made->sessionStatusIs(status);
@@ -137,6 +153,14 @@ struct World {
     for (auto it = status->rootIterator(); it; ++it)
       if (EntityPtrConst const srcRoot = Kel::Dir::PtrConst(from)->entity(it.key())) ec->srcCopyRootIs(srcRoot, true);
     ec->srcIs(from);
+    return ec;
+  }
+  // A copy that walks no root: its operations are called one by one.
+  EntityCopy::Ptr idleCopy(bool compare = false) const {
+    EntityCopy::Ptr ec = copyFrom(src);
+    ec->srcCopyRootDelAll();
+    ec->destIs(dest);
+    ec->stopAtFirstDiffIs(compare);
     return ec;
   }
   Outcome run(Kel::Dir::Ptr const& to, Kel::Dir::Ptr const& from, bool compare = false) const {
@@ -158,19 +182,6 @@ struct TracedRun : Traces {
 struct Tracing {
   Traces engine{"EntityCopy"}, utilities{"EntityCopyUtils"}, session{"CliSession"}, paths{"PathTrie"},
       prefixes{"PrefixTrie"};
-};
-
-// A handler that does what the test says.
-struct Scripted : Cli::Session::EntityCopyGlobalSessionHandler {
-  using Visit = std::function<bool(Kel::Ptr<EntityCopy> const&, EntityPtr const&, EntityPtrConst const&, Kel::String)>;
-  Visit visit;
-  Scripted(Kel::Ptr<Cli::Session::Status> const& status, Visit what) : visit(std::move(what)) {
-    sessionStatusIs(status);
-  }
-  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
-                    Kel::String path) override {
-    return visit(ec, dest, src, path);
-  }
 };
 
 // A reactor that calls back with every change.

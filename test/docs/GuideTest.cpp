@@ -1,11 +1,11 @@
 // What the guide shows is what is compiled, and what it says is printed is what is printed.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <map>
 #include <set>
 
 #include "CodeBlocks.h"
+#include "Process.h"
 
 namespace {
 
@@ -47,12 +47,9 @@ TEST(Guide, ShowsWhatTheSamplesPrint) {
   for (fs::path const& chapter : filesIn(chapters, {".md"})) {
     std::string const program = PROGRAMS "/guide-" + chapter.stem().string();
     if (chapter.stem() == "README") continue;
-    FILE* const pipe = ::popen((program + " 2>&1").c_str(), "r");
-    ASSERT_TRUE(pipe);
-    std::string printed;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) printed += static_cast<char>(c);
-    EXPECT_EQ(::pclose(pipe), 0) << program;
-    EXPECT_EQ(Tests::codeBlocks(chapter)["text"], printed) << chapter.filename();
+    Tests::Result const result = Tests::run(program);
+    EXPECT_EQ(result.status, 0) << program;
+    EXPECT_EQ(Tests::codeBlocks(chapter)["text"], result.output) << chapter.filename();
   }
 }
 

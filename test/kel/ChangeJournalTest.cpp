@@ -8,8 +8,8 @@
 #include <sstream>
 #include <thread>
 
-#include "Allocations.h"
 #include "Edits.h"
+#include "Heap.h"
 #include "Kel/AttrAccess.h"
 
 namespace Gadgets {
@@ -582,14 +582,10 @@ TEST(ChangeJournal, ForgetsWhenMemoryRunsOut) {
     ChangeJournal& journal = ChangeJournal::attach(*owner);
     U64 const from = journal.checkpoint();
     if (leave) members[0]->noteIs("x");
-    Tests::allocationsFail = true;
-    for (U32 i = 0; i < 100; ++i) {
-      if (leave)
-        owner->numberedDel(i);
-      else
-        members[i]->noteNotify();
+    {
+      Tests::FailingHeap const none(1, Tests::FailingHeap::forGood);
+      for (U32 i = 0; i < 100; ++i) leave ? owner->numberedDel(i) : members[i]->noteNotify();
     }
-    Tests::allocationsFail = false;
     EXPECT_FALSE(journal.holds(from));
     EXPECT_TRUE(journal.holds(journal.checkpoint()));
   }

@@ -47,12 +47,8 @@ class Law {
     if (attr_->name() == "byPointField") return member->attribute(member->attributeId("from"));
     return value(attr_->keyType());
   }
-  // The constructor arguments of a member, without its index in a queue.
   std::vector<Gif> args() {
-    std::vector<Gif> list;
-    for (unsigned n = attr_->isQueue() ? 1 : 0; n < attr_->constraint().args(); ++n)
-      list.push_back(value(attr_->constraint().argPtr(n)->type()));
-    return list;
+    return constructorArgs(*attr_, [this](KelType const* type) { return value(type); });
   }
   Gif member() { return attr_->instantiating() ? listOf(args()) : value(attr_->type()); }
   static bool same(Gif const& a, Gif const& b) {

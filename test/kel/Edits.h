@@ -65,12 +65,8 @@ class Edits {
     }
   }
 
-  // Constructor arguments without the index that a queue supplies.
   Gif args(KelAttr const& attr) {
-    std::vector<Gif> list;
-    for (unsigned n = attr.isQueue() ? 1 : 0; n < attr.constraint().args(); ++n)
-      list.push_back(value(attr.constraint().argPtr(n)->type()));
-    return listOf(list);
+    return listOf(constructorArgs(attr, [this](KelType const* type) { return value(type); }));
   }
   void singleton(GenericIf& object, KelAttr const& attr) {
     if (random_.once(3))

@@ -14,17 +14,9 @@ bool belongs(KelAttr const& attr) {
          attr.name().pos("counter") != 0;
 }
 
-std::vector<KelType const*> entityTypes() {
-  std::vector<KelType const*> types{Dir::_fwkType(), Dir::EntryState::_fwkType(), Entity::_fwkType()};
-  for (char const* name : {"Part",       "Numbered", "Colored", "Placed", "Queued",   "Plain",  "Even",
-                           "Odd",        "Bound",    "Binder",  "Housed", "Defaults", "Values", "MoreValues",
-                           "SameValues", "Pointers", "Maps",    "Owner",  "Queues",   "Shape",  "Square"})
-    types.push_back(KelType::find(String8("Gadgets::") + name));
-  return types;
-}
-
 TEST(PlainEqual, TakesInWhatACopyCarriesAndHoldsValues) {
-  for (KelType const* type : entityTypes()) {
+  for (KelType const* type : allTypes()) {
+    if (!type->isEntity()) continue;
     bool any = false;
     for (KelAttr const* attr : type->attributeQ()) {
       EXPECT_EQ(attr->inPlainEqual(), belongs(*attr)) << attr->fullName() << " of " << *type;
@@ -72,7 +64,7 @@ class Pair {
 };
 
 TEST(PlainEqual, IsThatEveryAttributeInItIsEqual) {
-  for (KelType const* type : entityTypes()) {
+  for (KelType const* type : allTypes()) {
     if (type->isAbstract() || !type->plainEqual()) continue;
     SCOPED_TRACE(type->fullTypeName());
     Edits choice(3);

@@ -300,6 +300,10 @@ TEST(Calls, RefuseWrongArgumentsBeforeTheyRun) {
   });
   expectRefused<TypeException>("Gadgets::Square::fail(message)", [&] { call({{"message", box(U32(1))}}); });
   expectRefused<TypeException>("Gadgets::Square::fail(message)", [&] { call({{"message", nullptr}}); });
+  expectRefused<UnknownArgException>("argument 'message' is missing", [&] { call({}); });
+  expectRefused<UnknownArgException>("unknown argument 'none'", [&] {
+    call({{"message", box(Name("m"))}, {"none", nullptr}});
+  });
   EXPECT_EQ(square->calls(), 0u);
   expectRefused<ConstException>("Gadgets::Square::fail", [&] {
     GenericIf::ofEntity(Square::PtrConst(square))->attributeCall(Square::failAttr, {{"message", box(Name("m"))}});

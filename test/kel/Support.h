@@ -116,6 +116,21 @@ inline Gif anyValue(Random& random, KelType const* type) {
                                  Level, Point, Segment, Every, Opaque, Label, Count>();
 }
 
+// The types of the test model, and the framework's own entities.
+inline std::vector<KelType const*> const& allTypes() {
+  static std::vector<KelType const*> const types = [] {
+    std::vector<KelType const*> all{Dir::_fwkType(), Dir::EntryState::_fwkType(), Entity::_fwkType()};
+    for (char const* name :
+         {"Color", "Level",    "Point",   "Segment",  "Every",  "Opaque",     "Label",      "Count",
+          "Part",  "Numbered", "Colored", "Placed",   "Queued", "Plain",      "Even",       "Odd",
+          "Bound", "Binder",   "Housed",  "Defaults", "Values", "MoreValues", "SameValues", "Pointers",
+          "Maps",  "Owner",    "Queues",  "Shape",    "Square"})
+      all.push_back(KelType::find(String8("Gadgets::") + name));
+    return all;
+  }();
+  return types;
+}
+
 // Writes down which attributes it is told of.
 struct Watch : EntityNotifiee {
   explicit Watch(Entity::PtrConst const& e) {
@@ -131,6 +146,15 @@ struct Watch : EntityNotifiee {
 template <class T>
 GenericIf::Ptr boxed(Ptr<T> const& e) {
   return GenericIf::ofEntity(Ptr<Entity>(e));
+}
+
+// The constructor arguments of a member, without the index that a queue supplies.
+template <class Value>
+std::vector<Gif> constructorArgs(KelAttr const& attr, Value const& value) {
+  std::vector<Gif> list;
+  for (unsigned n = attr.isQueue() ? 1 : 0; n < attr.constraint().args(); ++n)
+    list.push_back(value(attr.constraint().argPtr(n)->type()));
+  return list;
 }
 
 inline GenericIf::Ptr listOf(std::vector<GenericIf::PtrConst> const& objects) {

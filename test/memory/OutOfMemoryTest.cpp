@@ -8,12 +8,12 @@
 #include <new>
 #include <sstream>
 
-#include "CliSession/World.h"
+#include "CliSession/Sessions.h"
+#include "Heap.h"
 #include "Kel/AttrLog.h"
 #include "Kel/ChangeJournal.h"
 #include "Zuk/PrefixTrieOutput.h"
 #include "examples/config_db/Loader.h"
-#include "memory/Injector.h"
 
 namespace {
 
@@ -57,7 +57,7 @@ struct Scenario {
 using Make = std::function<std::unique_ptr<Scenario>()>;
 
 struct OfWorld : Scenario {
-  World world;
+  SessionWorld world;
   explicit OfWorld(unsigned seed = 0) {
     Generator generator(seed);
     world.fill(world.src, generator, 1);
@@ -101,7 +101,7 @@ struct CopyOverOther : OfWorld {
   void run() override { world.copy(); }
 };
 struct TracedCopy : SecondCopy {
-  Tracing const tracing;
+  Tracing const tracing{};
 };
 struct Comparison : SecondCopy {
   std::string const before = world.dump(world.dest);
@@ -191,44 +191,25 @@ struct RuledCopy : OfWorld {
   }
 };
 
-struct Session : OfWorld {
-  Kel::Dir::Ptr const sessions{new Kel::Dir("sessions", world.root.ptr())};
-  Kel::Dir::Ptr const ancestors{new Kel::Dir("ancestors", world.root.ptr())};
-  S::Config::Ptr const config = S::configFactory("config");
-  S::PendingChangeStatus::Ptr pending;
-
-  Session() : OfWorld(8) {
-    config->initialize();
-    world.status->sessionDirIs(sessions);
-    world.status->ancestorDirIs(ancestors);
-  }
-  Kel::Dir::Ptr session() const { return Kel::ptrCast<Kel::Dir>(sessions->entityRef("s1")); }
-  void open() {
-    auto const change = config->pendingChangeConfigDir()->configIs("s1", false, false, false, 1.0);
-    change->logAttributeEditsIs(true);
-    pending = world.status->pendingChangeStatusDir()->statusIs("s1", change, 1.0, 1);
-    for (auto const& dir : {sessions, ancestors})
-      if (!dir->entry("s1")) dir->newEntity("Kel::Dir", "s1");
-  }
+struct Filling : OfWorld {
+  Filling() : OfWorld(8) {}
   void run() override {
-    open();
+    world.open("s1", true);
     EXPECT_TRUE(world.status->doReplaceConfig(world.src, "s1"));
   }
   void check(bool) override {
     expectAllSound();
-    open();
-    EXPECT_TRUE(world.status->doReplaceConfig(world.src, "s1"));
-    for (auto const& dir : {sessions, ancestors})
-      EXPECT_EQ(world.dump(Kel::ptrCast<Kel::Dir>(dir->entityRef("s1"))), world.dump(world.src));
-    EXPECT_EQ(pending->locals(), world.status->roots());
+    run();
+    for (auto const& in : {world.sessions, world.ancestors})
+      EXPECT_EQ(world.dump(SessionWorld::dirOf(in, "s1")), world.dump(world.src));
+    EXPECT_EQ(world.status->pendingChangeStatusDir()->status("s1")->locals(), world.status->roots());
     expectAllSound();
   }
 };
-// A session of which a root vanishes from the source, and the rest changes.
-struct SessionAgain : Session {
-  SessionAgain() {
-    open();
-    EXPECT_TRUE(world.status->doReplaceConfig(world.src, "s1"));
+// A session of which a root is made anew in the source, and the rest changes.
+struct FillingAgain : Filling {
+  FillingAgain() {
+    Filling::run();
     Kel::ptrCast<Kel::Dir>(world.src->entityRef("sys"))->entryDel("annex");
     Kel::ptrCast<Kel::Dir>(world.src->entityRef("sys"))->newEntity("Plant::Hall", "annex");
     differ(9, 8);
@@ -409,7 +390,7 @@ INSTANTIATE_TEST_SUITE_P(
                     of<Comparison>("Comparison"), of<PlainComparison>("PlainComparison"),
                     of<Comparison>("ComparisonByJournals", true), of<CopyGoneOnWith>("CopyGoneOnWith"),
                     of<CopyGoneOnWith>("CopyGoneOnWithByJournals", true), of<Deferring>("Deferring"),
-                    of<RuledCopy>("RuledCopy"), of<Session>("Session", false, 3), of<SessionAgain>("SessionAgain"),
+                    of<RuledCopy>("RuledCopy"), of<Filling>("Session", false, 3), of<FillingAgain>("SessionAgain"),
                     of<Building>("Building"), of<Editing>("Editing", false, 7), of<Load>("Load"),
                     of<Logging>("Logging"), of<Marking>("Marking")),
     [](auto const& given) { return std::string(given.param.name); });

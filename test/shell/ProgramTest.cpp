@@ -1,32 +1,16 @@
 // The programs as processes: exit status and output.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <memory>
 #include <string>
 
 #include "Files.h"
+#include "Process.h"
 
 namespace {
 
-struct Result {
-  int status;
-  std::string output;  // both streams
-};
-
-Result run(std::string const& command) {
-  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), nullptr);
-  Result result{-1, {}};
-  std::array<char, 4096> buffer;
-  while (std::size_t const n = fread(buffer.data(), 1, buffer.size(), pipe.get()))
-    result.output.append(buffer.data(), n);
-  int const status = pclose(pipe.release());
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
-  return result;
-}
+using Tests::Result;
+using Tests::run;
 
 std::string const sample = SOURCE_DIR "/examples/config_db/leaf.json";
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "Device.h"
-#include "Files.h"
+#include "Golden.h"
 #include "Interpreter.h"
 #include "examples/config_db/Model.h"
 
@@ -38,7 +38,7 @@ TEST_P(Transcript, Holds) {
     return text;
   });
   std::filesystem::current_path(before);
-  EXPECT_EQ(Tests::golden(path, said), said) << "renew " << path << " with UPDATE_GOLDEN=1, and read the difference";
+  Tests::expectGolden(path, said);
 }
 
 std::vector<std::string> names() {

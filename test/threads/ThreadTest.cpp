@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "CliSession/World.h"
+#include "CliSession/Sessions.h"
 #include "Kel/AttrLog.h"
 #include "Kel/ChangeJournal.h"
 #include "Kel/Exception.h"
@@ -17,9 +17,9 @@
 namespace {
 
 using namespace Tests;
-namespace S = Cli::Session;
 
 constexpr int threads = 4;
+constexpr int copies = 1000000;  // of one object on each thread, so that threads meet at its count
 
 // Runs `what(number)` on several threads that begin together.
 template <class What>
@@ -43,7 +43,7 @@ struct Counted : Kel::VFPtrInterface {
 std::atomic<int> Counted::destroyed{0};
 
 TEST(Threads, ShareHandles) {
-  constexpr int objects = 200;
+  constexpr int objects = 4;
   std::vector<Kel::Ptr<Counted>> shared;
   for (int i = 0; i < objects; ++i) shared.emplace_back(new Counted(i));
   // Each thread has handles of its own; whichever drops the last one destroys the object.
@@ -52,16 +52,16 @@ TEST(Threads, ShareHandles) {
   onAllThreads([&](int thread) {
     long sum = 0;
     for (Kel::Ptr<Counted>& handle : own[static_cast<std::size_t>(thread)]) {
-      for (int i = 0; i < 20; ++i) sum += Kel::Ptr<Counted>(handle)->number;
+      for (int i = 0; i < copies; ++i) sum += Kel::Ptr<Counted>(handle)->number;
       handle = nullptr;
     }
-    EXPECT_EQ(sum, 20L * objects * (objects - 1) / 2);
+    EXPECT_EQ(sum, 1L * copies * objects * (objects - 1) / 2);
   });
   EXPECT_EQ(Counted::destroyed, objects);
 }
 
 TEST(Threads, ShareStrings) {
-  constexpr int rounds = 300;
+  constexpr int rounds = 4;
   std::vector<Kel::String> shared;
   for (int i = 0; i < rounds; ++i) shared.emplace_back("a text of more than sixteen bytes " + std::to_string(i));
   std::vector<std::vector<Kel::String>> own(threads, shared);
@@ -71,6 +71,7 @@ TEST(Threads, ShareStrings) {
     for (int i = 0; i < rounds; ++i) {
       Kel::String& text = mine[static_cast<std::size_t>(i)];
       hashes[static_cast<std::size_t>(thread)].push_back(text.hash());
+      for (int n = 0; n < copies; ++n) EXPECT_TRUE(Kel::String(text).sharesBytes(text));
       Kel::String const longer = text + "!";
       EXPECT_EQ(longer.substr(0, text.chars()), text);
       Kel::String other = text;
@@ -108,7 +109,8 @@ TEST(Threads, HandTreesOn) {
 TEST(Threads, MakeTypeRecords) {
   std::vector<std::string> const names = {"Plant::Hall",     "Plant::Bolt",          "Plant::Machine",
                                           "Kel::Dir",        "Cli::Session::Status", "Cli::Session::EntityCopy",
-                                          "Zuk::PrefixTrie", "Plant::Slot"};
+                                          "Zuk::PrefixTrie", "Plant::Slot",          "U32",
+                                          "Kel::String8",    "Kel::KelAttr"};
   std::vector<std::string> seen(threads);
   onAllThreads([&](int thread) {
     auto const mine = static_cast<std::size_t>(thread);
@@ -147,23 +149,14 @@ TEST(Threads, CopyTreesOfTheirOwn) {
 
 TEST(Threads, FillSessionsOfTheirOwn) {
   onAllThreads([&](int thread) {
-    World world;
+    SessionWorld world;
     Generator generator(static_cast<unsigned>(thread));
     world.fill(world.src, generator);
-    Kel::Dir::Ptr const sessions(new Kel::Dir("sessions", world.root.ptr()));
-    Kel::Dir::Ptr const ancestors(new Kel::Dir("ancestors", world.root.ptr()));
-    world.status->sessionDirIs(sessions);
-    world.status->ancestorDirIs(ancestors);
-    auto const config = S::configFactory("config");
-    config->initialize();
     for (char const* name : {"s1", "s2"}) {
-      auto const change = config->pendingChangeConfigDir()->newConfig(name, false, false, false, 1.0);
-      change->logAttributeEditsIs(true);
-      world.status->pendingChangeStatusDir()->newStatus(name, change, 1.0, 1);
-      for (auto const& dir : {sessions, ancestors}) dir->newEntity("Kel::Dir", name);
+      world.open(name, true);
       for (int round = 0; round < 3; ++round) {
         EXPECT_TRUE(world.status->doReplaceConfig(world.src, name));
-        EXPECT_EQ(world.dump(Kel::ptrCast<Kel::Dir>(sessions->entityRef(name))), world.dump(world.src));
+        EXPECT_EQ(world.dump(SessionWorld::dirOf(world.sessions, name)), world.dump(world.src));
         world.mutate(world.src, generator, 2);
       }
     }

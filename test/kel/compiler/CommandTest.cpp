@@ -1,12 +1,11 @@
 // The command: its exit status, what it writes and what it leaves alone.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 
 #include "ModelTest.h"
+#include "Process.h"
 #include "compiler/Options.h"
 #include "compiler/Output.h"
 
@@ -19,12 +18,9 @@ class Command : public testing::Test {
  protected:
   // The exit status; what it printed is in `printed`.
   int run(std::string const& args) {
-    fs::path const log = dir_.path() / "log";
-    std::string const line = "cd " + dir_.path().string() + " && " + KELC + " " + args + " > log 2>&1";
-    int const status = std::system(line.c_str());
-    printed = readFile(log);
-    fs::remove(log);
-    return WEXITSTATUS(status);
+    Tests::Result const result = Tests::run("cd " + dir_.path().string() + " && " + KELC + " " + args);
+    printed = result.output;
+    return result.status;
   }
   void write(std::string const& name, std::string const& text) { dir_.write(name, text); }
   std::string read(std::string const& name) { return readFile(dir_.path() / name); }

@@ -57,6 +57,12 @@ struct Conflicts : testing::Test {
     session->commit();
     running(*device->hall());
   }
+  // The same whoever edits and whoever commits.
+  void expectBothWays(Edit const& before, Edit const& one, Edit const& other, std::string const& conflicts,
+                      Edit const& ones, Edit const& others) {
+    expect(before, one, other, conflicts, ones, others);
+    expect(before, other, one, conflicts, others, ones);
+  }
   void expectNone(Edit const& before, Edit const& edit, Edit const& change, Edit const& both) {
     prepare(before, edit, change);
     EXPECT_EQ(linesOf(session->conflicts()), "");
@@ -68,13 +74,23 @@ struct Conflicts : testing::Test {
 };
 
 Edit const nothing = [](Plant::Hall&) {};
-
-TEST_F(Conflicts, OneValue) {
-  expect([](auto& h) { h.u32Is(1); }, [](auto& h) { h.u32Is(2); }, [](auto& h) { h.u32Is(3); }, "hall.u32 value\n",
-         [](auto& h) { EXPECT_EQ(h.u32(), 2u); }, [](auto& h) { EXPECT_EQ(h.u32(), 3u); });
+Edit history(std::string const& items) {
+  return [=](Plant::Hall& h) {
+    h.historyDelAll();
+    for (char c : items) h.historyEnq(Kel::String8(std::string(1, c)));
+  };
+}
+Edit hasHistory(std::string const& items) {
+  return [=](Plant::Hall& h) {
+    std::string found;
+    for (auto it = h.historyIterator(); it; ++it) found += it.value().str();
+    EXPECT_EQ(found, items);
+  };
 }
 
-TEST_F(Conflicts, OneKeyOfACollection) {
+TEST_F(Conflicts, OneValueOrMember) {
+  expect([](auto& h) { h.u32Is(1); }, [](auto& h) { h.u32Is(2); }, [](auto& h) { h.u32Is(3); }, "hall.u32 value\n",
+         [](auto& h) { EXPECT_EQ(h.u32(), 2u); }, [](auto& h) { EXPECT_EQ(h.u32(), 3u); });
   expect([](auto& h) { h.textsIs("k", "1"); }, [](auto& h) { h.textsIs("k", "2"); }, [](auto& h) { h.textsDel("k"); },
          "hall.texts/k value\n", [](auto& h) { EXPECT_EQ(h.texts("k"), "2"); },
          [](auto& h) { EXPECT_FALSE(h.textsHas("k")); });
@@ -103,7 +119,7 @@ TEST_F(Conflicts, DifferentNodesAreNone) {
   expectNone(
       [](auto& h) {
         h.newBolt("b");
-        for (char const* item : {"a", "b", "c"}) h.historyEnq(item);
+        history("abc")(h);
       },
       [](auto& h) {
         h.bolt("b")->torqueIs(1);
@@ -122,27 +138,18 @@ TEST_F(Conflicts, DifferentNodesAreNone) {
         EXPECT_TRUE(h.bolt("b")->locked());
         EXPECT_EQ(h.textss(), 2u);
         EXPECT_EQ(h.slots(), 2u);
-        std::string items;
-        for (auto it = h.historyIterator(); it; ++it) items += it.value().str();
-        EXPECT_EQ(items, "bcd");
+        hasHistory("bcd")(h);
       });
 }
 
 TEST_F(Conflicts, ADeletionAboveAChange) {
-  expect([](auto& h) { h.newAnnex("x")->newBolt("b"); }, [](auto& h) { h.annex("x")->bolt("b")->torqueIs(9); },
-         [](auto& h) { h.annexDel("x"); }, "hall.annex/x existence hall.annex/x.bolt/b.torque\n",
-         [](auto& h) {
-           ASSERT_TRUE(h.annex("x"));
-           EXPECT_EQ(h.annex("x")->bolt("b")->torque(), 9);
-         },
-         [](auto& h) { EXPECT_FALSE(h.annex("x")); });
-  expect([](auto& h) { h.newAnnex("x")->newBolt("b"); }, [](auto& h) { h.annexDel("x"); },
-         [](auto& h) { h.annex("x")->bolt("b")->torqueIs(9); }, "hall.annex/x existence hall.annex/x.bolt/b.torque\n",
-         [](auto& h) { EXPECT_FALSE(h.annex("x")); },
-         [](auto& h) {
-           ASSERT_TRUE(h.annex("x"));
-           EXPECT_EQ(h.annex("x")->bolt("b")->torque(), 9);
-         });
+  expectBothWays([](auto& h) { h.newAnnex("x")->newBolt("b"); }, [](auto& h) { h.annex("x")->bolt("b")->torqueIs(9); },
+                 [](auto& h) { h.annexDel("x"); }, "hall.annex/x existence hall.annex/x.bolt/b.torque\n",
+                 [](auto& h) {
+                   ASSERT_TRUE(h.annex("x"));
+                   EXPECT_EQ(h.annex("x")->bolt("b")->torque(), 9);
+                 },
+                 [](auto& h) { EXPECT_FALSE(h.annex("x")); });
 }
 
 TEST_F(Conflicts, ADeletionBelowADeletionIsNone) {
@@ -184,9 +191,7 @@ TEST_F(Conflicts, APointerAtWhatTheOtherDeleted) {
     EXPECT_FALSE(h.bolt("t"));
     EXPECT_FALSE(h.bolt("p")->peer());
   };
-  char const* const conflict = "hall.bolt/p.peer existence -> hall.bolt/t\n";
-  expect(before, points, deletes, conflict, pointing, gone);
-  expect(before, deletes, points, conflict, gone, pointing);
+  expectBothWays(before, points, deletes, "hall.bolt/p.peer existence -> hall.bolt/t\n", pointing, gone);
 }
 
 TEST_F(Conflicts, AMemberWhoseKeyAndValueTheOtherDeleted) {
@@ -207,9 +212,7 @@ TEST_F(Conflicts, AMemberWhoseKeyAndValueTheOtherDeleted) {
     EXPECT_FALSE(h.bolt("key") || h.bolt("value"));
     EXPECT_FALSE(h.matedIterator());
   };
-  char const* const conflict = "hall.mated/hall.bolt/key existence -> hall.bolt/key\n";
-  expect(before, points, deletes, conflict, pointing, gone);
-  expect(before, deletes, points, conflict, gone, pointing);
+  expectBothWays(before, points, deletes, "hall.mated/hall.bolt/key existence -> hall.bolt/key\n", pointing, gone);
 }
 
 TEST_F(Conflicts, APointerInWhatWasCreated) {
@@ -261,9 +264,7 @@ TEST_F(Conflicts, WhatIsKeptKeepsWhatItPointsAt) {
     EXPECT_EQ(h.bolt("p")->peer(), h.bolt("t"));
   };
   Edit const gone = [](auto& h) { EXPECT_FALSE(h.bolt("p") || h.bolt("t")); };
-  char const* const conflict = "hall.bolt/p existence hall.bolt/p.torque\n";
-  expect(before, changes, deletes, conflict, kept, gone);
-  expect(before, deletes, changes, conflict, gone, kept);
+  expectBothWays(before, changes, deletes, "hall.bolt/p existence hall.bolt/p.torque\n", kept, gone);
 }
 
 // So on along a chain of pointers.
@@ -276,24 +277,7 @@ TEST_F(Conflicts, WhatIsKeptKeepsAChain) {
   };
   Edit const point = [](auto&h) { h.favouriteIs(h.bolt("a")); }, drop = [](auto&h) { h.boltDelAll(); };
   Edit const all = [](auto&h) { EXPECT_EQ(h.bolts(), 4u); }, none = [](auto&h) { EXPECT_EQ(h.bolts(), 0u); };
-  expect(chain, point, drop, "hall.favourite existence -> hall.bolt/a\n", all, none);
-  expect(chain, drop, point, "hall.favourite existence -> hall.bolt/a\n", none, all);
-}
-
-void setHistory(Plant::Hall& h, std::string const& items) {
-  h.historyDelAll();
-  for (char c : items) h.historyEnq(Kel::String8(std::string(1, c)));
-}
-std::string historyOf(Plant::Hall& h) {
-  std::string items;
-  for (auto it = h.historyIterator(); it; ++it) items += it.value().str();
-  return items;
-}
-Edit history(std::string const& items) {
-  return [=](Plant::Hall& h) { setHistory(h, items); };
-}
-Edit hasHistory(std::string const& items) {
-  return [=](Plant::Hall& h) { EXPECT_EQ(historyOf(h), items); };
+  expectBothWays(chain, point, drop, "hall.favourite existence -> hall.bolt/a\n", all, none);
 }
 
 TEST_F(Conflicts, OverlappingRuns) {
@@ -332,14 +316,10 @@ TEST_F(Conflicts, ItemsOfAQueue) {
   expectNone(
       before, [&](auto& h) { at(h, 2).value()->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 0).key()); },
       [&](auto& h) { EXPECT_EQ(jobs(h), "two three! "); });
-  expect(
+  expectBothWays(
       before, [&](auto& h) { at(h, 1).value()->doneIs(true); }, [&](auto& h) { h.jobDel(at(h, 1).key()); },
       "hall.job/1 existence hall.job/1.done\n", [&](auto& h) { EXPECT_EQ(jobs(h), "one two! three "); },
       [&](auto& h) { EXPECT_EQ(jobs(h), "one three "); });
-  expect(
-      before, [&](auto& h) { h.jobDel(at(h, 1).key()); }, [&](auto& h) { at(h, 1).value()->doneIs(true); },
-      "hall.job/1 existence hall.job/1.done\n", [&](auto& h) { EXPECT_EQ(jobs(h), "one three "); },
-      [&](auto& h) { EXPECT_EQ(jobs(h), "one two! three "); });
 }
 
 // --- Settling ---
@@ -349,6 +329,15 @@ struct Settling : Conflicts {
     prepare([](auto& h) { h.u32Is(1); }, [](auto& h) { h.u32Is(2); }, [](auto& h) { h.u32Is(3); });
   }
   Sv::Path path(char const* text = "hall.u32") { return pathIn(session->tree(), text); }
+  // An edit of two nodes of a bolt that the other one deletes.
+  void prepareTwoNodes() {
+    prepare([](auto& h) { h.newBolt("b"); },
+            [](auto& h) {
+              h.bolt("b")->torqueIs(1);
+              h.bolt("b")->lockedIs(true);
+            },
+            [](auto& h) { h.boltDel("b"); });
+  }
   void otherCommits(Kel::U32 value) {
     Sv::Session& other = *device->service->session("other");
     other.update(Mode::preferRunning);
@@ -418,12 +407,7 @@ TEST_F(Settling, OfWhatOnlyRunningChanged) {
 }
 
 TEST_F(Settling, OfSeveralNodesByEach) {
-  prepare([](auto& h) { h.newBolt("b"); },
-          [](auto& h) {
-            h.bolt("b")->torqueIs(1);
-            h.bolt("b")->lockedIs(true);
-          },
-          [](auto& h) { h.boltDel("b"); });
+  prepareTwoNodes();
   ASSERT_EQ(session->conflicts().size(), 1u);
   mine().bolt("b")->torqueIs(2);
   EXPECT_EQ(session->conflicts().size(), 1u);
@@ -435,24 +419,17 @@ TEST_F(Settling, OfSeveralNodesByEach) {
 
 TEST_F(Settling, OfSeveralNodesByTheirEntity) {
   for (Sv::Side side : {Sv::Side::session, Sv::Side::running}) {
-    prepare([](auto& h) { h.newBolt("b"); },
-            [](auto& h) {
-              h.bolt("b")->torqueIs(1);
-              h.bolt("b")->lockedIs(true);
-            },
-            [](auto& h) { h.boltDel("b"); });
+    prepareTwoNodes();
     session->resolve(path("hall.bolt/b"), side);
     session->commit();
     EXPECT_EQ(bool(device->hall()->bolt("b")), side == Sv::Side::session);
   }
 }
 
-// --- The example of the draft ---
-
 // What was settled before a commit does not settle a later conflict with the same content.
 TEST_F(Settling, EndsWithACommit) {
   ASSERT_EQ(session->conflicts().size(), 1u);
-  session->resolve(pathIn(session->tree(), "hall.u32"), Sv::Side::session);
+  session->resolve(path(), Sv::Side::session);
   session->commit();
   otherCommits(3);
   mine().u32Is(5);
@@ -462,11 +439,10 @@ TEST_F(Settling, EndsWithACommit) {
 // Nor one before the session was cleared. An update of a path alone forgets nothing.
 TEST_F(Settling, EndsWhenTheSessionIsCleared) {
   ASSERT_EQ(session->conflicts().size(), 1u);
-  Sv::Path const u32 = pathIn(session->tree(), "hall.u32");
-  session->resolve(u32, Sv::Side::session);
+  session->resolve(path(), Sv::Side::session);
   session->clear();
   otherCommits(4);
-  session->update(Mode::preferRunning, u32);
+  session->update(Mode::preferRunning, path());
   otherCommits(3);
   mine().u32Is(5);
   EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), 1u);
@@ -477,7 +453,7 @@ TEST_F(Settling, OfAnEntityHoldsBelowIt) {
   prepare([](auto& h) { h.newBolt("a"), h.newBolt("b"); }, [](auto& h) { h.bolt("a")->torqueIs(1); },
           [](auto& h) { h.boltDel("a"), h.boltDel("b"); });
   EXPECT_EQ(session->conflicts().size(), 1u);
-  session->resolve(pathIn(session->tree(), "hall.bolt/a"), Sv::Side::session);
+  session->resolve(path("hall.bolt/a"), Sv::Side::session);
   mine().bolt("a")->peerIs(mine().bolt("b"));
   EXPECT_EQ(linesOf(session->conflicts()), "");
   session->commit();
@@ -524,35 +500,6 @@ TEST_F(Settling, IsRefusedWhole) {
   EXPECT_THROW(session->resolve(Sv::parsePath(device->running, "hall.annex/n.favourite"), Sv::Side::running),
                Sv::Error);
   EXPECT_EQ(session->conflicts().size(), 2u);
-}
-
-TEST_F(Conflicts, TheWorkedExample) {
-  Edit const before = [](auto& h) {
-    h.newSlot(1)->textIs("Link to London");
-    h.newSlot(2)->textIs("Link to Tokyo");
-  };
-  Edit const one = [](auto& h) { h.slot(1)->textIs("Link to San Francisco"); };
-  Edit const two = [](auto& h) {
-    h.slotDel(1);
-    h.slot(2)->textIs("Link moved to Paris");
-  };
-  Edit const paris = [](auto& h) {
-    EXPECT_FALSE(h.slot(1));
-    EXPECT_EQ(h.slot(2)->text(), "Link moved to Paris");
-  };
-  expect(
-      before, one, two, "hall.slot/1 existence hall.slot/1.text\n",
-      [](auto& h) {
-        ASSERT_TRUE(h.slot(1));
-        EXPECT_EQ(h.slot(1)->text(), "Link to San Francisco");
-        EXPECT_EQ(h.slot(2)->text(), "Link moved to Paris");
-      },
-      paris);
-  prepare(before, one, two);
-  EXPECT_EQ(conflictsOf([&] { session->update(); }).size(), 1u);
-  mine().slot(1)->textIs("Link to London");
-  session->commit();
-  paris(*device->hall());
 }
 
 }  // namespace

@@ -18,35 +18,40 @@ namespace Tests {
 
 namespace Sv = Cli::Service;
 
+// The session roots that a tree has.
+inline std::vector<Kel::Entity*> rootsOf(Sv::Tree const& tree) {
+  std::vector<Kel::Entity*> roots;
+  for (std::string const& path : *tree.roots)
+    if (EntityPtr const root = tree.dir->entity(Kel::String8(path))) roots.push_back(root.ptr());
+  return roots;
+}
+
 // What a copy carries, in a form that equal trees share.
 inline std::string imageOf(Sv::Tree const& tree) {
-  Scope scope{*tree.dir, {}};
-  for (std::string const& path : *tree.roots)
-    if (EntityPtr const root = tree.dir->entity(Kel::String8(path))) scope.roots.push_back(root.ptr());
-  std::string text;
-  for (Kel::Entity const* root : scope.roots) text += dump(*root, scope);
-  return text;
+  auto const roots = rootsOf(tree);
+  return dump(Scope{*tree.dir, {roots.begin(), roots.end()}});
 }
 
 // The same by the service's own export, in which pointers name items of queues by their positions.
-inline nlohmann::json sorted(Sv::Json const& json) {
+// `queues`: in their order, too.
+inline nlohmann::json sorted(Sv::Json const& json, bool queues) {
   if (!json.is_structured()) return nlohmann::json::parse(json.dump());
   nlohmann::json made = json.is_object() ? nlohmann::json::object() : nlohmann::json::array();
   for (auto const& item : json.items()) {
     if (json.is_object())
-      made[item.key()] = sorted(item.value());
+      made[item.key()] = sorted(item.value(), queues);
     else
-      made.push_back(sorted(item.value()));
+      made.push_back(sorted(item.value(), queues));
   }
-  if (!json.empty() && json.is_array() && json[0].is_object() && json[0].contains("$key"))
-    std::sort(made.begin(), made.end());
+  if (json.empty() || !json.is_array()) return made;
+  if (!queues || (json[0].is_object() && json[0].contains("$key"))) std::sort(made.begin(), made.end());
   return made;
 }
-inline std::string exportOf(Sv::Tree const& tree) {
+inline std::string exportOf(Sv::Tree const& tree, bool queues = true) {
   std::string text;
-  for (std::string const& path : *tree.roots)
-    if (EntityPtr const root = tree.dir->entity(Kel::String8(path)))
-      text += path + " " + sorted(Sv::exportEntity(*root, *tree.dir)).dump(1) + "\n";
+  for (Kel::Entity const* root : rootsOf(tree))
+    text += root->fullName().str().substr(tree.dir->fullName().chars()) + " " +
+            sorted(Sv::exportEntity(*root, *tree.dir), queues).dump(1) + "\n";
   return text;
 }
 
@@ -97,6 +102,18 @@ std::vector<Sv::Conflict> conflictsOf(Call const& call) {
   }
   ADD_FAILURE() << "not refused";
   return {};
+}
+
+// "path: reason" of each finding that a commit is refused for.
+template <class Call>
+std::string findingsOf(Call const& call) {
+  std::string lines;
+  try {
+    call();
+  } catch (Sv::CheckError const& e) {
+    for (auto const& finding : e.findings) lines += finding.path.text() + ": " + finding.reason + "\n";
+  }
+  return lines;
 }
 
 }  // namespace Tests

@@ -2,9 +2,9 @@
 // session, ancestor and store are as they were.
 #include <set>
 
+#include "Heap.h"
 #include "service/Commands.h"
 #include "service/ModelHooks.h"
-#include "service/core/FailAllocation.h"
 #include "service/core/RandomDevices.h"
 
 namespace {
@@ -317,8 +317,7 @@ TEST(ServiceFaults, AReactorOrAParticipant) {
   unsigned ofEdits = 0;
   for (Named const& command : commands) {
     unsigned faults = 0;
-    for (unsigned seed = firstSeed(); seed < firstSeed() + seedCount(command.edits ? 1 : 3); ++seed)
-      faults += faultsOfReactors(command, seed);
+    for (unsigned seed : seeds(command.edits ? 1 : 3)) faults += faultsOfReactors(command, seed);
     std::printf("%s: %u faults\n", command.name.c_str(), faults);
     if (command.edits)
       ofEdits += faults;  // one that only keeps a reference waiting calls no reactor
@@ -331,9 +330,9 @@ TEST(ServiceFaults, AReactorOrAParticipant) {
 // How many allocations a command makes.
 std::size_t allocationsOf(Named const& command, unsigned seed) {
   Trial trial(seed, command);
-  FailAllocation const counts(std::size_t(-1));
+  std::size_t const before = allocations();
   command.run(trial.device);
-  return counts.made();
+  return allocations() - before;
 }
 
 // Close together at the beginning and at the end; all of them where FAULTS=all.
@@ -353,22 +352,15 @@ std::set<std::size_t> chosen(std::size_t count) {
 TEST(ServiceFaults, AnAllocation) {
   for (Named const& command : commands) {
     unsigned faults = 0, refused = 0;
-    for (unsigned seed = firstSeed(); seed < firstSeed() + seedCount(command.edits ? 1 : 3); ++seed) {
+    for (unsigned seed : seeds(command.edits ? 1 : 3)) {
       for (std::size_t at : chosen(allocationsOf(command, seed))) {
         SCOPED_TRACE(command.name + " seed " + std::to_string(seed) + " allocation " + std::to_string(at));
         Trial trial(seed, command);
-        bool failed = false;
         Outcome const outcome = trial.run(command.run, [&] {
-          FailAllocation const fail(at);
-          try {
-            command.run(trial.device);
-          } catch (...) {
-            failed = fail.failed();
-            throw;
-          }
-          failed = fail.failed();
+          FailingHeap const heap(at + 1);
+          command.run(trial.device);
         });
-        faults += failed;
+        faults += FailingHeap::hasFailed();
         refused += outcome == Outcome::refused;
         if (testing::Test::HasFailure()) return;
       }

@@ -2,40 +2,21 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdlib>
 
+#include "CliSession/RandomWorld.h"
 #include "Kel/AttrAccess.h"
 #include "service/JsonTree.h"
 #include "service/core/Device.h"
 
 namespace Tests {
 
-inline unsigned seedCount(unsigned usual) {
-  char const* const text = std::getenv("LAW_SEEDS");
-  return text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : usual;
-}
-inline unsigned firstSeed() {
-  char const* const text = std::getenv("LAW_FIRST");
-  return text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : 0;
-}
-
-inline std::vector<Kel::Entity*> rootsOf(Sv::Tree const& tree) {
-  std::vector<Kel::Entity*> roots;
-  for (std::string const& path : *tree.roots) roots.push_back(tree.dir->entity(Kel::String8(path)).ptr());
-  return roots;
-}
-inline bool inQueue(Kel::Entity const* e) {
-  for (; e->parentAttr(); e = e->parent())
-    if (e->parentAttr()->isQueue()) return true;
-  return false;
-}
 // What pointers may lead to. An item of a queue is named by its position, which shifts when other items come and go: a
 // test that finds targets by their paths leaves items out.
 inline std::vector<Kel::Entity*> targetsIn(Sv::Tree const& tree, bool items) {
   std::vector<Kel::Entity*> all;
   for (Kel::Entity* root : rootsOf(tree))
     for (Kel::Entity* e : entitiesOf(*root))
-      if (items || !inQueue(e)) all.push_back(e);
+      if (items || !World::inQueue(*e)) all.push_back(e);
   return all;
 }
 inline void fill(Sv::Tree const& tree, Generator& generator, bool items) {

@@ -1,21 +1,19 @@
 // What docs/service.md shows is what is compiled, and what it says is printed is what is printed.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <map>
 
 #include "CodeBlocks.h"
+#include "Process.h"
 
 namespace {
 
 std::map<std::string, std::string> blocks() { return Tests::codeBlocks(SOURCE_DIR "/docs/service.md"); }
 
 std::string printed(std::string const& command) {
-  FILE* const pipe = ::popen((command + " 2>&1").c_str(), "r");
-  std::string text;
-  for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) text += static_cast<char>(c);
-  EXPECT_EQ(::pclose(pipe), 0) << command;
-  return text;
+  Tests::Result const result = Tests::run(command);
+  EXPECT_EQ(result.status, 0) << command;
+  return result.output;
 }
 
 TEST(ServiceSamples, AreWhatTheDocumentShows) {

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "Files.h"
+#include "MessageOf.h"
 
 namespace {
 
@@ -58,14 +59,7 @@ void fill(std::string const& file, U64 count) {
   for (U64 number = 1; number <= count; ++number) appendOne(store, number);
 }
 
-std::string failure(std::function<void()> const& call) {
-  try {
-    call();
-  } catch (StoreError const& e) {
-    return e.what();
-  }
-  return "none";
-}
+constexpr auto failure = [](auto const& call) { return Tests::messageOf<StoreError>(call); };
 
 // Every commit up to the last is there and whole.
 void expectWhole(SqliteStore& store, U64 last) {
@@ -196,7 +190,7 @@ void expectClearOrWhole(std::string const& file, U64 count, std::string const& h
   });
   if (whole) return;
   ++noticed;
-  ASSERT_NE(error, "none") << how;
+  ASSERT_NE(error, "no exception") << how;
   EXPECT_EQ(error.substr(0, file.size()), file) << how;
 
   SqliteStore::Recovered const recovered = SqliteStore::recover(file);
@@ -295,16 +289,17 @@ TEST(SqliteStore, SurvivesAFullDisk) {
   {
     SqliteStore store(file);
     U64 last = 10;
-    for (rlim_t room : {0, 1000, 5000, 20000, 60000}) {
+    for (rlim_t const room : std::initializer_list<rlim_t>{0, 1000, 5000, 20000, 60000}) {
       rlimit limit = before;
       limit.rlim_cur = std::filesystem::file_size(file) + room;
       ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
       std::string error;
-      for (unsigned tries = 0; tries < 400 && (error = failure([&] { appendOne(store, last + 1); })) == "none"; ++tries)
+      for (unsigned tries = 0; tries < 400 && (error = failure([&] { appendOne(store, last + 1); })) == "no exception";
+           ++tries)
         last = store.last();
       last = store.last();
       ::setrlimit(RLIMIT_FSIZE, &before);
-      EXPECT_NE(error, "none");
+      EXPECT_NE(error, "no exception");
       EXPECT_EQ(error.substr(0, file.size()), file);
       expectWhole(store, last);
       appendOne(store, ++last);

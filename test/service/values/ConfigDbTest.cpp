@@ -6,7 +6,8 @@
 
 #include "ConfigDbFiles.h"
 #include "Dump.h"
-#include "Files.h"
+#include "Golden.h"
+#include "MessageOf.h"
 #include "examples/config_db/Loader.h"
 #include "service/Commands.h"
 #include "service/Difference.h"
@@ -38,12 +39,6 @@ struct Configuration {
   }
 };
 
-std::string textOf(std::vector<std::string> const& lines) {
-  std::string text;
-  for (std::string const& line : lines) text += line + "\n";
-  return text;
-}
-
 class ConfigDbTree : public testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
@@ -66,9 +61,9 @@ TEST_P(ConfigDbTree, CommandsLeadThereAndBack) {
     Editor editor(second.dir, pending, Editor::Source::rendering);
     Json const before = second.content(false);
     editor.applyAll(back);
-    ASSERT_EQ(second.content(false), first.content(false)) << "seed " << seed << "\n" << textOf(back);
+    ASSERT_EQ(second.content(false), first.content(false)) << "seed " << seed << "\n" << Tests::textOf(back);
     editor.applyAll(again);
-    ASSERT_EQ(second.content(false), before) << "seed " << seed << "\n" << textOf(again);
+    ASSERT_EQ(second.content(false), before) << "seed " << seed << "\n" << Tests::textOf(again);
   }
 }
 
@@ -122,12 +117,10 @@ TEST(ConfigDbWords, SayWhatIsWrong) {
   std::ifstream in(CONFIG_DB_SAMPLE);
   Configuration made(Json::parse(in));
   Editor editor(made.dir, made.pending);
-  auto const said = [&](char const* line) -> std::string {
-    try {
-      return editor.apply(line).text;
-    } catch (InputError const& e) {
-      return e.what();
-    }
+  auto const said = [&](char const* line) {
+    std::string text;
+    std::string const error = Tests::messageOf<InputError>([&] { text = editor.apply(line).text; });
+    return text.empty() ? error : text;
   };
   EXPECT_EQ(said("set network ports port Ethernet0 mtux 9000"),
             "'mtux': a Port has no such attribute; did you mean mtu?");

@@ -15,22 +15,11 @@ using namespace Tests;
 using namespace Cli::Service;
 using Kel::GenericIf;
 
-std::string refusal(std::function<void()> const& call) {
-  try {
-    call();
-  } catch (InputError const& e) {
-    return e.what();
-  }
-  return "taken";
-}
-
 // What is in a directory; what is beside the session roots is named alike, too.
 std::string dumpOf(RandomWorld const& world, Kel::Dir::Ptr const& dir) {
   Scope scope = world.scope(dir);
   scope.roots.push_back(dir->child("loose"));
-  std::string text;
-  for (Kel::Entity const* root : scope.roots) text += Tests::dump(*root, scope);
-  return text;
+  return Tests::dump(scope);
 }
 void expectSame(RandomWorld const& world, Kel::Dir::Ptr const& made, unsigned seed) {
   EXPECT_EQ(dumpOf(world, made), dumpOf(world, world.src)) << "seed " << seed;
@@ -251,11 +240,11 @@ TEST(JsonTree, RefusesWholeAndSaysWhere) {
   world.fill(world.src, generator);
   std::string const before = imageOf(*world.src);
   for (auto const& c : cases) {
-    std::string const said = refusal([&] { importText(world.src, {}, "f", c.text); });
+    std::string const said = messageOf<InputError>([&] { importText(world.src, {}, "f", c.text); });
     EXPECT_EQ(said.substr(0, std::string(c.message).size()), c.message);
     EXPECT_EQ(imageOf(*world.src), before) << c.text;
   }
-  EXPECT_NE(refusal([&] { importText(world.src, {}, "f", std::string(100000, '[')); }).find("deeper"),
+  EXPECT_NE(messageOf<InputError>([&] { importText(world.src, {}, "f", std::string(100000, '[')); }).find("deeper"),
             std::string::npos);
 }
 
@@ -278,7 +267,7 @@ TEST(Paths, SayHowFarTheyLed) {
   World world;
   auto const hall = World::hall(world.src);
   hall->newBolt("et/1.2");
-  auto const said = [&](char const* text) { return refusal([&] { parsePath(world.src, text); }); };
+  auto const said = [&](char const* text) { return messageOf<InputError>([&] { parsePath(world.src, text); }); };
   EXPECT_EQ(said("hal.u8"), "'hal.u8': there is no entry 'hal'; did you mean hall?");
   EXPECT_EQ(said("hall.u88"), "'hall.u88': 'hall' (Hall) has no attribute 'u88'; did you mean u8?");
   EXPECT_EQ(said("hall.bolt/et/1.2.torq"),

@@ -1,22 +1,24 @@
-#include "memory/Injector.h"
+#include "Heap.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
-std::size_t live = 0;
-std::size_t untilFailure = 0;  // 0: none is to fail
-bool failsForGood = false, failed = false;
+std::atomic<std::size_t> made{0}, live{0};
+std::atomic<std::size_t> untilFailure{0};  // 0: none is to fail
+std::atomic<bool> failsForGood{false}, failed{false};
 
+bool fails() {
+  if (failed && failsForGood) return true;
+  if (untilFailure == 0 || --untilFailure > 0) return false;
+  failed = true;
+  return true;
+}
 void* allocate(std::size_t size) {
-  if (untilFailure == 1 || (failed && failsForGood)) {
-    untilFailure = 0;
-    failed = true;
-    throw std::bad_alloc();
-  }
-  if (untilFailure > 0) --untilFailure;
-  void* const block = std::malloc(size);
+  ++made;
+  void* const block = fails() ? nullptr : std::malloc(size);
   if (!block) throw std::bad_alloc();
   ++live;
   return block;
@@ -30,17 +32,23 @@ void release(void* block) noexcept {
 
 // Not inlined: compilers would take them for a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size) { return allocate(size); }
+// Only std::stable_sort asks so, and can do without: this one does not fail.
+[[gnu::noinline]] void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+  ++live;
+  return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* block) noexcept { release(block); }
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { release(block); }
 
 namespace Tests {
 
+std::size_t allocations() { return made; }
 std::size_t liveBlocks() { return live; }
 
 FailingHeap::FailingHeap(std::size_t number, Then then) {
-  untilFailure = number;
-  failsForGood = then == forGood;
   failed = false;
+  failsForGood = then == forGood;
+  untilFailure = number;
 }
 FailingHeap::~FailingHeap() {
   untilFailure = 0;

@@ -1,11 +1,13 @@
-// The C++ heap of a test program, in which allocations can be made to fail. The program has the framework's pool in a
-// form that takes every block from this heap.
+// The C++ heap of a test program: allocations are counted, and can be made to fail. Blocks of the framework's pool are
+// among them where the pool is off, as in builds with a sanitizer.
 #pragma once
 
 #include <cstddef>
 
 namespace Tests {
 
+// Allocations until now, those that failed included.
+std::size_t allocations();
 // Blocks that were allocated and not released yet.
 std::size_t liveBlocks();
 
@@ -19,6 +21,7 @@ class FailingHeap {
   FailingHeap(FailingHeap const&) = delete;
   FailingHeap& operator=(FailingHeap const&) = delete;
 
+  // Whether an allocation has failed since the last one was made.
   static bool hasFailed();
 };
 
