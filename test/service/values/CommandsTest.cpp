@@ -198,7 +198,7 @@ TEST(Commands, ALineThatEndsTooEarlyIsRefused) {
   World world;
   PendingReferences pending;
   Editor editor(world.src, pending, Editor::Source::rendering);
-  EXPECT_EQ(refusal([&] { editor.apply("create Plant::Gear a name b"); }), "'in' and a path expected");
+  EXPECT_EQ(messageOf<InputError>([&] { editor.apply("create Plant::Gear a name b"); }), "'in' and a path expected");
 }
 
 }  // namespace
