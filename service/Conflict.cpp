@@ -1,5 +1,7 @@
 #include "service/Conflict.h"
 
+#include "service/JsonText.h"
+
 namespace Cli::Service {
 
 char const* text(ConflictKind kind) {
@@ -13,12 +15,7 @@ char const* text(ConflictKind kind) {
 
 namespace {
 
-std::string shown(Json const& content) {
-  if (content.is_null()) return "none";
-  std::string text = content.dump(-1, ' ', false, Json::error_handler_t::replace);
-  constexpr std::size_t most = 120;
-  return text.size() > most ? text.substr(0, most) + "..." : text;
-}
+std::string shown(Json const& content) { return content.is_null() ? "none" : shortText(content, 120); }
 
 }  // namespace
 

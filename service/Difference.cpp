@@ -4,6 +4,7 @@
 #include <map>
 
 #include "Kel/Exception.h"
+#include "service/JsonText.h"
 #include "service/JsonTree.h"
 
 namespace Cli::Service {
@@ -20,12 +21,7 @@ char const* text(DifferenceKind kind) {
 
 namespace {
 
-std::string shown(Json const& content) {
-  std::string text = content.dump(-1, ' ', false, Json::error_handler_t::replace);
-  constexpr std::size_t most = 200;
-  if (text.size() > most) text = text.substr(0, most) + "...";
-  return text;
-}
+std::string shown(Json const& content) { return shortText(content, 200); }
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "service/JsonTree.h"
+#include "service/ValueText.h"
 
 namespace Cli::Service {
 
@@ -218,6 +219,10 @@ Json parseJson(std::string const& file, std::string_view text) {
   if (Json::sax_parse(Counting{text.data(), &taken}, Counting{text.data() + text.size(), &taken}, &builder))
     return std::move(builder.document);
   throw ImportError(file, lineAt(text, taken ? taken - 1 : 0), "", builder.problem);
+}
+
+std::string shortText(Json const& json, std::size_t most) {
+  return shortened(json.dump(-1, ' ', false, Json::error_handler_t::replace), most);
 }
 
 std::size_t lineOf(std::string_view text, JsonPlace const& place) { return lineAt(text, Finder(text).find(place)); }

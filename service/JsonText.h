@@ -17,6 +17,8 @@ struct JsonPlace {
 
 // Raises ImportError if the text is not JSON, too large, nested too deeply, or has a name twice in one object.
 Json parseJson(std::string const& file, std::string_view text);
+// A document in one line, cut behind `most` bytes.
+std::string shortText(Json const& json, std::size_t most);
 // The line in which a value begins, counted from 1.
 std::size_t lineOf(std::string_view text, JsonPlace const& place);
 

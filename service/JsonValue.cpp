@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "service/JsonKeys.h"
+#include "service/JsonText.h"
 #include "service/JsonTree.h"
 #include "service/ValueText.h"
 
@@ -98,9 +99,7 @@ Json valueJson(GenericIf const& value) {
 // --- From JSON ---
 
 [[noreturn]] void refuse(KelType const& type, Json const& json) {
-  std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
-  if (text.size() > 60) text = text.substr(0, 60) + "…";
-  throw InputError(text + " is not " + expectation(type));
+  throw InputError(shortText(json, 60) + " is not " + expectation(type));
 }
 
 std::optional<std::string> textFromJson(Json const& json) {

@@ -238,4 +238,10 @@ std::string lowered(std::string_view text) {
   return out;
 }
 
+std::string shortened(std::string text, std::size_t most) {
+  if (text.size() <= most) return text;
+  while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xc0U) == 0x80) --most;
+  return text.replace(most, std::string::npos, "...");
+}
+
 }  // namespace Cli::Service

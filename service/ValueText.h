@@ -57,5 +57,7 @@ CLI_SERVICE_API std::optional<std::string> enumeratorText(Kel::KelType const& ty
 CLI_SERVICE_API std::optional<std::uint64_t> unsignedNumber(std::string_view text);
 CLI_SERVICE_API std::string_view trimmed(std::string_view text);
 CLI_SERVICE_API std::string lowered(std::string_view text);
+// A text that has more than `most` bytes is cut between two characters, and ends with "...".
+CLI_SERVICE_API std::string shortened(std::string text, std::size_t most);
 
 }  // namespace Cli::Service

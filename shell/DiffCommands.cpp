@@ -4,6 +4,7 @@
 #include "JsonText.h"
 #include "ModelLibrary.h"
 #include "Words.h"
+#include "service/ValueText.h"
 
 namespace Shell {
 
@@ -139,7 +140,7 @@ std::string sideText(Service::Conflict const& conflict, Service::Json const& con
   if (content.is_null()) return pointer ? "null" : "not there";
   if (content.is_object() && (!conflict.attr || conflict.attr->instantiating())) return "there";
   constexpr std::size_t longest = 100;
-  return shortened(oneLine(content), longest);
+  return Service::shortened(oneLine(content), longest);
 }
 
 }  // namespace

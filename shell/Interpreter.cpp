@@ -6,6 +6,7 @@
 #include "Kel/Exception.h"
 #include "OutputFilter.h"
 #include "service/PathWords.h"
+#include "service/ValueText.h"
 
 namespace Shell {
 
@@ -36,7 +37,7 @@ std::string readable(std::string const& error) {
   std::string out;
   for (std::size_t from = 0; from < error.size();) {
     std::size_t const end = std::min(error.find('\n', from), error.size());
-    out += shortened(shown(std::string_view(error).substr(from, end - from)), longest);
+    out += Service::shortened(shown(std::string_view(error).substr(from, end - from)), longest);
     if (end < error.size()) out += '\n';
     from = end + 1;
   }

@@ -7,6 +7,7 @@
 #include "TextTable.h"
 #include "Words.h"
 #include "service/JsonTree.h"
+#include "service/ValueText.h"
 
 namespace Shell {
 
@@ -207,7 +208,7 @@ std::string TreeView::cell(Kel::Entity const& entity, Kel::KelAttr const& attr) 
   } else {
     text = leaf(Kel::Entity::PtrConst(&entity), attr, {});
   }
-  return columns(text) > longest ? shortened(std::move(text), longest - 3) : text;
+  return columns(text) > longest ? Service::shortened(std::move(text), longest - 3) : text;
 }
 
 void TreeView::tableText(Kel::Entity::PtrConst const& entity, Kel::KelAttr const& attr, std::size_t indent,

@@ -141,12 +141,6 @@ std::string asWord(std::string_view text) {
   return needsQuotes ? '"' + inner + '"' : inner;
 }
 
-std::string shortened(std::string text, std::size_t most) {
-  if (text.size() <= most) return text;
-  while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xc0U) == 0x80) --most;
-  return text.replace(most, std::string::npos, "...");
-}
-
 std::string shown(std::string_view text) {
   std::string out;
   eachPart(

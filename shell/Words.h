@@ -32,9 +32,6 @@ std::vector<std::string> texts(std::vector<Word> const& words);
 // The text as a word that splitLine reads back: as it is if possible, else in quotes, without control characters.
 std::string asWord(std::string_view text);
 
-// A text that has more than `most` bytes is cut between two characters, and ends with "...".
-std::string shortened(std::string text, std::size_t most);
-
 // The text for a terminal: control characters, and bytes that are not UTF-8, as "\n" or "\x1b".
 std::string shown(std::string_view text);
 
