@@ -276,6 +276,7 @@ TEST_F(Session, CopiesWhatWasPutOff) {
     EXPECT_TRUE(World::hall(dir)->favourite());
     EXPECT_EQ(World::hall(dir)->favourite(), World::hall(dir, "sys/annex")->bolt("late"));
   }
+  status->inHandlerTableIs(nullptr);  // its handler points at the status
 }
 
 // --- The clean configuration ---
