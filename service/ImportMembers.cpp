@@ -1,4 +1,5 @@
 // Owned entities, keyed collections and queues.
+#include "Kel/Assert.h"
 #include "service/Importer.h"
 #include "service/JsonKeys.h"
 #include "service/ModelHooks.h"
@@ -90,6 +91,7 @@ void Importer::owned(Kel::Entity* owner, KelAttr const& attr, GenericIf::PtrCons
   auto const args = arguments(type, &attr, key, json);
   bool const wasFresh = fresh_;
   if (write_ && !kept) {
+    KEL_ASSERT(owner);  // it is null only in the pass that checks
     attr.isQueue() ? beforeAll(*owner, attr) : before(*owner, attr, key);
     noteGone(existing);
     e = make(*owner, attr, key, type, args);

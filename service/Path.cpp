@@ -265,7 +265,7 @@ Kel::Entity::Ptr targetAt(Kel::Dir::Ptr const& base, std::string_view text) {
   if (text == "/") return Kel::Entity::Ptr(const_cast<Kel::Entity*>(base->root()));
   if (text.front() == '/') return base->entity(Kel::String8(text));
   // The framework's look-up is tried first. It names members of queues by their indices.
-  Kel::Entity::Ptr const quick = base->entity(Kel::String8(text));
+  Kel::Entity::Ptr quick = base->entity(Kel::String8(text));
   if (quick && !isBelowQueue(quick.ptr())) return quick;
   try {
     return entityAt(base, parsePath(base, text));

@@ -108,7 +108,7 @@ std::string setReference(Kel::Dir::Ptr const& base, PendingReference const& refe
 }
 
 std::string setToAny(Kel::Dir::Ptr const& base, PendingReference const& reference) {
-  std::string const reason = setReference(base, reference);
+  std::string reason = setReference(base, reference);
   if (reason.empty()) return {};
   for (std::string const& text : reference.others) {
     PendingReference other = reference;

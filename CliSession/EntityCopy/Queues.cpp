@@ -67,7 +67,7 @@ bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src) {
   Kel::AttributeId const destId = s.destAttr->id();
   Kel::U64 const generation = impl_.generation;
   bool const differs = edit(
-      f, s, AttributeEditType::set_, [&] { return value; },
+      f, s, AttributeEditType::set_, [&]() -> Box const& { return value; },
       [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
   if (compare_) return differs;
   // The member that has just been made is the queue's last.

@@ -217,7 +217,7 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
     return taken;
   }
 
-  mutable U32 first_ = 0;  // no member is in a slot before this one
+  mutable U32 first_ = 0;              // no member is in a slot before this one
   mutable Place lastPlace_ = nowhere;  // the place asked for last; used while there are gaps
   U64 next_ = 0;
 };
