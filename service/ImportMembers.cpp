@@ -83,6 +83,7 @@ bool Importer::waitsForParameter(KelAttr const& attr, Json const& json) const {
 void Importer::owned(Kel::Entity* owner, KelAttr const& attr, GenericIf::PtrConst const& key, Json const& json,
                      Kel::Entity* existing) {
   if (!json.is_object()) fail("an object expected, not " + std::string(json.type_name()));
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): every entity has a type
   KelType const& type = typeIn(json, existing ? *existing->type() : *attr.type());
   if (!type.isA(attr.type())) fail(withArticle(type) + " is no " + attr.type()->name().str());
   if (type.isAbstract()) fail(withArticle(type) + " cannot be made");

@@ -85,7 +85,7 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
 
 bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
   WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
-  // Foreign code may delete the member before the edit is carried out, and take the iterator on.
+  // Foreign code may delete the member before the edit is carried out, so its key is taken first.
   bool const typed = s.typed && s.kind == Step::Kind::collection && quiet_;
   Box const key = typed ? nullptr : at.key();
   return edit(

@@ -209,10 +209,7 @@ TEST_F(Engine, PlainMembersOfDerivedTypesAreNotTakenForOthers) {
                                       {"Plant::Hall::tick set hall", 1}}));
     // A handler of the derived type is asked, although nothing has changed.
     int asked = 0;
-    in.table = S::entityCopyCustomHandlerTableFactory("table", in.root);
-    Scripted::Visit const count = [&](auto const&, auto const&, auto const&, auto const&) { return ++asked == 0; };
-    in.table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Gate",
-                                        Kel::Ptr<Scripted>(new Scripted(in.status, count)));
+    in.handlerAt("", "Plant::Gate", [&](auto&&...) { return ++asked == 0; });
     in.copy();
     EXPECT_EQ(asked, 1);
   }
@@ -360,7 +357,7 @@ TEST_F(Engine, RefusesHandlersThatGoTooDeep) {
       if (!boxed) return ec->doCopyEntity(to, from, path);
       return ec->handleEntity(Kel::GenericIf::ofEntity(to), Kel::GenericIf::ofEntity(from), attr(src, "annex"), "");
     };
-    ec->handlerIs(Kel::Ptr<Scripted>(new Scripted(world.status, goOn)));
+    ec->handlerIs(world.scripted(goOn));
     runOnAStackOf(std::size_t{128} << 20, [&] {
       EXPECT_EQ(messageOf<Kel::RangeException>([&] { ec->doCopyEntity(dest, src, "hall"); }),
                 "entities nested deeper than 1000 cannot be copied");

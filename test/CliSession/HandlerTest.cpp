@@ -347,7 +347,7 @@ TEST_F(Handlers, APostCopyMayPutMoreOff) {
   Kel::Dir::Ptr const clean(new Kel::Dir("clean", world.root.ptr()));
   src->newBolt("b")->torqueIs(2);
   int visits = 0;
-  Scripted::Visit const later = [&](auto const& ec, auto const& to, auto const& from, Kel::String const& path) {
+  auto const later = [&](auto const& ec, auto const& to, auto const& from, Kel::String const& path) {
     auto const handler = Kel::ptrCast<SessionHandler>(ec->handler());
     if (++visits == 1)
       handler->postAttributeCopyEnq(EntityPtr(to->parent()), EntityPtrConst(from->parent()), "hall", "bolt");
@@ -355,9 +355,8 @@ TEST_F(Handlers, APostCopyMayPutMoreOff) {
       handler->postAttributeCopyEnq(to, from, path, "torque");
     return false;
   };
-  table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Bolt",
-                                   Kel::Ptr<Scripted>(new Scripted(world.status, later)));
-  world.status->inHandlerTableIs(table);
+  world.handlerAt("", "Plant::Bolt", later);
+  world.status->inHandlerTableIs(world.table);
   world.status->cleanConfigStatusIs(S::cleanConfigStatusFactory("progress"));
   world.status->doCreateCleanConfig(world.src, clean);
   EXPECT_EQ(visits, 2);
