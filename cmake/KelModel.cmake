@@ -47,7 +47,7 @@ function(kel_add_model target model)
   _kel_model_rule(${rule} ${target} "${source}" "${name}" "${gen}" "${options}" "${generated}")
   add_dependencies(${target} ${rule})
 
-  set_source_files_properties(${generated} PROPERTIES GENERATED TRUE)
+  set_source_files_properties(${generated} PROPERTIES GENERATED TRUE SKIP_UNITY_BUILD_INCLUSION TRUE)
   target_sources(${target} PRIVATE ${generated})
   target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${gen}>")
   set(option "")
@@ -65,7 +65,7 @@ function(kel_add_model target model)
 endfunction()
 
 # The custom target that runs kelc. What it stands for is a stamp: the generated files keep their time when they did not
-# change, and would look out of date for ever.
+# change, and would look out of date for ever. The target kel_models runs kelc for all models, and compiles nothing else.
 function(_kel_model_rule rule target source name gen options generated)
   set(kelc CliSession::kelc)
   if(KELC_EXECUTABLE)
@@ -85,4 +85,8 @@ function(_kel_model_rule rule target source name gen options generated)
     COMMAND_EXPAND_LISTS
     VERBATIM)
   add_custom_target(${rule} DEPENDS "${stamp}")
+  if(NOT TARGET kel_models)
+    add_custom_target(kel_models)
+  endif()
+  add_dependencies(kel_models ${rule})
 endfunction()

@@ -61,7 +61,7 @@ bool Applying::isSaved(Path const& path) const { return !saved_.empty() && queue
 
 void Applying::noteLeaving() {
   for (Difference const& d : differences_)
-    if (isEntity(d) && d.kind != DifferenceKind::created)
+    if (d.isEntity() && d.kind != DifferenceKind::created)
       if (Entity::Ptr const e = entityAt(tree_.dir, d.path)) noteLeaving(*e);
   for (Queue const& queue : queues_) {
     if (!queue.attr->instantiating()) continue;
@@ -119,11 +119,11 @@ void Applying::write() {
   for (Difference const& d : differences_)
     if (goesWithItsKey(d)) point(d);
   for (Difference const& d : differences_)
-    if (isEntity(d) && d.kind != DifferenceKind::created) remove(d);
+    if (d.isEntity() && d.kind != DifferenceKind::created) remove(d);
   for (Difference const& d : differences_)
-    if (isEntity(d) && d.kind != DifferenceKind::deleted) create(d.path, d.after);
+    if (d.isEntity() && d.kind != DifferenceKind::deleted) create(d.path, d.after);
   for (Difference const& d : differences_)
-    if (!isEntity(d) && !d.run && !isReference(d)) set(d);
+    if (!d.isEntity() && !d.run && !isReference(d)) set(d);
   // Inner queues first, because paths are those before the change.
   std::vector<Queue const*> order;
   for (Queue const& queue : queues_) order.push_back(&queue);
@@ -137,7 +137,7 @@ void Applying::settle() {
   std::vector<Difference> const after = queues_.empty() ? std::vector<Difference>() : inverse_;
   for (std::size_t i = 0; i < differences_.size(); ++i) {
     Difference const& d = differences_[i];
-    if (isEntity(d) || d.run || !isReference(d) || goesWithItsKey(d)) continue;
+    if (d.isEntity() || d.run || !isReference(d) || goesWithItsKey(d)) continue;
     if (after.empty()) {
       point(d);
       continue;
@@ -410,8 +410,8 @@ bool Applying::backOnce() noexcept {
     }
   };
   each([&](Difference const& d) { return goesWithItsKey(d); }, &Applying::point);
-  each([&](Difference const& d) { return isEntity(d); }, &Applying::backEntity);
-  each([&](Difference const& d) { return !isEntity(d) && !isReference(d); }, &Applying::backValue);
+  each([&](Difference const& d) { return d.isEntity(); }, &Applying::backEntity);
+  each([&](Difference const& d) { return !d.isEntity() && !isReference(d); }, &Applying::backValue);
   for (SavedQueue const& queue : saved_) {
     try {
       backQueue(queue);
@@ -419,7 +419,7 @@ bool Applying::backOnce() noexcept {
       ok = false;
     }
   }
-  each([&](Difference const& d) { return !isEntity(d) && isReference(d); }, &Applying::point);
+  each([&](Difference const& d) { return !d.isEntity() && isReference(d); }, &Applying::point);
   for (Difference const& d : pointers_) ok &= step(&Applying::point, d);
   for (Difference const& d : pointers_) ok &= !d.attr->keyIsPtr() || step(&Applying::dropStrayKeys, d);
   try {

@@ -34,7 +34,6 @@ class Applying {
     Json content;
   };
 
-  bool isEntity(Difference const& d) const { return !d.run && (!d.attr || d.attr->instantiating()); }
   bool isReference(Difference const& d) const { return d.attr && (d.attr->isPtr() || d.attr->keyIsPtr()); }
   bool goesWithItsKey(Difference const& d) const {
     return d.attr && d.attr->keyIsPtr() && d.kind == DifferenceKind::deleted && !d.run;

@@ -21,20 +21,19 @@ char const* text(DifferenceKind kind) {
 
 namespace {
 
-std::string shown(Json const& content) { return shortText(content, 200); }
+std::string contentText(Json const& content) { return shortText(content, 200); }
 
 }  // namespace
 
 std::string text(Difference const& d) {
   std::string line = std::string(text(d.kind)) + " " + d.path.text();
   if (d.run) line += " at " + std::to_string(d.kind == DifferenceKind::created ? d.run->to : d.run->from);
-  bool const isEntity = !d.attr || d.attr->instantiating();
   if (d.kind == DifferenceKind::reordered) return line + " to " + std::to_string(d.run->to);
-  if (isEntity && !d.run) return line;
+  if (d.isEntity()) return line;
   switch (d.kind) {
-    case DifferenceKind::created: return line + ": " + shown(d.after);
-    case DifferenceKind::deleted: return line + ": " + shown(d.before);
-    default: return line + ": " + shown(d.before) + " -> " + shown(d.after);
+    case DifferenceKind::created: return line + ": " + contentText(d.after);
+    case DifferenceKind::deleted: return line + ": " + contentText(d.before);
+    default: return line + ": " + contentText(d.before) + " -> " + contentText(d.after);
   }
 }
 

@@ -41,6 +41,9 @@ struct Difference {
     bool operator==(Run const&) const = default;
   };
   std::optional<Run> run;
+
+  // Whether the node is an owned entity or an entry of a directory.
+  bool isEntity() const { return !run && (!attr || attr->instantiating()); }
 };
 
 // The list that takes these differences back. REQUIRES: `differences` is complete, because positions in queues are

@@ -18,7 +18,6 @@ using Kel::KelType;
 
 namespace {
 
-bool isEntity(Difference const& d) { return !d.run && (!d.attr || d.attr->instantiating()); }
 bool isThere(Difference const& d, bool after) {
   return d.kind != (after ? DifferenceKind::deleted : DifferenceKind::created);
 }
@@ -115,7 +114,7 @@ void Merger::children(MergeNode& node, Places& at) {
 void Merger::visit(MergeNode& node, Places& at) {
   Difference const* const any = node.edit ? node.edit : node.change;
   if (!any) return children(node, at);
-  if (isEntity(*any)) return entity(node, at);
+  if (any->isEntity()) return entity(node, at);
   value(node, at);
 }
 
@@ -194,7 +193,7 @@ void Merger::decide(PointerClash& clash) {
 void Merger::settlePointers() {
   PathSet entities;
   for (Difference const& d : out_.changes)
-    if (isEntity(d)) entities.add(d.path);
+    if (d.isEntity()) entities.add(d.path);
   for (PointerClash const& clash : pointers_) settlePointer(clash, entities);
 }
 
@@ -215,7 +214,7 @@ void Merger::settlePointer(PointerClash const& clash, PathSet const& entities) {
 void Merger::keepTargets() {
   std::unordered_map<std::string, std::size_t> deletions;
   for (std::size_t i = 0; i < out_.changes.size(); ++i)
-    if (Difference const& d = out_.changes[i]; isEntity(d) && d.kind == DifferenceKind::deleted)
+    if (Difference const& d = out_.changes[i]; d.isEntity() && d.kind == DifferenceKind::deleted)
       deletions.emplace(d.path.text(), i);
   std::vector<bool> kept(out_.changes.size(), false);
   followPointers(in_.session, keptForSession_, [&](std::string const& place) {
@@ -231,7 +230,7 @@ void Merger::keepTargets() {
 void Merger::restoreTargets() {
   std::unordered_map<std::string, Difference const*> deletions;
   for (Difference const& d : in_.edits)
-    if (isEntity(d) && d.kind == DifferenceKind::deleted) deletions.emplace(d.path.text(), &d);
+    if (d.isEntity() && d.kind == DifferenceKind::deleted) deletions.emplace(d.path.text(), &d);
   std::set<Difference const*> restored;  // in their order in the list
   followPointers(in_.running, restoredForRunning_, [&](std::string const& place) {
     auto const found = deletions.find(place);

@@ -14,8 +14,6 @@ using Kel::KelAttr;
 
 namespace {
 
-bool isEntity(Difference const& d) { return !d.run && (!d.attr || d.attr->instantiating()); }
-
 class Clashes {
  public:
   explicit Clashes(MergeInput const& in) : in_(in) {}
@@ -25,12 +23,12 @@ class Clashes {
                                   &deleters = byEdit ? in_.changes : in_.edits;
     PathSet deleted;
     for (Difference const& d : deleters)
-      if (isEntity(d) && d.kind == DifferenceKind::deleted) deleted.add(d.path);
+      if (d.isEntity() && d.kind == DifferenceKind::deleted) deleted.add(d.path);
     if (deleted.empty()) return;
     Tree const& tree = byEdit ? in_.session : in_.running;
     for (Difference const& d : setters) {
       if (d.run || d.kind == DifferenceKind::deleted) continue;
-      if (isEntity(d)) {
+      if (d.isEntity()) {
         if (Entity::Ptr const made = entityAt(tree.dir, d.path))
           eachPointer(*made, d.path,
                       [&](Pointer const& p) { add(p.place, *p.owner, *p.attr, *p.target, byEdit, deleted); });

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "service/JsonTree.h"
+#include "service/Listed.h"
 #include "service/TypeRegistry.h"
 
 namespace Cli::Service {
@@ -111,12 +112,6 @@ std::string builtinExpectation(B builtin) {
     case B::string: return "text";
     default: return "nothing that can be typed";
   }
-}
-
-std::string listed(std::vector<std::string> const& words) {
-  std::string text;
-  for (std::string const& word : words) text += (text.empty() ? "" : ", ") + word;
-  return text;
 }
 
 // A value type with several fields, from JSON or from the framework's own form.

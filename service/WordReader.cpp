@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "service/JsonKeys.h"
+#include "service/Listed.h"
 #include "service/ModelHooks.h"
 #include "service/ValueText.h"
 
@@ -16,12 +17,6 @@ namespace {
 
 constexpr std::size_t fewNames = 12;     // up to so many names are all listed
 constexpr std::size_t manyNames = 2000;  // among more, no near ones are looked for, because the user waits
-
-std::string listed(std::vector<std::string> const& names) {
-  std::string text;
-  for (std::string const& name : names) text += (text.empty() ? "" : ", ") + name;
-  return text;
-}
 
 // What was expected in place of a word.
 std::string insteadOf(std::string const& word, std::vector<std::string> const& names) {

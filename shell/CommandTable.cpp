@@ -2,23 +2,18 @@
 
 namespace Shell {
 
-namespace {
-
-constexpr char const* sessions = "Sessions";
-constexpr char const* looking = "Looking";
-constexpr char const* editing = "Editing";
-constexpr char const* changes = "Changes";
-constexpr char const* running = "Running configuration";
-constexpr char const* files = "Files";
-constexpr char const* engine = "Behind the scenes";
-constexpr char const* other = "Help";
-
 #define CLI_AGAINST \
   "[against] [ancestor | running | clean | session SESSION | commit NUMBER | file FILE] [as (tree | commands | json)]"
 
-}  // namespace
-
 std::vector<Command> const& commandTable() {
+  constexpr char const* sessions = "Sessions";
+  constexpr char const* looking = "Looking";
+  constexpr char const* editing = "Editing";
+  constexpr char const* changes = "Changes";
+  constexpr char const* running = "Running configuration";
+  constexpr char const* files = "Files";
+  constexpr char const* engine = "Behind the scenes";
+  constexpr char const* other = "Help";
   static std::vector<Command> const table = {
       {sessions, "session open NAME", "open a session, a private copy to edit; a new one equals running", sessionOpen},
       {sessions, "session list", "all sessions", sessionList},

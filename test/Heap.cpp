@@ -6,18 +6,18 @@
 
 namespace {
 
-std::atomic<std::size_t> made{0}, live{0};
+std::atomic<std::size_t> allocationCount{0}, live{0};
 std::atomic<std::size_t> untilFailure{0};  // 0: none is to fail
-std::atomic<bool> failsForGood{false}, failed{false};
+std::atomic<bool> failsForGood{false}, oneFailed{false};
 
 bool fails() {
-  if (failed && failsForGood) return true;
+  if (oneFailed && failsForGood) return true;
   if (untilFailure == 0 || --untilFailure > 0) return false;
-  failed = true;
+  oneFailed = true;
   return true;
 }
 void* allocate(std::size_t size) {
-  ++made;
+  ++allocationCount;
   void* const block = fails() ? nullptr : std::malloc(size);
   if (!block) throw std::bad_alloc();
   ++live;
@@ -42,11 +42,11 @@ void release(void* block) noexcept {
 
 namespace Tests {
 
-std::size_t allocations() { return made; }
+std::size_t allocations() { return allocationCount; }
 std::size_t liveBlocks() { return live; }
 
 FailingHeap::FailingHeap(std::size_t number, Then then) {
-  failed = false;
+  oneFailed = false;
   failsForGood = then == forGood;
   untilFailure = number;
 }
@@ -55,6 +55,6 @@ FailingHeap::~FailingHeap() {
   failsForGood = false;
 }
 
-bool FailingHeap::hasFailed() { return failed; }
+bool FailingHeap::hasFailed() { return oneFailed; }
 
 }  // namespace Tests

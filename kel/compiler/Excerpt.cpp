@@ -4,6 +4,8 @@
 #include <iterator>
 #include <vector>
 
+#include "compiler/Characters.h"
+
 namespace kelc {
 
 namespace {
@@ -109,8 +111,6 @@ std::string_view lineOf(Loc const& loc) {
   if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
   return text;
 }
-
-bool isWord(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'; }
 
 // How many bytes are underlined: those of a string, a number, a qualified name, or one character.
 std::size_t lengthOfWord(std::string_view text) {

@@ -5,14 +5,12 @@
 #include <system_error>
 #include <utility>
 
+#include "compiler/Characters.h"
+
 namespace kelc {
 
 namespace {
 
-// Letters do not depend on the locale.
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
-bool isWord(char c) { return isLetter(c) || isDigit(c); }
 bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 

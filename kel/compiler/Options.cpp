@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "compiler/Characters.h"
 #include "compiler/Suggest.h"
 
 namespace kelc {
@@ -49,9 +50,7 @@ std::string suggestion(std::string const& wrong) {
 
 // An identifier of C or C++, so that the output is well-formed.
 bool isIdentifier(std::string const& text) {
-  auto const isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
-  auto const isPart = [&](char c) { return isLetter(c) || (c >= '0' && c <= '9'); };
-  return !text.empty() && isLetter(text[0]) && std::all_of(text.begin(), text.end(), isPart);
+  return !text.empty() && isLetter(text[0]) && std::all_of(text.begin(), text.end(), isWord);
 }
 
 class CommandLine {

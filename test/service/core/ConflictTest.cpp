@@ -73,7 +73,7 @@ struct Conflicts : testing::Test {
   }
 };
 
-Edit const nothing = [](Plant::Hall&) {};
+Edit const noEdit = [](Plant::Hall&) {};
 Edit history(std::string const& items) {
   return [=](Plant::Hall& h) {
     h.historyDelAll();
@@ -171,8 +171,8 @@ TEST_F(Conflicts, OneMemberCreatedTwice) {
       EXPECT_EQ(h.gear("g")->wear(), wear);
     };
   };
-  expect(nothing, gear(3, 1), gear(4, 1), "hall.gear/g existence\n", has(3, 1), has(4, 1));
-  expect(nothing, gear(3, 1), gear(3, 2), "hall.gear/g existence\n", has(3, 1), has(3, 2));
+  expect(noEdit, gear(3, 1), gear(4, 1), "hall.gear/g existence\n", has(3, 1), has(4, 1));
+  expect(noEdit, gear(3, 1), gear(3, 2), "hall.gear/g existence\n", has(3, 1), has(3, 2));
 }
 
 TEST_F(Conflicts, APointerAtWhatTheOtherDeleted) {
@@ -390,11 +390,11 @@ TEST_F(Settling, ByNamingASide) {
 }
 
 TEST_F(Settling, OfWhatOnlyRunningChanged) {
-  prepare(nothing, nothing, [](auto& h) { h.u32Is(3); });
+  prepare(noEdit, noEdit, [](auto& h) { h.u32Is(3); });
   session->resolve(path(), Sv::Side::session);
   session->update();
   EXPECT_EQ(mine().u32(), 0u);
-  prepare(nothing, nothing, [](auto& h) { h.u32Is(3); });
+  prepare(noEdit, noEdit, [](auto& h) { h.u32Is(3); });
   session->resolve(path(), Sv::Side::session);
   otherCommits(6);
   session->update();
