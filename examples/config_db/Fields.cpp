@@ -57,6 +57,7 @@ GenericIf::Ptr FieldWriter::converted(Entry const& entry, std::string const& fie
 
 void FieldWriter::noteDangling(Entry const& entry, Kel::KelAttr const& attr, std::string_view text,
                                GenericIf::PtrConst key, GenericIf::PtrConst const& member) const {
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): a collection that is keyed by pointers has a key type
   Kel::KelType const& type = attr.keyIsPtr() ? *attr.keyType() : *attr.type();
   Tree::Found const found = tree_.referred(type, text);
   if (found.problem.empty()) return;

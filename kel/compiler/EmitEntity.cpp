@@ -119,10 +119,8 @@ class EntityEmitter {
     }
     if (params.empty() || printsKey(entity_)) return {};
     Attribute const& key = *params.front();
-    std::string const name = cppParam(key.name.text);
     if (isName(entity_, key)) return passed(key);
-    if (key.shape.target.isRef) return {};
-    return name;
+    return key.shape.target.isRef ? std::string() : cppParam(key.name.text);
   }
 
   void addTypeMethods(CppGroup& group) {

@@ -122,7 +122,7 @@ class Loader {
   // Looks in the include directories.
   fs::path find(std::string const& import) const {
     for (fs::path const& dir : includeDirs_) {
-      if (fs::path const path = existing(dir, import); !path.empty()) return path;
+      if (fs::path path = existing(dir, import); !path.empty()) return path;
     }
     return {};
   }
@@ -130,7 +130,7 @@ class Loader {
   // The include path of an imported model's header: that of the import when an include directory leads to it. The
   // header of a model that is found beside the importing one stands beside that one's header.
   std::string headerOf(std::string const& import, fs::path const& found, Model const& importer) const {
-    std::string const path = import.substr(0, import.size() - extension.size());
+    std::string path = import.substr(0, import.size() - extension.size());
     if (identity(find(import)) == identity(found)) return path;
     return (fs::path(importer.includePath).parent_path() / path).generic_string();
   }
