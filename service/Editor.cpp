@@ -264,6 +264,7 @@ class Editor::Impl {
     KelAttr const& attr = *path.steps.back().attr;
     Place const place = locate(base_, path);
     Kel::Entity* const old = place.there() ? place.entity.ptr() : nullptr;
+    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): every entity has a type
     KelType const& type = old ? *old->type() : *attr.type();
     Args const args = parameters(type, attr, path.steps.back().key, words, old);
     if (old && same(*old, type, attr, args)) {

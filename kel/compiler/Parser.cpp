@@ -128,7 +128,7 @@ class Parser : private Recovery {
   // Parses the name of a member and the colon after it.
   Ident memberName(char const* what) {
     Token const& first = here();
-    Ident const name = identifier(what);
+    Ident name = identifier(what);
     if (accept(":")) return name;
     bool const named = isIdentifier() && !startsLine();
     bool const known = builtinOf(name.text) != Builtin::none || !typeOfHabit(name.text).empty();

@@ -187,7 +187,7 @@ std::string Scope::shortestName(Model const& model, Decl const& decl) const {
   for (std::string const& scope : scopesOf(model)) {
     std::string const prefix = join(scope, "");
     if (decl.qualified.compare(0, prefix.size(), prefix) != 0) continue;
-    std::string const name = decl.qualified.substr(prefix.size());
+    std::string name = decl.qualified.substr(prefix.size());
     if (find(model, name) == &decl) return name;
   }
   return decl.qualified;
