@@ -26,21 +26,22 @@ using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
 using AttrPtr = Kel::Ptr<Kel::KelAttr const>;
 using GifConst = Kel::GenericIf::PtrConst;
 
-// A walk that begins with one attribute of two entities. It keeps its arguments alive.
+// A walk that begins with one attribute of two entities. It keeps its arguments alive. Raises "null ValidPtr" if one of
+// them is null.
 class Rooted {
  public:
   Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
-         Kel::KelAttr const& attr)
-      : dest_(dest), src_(src), walk(ec, *dest), frame(*dest, *src, path), step(stepFor(frame.plan, attr)) {}
+         AttrPtr const& attr)
+      : dest_(dest), src_(src), walk(ec, *dest_), frame(*dest_, *src_, path), step(stepFor(frame.plan, attr)) {}
 
  private:
   // For an attribute of another type, the source's attribute of that name.
-  static Step const& stepFor(Plan const& plan, Kel::KelAttr const& attr) {
-    Step const* step = plan.find(attr);
-    return step ? *step : *plan.find(*plan.src.getAttr(attr.name()));
+  static Step const& stepFor(Plan const& plan, Kel::ValidPtr<Kel::KelAttr const> const& attr) {
+    Step const* step = plan.find(*attr);
+    return step ? *step : *plan.find(*plan.src.getAttr(attr->name()));
   }
-  EntityPtr const dest_;
-  EntityPtrConst const src_;
+  Kel::ValidPtr<Kel::Entity> const dest_;
+  Kel::ValidPtr<Kel::Entity const> const src_;
 
  public:
   Walk walk;
@@ -52,16 +53,31 @@ class Rooted {
 template <bool (Walk::*run)(Frame&, Step const&)>
 bool walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
              AttrPtr const& attr) {
-  requireNonNull(dest, src, attr);
-  Rooted at(ec, dest, src, path, *attr);
+  Rooted at(ec, dest, src, path, attr);
   return (at.walk.*run)(at.frame, at.step);
 }
 
-// The same for the hooks, which have no source.
-class RootedHook : public Rooted {
+// A hook: an edit of `dest`, without a source. Traces that it begins.
+class Hook : public Rooted {
  public:
-  RootedHook(EntityCopy& ec, EntityPtr const& dest, Kel::KelAttr const& attr)
-      : Rooted(ec, dest, dest, {}, destAttribute(*dest, attr)) {}
+  Hook(EntityCopy& ec, EntityPtr const& dest, AttrPtr const& attr, char const* operation, char const* doing)
+      : Rooted(ec, dest, dest, {}, &begun(dest, attr, operation, doing)), gif(genericIf(dest)) {}
+
+  Kel::GenericIf::Ptr const gif;  // of `dest`
+
+  Kel::AttributeId id() const { return step.attr.id(); }
+  template <class Value, class Apply>
+  bool edit(AttributeEditType type, Value const& value, Apply const& apply) {
+    return walk.edit(frame, step, type, value, [&](GifConst const&) { apply(); });
+  }
+
+ private:
+  static Kel::KelAttr const& begun(EntityPtr const& dest, AttrPtr const& attr, char const* operation,
+                                   char const* doing) {
+    requireNonNull(dest, attr);
+    KEL_TRACE_AS(2, operation) << operation << ": " << doing << " " << attr->name();
+    return destAttribute(*dest, *attr);
+  }
 };
 
 }  // namespace
@@ -153,8 +169,7 @@ bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& s
 bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                         GifConst const& srcIndex, GifConst const& index, GifConst const& srcMember,
                                         AttrPtr const& attr) {
-  requireNonNull(dest, src, attr);
-  Rooted at(*this, dest, src, path, *attr);
+  Rooted at(*this, dest, src, path, attr);
   Walk::Member m{nullptr, nullptr, srcIndex, index, srcMember};
   return at.walk.member(at.frame, at.step, m);
 }
@@ -165,8 +180,7 @@ bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, K
 
 bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,
                            GifConst const& index) {
-  requireNonNull(dest, src, attr);
-  Rooted at(*this, dest, src, path, *attr);
+  Rooted at(*this, dest, src, path, attr);
   if (!index) return at.walk.pointer(at.frame, at.step, nullptr);
   Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(at.step.attr.id(), index)};
   return at.walk.pointer(at.frame, at.step, &m);
@@ -175,8 +189,8 @@ bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel
 EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const& srcTarget, GifConst const& srcIndex,
                                  GifConst const& srcMember, EntityPtr const& dest, GifConst const& indexValue,
                                  Kel::String path, AttrPtr const& attr) {
-  requireNonNull(srcTarget, dest, attr);
-  Rooted at(*this, dest, src ? src : EntityPtrConst(dest), path, *attr);
+  requireNonNull(srcTarget);
+  Rooted at(*this, dest, src ? src : EntityPtrConst(dest), path, attr);
   // The pointer is either the key or the member.
   bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
   Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
@@ -187,48 +201,35 @@ EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const
 
 Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
                                                     GifConst const& value, GifConst const& result) {
-  requireNonNull(dest, attr);
-  KEL_TRACE(2) << "attributeIs: setting " << attr->name();
-  RootedHook at(*this, dest, *attr);
+  Hook at(*this, dest, attr, "attributeIs", "setting");
   Kel::Entity* const target = value ? value->entity().ptr() : nullptr;
   if (at.step.kind == Step::Kind::pointer && !index && !result && (target || !value) && !at.walk.traced())
     return attributeIsReturnFactory(at.walk.setPointer(at.frame, at.step, nullptr, target), value);
-  Kel::GenericIf::Ptr const gif = genericIf(dest);
-  if (alreadySet(*gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
-  bool const changed = at.walk.edit(
-      at.frame, at.step, AttributeEditType::set_, [&] { return value; },
-      [&](GifConst const&) { gif->attributeIs(at.step.attr.id(), index, value); });
+  if (alreadySet(*at.gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
+  bool const changed = at.edit(
+      AttributeEditType::set_, [&] { return value; }, [&] { at.gif->attributeIs(at.id(), index, value); });
   return attributeIsReturnFactory(changed, value);
 }
 
 bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index) {
-  requireNonNull(dest, attr);
-  KEL_TRACE(2) << "attributeDel: deleting " << attr->name();
-  RootedHook at(*this, dest, *attr);
-  Kel::GenericIf::Ptr const gif = genericIf(dest);
-  return at.walk.edit(
-      at.frame, at.step, AttributeEditType::del_, [&] { return GifConst(gif->attribute(at.step.attr.id(), index)); },
-      [&](GifConst const&) { gif->attributeDel(at.step.attr.id(), index); });
+  Hook at(*this, dest, attr, "attributeDel", "deleting");
+  return at.edit(
+      AttributeEditType::del_, [&] { return GifConst(at.gif->attribute(at.id(), index)); },
+      [&] { at.gif->attributeDel(at.id(), index); });
 }
 
 bool EntityCopy::attributeAdd(EntityPtr const& dest, AttrPtr const& attr, GifConst const& value) {
-  requireNonNull(dest, attr);
-  KEL_TRACE(2) << "attributeAdd: adding " << attr->name();
-  RootedHook at(*this, dest, *attr);
-  return at.walk.edit(
-      at.frame, at.step, AttributeEditType::set_, [&] { return value; },
-      [&](GifConst const&) { genericIf(dest)->attributeSQEnq(at.step.attr.id(), value); });
+  Hook at(*this, dest, attr, "attributeAdd", "adding");
+  return at.edit(
+      AttributeEditType::set_, [&] { return value; }, [&] { at.gif->attributeSQEnq(at.id(), value); });
 }
 
 bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
-  requireNonNull(dest, attr);
-  KEL_TRACE(2) << "attributeRemove: removing " << attr->name();
-  RootedHook at(*this, dest, *attr);
-  Kel::GenericIf::Ptr const gif = genericIf(dest);
-  auto const head = gif->attributeIterator(at.step.attr.id());
-  return at.walk.edit(
-      at.frame, at.step, AttributeEditType::del_, [&] { return head ? GifConst(head.obj()) : nullptr; },
-      [&](GifConst const&) { gif->attributeSQDeq(at.step.attr.id()); });
+  Hook at(*this, dest, attr, "attributeRemove", "removing");
+  auto const head = at.gif->attributeIterator(at.id());
+  return at.edit(
+      AttributeEditType::del_, [&] { return head ? GifConst(head.obj()) : nullptr; },
+      [&] { at.gif->attributeSQDeq(at.id()); });
 }
 
 void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
