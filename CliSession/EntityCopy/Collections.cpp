@@ -11,18 +11,14 @@ namespace Cli::Session {
 
 // --- Cursors ---
 
-Kel::GenericIf::Ptr Cursor::key() const {
+Kel::GenericIf::PtrConst Cursor::key() const {
   if (it_) return it_->key();
-  Kel::GenericIf::PtrConst const gif = genericIf(Kel::Ptr<Kel::Entity const>(member_));
-  Kel::GenericIf::PtrConst const key = gif->attribute(gif->attributeId(attr_.type()->ctorArgs().front().name));
-  return Kel::GenericIf::Ptr(const_cast<Kel::GenericIf*>(key.ptr()));
+  return genericIf(member_)->attribute(attr_.type()->getAttr(attr_.type()->ctorArgs().front().name)->id());
 }
 
-Kel::GenericIf::Ptr Cursor::obj(bool constView) const {
+Kel::GenericIf::PtrConst Cursor::obj(bool constView) const {
   if (it_) return it_->obj(constView);
-  if (!constView) return genericIf(Kel::Ptr<Kel::Entity>(member_));
-  auto const readOnly = genericIf(Kel::Ptr<Kel::Entity const>(member_));
-  return Kel::GenericIf::Ptr(const_cast<Kel::GenericIf*>(readOnly.ptr()));
+  return constView ? genericIf(static_cast<Kel::Entity const*>(member_)) : genericIf(member_);
 }
 
 Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
@@ -94,7 +90,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
         if (typed)
           s.access.deleteMember(s.attr, f.dest, *at.iterator());
         else
-          genericIf(f.destPtr())->attributeDel(s.destAttr->id(), key);
+          genericIf(&f.dest)->attributeDel(s.destAttr->id(), key);
       });
 }
 
@@ -118,8 +114,8 @@ bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
     return found == Kel::AttrAccess::Found::equal;
   }
   std::optional<Kel::GenericIf::AttributeIterator> found;
-  Kel::GenericIf::PtrConst const srcGif = genericIf(f.srcPtr());
-  Box const key = !s.attr.keyIsPtr() ? Box(at.key()) : srcKey ? Box(genericIf(Kel::Ptr<Kel::Entity>(srcKey))) : nullptr;
+  Kel::GenericIf::PtrConst const srcGif = genericIf(&f.src);
+  Box const key = !s.attr.keyIsPtr() ? Box(at.key()) : srcKey ? Box(genericIf(srcKey)) : nullptr;
   if (keyLeads) found = memberAtKey(*srcGif, s.attr, key);
   bool const isThere = found && *found;
   if (s.attr.isPtr()) return isThere && !at.obj(true) == !found->obj();
@@ -142,9 +138,9 @@ Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
 }
 
 bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const& key) {
-  auto const gif = genericIf(Kel::Ptr<Kel::Entity const>(&owner));
+  auto const gif = genericIf(&owner);
   if (!key.type()->isA(attr.keyType())) return false;
-  return static_cast<bool>(memberAtKey(*gif, attr, genericIf(Kel::Ptr<Kel::Entity const>(&key))));
+  return static_cast<bool>(memberAtKey(*gif, attr, genericIf(&key)));
 }
 
 }  // namespace
@@ -298,7 +294,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
     return ownedMember(f, s, m, destMember(f, s, m, *src), *src);
   }
   if (traced_) {
-    bool const isThere = static_cast<bool>(genericIf(f.destPtr())->attribute(destAttr(f, s).id(), m.index()));
+    bool const isThere = static_cast<bool>(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index()));
     WALK_TRACE(3, operation) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
     WALK_TRACE(3, operation) << m.srcMember() << " is a pointer, copying target";
   }
@@ -309,7 +305,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
 
 Kel::Entity* Walk::destMember(Frame& f, Step const& s, Member& m, Kel::Entity const& src) {
   if (s.typed && m.at) return s.access.findCounterpart(f.dest, src, m.at->position());
-  return entityOf(genericIf(f.destPtr())->attribute(destAttr(f, s).id(), m.index())).ptr();
+  return entityOf(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index())).ptr();
 }
 
 bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Kel::Entity const& src) {
@@ -348,7 +344,7 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
     Kel::Entity* none = nullptr;
     if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) == Kel::AttrAccess::Found::equal) return false;
   } else {
-    auto const held = memberAtKey(*genericIf(f.destPtr()), destOwn, m.index());
+    auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m.index());
     if (held && valueTypeEqual(held.obj(), m.srcMember())) return false;
   }
   return edit(
@@ -357,7 +353,7 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
         if (typed && !box)
           s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
         else
-          genericIf(f.destPtr())->attributeIs(destOwn.id(), m.index(), m.srcMember());
+          genericIf(&f.dest)->attributeIs(destOwn.id(), m.index(), m.srcMember());
         if (!typed || s.reflexive) return;
         Kel::Entity* none = nullptr;
         if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)

@@ -41,8 +41,8 @@ class Cursor {
   // The collection's own iterator; null where positions are counted.
   Kel::AttrIterator const* iterator() const { return it_; }
 
-  Kel::GenericIf::Ptr key() const;
-  Kel::GenericIf::Ptr obj(bool constView) const;
+  Kel::GenericIf::PtrConst key() const;
+  Kel::GenericIf::PtrConst obj(bool constView) const;
 
  private:
   // Goes on to the next position at which there is a member.

@@ -27,7 +27,7 @@ class DirCopy {
       auto const state = it.ptr();
       auto const srcState = src_.entry(state->name());
       if (srcState && srcState->entityTypeName() == state->entityTypeName()) continue;
-      if (!record(AttributeEditType::del_, genericIf(Kel::Ptr<Kel::Entity>(state)))) return false;
+      if (!record(AttributeEditType::del_, genericIf(state.ptr()))) return false;
       KEL_TRACE_AS(9, operation) << "Deleting entryState " << state->name() << " in " << dirName();
       if (!ec_.stopAtFirstDiff()) dest_.entryStateDel(state->name());
     }
@@ -38,7 +38,7 @@ class DirCopy {
     for (auto it = src_.entryStateIteratorConst(); it; ++it) {
       auto const state = it.ptr();
       if (dest_.entry(state->name())) continue;
-      if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(state)))) return false;
+      if (!record(AttributeEditType::set_, genericIf(state.ptr()))) return false;
       KEL_TRACE_AS(9, operation) << "Creating entryState " << state->name() << " in " << dirName();
       if (!ec_.stopAtFirstDiff()) dest_.entryStateIs(state->name(), state->entityTypeName());
     }
@@ -52,7 +52,7 @@ class DirCopy {
       if (!srcChild) continue;
       auto const destState = dest_.entry(state->name());
       if (!destState || !destState->entityPtr())
-        if (!record(AttributeEditType::set_, genericIf(Kel::Ptr<Kel::Entity const>(state)))) return false;
+        if (!record(AttributeEditType::set_, genericIf(state.ptr()))) return false;
       KEL_TRACE_AS(9, operation) << "Creating entityPtr " << state->name() << " in " << dirName();
       // A comparison does not descend into a child that a copy would have to make.
       bool const sameType = destState && destState->entityTypeName() == state->entityTypeName();

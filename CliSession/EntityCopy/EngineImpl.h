@@ -92,6 +92,10 @@ void ensureLog(EntityCopy& ec);
 // whose log is discarded without being read. Drops the log of earlier runs.
 void leaveUnlogged(EntityCopy& ec);
 
+inline Kel::GenericIf::Ptr genericIf(Kel::Entity* e) { return Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity>(e)); }
+inline Kel::GenericIf::PtrConst genericIf(Kel::Entity const* e) {
+  return Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity const>(e));
+}
 inline Kel::GenericIf::Ptr genericIf(Kel::Ptr<Kel::Entity> const& e) { return Kel::GenericIf::ofEntity(e); }
 inline Kel::GenericIf::PtrConst genericIf(Kel::Ptr<Kel::Entity const> const& e) { return Kel::GenericIf::ofEntity(e); }
 

@@ -42,7 +42,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     isThere =
         keyFits && s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
   } else {
-    auto const held = memberAtKey(*genericIf(f.destPtr()), destOwn, m->index());
+    auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m->index());
     isThere = static_cast<bool>(held);
     if (held) current = const_cast<Kel::Entity*>(entityConstOf(held.obj()).ptr());
   }
@@ -53,10 +53,10 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   if (isThere && current == target) return false;
   // The boxed write refuses a target of another type.
   bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
-  auto const box = [&] { return Box(genericIf(Kel::Ptr<Kel::Entity>(target))); };
+  auto const box = [&] { return Box(genericIf(target)); };
   return edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
     if (!typed || boxed)
-      genericIf(f.destPtr())->attributeIs(destOwn.id(), m ? m->index() : nullptr, box());
+      genericIf(&f.dest)->attributeIs(destOwn.id(), m ? m->index() : nullptr, box());
     else if (m)
       s.access.copyMember(s.attr, f.dest, *m->at->iterator(), m->key, target);
     else

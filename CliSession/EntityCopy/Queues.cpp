@@ -52,7 +52,7 @@ bool Walk::appendValue(Frame& f, Step const& s, Cursor const& src) {
     if (s.typed && !box)
       s.access.appendValue(*s.destAttr, f.dest, *src.iterator());
     else
-      genericIf(f.destPtr())->attributeSQEnq(s.destAttr->id(), box ? box : value());
+      genericIf(&f.dest)->attributeSQEnq(s.destAttr->id(), box ? box : value());
   });
   if (!s.reflexive && !valueTypeEqual(value(), value())) impl_.unsettled = true;
   return differs;
@@ -68,7 +68,7 @@ bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src) {
   Kel::U64 const generation = impl_.generation;
   bool const differs = edit(
       f, s, AttributeEditType::set_, [&]() -> Box const& { return value; },
-      [&](Box const&) { genericIf(f.destPtr())->attributeSQEnq(destId, value); });
+      [&](Box const&) { genericIf(&f.dest)->attributeSQEnq(destId, value); });
   if (compare_) return differs;
   // The member that has just been made is the queue's last.
   Kel::Ptr<Kel::Entity> newest;

@@ -86,7 +86,7 @@ void defer(EntityCopy& ec, Frame& f, Kel::KelAttr const& attr, Kel::Ptr<Kel::Ent
            Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget) {
   Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&attr), f.destPtr(), f.path());
   record->srcIs(owner);
-  Index const target = genericIf(Kel::Ptr<Kel::Entity const>(&srcTarget));
+  Index const target = genericIf(&srcTarget);
   if (m) {
     record->srcIndexIs(m->srcIndex());
     record->srcMemberIs(m->srcMember());

@@ -47,7 +47,7 @@ Walk::Box const& Walk::Member::srcIndex() {
   return srcIndexBox;
 }
 Walk::Box const& Walk::Member::index() {
-  if (!indexBox) indexBox = key ? Box(genericIf(Kel::Ptr<Kel::Entity>(key))) : srcIndex();
+  if (!indexBox) indexBox = key ? Box(genericIf(key)) : srcIndex();
   return indexBox;
 }
 Walk::Box const& Walk::Member::srcMember() {
@@ -226,17 +226,17 @@ bool Walk::value(Frame& f, Step const& s) {
   bool changed = false;
   bool equal = false;
   if (traced_ || !s.typed) {
-    boxed = genericIf(f.srcPtr())->attribute(s.attr.id());
-    equal = valueTypeEqual(genericIf(f.destPtr())->attribute(destId), boxed);
+    boxed = genericIf(&f.src)->attribute(s.attr.id());
+    equal = valueTypeEqual(genericIf(&f.dest)->attribute(destId), boxed);
   }
   if (!equal)
     changed = edit(
-        f, s, AttributeEditType::set_, [&] { return boxed ? boxed : genericIf(f.srcPtr())->attribute(s.attr.id()); },
+        f, s, AttributeEditType::set_, [&] { return boxed ? boxed : genericIf(&f.src)->attribute(s.attr.id()); },
         [&](Box const& box) {
           if (s.typed && !box)
             s.access.copyValue(s.attr, f.dest, f.src);
           else
-            genericIf(f.destPtr())->attributeIs(destId, nullptr, box ? box : boxed);
+            genericIf(&f.dest)->attributeIs(destId, nullptr, box ? box : boxed);
         });
   if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
@@ -271,7 +271,7 @@ bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChil
     if (isFree && s.typed && !box && generation == impl_.generation && srcChild.type() == s.attr.type())
       *made = s.access.createLike(s.attr, f.dest, srcChild);
     else
-      genericIf(f.destPtr())->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
+      genericIf(&f.dest)->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
     // A reactor may have deleted it.
     if (f.dest.hasReactors() || s.destAttr->afterChange()) *made = nullptr;
     if (*made && s.attr.type()->paramsEqual() && !s.attr.type()->paramsEqual()(**made, srcChild))
@@ -288,8 +288,8 @@ bool Walk::singleton(Frame& f, Step const& s) {
   auto const deleteChild = [&] {
     WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
     return edit(
-        f, s, AttributeEditType::del_, [&] { return Box(genericIf(Kel::Ptr<Kel::Entity>(destChild))); },
-        [&](Box const&) { genericIf(f.destPtr())->attributeDel(s.destAttr->id()); });
+        f, s, AttributeEditType::del_, [&] { return Box(genericIf(destChild)); },
+        [&](Box const&) { genericIf(&f.dest)->attributeDel(s.destAttr->id()); });
   };
   if (!srcChild) {
     if (!destChild) return false;
