@@ -18,15 +18,26 @@ bool AttributeEditLogBypass::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&,
 
 bool AttributeEditLogBypass::concerns(AttributeEdit const&) const { return true; }
 
+namespace {
+
+// Whether any entry for an edit satisfies `which`. An entry may leave the attribute's name or the type's empty; the
+// exact entry comes first.
+template <class Which>
+bool anyEntry(AttributeEditBypassTable const& table, AttributeEdit const& edit, Which const& which) {
+  Kel::String const &name = edit.attributeName(), &type = edit.attributeType();
+  auto const has = [&](Kel::String const& n, Kel::String const& t) {
+    return which(table.attributeEditBypassEntry(AttributeEdit(n, t, edit.editType())));
+  };
+  return has(name, type) || (!name.empty() && has("", type)) || (!type.empty() && has(name, "")) ||
+         (!name.empty() && !type.empty() && has("", ""));
+}
+
+}  // namespace
+
 bool AttributeEditBypassTable::concerns(AttributeEdit const& edit) const {
   if (typeid(*this) != typeid(AttributeEditBypassTable)) return true;  // a derived checker may look at anything
   if (attributeEditBypassEntrys() == 0) return false;
-  auto const has = [&](Kel::String const& name, Kel::String const& type) {
-    return static_cast<bool>(attributeEditBypassEntry(AttributeEdit(name, type, edit.editType())));
-  };
-  Kel::String const& name = edit.attributeName();
-  Kel::String const& type = edit.attributeType();
-  return has(name, type) || has("", type) || has(name, "") || has("", "");
+  return anyEntry(*this, edit, [](auto const& entry) { return static_cast<bool>(entry); });
 }
 
 namespace {
@@ -96,15 +107,7 @@ bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeByp
 bool AttributeEditBypassTable::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const& ec, AttributeEdit const& edit,
                                                       Kel::String path, Kel::Ptr<Kel::GenericIf const> const& value) {
   if (!value) return false;
-  auto const check = [&](Kel::String const& name, Kel::String const& type) {
-    return bypasses(attributeEditBypassEntry(AttributeEdit(name, type, edit.editType())), ec, edit, path, value);
-  };
-  Kel::String const& name = edit.attributeName();
-  Kel::String const& type = edit.attributeType();
-  if (check(name, type)) return true;
-  if (!name.empty() && check("", type)) return true;
-  if (!type.empty() && check(name, "")) return true;
-  return !name.empty() && !type.empty() && check("", "");
+  return anyEntry(*this, edit, [&](auto const& entry) { return bypasses(entry, ec, edit, path, value); });
 }
 
 }  // namespace Cli::Session
