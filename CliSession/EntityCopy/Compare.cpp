@@ -16,6 +16,30 @@ char const* const pointerParam = "Pointers in constructor parameters are not sup
 // A queue supplies the first parameter of its members, their index.
 unsigned int firstParam(Kel::KelAttr const& attr) { return attr.isQueue() ? 1 : 0; }
 
+// Fills `params`. Compares them with those of `dest`, if there is one.
+bool collectParams(Kel::Entity const* dest, Kel::Entity const& src, Kel::KelAttr const& attr, ParamList const& params,
+                   char const* signature) {
+  static constexpr char const* operation = "constructorParams";
+  KEL_TRACE_AS(3, operation) << (dest ? "Comparing" : "Extracting") << " constructor params for " << attr.name();
+  bool differs = dest && dest->type() != src.type();
+  Kel::GenericIf::PtrConst const srcGif = genericIf(&src), destGif = genericIf(dest);
+  Kel::KelConstraint const args = attr.constraint();
+  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n) {
+    KEL_TRACE_AS(3, operation) << "Adding " << arg->name;
+    Kel::GenericIf::PtrConst const value = srcGif->attribute(src.type()->getAttr(arg->name)->id());
+    Kel::KelAttr const* const param = (dest ? *dest : src).type()->getAttr(arg->name);
+    KEL_ASSERT_AS(!param->isPtr() || !value, pointerParam, signature);
+    params->objectEnq(value);
+    if (!dest) continue;
+    bool const equal = valueTypeEqual(destGif->attribute(param->id()), value);
+    KEL_TRACE_AS(3, operation) << arg->name << (equal ? " does not differ" : " differs");
+    differs |= !equal;
+  }
+  KEL_TRACE_AS(3, operation) << "Done " << (dest ? "comparing" : "extracting") << " constructor params for "
+                             << attr.name();
+  return differs;
+}
+
 }  // namespace
 
 bool constructorParams(Kel::Ptr<Kel::Entity const> const& dest, Kel::Ptr<Kel::Entity const> const& src,
@@ -28,37 +52,11 @@ bool constructorParams(Kel::Ptr<Kel::Entity const> const& dest, Kel::Ptr<Kel::En
   Kel::KelType const* destT = dest->type();
   KEL_ASSERT(srcT);
   KEL_ASSERT(destT);
-  KEL_TRACE(3) << "Comparing constructor params for " << attr.name();
-  bool differs = srcT != destT;
-  Kel::GenericIf::PtrConst const srcGif = genericIf(src), destGif = genericIf(dest);
-  Kel::KelConstraint const args = attr.constraint();
-  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n) {
-    KEL_TRACE(3) << "Adding " << arg->name;
-    Kel::GenericIf::PtrConst const srcParamGif = srcGif->attribute(srcT->getAttr(arg->name)->id());
-    Kel::KelAttr const* destAttr = destT->getAttr(arg->name);
-    Kel::GenericIf::PtrConst const destParamGif = destGif->attribute(destAttr->id());
-    KEL_ASSERT_TEXT(!destAttr->isPtr() || !srcParamGif, pointerParam);
-    params->objectEnq(srcParamGif);
-    bool const equal = valueTypeEqual(destParamGif, srcParamGif);
-    KEL_TRACE(3) << arg->name << (equal ? " does not differ" : " differs");
-    differs |= !equal;
-  }
-  KEL_TRACE(3) << "Done comparing constructor params for " << attr.name();
-  return differs;
+  return collectParams(dest.ptr(), *src, attr, params, __PRETTY_FUNCTION__);
 }
 
 void constructorParams(Kel::Ptr<Kel::Entity const> const& src, Kel::KelAttr const& attr, ParamList const& params) {
-  KEL_TRACE(3) << "Extracting constructor params for " << attr.name();
-  Kel::GenericIf::PtrConst const srcGif = genericIf(src);
-  Kel::KelConstraint const args = attr.constraint();
-  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n) {
-    KEL_TRACE(3) << "Adding " << arg->name;
-    Kel::KelAttr const* srcAttr = src->type()->getAttr(arg->name);
-    Kel::GenericIf::PtrConst const value = srcGif->attribute(srcAttr->id());
-    KEL_ASSERT_TEXT(!srcAttr->isPtr() || !value, pointerParam);
-    params->objectEnq(value);
-  }
-  KEL_TRACE(3) << "Done extracting constructor params for " << attr.name();
+  collectParams(nullptr, *src, attr, params, __PRETTY_FUNCTION__);
 }
 
 bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst const& b) {
