@@ -174,7 +174,7 @@ GenericIf::Ptr representationFromJson(KelType const& type, Json const& json, Val
   KelType const& inner = *type.valAttr()->type();
   if (rule == ValueRule::checked && json.is_string() && inner.builtin() != B::string && !inner.valAttr())
     return valueOf(type, json.get<std::string>());
-  GenericIf::Ptr const made = fromStrep(type, valueFromJson(inner, json, rule)->strep());
+  GenericIf::Ptr made = fromStrep(type, valueFromJson(inner, json, rule)->strep());
   if (rule == ValueRule::asWritten || made->strep() == type.valueOps().initial()->strep()) return made;
   return valueOf(type, textOf(*made));
 }

@@ -24,7 +24,7 @@ double systemTime() {
 
 Kel::Dir::Ptr dirIn(Kel::Dir& top, char const* name) {
   if (Entity::Ptr const there = top.entityRef(name)) {
-    if (auto const dir = Kel::ptrCast<Kel::Dir>(there)) return dir;
+    if (auto dir = Kel::ptrCast<Kel::Dir>(there)) return dir;
     throw Error(std::string("'") + name + "' beside the running configuration is no directory");
   }
   return Kel::Dir::Ptr(new Kel::Dir(name, &top));
@@ -34,7 +34,7 @@ template <class T>
 Kel::Ptr<T> entryIn(Kel::Dir& dir, char const* name) {
   Entity::Ptr made = dir.entityRef(name);
   if (!made) made = dir.newEntity(T::_fwkType()->fullTypeName(), name);
-  if (auto const entry = Kel::ptrCast<T>(made)) return entry;
+  if (auto entry = Kel::ptrCast<T>(made)) return entry;
   throw Error("'" + made->fullName().str() + "' is a " + made->typeName().str());
 }
 

@@ -481,7 +481,7 @@ void moveFiles(std::string const& from, std::string const& to) {
 std::string unusedName(std::string const& file) {
   struct stat found;
   for (unsigned n = 1;; ++n) {
-    std::string const name = file + ".damaged-" + std::to_string(n);
+    std::string name = file + ".damaged-" + std::to_string(n);
     if (::stat(name.c_str(), &found) != 0) return name;
   }
 }

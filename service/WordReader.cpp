@@ -58,9 +58,7 @@ std::string withArticle(KelType const& type) {
 
 std::string explanationOf(KelAttr const& attr) {
   std::string const type = attr.type()->name().str();
-  std::string const what = attr.isPtr()           ? "reference to " + type
-                           : attr.instantiating() ? type
-                                                  : expectation(*attr.type());
+  std::string what = attr.isPtr() ? "reference to " + type : attr.instantiating() ? type : expectation(*attr.type());
   if (attr.isQueue()) return "queue of " + what;
   if (!attr.isCollection()) return what;
   std::string const key = attr.keyType()->name().str();

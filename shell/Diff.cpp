@@ -15,7 +15,7 @@ int runDiff(Model const& model, DiffOptions const& options) {
   std::vector<std::string> roots;
   for (ModelRoot const& root : model.roots()) roots.push_back(root.path);
   auto const load = [&](std::string const& file) {
-    Kel::Dir::Ptr const dir = Kel::dirFactory("configuration");
+    Kel::Dir::Ptr dir = Kel::dirFactory("configuration");
     Service::PendingReferences ignored;
     loadConfiguration(model, readConfiguration(file), fileTitle(file), dir, ignored);
     return dir;

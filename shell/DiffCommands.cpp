@@ -89,7 +89,8 @@ namespace {
 std::string whereAndHow(Difference const& difference, Service::PendingReferences const& waiting) {
   if (auto const* const nowhere = difference.after.is_null() ? waiting.find(difference.path) : nullptr)
     return shown(difference.path.text()) + ": " + waitingText(*nowhere);
-  std::string const text = shown(Service::text(difference)), kind = Service::text(difference.kind);
+  std::string text = shown(Service::text(difference));
+  std::string const kind = Service::text(difference.kind);
   if (text.compare(0, kind.size() + 1, kind + " ") != 0) return text;
   std::string const rest = text.substr(kind.size() + 1);
   return difference.kind == Service::DifferenceKind::changed ? rest : rest + ": " + kind;

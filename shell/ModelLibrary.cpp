@@ -63,6 +63,7 @@ Model const* openModelLibrary(std::string const& library) {
 std::unique_ptr<Model> modelOfTypes(std::string const& name, std::vector<std::string> const& roots) {
   if (roots.empty()) throw ModelError(name + " has types alone: name its roots, as in --root Acme::Switch");
   std::vector<ModelRoot> made;
+  made.reserve(roots.size());
   for (std::string const& root : roots) made.push_back(rootOf(root));
   return std::make_unique<TypesModel>(name, std::move(made));
 }

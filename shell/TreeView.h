@@ -20,7 +20,7 @@ struct TreeViewOptions {
 
 class TreeView {
  public:
-  TreeView(Cli::Service::Tree const& tree, TreeViewOptions options) : tree_(tree), options_(std::move(options)) {}
+  TreeView(Cli::Service::Tree const& tree, TreeViewOptions options) : tree_(tree), options_(options) {}
 
   // The text of what is at a path; for the empty path, of the roots. REQUIRES: the path exists.
   std::string text(Cli::Service::Path const& path) const;

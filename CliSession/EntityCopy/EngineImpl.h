@@ -39,8 +39,8 @@ class EntityCopy::Impl {
   struct PendingKey {
     Kel::Entity const* dest;
     Kel::KelAttr const* attr;
-    std::size_t index = 0;  // a hash of the member's key in the source
-    auto operator<=>(PendingKey const&) const = default;
+    std::size_t index = 0;                                // a hash of the member's key in the source
+    auto operator<=>(PendingKey const&) const = default;  // NOLINT(modernize-use-nullptr): there is no null
   };
   struct Pending {
     Kel::Ptr<AttributeCopy> record;

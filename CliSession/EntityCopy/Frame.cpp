@@ -45,6 +45,7 @@ Kel::String8 Frame::childPath(Kel::KelAttr const& attr, Kel::Entity const& srcCh
 
 Kel::String8 const& Frame::path() {
   FrameExtras& e = extras();
+  // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): a frame without one above has a path
   if (!e.path) e.path = up_->childPath(through_->attr, src);
   return *e.path;
 }

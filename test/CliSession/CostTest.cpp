@@ -11,7 +11,6 @@
 namespace {
 
 using namespace Tests;
-namespace S = Cli::Session;
 
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool countsPool = true;
