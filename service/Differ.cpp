@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <set>
 
+#include "CliSession/EntityCopy/HeldLike.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "service/JsonTree.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
 
+using Cli::Session::heldLike;
 using Kel::Change;
 using Kel::Entity;
 using Kel::KelAttr;

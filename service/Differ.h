@@ -75,7 +75,8 @@ class Differ {
 // Whether two entities of an owned queue may be aligned: they have one type, and the same constructor parameters after
 // the index. Empty if there are no such parameters: then the contents decide.
 std::optional<bool> sameItem(Kel::Entity const& from, Kel::Entity const& to);
-// True if two entities have the same type and equal constructor parameters.
+// True if two entities have the same type and equal constructor parameters. Unlike for the copy engine, a NaN equals
+// itself: the engine makes such an entity anew in each run, and that is no difference to a user.
 bool madeAlike(Kel::Entity const& from, Kel::Entity const& to);
 
 }  // namespace Cli::Service
