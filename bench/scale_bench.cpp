@@ -15,6 +15,7 @@
 #include "Harness.h"
 #include "Manager.h"
 #include "ScaleData.h"
+#include "ScaleService.h"
 
 namespace Bench {
 namespace {
@@ -221,6 +222,12 @@ std::vector<Scenario> const& scenarios() {
       {"trie_remove", trieRemove},
       {"roots_open", [](std::size_t n) { return replace(n, false); }},
       {"roots_again", [](std::size_t n) { return replace(n, true); }},
+#ifdef BENCH_SERVICE
+      {"import_derived", importDerived},
+      {"differences_queue_values", differencesInQueue},
+      {"differences_queue_entities", differencesInEntityQueue},
+      {"differences_pointer_keys", differencesOfPointerKeys},
+#endif
   };
   return all;
 }

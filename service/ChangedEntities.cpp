@@ -2,23 +2,14 @@
 
 #include <algorithm>
 
+#include "CliSession/EntityCopy/HeldLike.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
 
+using Cli::Session::heldLike;
 using Kel::Change;
 using Kel::ChangeJournal;
-
-Kel::Entity* heldLike(Kel::Entity const& owner, Kel::Entity const& e) {
-  if (!e.parent() || owner.type() != e.parent()->type()) return nullptr;
-  if (Kel::Dir const* const dir = asDir(&owner)) {
-    if (e.type() == Kel::Dir::EntryState::_fwkType()) return nullptr;
-    return const_cast<Kel::Entity*>(dir->child(e.name()));
-  }
-  Kel::KelAttr const* const held = e.parentAttr();
-  if (!held || held->isQueue()) return nullptr;
-  return held->isCollection() ? held->access().findCounterpart(owner, e, 0) : held->access().target(owner);
-}
 
 // --- Changed entities ---
 

@@ -60,7 +60,4 @@ class Checkpoint {
   std::vector<Root> roots_;
 };
 
-// The entity that `owner` has under the attribute and key of `e`; null if there is none, or if `e` is in a queue.
-Kel::Entity* heldLike(Kel::Entity const& owner, Kel::Entity const& e);
-
 }  // namespace Cli::Service

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <set>
 
+#include "CliSession/EntityCopy/HeldLike.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "service/JsonTree.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
 
+using Cli::Session::heldLike;
 using Kel::Change;
 using Kel::Entity;
 using Kel::KelAttr;
@@ -211,26 +213,27 @@ void Differ::singleton(Frame const& at, Entity const& from, Entity const& to, Ke
 
 // --- Pointers ---
 
-bool Differ::sameEntity(Entity const& from, Entity const& to) {
-  if (&from == fromOwner_ && &to == toOwner_) return true;
-  if (&from == from_.dir.ptr() || &to == to_.dir.ptr()) return &from == from_.dir.ptr() && &to == to_.dir.ptr();
-  Entity const *const fromUp = from.parent(), *const toUp = to.parent();
-  if (!fromUp || !toUp || from.parentAttrId() != to.parentAttrId() || from.type() != to.type()) return false;
-  if (asDir(fromUp) || !from.parentAttr()->isCollection()) {
-    if (asDir(fromUp) && !(from.name() == to.name())) return false;
-  } else if (from.parentAttr()->isQueue()) {
-    if (!sameEntity(*fromUp, *toUp)) return false;
-    Queue const& items = aligned(*fromUp, *toUp, *from.parentAttr());
-    auto const mine = items.from.find(&from), theirs = items.to.find(&to);
-    return mine != items.from.end() && theirs != items.to.end() && items.partner[mine->second] == theirs->second;
-  } else {
-    KelAttr const& key = *keyParam(*from.type());
-    if (!key.isPtr() && !Cli::Session::valueTypeEqual(valueOfAttr(from, key), valueOfAttr(to, key))) return false;
-  }
-  if (!sameEntity(*fromUp, *toUp)) return false;
+namespace {
+
+bool isWithin(Entity const* e, Entity const* dir) {
+  while (e && e != dir) e = e->parent();
+  return e != nullptr;
+}
+
+}  // namespace
+
+Entity const* Differ::counterpart(Entity const& to) {
+  if (&to == toOwner_) return fromOwner_;
+  if (&to == to_.dir.ptr()) return from_.dir.ptr();
+  Entity const* const toUp = to.parent();
+  Entity const* const fromUp = toUp ? counterpart(*toUp) : nullptr;
+  if (!fromUp) return nullptr;
+  bool const isItem = !asDir(toUp) && to.parentAttr()->isQueue();
+  Entity const* const from = isItem ? partner(*fromUp, *toUp, to) : heldLike(*fromUp, to);
+  if (!from || from->type() != to.type()) return nullptr;
   fromOwner_ = fromUp;
   toOwner_ = toUp;
-  return true;
+  return from;
 }
 
 bool Differ::sameTarget(Entity const& from, Entity const& to) {
@@ -238,13 +241,9 @@ bool Differ::sameTarget(Entity const& from, Entity const& to) {
   if (from.parent() && from.parent() == fromOwner_ && to.parent() == toOwner_ && from.type() == to.type() &&
       from.parentAttrId() == to.parentAttrId() && !asDir(fromOwner_) && !from.parentAttr()->isQueue())
     if (auto const equal = from.type()->paramsEqual(); equal && equal(from, to)) return true;
-  auto const within = [](Entity const* e, Entity const* dir) {
-    while (e && e != dir) e = e->parent();
-    return e != nullptr;
-  };
-  bool const mine = within(&from, from_.dir.ptr()), theirs = within(&to, to_.dir.ptr());
+  bool const mine = isWithin(&from, from_.dir.ptr()), theirs = isWithin(&to, to_.dir.ptr());
   if (mine != theirs) return false;
-  return mine ? sameEntity(from, to) : &from == &to || text(&from, from_) == text(&to, to_);
+  return mine ? counterpart(to) == &from : &from == &to || text(&from, from_) == text(&to, to_);
 }
 
 void Differ::pointer(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
@@ -344,22 +343,31 @@ void Differ::pointerKeys(Frame const& at, Entity const& from, Entity const& to, 
         attr, Kel::GenericIf::of(Kel::String8(place.is_string() ? place.get<std::string>() : std::string()))));
     emit(kind, std::move(path), from.type(), &attr, std::move(before), std::move(after));
   };
-  std::vector<Member const*> partners;
-  auto next = mine.begin();
-  for (Member const& other : theirs) {
-    auto const isSame = [&](Member const& m) {
-      if (m.matched) return false;
-      return m.key == other.key || (m.key && other.key && sameTarget(*m.key, *other.key));
-    };
-    // The members that are equal come in the same order in most cases.
-    auto found = std::find_if(next, mine.end(), isSame);
-    if (found == mine.end())
-      if (auto const before = std::find_if(mine.begin(), next, isSame); before != next) found = before;
-    if (found != mine.end()) {
-      found->matched = true;
-      next = std::next(found);
+  std::unordered_map<Entity const*, Member*> byKey;
+  std::unordered_multimap<std::string, Member*> outside;  // by the texts of keys outside the tree
+  for (Member& m : mine) {
+    byKey.emplace(m.key, &m);
+    if (m.key && !isWithin(m.key, from_.dir.ptr())) outside.emplace(targetText(*m.key, *from_.dir), &m);
+  }
+  auto const unmatched = [&](Entity const* key) -> Member* {
+    auto const found = byKey.find(key);
+    return found == byKey.end() || found->second->matched ? nullptr : found->second;
+  };
+  auto const partnerOf = [&](Entity const* key) -> Member* {
+    if (Member* const same = unmatched(key); same || !key) return same;
+    if (isWithin(key, to_.dir.ptr())) {
+      Entity const* const before = counterpart(*key);
+      return before ? unmatched(before) : nullptr;
     }
-    partners.push_back(found != mine.end() ? &*found : nullptr);
+    auto const [begin, end] = outside.equal_range(targetText(*key, *to_.dir));
+    auto const found = std::find_if(begin, end, [](auto const& one) { return !one.second->matched; });
+    return found == end ? nullptr : found->second;
+  };
+  std::vector<Member const*> partners;
+  for (Member const& other : theirs) {
+    Member* const found = partnerOf(other.key);
+    if (found) found->matched = true;
+    partners.push_back(found);
   }
   for (Member const& m : mine)
     if (!m.matched) differs(DifferenceKind::deleted, m.key, from_, m.content, {});
@@ -459,19 +467,40 @@ Aligned alignItems(KelAttr const& attr, Items& from, Items& to) {
   });
 }
 
+// Runs of items by their content, in the order of their gaps.
+class Runs {
+ public:
+  void add(std::size_t gap, Json content) { lists_[std::move(content)].gaps.push_back(gap); }
+  // Takes the first one behind a gap out. REQUIRES: `gap` never decreases.
+  std::optional<std::size_t> takeAfter(std::size_t gap, Json const& content) {
+    auto const found = lists_.find(content);
+    if (found == lists_.end()) return std::nullopt;
+    auto& [gaps, next] = found->second;
+    while (next < gaps.size() && gaps[next] <= gap) ++next;
+    return next < gaps.size() ? std::optional(gaps[next++]) : std::nullopt;
+  }
+
+ private:
+  struct List {
+    std::vector<std::size_t> gaps;
+    std::size_t next = 0;
+  };
+  std::unordered_map<Json, List> lists_;
+};
+
 }  // namespace
 
-Differ::Queue const& Differ::aligned(Entity const& from, Entity const& to, KelAttr const& attr) {
-  auto& known = queues_[&attr];
-  auto const [found, isNew] = known.try_emplace(&from);
-  Queue& queue = found->second;
-  if (!isNew) return queue;
-  Items mine(from, attr, from_), theirs(to, attr, to_);
-  queue.partner.assign(mine.size(), std::size_t(-1));
-  for (auto const& [i, j] : alignItems(attr, mine, theirs)) queue.partner[i] = j;
-  for (std::size_t i = 0; i < mine.size(); ++i) queue.from.emplace(&mine.entity(i), i);
-  for (std::size_t j = 0; j < theirs.size(); ++j) queue.to.emplace(&theirs.entity(j), j);
-  return queue;
+// The item of a queue of `from` that is aligned with an item of `to`; null if there is none.
+Entity const* Differ::partner(Entity const& from, Entity const& to, Entity const& item) {
+  KelAttr const& attr = *item.parentAttr();
+  auto const [found, isNew] = partners_[&attr].try_emplace(&to);
+  auto& partners = found->second;
+  if (isNew) {
+    Items mine(from, attr, from_), theirs(to, attr, to_);
+    for (auto const& [i, j] : alignItems(attr, mine, theirs)) partners.emplace(&theirs.entity(j), &mine.entity(i));
+  }
+  auto const known = partners.find(&item);
+  return known == partners.end() ? nullptr : known->second;
 }
 
 void Differ::queue(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
@@ -507,23 +536,27 @@ void Differ::queue(Frame const& at, Entity const& from, Entity const& to, KelAtt
     found_.back().run = {static_cast<Kel::U32>(gap.from), static_cast<Kel::U32>(gap.to)};
   };
   // A run that was removed at one place and added at another was moved.
+  Runs removedRuns, addedRuns;
+  for (std::size_t g = 0; g < gaps.size(); ++g) {
+    Gap const& gap = gaps[g];
+    if (gap.to == gap.toEnd)
+      removedRuns.add(g, mine.run(gap.from, gap.fromEnd));
+    else if (gap.from == gap.fromEnd)
+      addedRuns.add(g, theirs.run(gap.to, gap.toEnd));
+  }
   std::vector<bool> moved(gaps.size(), false);
   for (std::size_t g = 0; g < gaps.size(); ++g) {
     Gap const& gap = gaps[g];
     if (moved[g]) continue;
     Json before = mine.run(gap.from, gap.fromEnd), after = theirs.run(gap.to, gap.toEnd);
     bool const removed = gap.to == gap.toEnd, added = gap.from == gap.fromEnd;
-    std::size_t partner = g + 1;
-    for (; (removed || added) && partner < gaps.size(); ++partner) {
-      Gap const& other = gaps[partner];
-      if (moved[partner]) continue;
-      if (removed && other.from == other.fromEnd && theirs.run(other.to, other.toEnd) == before) break;
-      if (added && other.to == other.toEnd && mine.run(other.from, other.fromEnd) == after) break;
-    }
-    if ((removed || added) && partner < gaps.size()) {
-      moved[partner] = true;
-      Gap const& source = removed ? gap : gaps[partner];
-      Gap const& target = removed ? gaps[partner] : gap;
+    std::optional<std::size_t> const partner = removed ? addedRuns.takeAfter(g, before)
+                                               : added ? removedRuns.takeAfter(g, after)
+                                                       : std::nullopt;
+    if (partner) {
+      moved[*partner] = true;
+      Gap const& source = removed ? gap : gaps[*partner];
+      Gap const& target = removed ? gaps[*partner] : gap;
       Json const& content = removed ? before : after;
       runDiffers(DifferenceKind::reordered, {source.from, source.fromEnd, target.to, target.toEnd}, content, content);
       continue;

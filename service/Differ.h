@@ -32,12 +32,6 @@ class Differ {
   struct Plan {
     std::vector<Kel::KelAttr const*> all, further, owned;  // copiable; those that plainEqual leaves out; owning
   };
-  // How the items of two owned queues are aligned.
-  struct Queue {
-    std::unordered_map<Kel::Entity const*, std::size_t> from, to;
-    std::vector<std::size_t> partner;  // by positions in `from`
-  };
-
   void walk();
   Plan const& planOf(Kel::KelType const& type);
   void entity(Frame const& at, Kel::Entity const& from, Kel::Entity const& to);
@@ -55,8 +49,9 @@ class Differ {
   void queue(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void owned(Frame const& at, Kel::Entity const* from, Kel::Entity const* to);
 
-  Queue const& aligned(Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
-  bool sameEntity(Kel::Entity const& from, Kel::Entity const& to);
+  // The entity of `from` at the position of one of `to`; null if there is none, or one of another type.
+  Kel::Entity const* counterpart(Kel::Entity const& to);
+  Kel::Entity const* partner(Kel::Entity const& from, Kel::Entity const& to, Kel::Entity const& item);
 
   Path pathOf(Frame const& at) const;
   void emit(DifferenceKind kind, Path path, Kel::KelType const* type, Kel::KelAttr const* attr, Json before,
@@ -70,15 +65,18 @@ class Differ {
   bool strayPointers_ = false;  // something points at items that are not aligned
   std::vector<Difference> found_;
   std::unordered_map<Kel::KelType const*, Plan> plans_;
-  std::unordered_map<Kel::KelAttr const*, std::unordered_map<Kel::Entity const*, Queue>> queues_;
-  // The owners of the last two targets that were the same.
+  // The items of owned queues of `to`, by their owners, with the items of `from` that they are aligned with.
+  using Partners = std::unordered_map<Kel::Entity const*, Kel::Entity const*>;
+  std::unordered_map<Kel::KelAttr const*, std::unordered_map<Kel::Entity const*, Partners>> partners_;
+  // The owners of the last target whose counterpart was found.
   Kel::Entity const *fromOwner_ = nullptr, *toOwner_ = nullptr;
 };
 
 // Whether two entities of an owned queue may be aligned: they have one type, and the same constructor parameters after
 // the index. Empty if there are no such parameters: then the contents decide.
 std::optional<bool> sameItem(Kel::Entity const& from, Kel::Entity const& to);
-// True if two entities have the same type and equal constructor parameters.
+// True if two entities have the same type and equal constructor parameters. Unlike for the copy engine, a NaN equals
+// itself: the engine makes such an entity anew in each run, and that is no difference to a user.
 bool madeAlike(Kel::Entity const& from, Kel::Entity const& to);
 
 }  // namespace Cli::Service

@@ -102,6 +102,15 @@ void Importer::owned(Kel::Entity* owner, KelAttr const& attr, GenericIf::PtrCons
   fresh_ = wasFresh;
 }
 
+namespace {
+
+// An iterator on the last item; null if there is none.
+Kel::AttrIterator& lastItem(Kel::Entity const& owner, KelAttr const& attr, Kel::IteratorRoom& room) {
+  return attr.access().iterateAt(owner, attr.access().count(attr, owner) - 1, room);
+}
+
+}  // namespace
+
 Kel::Entity* Importer::make(Kel::Entity& owner, KelAttr const& attr, GenericIf::PtrConst const& key,
                             KelType const& type, std::vector<GenericIf::PtrConst> const& args) {
   GenericIf::Ptr const gif = gifOf(owner);
@@ -115,7 +124,10 @@ Kel::Entity* Importer::make(Kel::Entity& owner, KelAttr const& attr, GenericIf::
     if (attr.isQueue()) {
       gif->attributeSQEnq(attr.id(), GenericIf::List::genericIf(list));
       Kel::IteratorRoom room;
-      made = attr.access().iterateAt(owner, attr.access().count(attr, owner) - 1, room).target();
+      Kel::AttrIterator const& last = lastItem(owner, attr, room);
+      made = last.target();
+      if (numbered_ && last.key()->strep().str() == std::to_string(numbered_->number + 1))
+        numbered_ = {made, numbered_->number + 1};
     } else {
       gif->attributeIs(attr.id(), key, GenericIf::List::genericIf(list));
       made = attr.isCollection() ? gif->attribute(attr.id(), key)->entity().ptr() : singleTarget(owner, attr);
@@ -130,21 +142,31 @@ Kel::Entity* Importer::make(Kel::Entity& owner, KelAttr const& attr, GenericIf::
   return made;
 }
 
+Kel::U64 Importer::nextNumber(Kel::Entity const& owner, KelAttr const& attr) const {
+  Kel::IteratorRoom room;
+  Kel::AttrIterator const& last = lastItem(owner, attr, room);
+  if (numbered_ && last.nonNull() && last.target() == numbered_->item) return numbered_->number + 1;
+  Kel::U64 next = 0;
+  attr.access().eachOwned(
+      owner, [](Kel::Entity*, Kel::U64 number, void* context) { *static_cast<Kel::U64*>(context) = number + 1; },
+      &next);
+  return next;
+}
+
 Kel::Entity* Importer::makeDerived(Kel::Entity& owner, KelAttr const& attr, GenericIf::PtrConst const& key,
                                    KelType const& type, std::vector<GenericIf::PtrConst> args) {
   GenericIf::Ptr const gif = gifOf(owner);
-  Kel::U64 sequence = 0;
+  Kel::U64 const number = attr.isQueue() ? nextNumber(owner, attr) : 0;
+  GenericIf::PtrConst index = key;
   if (attr.isQueue()) {
-    attr.access().eachOwned(
-        owner, [](Kel::Entity*, Kel::U64 at, void* next) { *static_cast<Kel::U64*>(next) = at + 1; }, &sequence);
-    if (!type.ctorArgs().empty()) args.insert(args.begin(), attr.keyType()->genericFromText(std::to_string(sequence)));
+    index = attr.keyType()->genericFromText(std::to_string(number));
+    if (!type.ctorArgs().empty()) args.insert(args.begin(), index);
   } else {
     gif->attributeDel(attr.id(), key);
   }
   Kel::Entity::Ptr const made = type.newEntity(args);
-  attr.access().restore(attr, owner, made, sequence);
-  GenericIf::PtrConst const index =
-      attr.isQueue() ? GenericIf::PtrConst(attr.keyType()->genericFromText(std::to_string(sequence))) : key;
+  attr.access().restore(attr, owner, made, number);
+  if (attr.isQueue()) numbered_ = {made.ptr(), number};
   if (attr.isCollection())
     gif->attributeOp(Kel::AttributeOp::notify, attr.id(), index);
   else
@@ -275,8 +297,10 @@ void Importer::queue(Kel::Entity* e, KelAttr const& attr, Json const& json) {
   if (attr.instantiating()) {
     std::size_t const kept = keptItems(items, attr, json);
     if (write_) cutQueue(*e, attr, kept);
+    auto const outer = std::exchange(numbered_, std::nullopt);
     for (std::size_t i = 0; i < json.size(); ++i)
       below(queueStep(attr, i), i, [&] { owned(e, attr, nullptr, json[i], i < kept ? items[i] : nullptr); });
+    numbered_ = outer;
   }
   at_.steps.push_back(whole);
 }

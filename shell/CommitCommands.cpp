@@ -109,7 +109,6 @@ Outcome commitConfirmed(Context& context, Arguments const& arguments) {
 
 Outcome commitCancel(Context& context, Arguments const& arguments) {
   Service::CommitResult const result = context.session().commitCancel(arguments.text("ID"));
-  committed(context);
   context.out << "the commit that waited is undone; what it changed is back in its session, as edits\n";
   tellReports(context, result);
   return Outcome::ok;

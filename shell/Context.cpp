@@ -102,6 +102,14 @@ void Context::mergePending() {
   forgetLoaded();
 }
 
+// The session of the undone commit has its changes as edits, and running as its ancestor.
+void Context::followUndone() {
+  auto const session = device.followUndone();
+  if (!session) return;
+  if (auto const found = states_.find(*session); found != states_.end())
+    found->second.ancestorPending = device.pending();
+}
+
 // --- Paths ---
 
 Service::Path Context::path(std::vector<std::string> const& words, bool create) const {

@@ -66,6 +66,8 @@ class Context {
   void refreshPending(Cli::Service::PendingReferences const& source);
   // Call it after running's changes have come into the session: those of its pending references come, too.
   void mergePending();
+  // Call it before each command: a commit may have been undone since the last one.
+  void followUndone();
   // Call it after an edit: references that have been set or deleted do not count as loaded any more.
   void forgetLoaded();
 

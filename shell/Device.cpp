@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 #include "Kel/Exception.h"
 #include "ModelLibrary.h"
@@ -68,6 +69,14 @@ void Device::pendingIs(Service::PendingReferences pending) {
   bool const changed = !std::equal(now.begin(), now.end(), before.begin(), before.end(), same);
   pending_ = std::move(pending);
   if (changed) pendingAfter_[service_->lastCommit()] = pending_;
+  waiting_ = service_->waiting();
+}
+
+std::optional<std::string> Device::followUndone() {
+  if (!waiting_ || service_->waiting()) return std::nullopt;
+  auto const undone = *std::exchange(waiting_, std::nullopt);
+  if (Service::PendingReferences const* const before = pendingAfter(undone.number - 1)) pendingIs(*before);
+  return undone.session;
 }
 
 Service::PendingReferences const* Device::pendingAfter(Kel::U64 commit) const {

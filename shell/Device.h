@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,9 @@ class Device {
   // The references of the running configuration that lead nowhere. Set them after each commit.
   Cli::Service::PendingReferences const& pending() const { return pending_; }
   void pendingIs(Cli::Service::PendingReferences pending);
+  // Call it before each command: if the commit that waited to be confirmed has been undone, `pending` is again as it
+  // was before that commit. Answers the name of its session then.
+  std::optional<std::string> followUndone();
   // Those of the clean configuration, and those of running after a commit; null: they are not known any more.
   Cli::Service::PendingReferences const& cleanPending() const { return cleanPending_; }
   Cli::Service::PendingReferences const* pendingAfter(Kel::U64 commit) const;
@@ -43,6 +47,7 @@ class Device {
   LoadReport report_;
   Cli::Service::PendingReferences pending_, cleanPending_;
   std::map<Kel::U64, Cli::Service::PendingReferences> pendingAfter_;  // commits that have changed them
+  std::optional<Cli::Service::Service::Waiting> waiting_;             // as of the newest commit of the shell
   std::unique_ptr<Cli::Service::CommitStore> store_;
   std::unique_ptr<Cli::Service::Service> service_;
 };

@@ -68,6 +68,7 @@ Interpreter::Answer Interpreter::run(std::string const& text) {
     if (line.words.empty() || line.isComment()) return answer;
     if (line.openQuote) throw CommandError("a quote is not closed");
     OutputFilter filter(line.words);  // takes its words away
+    context_.followUndone();
     answer.outcome = dispatch(line.words);
     answer.output = filter.filtered(context_.out.str());
     answer.paged = filter.paged();

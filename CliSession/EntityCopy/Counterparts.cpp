@@ -3,10 +3,9 @@
 
 #include <array>
 
+#include "CliSession/EntityCopy/HeldLike.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/AttrAccess.h"
-#include "Kel/Dir.h"
 
 namespace Cli::Session {
 
@@ -16,17 +15,7 @@ namespace {
 // its tree.
 constexpr std::size_t maxOwners = 1000;
 
-// The entity that `owner` has under the attribute and key of `e`; null if there is none.
-Kel::Entity* heldLike(Kel::Entity& owner, Kel::Entity const& e) {
-  Kel::KelAttr const* const held = e.parentAttr();
-  if (!held || owner.type() != e.parent()->type()) return nullptr;
-  if (owner.type() == Kel::Dir::_fwkType()) {
-    if (e.type() == Kel::Dir::EntryState::_fwkType()) return nullptr;
-    return const_cast<Kel::Entity*>(static_cast<Kel::Dir const&>(owner).child(e.name()));
-  }
-  return held->isCollection() ? held->access().findCounterpart(owner, e, 0) : held->access().target(owner);
-}
-
+// The run makes an entity anew that differs here. A NaN differs from itself, unlike in the service's madeAlike.
 bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
   if (a.type() != b.type()) return false;
   if (auto const paramsEqual = a.type()->paramsEqual()) return paramsEqual(a, b);

@@ -93,6 +93,12 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
   }
   Kel::Ptr<Kel::Entity const> const alive(&srcTarget);
   Kel::String8 const missing = Counterparts::missingName(ec_, srcTarget, known);
+  if (m && m->at && missing.empty() && !known.rootKnown) {
+    // The handler may delete the member from the source.
+    m->srcIndex();
+    m->srcMember();
+    m->at = nullptr;
+  }
   PtrTarget const answer = missing.empty() ? ask(f, srcTarget, !known.rootKnown) : PtrTarget(missing, false);
   supersede(f, s, m);
   if (answer.copiable()) {

@@ -147,8 +147,11 @@ class LinkQueue : private DenseHash<I, LinkQueueSlot<V, I>, LinkQueueKey<I>> {
   bool follows(U64 sequence) const {
     return sequence >= afterLast() && sequence < farthest && !find(static_cast<I>(sequence));
   }
-  // Appends a member under that number. REQUIRES: follows( sequence ).
-  void restore(U64 sequence, V const& value) { append(sequence, value); }
+  // Appends a member under that number; the next one gets a higher number. REQUIRES: follows( sequence ).
+  void restore(U64 sequence, V const& value) {
+    append(sequence, value);
+    if (next_ <= sequence) next_ = sequence + 1;
+  }
   U64 nextSequence() const { return next_; }
   // Sets the number of the next member; false, and no change, if it cannot follow the present ones.
   bool nextSequenceIs(U64 next) {

@@ -224,6 +224,58 @@ TEST_F(Handlers, MayTakeTheDestinationAway) {
   }
 }
 
+// Deletes what it is asked about from the source's collections, each kind in turn.
+struct Deleter : SessionHandler {
+  std::function<void()> act;
+  S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
+    act();
+    return SessionHandler::resolveEntityPtr(ec, target);
+  }
+  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& to, EntityPtrConst const& from,
+                    Kel::String path) override {
+    if (from->type() != Plant::Hall::_fwkType() && from->type() != Plant::Bolt::_fwkType()) act();
+    return SessionHandler::handleEntity(ec, to, from, path);
+  }
+};
+
+TEST_F(Handlers, MayDeleteTheMemberUnderTheWalk) {
+  using Kel::U32;
+  struct Kind {
+    std::function<void(U32 n, Kel::Name const& name, Kel::Ptr<Plant::Bolt> const& bolt)> add;
+    std::function<void()> deleteAll;
+  } const kinds[] = {
+      {[&](U32 n, auto&, auto& bolt) { src->chosenIs(Kel::String8("a rather long key " + std::to_string(n)), bolt); },
+       [&] { src->chosenDelAll(); }},
+      {[&](U32 n, auto&, auto& bolt) { src->weightIs(bolt, n + 1); }, [&] { src->weightDelAll(); }},
+      {[&](U32, auto&, auto& bolt) { src->matedIs(bolt, bolt); }, [&] { src->matedDelAll(); }},
+      {[&](U32 n, auto&, auto& bolt) { src->watchedIs(n, bolt); }, [&] { src->watchedDelAll(); }},
+      {[&](U32, auto& name, auto&) { src->newPlate(name, 1)->textIs("t"); }, [&] { src->plateDelAll(); }},
+      {[&](U32, auto& name, auto&) { src->jobEnq(name)->doneIs(true); }, [&] { src->jobDelAll(); }},
+  };
+  for (Kind const& kind : kinds) {
+    for (U32 n = 0; n < 12; ++n) {
+      Kel::Name const name("bolt " + std::to_string(n));
+      kind.add(n, name, src->newBolt(name));
+    }
+    world.copyFrom(world.src)->destIs(world.dest);
+    dest->chosenDelAll();
+    dest->weightDelAll();
+    dest->matedDelAll();
+    dest->watchedDelAll();
+    EntityCopy::Ptr const ec = copyWithTable();
+    Kel::Ptr<Deleter> const deleter(new Deleter);
+    deleter->sessionStatusIs(world.status);
+    deleter->act = kind.deleteAll;
+    ec->handlerIs(deleter);
+    ec->destIs(world.dest);
+    EXPECT_FALSE(dest->chosenHas("")) << "it was never in the source";
+    for (auto it = dest->weightIterator(); it; ++it) EXPECT_GT(it.value(), 0U) << "it was never in the source";
+    src->boltDelAll();
+    world.copyFrom(world.src)->destIs(world.dest);
+    EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+  }
+}
+
 TEST_F(Handlers, OneInItsOwnTableDoesNotTakeOverFromItself) {
   EntityCopy::Ptr const ec = copyWithTable();
   table->registerCustomCopyHandler(S::EntityPath(""), "Plant::Hall", Kel::ptrCast<SessionHandler>(ec->handler()));

@@ -15,12 +15,22 @@ namespace {
 
 class Transcript : public testing::TestWithParam<std::string> {
  protected:
-  static std::unique_ptr<Device> sample() {
+  std::unique_ptr<Device> sample() {
     ::setenv("TZ", "UTC", 1);
     ::setenv("LOGNAME", "operator", 1);
     return std::make_unique<Device>(
-        ConfigDb::model(), Device::Settings{SOURCE_DIR "/examples/config_db/leaf.json", "", [] { return 1.7e9; }});
+        ConfigDb::model(), Device::Settings{SOURCE_DIR "/examples/config_db/leaf.json", "", [this] { return time_; }});
   }
+  // "wait SECONDS", which is no command of the shell.
+  bool wait(Device& device, std::string const& command) {
+    if (!command.starts_with("wait ")) return false;
+    time_ += std::stod(command.substr(5));
+    device.service().poll();
+    return true;
+  }
+
+ private:
+  double time_ = 1.7e9;
 };
 
 TEST_P(Transcript, Holds) {
@@ -32,6 +42,7 @@ TEST_P(Transcript, Holds) {
   Context context(*device);
   Interpreter interpreter(context);
   std::string const said = Tests::answered(path, [&](std::string const& command) {
+    if (wait(*device, command)) return std::string();
     Interpreter::Answer const answer = interpreter.run(command);
     std::string text = answer.output + answer.error;
     if (answer.outcome != Outcome::ok) text += "[" + std::to_string(static_cast<int>(answer.outcome)) + "]\n";

@@ -198,6 +198,22 @@ TEST(JsonTree, HoldsEveryPossibleTarget) {
   }
 }
 
+// Items of a derived type have their place among the others, also behind a place where one has left.
+TEST(JsonTree, QueuesHoldItemsOfDerivedTypes) {
+  World world;
+  auto const hall = World::hall(world.src);
+  Path const queue = parsePath(world.src, "hall.tick");
+  Json const alarm = {{"$type", "Plant::Alarm"}, {"note", "n"}}, tick = {{"note", "n"}};
+  auto const expectHeld = [&](Json const& items) {
+    importJson(world.src, queue, items);
+    EXPECT_EQ(exportAttribute(*hall, *queue.steps.back().attr, *world.src), items);
+  };
+  expectHeld({alarm, alarm, alarm});
+  hall->tickDel(1);
+  hall->tickEnq()->noteIs("n");
+  expectHeld({alarm, alarm, tick, alarm, tick, alarm});
+}
+
 // A replaced entity takes the pointers at it along.
 TEST(JsonTree, PointersFollowWhatIsMadeAgain) {
   World world;
