@@ -35,7 +35,7 @@ std::string const board = SOURCE_DIR "/examples/router/board.json";
 
 TEST(RouterModel, TakesEverythingInItsSample) {
   Device device(router(), {board, "", nullptr});
-  EXPECT_EQ("53 entities of 9 modules", device.report().summary);
+  EXPECT_EQ("59 entities of 9 modules", device.report().summary);
   for (Remark const& remark : device.report().remarks) ADD_FAILURE() << remark.place << ": " << remark.what;
 }
 
@@ -43,7 +43,7 @@ TEST(RouterModel, TakesEverythingInARealConfiguration) {
   std::string const file = SHARED_DATA "/yang/router-board.json";
   if (!std::filesystem::exists(file)) GTEST_SKIP() << file << " is not there";
   Device device(router(), {file, "", nullptr});
-  EXPECT_EQ("107 entities of 13 modules", device.report().summary);
+  EXPECT_EQ("119 entities of 13 modules", device.report().summary);
   for (Remark const& remark : device.report().remarks) ADD_FAILURE() << remark.place << ": " << remark.what;
 }
 
@@ -62,6 +62,33 @@ TEST(RouterModel, KeepsTheTextOfAReferenceUntilItsTargetComes) {
       "every reference leads somewhere\n"
       "bridge  interfaces.interface/br9\n",
       said);
+}
+
+// What the file gives twice is not lost without a word.
+TEST(RouterModel, SaysWhatIsGivenTwice) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", R"({"ietf-system:system": {"hostname": "a", "hostname": "b"},
+    "infix-firewall:firewall": {"policy": [{"name": "p"}], "zone": [{"name": "lan", "action": "drop"}, {"name": "lan"}]}})")
+                               .string();
+  Device device(router(), {file, "", nullptr});
+  std::string said;
+  for (Remark const& remark : device.report().remarks) said += remark.place + ": " + remark.what + "\n";
+  EXPECT_EQ(
+      "ietf-system:system/hostname: given again, the last one taken\n"
+      "infix-firewall:firewall/zone/lan: an entry that is there already, both taken together\n",
+      said);
+  EXPECT_EQ("15 entities of 2 modules", device.report().summary);
+}
+
+TEST(RouterModel, SaysTheLineOfWhatIsNotJson) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", "{\"infix-meta:meta\": {\n\"version\": \"1\",}}").string();
+  try {
+    Device const device(router(), {file, "", nullptr});
+    FAIL();
+  } catch (ModelError const& e) {
+    EXPECT_EQ(0U, std::string(e.what()).rfind(file + ":2: syntax error", 0)) << e.what();
+  }
 }
 
 TEST(RouterModel, RefusesFilesOfAnotherForm) {
