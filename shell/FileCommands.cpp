@@ -16,7 +16,8 @@ using Service::Tree;
 namespace {
 
 bool isJson(std::string const& text) {
-  std::size_t const first = text.find_first_not_of(" \t\r\n");
+  std::size_t const start = text.starts_with("\xef\xbb\xbf") ? 3 : 0;  // some editors write this mark
+  std::size_t const first = text.find_first_not_of(" \t\r\n", start);
   return first != std::string::npos && (text[first] == '{' || text[first] == '[' || text[first] == '"');
 }
 
