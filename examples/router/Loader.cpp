@@ -283,6 +283,7 @@ class Load {
     if (found != entities_.end()) return entity->attributeIs(attr->id(), key, found->second);
     std::string const reason = "there is no such " + attr->type()->name().str();
     report_.remarks.push_back({place, "'" + target + "': " + reason + ", left null", reason + ", left null"});
+    if (key) entity->attributeIs(attr->id(), key, nullptr);
     // The text is kept until such an entity is made.
     Service::Path at = *Service::pathOf(*entity->entityConst(), *into);
     at.steps.push_back(key ? Service::memberStep(*attr, key) : Service::attributeStep(*attr));

@@ -53,6 +53,38 @@ TEST(CliSession, SaysThatEditsAreLost) {
   EXPECT_EQ(std::string::npos, run(program + " -c commit").output.find("lost"));
 }
 
+// References that lead nowhere are null on both sides, but not equal.
+TEST(CliSession, ComparesReferencesThatLeadNowhere) {
+  Tests::TemporaryDir const dir;
+  auto const file = [&](char const* name, char const* sessions) {
+    return dir
+        .write(name,
+               std::string(R"({"ACL_TABLE": {"T": {"ports": ["Ethernet9"]}}, "MIRROR_SESSION": )") + sessions + "}")
+        .string();
+  };
+  std::string const a = file("a", R"({"m": {"dst_port": "Ethernet1"}, "n": {"dst_port": "Ethernet2"}})"),
+                    b = file("b", R"({"n": {"dst_port": "Ethernet3"}, "o": {"dst_port": "Ethernet4"}})");
+  EXPECT_EQ(0, run(CLI_SESSION " diff " + a + " " + a).status);
+  Result const found = run(CLI_SESSION " diff " + a + " " + b);
+  EXPECT_EQ(1, found.status);
+  EXPECT_EQ(
+      "  security/acl\n"
+      "-   mirrorSession m\n"
+      "-     dstPort: network/ports.port/Ethernet1\n"
+      "+   mirrorSession o\n"
+      "+     dstPort: network/ports.port/Ethernet4 (there is no PORT \"Ethernet4\")\n"
+      "    mirrorSession n\n"
+      "~     dstPort: network/ports.port/Ethernet2 -> network/ports.port/Ethernet3 (there is no PORT \"Ethernet3\")\n",
+      found.output);
+  std::string const commands =
+      dir.write("commands", run(CLI_SESSION " diff --commands " + a + " " + b).output).string();
+  EXPECT_EQ(
+      "session s is open, equal to running\n" + commands +
+          " is loaded: 2 edits to commit, 3 references to nowhere\nequal\n2 edits are lost: there was no commit\n",
+      run(CLI_SESSION " --quiet " + a + open + " -c 'load merge " + commands + "' -c 'show diff file " + b + "'")
+          .output);
+}
+
 // A word of a megabyte is not repeated as a whole.
 TEST(CliSession, CutsWhatNobodyWouldRead) {
   Tests::TemporaryDir const dir;
