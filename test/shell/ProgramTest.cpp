@@ -85,6 +85,27 @@ TEST(CliSession, ComparesReferencesThatLeadNowhere) {
           .output);
 }
 
+// An export as commands is a script: what they point at is made before.
+TEST(CliSession, ExportsCommandsThatItTakes) {
+  Tests::TemporaryDir const dir;
+  std::string const script = (dir.path() / "script").string(), before = (dir.path() / "a").string(),
+                    after = (dir.path() / "b").string(), none = dir.write("none", "{}").string();
+  std::string const config =
+      dir.write(
+             "x",
+             R"({"PORT": {"Ethernet0": {"lanes": "1,2"}}, "VLAN": {"Vlan1": {}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}},
+        "INTERFACE": {"Ethernet0": {"vrf_name": "Vrf1"}, "Ethernet0|192.0.2.1/24": {}}, "VRF": {"Vrf1": {}}})")
+          .string();
+  run(CLI_SESSION " --quiet " + config + open + " -c 'save " + before + "' -c 'export --commands | save " + script +
+      "'");
+  Result const typed =
+      run("(echo session open s; cat " + script + "; echo save " + after + ") | " CLI_SESSION " --quiet " + none);
+  EXPECT_EQ(0, typed.status) << typed.output;
+  EXPECT_EQ(0, run("cmp " + before + " " + after).status);
+  Result const again = run(CLI_SESSION " --quiet " + config + open + " -c 'load merge " + script + "' -c compare");
+  EXPECT_EQ(0, again.status) << again.output;
+}
+
 // A word of a megabyte is not repeated as a whole.
 TEST(CliSession, CutsWhatNobodyWouldRead) {
   Tests::TemporaryDir const dir;
