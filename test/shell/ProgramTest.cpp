@@ -137,8 +137,9 @@ TEST(CliSession, TakesAConfigurationFromStandardInput) {
 
 TEST(CliSession, TakesTheFlatForm) {
   Tests::TemporaryDir const dir;
-  std::string const nested = R"({"PORT": {"Ethernet0": {"mtu": "1500"}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}}})";
-  std::string const flat = R"({"PORT|Ethernet0": {"mtu": "1500"}, "VLAN_MEMBER|Vlan1|Ethernet0": {}})";
+  std::string const nested =
+      R"({"PORT": {"Ethernet0": {"mtu": "1500", "lanes": "1,2"}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}}})";
+  std::string const flat = R"({"PORT|Ethernet0": {"mtu": "1500", "lanes@": "1,2"}, "VLAN_MEMBER|Vlan1|Ethernet0": {}})";
   Result const result =
       run(CLI_SESSION " diff " + dir.write("a.json", nested).string() + " " + dir.write("b.json", flat).string());
   EXPECT_EQ(0, result.status) << result.output;
