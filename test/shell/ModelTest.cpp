@@ -109,6 +109,20 @@ TEST(RouterModel, IsEditedByCommands) {
   EXPECT_NE(std::string::npos, said.find("br0 deleted; no longer lead anywhere: ")) << said;
 }
 
+// 'insert' makes what is missing on the way, as 'set' does.
+TEST(RouterModel, InsertsIntoQueuesThatAreToBeMade) {
+  std::string const said =
+      answers(router(), board,
+              {"session open s", "insert firewall zone guests service end dns",
+               "move firewall zone nowhere service 0 0", "insert firewall zone guests service 5 ssh"});
+  EXPECT_EQ(
+      "session s is open, equal to running\n"
+      "firewall.zone/guests created, firewall.zone/guests.service/0 inserted\n"
+      "'nowhere': there is no such zone; there is lan, wan, guests\n"
+      "'5' is no position in the queue, which are 0 to 1\n",
+      said);
+}
+
 // An entity that gets another key still points at itself, if it did.
 TEST(RouterModel, RenamesReferencesOfAnEntityToItself) {
   std::string const said =
