@@ -451,8 +451,8 @@ class Editor::Impl {
 
   // The queue to which the words lead, and how many words that takes. After an item of an outer queue, a word belongs
   // to the path only if it names an attribute of the item, not a parameter of a new one.
-  std::pair<Path, std::size_t> readQueue(WordSpan words, Path const& at) const {
-    WordReader reader(base_, at, rules(false));
+  std::pair<Path, std::size_t> readQueue(WordSpan words, Path const& at, bool create) const {
+    WordReader reader(base_, at, rules(create));
     std::size_t used = 0;
     while (used < words.size()) {
       if (reader.expects() == WordReader::Expects::nothing) break;
@@ -460,13 +460,14 @@ class Editor::Impl {
         break;
       reader.take(words[used++]);
     }
-    if (reader.expects() != WordReader::Expects::key || !reader.attr()->isQueue() || !reader.entity())
+    if (reader.expects() != WordReader::Expects::key || !reader.attr()->isQueue())
       throw InputError("'" + reader.path().text() + "' is no queue");
+    if (!reader.entity() && !create) throw InputError("there is nothing at '" + reader.path().text() + "'");
     return {reader.path() / attributeStep(*reader.attr()), used};
   }
   static bool goesOn(WordReader const& reader, WordSpan words, std::size_t used) {
     KelAttr const& attr = *reader.attr();
-    if (!attr.instantiating() || used + 1 >= words.size()) return false;
+    if (!attr.instantiating() || !reader.entity() || used + 1 >= words.size()) return false;
     auto const position = unsignedNumber(words[used]);
     if (!position || *position >= attr.access().count(attr, *reader.entity())) return false;
     KelAttr const* const next = attr.type()->findAttr(words[used + 1]);
@@ -482,11 +483,11 @@ class Editor::Impl {
   }
 
   void insert(Applied& applied, WordSpan words, Path const& at) {
-    auto const [path, used] = readQueue(words, at);
+    auto const [path, used] = readQueue(words, at, true);
     KelAttr const& attr = *path.steps.back().attr;
     if (!attr.copiable()) throw InputError("'" + path.text() + "' cannot be changed");
     if (used == words.size()) throw InputError("a position in '" + path.text() + "' expected, or 'end'");
-    Kel::Entity::Ptr const owner = entityAt(base_, path.parent());
+    Kel::Entity::Ptr const owner(ensure(applied, path.parent()));
     std::size_t const to = position(words[used], attr.access().count(attr, *owner));
     WordSpan const rest = words.subspan(used + 1);
     applied.path = path.parent() / queueStep(attr, to);
@@ -501,7 +502,8 @@ class Editor::Impl {
       callChanged(*owner, attr, true);
     }
     applied.changed = true;
-    applied.text = applied.path.text() + " inserted";
+    creationText(applied);
+    applied.text += (applied.text.empty() ? "" : ", ") + applied.path.text() + " inserted";
   }
 
   void replaceItem(Applied& applied, Path const& path, std::string const& text) {
@@ -516,7 +518,7 @@ class Editor::Impl {
 
   void move(Applied& applied, WordSpan words, Path const& at) {
     if (words.size() < 3) throw InputError("a queue expected, the position of an item, and the one that it gets");
-    auto const [path, used] = readQueue(words.first(words.size() - 2), at);
+    auto const [path, used] = readQueue(words.first(words.size() - 2), at, false);
     KelAttr const& attr = *path.steps.back().attr;
     Kel::Entity::Ptr const owner = entityAt(base_, path.parent());
     std::size_t const count = attr.access().count(attr, *owner);

@@ -178,7 +178,7 @@ std::string expectation(KelType const& type) {
   std::string fields;
   for (Kel::KelAttr const* field : type.attributeQ())
     if (field->isValue()) fields += (fields.empty() ? "\"" : ", \"") + field->name().str() + "\": …";
-  return "JSON like {" + fields + "}";
+  return "JSON like '{" + fields + "}'";
 }
 
 std::vector<std::string> valueWords(KelType const& type) {

@@ -63,6 +63,10 @@ bool isNull(Kel::Dir::Ptr const& base, Service::PendingReference const& referenc
 }
 
 Service::PendingReferences& Context::pending() { return states_[session().name()].pending; }
+Service::PendingReferences const& Context::pendingOf(std::string const& session) const {
+  auto const found = states_.find(session);
+  return found == states_.end() ? device.pending() : found->second.pending;
+}
 Service::PendingReferences& Context::ancestorPending() { return states_[session().name()].ancestorPending; }
 Service::PendingReferences& Context::loaded() { return states_[session().name()].loaded; }
 

@@ -51,6 +51,8 @@ class Context {
 
   // The session's pending references.
   Cli::Service::PendingReferences& pending();
+  // Those of any session.
+  Cli::Service::PendingReferences const& pendingOf(std::string const& session) const;
   // Those of its ancestor, which has them from running.
   Cli::Service::PendingReferences& ancestorPending();
   // Those that came into the session with a file. They do not keep a commit from being made.

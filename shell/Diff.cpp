@@ -6,6 +6,7 @@
 
 #include "Device.h"
 #include "DiffView.h"
+#include "PendingDiff.h"
 
 namespace Shell {
 
@@ -14,16 +15,16 @@ namespace Service = Cli::Service;
 int runDiff(Model const& model, DiffOptions const& options) {
   std::vector<std::string> roots;
   for (ModelRoot const& root : model.roots()) roots.push_back(root.path);
-  auto const load = [&](std::string const& file) {
+  auto const load = [&](std::string const& file, Service::PendingReferences& pending) {
     Kel::Dir::Ptr dir = Kel::dirFactory("configuration");
-    Service::PendingReferences ignored;
-    loadConfiguration(model, readConfiguration(file), fileTitle(file), dir, ignored);
+    loadConfiguration(model, readConfiguration(file), fileTitle(file), dir, pending);
     return dir;
   };
-  Service::Tree const from{load(options.from), &roots}, to{load(options.to), &roots};
-  auto const found = Service::differences(from, to);
+  Service::PendingReferences before, after;
+  Service::Tree const from{load(options.from, before), &roots}, to{load(options.to, after), &roots};
+  auto const found = withPending(Service::differences(from, to), before, after);
   DiffForm const form = options.commands ? DiffForm::commands : options.json ? DiffForm::json : DiffForm::tree;
-  std::cout << diffText(found, form, Paint(Paint::wanted(STDOUT_FILENO))) << std::flush;
+  std::cout << diffText(found, form, Paint(Paint::wanted(STDOUT_FILENO)), &after) << std::flush;
   if (!std::cout) throw std::runtime_error("the output cannot be written");
   return found.empty() ? 0 : 1;
 }

@@ -3,6 +3,7 @@
 #include "DiffView.h"
 #include "JsonText.h"
 #include "ModelLibrary.h"
+#include "PendingDiff.h"
 #include "Words.h"
 #include "service/ValueText.h"
 
@@ -39,32 +40,38 @@ class Scratch {
   Kel::Dir::Ptr dir_;
 };
 
+// From another configuration, with its references that lead nowhere, to the session's.
+std::vector<Difference> fromTree(Context& context, Service::Tree const& from,
+                                 Service::PendingReferences const& pending) {
+  return withPending(Service::differences(from, context.tree()), pending, context.pending());
+}
+
 std::vector<Difference> fromCommit(Context& context, Kel::U64 number) {
-  context.service().commitRecord(number);  // raises for one that is not kept
   Scratch scratch(context);
   makeRoots(context.device.model().roots(), scratch.dir());
   Service::carryOut(Service::differences(scratch.tree(), context.service().running()), scratch.tree());
   Service::carryOut(Service::inverse(context.service().differencesFromRunning(number)), scratch.tree());
-  return Service::differences(scratch.tree(), context.tree());
+  Service::PendingReferences const* const pending = context.device.pendingAfter(number);
+  return fromTree(context, scratch.tree(), pending ? *pending : context.device.pending());
 }
 
 std::vector<Difference> fromFile(Context& context, std::string const& file) {
   Scratch scratch(context);
-  Service::PendingReferences ignored;
-  loadConfiguration(context.device.model(), readConfiguration(file), fileTitle(file), scratch.dir(), ignored);
-  return Service::differences(scratch.tree(), context.tree());
+  Service::PendingReferences pending;
+  loadConfiguration(context.device.model(), readConfiguration(file), fileTitle(file), scratch.dir(), pending);
+  return fromTree(context, scratch.tree(), pending);
 }
 
 std::vector<Difference> fromClean(Context& context) {
   Kel::Dir::Ptr const clean = context.service().manager().cleanConfig();
   if (!clean) throw CommandError("there is no clean configuration");
-  return Service::differences({clean, context.tree().roots}, context.tree());
+  return fromTree(context, {clean, context.tree().roots}, context.device.cleanPending());
 }
 
 std::vector<Difference> fromSession(Context& context, std::string const& name) {
   Service::Session const* const other = context.service().session(name);
   if (!other) throw CommandError("there is no session '" + shown(name) + "'");
-  return Service::differences(other->tree(), context.tree());
+  return fromTree(context, other->tree(), context.pendingOf(name));
 }
 
 }  // namespace

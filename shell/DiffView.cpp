@@ -5,6 +5,7 @@
 
 #include "Context.h"
 #include "JsonText.h"
+#include "PendingDiff.h"
 #include "Words.h"
 #include "service/Commands.h"
 
@@ -16,32 +17,6 @@ using Service::DifferenceKind;
 using Service::Json;
 
 namespace {
-
-// Puts the text of a reference that leads nowhere in the place of the null pointer, in the content of an entity.
-void fill(Json& content, Service::Path const& top, Service::PendingReference const& reference) {
-  Json* at = &content;
-  auto const& steps = reference.place.steps;
-  for (std::size_t i = top.steps.size(); i < steps.size(); ++i) {
-    Service::PathStep const& step = steps[i];
-    bool const last = i + 1 == steps.size();
-    // A null pointer is left out of the content, and so is a collection without other members.
-    auto const enter = [&](std::string const& name) {
-      if (at->is_null() && last) *at = Json::object();
-      if (!at->is_object() || !(last || at->contains(name))) return false;
-      at = &(*at)[name];
-      return true;
-    };
-    if (!step.attr || !enter(step.attr->name().str())) return;
-    if (step.key && step.attr->isQueue()) {
-      auto const position = step.key->attrVal<Kel::U32>();
-      if (!at->is_array() || position >= at->size()) return;
-      at = &(*at)[position];
-    } else if (step.key && !enter(step.keyText())) {
-      return;
-    }
-  }
-  if (at->is_null()) *at = waitingText(reference);
-}
 
 class Lines {
  public:
@@ -68,8 +43,8 @@ class Lines {
       whole('+', name, filled(difference.after, difference.path), depth);
       return;
     }
-    if (auto const* const nowhere =
-            waiting_ && difference.after.is_null() ? waiting_->find(difference.path) : nullptr) {
+    auto const* const nowhere = waiting_ ? waiting_->find(difference.path) : nullptr;
+    if (nowhere && (difference.after.is_null() || difference.after == Json(nowhere->target))) {
       bool const same = difference.before == Json(nowhere->target);
       return line('~', depth, name + ": " + (same ? "" : oneLine(difference.before) + " -> ") + waitingText(*nowhere));
     }
@@ -82,7 +57,8 @@ class Lines {
   // The content of an entity, with its references that lead nowhere.
   Json filled(Json content, Service::Path const& place) const {
     if (waiting_ && content.is_object())
-      for (Service::PendingReference const& reference : waiting_->within(place)) fill(content, place, reference);
+      for (Service::PendingReference const& reference : waiting_->within(place))
+        fillPending(content, place, reference, waitingText(reference));
     return content;
   }
 

@@ -1,8 +1,12 @@
 // Commands that read and write files.
+#include <algorithm>
+#include <span>
 #include <sstream>
 
 #include "CommandTable.h"
+#include "ModelLibrary.h"
 #include "OutputFilter.h"
+#include "PendingDiff.h"
 #include "Words.h"
 #include "service/JsonTree.h"
 #include "service/PathWords.h"
@@ -16,7 +20,8 @@ using Service::Tree;
 namespace {
 
 bool isJson(std::string const& text) {
-  std::size_t const first = text.find_first_not_of(" \t\r\n");
+  std::size_t const start = text.starts_with("\xef\xbb\xbf") ? 3 : 0;  // some editors write this mark
+  std::size_t const first = text.find_first_not_of(" \t\r\n", start);
   return first != std::string::npos && (text[first] == '{' || text[first] == '[' || text[first] == '"');
 }
 
@@ -135,12 +140,59 @@ std::vector<Path> rootsBelow(Context& context, Path const& path) {
   return out;
 }
 
+// The commands that make the content of roots in empty ones. All roots go together, because pointers lead from one to
+// another.
+std::vector<std::string> commandsFor(Context& context, std::vector<Path> const& roots) {
+  Tree const empty{Kel::dirFactory("empty"), context.tree().roots};
+  makeRoots(context.device.model().roots(), empty.dir);
+  std::vector<Service::Difference> wanted;
+  for (Service::Difference& difference :
+       withPending(Service::differences(empty, context.tree()), {}, context.pending()))
+    if (std::any_of(roots.begin(), roots.end(), [&](Path const& root) { return difference.path.isWithin(root); }))
+      wanted.push_back(std::move(difference));
+  return Service::commands(wanted);
+}
+
+// The outermost queue that an 'insert' puts an item into, or below an item of.
+Path queueOf(Context& context, std::vector<std::string> const& insert) {
+  for (std::size_t count = 1; count < insert.size(); ++count) {
+    Path const path = Service::readPath(context.base(), {}, std::span(insert).subspan(1, count)).path;
+    if (!path.empty() && path.steps.back().attr && path.steps.back().attr->isQueue()) return path;
+  }
+  return {};
+}
+
+bool concerns(std::string const& command, std::string const& place) {
+  std::size_t const verb = command.find(' ') + 1;
+  return command.compare(verb, place.size(), place) == 0 && command.substr(verb + place.size()).starts_with(" ");
+}
+
+// Puts commands that empty a queue before the first one that fills it: where the queue has items already, they would
+// double.
+std::vector<std::string> withEmptiedQueues(Context& context, std::vector<std::string> const& commands) {
+  std::vector<std::string> out;
+  std::string queue;  // the last one
+  for (std::string const& command : commands) {
+    if (command.starts_with("insert ") && (queue.empty() || !concerns(command, queue))) {
+      Path const path = queueOf(context, Service::splitWords(command));
+      Path const owner = path.parent();
+      std::string const ownerWords = Service::joinedWords(owner.words());
+      queue = Service::joinedWords(path.words());
+      bool const isRoot = owner.empty() || !owner.steps.back().attr;
+      if (!isRoot && (out.empty() || !concerns(out.back(), ownerWords))) out.push_back("set " + ownerWords);
+      out.push_back("delete " + queue);
+    }
+    out.push_back(command);
+  }
+  return out;
+}
+
 std::string commandText(Context& context, Path const& path) {
-  std::vector<Path> places = rootsBelow(context, path);
-  if (places.empty()) places.push_back(path);
+  std::vector<Path> const roots = rootsBelow(context, path);
   std::string out;
-  for (Path const& place : places)
-    for (std::string const& command : Service::commands(place, content(context, place))) out += command + "\n";
+  for (std::string const& command : withEmptiedQueues(
+           context, roots.empty() ? Service::commands(path, content(context, path)) : commandsFor(context, roots)))
+    out += command + "\n";
   return out;
 }
 

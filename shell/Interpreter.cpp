@@ -22,9 +22,11 @@ bool isNumber(std::string const& word) {
 bool leadsOn(Context& context, std::vector<std::string> words, std::string const& word) {
   if (!context.hasSession()) return true;  // the command says that there is no session
   words.push_back(word);
-  // Exact words are found at once; only then every key is looked at.
+  // Keys are taken as new ones, because only a reading that fails looks at every key.
+  Service::WordRules rules;
+  rules.create = true;
   try {
-    if (Service::readPath(context.base(), context.at(), words).used == words.size()) return true;
+    return Service::readPath(context.base(), context.at(), words, rules).used == words.size();
   } catch (Service::InputError const&) {
   }
   return !Service::complete(context.base(), context.at(), words, Service::CompletionFor::path, 1).list.empty();

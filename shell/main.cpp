@@ -116,7 +116,7 @@ int main(int argc, char** argv) {
     bool const diff = argc > 1 && std::string(argv[1]) == "diff" && ::access("diff", F_OK) != 0;
     return diff || (argc > 3 && std::string(argv[1]) == "diff") ? runDiff(argc - 1, argv + 1) : runSessions(argc, argv);
   } catch (std::exception const& e) {
-    std::cerr << e.what() << "\n";
+    std::cerr << Shell::shown(e.what()) << "\n";
     return 2;
   }
 }

@@ -176,7 +176,9 @@ bool isImplied(Table const& table, std::string_view entry) {
 char const* mapAttribute(Table const& table) { return renamed(table.name, "*"); }
 
 Kel::KelAttr const* attributeOf(Table const& table, Kel::KelType const& type, std::string_view field) {
-  std::string const word = lowered(field);
+  // In the flat form of a database, "@" marks a list.
+  bool const marked = field.ends_with('@');
+  std::string const word = lowered(field.substr(0, field.size() - (marked ? 1 : 0)));
   char const* const other = renamed(table.name, word);
   std::string name = other ? other : camelCase(word);
   Kel::KelAttr const* attr = type.findAttr(name);
@@ -185,6 +187,7 @@ Kel::KelAttr const* attributeOf(Table const& table, Kel::KelType const& type, st
     attr = type.findAttr(name);
     if (attr && !attr->isCollection()) attr = nullptr;
   }
+  if (attr && marked && !attr->isCollection()) return nullptr;
   return attr && isField(table, *attr) ? attr : nullptr;
 }
 

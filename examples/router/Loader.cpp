@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "Kel/Exception.h"
 #include "Kel/GenericIf.h"
@@ -103,6 +104,47 @@ GenericIf::Ptr valueOf(Kel::KelType const& type, std::string const& text) {
 
 std::string textOf(Json const& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
 
+// --- The document ---
+
+// "FILE:LINE: what is wrong", without the parser's own prefix.
+Shell::ModelError errorOf(std::string const& file, std::string const& text, Json::parse_error const& e) {
+  auto const end = text.begin() + static_cast<std::ptrdiff_t>(std::min(e.byte, text.size()));
+  std::string what = e.what();
+  if (std::size_t const column = what.find("column "); column != std::string::npos)
+    if (std::size_t const colon = what.find(": ", column); colon != std::string::npos) what.erase(0, colon + 2);
+  return Shell::ModelError(file + ":" + std::to_string(1 + std::count(text.begin(), end, '\n')) + ": " + what);
+}
+
+// Parses a text. Of a name that stands twice in one object the parser keeps the last value: such names are remarks.
+Json parsed(std::string const& file, std::string const& text, Shell::LoadReport& report) {
+  struct Object {
+    std::set<std::string> names;
+    std::string name;  // of the member that is being read
+  };
+  std::vector<Object> open;
+  auto const note = [&](std::string const& name) {
+    open.back().name = name;
+    if (open.back().names.insert(name).second) return;
+    std::string place;
+    for (Object const& object : open) place += (place.empty() ? "" : "/") + object.name;
+    std::string const what = "given again, the last one taken";
+    report.remarks.push_back({place, what, what});
+  };
+  auto const follow = [&](int, Json::parse_event_t event, Json& value) {
+    if (event == Json::parse_event_t::object_start) open.emplace_back();
+    if (event == Json::parse_event_t::object_end) open.pop_back();
+    if (event == Json::parse_event_t::key) note(value.get_ref<std::string const&>());
+    return true;
+  };
+  try {
+    return Json::parse(text, follow);
+  } catch (Json::parse_error const& e) {
+    throw errorOf(file, text, e);
+  } catch (Json::exception const& e) {
+    throw Shell::ModelError(file + ": " + e.what());
+  }
+}
+
 // --- The load ---
 
 class Load {
@@ -128,7 +170,8 @@ class Load {
         remark(member.key(), "not in the model, ignored");
     for (auto const& [path, entity] : made) attach(path, entity->entity(), into);
     for (Reference const& reference : references_) resolve(reference, into);
-    report_.summary = std::to_string(entityCount_) + " entities of " + std::to_string(moduleCount_) + " modules";
+    report_.summary = std::to_string(entityCount_) + " entities of " + std::to_string(moduleCount_) +
+                      (moduleCount_ == 1 ? " module" : " modules");
   }
 
  private:
@@ -190,6 +233,7 @@ class Load {
         ++*last;
       else
         last.emplace(entity->attributeIterator(attr.id()));
+      ++entityCount_;
       GenericIf::Ptr const made = last->obj();
       container(item, made, place + "/" + made->entity()->name().str());
     }
@@ -207,8 +251,13 @@ class Load {
         if (auto const code = optionCode(attr.type()->name().str(), text)) text = *code;
       GenericIf::Ptr const key = valueOf(*attr.keyType(), text);
       if (!key) return remark(place + "/" + text, "is no key of this list, entry left out");
+      GenericIf::Ptr made = entity->attribute(attr.id(), key);
+      if (made) {
+        remark(place + "/" + text, "an entry that is there already, both taken together");
+        return container(item, made, place + "/" + text);
+      }
       entity->attributeIs(attr.id(), key, nullptr);
-      GenericIf::Ptr const made = entity->attribute(attr.id(), key);
+      made = entity->attribute(attr.id(), key);
       index(made);
       return container(item, made, place + "/" + text);
     }
@@ -234,6 +283,7 @@ class Load {
     if (found != entities_.end()) return entity->attributeIs(attr->id(), key, found->second);
     std::string const reason = "there is no such " + attr->type()->name().str();
     report_.remarks.push_back({place, "'" + target + "': " + reason + ", left null", reason + ", left null"});
+    if (key) entity->attributeIs(attr->id(), key, nullptr);
     // The text is kept until such an entity is made.
     Service::Path at = *Service::pathOf(*entity->entityConst(), *into);
     at.steps.push_back(key ? Service::memberStep(*attr, key) : Service::attributeStep(*attr));
@@ -281,16 +331,11 @@ class RouterModel : public Shell::Model {
 
   Shell::LoadReport load(std::string const& text, std::string const& file, Kel::Dir::Ptr const& into,
                          Service::PendingReferences& pending) const override {
-    Json document;
-    try {
-      document = Json::parse(text);
-    } catch (Json::exception const& e) {
-      throw Shell::ModelError(file + ": " + e.what());
-    }
+    Shell::LoadReport report;
+    Json const document = parsed(file, text, report);
     bool const known = document.is_object() && std::any_of(std::begin(rootTable), std::end(rootTable),
                                                            [&](Root const& r) { return document.contains(r.member); });
     if (!known) throw Shell::ModelError(file + ": none of this model's containers is in it");
-    Shell::LoadReport report;
     Load(report, pending).run(document, into);
     return report;
   }

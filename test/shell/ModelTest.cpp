@@ -35,7 +35,7 @@ std::string const board = SOURCE_DIR "/examples/router/board.json";
 
 TEST(RouterModel, TakesEverythingInItsSample) {
   Device device(router(), {board, "", nullptr});
-  EXPECT_EQ("53 entities of 9 modules", device.report().summary);
+  EXPECT_EQ("59 entities of 9 modules", device.report().summary);
   for (Remark const& remark : device.report().remarks) ADD_FAILURE() << remark.place << ": " << remark.what;
 }
 
@@ -43,7 +43,7 @@ TEST(RouterModel, TakesEverythingInARealConfiguration) {
   std::string const file = SHARED_DATA "/yang/router-board.json";
   if (!std::filesystem::exists(file)) GTEST_SKIP() << file << " is not there";
   Device device(router(), {file, "", nullptr});
-  EXPECT_EQ("107 entities of 13 modules", device.report().summary);
+  EXPECT_EQ("119 entities of 13 modules", device.report().summary);
   for (Remark const& remark : device.report().remarks) ADD_FAILURE() << remark.place << ": " << remark.what;
 }
 
@@ -64,6 +64,33 @@ TEST(RouterModel, KeepsTheTextOfAReferenceUntilItsTargetComes) {
       said);
 }
 
+// What the file gives twice is not lost without a word.
+TEST(RouterModel, SaysWhatIsGivenTwice) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", R"({"ietf-system:system": {"hostname": "a", "hostname": "b"},
+    "infix-firewall:firewall": {"policy": [{"name": "p"}], "zone": [{"name": "lan", "action": "drop"}, {"name": "lan"}]}})")
+                               .string();
+  Device device(router(), {file, "", nullptr});
+  std::string said;
+  for (Remark const& remark : device.report().remarks) said += remark.place + ": " + remark.what + "\n";
+  EXPECT_EQ(
+      "ietf-system:system/hostname: given again, the last one taken\n"
+      "infix-firewall:firewall/zone/lan: an entry that is there already, both taken together\n",
+      said);
+  EXPECT_EQ("15 entities of 2 modules", device.report().summary);
+}
+
+TEST(RouterModel, SaysTheLineOfWhatIsNotJson) {
+  Tests::TemporaryDir const dir;
+  std::string const file = dir.write("x.json", "{\"infix-meta:meta\": {\n\"version\": \"1\",}}").string();
+  try {
+    Device const device(router(), {file, "", nullptr});
+    FAIL();
+  } catch (ModelError const& e) {
+    EXPECT_EQ(0U, std::string(e.what()).rfind(file + ":2: syntax error", 0)) << e.what();
+  }
+}
+
 TEST(RouterModel, RefusesFilesOfAnotherForm) {
   Tests::TemporaryDir const dir;
   for (char const* text : {"", "[]", "{}", "3", "{\"PORT\": {}}", "{\"a\": ", "<xml/>"})
@@ -80,6 +107,20 @@ TEST(RouterModel, IsEditedByCommands) {
   EXPECT_NE(std::string::npos, said.find("interfaces.interface/wan.ipv4.dhcp.option/12.value set to box")) << said;
   EXPECT_NE(std::string::npos, said.find("set nacm ruleList 0 rule 0 label first\n")) << said;
   EXPECT_NE(std::string::npos, said.find("br0 deleted; no longer lead anywhere: ")) << said;
+}
+
+// 'insert' makes what is missing on the way, as 'set' does.
+TEST(RouterModel, InsertsIntoQueuesThatAreToBeMade) {
+  std::string const said =
+      answers(router(), board,
+              {"session open s", "insert firewall zone guests service end dns",
+               "move firewall zone nowhere service 0 0", "insert firewall zone guests service 5 ssh"});
+  EXPECT_EQ(
+      "session s is open, equal to running\n"
+      "firewall.zone/guests created, firewall.zone/guests.service/0 inserted\n"
+      "'nowhere': there is no such zone; there is lan, wan, guests\n"
+      "'5' is no position in the queue, which are 0 to 1\n",
+      said);
 }
 
 // An entity that gets another key still points at itself, if it did.

@@ -53,6 +53,59 @@ TEST(CliSession, SaysThatEditsAreLost) {
   EXPECT_EQ(std::string::npos, run(program + " -c commit").output.find("lost"));
 }
 
+// References that lead nowhere are null on both sides, but not equal.
+TEST(CliSession, ComparesReferencesThatLeadNowhere) {
+  Tests::TemporaryDir const dir;
+  auto const file = [&](char const* name, char const* sessions) {
+    return dir
+        .write(name,
+               std::string(R"({"ACL_TABLE": {"T": {"ports": ["Ethernet9"]}}, "MIRROR_SESSION": )") + sessions + "}")
+        .string();
+  };
+  std::string const a = file("a", R"({"m": {"dst_port": "Ethernet1"}, "n": {"dst_port": "Ethernet2"}})"),
+                    b = file("b", R"({"n": {"dst_port": "Ethernet3"}, "o": {"dst_port": "Ethernet4"}})");
+  EXPECT_EQ(0, run(CLI_SESSION " diff " + a + " " + a).status);
+  Result const found = run(CLI_SESSION " diff " + a + " " + b);
+  EXPECT_EQ(1, found.status);
+  EXPECT_EQ(
+      "  security/acl\n"
+      "-   mirrorSession m\n"
+      "-     dstPort: network/ports.port/Ethernet1\n"
+      "+   mirrorSession o\n"
+      "+     dstPort: network/ports.port/Ethernet4 (there is no PORT \"Ethernet4\")\n"
+      "    mirrorSession n\n"
+      "~     dstPort: network/ports.port/Ethernet2 -> network/ports.port/Ethernet3 (there is no PORT \"Ethernet3\")\n",
+      found.output);
+  std::string const commands =
+      dir.write("commands", run(CLI_SESSION " diff --commands " + a + " " + b).output).string();
+  EXPECT_EQ(
+      "session s is open, equal to running\n" + commands +
+          " is loaded: 2 edits to commit, 3 references to nowhere\nequal\n2 edits are lost: there was no commit\n",
+      run(CLI_SESSION " --quiet " + a + open + " -c 'load merge " + commands + "' -c 'show diff file " + b + "'")
+          .output);
+}
+
+// An export as commands is a script: what they point at is made before.
+TEST(CliSession, ExportsCommandsThatItTakes) {
+  Tests::TemporaryDir const dir;
+  std::string const script = (dir.path() / "script").string(), before = (dir.path() / "a").string(),
+                    after = (dir.path() / "b").string(), none = dir.write("none", "{}").string();
+  std::string const config =
+      dir.write(
+             "x",
+             R"({"PORT": {"Ethernet0": {"lanes": "1,2"}}, "VLAN": {"Vlan1": {}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}},
+        "INTERFACE": {"Ethernet0": {"vrf_name": "Vrf1"}, "Ethernet0|192.0.2.1/24": {}}, "VRF": {"Vrf1": {}}})")
+          .string();
+  run(CLI_SESSION " --quiet " + config + open + " -c 'save " + before + "' -c 'export --commands | save " + script +
+      "'");
+  Result const typed =
+      run("(echo session open s; cat " + script + "; echo save " + after + ") | " CLI_SESSION " --quiet " + none);
+  EXPECT_EQ(0, typed.status) << typed.output;
+  EXPECT_EQ(0, run("cmp " + before + " " + after).status);
+  Result const again = run(CLI_SESSION " --quiet " + config + open + " -c 'load merge " + script + "' -c compare");
+  EXPECT_EQ(0, again.status) << again.output;
+}
+
 // A word of a megabyte is not repeated as a whole.
 TEST(CliSession, CutsWhatNobodyWouldRead) {
   Tests::TemporaryDir const dir;
@@ -84,8 +137,9 @@ TEST(CliSession, TakesAConfigurationFromStandardInput) {
 
 TEST(CliSession, TakesTheFlatForm) {
   Tests::TemporaryDir const dir;
-  std::string const nested = R"({"PORT": {"Ethernet0": {"mtu": "1500"}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}}})";
-  std::string const flat = R"({"PORT|Ethernet0": {"mtu": "1500"}, "VLAN_MEMBER|Vlan1|Ethernet0": {}})";
+  std::string const nested =
+      R"({"PORT": {"Ethernet0": {"mtu": "1500", "lanes": "1,2"}}, "VLAN_MEMBER": {"Vlan1|Ethernet0": {}}})";
+  std::string const flat = R"({"PORT|Ethernet0": {"mtu": "1500", "lanes@": "1,2"}, "VLAN_MEMBER|Vlan1|Ethernet0": {}})";
   Result const result =
       run(CLI_SESSION " diff " + dir.write("a.json", nested).string() + " " + dir.write("b.json", flat).string());
   EXPECT_EQ(0, result.status) << result.output;
