@@ -404,6 +404,7 @@ CommitResult Session::commitPersistent(std::string const& persist, std::string c
   if (service.tunables->rollbackCommitsAutomatically() && !service.unconfirmed)
     return commitConfirmed(service.options.confirmTimeout, "", comment);
   CommitResult result = published(s, [&] {
+    if (!persist.empty() && !service.unconfirmed) throw Error("no commit waits to be confirmed");
     service.requireMayCommit(s, persist);
     return service.commit({s, comment});
   });

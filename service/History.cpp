@@ -26,6 +26,7 @@ std::vector<CommitRecord> Service::history(Kel::U64 from) const { return impl_->
 Kel::U64 Service::lastCommit() const { return impl_->last; }
 
 CommitRecord Service::commitRecord(Kel::U64 number) const {
+  if (number > impl_->last) throw Error("there is no commit " + std::to_string(number));
   auto const records = impl_->store->read(number);
   if (number == 0 || records.empty() || records.front().number != number)
     throw Error("commit " + std::to_string(number) + " is not kept");

@@ -258,29 +258,30 @@ void dropOrphanKeys(Kel::Entity& owner, KelAttr const& attr, Undo& undo) {
 
 std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo) {
   std::vector<Path> revived;
-  PendingReferences left;
+  // Many references wait for the same target.
+  std::unordered_map<std::string_view, bool> known;
+  auto const isThere = [&](std::string const& text) {
+    auto const [it, isNew] = known.try_emplace(text, false);
+    if (isNew) it->second = targetAt(base, text) != nullptr;
+    return it->second;
+  };
   for (PendingReference const& reference : pending.list()) {
+    if (!isThere(reference.target) && std::none_of(reference.others.begin(), reference.others.end(), isThere)) continue;
     Kel::Entity::Ptr const owner = entityAt(base, reference.place.parent());
-    KelAttr const& attr = *reference.place.steps.back().attr;
-    auto const isThere = [&](std::string const& text) { return targetAt(base, text) != nullptr; };
-    bool const mayBeSet =
-        isThere(reference.target) || std::any_of(reference.others.begin(), reference.others.end(), isThere);
     if (!owner) continue;
-    if (mayBeSet) noteBefore(undo, base, reference);
-    if (mayBeSet && setToAny(base, reference).empty()) {
-      if (attr.keyIsPtr()) dropOrphanKeys(*owner, attr, undo);
-      revived.push_back(reference.place);
-    } else {
-      left.add(reference);
-    }
+    noteBefore(undo, base, reference);
+    if (!setToAny(base, reference).empty()) continue;
+    KelAttr const& attr = *reference.place.steps.back().attr;
+    if (attr.keyIsPtr()) dropOrphanKeys(*owner, attr, undo);
+    revived.push_back(reference.place);
   }
-  if (left.list().size() == pending.list().size()) return revived;
-  undo.notePending(pending);
-  pending = std::move(left);
+  if (!revived.empty()) undo.notePending(pending);
+  for (Path const& place : revived) pending.erase(place);
   return revived;
 }
 
 std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
+  std::erase_if(list_, [&](PendingReference const& r) { return !entityAt(base, r.place.parent()); });
   Undo undo;
   try {
     return Service::retry(*this, base, undo);

@@ -39,7 +39,7 @@ class Undo;
 
 // Notes in `undo` what these functions will overwrite.
 void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference);
-// PendingReferences::retry as a part of a change that the caller takes back.
+// PendingReferences::retry as a part of a change that the caller takes back. Keeps references whose owner is gone.
 std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo);
 
 // Entities that leave the tree during a change, and the paths of their successors. Keeps the entities alive.

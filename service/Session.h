@@ -122,7 +122,7 @@ class CLI_SERVICE_API Session {
   // by that word, and the commit is not undone when this session ends. Raises Error for `seconds` that are not
   // positive.
   CommitResult commitConfirmed(double seconds, std::string const& persist = "", std::string const& comment = "");
-  // Commits, and confirms the commit that waits under the word `persist`.
+  // Commits, and confirms the commit that waits under the word `persist`. Raises Error if no commit waits.
   CommitResult commitPersistent(std::string const& persist, std::string const& comment = "");
   // Undoes the commit that waits to be confirmed now. It must be this session's, or wait under `persist`. Raises Error
   // if no commit waits.

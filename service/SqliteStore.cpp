@@ -79,6 +79,11 @@ std::int64_t clamped(U64 number) {
 class Database {
  public:
   Database(std::string file, int flags) : file_(std::move(file)) {
+    // Configurations hold secrets, so only its owner may read a new file. SQLite gives its other files the same mode.
+    if (flags & SQLITE_OPEN_CREATE) {
+      int const descriptor = ::open(file_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+      if (descriptor >= 0) ::close(descriptor);
+    }
     int const result = sqlite3_open_v2(file_.c_str(), &db_, flags, nullptr);
     if (result == SQLITE_OK) return;
     std::string const what = db_ ? sqlite3_errmsg(db_) : "no memory";

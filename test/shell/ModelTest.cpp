@@ -12,8 +12,6 @@
 namespace Shell {
 namespace {
 
-namespace Service = Cli::Service;
-
 Model const& router() {
   static Model const* const model = openModelLibrary(ROUTER);
   return *model;

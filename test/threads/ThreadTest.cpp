@@ -173,7 +173,7 @@ TEST(Threads, TraceAndRaise) {
   onAllThreads([&](int thread) {
     for (int i = 0; i < 50; ++i) {
       Kel::TraceHandle::get("handle " + std::to_string((i + thread) % 7)).levels();
-      if (shared.enabled(3)) Kel::traceHelper(shared, 3, __FILE__, __LINE__, __func__, std::to_string(i));
+      if (shared.enabled(3)) Kel::traceHelper(shared, 3, __FILE__, __LINE__, "onAllThreads", std::to_string(i));
       Kel::Expect const expected(Kel::Exception::rangeId);
       EXPECT_THROW(Kel::throwRangeException("out of range"), Kel::RangeException);
     }

@@ -90,6 +90,15 @@ TEST(SqliteStore, KeepsWhatItIsGiven) {
   expectWhole(store, 20);
 }
 
+TEST(SqliteStore, IsForItsOwnerOnly) {
+  Tests::TemporaryDir const dir;
+  SqliteStore store(dir.path() / "store");
+  appendOne(store, 1);
+  for (auto const& file : std::filesystem::directory_iterator(dir.path()))
+    EXPECT_EQ(file.status().permissions() & static_cast<std::filesystem::perms>(077), std::filesystem::perms::none)
+        << file.path();
+}
+
 TEST(SqliteStore, KeepBoundsIt) {
   Tests::TemporaryDir const dir;
   std::string const file = dir.path() / "store";

@@ -13,7 +13,6 @@ namespace {
 
 using namespace Tests;
 using namespace Cli::Service;
-using Kel::GenericIf;
 
 // What is in a directory; what is beside the session roots is named alike, too.
 std::string dumpOf(RandomWorld const& world, Kel::Dir::Ptr const& dir) {
