@@ -89,25 +89,25 @@ TEST(String8, HashesSpread) {
 
 // --- Handles ---
 
-struct Counted : VFPtrInterface {
-  explicit Counted(int& n) : alive(n) { ++alive; }
-  ~Counted() override { --alive; }
+struct Tracked : VFPtrInterface {
+  explicit Tracked(int& n) : alive(n) { ++alive; }
+  ~Tracked() override { --alive; }
   int& alive;
 };
-struct Derived : Counted {
-  using Counted::Counted;
+struct Derived : Tracked {
+  using Tracked::Tracked;
 };
 
 TEST(Ptr, TheLastHandleDestroys) {
   int alive = 0;
   {
     Ptr<Derived> a(new Derived(alive));
-    Ptr<Counted const> b = a;
+    Ptr<Tracked const> b = a;
     EXPECT_EQ(a->refs(), 2u);
-    Ptr<Counted> c = std::move(a);
+    Ptr<Tracked> c = std::move(a);
     EXPECT_EQ(a, nullptr);
     EXPECT_EQ(b->refs(), 2u);
-    Ptr<Counted> const& same = c;
+    Ptr<Tracked> const& same = c;
     c = same;
     c = nullptr;
     EXPECT_EQ(alive, 1);
@@ -120,17 +120,17 @@ TEST(Ptr, TheLastHandleDestroys) {
 
 TEST(Ptr, NondestructingObjectsOutliveTheirHandles) {
   int alive = 0;
-  Counted held(alive);
+  Tracked held(alive);
   held.isNondestructingIs(true);
-  { Ptr<Counted> const handle(&held); }
+  { Ptr<Tracked> const handle(&held); }
   EXPECT_EQ(alive, 1);
 }
 
 TEST(Ptr, ValidPtrIsNeverNull) {
   int alive = 0;
-  ValidPtr<Counted> const valid = validPtr(Ptr<Counted>(new Counted(alive)));
+  ValidPtr<Tracked> const valid = validPtr(Ptr<Tracked>(new Tracked(alive)));
   EXPECT_EQ(valid->alive, 1);
-  EXPECT_EQ(messageOf<RangeException>([] { validPtr(Ptr<Counted>()); }), "null ValidPtr");
+  EXPECT_EQ(messageOf<RangeException>([] { validPtr(Ptr<Tracked>()); }), "null ValidPtr");
 }
 
 }  // namespace

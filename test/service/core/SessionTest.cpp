@@ -54,11 +54,11 @@ TEST_F(Sessions, SessionsExpire) {
 }
 
 TEST_F(Sessions, RequestsAreAnsweredUnderTheirNumbers) {
-  using Command = Cli::Session::SessionCommand;
+  using Cli::Session::SessionCommand;
   auto const requests = a.config().newCommandDir(3);
   in(a).u32Is(1);
-  requests->newCommand(Cli::Session::CommandRequest(Command::commit, 1));
-  requests->newCommand(Cli::Session::CommandRequest(Command::update, 2));
+  requests->newCommand(Cli::Session::CommandRequest(SessionCommand::commit, 1));
+  requests->newCommand(Cli::Session::CommandRequest(SessionCommand::update, 2));
   auto const responses = a.status().commandResponse(3);
   ASSERT_TRUE(responses);
   EXPECT_EQ(responses->response(1), "committed as 1");
@@ -66,7 +66,7 @@ TEST_F(Sessions, RequestsAreAnsweredUnderTheirNumbers) {
   EXPECT_EQ(device.hall()->u32(), 1u);
   in(b).u32Is(2);
   auto const others = b.config().newCommandDir(1);
-  others->newCommand(Cli::Session::CommandRequest(Command::commit, 1));
+  others->newCommand(Cli::Session::CommandRequest(SessionCommand::commit, 1));
   EXPECT_EQ(b.status().commandResponse(1)->response(1).view().find("error: 1 conflict"), 0u);
   // One that comes while a commit is under way waits for its end.
   struct Asks : Sv::Participant {
@@ -76,16 +76,16 @@ TEST_F(Sessions, RequestsAreAnsweredUnderTheirNumbers) {
   } asks;
   service.registerForPath(asks, "");
   asks.ask = [&] {
-    others->newCommand(Cli::Session::CommandRequest(Command::clearConfig, 2));
+    others->newCommand(Cli::Session::CommandRequest(SessionCommand::clearConfig, 2));
     EXPECT_FALSE(b.status().commandResponse(1)->responseHas(2));
   };
   in(a).u32Is(3);
   a.commit();
   EXPECT_EQ(b.status().commandResponse(1)->response(2), "cleared; 1 edit dropped");
   auto const status = a.status().commandResponse(3);
-  requests->newCommand(Cli::Session::CommandRequest(Command::noOp, 3));
+  requests->newCommand(Cli::Session::CommandRequest(SessionCommand::noOp, 3));
   EXPECT_EQ(status->response(3), "ok");
-  requests->newCommand(Cli::Session::CommandRequest(Command::remove, 4));
+  requests->newCommand(Cli::Session::CommandRequest(SessionCommand::remove, 4));
   EXPECT_EQ(status->response(4), "removed");
   EXPECT_FALSE(service.session("a"));
 }

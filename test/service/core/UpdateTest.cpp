@@ -88,11 +88,11 @@ TEST_F(Updates, AutomaticUpdatesAreWhole) {
   Device other({}, updating(Sv::AutomaticUpdate::revertOnConflict));
   Sv::Session &x = other.open("x"), &y = other.open("y");
   in(y).newGear("g", 1, Plant::Size(), Plant::Grade::raw)->newPin("p");
-  std::string const edits = linesOf(y.differences());
+  std::string const before = linesOf(y.differences());
   in(x).favouriteIs(in(x).newGear("g", 2, Plant::Size(), Plant::Grade::raw)->newPin("p"));
   x.commit();
   EXPECT_EQ(y.conflicts().size(), 1u);
-  EXPECT_EQ(linesOf(y.differences()), edits);
+  EXPECT_EQ(linesOf(y.differences()), before);
   EXPECT_FALSE(in(y).favourite());
 }
 
