@@ -6,6 +6,7 @@
 namespace Cli::Service {
 
 // Integers have the framework's widest types. So this is a type of its own, and its `destroy` can be specialised below.
+// Set the members of an object one by one: the constructor for a list of them leaks if memory runs out.
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool, long long, unsigned long long>;
 
 }  // namespace Cli::Service

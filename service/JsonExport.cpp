@@ -108,10 +108,13 @@ class Exporter {
       if (name.starts_with('$')) name = "$" + name;
       Kel::Entity::PtrConst const child = it->entityPtr();
       Kel::Dir const* const inner = asDir(child.ptr());
-      if (child)
+      if (child) {
         json[name] = below(entryStep(it->name()), [&] { return inner ? directory(*inner, true) : entity(*child); });
-      else
-        json[name] = Json{{"$type", it->entityTypeName().str()}, {"$absent", true}};
+      } else {
+        Json& absent = json[name];
+        absent["$type"] = it->entityTypeName().str();
+        absent["$absent"] = true;
+      }
     }
     return json;
   }
@@ -154,10 +157,14 @@ class Exporter {
     Json json = plain ? Json::object() : Json::array();
     if (plain) reserve(json, entries.size());
     for (Entry& entry : entries) {
-      if (plain)
+      if (plain) {
         json.get_ref<Json::object_t&>().emplace_back(keyName(entry.key), std::move(entry.value));
-      else
-        json.push_back(Json{{"$key", std::move(entry.key)}, {"$value", std::move(entry.value)}});
+      } else {
+        Json member;
+        member["$key"] = std::move(entry.key);
+        member["$value"] = std::move(entry.value);
+        json.push_back(std::move(member));
+      }
     }
     return json;
   }

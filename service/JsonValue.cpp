@@ -49,7 +49,9 @@ Json textJson(std::string_view text) {
     hex += digits[static_cast<unsigned char>(c) / 16];
     hex += digits[static_cast<unsigned char>(c) % 16];
   }
-  return Json{{"$bytes", hex}};
+  Json bytes;
+  bytes["$bytes"] = hex;
+  return bytes;
 }
 
 Json numberJson(std::string const& text) {
