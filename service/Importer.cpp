@@ -71,6 +71,7 @@ void Importer::content(Kel::Entity* e, KelType const& type, Json const& json) {
     if (!attr->copiable()) fail("'" + name + "' cannot be set");
     below(attributeStep(*attr), name, [&, &value = value] { attribute(e, *attr, value); });
   }
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a write has an entity
   if (write_ && !options_.merge) resetOthers(*e, json);
 }
 
@@ -139,6 +140,7 @@ void Importer::directory(Kel::Entity* e, Json const& json) {
   }
   if (!write_ || options_.merge) return;
   std::vector<Kel::Name> others;
+  // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): a write has an entity
   for (auto it = dir->entryStateIterator(); it; ++it)
     if (!named.count(it->name().str())) others.push_back(it->name());
   for (Kel::Name const& name : others) removeEntry(*dir, name);
@@ -206,6 +208,7 @@ void Importer::attribute(Kel::Entity* e, KelAttr const& attr, Json const& json) 
   if (attr.isQueue()) return queue(e, attr, json);
   if (attr.isCollection()) return collection(e, attr, json);
   if (json.is_null()) {
+    // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a write has an entity
     if (write_) reset(*e, attr);
     return;
   }

@@ -156,7 +156,7 @@ std::vector<std::string> commandsFor(Context& context, std::vector<Path> const& 
 // The outermost queue that an 'insert' puts an item into, or below an item of.
 Path queueOf(Context& context, std::vector<std::string> const& insert) {
   for (std::size_t count = 1; count < insert.size(); ++count) {
-    Path const path = Service::readPath(context.base(), {}, std::span(insert).subspan(1, count)).path;
+    Path path = Service::readPath(context.base(), {}, std::span(insert).subspan(1, count)).path;
     if (!path.empty() && path.steps.back().attr && path.steps.back().attr->isQueue()) return path;
   }
   return {};
