@@ -13,8 +13,9 @@
 # PARTS spreads the generated definitions over N sources, so that a large model is compiled by several processors.
 #
 # Each target has its own folder for generated files, in its property KEL_GEN_DIR. Files are rewritten only when their
-# content changes, and made again when the model, anything that it imports, or kelc itself changes. The variable
-# KELC_EXECUTABLE replaces the kelc of this build or package, for example by one that runs on the host of a cross build.
+# content changes, and made again when the model, anything that it imports, or kelc itself changes. The target kel_models
+# makes those of all models, for tools that read sources before they are compiled. The variable KELC_EXECUTABLE replaces
+# the kelc of this build or package, for example by one that runs on the host of a cross build.
 
 include_guard(GLOBAL)
 
@@ -65,7 +66,7 @@ function(kel_add_model target model)
 endfunction()
 
 # The custom target that runs kelc. What it stands for is a stamp: the generated files keep their time when they did not
-# change, and would look out of date for ever. The target kel_models runs kelc for all models, and compiles nothing else.
+# change, and would look out of date for ever.
 function(_kel_model_rule rule target source name gen options generated)
   set(kelc CliSession::kelc)
   if(KELC_EXECUTABLE)

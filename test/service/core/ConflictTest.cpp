@@ -174,7 +174,8 @@ TEST_F(Conflicts, OneMemberCreatedTwice) {
   expect(noEdit, gear(3, 1), gear(4, 1), "hall.gear/g existence\n", has(3, 1), has(4, 1));
   expect(noEdit, gear(3, 1), gear(3, 2), "hall.gear/g existence\n", has(3, 1), has(3, 2));
   // One side replaces it, the other one deletes it.
-  Edit const deletes = [](auto&h) { h.gearDel("g"); }, gone = [](auto&h) { EXPECT_FALSE(h.gear("g")); };
+  Edit const deletes = [](auto& h) { h.gearDel("g"); };
+  Edit const gone = [](auto& h) { EXPECT_FALSE(h.gear("g")); };
   Edit const replaces = [gear](auto& h) {
     h.gearDel("g");
     gear(4, 1)(h);
