@@ -57,12 +57,6 @@ bool Walk::collection(Frame& f, Step const& s) {
 
 // --- The deletion pass ---
 
-// The source's pointer keys, by the entities that the handler translates them to. Filled on first use.
-struct Walk::KeyMap {
-  std::unordered_map<Kel::Entity const*, Kel::Entity*> sourceKeys;
-  bool made = false;
-};
-
 // Deletes the members that may not stay.
 bool Walk::deleteExtra(Frame& f, Step const& s) {
   bool differs = false;
@@ -99,7 +93,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
 // another target stays, and is set later.
 bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
   Kel::Entity* const destKey = at.keyTarget();
-  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, at, *destKey, keys) : nullptr;
+  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
   bool const keyLeads = srcKey || !destKey;
   if (s.typed && !traced_) {
     if (!keyLeads) return false;
@@ -120,57 +114,6 @@ bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
   bool const isThere = found && *found;
   if (s.attr.isPtr()) return isThere && !at.obj(true) == !found->obj();
   return attrEqual(s.attr, at.obj(true), isThere ? Box(found->obj()) : nullptr) && isThere;
-}
-
-namespace {
-
-// The entity of the source at the position, or else at the path, of a key that lies below the copy's destination. Null
-// if there is none, if the key lies elsewhere, or if the run will make the key anew.
-Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
-  char separator = 0;
-  Kel::String8 const relative = pathBelow(*ec.dest(), destKey, &separator);
-  if (relative.empty()) return nullptr;
-  auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
-  // Keys may contain separators, so two entities may have this path. The position decides.
-  Kel::Entity* found = counterpartByPosition(destKey, *ec.dest(), srcTop);
-  if (!found) found = entityInTree(srcTop, srcTop.fullName() + std::string_view(&separator, 1) + relative).ptr();
-  return found && keepsIdentity(ec, destKey, *found) ? found : nullptr;
-}
-
-bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const& key) {
-  auto const gif = genericIf(&owner);
-  if (!key.type()->isA(attr.keyType())) return false;
-  return static_cast<bool>(memberAtKey(*gif, attr, genericIf(&key)));
-}
-
-}  // namespace
-
-// The source's key that the handler translates to `destKey`, or null. Usually it is the counterpart of `destKey` by
-// position. If that is not a key, or is translated to another entity, all keys of the source are translated.
-Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Cursor const& at, Kel::Entity& destKey, KeyMap& keys) {
-  if (keeps_ && s.typed) {
-    Kel::Entity* const known = impl_.counterparts.sourceOf(ec_, destKey);
-    Kel::Entity* target = nullptr;
-    if (known && known->type()->isA(s.attr.keyType()) &&
-        s.access.findMember(f.src, *at.iterator(), known, &target) != Kel::AttrAccess::Found::absent)
-      return known;
-  }
-  bool const inside = ec_.src() && ec_.dest() && isBelow(destKey, *ec_.dest());
-  Kel::Entity* const standing = inside ? sourceCounterpart(ec_, destKey) : nullptr;
-  if (standing && isKey(f.src, s.attr, *standing)) {
-    EntityCopyHandler const& handler = *Kel::validPtr(ec_.handler());
-    if (!handler.keepsTargets() ||
-        handler.counterpartRoot(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(standing)))
-      return standing;
-  }
-  if (!keys.made) {
-    keys.made = true;
-    for (Cursor src(s.attr, f.src, false); src; ++src)
-      if (Kel::Entity* const key = src.keyTarget())
-        if (Kel::Entity* const counterpart = translated(f, *key)) keys.sourceKeys.emplace(counterpart, key);
-  }
-  auto const found = keys.sourceKeys.find(&destKey);
-  return found == keys.sourceKeys.end() ? nullptr : found->second;
 }
 
 // --- The copy pass ---

@@ -77,19 +77,9 @@ void Counterparts::forgetIfLeft() {
   departures_ = departures;
 }
 
-void Counterparts::remember(Kel::Entity& srcTarget, Kel::Entity& target) {
+void Counterparts::remember(Kel::Entity const& srcTarget, Kel::Entity& target) {
   forgetIfLeft();
   asked_.emplace(&srcTarget, &target);
-}
-
-Kel::Entity* Counterparts::sourceOf(EntityCopy& ec, Kel::Entity& dest) {
-  if (!ec.src() || !ec.dest()) return nullptr;
-  forgetIfLeft();
-  bool const sameOwner = owner_ && dest.parent() == destOwner_ && dest.parentAttrId() == through_;
-  auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
-  Kel::Entity* const src =
-      sameOwner ? heldLike(const_cast<Kel::Entity&>(*owner_), dest) : counterpartByPosition(dest, *ec.dest(), srcTop);
-  return src && same(ec, dest, *src) ? src : nullptr;
 }
 
 Kel::String8 Counterparts::missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer) {
@@ -99,7 +89,7 @@ Kel::String8 Counterparts::missingName(EntityCopy const& ec, Kel::Entity const& 
   return answer.destOwner->fullName() + srcTarget.pathFrom(answer.owner);
 }
 
-Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) {
+Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTarget) {
   forgetIfLeft();
   if (!asked_.empty())
     if (auto const known = asked_.find(&srcTarget); known != asked_.end()) return {known->second, true};

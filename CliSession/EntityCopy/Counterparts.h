@@ -33,28 +33,26 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
 class Counterparts {
  public:
   struct Answer {
-    Kel::Entity* target;  // null: the handler has to be asked
-    bool rootKnown;       // the target's root exists, or it has none: asking the handler creates nothing
+    Kel::Entity* target = nullptr;  // null: the handler has to be asked
+    bool rootKnown = false;         // the target's root exists, or it has none: asking the handler creates nothing
     // If the root exists but the target does not: its last owner that has a counterpart, and this counterpart.
     Kel::Entity const* owner = nullptr;
     Kel::Entity const* destOwner = nullptr;
   };
   // Cost: the distance to the nearest known owner of the target, usually its own.
-  Answer find(EntityCopy& ec, Kel::Entity& srcTarget);
+  Answer find(EntityCopy& ec, Kel::Entity const& srcTarget);
   // Whether find would answer `dest`. Cost: a comparison of keys in the usual case.
-  bool same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src) {
+  bool same(EntityCopy& ec, Kel::Entity const& dest, Kel::Entity const& src) {
     if (departures_ == Kel::Entity::departures() && src.parent() == owner_ && src.parentAttrId() == through_ &&
         paramsEqual_)
       return dest.parent() == destOwner_ && dest.parentAttrId() == through_ && paramsEqual_(dest, src);
     return find(ec, src).target == &dest;
   }
-  // The source's entity for which `find` answers `dest`, if it has the position of `dest`; else null.
-  Kel::Entity* sourceOf(EntityCopy& ec, Kel::Entity& dest);
   // The full name that the missing target of an answer will have. Empty if the handler has to be asked, because a key
   // on the way contains separators.
   static Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer);
   // Remembers the handler's answer for a target that was not found by its position.
-  void remember(Kel::Entity& srcTarget, Kel::Entity& target);
+  void remember(Kel::Entity const& srcTarget, Kel::Entity& target);
   void forget();
 
  private:

@@ -8,6 +8,22 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
+namespace {
+
+// The entity that a key of the source leads to by the handler's answer, now or when it no longer waits. In a
+// comparison, a handler may give no name; then it is the one at the key's position. Null if the run will make it anew.
+Kel::Ptr<Kel::Entity> ledTo(EntityCopy const& ec, Kel::Entity const& dest, PtrTarget const& answer,
+                            Kel::Entity const& key) {
+  Kel::Ptr<Kel::Entity> found;
+  if (!answer.target().empty())
+    found = targetInTree(ec, dest, answer.target(), &key);
+  else if (ec.src() && ec.dest())
+    found = Kel::Ptr<Kel::Entity>(counterpartByPosition(key, *ec.src(), *ec.dest()));
+  return found && (answer.copiable() || keepsIdentity(ec, *found, key)) ? found : nullptr;
+}
+
+}  // namespace
+
 bool Walk::pointer(Frame& f, Step const& s, Member* m) {
   static constexpr char const* operation = "doCopyPtr";
   WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
@@ -64,48 +80,65 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   });
 }
 
-PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, bool foreign) {
+// The handler's answer for a target that is not known by its position.
+PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer const& known, Member* m) {
+  if (Kel::String8 const name = Counterparts::missingName(ec_, srcTarget, known); !name.empty())
+    return PtrTarget(name, false);
   Kel::ValidPtr<EntityCopyHandler> const handler = Kel::validPtr(ec_.handler());
   std::optional<ForeignCode> guard;
-  if (foreign) guard.emplace(*this, f);
+  if (!known.rootKnown) {
+    if (m && m->at) {
+      // The handler may delete the member from the source.
+      m->srcIndex();
+      m->srcMember();
+      m->at = nullptr;
+    }
+    guard.emplace(*this, f);
+  }
   return handler->resolveEntityPtr(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(&srcTarget));
 }
 
-Kel::Entity* Walk::translated(Frame& f, Kel::Entity& srcTarget) {
-  Counterparts::Answer known{nullptr, false};
-  if (keeps_) known = impl_.counterparts.find(ec_, srcTarget);
-  if (known.target) return known.target;
-  PtrTarget const answer = ask(f, srcTarget, !known.rootKnown);
-  if (!answer.copiable()) return nullptr;
-  return targetInTree(ec_, f.dest, answer.target(), &srcTarget).ptr();
+// The source's key that leads to `destKey`, or null.
+Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
+  if (!keys.next) keys.next.emplace(s.attr, f.src, false);
+  // Usually both sides have the same keys in the same order.
+  Kel::Entity* const next = keeps_ && !keys.all && *keys.next ? keys.next->keyTarget() : nullptr;
+  if (next && impl_.counterparts.same(ec_, destKey, *next)) {
+    ++*keys.next;
+    return next;
+  }
+  if (!keys.all) {
+    keys.all.emplace();
+    for (Cursor src(s.attr, f.src, false); src; ++src) {
+      Kel::Ptr<Kel::Entity> const key(src.keyTarget());
+      if (!key) continue;
+      Counterparts::Answer const known = counterpart(*key);
+      Kel::Ptr<Kel::Entity> led(known.target);
+      if (!led) led = ledTo(ec_, f.dest, ask(f, *key, known, nullptr), *key);
+      if (led) keys.all->emplace(led, key);
+    }
+  }
+  auto const found = keys.all->find(Kel::Ptr<Kel::Entity>(&destKey));
+  return found == keys.all->end() ? nullptr : found->second.ptr();
 }
 
 Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,
                            Kel::Entity const& srcTarget, Member* m, bool isKey) {
   static constexpr char const* operation = "resolvePtr";
   WALK_TRACE(2, operation) << "resolvePtr: " << s.attr.name();
-  auto& target = const_cast<Kel::Entity&>(srcTarget);
-  Counterparts::Answer known{nullptr, false};
-  if (keeps_) known = impl_.counterparts.find(ec_, target);
+  Counterparts::Answer const known = counterpart(srcTarget);
   if (known.target) {
     supersede(f, s, m);
     return known.target;
   }
   Kel::Ptr<Kel::Entity const> const alive(&srcTarget);
-  Kel::String8 const missing = Counterparts::missingName(ec_, srcTarget, known);
-  if (m && m->at && missing.empty() && !known.rootKnown) {
-    // The handler may delete the member from the source.
-    m->srcIndex();
-    m->srcMember();
-    m->at = nullptr;
-  }
-  PtrTarget const answer = missing.empty() ? ask(f, srcTarget, !known.rootKnown) : PtrTarget(missing, false);
+  PtrTarget const answer = ask(f, srcTarget, known, m);
   supersede(f, s, m);
   if (answer.copiable()) {
     WALK_TRACE(3, operation) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
     if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
-    if (found && keeps_) impl_.counterparts.remember(target, *found);
+    if (found && keeps_) impl_.counterparts.remember(srcTarget, *found);
     return found.ptr();
   }
   WALK_TRACE(3, operation) << "Target is not copiable, deferring";

@@ -9,7 +9,10 @@
 #pragma once
 
 #include <array>
+#include <optional>
+#include <unordered_map>
 
+#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopy/Frame.h"
 #include "CliSession/EntityCopyCompare.h"
@@ -21,8 +24,6 @@
       : ::Kel::TraceVoid() & ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, operation).stream()
 
 namespace Cli::Session {
-
-class Cursor;
 
 // Whether a trace handle is on, so that runs have to trace their steps.
 bool anyTrace();
@@ -162,7 +163,12 @@ class Walk {
   bool ownedMember(Frame& frame, Step const& step, Member& m, Kel::Entity* dest, Kel::Entity const& src);
   Kel::Entity* destMember(Frame& frame, Step const& step, Member& m, Kel::Entity const& src);
 
-  struct KeyMap;
+  // The source's pointer keys: the next one in order and, once the order differs, all by the entities that they lead
+  // to.
+  struct KeyMap {
+    std::optional<Cursor> next;
+    std::optional<std::unordered_map<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>> all;
+  };
   bool deleteExtra(Frame& frame, Step const& step);
   bool areLeaves(Step const& step);
   // Whether both sides have the same leaves, at the same positions.
@@ -175,12 +181,15 @@ class Walk {
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
   bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
-  Kel::Entity* sourceKey(Frame& frame, Step const& step, Cursor const& at, Kel::Entity& destKey, KeyMap& keys);
-  Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
+  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
+  // What is known about a pointer's target without asking the handler.
+  Counterparts::Answer counterpart(Kel::Entity const& srcTarget) {
+    return keeps_ ? impl_.counterparts.find(ec_, srcTarget) : Counterparts::Answer();
+  }
+  PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, Counterparts::Answer const& known, Member* m);
   // Whether a pointer of a frame's destination may wait already.
   bool mayWait(Frame const& frame) const { return ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation; }
   void supersede(Frame& frame, Step const& step, Member* m);
-  PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
 
   bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
   bool appendValue(Frame& frame, Step const& step, Cursor const& src);
