@@ -82,8 +82,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
 
 // The handler's answer for a target that is not known by its position.
 PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer const& known, Member* m) {
-  if (Kel::String8 const name = Counterparts::missingName(ec_, srcTarget, known); !name.empty())
-    return PtrTarget(name, false);
+  if (!known.missing.empty()) return PtrTarget(known.missing, false);
   Kel::ValidPtr<EntityCopyHandler> const handler = Kel::validPtr(ec_.handler());
   std::optional<ForeignCode> guard;
   if (!known.rootKnown) {
@@ -100,26 +99,19 @@ PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer
 
 // The source's key that leads to `destKey`, or null.
 Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
-  if (!keys.next) keys.next.emplace(s.attr, f.src, false);
-  // Usually both sides have the same keys in the same order.
-  Kel::Entity* const next = keeps_ && !keys.all && *keys.next ? keys.next->keyTarget() : nullptr;
-  if (next && impl_.counterparts.same(ec_, destKey, *next)) {
-    ++*keys.next;
-    return next;
-  }
-  if (!keys.all) {
-    keys.all.emplace();
+  if (!keys) {
+    keys.emplace();
     for (Cursor src(s.attr, f.src, false); src; ++src) {
       Kel::Ptr<Kel::Entity> const key(src.keyTarget());
       if (!key) continue;
       Counterparts::Answer const known = counterpart(*key);
       Kel::Ptr<Kel::Entity> led(known.target);
       if (!led) led = ledTo(ec_, f.dest, ask(f, *key, known, nullptr), *key);
-      if (led) keys.all->emplace(led, key);
+      if (led) keys->set(led, key);
     }
   }
-  auto const found = keys.all->find(Kel::Ptr<Kel::Entity>(&destKey));
-  return found == keys.all->end() ? nullptr : found->second.ptr();
+  Kel::Ptr<Kel::Entity> const* const found = keys->find(Kel::Ptr<Kel::Entity>(&destKey));
+  return found ? found->ptr() : nullptr;
 }
 
 Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,

@@ -10,12 +10,11 @@
 
 #include <array>
 #include <optional>
-#include <unordered_map>
 
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopy/Frame.h"
 #include "CliSession/EntityCopyCompare.h"
+#include "Kel/HashMap.h"
 
 // A trace of the walk, under the name of an operation. If `traced_` is false, it costs one test.
 #define WALK_TRACE(level, operation)     \
@@ -24,6 +23,8 @@
       : ::Kel::TraceVoid() & ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, operation).stream()
 
 namespace Cli::Session {
+
+class Cursor;
 
 // Whether a trace handle is on, so that runs have to trace their steps.
 bool anyTrace();
@@ -163,12 +164,8 @@ class Walk {
   bool ownedMember(Frame& frame, Step const& step, Member& m, Kel::Entity* dest, Kel::Entity const& src);
   Kel::Entity* destMember(Frame& frame, Step const& step, Member& m, Kel::Entity const& src);
 
-  // The source's pointer keys: the next one in order and, once the order differs, all by the entities that they lead
-  // to.
-  struct KeyMap {
-    std::optional<Cursor> next;
-    std::optional<std::unordered_map<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>> all;
-  };
+  // The source's pointer keys, by the entities that they lead to in the destination. Made on first use.
+  using KeyMap = std::optional<Kel::HashMap<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>>;
   bool deleteExtra(Frame& frame, Step const& step);
   bool areLeaves(Step const& step);
   // Whether both sides have the same leaves, at the same positions.
