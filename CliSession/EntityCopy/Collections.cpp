@@ -39,8 +39,7 @@ bool Walk::collection(Frame& f, Step const& s) {
                            << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
-  std::map<Kel::U64, Kel::Ptr<AttributeCopy>> waiting;
-  if (mayWait(f)) waiting = pendingOf(ec_, f.dest, s.attr);
+  std::vector<Kel::Ptr<AttributeCopy>> const waiting = waitingMembers(f, s);
 
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
@@ -51,7 +50,7 @@ bool Walk::collection(Frame& f, Step const& s) {
   if (!stopped()) differs |= copyMembers(f, s, passed, !sameHashes);
   f.walking(nullptr);
   if (!stopped())
-    for (auto const& [number, record] : waiting) forgetPending(ec_, record);
+    for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
   return differs;
 }
 

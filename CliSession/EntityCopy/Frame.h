@@ -51,9 +51,6 @@ class Frame {
   // Says which collection is walked by position, so that `hold` pins it; null: none.
   void walking(Step const* step);
 
-  // The generation in which the walk made the destination's entity; 0: it was there already. In that generation, none
-  // of its pointers is pending.
-  Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null if that is not known, or is everything.
   Changed const* changed = nullptr;
   // The handler's answer for all paths below this frame's, and the generation of the answer.

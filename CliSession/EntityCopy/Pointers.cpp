@@ -125,8 +125,8 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
   }
   Kel::Ptr<Kel::Entity const> const alive(&srcTarget);
   PtrTarget const answer = ask(f, srcTarget, known, m);
-  supersede(f, s, m);
   if (answer.copiable()) {
+    supersede(f, s, m);
     WALK_TRACE(3, operation) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
     if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
@@ -134,18 +134,8 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
     return found.ptr();
   }
   WALK_TRACE(3, operation) << "Target is not copiable, deferring";
-  std::optional<ForeignCode> guard;
-  if (ec_.hasReactors()) guard.emplace(*this, f);
-  defer(ec_, f, s.attr, owner, srcTarget, m, isKey, answer.target());
+  defer(f, s, owner, srcTarget, m, isKey, answer.target());
   return nullptr;
-}
-
-// Drops the old record of a pointer that is met again. If it has to wait again, `defer` makes a new one.
-void Walk::supersede(Frame& f, Step const& s, Member* m) {
-  if (!mayWait(f)) return;
-  std::optional<ForeignCode> guard;
-  if (ec_.hasReactors()) guard.emplace(*this, f);
-  supersedePending(ec_, f.dest, s.attr, m ? m->srcIndex() : nullptr);
 }
 
 }  // namespace Cli::Session

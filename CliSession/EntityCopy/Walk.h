@@ -184,9 +184,16 @@ class Walk {
     return keeps_ ? impl_.counterparts.find(ec_, srcTarget) : Counterparts::Answer();
   }
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, Counterparts::Answer const& known, Member* m);
-  // Whether a pointer of a frame's destination may wait already.
-  bool mayWait(Frame const& frame) const { return ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation; }
-  void supersede(Frame& frame, Step const& step, Member* m);
+  // Replaces the record of a pointer that is met again. Null `record`: it waits no more.
+  void replacePending(Frame& frame, Step const& step, Member* m, Kel::Ptr<AttributeCopy> const& record);
+  void supersede(Frame& frame, Step const& step, Member* m) {
+    if (ec_.pendingAttrs() > 0) replacePending(frame, step, m, nullptr);
+  }
+  // The records for all members of a collection.
+  std::vector<Kel::Ptr<AttributeCopy>> waitingMembers(Frame const& frame, Step const& step) const;
+  // Makes a pointer wait for its target. `isKey`: it is the key of member `m`.
+  void defer(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
+             Member* m, bool isKey, Kel::String8 const& destTarget);
 
   bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
   bool appendValue(Frame& frame, Step const& step, Cursor const& src);
@@ -230,9 +237,5 @@ class Walk {
   Kel::U64 changesAt_ = 0;
   std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
 };
-
-// Records a pointer of a frame's attribute that waits for its target. `isKey`: the pointer is the key of member `m`.
-void defer(EntityCopy& ec, Frame& frame, Kel::KelAttr const& attr, Kel::Ptr<Kel::Entity const> const& owner,
-           Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget);
 
 }  // namespace Cli::Session
