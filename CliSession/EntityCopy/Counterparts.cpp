@@ -33,8 +33,9 @@ Nearest nearestCounterpart(Kel::Entity const& src, Kel::Entity const& srcTop, Ke
   return held ? Nearest{held, nullptr} : Nearest{owner.entity, &src};
 }
 
-Kel::Entity* counterpartByPosition(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
-  Nearest const found = nearestCounterpart(src, srcTop, destTop);
+Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src) {
+  if (!ec.src() || !ec.dest()) return nullptr;
+  Nearest const found = nearestCounterpart(src, *ec.src(), *ec.dest());
   return found.missing ? nullptr : found.entity;
 }
 
@@ -49,10 +50,8 @@ bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity co
 Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
                                    Kel::Entity const* srcTarget) {
   auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->fullName() == fullName; };
-  if (srcTarget && ec.src() && ec.dest()) {
-    Kel::Entity* const exact = counterpartByPosition(*srcTarget, *ec.src(), *ec.dest());
-    if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
-  }
+  Kel::Entity* const exact = srcTarget ? counterpartByPosition(ec, *srcTarget) : nullptr;
+  if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
   if (fits(srcTarget)) return Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(srcTarget));
   return entityInTree(member, fullName);
 }
@@ -79,8 +78,8 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTa
   }
   if (!at) {
     auto const root = ec.handler()->counterpartRoot(EntityCopy::Ptr(&ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
-    if (!root || !ec.src() || !ec.dest()) return {nullptr, true, {}};
-    at = counterpartByPosition(*root, *ec.src(), *ec.dest());
+    if (!root) return {nullptr, true, {}};
+    at = counterpartByPosition(ec, *root);
     if (!at || !keepsIdentity(ec, *at, *root)) return {};
     known_.try_emplace(root.ptr(), Known{at, true});
     top = root.ptr();

@@ -90,7 +90,7 @@ void EntityCopy::handleCopyRoots() {
       KEL_ASSERT_TEXT(!destFullName.empty(), "destFullName");
       KEL_TRACE(1) << "Root in dest: " << destFullName;
       // Keys may contain separators, so the position is tried before the path.
-      Kel::Ptr<Kel::Entity> destRoot(counterpartByPosition(*srcRoot, *src(), *dest()));
+      Kel::Ptr<Kel::Entity> destRoot(counterpartByPosition(*this, *srcRoot));
       if (!destRoot) destRoot = entityInTree(*dest(), destFullName);
       KEL_ASSERT(destRoot);
       run.walk(destRoot, srcRoot);

@@ -14,11 +14,8 @@ namespace {
 // comparison, a handler may give no name; then it is the one at the key's position. Null if the run will make it anew.
 Kel::Ptr<Kel::Entity> ledTo(EntityCopy const& ec, Kel::Entity const& dest, PtrTarget const& answer,
                             Kel::Entity const& key) {
-  Kel::Ptr<Kel::Entity> found;
-  if (!answer.target().empty())
-    found = targetInTree(ec, dest, answer.target(), &key);
-  else if (ec.src() && ec.dest())
-    found = Kel::Ptr<Kel::Entity>(counterpartByPosition(key, *ec.src(), *ec.dest()));
+  Kel::Ptr<Kel::Entity> const found = answer.target().empty() ? Kel::Ptr<Kel::Entity>(counterpartByPosition(ec, key))
+                                                              : targetInTree(ec, dest, answer.target(), &key);
   return found && (answer.copiable() || keepsIdentity(ec, *found, key)) ? found : nullptr;
 }
 
@@ -49,30 +46,22 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   static constexpr char const* operation = "attributeIs";
   WALK_TRACE(2, operation) << "attributeIs: setting " << s.attr.name();
   Kel::KelAttr const& destOwn = destAttr(f, s);
-  bool const keyFits = !m || !m->key || m->key->type()->isA(s.attr.keyType());
-  Kel::Entity* current = nullptr;
-  bool isThere = true;
-  if (!m) {
-    current = destOwn.access().target(f.dest);
-  } else if (s.typed && m->at) {
-    isThere =
-        keyFits && s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
-  } else {
-    auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m->index());
-    isThere = static_cast<bool>(held);
-    if (held) current = const_cast<Kel::Entity*>(entityConstOf(held.obj()).ptr());
-  }
-  WALK_TRACE(4, operation) << "Compare Ptrs for " << s.attr.name()
-                           << "? attr voidPtr: " << static_cast<void const*>(target)
-                           << ", dest voidPtr: " << static_cast<void const*>(current) << " => "
-                           << (isThere && current == target);
-  if (isThere && current == target) return false;
-  // The boxed write refuses a target of another type.
-  bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
+  auto const index = [&] { return m ? m->index() : nullptr; };
   auto const box = [&] { return Box(genericIf(target)); };
+  bool const keyFits = !m || !m->key || m->key->type()->isA(s.attr.keyType());
+  // The boxed write refuses a key or a target of another type.
+  bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
+  if (!typed || traced_) {
+    if (keyFits && alreadySet(*genericIf(&f.dest), destOwn, index(), box(), nullptr)) return false;
+  } else {
+    Kel::Entity* current = m ? nullptr : s.access.target(f.dest);
+    bool const isThere =
+        !m || s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
+    if (isThere && current == target) return false;
+  }
   return edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
     if (!typed || boxed)
-      genericIf(&f.dest)->attributeIs(destOwn.id(), m ? m->index() : nullptr, box());
+      genericIf(&f.dest)->attributeIs(destOwn.id(), index(), box());
     else if (m)
       s.access.copyMember(s.attr, f.dest, *m->at->iterator(), m->key, target);
     else

@@ -83,13 +83,9 @@ void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& own
                  Member* m, bool isKey, Kel::String8 const& destTarget) {
   Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&s.attr), f.destPtr(), f.path());
   record->srcIs(owner);
-  if (m) {
-    record->srcIndexIs(m->srcIndex());
-    record->srcMemberIs(m->srcMember());
-    if (!isKey) record->indexValueIs(m->index());
-  } else {
-    record->srcMemberIs(genericIf(&srcTarget));
-  }
+  record->srcMemberIs(m ? m->srcMember() : Index(genericIf(&srcTarget)));
+  if (m) record->srcIndexIs(m->srcIndex());
+  if (m && !isKey) record->indexValueIs(m->index());
   if (isKey) {
     record->srcIndexFullNameIs(srcTarget.fullName());
     record->destIndexFullNameIs(destTarget);
