@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopy/Walk.h"
 
 namespace Cli::Session {
@@ -78,7 +77,8 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
   bool const sameMembers = s.dense && (!membership || s.access.sameKeyHashes(f.dest, f.src)) && s.usualPlan().keyOnly;
   if (!sameMembers) return attribute(f, s);
   std::sort(changed.begin(), changed.end());
-  f.walking(&s);
+  Kel::IteratorRoom room;
+  s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
   bool any = false;
   for (auto const& [position, src] : changed) {
     Kel::Entity* const dest = s.access.findCounterpart(f.dest, *src, position);
@@ -93,7 +93,6 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
       break;
     }
   }
-  f.walking(nullptr);
   return any;
 }
 

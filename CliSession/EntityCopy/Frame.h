@@ -16,11 +16,10 @@ struct FrameExtras {
   Kel::U64 logPathAt = 0;  // 0: not made
   Kel::Ptr<Kel::Entity> dest;
   Kel::Ptr<Kel::Entity const> src;
-  std::optional<Kel::IteratorRoom> destPin, srcPin;
 };
 
-// Lives on the stack and points at the frame above. The texts of its paths, handles to both entities, and iterators
-// that keep a collection from moving its members are made only when an edit or foreign code needs them.
+// Lives on the stack and points at the frame above. The texts of its paths, and handles to both entities, are made only
+// when an edit or foreign code needs them.
 class Frame {
  public:
   // A walk begins here.
@@ -46,10 +45,8 @@ class Frame {
     return extras_ && extras_->logPathAt == generation ? extras_->logPath : makeLogPath(ec, generation);
   }
 
-  // Keeps the entities of this frame and of those above alive, and pins the collections that they walk.
+  // Keeps the entities of this frame and of those above alive.
   void hold();
-  // Says which collection is walked by position, so that `hold` pins it; null: none.
-  void walking(Step const* step);
 
   // The generation in which the walk made the destination's entity; 0: it was there already. In that generation, none
   // of its pointers is pending.
@@ -72,7 +69,6 @@ class Frame {
 
   Frame* const up_ = nullptr;
   Step const* const through_ = nullptr;
-  Step const* walking_ = nullptr;
   std::optional<FrameExtras> extras_;
 };
 

@@ -1,6 +1,5 @@
 // Pointers, and where they lead.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopy/Walk.h"
 #include "Kel/Trace.h"
 
@@ -39,8 +38,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   if (!m) {
     current = destOwn.access().target(f.dest);
   } else if (s.typed && m->at) {
-    isThere =
-        keyFits && s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
+    isThere = keyFits && s.access.findMember(f.dest, *m->at, m->key, &current) != Kel::AttrAccess::Found::absent;
   } else {
     auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m->index());
     isThere = static_cast<bool>(held);
@@ -58,7 +56,7 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     if (!typed || boxed)
       genericIf(&f.dest)->attributeIs(destOwn.id(), m ? m->index() : nullptr, box());
     else if (m)
-      s.access.copyMember(s.attr, f.dest, *m->at->iterator(), m->key, target);
+      s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
     else
       s.access.setTarget(s.attr, f.dest, target);
   });

@@ -1,6 +1,5 @@
 // Queues.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopy/Walk.h"
 #include "Kel/Trace.h"
 
@@ -8,7 +7,7 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-bool Walk::sameInQueue(Step const& s, Cursor const& dest, Cursor const& src) {
+bool Walk::sameInQueue(Step const& s, Kel::AttrIterator const& dest, Kel::AttrIterator const& src) {
   if (s.typed && !traced_ && s.attr.instantiating()) {
     Kel::Entity const &a = *dest.target(), &b = *src.target();
     return a.type() == b.type() && a.type()->furtherParamsEqual()(a, b);
@@ -20,37 +19,33 @@ bool Walk::queue(Frame& f, Step const& s) {
   WALK_TRACE(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
   bool const entities = s.attr.type()->isEntity();
   if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
-  Cursor src(s.attr, f.src, false), dest(destAttr(f, s), f.dest, false);
+  Kel::KelAttr const& destOwn = destAttr(f, s);
+  Kel::IteratorRoom srcRoom, destRoom;
+  Kel::AttrIterator& src = s.access.iterate(s.attr, f.src, srcRoom);
   bool differs = false;
-  while (src && dest) {
-    if (sameInQueue(s, dest, src)) {
-      if (entities) differs |= child(f, s, *dest.target(), *src.target());
-      if (stopped()) return differs;
-      ++src;
-    } else {
+  for (Kel::AttrIterator& dest = destOwn.access().iterate(destOwn, f.dest, destRoom); dest.nonNull(); dest.inc()) {
+    if (!src.nonNull() || !sameInQueue(s, dest, src)) {
       differs |= deleteMember(f, s, dest);
-      if (stopped()) return true;
+    } else {
+      if (entities) differs |= child(f, s, *dest.target(), *src.target());
+      src.inc();
     }
-    ++dest;
+    if (stopped()) return differs;
   }
-  for (; dest; ++dest) {
-    differs |= deleteMember(f, s, dest);
-    if (stopped()) return true;
-  }
-  for (; src; ++src) {
+  for (; src.nonNull(); src.inc()) {
     differs |= entities ? appendEntity(f, s, src) : appendValue(f, s, src);
-    if (stopped()) return true;
+    if (stopped()) return differs;
   }
   return differs;
 }
 
 // Appends one member; answers whether that is a difference.
-bool Walk::appendValue(Frame& f, Step const& s, Cursor const& src) {
+bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
   auto const value = [&] { return Box(src.obj(true)); };
   bool const differs = edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
     if (s.typed && !box)
-      s.access.appendValue(*s.destAttr, f.dest, *src.iterator());
+      s.access.appendValue(*s.destAttr, f.dest, src);
     else
       genericIf(&f.dest)->attributeSQEnq(s.destAttr->id(), box ? box : value());
   });
@@ -58,7 +53,7 @@ bool Walk::appendValue(Frame& f, Step const& s, Cursor const& src) {
   return differs;
 }
 
-bool Walk::appendEntity(Frame& f, Step const& s, Cursor const& src) {
+bool Walk::appendEntity(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   Kel::Ptr<Kel::Entity const> const member(src.target());
   ParamList const params(new Kel::GenericIf::List);
   constructorParams(member, s.attr, params);

@@ -2,7 +2,6 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
 
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "Kel/Trace.h"
 

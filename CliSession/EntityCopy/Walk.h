@@ -22,8 +22,6 @@
 
 namespace Cli::Session {
 
-class Cursor;
-
 // Whether a trace handle is on, so that runs have to trace their steps.
 bool anyTrace();
 
@@ -38,8 +36,8 @@ class Walk {
 
   // A member of a collection that is being copied. A box that is not given is made when it is first asked for.
   struct Member {
-    Cursor const* at = nullptr;  // on the source's member; null: all boxes are given
-    Kel::Entity* key = nullptr;  // the destination's key, where keys are pointers
+    Kel::AttrIterator const* at = nullptr;  // on the source's member; null: all boxes are given
+    Kel::Entity* key = nullptr;             // the destination's key, where keys are pointers
     Box srcIndexBox, indexBox, srcMemberBox;
 
     Box const& srcIndex();
@@ -159,8 +157,9 @@ class Walk {
   bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
               Kel::Entity** made);
   bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
-  bool ownedMember(Frame& frame, Step const& step, Member& m, Kel::Entity* dest, Kel::Entity const& src);
-  Kel::Entity* destMember(Frame& frame, Step const& step, Member& m, Kel::Entity const& src);
+  // `m` is null for a member that was found by its position.
+  bool ownedMember(Frame& frame, Step const& step, Member* m, Kel::Entity* dest, Kel::Entity const& src);
+  Kel::Entity* destMember(Frame& frame, Step const& step, Member* m, Kel::Entity const& src);
 
   struct KeyMap;
   bool deleteExtra(Frame& frame, Step const& step);
@@ -171,20 +170,23 @@ class Walk {
   }
   bool areShallow(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
-  bool passPairs(Frame& frame, Step const& step, Kel::U32& position);
-  bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
-  bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
-  bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
-  Kel::Entity* sourceKey(Frame& frame, Step const& step, Cursor const& at, Kel::Entity& destKey, KeyMap& keys);
+  static bool madeAlike(Step const& step, Kel::Entity const& dest, Kel::Entity const& src);
+  bool copyPairs(Frame& frame, Step const& step, Kel::U32& position, bool deletionPassed);
+  // Copies the members from a position on. `deletionPassed`: the members that may not stay are deleted already.
+  bool copyMembers(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
+  bool deleteMember(Frame& frame, Step const& step, Kel::AttrIterator const& at);
+  bool stays(Frame& frame, Step const& step, Kel::AttrIterator const& at, KeyMap& keys);
+  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::AttrIterator const& at, Kel::Entity& destKey,
+                         KeyMap& keys);
   Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
   // Whether a pointer of a frame's destination may wait already.
   bool mayWait(Frame const& frame) const { return ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation; }
   void supersede(Frame& frame, Step const& step, Member* m);
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
 
-  bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
-  bool appendValue(Frame& frame, Step const& step, Cursor const& src);
-  bool appendEntity(Frame& frame, Step const& step, Cursor const& src);
+  bool sameInQueue(Step const& step, Kel::AttrIterator const& dest, Kel::AttrIterator const& src);
+  bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
+  bool appendEntity(Frame& frame, Step const& step, Kel::AttrIterator const& src);
 
   // Whether the bypass checker has to be asked.
   bool offers(Step const& step, AttributeEditType type) {
