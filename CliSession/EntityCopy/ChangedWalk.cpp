@@ -23,7 +23,7 @@ bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType con
 bool Walk::mayKeepChanges(Frame& f) {
   if (!keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   std::vector<Kel::KelType const*> seen;
-  return walkedThrough(f) && !asksForAnyType(f.plan.src, seen);
+  return guide_->walksThrough(f.path(), true) && !asksForAnyType(f.plan.src, seen);
 }
 
 bool Walk::root(Frame& f) {

@@ -208,7 +208,7 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionP
     most = std::min(2 * most, maxPairs);
     if (generation != impl_.generation) {
       generation = impl_.generation;
-      passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f);
+      passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
       looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
     }
     for (Kel::U32 i = 0; i < count; ++i) {

@@ -53,15 +53,15 @@ class Frame {
   Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null if that is not known, or is everything.
   Changed const* changed = nullptr;
-  // The handler's answer for all paths below this frame's, and the generation of the answer.
+  // The handler's answer for all paths through one attribute, or, if that is null, through any attribute; and the
+  // generation of the answer.
+  Step const* askedAbout = nullptr;
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;
-  // The same for the paths through one attribute.
-  Step const* throughStep = nullptr;
-  bool stepWalkedThrough = false;
-  Kel::U64 stepAskedAt = 0;
 
   Frame* up() const { return up_; }
+  // The step of the frame above that led here. REQUIRES: there is a frame above.
+  Step const& through() const { return *through_; }
 
  private:
   Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);

@@ -109,7 +109,8 @@ class Pointers final : public Kel::SameTarget {
 bool Walk::equalInPlace(Frame& f, Step const& s) {
   if (!s.typed) return false;
   if (s.kind != Step::Kind::members) return equalAlone(s, f.dest, f.src);
-  return guide_ && !(f.changed && changesHold()) && walkedThrough(f) && areLeaves(s) && leavesEqual(s, f.dest, f.src);
+  return guide_ && !(f.changed && changesHold()) && walkedThrough(f, s) && areLeaves(s) &&
+         leavesEqual(s, f.dest, f.src);
 }
 
 // The same without a frame, for anything but owned members.
@@ -163,8 +164,10 @@ bool Walk::attribute(Frame& f, Step const& s) {
 
 // --- Children ---
 
-bool Walk::askWalkedThrough(Frame& f) {
-  f.walkedThrough = (f.up() && walkedThrough(*f.up())) || guide_->walksThrough(f.path(), true);
+bool Walk::askWalkedThrough(Frame& f, Step const& s) {
+  bool const allOfIt = f.up() && walkedThrough(*f.up(), f.through());
+  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
+  f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
   return f.walkedThrough;
 }
@@ -176,13 +179,7 @@ bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
 
 bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
   if (!guide_ || asksForType(*src.type())) return true;
-  if (walkedThrough(f)) return false;
-  if (f.throughStep != &s || f.stepAskedAt != impl_.generation) {
-    f.throughStep = &s;
-    f.stepAskedAt = impl_.generation;
-    f.stepWalkedThrough = guide_->walksThrough(f.path() + "." + s.attr.name(), false);
-  }
-  return !f.stepWalkedThrough && !guide_->walksThrough(f.childPath(s.attr, src), false);
+  return !walkedThrough(f, s) && !guide_->walksThrough(f.childPath(s.attr, src), false);
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {

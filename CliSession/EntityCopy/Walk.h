@@ -144,12 +144,15 @@ class Walk {
     TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
     return known.type == &type ? known.asks : askAboutType(type, known);
   }
-  bool walkedThrough(Frame& frame) {
-    return frame.askedAt == impl_.generation ? frame.walkedThrough : askWalkedThrough(frame);
+  // Whether the handler need not be asked about what an attribute leads to, but for types that it has to be asked
+  // about.
+  bool walkedThrough(Frame& frame, Step const& step) {
+    bool const known = frame.askedAt == impl_.generation && (!frame.askedAbout || frame.askedAbout == &step);
+    return known ? frame.walkedThrough : askWalkedThrough(frame, step);
   }
 
   bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
-  bool askWalkedThrough(Frame& frame);
+  bool askWalkedThrough(Frame& frame, Step const& step);
 
   bool setMember(Frame& frame, Step const& step, Member& m);
   // Makes a member or singleton with the source's constructor parameters. `params` is the list of these, or null if
