@@ -81,13 +81,6 @@ bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
       });
 }
 
-// Whether no constructor parameter differs.
-bool Walk::madeAlike(Step const& s, Kel::Entity const& dest, Kel::Entity const& src) {
-  if (dest.type() != src.type()) return false;
-  Plan const& plan = s.childPlan(*dest.type(), *src.type());
-  return plan.keyOnly || plan.paramsEqual(dest, src);
-}
-
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
 // an entity with equal constructor parameters, or a pointer that is null on both sides or on neither. A pointer with
 // another target stays, and is set later.
@@ -100,7 +93,7 @@ bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& k
     if (s.attr.instantiating()) {
       Kel::Entity const& member = *at.target();
       Kel::Entity const* const other = s.access.findCounterpart(f.src, member, at.position());
-      return other && madeAlike(s, member, *other);
+      return other && s.alike(member, *other);
     }
     Kel::Entity* target = nullptr;
     auto const found = s.access.findMember(f.src, at, srcKey, &target);
@@ -217,7 +210,7 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionP
       if (isUsual && looksFirst && equalThroughout(usual, *dest, *src)) continue;
       if (isUsual && passes) {
         any |= descend(f, s, usual, *dest, *src);
-      } else if (dest && madeAlike(s, *dest, *src)) {
+      } else if (dest && s.alike(*dest, *src)) {
         any |= child(f, s, *dest, *src);
       } else if (!deletionPassed) {
         deletionPassed = true;
@@ -288,7 +281,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
     Kel::Ptr<Kel::Entity const> const src =
         m.at ? Kel::Ptr<Kel::Entity const>(m.at->target()) : entityConstOf(m.srcMember());
     requireNonNull(src);
-    return ownedMember(f, s, &m, destMember(f, s, &m, *src), *src);
+    return ownedMember(f, s, &m, held(f, s, &m, *src), *src);
   }
   if (traced_) {
     bool const isThere = static_cast<bool>(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index()));
@@ -300,37 +293,29 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   return changed;
 }
 
-Kel::Entity* Walk::destMember(Frame& f, Step const& s, Member* m, Kel::Entity const& src) {
-  if (s.typed && (!m || m->at)) return s.access.findCounterpart(f.dest, src, m ? m->at->position() : 0);
-  return entityOf(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m->index())).ptr();
-}
-
 bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Kel::Entity const& src) {
   static constexpr char const* operation = "doCopyCollectionMember";
   WALK_TRACE(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
   if (dest) WALK_TRACE(3, operation) << "Collection is instantiating";
-  Kel::U64 const generation = impl_.generation;
   ParamList params;
   bool const differ = paramsDiffer(s, dest, src, params);
   if (dest)
     WALK_TRACE(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
   WALK_TRACE(3, operation) << "Collection is instantiating, processing member";
-  bool changed = false;
+  Created made{false, dest, false};
   if (differ) {
     WALK_TRACE(3, operation) << "Re-creating item";
-    Kel::Entity* made = nullptr;
-    changed = create(f, s, m, src, params, !dest, &made);
-    if (compare_) return changed;
-    dest = made ? made : destMember(f, s, m, src);
+    made = create(f, s, m, src, params, !dest);
+    if (compare_) return made.differs;
   } else {
     WALK_TRACE(3, operation) << "Getting pre-existing item";
   }
-  if (!dest) {
+  if (!made.entity) {
     WALK_TRACE(3, operation) << "No child, we're done";
-    return changed;
+    return made.differs;
   }
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *dest, src, differ && impl_.generation == generation) || changed;
+  return child(f, s, *made.entity, src, made.isNew) || made.differs;
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {

@@ -8,10 +8,7 @@ KEL_TRACE_MODULE("EntityCopy")
 namespace Cli::Session {
 
 bool Walk::sameInQueue(Step const& s, Kel::AttrIterator const& dest, Kel::AttrIterator const& src) {
-  if (s.typed && !traced_ && s.attr.instantiating()) {
-    Kel::Entity const &a = *dest.target(), &b = *src.target();
-    return a.type() == b.type() && a.type()->furtherParamsEqual()(a, b);
-  }
+  if (s.typed && !traced_ && s.attr.instantiating()) return s.alike(*dest.target(), *src.target());
   return attrEqual(s.attr, dest.obj(true), src.obj(true));
 }
 
@@ -33,7 +30,7 @@ bool Walk::queue(Frame& f, Step const& s) {
     if (stopped()) return differs;
   }
   for (; src.nonNull(); src.inc()) {
-    differs |= entities ? appendEntity(f, s, src) : appendValue(f, s, src);
+    differs |= entities ? appendEntity(f, s, *src.target()) : appendValue(f, s, src);
     if (stopped()) return differs;
   }
   return differs;
@@ -53,27 +50,12 @@ bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   return differs;
 }
 
-bool Walk::appendEntity(Frame& f, Step const& s, Kel::AttrIterator const& src) {
-  Kel::Ptr<Kel::Entity const> const member(src.target());
-  ParamList const params(new Kel::GenericIf::List);
-  constructorParams(member, s.attr, params);
-  Box const value = Kel::GenericIf::List::genericIf(params);
-  WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
-  Kel::AttributeId const destId = s.destAttr->id();
-  Kel::U64 const generation = impl_.generation;
-  bool const differs = edit(
-      f, s, AttributeEditType::set_, [&]() -> Box const& { return value; },
-      [&](Box const&) { genericIf(&f.dest)->attributeSQEnq(destId, value); });
-  if (compare_) return differs;
-  // The member that has just been made is the queue's last.
-  Kel::Ptr<Kel::Entity> newest;
-  if (Kel::U32 const members = s.destAttr->access().count(*s.destAttr, f.dest)) {
-    Kel::IteratorRoom room;
-    newest = Kel::Ptr<Kel::Entity>(s.destAttr->access().iterateAt(f.dest, members - 1, room).target());
-  }
-  // A NaN among the parameters.
-  if (newest && s.typed && !newest->type()->furtherParamsEqual()(*newest, *member)) impl_.unsettled = true;
-  return (newest && child(f, s, *newest, *member, impl_.generation == generation)) || differs;
+bool Walk::appendEntity(Frame& f, Step const& s, Kel::Entity const& src) {
+  Kel::Ptr<Kel::Entity const> const alive(&src);  // a reactor may delete it
+  ParamList params;
+  paramsDiffer(s, nullptr, src, params);
+  Created const made = create(f, s, nullptr, src, params, false);
+  return (made.entity && child(f, s, *made.entity, src, made.isNew)) || made.differs;
 }
 
 }  // namespace Cli::Session

@@ -155,14 +155,19 @@ class Walk {
   bool askWalkedThrough(Frame& frame, Step const& step);
 
   bool setMember(Frame& frame, Step const& step, Member& m);
+  // An edit that makes an entity.
+  struct Created {
+    bool differs = false;
+    Kel::Entity* entity = nullptr;  // null in a comparison, and if foreign code has deleted it
+    bool isNew = false;             // no foreign code has run since
+  };
   // Makes a member or singleton with the source's constructor parameters. `params` is the list of these, or null if
-  // there is none yet. `*made` is set to the new entity, or left null if the caller has to look it up.
-  bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
-              Kel::Entity** made);
+  // there is none yet. `isFree`: the destination has nothing in its place.
+  Created create(Frame& frame, Step const& step, Member* m, Kel::Entity const& src, ParamList params, bool isFree);
+  Kel::Entity* held(Frame& frame, Step const& step, Member* m, Kel::Entity const& src);
   bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
   // `m` is null for a member that was found by its position.
   bool ownedMember(Frame& frame, Step const& step, Member* m, Kel::Entity* dest, Kel::Entity const& src);
-  Kel::Entity* destMember(Frame& frame, Step const& step, Member* m, Kel::Entity const& src);
 
   struct KeyMap;
   bool deleteExtra(Frame& frame, Step const& step);
@@ -173,7 +178,6 @@ class Walk {
   }
   bool areShallow(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
-  static bool madeAlike(Step const& step, Kel::Entity const& dest, Kel::Entity const& src);
   bool copyPairs(Frame& frame, Step const& step, Kel::U32& position, bool deletionPassed);
   // Copies the members from a position on. `deletionPassed`: the members that may not stay are deleted already.
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
@@ -189,7 +193,7 @@ class Walk {
 
   bool sameInQueue(Step const& step, Kel::AttrIterator const& dest, Kel::AttrIterator const& src);
   bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
-  bool appendEntity(Frame& frame, Step const& step, Kel::AttrIterator const& src);
+  bool appendEntity(Frame& frame, Step const& step, Kel::Entity const& src);
 
   // Whether the bypass checker has to be asked.
   bool offers(Step const& step, AttributeEditType type) {
