@@ -1,6 +1,7 @@
 #include "service/Differ.h"
 
 #include <algorithm>
+#include <array>
 #include <set>
 
 #include "CliSession/EntityCopy/HeldLike.h"
@@ -390,26 +391,20 @@ void Differ::members(Frame const& at, Entity const& from, Entity const& to, KelA
         owned({&at, nullptr, &attr, &mine}, &mine, nullptr);
       return true;
     });
-  auto const pair = [&](Entity const& theirs, Kel::U32 position) {
-    Entity const* const mine = access.findCounterpart(from, theirs, position);
-    owned({&at, nullptr, &attr, mine ? mine : &theirs}, mine, &theirs);
+  auto const pair = [&](Entity const* mine, Entity const* theirs) {
+    owned({&at, nullptr, &attr, mine ? mine : theirs}, mine, theirs);
   };
-  Kel::U32 const end = access.memberEnd(to);
-  if (end == 0) {
+  if (attr.collectionKind() != KelAttr::Collection::hashMap) {
     eachMember(to, attr, [&](Kel::AttrIterator const& it, std::size_t) {
-      pair(*it.target(), 0);
+      pair(access.findCounterpart(from, *it.target(), 0), it.target());
       return true;
     });
     return;
   }
+  std::array<Kel::AttrAccess::Pair, 16> pairs;
   Kel::U32 position = 0;
-  for (Kel::AttrAccess::Pair pairs[Kel::AttrAccess::maxPairs];;) {
-    Kel::U32 const count = access.gatherPairs(from, to, position, pairs);
-    if (count == 0) break;
-    for (Kel::U32 i = 0; i < count; ++i) owned({&at, nullptr, &attr, pairs[i].dest}, pairs[i].dest, pairs[i].src);
-  }
-  for (; position < end; ++position)
-    if (Entity const* const theirs = access.memberAt(to, position)) pair(*theirs, position);
+  while (Kel::U32 const count = access.gatherPairs(from, to, position, pairs.data(), pairs.size()))
+    for (Kel::U32 i = 0; i < count; ++i) pair(pairs[i].dest, pairs[i].src);
 }
 
 // --- Queues ---

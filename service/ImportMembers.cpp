@@ -102,37 +102,10 @@ void Importer::owned(Kel::Entity* owner, KelAttr const& attr, GenericIf::PtrCons
   fresh_ = wasFresh;
 }
 
-namespace {
-
-// An iterator on the last item; null if there is none.
-Kel::AttrIterator& lastItem(Kel::Entity const& owner, KelAttr const& attr, Kel::IteratorRoom& room) {
-  return attr.access().iterateAt(owner, attr.access().count(attr, owner) - 1, room);
-}
-
-}  // namespace
-
 Kel::Entity* Importer::make(Kel::Entity& owner, KelAttr const& attr, GenericIf::PtrConst const& key,
                             KelType const& type, std::vector<GenericIf::PtrConst> const& args) {
-  GenericIf::Ptr const gif = gifOf(owner);
   ++report_.entities;
-  Kel::Entity* made = nullptr;
-  if (&type != attr.type()) {
-    made = makeDerived(owner, attr, key, type, args);
-  } else {
-    GenericIf::List::Ptr const list(new GenericIf::List);
-    for (auto const& arg : args) list->objectEnq(arg);
-    if (attr.isQueue()) {
-      gif->attributeSQEnq(attr.id(), GenericIf::List::genericIf(list));
-      Kel::IteratorRoom room;
-      Kel::AttrIterator const& last = lastItem(owner, attr, room);
-      made = last.target();
-      if (numbered_ && last.key()->strep().str() == std::to_string(numbered_->number + 1))
-        numbered_ = {made, numbered_->number + 1};
-    } else {
-      gif->attributeIs(attr.id(), key, GenericIf::List::genericIf(list));
-      made = attr.isCollection() ? gif->attribute(attr.id(), key)->entity().ptr() : singleTarget(owner, attr);
-    }
-  }
+  Kel::Entity* const made = maker_.make(owner, attr, key, type, args);
   if (options_.merge && options_.values == ValueRule::checked) {
     PendingReferences unused;
     EntityHooks const& hooks = hooksOf(type);
@@ -140,38 +113,6 @@ Kel::Entity* Importer::make(Kel::Entity& owner, KelAttr const& attr, GenericIf::
     if (hooks.created) hooks.created(base_, Kel::Entity::Ptr(made), options_.pending ? *options_.pending : unused);
   }
   return made;
-}
-
-Kel::U64 Importer::nextNumber(Kel::Entity const& owner, KelAttr const& attr) const {
-  Kel::IteratorRoom room;
-  Kel::AttrIterator const& last = lastItem(owner, attr, room);
-  if (numbered_ && last.nonNull() && last.target() == numbered_->item) return numbered_->number + 1;
-  Kel::U64 next = 0;
-  attr.access().eachOwned(
-      owner, [](Kel::Entity*, Kel::U64 number, void* context) { *static_cast<Kel::U64*>(context) = number + 1; },
-      &next);
-  return next;
-}
-
-Kel::Entity* Importer::makeDerived(Kel::Entity& owner, KelAttr const& attr, GenericIf::PtrConst const& key,
-                                   KelType const& type, std::vector<GenericIf::PtrConst> args) {
-  GenericIf::Ptr const gif = gifOf(owner);
-  Kel::U64 const number = attr.isQueue() ? nextNumber(owner, attr) : 0;
-  GenericIf::PtrConst index = key;
-  if (attr.isQueue()) {
-    index = attr.keyType()->genericFromText(std::to_string(number));
-    if (!type.ctorArgs().empty()) args.insert(args.begin(), index);
-  } else {
-    gif->attributeDel(attr.id(), key);
-  }
-  Kel::Entity::Ptr const made = type.newEntity(args);
-  attr.access().restore(attr, owner, made, number);
-  if (attr.isQueue()) numbered_ = {made.ptr(), number};
-  if (attr.isCollection())
-    gif->attributeOp(Kel::AttributeOp::notify, attr.id(), index);
-  else
-    owner.notify(attr.id());
-  return made.ptr();
 }
 
 GenericIf::PtrConst Importer::keyOf(KelAttr const& attr, std::string const& name) const {
@@ -297,10 +238,10 @@ void Importer::queue(Kel::Entity* e, KelAttr const& attr, Json const& json) {
   if (attr.instantiating()) {
     std::size_t const kept = keptItems(items, attr, json);
     if (write_) cutQueue(*e, attr, kept);
-    auto const outer = std::exchange(numbered_, std::nullopt);
+    auto const outer = std::exchange(maker_, {});
     for (std::size_t i = 0; i < json.size(); ++i)
       below(queueStep(attr, i), i, [&] { owned(e, attr, nullptr, json[i], i < kept ? items[i] : nullptr); });
-    numbered_ = outer;
+    maker_ = outer;
   }
   at_.steps.push_back(whole);
 }

@@ -10,6 +10,7 @@
 
 #include "service/JsonText.h"
 #include "service/JsonTree.h"
+#include "service/OwnedMaker.h"
 #include "service/References.h"
 #include "service/Undo.h"
 
@@ -101,12 +102,6 @@ class Importer {
   Kel::Entity* make(Kel::Entity& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
                     Kel::KelType const& type, std::vector<Kel::GenericIf::PtrConst> const& args);
 
-  // The attribute makes entities of its own type only. One of a derived type is made first, and then put there.
-  Kel::Entity* makeDerived(Kel::Entity& owner, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& key,
-                           Kel::KelType const& type, std::vector<Kel::GenericIf::PtrConst> args);
-  // The number that makeDerived gives to the next item of a queue. Cost: constant while `numbered_` is the last item.
-  Kel::U64 nextNumber(Kel::Entity const& owner, Kel::KelAttr const& attr) const;
-
   // --- Keyed collections ---
 
   Kel::GenericIf::PtrConst keyOf(Kel::KelAttr const& attr, std::string const& name) const;
@@ -170,12 +165,7 @@ class Importer {
   Undo* undo_;
   bool fresh_ = false;  // in an entity that this import made, and that is taken back as a whole
   bool write_ = false, lastCall_ = false;
-  // The newest item of the queue that is being imported, and its number in the order of insertion, once it is known.
-  struct Numbered {
-    Kel::Entity const* item;
-    Kel::U64 number;
-  };
-  std::optional<Numbered> numbered_;
+  OwnedMaker maker_;  // of the queue that is being imported
   Path at_;
   JsonPlace in_;
   std::vector<Waiting> references_;

@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "service/Importer.h"
+#include "service/OwnedMaker.h"
 #include "service/References.h"
 
 namespace Cli::Service {
@@ -129,7 +130,9 @@ void QueueEdit::noteReference(Reference const& reference, std::vector<std::size_
 void QueueEdit::arrangeEntities(std::vector<std::size_t> const& order, std::size_t kept,
                                 GenericIf::PtrConst const& item) {
   struct Old {
-    GenericIf::PtrConst index, args;
+    GenericIf::PtrConst index;
+    Kel::KelType const* type;
+    std::vector<GenericIf::PtrConst> args;
     Json content;
   };
   std::vector<std::size_t> positions(this->order().size(), made);
@@ -144,11 +147,11 @@ void QueueEdit::arrangeEntities(std::vector<std::size_t> const& order, std::size
   eachMember(owner_, attr_, [&](Kel::AttrIterator const& it, std::size_t position) {
     if (position < kept) return true;
     Kel::Entity& e = *it.target();
-    GenericIf::List::Ptr const args(new GenericIf::List);
-    for (Kel::KelAttr const* param : furtherParams(*e.type())) args->objectEnq(valueOfAttr(e, *param));
+    std::vector<GenericIf::PtrConst> args;
+    for (Kel::KelAttr const* param : furtherParams(*e.type())) args.push_back(valueOfAttr(e, *param));
     Json content = exportEntity(e, *base_, plain);
     for (Kel::KelAttr const* param : furtherParams(*e.type())) content.erase(param->name().str());
-    olds.push_back({it.key(), GenericIf::List::genericIf(args), std::move(content)});
+    olds.push_back({it.key(), e.type(), std::move(args), std::move(content)});
     departed.note(e, owner / queueStep(attr_, positions[position]));
     auto const noted = [&](Reference const& reference) { noteReference(reference, positions, references); };
     eachReference(e, noted, true);
@@ -160,9 +163,15 @@ void QueueEdit::arrangeEntities(std::vector<std::size_t> const& order, std::size
   ImportOptions options;
   options.merge = true;
   options.values = ValueRule::asWritten;
+  OwnedMaker maker;
   for (std::size_t i = kept; i < order.size(); ++i) {
-    gif->attributeSQEnq(attr_.id(), order[i] == made ? item : olds[order[i]].args);
-    if (order[i] != made) importPart(base_, owner / queueStep(attr_, i), olds[order[i]].content, options, nullptr);
+    if (order[i] == made) {
+      gif->attributeSQEnq(attr_.id(), item);
+      continue;
+    }
+    Old const& old = olds[order[i]];
+    maker.make(owner_, attr_, nullptr, *old.type, old.args);
+    importPart(base_, owner / queueStep(attr_, i), old.content, options, nullptr);
   }
   departed.repoint(base_, &pending_, &undo_);
   for (PendingReference& reference : references) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopy/Walk.h"
 
 namespace Cli::Session {
@@ -24,7 +23,7 @@ bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType con
 bool Walk::mayKeepChanges(Frame& f) {
   if (!keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   std::vector<Kel::KelType const*> seen;
-  return walkedThrough(f) && !asksForAnyType(f.plan.src, seen);
+  return guide_->walksThrough(f.path(), true) && !asksForAnyType(f.plan.src, seen);
 }
 
 bool Walk::root(Frame& f) {
@@ -78,7 +77,8 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
   bool const sameMembers = s.dense && (!membership || s.access.sameKeyHashes(f.dest, f.src)) && s.usualPlan().keyOnly;
   if (!sameMembers) return attribute(f, s);
   std::sort(changed.begin(), changed.end());
-  f.walking(&s);
+  Kel::IteratorRoom room;
+  s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
   bool any = false;
   for (auto const& [position, src] : changed) {
     Kel::Entity* const dest = s.access.findCounterpart(f.dest, *src, position);
@@ -93,7 +93,6 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
       break;
     }
   }
-  f.walking(nullptr);
   return any;
 }
 

@@ -1,6 +1,7 @@
 // Keyed collections.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Cursor.h"
+#include <algorithm>
+
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
@@ -8,18 +9,6 @@
 KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
-
-// --- Cursors ---
-
-Kel::GenericIf::PtrConst Cursor::key() const {
-  if (it_) return it_->key();
-  return genericIf(member_)->attribute(attr_.type()->getAttr(attr_.type()->ctorArgs().front().name)->id());
-}
-
-Kel::GenericIf::PtrConst Cursor::obj(bool constView) const {
-  if (it_) return it_->obj(constView);
-  return constView ? genericIf(static_cast<Kel::Entity const*>(member_)) : genericIf(member_);
-}
 
 Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
                                               Kel::GenericIf::PtrConst const& key) {
@@ -44,11 +33,8 @@ bool Walk::collection(Frame& f, Step const& s) {
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
   bool const sameHashes = s.dense && !traced_ && s.usualPlan().keyOnly && s.access.sameKeyHashes(f.dest, f.src);
-  if (s.dense) f.walking(&s);
-  Kel::U32 passed = 0;
-  bool differs = sameHashes ? passPairs(f, s, passed) : deleteExtra(f, s);
-  if (!stopped()) differs |= copyMembers(f, s, passed, !sameHashes);
-  f.walking(nullptr);
+  bool differs = !sameHashes && deleteExtra(f, s);
+  if (!stopped()) differs |= copyMembers(f, s, 0, !sameHashes);
   if (!stopped())
     for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
   return differs;
@@ -61,7 +47,8 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
   bool differs = false;
   Kel::U32 deleted = 0, examined = 0;
   KeyMap keys;
-  for (Cursor at(*s.destAttr, f.dest, s.dense); at; ++at) {
+  Kel::IteratorRoom room;
+  for (Kel::AttrIterator& at = s.destAttr->access().iterate(*s.destAttr, f.dest, room); at.nonNull(); at.inc()) {
     ++examined;
     if (stays(f, s, at, keys)) continue;
     ++deleted;
@@ -72,7 +59,7 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
   return differs;
 }
 
-bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
+bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
   WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
   // Foreign code may delete the member before the edit is carried out, so its key is taken first.
   bool const typed = s.typed && s.kind == Step::Kind::collection && quiet_;
@@ -81,7 +68,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
       f, s, AttributeEditType::del_, [&] { return Box(at.obj(false)); },
       [&](Box const&) {
         if (typed)
-          s.access.deleteMember(s.attr, f.dest, *at.iterator());
+          s.access.deleteMember(s.attr, f.dest, at);
         else
           genericIf(&f.dest)->attributeDel(s.destAttr->id(), key);
       });
@@ -90,7 +77,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Cursor const& at) {
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
 // an entity with equal constructor parameters, or a pointer that is null on both sides or on neither. A pointer with
 // another target stays, and is set later.
-bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
+bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& keys) {
   Kel::Entity* const destKey = at.keyTarget();
   Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
   bool const keyLeads = srcKey || !destKey;
@@ -99,10 +86,10 @@ bool Walk::stays(Frame& f, Step const& s, Cursor const& at, KeyMap& keys) {
     if (s.attr.instantiating()) {
       Kel::Entity const& member = *at.target();
       Kel::Entity const* const other = s.access.findCounterpart(f.src, member, at.position());
-      return other && other->type() == member.type() && member.type()->paramsEqual()(member, *other);
+      return other && s.alike(member, *other);
     }
     Kel::Entity* target = nullptr;
-    auto const found = s.access.findMember(f.src, *at.iterator(), srcKey, &target);
+    auto const found = s.access.findMember(f.src, at, srcKey, &target);
     if (s.attr.isPtr()) return found != Kel::AttrAccess::Found::absent && !target == !at.target();
     return found == Kel::AttrAccess::Found::equal;
   }
@@ -141,68 +128,70 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
   return true;
 }
 
-// Copies the members that have the same position on both sides, and moves `position` behind them. Ends at the first
-// pair of different keys or types, and when foreign code has run.
-bool Walk::passPairs(Frame& f, Step const& s, Kel::U32& position) {
-  Kel::U64 const generation = impl_.generation;
-  std::array<Kel::AttrAccess::Pair, Kel::AttrAccess::maxPairs> pairs;
+// Copies owned members in steps of the storage. If nothing has been deleted yet, it starts with the deletion pass as
+// soon as a member has no counterpart. Ends early if a trace handle has been switched on.
+bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionPassed) {
   Plan const& usual = s.usualPlan();
-  bool const passes = guide_ && !asksForType(usual.src) && walkedThrough(f);
   bool const exact = !usual.src.hasDerived();
-  bool const looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
-  bool any = false;
-  for (Kel::U32 next = position; Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, next, pairs.data());) {
+  bool passes = false, looksFirst = false, any = false;
+  Kel::U64 generation = 0;  // of these answers
+  static constexpr Kel::U32 maxPairs = 16;
+  std::array<Kel::AttrAccess::Pair, maxPairs> pairs;
+  Kel::U32 most = maxPairs, next = position;
+  while (Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, next, pairs.data(), most)) {
+    most = std::min(2 * most, maxPairs);
+    if (generation != impl_.generation) {
+      generation = impl_.generation;
+      passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
+      looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
+    }
     for (Kel::U32 i = 0; i < count; ++i) {
-      auto const [dest, src, at] = pairs[i];
-      bool const isUsual = exact || (dest->type() == &usual.dest && src->type() == &usual.src);
-      if (looksFirst && isUsual && equalThroughout(usual, *dest, *src)) {
-        position = at + 1;
-        continue;
-      }
-      if (passes && isUsual)
+      auto const& [dest, src, at] = pairs[i];
+      bool const isUsual = dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
+      if (isUsual && looksFirst && equalThroughout(usual, *dest, *src)) continue;
+      if (isUsual && passes) {
         any |= descend(f, s, usual, *dest, *src);
-      else if (dest->type() == src->type())
+      } else if (dest && s.alike(*dest, *src)) {
         any |= child(f, s, *dest, *src);
-      else
-        return any;
-      position = at + 1;
-      if (impl_.generation != generation || stopped()) return any;
+      } else if (!deletionPassed) {
+        deletionPassed = true;
+        any |= deleteExtra(f, s);
+        next = at;  // what was gathered may be gone
+        if (stopped()) return any;
+        break;
+      } else {
+        // A reactor or a bypass checker may delete it.
+        Kel::Ptr<Kel::Entity const> const alive(quiet_ && !f.dest.hasReactors() ? nullptr : src);
+        any |= ownedMember(f, s, nullptr, dest, *src);
+      }
+      if (stopped()) return any;
+      if (generation == impl_.generation) continue;
+      // Foreign code may have changed the rest. If it runs for each member, little is gathered in vain.
+      next = at + 1;
+      most = 1;
+      break;
     }
     position = next;
+    if (traced_) return any;
   }
   return any;
 }
 
-bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 from, bool deletionPassed) {
+bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
   static constexpr char const* operation = "doCopyCollection";
-  bool const quick = s.typed && !traced_ && s.attr.instantiating();
-  if (s.dense && !compare_ && s.access.memberEnd(f.dest) == 0)
+  if (s.dense && !compare_ && s.access.count(s.attr, f.dest) == 0)
     s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
   bool differs = false;
   Kel::U32 copied = 0;
-  for (Cursor at(s.attr, f.src, s.dense, from); at; ++at) {
+  Kel::IteratorRoom room;
+  Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
+  if (s.dense && !traced_) {
+    differs = copyPairs(f, s, position, deletionPassed);
+    if (!traced_ || stopped()) return differs;
+  }
+  while (at.nonNull() && at.position() < position) at.inc();
+  for (; at.nonNull(); at.inc()) {
     Member m{&at, at.keyTarget(), {}, {}, {}};
-    if (quick && !traced_) {
-      Kel::Entity& srcMember = *at.target();
-      Kel::Entity* destMember = s.access.findCounterpart(f.dest, srcMember, at.position());
-      Plan const& usual = s.childPlan(*srcMember.type(), *srcMember.type());
-      if (destMember && destMember->type() == srcMember.type() &&
-          (usual.keyOnly || usual.paramsEqual(*destMember, srcMember))) {
-        differs |= child(f, s, *destMember, srcMember);
-      } else {
-        if (!deletionPassed) {
-          deletionPassed = true;
-          differs |= deleteExtra(f, s);
-          if (stopped()) return differs;
-          destMember = s.access.findCounterpart(f.dest, srcMember, at.position());
-        }
-        // A reactor or a bypass checker may delete it.
-        Kel::Ptr<Kel::Entity const> const alive(quiet_ && !f.dest.hasReactors() ? nullptr : &srcMember);
-        differs |= ownedMember(f, s, m, destMember, srcMember);
-      }
-      if (stopped()) return differs;
-      continue;
-    }
     if (s.attr.keyIsPtr()) {
       if (!m.key) {
         WALK_TRACE(3, operation) << "Key is NULL";
@@ -233,7 +222,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
     Kel::Ptr<Kel::Entity const> const src =
         m.at ? Kel::Ptr<Kel::Entity const>(m.at->target()) : entityConstOf(m.srcMember());
     requireNonNull(src);
-    return ownedMember(f, s, m, destMember(f, s, m, *src), *src);
+    return ownedMember(f, s, &m, held(f, s, &m, *src), *src);
   }
   if (traced_) {
     bool const isThere = static_cast<bool>(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index()));
@@ -245,37 +234,29 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   return changed;
 }
 
-Kel::Entity* Walk::destMember(Frame& f, Step const& s, Member& m, Kel::Entity const& src) {
-  if (s.typed && m.at) return s.access.findCounterpart(f.dest, src, m.at->position());
-  return entityOf(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index())).ptr();
-}
-
-bool Walk::ownedMember(Frame& f, Step const& s, Member& m, Kel::Entity* dest, Kel::Entity const& src) {
+bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Kel::Entity const& src) {
   static constexpr char const* operation = "doCopyCollectionMember";
   WALK_TRACE(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
   if (dest) WALK_TRACE(3, operation) << "Collection is instantiating";
-  Kel::U64 const generation = impl_.generation;
   ParamList params;
   bool const differ = paramsDiffer(s, dest, src, params);
   if (dest)
     WALK_TRACE(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
   WALK_TRACE(3, operation) << "Collection is instantiating, processing member";
-  bool changed = false;
+  Created made{false, dest, false};
   if (differ) {
     WALK_TRACE(3, operation) << "Re-creating item";
-    Kel::Entity* made = nullptr;
-    changed = create(f, s, &m, src, params, !dest, &made);
-    if (compare_) return changed;
-    dest = made ? made : destMember(f, s, m, src);
+    made = create(f, s, m, src, params, !dest);
+    if (compare_) return made.differs;
   } else {
     WALK_TRACE(3, operation) << "Getting pre-existing item";
   }
-  if (!dest) {
+  if (!made.entity) {
     WALK_TRACE(3, operation) << "No child, we're done";
-    return changed;
+    return made.differs;
   }
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *dest, src, differ && impl_.generation == generation) || changed;
+  return child(f, s, *made.entity, src, made.isNew) || made.differs;
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {
@@ -284,7 +265,7 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
   bool const typed = s.typed && m.at && (!m.key || m.key->type()->isA(s.attr.keyType()));
   if (typed && !traced_) {
     Kel::Entity* none = nullptr;
-    if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) == Kel::AttrAccess::Found::equal) return false;
+    if (s.access.findMember(f.dest, *m.at, m.key, &none) == Kel::AttrAccess::Found::equal) return false;
   } else {
     auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m.index());
     if (held && valueTypeEqual(held.obj(), m.srcMember())) return false;
@@ -293,13 +274,12 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
       f, s, AttributeEditType::set_, [&] { return m.srcMember(); },
       [&](Box const& box) {
         if (typed && !box)
-          s.access.copyMember(s.attr, f.dest, *m.at->iterator(), m.key, nullptr);
+          s.access.copyMember(s.attr, f.dest, *m.at, m.key, nullptr);
         else
           genericIf(&f.dest)->attributeIs(destOwn.id(), m.index(), m.srcMember());
         if (!typed || s.reflexive) return;
         Kel::Entity* none = nullptr;
-        if (s.access.findMember(f.dest, *m.at->iterator(), m.key, &none) != Kel::AttrAccess::Found::equal)
-          impl_.unsettled = true;
+        if (s.access.findMember(f.dest, *m.at, m.key, &none) != Kel::AttrAccess::Found::equal) impl_.unsettled = true;
       });
 }
 

@@ -73,21 +73,10 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
 void Frame::hold() {
   for (Frame* f = this; f; f = f->up_) {
     FrameExtras& e = f->extras();
-    if (!e.dest) {
-      e.dest = f->destPtr();
-      e.src = f->srcPtr();
-    }
-    if (!f->walking_ || e.destPin) continue;
-    f->walking_->access.iterate(f->walking_->attr, f->src, e.srcPin.emplace());
-    f->walking_->access.iterate(f->walking_->attr, f->dest, e.destPin.emplace());
+    if (e.dest) continue;
+    e.dest = f->destPtr();
+    e.src = f->srcPtr();
   }
-}
-
-void Frame::walking(Step const* step) {
-  walking_ = step;
-  if (!extras_) return;
-  extras_->srcPin.reset();
-  extras_->destPin.reset();
 }
 
 }  // namespace Cli::Session

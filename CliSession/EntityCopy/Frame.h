@@ -16,11 +16,10 @@ struct FrameExtras {
   Kel::U64 logPathAt = 0;  // 0: not made
   Kel::Ptr<Kel::Entity> dest;
   Kel::Ptr<Kel::Entity const> src;
-  std::optional<Kel::IteratorRoom> destPin, srcPin;
 };
 
-// Lives on the stack and points at the frame above. The texts of its paths, handles to both entities, and iterators
-// that keep a collection from moving its members are made only when an edit or foreign code needs them.
+// Lives on the stack and points at the frame above. The texts of its paths, and handles to both entities, are made only
+// when an edit or foreign code needs them.
 class Frame {
  public:
   // A walk begins here.
@@ -46,22 +45,20 @@ class Frame {
     return extras_ && extras_->logPathAt == generation ? extras_->logPath : makeLogPath(ec, generation);
   }
 
-  // Keeps the entities of this frame and of those above alive, and pins the collections that they walk.
+  // Keeps the entities of this frame and of those above alive.
   void hold();
-  // Says which collection is walked by position, so that `hold` pins it; null: none.
-  void walking(Step const* step);
 
   // What has changed here since both sides were last equal; null if that is not known, or is everything.
   Changed const* changed = nullptr;
-  // The handler's answer for all paths below this frame's, and the generation of the answer.
+  // The handler's answer for all paths through one attribute, or, if that is null, through any attribute; and the
+  // generation of the answer.
+  Step const* askedAbout = nullptr;
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;
-  // The same for the paths through one attribute.
-  Step const* throughStep = nullptr;
-  bool stepWalkedThrough = false;
-  Kel::U64 stepAskedAt = 0;
 
   Frame* up() const { return up_; }
+  // The step of the frame above that led here. REQUIRES: there is a frame above.
+  Step const& through() const { return *through_; }
 
  private:
   Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);
@@ -69,7 +66,6 @@ class Frame {
 
   Frame* const up_ = nullptr;
   Step const* const through_ = nullptr;
-  Step const* walking_ = nullptr;
   std::optional<FrameExtras> extras_;
 };
 

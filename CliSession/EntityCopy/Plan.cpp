@@ -73,12 +73,14 @@ Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) c
   return plan;
 }
 
+bool Step::alike(Kel::Entity const& dest, Kel::Entity const& src) const {
+  if (dest.type() != src.type()) return false;
+  auto const paramsEqual = attr.isQueue() ? src.type()->furtherParamsEqual() : src.type()->paramsEqual();
+  return paramsEqual && paramsEqual(dest, src);
+}
+
 Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
-    : dest(d),
-      src(s),
-      plainEqual(&d == &s ? s.plainEqual() : nullptr),
-      paramsEqual(&d == &s ? s.paramsEqual() : nullptr),
-      keyOnly(s.ctorArgs().size() == 1) {
+    : dest(d), src(s), plainEqual(&d == &s ? s.plainEqual() : nullptr), keyOnly(s.ctorArgs().size() == 1) {
   for (Kel::KelAttr const* attr : s.attributeQ()) {
     Step const& step = steps.emplace_back(d, *attr);
     if (step.kind == Step::Kind::skipped) continue;

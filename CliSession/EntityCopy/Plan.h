@@ -32,6 +32,10 @@ struct Step {
   // attribute has members of several types.
   Plan const& childPlan(Kel::KelType const& dest, Kel::KelType const& src) const;
 
+  // Owned members and singletons: whether no constructor parameter differs, apart from the index of a queue's member.
+  // REQUIRES: `typed`.
+  bool alike(Kel::Entity const& dest, Kel::Entity const& src) const;
+
   Kel::KelAttr const& attr;
   Kel::KelAttr const* destAttr;   // the destination's attribute of that name; null: there is none
   Kel::AttrAccess const& access;  // of the source; also of the destination where `typed` is set
@@ -62,10 +66,8 @@ struct Plan {
   std::vector<Step const*> copied;   // the steps of attributes that are copied
   std::vector<Step const*> further;  // of these, those that `plainEqual` does not compare
   bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
-  // Compares the constructor parameters of two entities; null if parameters may be pointers, or if the types differ.
-  bool (*paramsEqual)(Kel::Entity const& dest, Kel::Entity const& src);
-  bool keyOnly;  // the key is the only constructor parameter
-  bool leaf;     // keyOnly, and `plainEqual` compares everything
+  bool keyOnly;                                                         // the key is the only constructor parameter
+  bool leaf;                                                            // keyOnly, and `plainEqual` compares everything
 };
 
 // The number of steps made so far in the process.

@@ -1,6 +1,5 @@
 // Pointers, and where they lead.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopy/Walk.h"
 #include "Kel/Trace.h"
 
@@ -55,15 +54,14 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     if (keyFits && alreadySet(*genericIf(&f.dest), destOwn, index(), box(), nullptr)) return false;
   } else {
     Kel::Entity* current = m ? nullptr : s.access.target(f.dest);
-    bool const isThere =
-        !m || s.access.findMember(f.dest, *m->at->iterator(), m->key, &current) != Kel::AttrAccess::Found::absent;
+    bool const isThere = !m || s.access.findMember(f.dest, *m->at, m->key, &current) != Kel::AttrAccess::Found::absent;
     if (isThere && current == target) return false;
   }
   return edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
     if (!typed || boxed)
       genericIf(&f.dest)->attributeIs(destOwn.id(), index(), box());
     else if (m)
-      s.access.copyMember(s.attr, f.dest, *m->at->iterator(), m->key, target);
+      s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
     else
       s.access.setTarget(s.attr, f.dest, target);
   });
@@ -90,7 +88,8 @@ PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer
 Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
   if (!keys) {
     keys.emplace();
-    for (Cursor src(s.attr, f.src, false); src; ++src) {
+    Kel::IteratorRoom room;
+    for (Kel::AttrIterator& src = s.access.iterate(s.attr, f.src, room); src.nonNull(); src.inc()) {
       Kel::Ptr<Kel::Entity> const key(src.keyTarget());
       if (!key) continue;
       Counterparts::Answer const known = counterpart(*key);

@@ -2,7 +2,6 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
 
-#include "CliSession/EntityCopy/Cursor.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "Kel/Trace.h"
 
@@ -110,7 +109,8 @@ class Pointers final : public Kel::SameTarget {
 bool Walk::equalInPlace(Frame& f, Step const& s) {
   if (!s.typed) return false;
   if (s.kind != Step::Kind::members) return equalAlone(s, f.dest, f.src);
-  return guide_ && !(f.changed && changesHold()) && walkedThrough(f) && areLeaves(s) && leavesEqual(s, f.dest, f.src);
+  return guide_ && !(f.changed && changesHold()) && walkedThrough(f, s) && areLeaves(s) &&
+         leavesEqual(s, f.dest, f.src);
 }
 
 // The same without a frame, for anything but owned members.
@@ -164,8 +164,10 @@ bool Walk::attribute(Frame& f, Step const& s) {
 
 // --- Children ---
 
-bool Walk::askWalkedThrough(Frame& f) {
-  f.walkedThrough = (f.up() && walkedThrough(*f.up())) || guide_->walksThrough(f.path(), true);
+bool Walk::askWalkedThrough(Frame& f, Step const& s) {
+  bool const allOfIt = f.up() && walkedThrough(*f.up(), f.through());
+  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
+  f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
   return f.walkedThrough;
 }
@@ -177,13 +179,7 @@ bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
 
 bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
   if (!guide_ || asksForType(*src.type())) return true;
-  if (walkedThrough(f)) return false;
-  if (f.throughStep != &s || f.stepAskedAt != impl_.generation) {
-    f.throughStep = &s;
-    f.stepAskedAt = impl_.generation;
-    f.stepWalkedThrough = guide_->walksThrough(f.path() + "." + s.attr.name(), false);
-  }
-  return !f.stepWalkedThrough && !guide_->walksThrough(f.childPath(s.attr, src), false);
+  return !walkedThrough(f, s) && !guide_->walksThrough(f.childPath(s.attr, src), false);
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
@@ -253,29 +249,51 @@ bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity cons
   return constructorParams(Kel::Ptr<Kel::Entity const>(dest), Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
 }
 
-bool Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
-                  Kel::Entity** made) {
-  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {
+  bool const queued = s.attr.isQueue();
+  if (queued)
+    WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
+  else
+    WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
   Kel::AttributeId const destId = destAttr(f, s).id();
   auto const argumentList = [&] {
     if (!params) {
       params = ParamList(new Kel::GenericIf::List);
-      constructorParams(Kel::Ptr<Kel::Entity const>(&srcChild), s.attr, params);
+      constructorParams(Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
     }
     return Box(Kel::GenericIf::List::genericIf(params));
   };
   Kel::U64 const generation = impl_.generation;
-  return edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
+  Created made;
+  made.differs = edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
     // If the place has been taken meanwhile, the boxed write replaces what is there.
-    if (isFree && s.typed && !box && generation == impl_.generation && srcChild.type() == s.attr.type())
-      *made = s.access.createLike(s.attr, f.dest, srcChild);
+    if (isFree && s.typed && !box && generation == impl_.generation && src.type() == s.attr.type())
+      made.entity = s.access.createLike(s.attr, f.dest, src);
+    else if (queued)
+      genericIf(&f.dest)->attributeSQEnq(destId, box ? box : argumentList());
     else
       genericIf(&f.dest)->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
-    // A reactor may have deleted it.
-    if (f.dest.hasReactors() || s.destAttr->afterChange()) *made = nullptr;
-    if (*made && s.attr.type()->paramsEqual() && !s.attr.type()->paramsEqual()(**made, srcChild))
-      impl_.unsettled = true;
   });
+  made.isNew = generation == impl_.generation;
+  if (compare_) return made;
+  // A reactor may have deleted it.
+  if (!made.entity || !made.isNew) made.entity = held(f, s, m, src);
+  if (made.entity && s.typed && !s.alike(*made.entity, src)) impl_.unsettled = true;  // a NaN among the parameters
+  return made;
+}
+
+// The entity of the destination under the key of `src`; in a queue, the last one.
+Kel::Entity* Walk::held(Frame& f, Step const& s, Member* m, Kel::Entity const& src) {
+  Kel::KelAttr const& destOwn = destAttr(f, s);
+  if (s.attr.isQueue()) {
+    Kel::IteratorRoom room;
+    Kel::AttrIterator const& last =
+        destOwn.access().iterateAt(f.dest, destOwn.access().count(destOwn, f.dest) - 1, room);
+    return last.nonNull() ? last.target() : nullptr;
+  }
+  if (!s.attr.isCollection()) return destOwn.access().target(f.dest);
+  if (s.typed && (!m || m->at)) return s.access.findCounterpart(f.dest, src, m ? m->at->position() : 0);
+  return entityOf(genericIf(&f.dest)->attribute(destOwn.id(), m->index())).ptr();
 }
 
 bool Walk::singleton(Frame& f, Step const& s) {
@@ -305,14 +323,8 @@ bool Walk::singleton(Frame& f, Step const& s) {
     if (stopped()) return differs;
   }
   WALK_TRACE(3, operation) << "Re-creating entity";
-  Kel::U64 const generation = impl_.generation;
-  Kel::Entity* made = nullptr;
-  differs |= create(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest), &made);
-  // A comparison has made nothing, and a present child has other parameters.
-  if (compare_) return differs;
-  if (!made) made = destAccess.target(f.dest);
-  if (made) differs |= child(f, s, *made, *srcChild, impl_.generation == generation);
-  return differs;
+  Created const made = create(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest));
+  return (made.entity && child(f, s, *made.entity, *srcChild, made.isNew)) || made.differs || differs;
 }
 
 }  // namespace Cli::Session

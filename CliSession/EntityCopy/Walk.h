@@ -24,8 +24,6 @@
 
 namespace Cli::Session {
 
-class Cursor;
-
 // Whether a trace handle is on, so that runs have to trace their steps.
 bool anyTrace();
 
@@ -40,8 +38,8 @@ class Walk {
 
   // A member of a collection that is being copied. A box that is not given is made when it is first asked for.
   struct Member {
-    Cursor const* at = nullptr;  // on the source's member; null: all boxes are given
-    Kel::Entity* key = nullptr;  // the destination's key, where keys are pointers
+    Kel::AttrIterator const* at = nullptr;  // on the source's member; null: all boxes are given
+    Kel::Entity* key = nullptr;             // the destination's key, where keys are pointers
     Box srcIndexBox, indexBox, srcMemberBox;
 
     Box const& srcIndex();
@@ -148,21 +146,30 @@ class Walk {
     TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
     return known.type == &type ? known.asks : askAboutType(type, known);
   }
-  bool walkedThrough(Frame& frame) {
-    return frame.askedAt == impl_.generation ? frame.walkedThrough : askWalkedThrough(frame);
+  // Whether the handler need not be asked about what an attribute leads to, but for types that it has to be asked
+  // about.
+  bool walkedThrough(Frame& frame, Step const& step) {
+    bool const known = frame.askedAt == impl_.generation && (!frame.askedAbout || frame.askedAbout == &step);
+    return known ? frame.walkedThrough : askWalkedThrough(frame, step);
   }
 
   bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
-  bool askWalkedThrough(Frame& frame);
+  bool askWalkedThrough(Frame& frame, Step const& step);
 
   bool setMember(Frame& frame, Step const& step, Member& m);
+  // An edit that makes an entity.
+  struct Created {
+    bool differs = false;
+    Kel::Entity* entity = nullptr;  // null in a comparison, and if foreign code has deleted it
+    bool isNew = false;             // no foreign code has run since
+  };
   // Makes a member or singleton with the source's constructor parameters. `params` is the list of these, or null if
-  // there is none yet. `*made` is set to the new entity, or left null if the caller has to look it up.
-  bool create(Frame& frame, Step const& step, Member* m, Kel::Entity const& srcChild, ParamList params, bool isFree,
-              Kel::Entity** made);
+  // there is none yet. `isFree`: the destination has nothing in its place.
+  Created create(Frame& frame, Step const& step, Member* m, Kel::Entity const& src, ParamList params, bool isFree);
+  Kel::Entity* held(Frame& frame, Step const& step, Member* m, Kel::Entity const& src);
   bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
-  bool ownedMember(Frame& frame, Step const& step, Member& m, Kel::Entity* dest, Kel::Entity const& src);
-  Kel::Entity* destMember(Frame& frame, Step const& step, Member& m, Kel::Entity const& src);
+  // `m` is null for a member that was found by its position.
+  bool ownedMember(Frame& frame, Step const& step, Member* m, Kel::Entity* dest, Kel::Entity const& src);
 
   // The source's pointer keys, by the entities that they lead to in the destination. Made on first use.
   using KeyMap = std::optional<Kel::HashMap<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>>;
@@ -174,10 +181,11 @@ class Walk {
   }
   bool areShallow(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
-  bool passPairs(Frame& frame, Step const& step, Kel::U32& position);
-  bool copyMembers(Frame& frame, Step const& step, Kel::U32 from, bool deletionPassed);
-  bool deleteMember(Frame& frame, Step const& step, Cursor const& at);
-  bool stays(Frame& frame, Step const& step, Cursor const& at, KeyMap& keys);
+  bool copyPairs(Frame& frame, Step const& step, Kel::U32& position, bool deletionPassed);
+  // Copies the members from a position on. `deletionPassed`: the members that may not stay are deleted already.
+  bool copyMembers(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
+  bool deleteMember(Frame& frame, Step const& step, Kel::AttrIterator const& at);
+  bool stays(Frame& frame, Step const& step, Kel::AttrIterator const& at, KeyMap& keys);
   Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
   // What is known about a pointer's target without asking the handler.
   Counterparts::Answer counterpart(Kel::Entity const& srcTarget) {
@@ -195,9 +203,9 @@ class Walk {
   void defer(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
              Member* m, bool isKey, Kel::String8 const& destTarget);
 
-  bool sameInQueue(Step const& step, Cursor const& dest, Cursor const& src);
-  bool appendValue(Frame& frame, Step const& step, Cursor const& src);
-  bool appendEntity(Frame& frame, Step const& step, Cursor const& src);
+  bool sameInQueue(Step const& step, Kel::AttrIterator const& dest, Kel::AttrIterator const& src);
+  bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
+  bool appendEntity(Frame& frame, Step const& step, Kel::Entity const& src);
 
   // Whether the bypass checker has to be asked.
   bool offers(Step const& step, AttributeEditType type) {

@@ -58,9 +58,7 @@ void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const { lacks
 Entity* AttrAccess::target(Entity const&) const { lacks("target"); }
 void AttrAccess::setTarget(KelAttr const&, Entity&, Entity*) const { lacks("setTarget"); }
 void AttrAccess::dropPointers(Entity&) const { lacks("dropPointers"); }
-U32 AttrAccess::memberEnd(Entity const&) const { lacks("memberEnd"); }
-Entity* AttrAccess::memberAt(Entity const&, U32) const { lacks("memberAt"); }
-U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*) const { lacks("gatherPairs"); }
+U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*, U32) const { lacks("gatherPairs"); }
 bool AttrAccess::membersEqual(Entity const&, Entity const&, bool (*)(Entity const&, Entity const&)) const {
   lacks("membersEqual");
 }

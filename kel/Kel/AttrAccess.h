@@ -32,6 +32,8 @@ class KEL_API AttrIterator {
   // member is a value or a null pointer.
   virtual Entity* keyTarget() const = 0;
   virtual Entity* target() const = 0;
+  // Hash maps: the member's position, which stays as it is while there is an iterator over the map.
+  virtual U32 position() const { return 0; }
 };
 
 // Room for an iterator on the stack, so that walking a collection allocates nothing, unless its keys are very large.
@@ -138,27 +140,23 @@ class KEL_API AttrAccess {
   // Owned entities by key. The one with the key of `member`, which belongs to the same attribute of another entity;
   // null if there is none, and for queues. `hint` is the position of `member`.
   virtual Entity* findCounterpart(Entity const& e, Entity const& member, U32 hint) const;
-  // The end of the members' positions. Only members of hash maps have positions; for others it is 0.
-  virtual U32 memberEnd(Entity const& e) const;
   // Whether the keys of two entities' members have the same hashes at the same positions. Then the keys are almost
   // certainly the same. Touches no member. False if members have no positions.
   virtual bool sameKeyHashes(Entity const& a, Entity const& b) const;
-  // Owned entities that have positions. The one at a position below the end, or null for a gap.
-  virtual Entity* memberAt(Entity const& e, U32 position) const;
+  // Owned entities that have positions, which only members of hash maps have.
   // The position of a member. For queues of entities: the number of members before it.
   virtual U32 positionOf(Entity const& e, Entity const& member) const;
   // Makes room for so many members.
   virtual void reserveMembers(Entity& e, U32 count) const;
-  // Two owned members under one key at one position.
+  // A member, and the one under the same key in another entity, or null.
   struct Pair {
     Entity* dest;
     Entity* src;
-    U32 position;
+    U32 position;  // of `src`
   };
-  static constexpr U32 maxPairs = 16;
-  // Collects at most `maxPairs` pairs from `position` on, and moves `position` behind them. Stops where the two
-  // entities have different keys at one position. Prefetches the next members.
-  virtual U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, Pair* pairs) const;
+  // Collects at most `most` members of `src` from `position` on, and moves `position` behind them; answers how many it
+  // has collected, 0 at the end. Prefetches the next ones.
+  virtual U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, Pair* pairs, U32 most) const;
   // Whether two entities have the same members at the same positions, by their keys and by `alike`.
   virtual bool membersEqual(Entity const& a, Entity const& b, bool (*alike)(Entity const&, Entity const&)) const;
 

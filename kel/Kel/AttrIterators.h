@@ -18,6 +18,12 @@ class BoxedIterator final : public AttrIterator {
   void cloneInto(IteratorRoom& room) const override { room.emplace(*this); }
   Entity* keyTarget() const override { return entityIn(it_.key()); }
   Entity* target() const override { return entityIn(Member::of(it_)); }
+  U32 position() const override {
+    if constexpr (requires { it_.position(); })
+      return it_.position();
+    else
+      return 0;
+  }
   It const& it() const { return it_; }
 
  private:

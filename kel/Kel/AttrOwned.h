@@ -74,22 +74,6 @@ class OwnedAccess final : public AttrAccess {
   }
   U32 count(KelAttr const&, Entity const& e) const override { return of(e).members(); }
 
-  U32 memberEnd(Entity const& e) const override {
-    if constexpr (dense)
-      return of(e).slotEnd();
-    else
-      return 0;
-  }
-  Entity* memberAt(Entity const& e, U32 position) const override {
-    if constexpr (dense) {
-      M const& map = of(e);
-      constexpr U32 ahead = 4;  // callers go on to the next positions
-      if (position + ahead < map.slotEnd()) prefetch(map, position + ahead);
-      return position < map.slotEnd() && map.slotLive(position) ? map.at(position).ptr() : nullptr;
-    } else {
-      return AttrAccess::memberAt(e, position);
-    }
-  }
   Entity* findCounterpart(Entity const& e, Entity const& member, U32 hint) const override {
     auto const& key = KeyOf::key(member);
     M const& map = of(e);
@@ -129,27 +113,37 @@ class OwnedAccess final : public AttrAccess {
       return AttrAccess::membersEqual(dest, src, alike);
     }
   }
-  U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, AttrAccess::Pair* pairs) const override {
+  U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, AttrAccess::Pair* pairs,
+                  U32 most) const override {
     if constexpr (dense) {
       M const& a = of(dest);
       M const& b = of(src);
-      U32 const end = std::min(a.slotEnd(), b.slotEnd());
+      U32 const end = b.slotEnd(), both = std::min(a.slotEnd(), end);
       // Prefetches what the next call will collect.
-      for (U32 i = position + AttrAccess::maxPairs; i < std::min(end, position + 2 * AttrAccess::maxPairs); ++i) {
-        prefetch(a, i);
-        prefetch(b, i);
+      U32 ahead = position + most;
+      U32 const last = ahead + most;
+      for (; ahead < std::min(both, last); ++ahead) {
+        prefetch(a, ahead);
+        prefetch(b, ahead);
       }
+      for (; ahead < std::min(end, last); ++ahead) prefetch(b, ahead);
       U32 count = 0;
-      for (; position < end && count < AttrAccess::maxPairs; ++position) {
+      for (; position < both && count < most; ++position) {
         if (a.slotHash(position) != b.slotHash(position)) break;
-        if (!a.slotLive(position)) continue;
+        if (!b.slotLive(position)) continue;
         Entity *const x = a.at(position).ptr(), *const y = b.at(position).ptr();
         if (!sameKey(KeyOf::key(*x), KeyOf::key(*y))) break;
         pairs[count++] = {x, y, position};
       }
+      if (count > 0) return count;
+      for (; position < end && count < most; ++position)
+        if (b.slotLive(position)) {
+          Entity* const member = b.at(position).ptr();
+          pairs[count++] = {findCounterpart(dest, *member, position), member, position};
+        }
       return count;
     } else {
-      return AttrAccess::gatherPairs(dest, src, position, pairs);
+      return AttrAccess::gatherPairs(dest, src, position, pairs, most);
     }
   }
   Entity* createLike(KelAttr const& attr, Entity& owner, Entity const& like) const override {

@@ -229,7 +229,6 @@ struct DirAccess final : AttrAccess {
   U32 count(KelAttr const&, Entity const& e) const override { return dirOf(e).entryStates(); }
   Entity* child(Entity const& e, std::string_view key) const override { return dirOf(e).entryState_.find(key); }
   Entity* findCounterpart(Entity const& e, Entity const& member, U32) const override { return child(e, member.name()); }
-  U32 memberEnd(Entity const&) const override { return 0; }
   bool sameKeyHashes(Entity const&, Entity const&) const override { return false; }
   Entity* createLike(KelAttr const&, Entity& owner, Entity const& like) const override {
     auto const& state = static_cast<Dir::EntryState const&>(like);

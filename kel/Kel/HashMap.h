@@ -203,6 +203,7 @@ class DenseHash : public HashMapGeneric {
   class SlotIterator {
    public:
     explicit operator bool() const { return slot_ < map().slotEnd() && map().slotLive(slot_); }
+    U32 position() const { return slot_; }
 
    protected:
     SlotIterator(DenseHash const* map, U32 slot) : pin_(map), slot_(slot) {}

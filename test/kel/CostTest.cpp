@@ -1,5 +1,8 @@
 // What things cost: bytes, and allocations on the way where nothing changes.
+#include <array>
+
 #include "Heap.h"
+
 #include "Kel/AttrAccess.h"
 #include "Support.h"
 
@@ -84,12 +87,16 @@ TEST(Cost, MembersOfACopyAreFoundWithoutAllocating) {
     EXPECT_TRUE(access.sameKeyHashes(*t.ownerA, *t.ownerB));
     ASSERT_TRUE(Owner::_fwkType()->attr(id)->type());  // records are made when they are first asked for
     std::size_t const before = allocations();
-    U32 found = 0;
-    for (U32 at = 0; at < access.memberEnd(*t.ownerA); ++at) {
-      Entity* const member = access.memberAt(*t.ownerA, at);
-      Entity* const twin = member ? access.findCounterpart(*t.ownerB, *member, at) : nullptr;
-      EXPECT_TRUE(!member || (twin && member->type()->paramsEqual()(*member, *twin)));
-      found += twin ? 1 : 0;
+    U32 found = 0, position = 0;
+    std::array<AttrAccess::Pair, 7> pairs;
+    while (U32 const count = access.gatherPairs(*t.ownerB, *t.ownerA, position, pairs.data(), 7)) {
+      for (U32 i = 0; i < count; ++i) {
+        auto const [twin, member, at] = pairs[i];
+        ASSERT_TRUE(twin);
+        EXPECT_EQ(access.findCounterpart(*t.ownerB, *member, at), twin);
+        EXPECT_TRUE(member->type()->paramsEqual()(*member, *twin));
+      }
+      found += count;
     }
     EXPECT_EQ(found, 40u);
     EXPECT_EQ(allocations(), before);

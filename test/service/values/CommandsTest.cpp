@@ -130,6 +130,21 @@ TEST(Commands, InsertAndMoveKeepPointers) {
   EXPECT_TRUE(pending.empty());  // another item is at that position now
 }
 
+// Items of a derived type keep their type when the queue is put in another order.
+TEST(Commands, MoveKeepsDerivedTypes) {
+  World world;
+  auto const hall = World::hall(world.src);
+  Path const queue = parsePath(world.src, "hall.tick");
+  Json const alarm = {{"$type", "Plant::Alarm"}, {"note", "n"}}, tick = {{"note", "m"}};
+  importJson(world.src, queue, {alarm, tick, alarm, tick});
+  PendingReferences pending;
+  Editor editor(world.src, pending);
+  editor.apply("move hall tick 3 0");
+  editor.apply("insert hall tick 2");
+  Json const expected = {tick, alarm, Json::object(), tick, alarm};
+  EXPECT_EQ(exportAttribute(*hall, *queue.steps.back().attr, *world.src), expected);
+}
+
 TEST(Commands, AnswerWhatTheyDid) {
   World world;
   auto const hall = World::hall(world.src);
