@@ -282,13 +282,9 @@ Json memberContent(Kel::AttrIterator const& it, Entity const& base) {
 
 void Differ::collection(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr) {
   Kel::AttrAccess const& access = attr.access();
-  if (attr.keyIsPtr() || attr.isPtr()) {
-    Targets targets(*this);
-    if (access.equalThrough(from, to, targets)) return;
-    if (attr.keyIsPtr()) return pointerKeys(at, from, to, attr);
-  } else if (access.equal(from, to)) {
-    return;
-  }
+  Targets targets(*this);
+  if (access.equalThrough(from, to, targets)) return;
+  if (attr.keyIsPtr()) return pointerKeys(at, from, to, attr);
   auto const differs = [&](DifferenceKind kind, Kel::AttrIterator const& it, Json before, Json after) {
     Path path = pathOf(at);
     path.steps.push_back(memberStep(attr, it.key()));

@@ -54,7 +54,7 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && supported && comparable(a)),
       dense(kind == Kind::members && typed && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
       reflexive(isReflexive(a.type())),
-      withPointers(a.isCollection() && (a.keyIsPtr() || a.isPtr())),
+      withPointers(!a.instantiating() && (a.keyIsPtr() || a.isPtr())),
       number(steps.fetch_add(1, std::memory_order_relaxed)),
       set(a.name(), destType.fullTypeName(), AttributeEditType::set_),
       del(a.name(), destType.fullTypeName(), AttributeEditType::del_) {}

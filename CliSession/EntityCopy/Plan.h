@@ -44,7 +44,7 @@ struct Step {
   bool typed;         // supported, both sides have the same storage, and values compare by ==
   bool dense;         // owned members that have positions
   bool reflexive;     // a copied value always equals its source, unlike a NaN
-  bool withPointers;  // keyed by pointers, or with pointers as members
+  bool withPointers;  // a pointer, keyed by pointers, or with pointers as members
   Kel::U32 number;    // unique in the process, from 0
   AttributeEdit const set, del;
 

@@ -93,47 +93,21 @@ void traceSkipped(Kel::KelAttr const& attr) {
   KEL_TRACE_AS(9, "attrCopiable") << reason << attr.name();
 }
 
-// Compares the pointers in a collection.
-class Pointers final : public Kel::SameTarget {
- public:
-  Pointers(EntityCopy& ec, Counterparts& counterparts) : ec_(ec), counterparts_(counterparts) {}
-  bool operator()(Kel::Entity& dest, Kel::Entity& src) override { return counterparts_.same(ec_, dest, src); }
-
- private:
-  EntityCopy& ec_;
-  Counterparts& counterparts_;
-};
-
 }  // namespace
 
 bool Walk::equalInPlace(Frame& f, Step const& s) {
-  if (!s.typed) return false;
-  if (s.kind != Step::Kind::members) return equalAlone(s, f.dest, f.src);
-  return guide_ && !(f.changed && changesHold()) && walkedThrough(f, s) && areLeaves(s) &&
-         leavesEqual(s, f.dest, f.src);
+  if (s.kind == Step::Kind::members && guide_ && !(f.changed && changesHold()) && walkedThrough(f, s) && areLeaves(s))
+    return leavesEqual(s, f.dest, f.src);
+  return equalAlone(s, f.dest, f.src);
 }
 
-// The same without a frame, for anything but owned members.
+// The same without a frame: owned entities are known to be equal only if there are none.
 bool Walk::equalAlone(Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
-  switch (s.kind) {
-    case Step::Kind::value: return s.access.equal(dest, src);
-    case Step::Kind::queue: return !s.attr.instantiating() && s.access.equal(dest, src);
-    case Step::Kind::singleton: return !s.access.target(src) && !s.access.target(dest);
-    case Step::Kind::pointer: {
-      Kel::Entity *const srcTarget = s.access.target(src), *const destTarget = s.access.target(dest);
-      if (ec_.pendingAttrs() > 0) return false;
-      if (!srcTarget || !destTarget) return srcTarget == destTarget;
-      return keeps_ && impl_.counterparts.same(ec_, *destTarget, *srcTarget);
-    }
-    case Step::Kind::collection: {
-      if (!s.withPointers) return s.access.equal(dest, src);
-      if (ec_.pendingAttrs() > 0 || !keeps_) return false;
-      Pointers same(ec_, impl_.counterparts);
-      return s.access.equalThrough(dest, src, same);
-    }
-    default: return false;
-  }
+  if (!s.typed || (s.withPointers && ec_.pendingAttrs() > 0)) return false;
+  return s.access.equalThrough(dest, src, *this);
 }
+
+bool Walk::operator()(Kel::Entity& dest, Kel::Entity& src) { return keeps_ && impl_.counterparts.same(ec_, dest, src); }
 
 bool Walk::attribute(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopyAttr";

@@ -27,7 +27,7 @@ namespace Cli::Session {
 // Whether a trace handle is on, so that runs have to trace their steps.
 bool anyTrace();
 
-class Walk {
+class Walk final : private Kel::SameTarget {
  public:
   using Box = Kel::GenericIf::PtrConst;
 
@@ -128,6 +128,8 @@ class Walk {
   // The filter: true if an attribute is known to be equal. It traces nothing.
   bool equalInPlace(Frame& frame, Step const& step);
   bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
+  // Whether a pointer of the source's to `src` leads to `dest` already.
+  bool operator()(Kel::Entity& dest, Kel::Entity& src) override;
   // `isNew`: the destination's child has just been made, so that all of it is walked, and no foreign code has run
   // since.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);

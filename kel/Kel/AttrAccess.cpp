@@ -44,7 +44,7 @@ U32 AttrAccess::count(KelAttr const& attr, Entity const&) const {
 }
 
 bool AttrAccess::equal(Entity const&, Entity const&) const { lacks("equal"); }
-bool AttrAccess::equalThrough(Entity const&, Entity const&, SameTarget&) const { lacks("equalThrough"); }
+bool AttrAccess::equalThrough(Entity const& dest, Entity const& src, SameTarget&) const { return equal(dest, src); }
 AttrAccess::Found AttrAccess::findMember(Entity const&, AttrIterator const&, Entity*, Entity**) const {
   lacks("findMember");
 }

@@ -107,6 +107,9 @@ class KEL_API AttrAccess {
   // Single values; pointers; collections and queues of values and pointers: whether the whole content is equal in two
   // entities of the same type. Pointers are equal if they lead to the same entity. Values without a comparison differ.
   virtual bool equal(Entity const& a, Entity const& b) const;
+  // As `equal`, for all attributes; `same` compares the pointers. Attributes that own entities are equal if both own
+  // none. False if the members of a keyed collection with pointers have another order.
+  virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
 
   // Single values. Copies the value, and notifies. REQUIRES: the values differ.
   virtual void copyValue(KelAttr const& attr, Entity& dest, Entity const& src) const;
@@ -118,10 +121,7 @@ class KEL_API AttrAccess {
   // Attributes with pointers. Clears all of them, without notifying.
   virtual void dropPointers(Entity& e) const;
 
-  // Keyed collections of values and pointers. As `equal`, for those with pointers in them; `same` compares the
-  // pointers. False for collections without pointers, and if the members have another order.
-  virtual bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const;
-  // The next two: `at` is an iterator on a member of the same attribute of another entity. `key` replaces the
+  // Keyed collections of values and pointers. The next two: `at` is an iterator on a member of the same attribute of another entity. `key` replaces the
   // iterator's key, and `target` its member, where these are pointers.
   enum class Found : U8 { absent, different, equal };
   // Compares the member with the one under the same key. For pointers, sets `*target`, and leaves the comparison to the

@@ -18,6 +18,10 @@ void EntityPtrAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) 
   setTarget(attr, e, nullptr);
 }
 bool EntityPtrAccess::equal(Entity const& a, Entity const& b) const { return at_.get(a) == at_.get(b); }
+bool EntityPtrAccess::equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const {
+  Entity *const a = at_.get(dest), *const b = at_.get(src);
+  return a && b ? same(*a, *b) : a == b;
+}
 Entity* EntityPtrAccess::target(Entity const& e) const { return at_.get(e); }
 void EntityPtrAccess::setTarget(KelAttr const& attr, Entity& e, Entity* target) const {
   if (writeValue(e, at_.in(e), attr.id(), target)) afterChange(attr, e);
@@ -54,6 +58,9 @@ void SingletonAccess::set(KelAttr const& attr, Entity& e, GenericIf const* key, 
   Ptr<Entity> const made = attr.type()->newEntity(creationArgs(attr, nullptr, value));
   if (Entity const* const held = target(e); held && sameParams(*held, *made)) return;
   put(attr, e, made);
+}
+bool SingletonAccess::equalThrough(Entity const& dest, Entity const& src, SameTarget&) const {
+  return !at_.get(dest) && !at_.get(src);
 }
 void SingletonAccess::del(KelAttr const& attr, Entity& e, GenericIf const* key) const {
   wantNoKey(attr, key);

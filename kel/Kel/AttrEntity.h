@@ -15,6 +15,7 @@ class KEL_API EntityPtrAccess final : public AttrAccess {
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override;
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override;
   bool equal(Entity const& a, Entity const& b) const override;
+  bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const override;
   Entity* target(Entity const& e) const override;
   void setTarget(KelAttr const& attr, Entity& e, Entity* target) const override;
   void dropPointers(Entity& e) const override;
@@ -78,6 +79,7 @@ class KEL_API SingletonAccess final : public AttrAccess {
   void set(KelAttr const& attr, Entity& e, GenericIf const* key, GenericIf const* value) const override;
   void del(KelAttr const& attr, Entity& e, GenericIf const* key) const override;
   void op(KelAttr const& attr, Entity& e, AttributeOp op, GenericIf const* key, GenericIf const* value) const override;
+  bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const override;
   Entity* target(Entity const& e) const override;
   Entity* createLike(KelAttr const& attr, Entity& owner, Entity const& like) const override;
   Entity* child(Entity const& e, std::string_view key) const override;

@@ -86,7 +86,7 @@ class MapAccess final : public AttrAccess {
         return true;
       }
     } else {
-      return false;
+      return equal(dest, src);
     }
   }
   Found findMember(Entity const& e, AttrIterator const& at, Entity* key, Entity** target) const override {

@@ -73,6 +73,9 @@ class OwnedAccess final : public AttrAccess {
     return iteratorIn<MemberPtr>(room, key ? map.entities(unboxKey<K>(attr, key)) : map.entities());
   }
   U32 count(KelAttr const&, Entity const& e) const override { return of(e).members(); }
+  bool equalThrough(Entity const& dest, Entity const& src, SameTarget&) const override {
+    return of(dest).members() == 0 && of(src).members() == 0;
+  }
 
   Entity* findCounterpart(Entity const& e, Entity const& member, U32 hint) const override {
     auto const& key = KeyOf::key(member);

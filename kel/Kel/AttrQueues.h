@@ -128,6 +128,9 @@ class OwnedQueueAccess final : public AnyQueueAccess<Q> {
     dequeueMember(e, of(e), attr.id());
     afterChange(attr, e);
   }
+  bool equalThrough(Entity const& dest, Entity const& src, SameTarget&) const override {
+    return of(dest).members() == 0 && of(src).members() == 0;
+  }
   Entity* findCounterpart(Entity const&, Entity const&, U32) const override { return nullptr; }
   U32 positionOf(Entity const& e, Entity const& member) const override {
     Q const& queue = of(e);

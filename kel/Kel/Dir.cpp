@@ -227,6 +227,9 @@ struct DirAccess final : AttrAccess {
     return iteratorIn<MemberPtr>(room, key ? states.entities(unboxKey<Name>(attr, key)) : states.entities());
   }
   U32 count(KelAttr const&, Entity const& e) const override { return dirOf(e).entryStates(); }
+  bool equalThrough(Entity const& dest, Entity const& src, SameTarget&) const override {
+    return dirOf(dest).entryStates() == 0 && dirOf(src).entryStates() == 0;
+  }
   Entity* child(Entity const& e, std::string_view key) const override { return dirOf(e).entryState_.find(key); }
   Entity* findCounterpart(Entity const& e, Entity const& member, U32) const override { return child(e, member.name()); }
   bool sameKeyHashes(Entity const&, Entity const&) const override { return false; }
