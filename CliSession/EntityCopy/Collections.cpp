@@ -10,14 +10,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
-                                              Kel::GenericIf::PtrConst const& key) {
-  if (key || !attr.keyIsPtr()) return owner.attributeIteratorKeyConst(attr.id(), key);
-  auto it = owner.attributeIteratorConst(attr.id());
-  while (it && it.key()) ++it;
-  return it;
-}
-
 // --- Collections ---
 
 bool Walk::collection(Frame& f, Step const& s) {
@@ -96,7 +88,7 @@ bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& k
   std::optional<Kel::GenericIf::AttributeIterator> found;
   Kel::GenericIf::PtrConst const srcGif = genericIf(&f.src);
   Box const key = !s.attr.keyIsPtr() ? Box(at.key()) : srcKey ? Box(genericIf(srcKey)) : nullptr;
-  if (keyLeads) found = memberAtKey(*srcGif, s.attr, key);
+  if (keyLeads) found = srcGif->attributeIteratorKeyConst(s.attr.id(), key);
   bool const isThere = found && *found;
   if (s.attr.isPtr()) return isThere && !at.obj(true) == !found->obj();
   return attrEqual(s.attr, at.obj(true), isThere ? Box(found->obj()) : nullptr) && isThere;
@@ -267,7 +259,7 @@ bool Walk::setMember(Frame& f, Step const& s, Member& m) {
     Kel::Entity* none = nullptr;
     if (s.access.findMember(f.dest, *m.at, m.key, &none) == Kel::AttrAccess::Found::equal) return false;
   } else {
-    auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m.index());
+    auto const held = genericIf(&f.dest)->attributeIteratorKeyConst(destOwn.id(), m.index());
     if (held && valueTypeEqual(held.obj(), m.srcMember())) return false;
   }
   return edit(

@@ -94,7 +94,7 @@ bool alreadySet(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::Ge
   if (attr.instantiating()) return false;
   bool isThere = true;
   if (attr.isCollection()) {
-    auto const it = memberAtKey(destGif, attr, index);
+    auto const it = destGif.attributeIteratorKeyConst(attr.id(), index);
     isThere = static_cast<bool>(it);
     if (isThere && !current) current = it.obj();
   } else if (!current) {

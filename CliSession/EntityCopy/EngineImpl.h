@@ -65,10 +65,6 @@ Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& a
 // name, which the plain handler leaves. Allocates nothing, and swallows what a reactor raises.
 void tidyPending(EntityCopy& ec) noexcept;
 
-// An iterator on the member under a key; null if there is none. A null `key` stands for a null pointer as key.
-Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
-                                              Kel::GenericIf::PtrConst const& key);
-
 // Records a path in a session handler's `copied` trie. A "*" is a wildcard to a trie: a path that contains one is not
 // marked.
 void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
