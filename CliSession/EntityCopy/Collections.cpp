@@ -205,7 +205,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   WALK_TRACE(2, operation) << "doCopyCollectionMember: " << m.srcMember();
   if (s.attr.isValue()) {
     WALK_TRACE(3, operation) << "Member is a value";
-    bool const changed = setMember(f, s, m);
+    bool const changed = set(f, s, &m, nullptr);
     if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
     return changed;
   }
@@ -249,30 +249,6 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Ke
   }
   WALK_TRACE(3, operation) << "Traversing child";
   return child(f, s, *made.entity, src, made.isNew) || made.differs;
-}
-
-bool Walk::setMember(Frame& f, Step const& s, Member& m) {
-  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::KelAttr const& destOwn = destAttr(f, s);
-  bool const typed = s.typed && m.at && (!m.key || m.key->type()->isA(s.attr.keyType()));
-  if (typed && !traced_) {
-    Kel::Entity* none = nullptr;
-    if (s.access.findMember(f.dest, *m.at, m.key, &none) == Kel::AttrAccess::Found::equal) return false;
-  } else {
-    auto const held = genericIf(&f.dest)->attributeIteratorKeyConst(destOwn.id(), m.index());
-    if (held && valueTypeEqual(held.obj(), m.srcMember())) return false;
-  }
-  return edit(
-      f, s, AttributeEditType::set_, [&] { return m.srcMember(); },
-      [&](Box const& box) {
-        if (typed && !box)
-          s.access.copyMember(s.attr, f.dest, *m.at, m.key, nullptr);
-        else
-          genericIf(&f.dest)->attributeIs(destOwn.id(), m.index(), m.srcMember());
-        if (!typed || s.reflexive) return;
-        Kel::Entity* none = nullptr;
-        if (s.access.findMember(f.dest, *m.at, m.key, &none) != Kel::AttrAccess::Found::equal) impl_.unsettled = true;
-      });
 }
 
 }  // namespace Cli::Session

@@ -38,26 +38,29 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
     WALK_TRACE(3, operation) << "Target is not set";
     supersede(f, s, m);
   }
-  return setPointer(f, s, m, target);
+  return set(f, s, m, target);
 }
 
-bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
-  static constexpr char const* operation = "attributeIs";
-  WALK_TRACE(2, operation) << "attributeIs: setting " << s.attr.name();
+bool Walk::set(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
+  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
   Kel::KelAttr const& destOwn = destAttr(f, s);
+  bool const isPtr = s.attr.isPtr();
   auto const index = [&] { return m ? m->index() : nullptr; };
-  auto const box = [&] { return Box(genericIf(target)); };
+  auto const box = [&] { return isPtr ? Box(genericIf(target)) : m->srcMember(); };
   bool const keyFits = !m || !m->key || m->key->type()->isA(s.attr.keyType());
   // The boxed write refuses a key or a target of another type.
   bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
+  using Found = Kel::AttrAccess::Found;
+  Kel::Entity* current = nullptr;
+  auto const find = [&] { return m ? s.access.findMember(f.dest, *m->at, m->key, &current) : Found::equal; };
   if (!typed || traced_) {
     if (keyFits && alreadySet(*genericIf(&f.dest), destOwn, index(), box(), nullptr)) return false;
   } else {
-    Kel::Entity* current = m ? nullptr : s.access.target(f.dest);
-    bool const isThere = !m || s.access.findMember(f.dest, *m->at, m->key, &current) != Kel::AttrAccess::Found::absent;
-    if (isThere && current == target) return false;
+    if (!m) current = s.access.target(f.dest);
+    Found const found = find();
+    if (isPtr ? found != Found::absent && current == target : found == Found::equal) return false;
   }
-  return edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
+  bool const changed = edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
     if (!typed || boxed)
       genericIf(&f.dest)->attributeIs(destOwn.id(), index(), box());
     else if (m)
@@ -65,6 +68,8 @@ bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     else
       s.access.setTarget(s.attr, f.dest, target);
   });
+  if (changed && typed && !s.reflexive && !compare_ && find() != Found::equal) impl_.unsettled = true;
+  return changed;
 }
 
 // The handler's answer for a target that is not known by its position.

@@ -64,7 +64,8 @@ class Walk final : private Kel::SameTarget {
   bool queue(Frame& frame, Step const& step);               // doCopyQueue
   bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
   bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
-  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);  // attributeIs
+  // attributeIs: sets a pointer to `target`, or the member `m` to the source's value.
+  bool set(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // resolvePtr: the destination's target; null if the pointer has to wait, which is recorded.
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
@@ -158,7 +159,6 @@ class Walk final : private Kel::SameTarget {
   bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
   bool askWalkedThrough(Frame& frame, Step const& step);
 
-  bool setMember(Frame& frame, Step const& step, Member& m);
   // An edit that makes an entity.
   struct Created {
     bool differs = false;
