@@ -211,8 +211,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   }
   WALK_TRACE(3, operation) << "Member is not a value";
   if (!s.attr.isPtr()) {
-    Kel::Ptr<Kel::Entity const> const src =
-        m.at ? Kel::Ptr<Kel::Entity const>(m.at->target()) : entityConstOf(m.srcMember());
+    Kel::Ptr<Kel::Entity const> const src = m.entity();
     requireNonNull(src);
     return ownedMember(f, s, &m, held(f, s, &m, *src), *src);
   }

@@ -23,13 +23,7 @@ Kel::Ptr<Kel::Entity> ledTo(EntityCopy const& ec, Kel::Entity const& dest, PtrTa
 bool Walk::pointer(Frame& f, Step const& s, Member* m) {
   static constexpr char const* operation = "doCopyPtr";
   WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
-  Kel::Ptr<Kel::Entity const> srcTarget;
-  if (!m)
-    srcTarget = Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
-  else if (m->at)
-    srcTarget = Kel::Ptr<Kel::Entity const>(m->at->target());
-  else
-    srcTarget = entityConstOf(m->srcMember());
+  auto const srcTarget = m ? m->entity() : Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
   Kel::Entity* target = nullptr;
   if (srcTarget) {
     target = resolve(f, s, f.srcPtr(), *srcTarget, m, false);

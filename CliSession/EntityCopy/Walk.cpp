@@ -53,6 +53,9 @@ Walk::Box const& Walk::Member::srcMember() {
   if (!srcMemberBox && at) srcMemberBox = at->obj(true);
   return srcMemberBox;
 }
+Kel::Ptr<Kel::Entity const> Walk::Member::entity() {
+  return at ? Kel::Ptr<Kel::Entity const>(at->target()) : entityConstOf(srcMember());
+}
 
 // --- Entities ---
 

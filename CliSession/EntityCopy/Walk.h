@@ -45,6 +45,8 @@ class Walk final : private Kel::SameTarget {
     Box const& srcIndex();
     Box const& index();
     Box const& srcMember();
+    // The source's member as an entity.
+    Kel::Ptr<Kel::Entity const> entity();
   };
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
