@@ -201,9 +201,6 @@ EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const
 Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
                                                     GifConst const& value, GifConst const& result) {
   Hook at(*this, dest, attr, "attributeIs", "setting");
-  Kel::Entity* const target = value ? value->entity().ptr() : nullptr;
-  if (at.step.kind == Step::Kind::pointer && !index && !result && (target || !value) && !at.walk.traced())
-    return attributeIsReturnFactory(at.walk.set(at.frame, at.step, nullptr, target), value);
   if (alreadySet(*at.gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
   bool const changed = at.edit(
       AttributeEditType::set_, [&] { return value; }, [&] { at.gif->attributeIs(at.id(), index, value); });

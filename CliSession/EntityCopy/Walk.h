@@ -112,8 +112,6 @@ class Walk final : private Kel::SameTarget {
     Walk& walk_;
   };
 
-  bool traced() const { return traced_; }
-
  private:
   // The handler's answer for a type.
   struct TypeAnswer {
