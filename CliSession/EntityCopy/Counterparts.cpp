@@ -93,6 +93,7 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTa
     through_ = srcTarget.parentAttrId();
     known_.try_emplace(owner_, Known{destOwner_, true});
     Kel::KelType const& type = *srcTarget.type();
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): it was found through that attribute
     bool const plain = srcTarget.parentAttr()->type() == &type && !type.hasDerived();
     paramsEqual_ = plain ? type.paramsEqual() : nullptr;
   }

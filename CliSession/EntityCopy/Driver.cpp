@@ -89,9 +89,7 @@ void EntityCopy::handleCopyRoots() {
       Kel::String8 const destFullName = counterpartName(*this, srcRoot);
       KEL_ASSERT_TEXT(!destFullName.empty(), "destFullName");
       KEL_TRACE(1) << "Root in dest: " << destFullName;
-      // Keys may contain separators, so the position is tried before the path.
-      Kel::Ptr<Kel::Entity> destRoot(counterpartByPosition(*this, *srcRoot));
-      if (!destRoot) destRoot = entityInTree(*dest(), destFullName);
+      Kel::Ptr<Kel::Entity> const destRoot = targetInTree(*this, *dest(), destFullName, srcRoot.ptr());
       KEL_ASSERT(destRoot);
       run.walk(destRoot, srcRoot);
       if (stop()) return;

@@ -40,7 +40,7 @@ bool Walk::set(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   Kel::KelAttr const& destOwn = destAttr(f, s);
   bool const isPtr = s.attr.isPtr();
   auto const index = [&] { return m ? m->index() : nullptr; };
-  auto const box = [&] { return isPtr ? Box(genericIf(target)) : m->srcMember(); };
+  auto const box = [&] { return isPtr || !m ? Box(genericIf(target)) : m->srcMember(); };
   bool const keyFits = !m || !m->key || m->key->type()->isA(s.attr.keyType());
   // The boxed write refuses a key or a target of another type.
   bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
