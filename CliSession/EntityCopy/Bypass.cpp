@@ -61,7 +61,7 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
   AttributeEditLog const& log = *Kel::validPtr(ec.attributeEditLog());
   Kel::U32 const before = log.attributeEditEntrys();
   KEL_TRACE_AS(7, operation) << "attributeEditLog entries before copying: " << before;
-  Kel::String8 const path = ec.dest() ? pathBelow(*ec.dest(), *dying) : Kel::String8();
+  Kel::String8 const path = pathBelow(ec.dest().ptr(), *dying);
   for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
     if (!attr->copiable()) continue;
     KEL_TRACE_AS(7, operation) << "copy " << attr->name();

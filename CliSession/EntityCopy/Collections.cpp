@@ -114,13 +114,11 @@ namespace {
 // The entity of the source at the position, or else at the path, of a key that lies below the copy's destination. Null
 // if there is none, if the key lies elsewhere, or if the run will make the key anew.
 Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
-  char separator = 0;
-  Kel::String8 const relative = pathBelow(*ec.dest(), destKey, &separator);
-  if (relative.empty()) return nullptr;
+  if (pathBelow(ec.dest().ptr(), destKey).empty()) return nullptr;
   auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
   // Keys may contain separators, so two entities may have this path. The position decides.
   Kel::Entity* found = counterpartByPosition(destKey, *ec.dest(), srcTop);
-  if (!found) found = entityInTree(srcTop, srcTop.fullName() + std::string_view(&separator, 1) + relative).ptr();
+  if (!found) found = entityInTree(srcTop, srcTop.fullName() + destKey.pathFrom(ec.dest().ptr())).ptr();
   return found && keepsIdentity(ec, destKey, *found) ? found : nullptr;
 }
 

@@ -62,14 +62,6 @@ class Run {
   std::vector<WalkedRoot> outer_;
 };
 
-// The full name of a copy root's counterpart; empty if the root is not below the source.
-Kel::String8 counterpartName(EntityCopy const& ec, Kel::Ptr<Kel::Entity const> const& srcRoot) {
-  char separator = 0;
-  Kel::String8 const relative = srcRoot ? pathBelow(*ec.src(), *srcRoot, &separator) : Kel::String8();
-  if (relative.empty()) return {};
-  return ec.dest()->fullName() + std::string_view(&separator, 1) + relative;
-}
-
 }  // namespace
 
 void EntityCopy::handleCopyRoots() {
@@ -87,12 +79,10 @@ void EntityCopy::handleCopyRoots() {
       if (!src() || !dest()) return;  // a handler has ended the run
       Kel::Ptr<Kel::Entity const> const srcRoot = it.key();
       KEL_TRACE(1) << "srcCopyRoot: " << srcRoot;
-      Kel::String8 const destFullName = counterpartName(*this, srcRoot);
-      KEL_ASSERT_TEXT(!destFullName.empty(), "destFullName");
+      KEL_ASSERT_TEXT(srcRoot && !pathBelow(src().ptr(), *srcRoot).empty(), "destFullName");
+      Kel::String8 const destFullName = dest()->fullName() + srcRoot->pathFrom(src().ptr());
       KEL_TRACE(1) << "Root in dest: " << destFullName;
-      // Keys may contain separators, so the position is tried before the path.
-      Kel::Ptr<Kel::Entity> destRoot(counterpartByPosition(*srcRoot, *src(), *dest()));
-      if (!destRoot) destRoot = entityInTree(*dest(), destFullName);
+      Kel::Ptr<Kel::Entity> const destRoot = targetInTree(*this, *dest(), destFullName, srcRoot.ptr());
       KEL_ASSERT(destRoot);
       run.walk(destRoot, srcRoot);
       if (stop()) return;

@@ -59,8 +59,9 @@ void leaveUnlogged(EntityCopy& ec) {
   EntityCopy::Impl::of(ec).unlogged = true;
 }
 
-bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path, Kel::String8 const& relative,
+bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
                 Kel::GenericIf::PtrConst const& value) {
+  Kel::String8 const relative = pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), path);
   KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
                              << ", " << edit.editType() << ", " << path;
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
@@ -78,13 +79,6 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
   return true;
 }
 
-bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::Entity const& dest,
-                Kel::GenericIf::PtrConst const& value) {
-  Kel::String8 const path = dest.fullName();
-  Kel::String8 const relative = ec.dest() ? pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), path) : Kel::String8();
-  return recordEdit(ec, edit, path, relative, value);
-}
-
 bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, Box const& value) {
   if (compare_ && !log_) {
     ensureLog(ec_);
@@ -93,7 +87,7 @@ bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, 
   if (!log_) return true;
   if (traced_ || offered || log_->hasReactors()) {
     ForeignCode const foreign(*this, f);
-    return recordEdit(ec_, editOf(s, type), f.dest, value);
+    return recordEdit(ec_, editOf(s, type), f.dest.fullName(), value);
   }
   if (debugged_) takeAction(debugAction(*log_, editOf(s, type), f.logPath(ec_, impl_.generation)), editOf(s, type));
   count(f, s, type);

@@ -23,7 +23,7 @@ bool EntityCopyFilter::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel
       if (ec->stop()) return result;
       if (!marking) continue;
       if (!marking->copied()) marking->newCopied("entity");
-      markCopied(*marking, (ec->src() ? pathBelow(*ec->src(), *src) : path) + "." + it.value());
+      markCopied(*marking, (ec->src() ? pathBelow(ec->src().ptr(), *src) : path) + "." + it.value());
     }
   }
   result |= ec->doCopyEntityAttrs(dest, src, path, filteredAttribute());

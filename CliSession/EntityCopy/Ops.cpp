@@ -98,18 +98,17 @@ bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, GifConst con
   requireNonNull(attr);
   EntityPtr const destEntity = entityOf(dest);
   EntityPtrConst const srcEntity = entityConstOf(src);
-  Kel::String8 childPath = path + "." + attr->name();
-  if (srcEntity && attr->isCollection() && !srcEntity->name().empty()) childPath = childPath + "/" + srcEntity->name();
-  KEL_TRACE_AS(1, "chPath") << "Path changed from " << path << " to " << childPath;
+  Kel::String8 const below = childPath(path, *attr, srcEntity.ptr());
+  KEL_TRACE_AS(1, "chPath") << "Path changed from " << path << " to " << below;
   Depth const depth(Impl::of(*this).depth);
-  return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, childPath);
+  return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, below);
 }
 
 bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst const& srcEntity, Kel::String path,
                                    Kel::Ptr<AttributeFilter const> const& filter) {
   KEL_ASSERT(destEntity);
   KEL_ASSERT(srcEntity);
-  if (path.empty() && src()) path = pathBelow(*src(), *srcEntity);
+  if (path.empty()) path = pathBelow(src().ptr(), *srcEntity);
   Kel::KelType const* srcT = srcEntity->type();
   Kel::KelType const* destT = destEntity->type();
   KEL_ASSERT(srcT);
@@ -233,8 +232,7 @@ bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
 
 void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
                                              AttributeEditType editType, Kel::String path, GifConst const& value) {
-  Kel::String8 const relative = dest() ? pathBelow(EntityPtrConst(dest()), path) : Kel::String8();
-  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, relative, value);
+  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, value);
 }
 
 }  // namespace Cli::Session

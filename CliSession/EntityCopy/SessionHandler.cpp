@@ -85,16 +85,14 @@ namespace {
 
 // Makes the session root of a pointer's target in the destination, if it is missing. Answers whether it is there now,
 // or need not be.
-bool ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char separator) {
-  Kel::String8 const destRoot = ec.dest()->fullName() + std::string_view(&separator, 1) + root;
-  if (entityInTree(*ec.dest(), destRoot) || ec.stopAtFirstDiff()) return true;
+bool ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root) {
+  if (ec.dest()->entity(root) || ec.stopAtFirstDiff()) return true;
   // Only an entry of a directory is made here. The walk makes a root that lies inside an entity.
-  Kel::Ptr<Kel::Entity const> const srcRoot =
-      entityInTree(*ec.src(), ec.src()->fullName() + std::string_view(&separator, 1) + root);
+  Kel::Ptr<Kel::Entity const> const srcRoot = ec.src()->entity(root);
   if (!srcRoot || !dynamic_cast<Kel::Dir const*>(srcRoot->parent())) return true;
   Kel::Ptr<Kel::Dir> const source(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(ec.src().ptr())));
   status.doCreateSessionRoot(source, Kel::ptrCast<Kel::Dir>(ec.dest()), root);
-  return entityInTree(*ec.dest(), destRoot) != nullptr;
+  return ec.dest()->entity(root) != nullptr;
 }
 
 }  // namespace
@@ -109,23 +107,21 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
   Kel::String8 const srcFullName = src->fullName();
-  char separator = '/';
-  Kel::String8 const relative = ec->src() ? pathBelow(*ec->src(), *src, &separator) : Kel::String8();
+  Kel::String8 const relative = pathBelow(ec->src().ptr(), *src);
   Kel::String8 destTargetFullName = srcFullName;
   bool const internal = !relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative);
   if (internal) {
     KEL_TRACE(3) << "Target is internal";
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
-    destTargetFullName = Kel::validPtr(ec->dest())->fullName() + std::string_view(&separator, 1) + relative;
-    bool const rootIsThere = ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator);
+    destTargetFullName = Kel::validPtr(ec->dest())->fullName() + src->pathFrom(ec->src().ptr());
+    bool const rootIsThere = ensureRoot(*sessionStatus(), *ec, targetRootFullName);
     KEL_ASSERT_TEXT(rootIsThere, "ec->dest()->entity( destTargetFullName )");
   } else {
     KEL_TRACE(3) << "Target is external or already pointing to dest";
     if (externalDest()) {
       KEL_TRACE(3) << "Destination for external pointers is set to " << externalDest()->fullName();
-      if (!relative.empty())
-        destTargetFullName = externalDest()->fullName() + std::string_view(&separator, 1) + relative;
+      if (!relative.empty()) destTargetFullName = externalDest()->fullName() + src->pathFrom(ec->src().ptr());
     }
   }
   if (destTargetFullName == srcFullName)
@@ -187,7 +183,7 @@ Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
   if (!isPlain(*this) || !ec->src() || !isBelow(*target, *ec->src())) return nullptr;
   // A path has every recorded prefix that a path above it has.
   for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent()) {
-    if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *e))) break;
+    if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(ec->src().ptr(), *e))) break;
     highest = Kel::Ptr<Kel::Entity const>(e);
   }
   return highest;

@@ -153,7 +153,7 @@ bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
 
 bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
   if (!guide_ || asksForType(*src.type())) return true;
-  return !walkedThrough(f, s) && !guide_->walksThrough(f.childPath(s.attr, src), false);
+  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src), false);
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
