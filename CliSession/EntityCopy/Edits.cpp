@@ -108,4 +108,60 @@ void Walk::countFirst(Frame& f, Step const& s, AttributeEditType type, std::size
   }
 }
 
+// --- The hooks ---
+
+// Setting what is set already is no edit. A member whose key is absent, and an entity to be made, always are.
+bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box current) {
+  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::KelAttr const& attr = destAttr(f, s);
+  Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
+  if (!attr.instantiating()) {
+    bool isThere = true;
+    if (attr.isCollection()) {
+      auto const it = memberAtKey(*dest, attr, index);
+      isThere = static_cast<bool>(it);
+      if (isThere && !current) current = it.obj();
+    } else if (!current) {
+      current = dest->attribute(attr.id());
+    }
+    bool const equal = isThere && valueTypeEqual(current, value);
+    if (attr.isPtr())
+      WALK_TRACE(4, "attributeIs") << "Compare Ptrs for " << attr.name()
+                                   << "? attr voidPtr: " << static_cast<void const*>(entityConstOf(value).ptr())
+                                   << ", dest voidPtr: " << static_cast<void const*>(entityConstOf(current).ptr())
+                                   << " => " << equal;
+    if (equal) return false;
+  }
+  return edit(
+      f, s, AttributeEditType::set_, [&] { return value; },
+      [&](Box const&) { dest->attributeIs(attr.id(), index, value); });
+}
+
+bool Walk::del(Frame& f, Step const& s, Box const& index) {
+  WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
+  Kel::AttributeId const id = destAttr(f, s).id();
+  Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
+  return edit(
+      f, s, AttributeEditType::del_, [&] { return Box(dest->attribute(id, index)); },
+      [&](Box const&) { dest->attributeDel(id, index); });
+}
+
+bool Walk::add(Frame& f, Step const& s, Box const& value) {
+  WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
+  Kel::AttributeId const id = destAttr(f, s).id();
+  return edit(
+      f, s, AttributeEditType::set_, [&] { return value; },
+      [&](Box const&) { genericIf(&f.dest)->attributeSQEnq(id, value); });
+}
+
+bool Walk::remove(Frame& f, Step const& s) {
+  WALK_TRACE(2, "attributeRemove") << "attributeRemove: removing " << s.attr.name();
+  Kel::AttributeId const id = destAttr(f, s).id();
+  Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
+  auto const head = dest->attributeIterator(id);
+  return edit(
+      f, s, AttributeEditType::del_, [&] { return head ? Box(head.obj()) : nullptr; },
+      [&](Box const&) { dest->attributeSQDeq(id); });
+}
+
 }  // namespace Cli::Session

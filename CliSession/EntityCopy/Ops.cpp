@@ -25,20 +25,19 @@ using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
 using AttrPtr = Kel::Ptr<Kel::KelAttr const>;
 using GifConst = Kel::GenericIf::PtrConst;
 
-// A walk that begins with one attribute of two entities. It keeps its arguments alive. Raises "null ValidPtr" if one of
-// them is null.
+// A walk that begins with one attribute of two entities; for an attribute of another type, with the source's attribute
+// of that name. Raises "null ValidPtr" if one of its arguments is null; keeps them alive.
 class Rooted {
  public:
   Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
-         AttrPtr const& attr)
-      : dest_(dest), src_(src), walk(ec, *dest_), frame(*dest_, *src_, path), step(stepFor(frame.plan, attr)) {}
+         Kel::ValidPtr<Kel::KelAttr const> const& attr)
+      : dest_(dest),
+        src_(src),
+        walk(ec, *dest_),
+        frame(*dest_, *src_, path),
+        step(*frame.plan.find(destAttribute(*src_, *attr))) {}
 
  private:
-  // For an attribute of another type, the source's attribute of that name.
-  static Step const& stepFor(Plan const& plan, Kel::ValidPtr<Kel::KelAttr const> const& attr) {
-    Step const* step = plan.find(*attr);
-    return step ? *step : *plan.find(*plan.src.getAttr(attr->name()));
-  }
   Kel::ValidPtr<Kel::Entity> const dest_;
   Kel::ValidPtr<Kel::Entity const> const src_;
 
@@ -55,29 +54,6 @@ bool walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, K
   Rooted at(ec, dest, src, path, attr);
   return (at.walk.*run)(at.frame, at.step);
 }
-
-// A hook: an edit of `dest`, without a source. Traces that it begins.
-class Hook : public Rooted {
- public:
-  Hook(EntityCopy& ec, EntityPtr const& dest, AttrPtr const& attr, char const* operation, char const* doing)
-      : Rooted(ec, dest, dest, {}, &begun(dest, attr, operation, doing)), gif(genericIf(dest)) {}
-
-  Kel::GenericIf::Ptr const gif;  // of `dest`
-
-  Kel::AttributeId id() const { return step.attr.id(); }
-  template <class Value, class Apply>
-  bool edit(AttributeEditType type, Value const& value, Apply const& apply) {
-    return walk.edit(frame, step, type, value, [&](GifConst const&) { apply(); });
-  }
-
- private:
-  static Kel::KelAttr const& begun(EntityPtr const& dest, AttrPtr const& attr, char const* operation,
-                                   char const* doing) {
-    requireNonNull(dest, attr);
-    KEL_TRACE_AS(2, operation) << operation << ": " << doing << " " << attr->name();
-    return destAttribute(*dest, *attr);
-  }
-};
 
 }  // namespace
 
@@ -199,35 +175,23 @@ EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const
 
 Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
                                                     GifConst const& value, GifConst const& result) {
-  Hook at(*this, dest, attr, "attributeIs", "setting");
-  Kel::Entity* const target = value ? value->entity().ptr() : nullptr;
-  if (at.step.kind == Step::Kind::pointer && !index && !result && (target || !value) && !at.walk.traced())
-    return attributeIsReturnFactory(at.walk.setPointer(at.frame, at.step, nullptr, target), value);
-  if (alreadySet(*at.gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
-  bool const changed = at.edit(
-      AttributeEditType::set_, [&] { return value; }, [&] { at.gif->attributeIs(at.id(), index, value); });
-  return attributeIsReturnFactory(changed, value);
+  Rooted at(*this, dest, dest, {}, attr);
+  return attributeIsReturnFactory(at.walk.set(at.frame, at.step, index, value, result), value);
 }
 
 bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index) {
-  Hook at(*this, dest, attr, "attributeDel", "deleting");
-  return at.edit(
-      AttributeEditType::del_, [&] { return GifConst(at.gif->attribute(at.id(), index)); },
-      [&] { at.gif->attributeDel(at.id(), index); });
+  Rooted at(*this, dest, dest, {}, attr);
+  return at.walk.del(at.frame, at.step, index);
 }
 
 bool EntityCopy::attributeAdd(EntityPtr const& dest, AttrPtr const& attr, GifConst const& value) {
-  Hook at(*this, dest, attr, "attributeAdd", "adding");
-  return at.edit(
-      AttributeEditType::set_, [&] { return value; }, [&] { at.gif->attributeSQEnq(at.id(), value); });
+  Rooted at(*this, dest, dest, {}, attr);
+  return at.walk.add(at.frame, at.step, value);
 }
 
 bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
-  Hook at(*this, dest, attr, "attributeRemove", "removing");
-  auto const head = at.gif->attributeIterator(at.id());
-  return at.edit(
-      AttributeEditType::del_, [&] { return head ? GifConst(head.obj()) : nullptr; },
-      [&] { at.gif->attributeSQDeq(at.id()); });
+  Rooted at(*this, dest, dest, {}, attr);
+  return at.walk.remove(at.frame, at.step);
 }
 
 void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,

@@ -91,6 +91,13 @@ class Walk final : private Kel::SameTarget {
     return true;
   }
 
+  // The hooks: an edit of the destination's attribute, with its value boxed. `current` is the present value, or null if
+  // the caller does not know it.
+  bool set(Frame& frame, Step const& step, Box const& index, Box const& value, Box current = nullptr);  // attributeIs
+  bool del(Frame& frame, Step const& step, Box const& index);                                           // attributeDel
+  bool add(Frame& frame, Step const& step, Box const& value);                                           // attributeAdd
+  bool remove(Frame& frame, Step const& step);  // attributeRemove
+
   // Guards a call of foreign code: keeps the frames' entities alive, and afterwards reads again what the walk relies
   // on.
   class ForeignCode {
