@@ -67,18 +67,11 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
 }
 
 bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
-  WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
   // Foreign code may delete the member before the edit is carried out, so its key is taken first.
-  bool const typed = s.typed && s.kind == Step::Kind::collection && quiet_;
-  Box const key = typed ? nullptr : at.key();
+  if (!s.typed || s.kind != Step::Kind::collection || !quiet_) return del(f, s, at.key());
   return edit(
-      f, s, AttributeEditType::del_, [&] { return Box(at.obj(false)); },
-      [&](Box const&) {
-        if (typed)
-          s.access.deleteMember(s.attr, f.dest, at);
-        else
-          genericIf(&f.dest)->attributeDel(s.destAttr->id(), key);
-      });
+      f, s, AttributeEditType::del_, [] { return Box(); },
+      [&](Box const&) { s.access.deleteMember(s.attr, f.dest, at); });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
@@ -317,26 +310,21 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Ke
 }
 
 bool Walk::setMember(Frame& f, Step const& s, Member& m) {
-  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::KelAttr const& destOwn = destAttr(f, s);
-  bool const typed = s.typed && m.at && (!m.key || m.key->type()->isA(s.attr.keyType()));
-  if (typed && !traced_) {
+  bool const keyFits = !m.key || m.key->type()->isA(s.attr.keyType());
+  if (traced_ || !s.typed || !m.at || !keyFits) return set(f, s, m.index(), m.srcMember());
+  auto const differs = [&] {
     Kel::Entity* none = nullptr;
-    if (s.access.findMember(f.dest, *m.at, m.key, &none) == Kel::AttrAccess::Found::equal) return false;
-  } else {
-    auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m.index());
-    if (held && valueTypeEqual(held.obj(), m.srcMember())) return false;
-  }
+    return s.access.findMember(f.dest, *m.at, m.key, &none) != Kel::AttrAccess::Found::equal;
+  };
+  if (!differs()) return false;
   return edit(
       f, s, AttributeEditType::set_, [&] { return m.srcMember(); },
       [&](Box const& box) {
-        if (typed && !box)
-          s.access.copyMember(s.attr, f.dest, *m.at, m.key, nullptr);
+        if (box)
+          genericIf(&f.dest)->attributeIs(s.destAttr->id(), m.index(), box);
         else
-          genericIf(&f.dest)->attributeIs(destOwn.id(), m.index(), m.srcMember());
-        if (!typed || s.reflexive) return;
-        Kel::Entity* none = nullptr;
-        if (s.access.findMember(f.dest, *m.at, m.key, &none) != Kel::AttrAccess::Found::equal) impl_.unsettled = true;
+          s.access.copyMember(s.attr, f.dest, *m.at, m.key, nullptr);
+        if (!s.reflexive && differs()) impl_.unsettled = true;
       });
 }
 

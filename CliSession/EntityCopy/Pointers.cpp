@@ -29,37 +29,27 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
 }
 
 bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
-  static constexpr char const* operation = "attributeIs";
-  WALK_TRACE(2, operation) << "attributeIs: setting " << s.attr.name();
-  Kel::KelAttr const& destOwn = destAttr(f, s);
-  bool const keyFits = !m || !m->key || m->key->type()->isA(s.attr.keyType());
+  // The hook refuses a target of another type.
+  bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
+                    (!target || target->type()->isA(s.attr.type()));
+  if (traced_ || !s.typed || !fits) return set(f, s, m ? m->index() : nullptr, genericIf(target));
   Kel::Entity* current = nullptr;
   bool isThere = true;
-  if (!m) {
-    current = destOwn.access().target(f.dest);
-  } else if (s.typed && m->at) {
-    isThere = keyFits && s.access.findMember(f.dest, *m->at, m->key, &current) != Kel::AttrAccess::Found::absent;
-  } else {
-    auto const held = memberAtKey(*genericIf(&f.dest), destOwn, m->index());
-    isThere = static_cast<bool>(held);
-    if (held) current = const_cast<Kel::Entity*>(entityConstOf(held.obj()).ptr());
-  }
-  WALK_TRACE(4, operation) << "Compare Ptrs for " << s.attr.name()
-                           << "? attr voidPtr: " << static_cast<void const*>(target)
-                           << ", dest voidPtr: " << static_cast<void const*>(current) << " => "
-                           << (isThere && current == target);
+  if (m)
+    isThere = s.access.findMember(f.dest, *m->at, m->key, &current) != Kel::AttrAccess::Found::absent;
+  else
+    current = s.access.target(f.dest);
   if (isThere && current == target) return false;
-  // The boxed write refuses a target of another type.
-  bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
-  auto const box = [&] { return Box(genericIf(target)); };
-  return edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
-    if (!typed || boxed)
-      genericIf(&f.dest)->attributeIs(destOwn.id(), m ? m->index() : nullptr, box());
-    else if (m)
-      s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
-    else
-      s.access.setTarget(s.attr, f.dest, target);
-  });
+  return edit(
+      f, s, AttributeEditType::set_, [&] { return Box(genericIf(target)); },
+      [&](Box const& box) {
+        if (box)
+          genericIf(&f.dest)->attributeIs(s.destAttr->id(), m ? m->index() : nullptr, box);
+        else if (m)
+          s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
+        else
+          s.access.setTarget(s.attr, f.dest, target);
+      });
 }
 
 PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, bool foreign) {
