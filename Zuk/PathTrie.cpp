@@ -157,6 +157,14 @@ bool PathTrie::isLeaf(Kel::String path) const {
   return node && node->empty();
 }
 
+bool PathTrie::isContinued(Kel::String path) const {
+  if (path.empty()) return !empty();
+  PathTrie const* node = nodeAt(
+      *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
+      "bool Zuk::PathTrie::isContinued(Kel::String)");
+  return node && !node->empty();
+}
+
 // --- Changes ---
 // They hold the node that they are at, because reactors may take it out of the trie.
 

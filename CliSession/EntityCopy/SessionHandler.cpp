@@ -6,7 +6,6 @@
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
-#include "Zuk/PathSplit.h"
 
 KEL_TRACE_MODULE("CliSession")
 
@@ -27,12 +26,8 @@ namespace {
 // Whether a path, or one above it, is marked. "*" is a wildcard to the trie and is never stored in a mark. A path that
 // contains one is marked if the part before it is.
 bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
-  std::string_view text = path;
-  if (std::size_t const star = text.find('*'); star != std::string_view::npos) {
-    std::size_t const component = text.substr(0, star).find_last_of("/.");
-    text = text.substr(0, component == std::string_view::npos ? 0 : component);
-  }
-  return !text.empty() && copied.hasPrefix(text);
+  std::string_view const text = path.view().substr(0, path.view().find('*'));
+  return copied.hasPrefix(text.size() == path.chars() ? text : text.substr(0, text.find_last_of("/.") + 1));
 }
 
 }  // namespace
@@ -144,16 +139,8 @@ bool isPlain(EntityCopyGlobalSessionHandler const& handler) {
 
 // Whether a trie records a prefix that continues `path` or, unless `below` is set, `path` itself. A path with a "*",
 // the trie's wildcard, counts as recorded.
-bool recordsFrom(Zuk::PathTrie const& trie, std::string_view path, bool below) {
-  if (path.find('*') != std::string_view::npos) return true;
-  Zuk::PathTrie const* node = &trie;
-  for (Kel::Ptr<Zuk::PathTrie const> next; !path.empty(); node = next.ptr()) {
-    Zuk::PathSplit const split = Zuk::splitPath(path);
-    next = node->child(Kel::Name(split.first));
-    if (!next) return false;
-    path = split.rest;
-  }
-  return !node->empty() || (!below && node->present());
+bool recordsFrom(Zuk::PathTrie const& trie, Kel::String8 const& path, bool below) {
+  return path.pos('*') != Kel::String8::npos || trie.isContinued(path) || (!below && trie.isPrefix(path));
 }
 
 }  // namespace
