@@ -43,10 +43,8 @@ class Run {
 
   // The run has ended: the roots that it walked are equal now.
   void completed() {
-    if (!Kel::ChangeJournal::enabled()) return;
-    bool const settled = !impl_.unsettled && ec_.pendingAttrs() == 0;
+    if (impl_.unsettled || ec_.pendingAttrs() > 0) return;
     for (WalkedRoot const& root : impl_.walked) {
-      if (!settled) return;
       // Foreign code may have changed what was walked already.
       if (impl_.foreignCalls == foreignCalls_)
         rememberEqual(root, takeCheckpoint(ec_, root));
