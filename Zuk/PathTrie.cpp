@@ -157,12 +157,11 @@ bool PathTrie::isLeaf(Kel::String path) const {
   return node && node->empty();
 }
 
-bool PathTrie::isContinued(Kel::String path) const {
+bool PathTrie::leadsTo(Kel::String path) const {
   if (path.empty()) return !empty();
-  PathTrie const* node = nodeAt(
-      *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
-      "bool Zuk::PathTrie::isContinued(Kel::String)");
-  return node && !node->empty();
+  return nodeAt(
+             *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
+             "bool Zuk::PathTrie::leadsTo(Kel::String)") != nullptr;
 }
 
 // --- Changes ---

@@ -140,7 +140,7 @@ bool Walk::attribute(Frame& f, Step const& s) {
 
 bool Walk::askWalkedThrough(Frame& f, Step const& s) {
   bool const allOfIt = f.up() && walkedThrough(*f.up(), f.through());
-  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
+  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name());
   f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
   return f.walkedThrough;
@@ -153,7 +153,7 @@ bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
 
 bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
   if (!guide_ || asksForType(*src.type())) return true;
-  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src), false);
+  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src));
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
