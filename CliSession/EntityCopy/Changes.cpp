@@ -95,13 +95,11 @@ std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot
 }
 
 void rememberEqual(WalkedRoot const& root, Checkpoint const& at) {
-  ChangeJournal const* const src = ChangeJournal::of(*root.src);
-  ChangeJournal const* const dest = ChangeJournal::of(*root.dest);
-  if (!src || !dest) return;
   Memory& all = memory();
   std::lock_guard const lock(all.mutex);
   if (all.equal.size() >= Memory::most) all.equal.clear();
-  all.equal.insert_or_assign({src->id(), dest->id()}, at);
+  // A root with a checkpoint has a journal.
+  all.equal.insert_or_assign({ChangeJournal::of(*root.src)->id(), ChangeJournal::of(*root.dest)->id()}, at);
 }
 
 }  // namespace Cli::Session

@@ -1,6 +1,5 @@
 // Directories, entry by entry.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Edits.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
@@ -89,10 +88,7 @@ bool EntityCopyDirHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr
   Kel::Ptr<Kel::Dir const> const srcDir = Kel::ptrCast<Kel::Dir const>(src);
   if (!destDir || !srcDir) return EntityCopyGlobalSessionHandler::handleEntity(ec, dest, src, path);
   if (path.empty()) path = pathBelow(ec->src().ptr(), *src);
-  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyDirHandler::handleEntity(const "
-                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8): "
-               << path;
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyDirHandler" << handleEntitySignature << path;
   if (ec->stopAtFirstDiff()) ensureLog(*ec);
   DirCopy copy(*ec, *destDir, *srcDir);
   copy.differs = ec->doCopyAttrByName(dest, src, path, "subdir");

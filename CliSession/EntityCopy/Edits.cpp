@@ -2,7 +2,6 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
 
-#include "CliSession/EntityCopy/Edits.h"
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"

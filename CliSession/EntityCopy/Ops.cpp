@@ -1,6 +1,5 @@
 // The operations that are called by name: each begins a walk with its arguments.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Edits.h"
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"

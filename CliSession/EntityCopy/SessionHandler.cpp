@@ -35,10 +35,7 @@ bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
 bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                                   Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
   requireNonNull(ec);
-  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler::handleEntity(const "
-                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8): "
-               << path;
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler" << handleEntitySignature << path;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
   // Looked up again after a custom handler has run, because it may register roots.

@@ -62,7 +62,6 @@ class Walk final : private Kel::SameTarget {
   bool queue(Frame& frame, Step const& step);               // doCopyQueue
   bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
   bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
-  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);  // attributeIs
   // resolvePtr: the destination's target; null if the pointer has to wait, which is recorded.
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
@@ -114,8 +113,6 @@ class Walk final : private Kel::SameTarget {
     Walk& walk_;
   };
 
-  bool traced() const { return traced_; }
-
  private:
   // The handler's answer for a type.
   struct TypeAnswer {
@@ -164,6 +161,7 @@ class Walk final : private Kel::SameTarget {
   bool askWalkedThrough(Frame& frame, Step const& step);
 
   bool setMember(Frame& frame, Step const& step, Member& m);
+  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // An edit that makes an entity.
   struct Created {
     bool differs = false;
