@@ -65,8 +65,7 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
   for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
     if (!attr->copiable()) continue;
     KEL_TRACE_AS(7, operation) << "copy " << attr->name();
-    Kel::KelAttr const& srcAttr = destAttribute(*entry.defaultEnt(), *attr);
-    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(&srcAttr));
+    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(attr));
     if (ec.stop()) break;
   }
   Kel::U32 const after = log.attributeEditEntrys();

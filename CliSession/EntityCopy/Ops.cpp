@@ -26,21 +26,15 @@ using GifConst = Kel::GenericIf::PtrConst;
 
 // A walk that begins with one attribute of two entities; for an attribute of another type, with the source's attribute
 // of that name. Raises "null ValidPtr" if one of its arguments is null; keeps them alive.
-class Rooted {
- public:
+struct Rooted {
   Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
-         Kel::ValidPtr<Kel::KelAttr const> const& attr)
-      : dest_(dest),
-        src_(src),
-        walk(ec, *dest_),
-        frame(*dest_, *src_, path),
-        step(*frame.plan.find(destAttribute(*src_, *attr))) {}
+         AttrPtr const& attr)
+      : walk(ec, *Kel::validPtr(dest)),
+        frame(*dest, *Kel::validPtr(src), path),
+        step(*frame.plan.find(destAttribute(*src, *Kel::validPtr(attr)))) {
+    frame.hold();
+  }
 
- private:
-  Kel::ValidPtr<Kel::Entity> const dest_;
-  Kel::ValidPtr<Kel::Entity const> const src_;
-
- public:
   Walk walk;
   Frame frame;
   Step const& step;

@@ -160,12 +160,11 @@ bool EntityCopyGlobalSessionHandler::keepsTargets() const { return isPlain(*this
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
   Kel::Ptr<Kel::Entity const> highest;
-  if (!isPlain(*this) || !ec->src() || !isBelow(*target, *ec->src())) return nullptr;
-  // A path has every recorded prefix that a path above it has.
-  for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent()) {
-    if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(ec->src().ptr(), *e))) break;
+  if (!isPlain(*this)) return nullptr;
+  // A path has every recorded prefix that a path above it has. The empty path has none.
+  Kel::Entity const* e = target.ptr();
+  for (; sessionStatus()->rootTrie()->hasPrefix(pathBelow(ec->src().ptr(), *e)); e = e->parent())
     highest = Kel::Ptr<Kel::Entity const>(e);
-  }
   return highest;
 }
 
