@@ -34,10 +34,10 @@ Kel::String8 pathBelow(Kel::Entity const* root, Kel::Entity const& entity) {
   return entity.pathFrom(root).substr(1);
 }
 
-Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 const& fullName) {
+Kel::String8 pathBelow(Kel::Entity const* root, Kel::String8 const& fullName) {
   if (!root || fullName.empty()) return {};
   char separator = 0;
-  Kel::String8 const relative = relativePath(root, fullName, &separator);
+  Kel::String8 const relative = relativePath(Kel::Ptr<Kel::Entity const>(root), fullName, &separator);
   return separator == '/' || separator == '.' ? relative : Kel::String8();
 }
 

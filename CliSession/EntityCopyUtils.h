@@ -19,7 +19,7 @@ KEL_API bool isBelow(Kel::Entity const& entity, Kel::Entity const& root);
 KEL_API Kel::String8 pathBelow(Kel::Entity const* root, Kel::Entity const& entity);
 // The same for the full name of an entity, by its text: an entity of another tree may have a name that lies below the
 // root's.
-KEL_API Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 const& fullName);
+KEL_API Kel::String8 pathBelow(Kel::Entity const* root, Kel::String8 const& fullName);
 
 // The entity of that full name in the tree of `member`, or null.
 KEL_API Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName);

@@ -60,7 +60,7 @@ void leaveUnlogged(EntityCopy& ec) {
 
 bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
                 Kel::GenericIf::PtrConst const& value) {
-  Kel::String8 const relative = pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), path);
+  Kel::String8 const relative = pathBelow(ec.dest().ptr(), path);
   KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
                              << ", " << edit.editType() << ", " << path;
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();

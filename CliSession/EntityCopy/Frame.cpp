@@ -27,8 +27,8 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
   // A member without a name, such as a queue's, has its place in its path.
   bool const named = up_ && dest.parent() == &up_->dest && !(through_->attr.isCollection() && dest.name().empty());
   Kel::String8 const above = named ? up_->logPath(ec, generation) : Kel::String8();
-  e.logPath = above.empty() ? pathBelow(ec.dest().ptr(), dest) : childPath(above, *through_->destAttr, &dest);
-  if (e.logPath.empty()) e.logPath = pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), dest.fullName());
+  e.logPath =
+      above.empty() ? pathBelow(ec.dest().ptr(), dest.fullName()) : childPath(above, *through_->destAttr, &dest);
   e.logPathAt = generation;
   return e.logPath;
 }
