@@ -18,6 +18,7 @@ Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::
 
 Kel::String8 const& Frame::path() {
   FrameExtras& e = extras();
+  // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): a frame without one above has a path
   if (!e.path) e.path = childPath(up_->path(), through_->attr, &src);
   return *e.path;
 }

@@ -24,28 +24,17 @@ using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
 using AttrPtr = Kel::Ptr<Kel::KelAttr const>;
 using GifConst = Kel::GenericIf::PtrConst;
 
-// A walk that begins with one attribute of two entities; for an attribute of another type, with the source's attribute
-// of that name. Raises "null ValidPtr" if one of its arguments is null; keeps them alive.
-struct Rooted {
-  Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
-         AttrPtr const& attr)
-      : walk(ec, *Kel::validPtr(dest)),
-        frame(*dest, *Kel::validPtr(src), path),
-        step(*frame.plan.find(destAttribute(*src, *Kel::validPtr(attr)))) {
-    frame.hold();
-  }
-
-  Walk walk;
-  Frame frame;
-  Step const& step;
-};
-
-// One step of a walk, as an operation.
-template <bool (Walk::*run)(Frame&, Step const&)>
-bool walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
-             AttrPtr const& attr) {
-  Rooted at(ec, dest, src, path, attr);
-  return (at.walk.*run)(at.frame, at.step);
+// One step of a walk, as an operation: the walk begins with one attribute of two entities; for an attribute of another
+// type, with the source's attribute of that name. Raises "null ValidPtr" if an entity or the attribute is null; keeps
+// the entities alive.
+template <auto step, class... Args>
+auto walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
+             AttrPtr const& attr, Args&&... args) {
+  requireNonNull(dest, src, attr);
+  Walk walk(ec, *dest);
+  Frame frame(*dest, *src, path);
+  frame.hold();
+  return (walk.*step)(frame, *frame.plan.find(destAttribute(*src, *attr)), args...);
 }
 
 }  // namespace
@@ -136,9 +125,8 @@ bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& s
 bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                         GifConst const& srcIndex, GifConst const& index, GifConst const& srcMember,
                                         AttrPtr const& attr) {
-  Rooted at(*this, dest, src, path, attr);
   Walk::Member m{nullptr, nullptr, srcIndex, index, srcMember};
-  return at.walk.member(at.frame, at.step, m);
+  return walkOne<&Walk::member>(*this, dest, src, path, attr, m);
 }
 
 bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
@@ -147,44 +135,40 @@ bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, K
 
 bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,
                            GifConst const& index) {
-  Rooted at(*this, dest, src, path, attr);
-  if (!index) return at.walk.pointer(at.frame, at.step, nullptr);
-  Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(at.step.attr.id(), index)};
-  return at.walk.pointer(at.frame, at.step, &m);
+  if (!index) return walkOne<&Walk::pointer>(*this, dest, src, path, attr, nullptr);
+  requireNonNull(src, attr);
+  Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(destAttribute(*src, *attr).id(), index)};
+  return walkOne<&Walk::pointer>(*this, dest, src, path, attr, &m);
 }
 
 EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const& srcTarget, GifConst const& srcIndex,
                                  GifConst const& srcMember, EntityPtr const& dest, GifConst const& indexValue,
                                  Kel::String path, AttrPtr const& attr) {
-  requireNonNull(srcTarget);
-  Rooted at(*this, dest, src ? src : EntityPtrConst(dest), path, attr);
+  requireNonNull(srcTarget, attr);
   // The pointer is either the key or the member.
   bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
   Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
-  return EntityPtr(at.walk.resolve(at.frame, at.step, src, *srcTarget, &m, isKey));
+  EntityPtrConst const from = src ? src : EntityPtrConst(dest);
+  return EntityPtr(walkOne<&Walk::resolve>(*this, dest, from, path, attr, src, *srcTarget, &m, isKey));
 }
 
 // --- The hooks ---
 
 Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
                                                     GifConst const& value, GifConst const& result) {
-  Rooted at(*this, dest, dest, {}, attr);
-  return attributeIsReturnFactory(at.walk.set(at.frame, at.step, index, value, result), value);
+  return attributeIsReturnFactory(walkOne<&Walk::set>(*this, dest, dest, {}, attr, index, value, result), value);
 }
 
 bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index) {
-  Rooted at(*this, dest, dest, {}, attr);
-  return at.walk.del(at.frame, at.step, index);
+  return walkOne<&Walk::del>(*this, dest, dest, {}, attr, index);
 }
 
 bool EntityCopy::attributeAdd(EntityPtr const& dest, AttrPtr const& attr, GifConst const& value) {
-  Rooted at(*this, dest, dest, {}, attr);
-  return at.walk.add(at.frame, at.step, value);
+  return walkOne<&Walk::add>(*this, dest, dest, {}, attr, value);
 }
 
 bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
-  Rooted at(*this, dest, dest, {}, attr);
-  return at.walk.remove(at.frame, at.step);
+  return walkOne<&Walk::remove>(*this, dest, dest, {}, attr);
 }
 
 void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
