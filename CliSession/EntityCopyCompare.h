@@ -28,12 +28,6 @@ KEL_API bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::P
 KEL_API bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest,
                        Kel::GenericIf::PtrConst const& src);
 
-// True if setting an attribute, or its member under `index`, to `value` would change nothing. `current` is the present
-// value, or null if the caller does not know it. False for a member whose key is absent, and for every instantiating
-// attribute.
-bool alreadySet(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& index,
-                Kel::GenericIf::PtrConst const& value, Kel::GenericIf::PtrConst current);
-
 // Checks the type of an attribute's values, or of its keys. REQUIRES: all fields of the type are values or operations
 // (assertion "Value types with attributes that are not value types are not supported by EntityCopy").
 KEL_API void checkValue(Kel::KelAttr const& attr, Kel::KelType const& type);

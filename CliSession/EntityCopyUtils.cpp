@@ -28,21 +28,17 @@ bool isBelow(Kel::Entity const& entity, Kel::Entity const& root) {
   return false;
 }
 
-Kel::String8 pathBelow(Kel::Entity const& root, Kel::Entity const& entity, char* separator) {
-  if (!isBelow(entity, root)) return {};
-  if (KEL_TRACE_ENABLED(9)) return relativePath(Kel::Ptr<Kel::Entity const>(&root), entity.fullName(), separator);
-  Kel::String8 const path = entity.pathFrom(&root);
-  if (path.chars() < 2) return {};
-  if (separator) *separator = path[0];
-  return path.substr(1);
+Kel::String8 pathBelow(Kel::Entity const* root, Kel::Entity const& entity) {
+  if (!root || !isBelow(entity, *root)) return {};
+  if (KEL_TRACE_ENABLED(9)) return relativePath(Kel::Ptr<Kel::Entity const>(root), entity.fullName());
+  return entity.pathFrom(root).substr(1);
 }
 
-Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 const& fullName) {
-  Kel::String8 const rootPath = root->fullName();
-  std::string_view const name = fullName;
-  std::size_t const n = rootPath.chars();
-  if (name.size() <= n || name.substr(0, n) != rootPath.view() || (name[n] != '/' && name[n] != '.')) return {};
-  return relativePath(root, fullName);
+Kel::String8 pathBelow(Kel::Entity const* root, Kel::String8 const& fullName) {
+  if (!root || fullName.empty()) return {};
+  char separator = 0;
+  Kel::String8 const relative = relativePath(Kel::Ptr<Kel::Entity const>(root), fullName, &separator);
+  return separator == '/' || separator == '.' ? relative : Kel::String8();
 }
 
 Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName) {

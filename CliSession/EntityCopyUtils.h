@@ -14,10 +14,12 @@ KEL_API Kel::String8 relativePath(Kel::Ptr<Kel::Entity const> const& root, Kel::
 
 // Whether an entity lies strictly below another in its tree. Cost: the distance to the tree's root.
 KEL_API bool isBelow(Kel::Entity const& entity, Kel::Entity const& root);
-// The path of an entity relative to `root`; "" for `root` itself and for an entity that does not lie below it.
-KEL_API Kel::String8 pathBelow(Kel::Entity const& root, Kel::Entity const& entity, char* separator = nullptr);
-// The same for the full name of an entity. REQUIRES: the entity is in the tree of `root`.
-KEL_API Kel::String8 pathBelow(Kel::Ptr<Kel::Entity const> const& root, Kel::String8 const& fullName);
+// The path of an entity relative to `root`; "" for `root` itself, for an entity that does not lie below it, and without
+// a root.
+KEL_API Kel::String8 pathBelow(Kel::Entity const* root, Kel::Entity const& entity);
+// The same for the full name of an entity, by its text: an entity of another tree may have a name that lies below the
+// root's.
+KEL_API Kel::String8 pathBelow(Kel::Entity const* root, Kel::String8 const& fullName);
 
 // The entity of that full name in the tree of `member`, or null.
 KEL_API Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName);

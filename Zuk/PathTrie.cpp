@@ -157,6 +157,13 @@ bool PathTrie::isLeaf(Kel::String path) const {
   return node && node->empty();
 }
 
+bool PathTrie::leadsTo(Kel::String path) const {
+  if (path.empty()) return !empty();
+  return nodeAt(
+             *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
+             "bool Zuk::PathTrie::leadsTo(Kel::String)") != nullptr;
+}
+
 // --- Changes ---
 // They hold the node that they are at, because reactors may take it out of the trie.
 

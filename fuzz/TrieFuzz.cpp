@@ -113,6 +113,7 @@ struct Subject {
     FUZZ_LAW(trie->prefixTypename(text) == Kel::String8(isThere ? joined(at) : ""), path);
     FUZZ_LAW((trie->prefixState(text) != nullptr) == isThere, path);
     FUZZ_LAW(trie->isLeaf(text) == (!path.empty() && model.leads(at, 0) && !model.leads(at, 1)), path);
+    FUZZ_LAW(trie->leadsTo(text) == (path.empty() ? !model.recorded.empty() : model.leads(at, 0)), path);
     for (bool proper : {false, true}) {
       auto const wanted = path.empty() ? std::nullopt : model.enclosing(at, proper);
       FUZZ_LAW((proper ? trie->hasProperPrefix(text) : trie->hasPrefix(text)) == wanted.has_value(), path);
@@ -146,7 +147,7 @@ void makeRelative(std::string const& rootName, std::string const& path) {
   FUZZ_LAW(relative == Kel::String8(below ? path.substr(at.size() + 1) : ""), at + " " + path);
   FUZZ_LAW(separator == (below ? path[at.size()] : '?'), at + " " + path);
   bool const contained = below && (path[at.size()] == '/' || path[at.size()] == '.');
-  FUZZ_LAW(Cli::Session::pathBelow(root, Kel::String8(path)) == (contained ? relative : Kel::String8()),
+  FUZZ_LAW(Cli::Session::pathBelow(root.ptr(), Kel::String8(path)) == (contained ? relative : Kel::String8()),
            at + " " + path);
 }
 

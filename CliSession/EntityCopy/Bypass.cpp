@@ -61,12 +61,11 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
   AttributeEditLog const& log = *Kel::validPtr(ec.attributeEditLog());
   Kel::U32 const before = log.attributeEditEntrys();
   KEL_TRACE_AS(7, operation) << "attributeEditLog entries before copying: " << before;
-  Kel::String8 const path = ec.dest() ? pathBelow(*ec.dest(), *dying) : Kel::String8();
+  Kel::String8 const path = pathBelow(ec.dest().ptr(), *dying);
   for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
     if (!attr->copiable()) continue;
     KEL_TRACE_AS(7, operation) << "copy " << attr->name();
-    Kel::KelAttr const& srcAttr = destAttribute(*entry.defaultEnt(), *attr);
-    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(&srcAttr));
+    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(attr));
     if (ec.stop()) break;
   }
   Kel::U32 const after = log.attributeEditEntrys();

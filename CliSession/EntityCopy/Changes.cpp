@@ -58,9 +58,8 @@ Memory& memory() {
   return the;
 }
 
-Checkpoint checkpointAt(EntityCopy const& ec, Kel::U64 src, Kel::U64 dest, Kel::U64 ground,
-                        ChangeJournal const& ofGround) {
-  return {src, dest, ground, ChangeJournal::heldDepartures(), ec.src().ptr(), ec.dest().ptr(), ofGround.id()};
+Ground groundOf(EntityCopy const& ec, ChangeJournal& ground) {
+  return {ec.src().ptr(), ec.dest().ptr(), ground.id(), ground.end(), ChangeJournal::heldDepartures()};
 }
 
 }  // namespace
@@ -69,7 +68,7 @@ std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot cons
   ChangeJournal* const src = ChangeJournal::of(*root.src);
   ChangeJournal* const dest = ChangeJournal::of(*root.dest);
   ChangeJournal* const ground = ChangeJournal::of(*root.ground);
-  if (!src || !dest || !ground || !ChangeJournal::enabled()) return nullptr;
+  if (!src || !dest || !ground) return nullptr;
   Checkpoint was;
   {
     Memory& all = memory();
@@ -78,11 +77,7 @@ std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot cons
     if (found == all.equal.end()) return nullptr;
     was = found->second;
   }
-  // The handler's answers to the earlier run still hold, and no pointer has lost its target.
-  bool const sameWorld = was.srcTop == ec.src().ptr() && was.destTop == ec.dest().ptr() &&
-                         was.groundJournal == ground->id() && ground->holds(was.ground) &&
-                         ground->end() == was.ground && was.heldDepartures == ChangeJournal::heldDepartures();
-  if (!sameWorld || !src->holds(was.src) || !dest->holds(was.dest)) return nullptr;
+  if (was.ground != groundOf(ec, *ground) || !src->holds(was.src) || !dest->holds(was.dest)) return nullptr;
   return std::make_unique<Changes>(*root.dest, *root.src, dest->since(was.dest), src->since(was.src));
 }
 
@@ -90,8 +85,8 @@ Checkpoint takeCheckpoint(EntityCopy const& ec, WalkedRoot const& root) {
   ChangeJournal& src = ChangeJournal::attach(*root.src);
   ChangeJournal& dest = ChangeJournal::attach(*root.dest);
   ChangeJournal& ground = ChangeJournal::attach(*root.ground);
-  Kel::U64 const at = src.checkpoint();
-  return checkpointAt(ec, at, dest.checkpoint(), ground.checkpoint(), ground);
+  ChangeJournal::newEpoch();  // it is one for all journals
+  return {src.end(), dest.end(), groundOf(ec, ground)};
 }
 
 std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot const& root) {
@@ -100,13 +95,11 @@ std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot
 }
 
 void rememberEqual(WalkedRoot const& root, Checkpoint const& at) {
-  ChangeJournal const* const src = ChangeJournal::of(*root.src);
-  ChangeJournal const* const dest = ChangeJournal::of(*root.dest);
-  if (!src || !dest) return;
   Memory& all = memory();
   std::lock_guard const lock(all.mutex);
   if (all.equal.size() >= Memory::most) all.equal.clear();
-  all.equal.insert_or_assign({src->id(), dest->id()}, at);
+  // A root with a checkpoint has a journal.
+  all.equal.insert_or_assign({ChangeJournal::of(*root.src)->id(), ChangeJournal::of(*root.dest)->id()}, at);
 }
 
 }  // namespace Cli::Session

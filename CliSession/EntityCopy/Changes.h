@@ -41,13 +41,19 @@ class Changes {
   std::unordered_map<Kel::Entity const*, Changed> changed_;
 };
 
-// The positions of two roots' journals at a time when the roots were equal. They can be used while everything else in
-// the checkpoint is unchanged.
-struct Checkpoint {
-  Kel::U64 src, dest, ground;
-  Kel::U64 heldDepartures;
+// What the handler's answers and the targets of pointers depend on, apart from what is below the two roots.
+struct Ground {
   void const *srcTop, *destTop;  // the ends of the copy; compared, never dereferenced
-  Kel::U64 groundJournal;
+  Kel::U64 journal, position;    // of EntityCopyHandler::ground
+  Kel::U64 heldDepartures;
+  bool operator==(Ground const&) const = default;
+};
+
+// The positions of two roots' journals at a time when the roots were equal. They can be used while the ground is the
+// same.
+struct Checkpoint {
+  Kel::U64 src, dest;
+  Ground ground;
 };
 
 // A root that a run has walked, until the run ends.

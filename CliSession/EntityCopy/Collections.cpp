@@ -52,18 +52,11 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
 }
 
 bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
-  WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
   // Foreign code may delete the member before the edit is carried out, so its key is taken first.
-  bool const typed = s.typed && s.kind == Step::Kind::collection && quiet_;
-  Box const key = typed ? nullptr : at.key();
+  if (!s.typed || s.kind != Step::Kind::collection || !quiet_) return del(f, s, at.key());
   return edit(
-      f, s, AttributeEditType::del_, [&] { return Box(at.obj(false)); },
-      [&](Box const&) {
-        if (typed)
-          s.access.deleteMember(s.attr, f.dest, at);
-        else
-          genericIf(&f.dest)->attributeDel(s.destAttr->id(), key);
-      });
+      f, s, AttributeEditType::del_, [] { return Box(); },
+      [&](Box const&) { s.access.deleteMember(s.attr, f.dest, at); });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
@@ -205,7 +198,7 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   WALK_TRACE(2, operation) << "doCopyCollectionMember: " << m.srcMember();
   if (s.attr.isValue()) {
     WALK_TRACE(3, operation) << "Member is a value";
-    bool const changed = set(f, s, &m, nullptr);
+    bool const changed = assign(f, s, &m, nullptr);
     if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
     return changed;
   }

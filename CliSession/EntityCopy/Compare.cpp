@@ -89,26 +89,6 @@ bool attrEqual(Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& dest, K
   return !constructorParams(entityConstOf(dest), entityConstOf(src), attr, ParamList(new Kel::GenericIf::List));
 }
 
-bool alreadySet(Kel::GenericIf const& destGif, Kel::KelAttr const& attr, Kel::GenericIf::PtrConst const& index,
-                Kel::GenericIf::PtrConst const& value, Kel::GenericIf::PtrConst current) {
-  if (attr.instantiating()) return false;
-  bool isThere = true;
-  if (attr.isCollection()) {
-    auto const it = destGif.attributeIteratorKeyConst(attr.id(), index);
-    isThere = static_cast<bool>(it);
-    if (isThere && !current) current = it.obj();
-  } else if (!current) {
-    current = destGif.attribute(attr.id());
-  }
-  if (!attr.isPtr()) return isThere && valueTypeEqual(current, value);
-  Kel::Ptr<Kel::Entity const> const from = entityConstOf(value), to = entityConstOf(current);
-  bool const equal = isThere && from == to;
-  KEL_TRACE_AS(4, "attributeIs") << "Compare Ptrs for " << attr.name()
-                                 << "? attr voidPtr: " << static_cast<void const*>(from.ptr())
-                                 << ", dest voidPtr: " << static_cast<void const*>(to.ptr()) << " => " << equal;
-  return equal;
-}
-
 void checkValue(Kel::KelAttr const& attr, Kel::KelType const& type) {
   KEL_TRACE(4) << "checkValue: " << attr.name();
   for (Kel::KelAttr const* field : type.attributeQ()) {

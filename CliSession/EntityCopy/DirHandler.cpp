@@ -1,6 +1,5 @@
 // Directories, entry by entry.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Edits.h"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
@@ -70,7 +69,7 @@ class DirCopy {
   // Logs the edit of an entry.
   bool record(AttributeEditType editType, Kel::GenericIf::PtrConst const& entry) {
     AttributeEdit const edit("entryState", "Kel::Dir::EntryState", editType);
-    bool const counts = !ec_.attributeEditLog() || recordEdit(ec_, edit, dest_, entry);
+    bool const counts = !ec_.attributeEditLog() || recordEdit(ec_, edit, dest_.fullName(), entry);
     differs |= counts || !ec_.stopAtFirstDiff();
     return !ec_.stop();
   }
@@ -88,11 +87,8 @@ bool EntityCopyDirHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr
   Kel::Ptr<Kel::Dir> const destDir = Kel::ptrCast<Kel::Dir>(dest);
   Kel::Ptr<Kel::Dir const> const srcDir = Kel::ptrCast<Kel::Dir const>(src);
   if (!destDir || !srcDir) return EntityCopyGlobalSessionHandler::handleEntity(ec, dest, src, path);
-  if (path.empty() && ec->src()) path = pathBelow(*ec->src(), *src);
-  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyDirHandler::handleEntity(const "
-                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8): "
-               << path;
+  if (path.empty()) path = pathBelow(ec->src().ptr(), *src);
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyDirHandler" << handleEntitySignature << path;
   if (ec->stopAtFirstDiff()) ensureLog(*ec);
   DirCopy copy(*ec, *destDir, *srcDir);
   copy.differs = ec->doCopyAttrByName(dest, src, path, "subdir");

@@ -43,10 +43,8 @@ class Run {
 
   // The run has ended: the roots that it walked are equal now.
   void completed() {
-    if (!Kel::ChangeJournal::enabled()) return;
-    bool const settled = !impl_.unsettled && ec_.pendingAttrs() == 0;
+    if (impl_.unsettled || ec_.pendingAttrs() > 0) return;
     for (WalkedRoot const& root : impl_.walked) {
-      if (!settled) return;
       // Foreign code may have changed what was walked already.
       if (impl_.foreignCalls == foreignCalls_)
         rememberEqual(root, takeCheckpoint(ec_, root));
@@ -61,14 +59,6 @@ class Run {
   Kel::U64 const foreignCalls_;
   std::vector<WalkedRoot> outer_;
 };
-
-// The full name of a copy root's counterpart; empty if the root is not below the source.
-Kel::String8 counterpartName(EntityCopy const& ec, Kel::Ptr<Kel::Entity const> const& srcRoot) {
-  char separator = 0;
-  Kel::String8 const relative = srcRoot ? pathBelow(*ec.src(), *srcRoot, &separator) : Kel::String8();
-  if (relative.empty()) return {};
-  return ec.dest()->fullName() + std::string_view(&separator, 1) + relative;
-}
 
 }  // namespace
 
@@ -86,8 +76,8 @@ void EntityCopy::handleCopyRoots() {
       if (!src() || !dest()) return;  // a handler has ended the run
       Kel::Ptr<Kel::Entity const> const srcRoot = it.key();
       KEL_TRACE(1) << "srcCopyRoot: " << srcRoot;
-      Kel::String8 const destFullName = counterpartName(*this, srcRoot);
-      KEL_ASSERT_TEXT(!destFullName.empty(), "destFullName");
+      KEL_ASSERT_TEXT(srcRoot && !pathBelow(src().ptr(), *srcRoot).empty(), "destFullName");
+      Kel::String8 const destFullName = dest()->fullName() + srcRoot->pathFrom(src().ptr());
       KEL_TRACE(1) << "Root in dest: " << destFullName;
       Kel::Ptr<Kel::Entity> const destRoot = targetInTree(*this, *dest(), destFullName, srcRoot.ptr());
       KEL_ASSERT(destRoot);

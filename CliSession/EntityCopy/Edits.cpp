@@ -2,7 +2,6 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
 
-#include "CliSession/EntityCopy/Edits.h"
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
@@ -59,8 +58,9 @@ void leaveUnlogged(EntityCopy& ec) {
   EntityCopy::Impl::of(ec).unlogged = true;
 }
 
-bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path, Kel::String8 const& relative,
+bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
                 Kel::GenericIf::PtrConst const& value) {
+  Kel::String8 const relative = pathBelow(ec.dest().ptr(), path);
   KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
                              << ", " << edit.editType() << ", " << path;
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
@@ -78,13 +78,6 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
   return true;
 }
 
-bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::Entity const& dest,
-                Kel::GenericIf::PtrConst const& value) {
-  Kel::String8 const path = dest.fullName();
-  Kel::String8 const relative = ec.dest() ? pathBelow(Kel::Ptr<Kel::Entity const>(ec.dest()), path) : Kel::String8();
-  return recordEdit(ec, edit, path, relative, value);
-}
-
 bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, Box const& value) {
   if (compare_ && !log_) {
     ensureLog(ec_);
@@ -93,7 +86,7 @@ bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, 
   if (!log_) return true;
   if (traced_ || offered || log_->hasReactors()) {
     ForeignCode const foreign(*this, f);
-    return recordEdit(ec_, editOf(s, type), f.dest, value);
+    return recordEdit(ec_, editOf(s, type), f.dest.fullName(), value);
   }
   if (debugged_) takeAction(debugAction(*log_, editOf(s, type), f.logPath(ec_, impl_.generation)), editOf(s, type));
   count(f, s, type);
@@ -112,6 +105,62 @@ void Walk::countFirst(Frame& f, Step const& s, AttributeEditType type, std::size
     ForeignCode const foreign(*this, f);
     entry->pathCounterCounterInc(path);
   }
+}
+
+// --- The hooks ---
+
+// Setting what is set already is no edit. A member whose key is absent, and an entity to be made, always are.
+bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box current) {
+  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+  Kel::KelAttr const& attr = destAttr(f, s);
+  Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
+  if (!attr.instantiating()) {
+    bool isThere = true;
+    if (attr.isCollection()) {
+      auto const it = dest->attributeIteratorKeyConst(attr.id(), index);
+      isThere = static_cast<bool>(it);
+      if (isThere && !current) current = it.obj();
+    } else if (!current) {
+      current = dest->attribute(attr.id());
+    }
+    bool const equal = isThere && valueTypeEqual(current, value);
+    if (attr.isPtr())
+      WALK_TRACE(4, "attributeIs") << "Compare Ptrs for " << attr.name()
+                                   << "? attr voidPtr: " << static_cast<void const*>(entityConstOf(value).ptr())
+                                   << ", dest voidPtr: " << static_cast<void const*>(entityConstOf(current).ptr())
+                                   << " => " << equal;
+    if (equal) return false;
+  }
+  return edit(
+      f, s, AttributeEditType::set_, [&] { return value; },
+      [&](Box const&) { dest->attributeIs(attr.id(), index, value); });
+}
+
+bool Walk::del(Frame& f, Step const& s, Box const& index) {
+  WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
+  Kel::AttributeId const id = destAttr(f, s).id();
+  Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
+  return edit(
+      f, s, AttributeEditType::del_, [&] { return Box(dest->attribute(id, index)); },
+      [&](Box const&) { dest->attributeDel(id, index); });
+}
+
+bool Walk::add(Frame& f, Step const& s, Box const& value) {
+  WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
+  Kel::AttributeId const id = destAttr(f, s).id();
+  return edit(
+      f, s, AttributeEditType::set_, [&] { return value; },
+      [&](Box const&) { genericIf(&f.dest)->attributeSQEnq(id, value); });
+}
+
+bool Walk::remove(Frame& f, Step const& s) {
+  WALK_TRACE(2, "attributeRemove") << "attributeRemove: removing " << s.attr.name();
+  Kel::AttributeId const id = destAttr(f, s).id();
+  Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
+  auto const head = dest->attributeIterator(id);
+  return edit(
+      f, s, AttributeEditType::del_, [&] { return head ? Box(head.obj()) : nullptr; },
+      [&](Box const&) { dest->attributeSQDeq(id); });
 }
 
 }  // namespace Cli::Session

@@ -11,10 +11,7 @@ namespace Cli::Session {
 bool EntityCopyFilter::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                     Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
   requireNonNull(ec, src);
-  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyFilter::handleEntity(const "
-                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8): "
-               << path;
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyFilter" << handleEntitySignature << path;
   Kel::Ptr<EntityCopyGlobalSessionHandler> const marking = Kel::ptrCast<EntityCopyGlobalSessionHandler>(ec->handler());
   bool result = false;
   if (preAttribute()) {
@@ -23,7 +20,7 @@ bool EntityCopyFilter::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel
       if (ec->stop()) return result;
       if (!marking) continue;
       if (!marking->copied()) marking->newCopied("entity");
-      markCopied(*marking, (ec->src() ? pathBelow(*ec->src(), *src) : path) + "." + it.value());
+      markCopied(*marking, (ec->src() ? pathBelow(ec->src().ptr(), *src) : path) + "." + it.value());
     }
   }
   result |= ec->doCopyEntityAttrs(dest, src, path, filteredAttribute());

@@ -9,6 +9,9 @@
 
 namespace Cli::Session {
 
+// The walk's path of a child: that of its owner, the attribute's name, and the name of a collection's member.
+Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* srcChild);
+
 // What a frame needs for an edit, or while foreign code runs.
 struct FrameExtras {
   std::optional<Kel::String8> path;
@@ -37,8 +40,6 @@ class Frame {
 
   // The walk's path: the root's path, and from there the names of attributes and of the source's members.
   Kel::String8 const& path();
-  // The walk's path of a child of this frame.
-  Kel::String8 childPath(Kel::KelAttr const& attr, Kel::Entity const& srcChild);
   // The path under which edits are counted: the destination entity's, relative to the copy's destination. Empty for the
   // copy's destination itself and for an entity that is not below it. It is kept for one generation.
   Kel::String8 const& logPath(EntityCopy const& ec, Kel::U64 generation) {

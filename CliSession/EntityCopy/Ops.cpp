@@ -1,6 +1,5 @@
 // The operations that are called by name: each begins a walk with its arguments.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/Edits.h"
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
@@ -25,59 +24,18 @@ using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
 using AttrPtr = Kel::Ptr<Kel::KelAttr const>;
 using GifConst = Kel::GenericIf::PtrConst;
 
-// A walk that begins with one attribute of two entities. It keeps its arguments alive. Raises "null ValidPtr" if one of
-// them is null.
-class Rooted {
- public:
-  Rooted(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
-         AttrPtr const& attr)
-      : dest_(dest), src_(src), walk(ec, *dest_), frame(*dest_, *src_, path), step(stepFor(frame.plan, attr)) {}
-
- private:
-  // For an attribute of another type, the source's attribute of that name.
-  static Step const& stepFor(Plan const& plan, Kel::ValidPtr<Kel::KelAttr const> const& attr) {
-    Step const* step = plan.find(*attr);
-    return step ? *step : *plan.find(*plan.src.getAttr(attr->name()));
-  }
-  Kel::ValidPtr<Kel::Entity> const dest_;
-  Kel::ValidPtr<Kel::Entity const> const src_;
-
- public:
-  Walk walk;
-  Frame frame;
-  Step const& step;
-};
-
-// One step of a walk, as an operation.
-template <bool (Walk::*run)(Frame&, Step const&)>
-bool walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
-             AttrPtr const& attr) {
-  Rooted at(ec, dest, src, path, attr);
-  return (at.walk.*run)(at.frame, at.step);
+// One step of a walk, as an operation: the walk begins with one attribute of two entities; for an attribute of another
+// type, with the source's attribute of that name. Raises "null ValidPtr" if an entity or the attribute is null; keeps
+// the entities alive.
+template <auto step, class... Args>
+auto walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
+             AttrPtr const& attr, Args&&... args) {
+  requireNonNull(dest, src, attr);
+  Walk walk(ec, *dest);
+  Frame frame(*dest, *src, path);
+  frame.hold();
+  return (walk.*step)(frame, *frame.plan.find(destAttribute(*src, *attr)), args...);
 }
-
-// A hook: an edit of `dest`, without a source. Traces that it begins.
-class Hook : public Rooted {
- public:
-  Hook(EntityCopy& ec, EntityPtr const& dest, AttrPtr const& attr, char const* operation, char const* doing)
-      : Rooted(ec, dest, dest, {}, &begun(dest, attr, operation, doing)), gif(genericIf(dest)) {}
-
-  Kel::GenericIf::Ptr const gif;  // of `dest`
-
-  Kel::AttributeId id() const { return step.attr.id(); }
-  template <class Value, class Apply>
-  bool edit(AttributeEditType type, Value const& value, Apply const& apply) {
-    return walk.edit(frame, step, type, value, [&](GifConst const&) { apply(); });
-  }
-
- private:
-  static Kel::KelAttr const& begun(EntityPtr const& dest, AttrPtr const& attr, char const* operation,
-                                   char const* doing) {
-    requireNonNull(dest, attr);
-    KEL_TRACE_AS(2, operation) << operation << ": " << doing << " " << attr->name();
-    return destAttribute(*dest, *attr);
-  }
-};
 
 }  // namespace
 
@@ -98,18 +56,17 @@ bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, GifConst con
   requireNonNull(attr);
   EntityPtr const destEntity = entityOf(dest);
   EntityPtrConst const srcEntity = entityConstOf(src);
-  Kel::String8 childPath = path + "." + attr->name();
-  if (srcEntity && attr->isCollection() && !srcEntity->name().empty()) childPath = childPath + "/" + srcEntity->name();
-  KEL_TRACE_AS(1, "chPath") << "Path changed from " << path << " to " << childPath;
+  Kel::String8 const below = childPath(path, *attr, srcEntity.ptr());
+  KEL_TRACE_AS(1, "chPath") << "Path changed from " << path << " to " << below;
   Depth const depth(Impl::of(*this).depth);
-  return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, childPath);
+  return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, below);
 }
 
 bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst const& srcEntity, Kel::String path,
                                    Kel::Ptr<AttributeFilter const> const& filter) {
   KEL_ASSERT(destEntity);
   KEL_ASSERT(srcEntity);
-  if (path.empty() && src()) path = pathBelow(*src(), *srcEntity);
+  if (path.empty()) path = pathBelow(src().ptr(), *srcEntity);
   Kel::KelType const* srcT = srcEntity->type();
   Kel::KelType const* destT = destEntity->type();
   KEL_ASSERT(srcT);
@@ -168,9 +125,8 @@ bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& s
 bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                         GifConst const& srcIndex, GifConst const& index, GifConst const& srcMember,
                                         AttrPtr const& attr) {
-  Rooted at(*this, dest, src, path, attr);
   Walk::Member m{nullptr, nullptr, srcIndex, index, srcMember};
-  return at.walk.member(at.frame, at.step, m);
+  return walkOne<&Walk::member>(*this, dest, src, path, attr, m);
 }
 
 bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
@@ -179,59 +135,45 @@ bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, K
 
 bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,
                            GifConst const& index) {
-  Rooted at(*this, dest, src, path, attr);
-  if (!index) return at.walk.pointer(at.frame, at.step, nullptr);
-  Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(at.step.attr.id(), index)};
-  return at.walk.pointer(at.frame, at.step, &m);
+  if (!index) return walkOne<&Walk::pointer>(*this, dest, src, path, attr, nullptr);
+  requireNonNull(src, attr);
+  Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(destAttribute(*src, *attr).id(), index)};
+  return walkOne<&Walk::pointer>(*this, dest, src, path, attr, &m);
 }
 
 EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const& srcTarget, GifConst const& srcIndex,
                                  GifConst const& srcMember, EntityPtr const& dest, GifConst const& indexValue,
                                  Kel::String path, AttrPtr const& attr) {
-  requireNonNull(srcTarget);
-  Rooted at(*this, dest, src ? src : EntityPtrConst(dest), path, attr);
+  requireNonNull(srcTarget, attr);
   // The pointer is either the key or the member.
   bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
   Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
-  return EntityPtr(at.walk.resolve(at.frame, at.step, src, *srcTarget, &m, isKey));
+  EntityPtrConst const from = src ? src : EntityPtrConst(dest);
+  return EntityPtr(walkOne<&Walk::resolve>(*this, dest, from, path, attr, src, *srcTarget, &m, isKey));
 }
 
 // --- The hooks ---
 
 Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
                                                     GifConst const& value, GifConst const& result) {
-  Hook at(*this, dest, attr, "attributeIs", "setting");
-  if (alreadySet(*at.gif, at.step.attr, index, value, result)) return attributeIsReturnFactory(false, value);
-  bool const changed = at.edit(
-      AttributeEditType::set_, [&] { return value; }, [&] { at.gif->attributeIs(at.id(), index, value); });
-  return attributeIsReturnFactory(changed, value);
+  return attributeIsReturnFactory(walkOne<&Walk::set>(*this, dest, dest, {}, attr, index, value, result), value);
 }
 
 bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index) {
-  Hook at(*this, dest, attr, "attributeDel", "deleting");
-  return at.edit(
-      AttributeEditType::del_, [&] { return GifConst(at.gif->attribute(at.id(), index)); },
-      [&] { at.gif->attributeDel(at.id(), index); });
+  return walkOne<&Walk::del>(*this, dest, dest, {}, attr, index);
 }
 
 bool EntityCopy::attributeAdd(EntityPtr const& dest, AttrPtr const& attr, GifConst const& value) {
-  Hook at(*this, dest, attr, "attributeAdd", "adding");
-  return at.edit(
-      AttributeEditType::set_, [&] { return value; }, [&] { at.gif->attributeSQEnq(at.id(), value); });
+  return walkOne<&Walk::add>(*this, dest, dest, {}, attr, value);
 }
 
 bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
-  Hook at(*this, dest, attr, "attributeRemove", "removing");
-  auto const head = at.gif->attributeIterator(at.id());
-  return at.edit(
-      AttributeEditType::del_, [&] { return head ? GifConst(head.obj()) : nullptr; },
-      [&] { at.gif->attributeSQDeq(at.id()); });
+  return walkOne<&Walk::remove>(*this, dest, dest, {}, attr);
 }
 
 void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
                                              AttributeEditType editType, Kel::String path, GifConst const& value) {
-  Kel::String8 const relative = dest() ? pathBelow(EntityPtrConst(dest()), path) : Kel::String8();
-  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, relative, value);
+  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, value);
 }
 
 }  // namespace Cli::Session

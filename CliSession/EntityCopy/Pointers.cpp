@@ -32,37 +32,32 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
     WALK_TRACE(3, operation) << "Target is not set";
     supersede(f, s, m);
   }
-  return set(f, s, m, target);
+  return assign(f, s, m, target);
 }
 
-bool Walk::set(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
-  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::KelAttr const& destOwn = destAttr(f, s);
+bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   bool const isPtr = s.attr.isPtr();
   auto const index = [&] { return m ? m->index() : nullptr; };
-  auto const box = [&] { return isPtr || !m ? Box(genericIf(target)) : m->srcMember(); };
-  bool const keyFits = !m || !m->key || m->key->type()->isA(s.attr.keyType());
-  // The boxed write refuses a key or a target of another type.
-  bool const typed = s.typed && (!m || m->at) && keyFits && (!target || target->type()->isA(s.attr.type()));
+  auto const value = [&] { return isPtr ? Box(genericIf(target)) : m->srcMember(); };
+  // The hook refuses a key or a target of another type.
+  bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
+                    (!target || target->type()->isA(s.attr.type()));
+  if (traced_ || !s.typed || !fits) return set(f, s, index(), value());
   using Found = Kel::AttrAccess::Found;
   Kel::Entity* current = nullptr;
   auto const find = [&] { return m ? s.access.findMember(f.dest, *m->at, m->key, &current) : Found::equal; };
-  if (!typed || traced_) {
-    if (keyFits && alreadySet(*genericIf(&f.dest), destOwn, index(), box(), nullptr)) return false;
-  } else {
-    if (!m) current = s.access.target(f.dest);
-    Found const found = find();
-    if (isPtr ? found != Found::absent && current == target : found == Found::equal) return false;
-  }
-  bool const changed = edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
-    if (!typed || boxed)
-      genericIf(&f.dest)->attributeIs(destOwn.id(), index(), box());
+  if (!m) current = s.access.target(f.dest);
+  Found const found = find();
+  if (isPtr ? found != Found::absent && current == target : found == Found::equal) return false;
+  bool const changed = edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
+    if (box)
+      genericIf(&f.dest)->attributeIs(s.destAttr->id(), index(), box);
     else if (m)
       s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
     else
       s.access.setTarget(s.attr, f.dest, target);
   });
-  if (changed && typed && !s.reflexive && !compare_ && find() != Found::equal) impl_.unsettled = true;
+  if (changed && !s.reflexive && !compare_ && find() != Found::equal) impl_.unsettled = true;
   return changed;
 }
 

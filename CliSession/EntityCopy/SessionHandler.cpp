@@ -6,7 +6,6 @@
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/Trace.h"
-#include "Zuk/PathSplit.h"
 
 KEL_TRACE_MODULE("CliSession")
 
@@ -27,12 +26,8 @@ namespace {
 // Whether a path, or one above it, is marked. "*" is a wildcard to the trie and is never stored in a mark. A path that
 // contains one is marked if the part before it is.
 bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
-  std::string_view text = path;
-  if (std::size_t const star = text.find('*'); star != std::string_view::npos) {
-    std::size_t const component = text.substr(0, star).find_last_of("/.");
-    text = text.substr(0, component == std::string_view::npos ? 0 : component);
-  }
-  return !text.empty() && copied.hasPrefix(text);
+  std::string_view const text = path.view().substr(0, path.view().find('*'));
+  return copied.hasPrefix(text.size() == path.chars() ? text : text.substr(0, text.find_last_of("/.") + 1));
 }
 
 }  // namespace
@@ -40,10 +35,7 @@ bool wasCopied(Zuk::PrefixTrie const& copied, Kel::String8 const& path) {
 bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
                                                   Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
   requireNonNull(ec);
-  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler::handleEntity(const "
-                  "Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-                  "Kel::Entity>&, Kel::String8): "
-               << path;
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler" << handleEntitySignature << path;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
   // Looked up again after a custom handler has run, because it may register roots.
@@ -85,16 +77,14 @@ namespace {
 
 // Makes the session root of a pointer's target in the destination, if it is missing. Answers whether it is there now,
 // or need not be.
-bool ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root, char separator) {
-  Kel::String8 const destRoot = ec.dest()->fullName() + std::string_view(&separator, 1) + root;
-  if (entityInTree(*ec.dest(), destRoot) || ec.stopAtFirstDiff()) return true;
+bool ensureRoot(Status& status, EntityCopy& ec, Kel::String8 const& root) {
+  if (ec.dest()->entity(root) || ec.stopAtFirstDiff()) return true;
   // Only an entry of a directory is made here. The walk makes a root that lies inside an entity.
-  Kel::Ptr<Kel::Entity const> const srcRoot =
-      entityInTree(*ec.src(), ec.src()->fullName() + std::string_view(&separator, 1) + root);
+  Kel::Ptr<Kel::Entity const> const srcRoot = ec.src()->entity(root);
   if (!srcRoot || !dynamic_cast<Kel::Dir const*>(srcRoot->parent())) return true;
   Kel::Ptr<Kel::Dir> const source(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(ec.src().ptr())));
   status.doCreateSessionRoot(source, Kel::ptrCast<Kel::Dir>(ec.dest()), root);
-  return entityInTree(*ec.dest(), destRoot) != nullptr;
+  return ec.dest()->entity(root) != nullptr;
 }
 
 }  // namespace
@@ -109,23 +99,21 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
   Kel::String8 const srcFullName = src->fullName();
-  char separator = '/';
-  Kel::String8 const relative = ec->src() ? pathBelow(*ec->src(), *src, &separator) : Kel::String8();
+  Kel::String8 const relative = pathBelow(ec->src().ptr(), *src);
   Kel::String8 destTargetFullName = srcFullName;
   bool const internal = !relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative);
   if (internal) {
     KEL_TRACE(3) << "Target is internal";
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
-    destTargetFullName = Kel::validPtr(ec->dest())->fullName() + std::string_view(&separator, 1) + relative;
-    bool const rootIsThere = ensureRoot(*sessionStatus(), *ec, targetRootFullName, separator);
+    destTargetFullName = Kel::validPtr(ec->dest())->fullName() + src->pathFrom(ec->src().ptr());
+    bool const rootIsThere = ensureRoot(*sessionStatus(), *ec, targetRootFullName);
     KEL_ASSERT_TEXT(rootIsThere, "ec->dest()->entity( destTargetFullName )");
   } else {
     KEL_TRACE(3) << "Target is external or already pointing to dest";
     if (externalDest()) {
       KEL_TRACE(3) << "Destination for external pointers is set to " << externalDest()->fullName();
-      if (!relative.empty())
-        destTargetFullName = externalDest()->fullName() + std::string_view(&separator, 1) + relative;
+      if (!relative.empty()) destTargetFullName = externalDest()->fullName() + src->pathFrom(ec->src().ptr());
     }
   }
   if (destTargetFullName == srcFullName)
@@ -146,32 +134,20 @@ bool isPlain(EntityCopyGlobalSessionHandler const& handler) {
          handler.sessionStatus()->rootTrie();
 }
 
-// Whether a trie records a prefix that continues `path` or, unless `below` is set, `path` itself. A path with a "*",
-// the trie's wildcard, counts as recorded.
-bool recordsFrom(Zuk::PathTrie const& trie, std::string_view path, bool below) {
-  if (path.find('*') != std::string_view::npos) return true;
-  Zuk::PathTrie const* node = &trie;
-  for (Kel::Ptr<Zuk::PathTrie const> next; !path.empty(); node = next.ptr()) {
-    Zuk::PathSplit const split = Zuk::splitPath(path);
-    next = node->child(Kel::Name(split.first));
-    if (!next) return false;
-    path = split.rest;
-  }
-  return !node->empty() || (!below && node->present());
+// Whether a trie records the path or one that continues it. A path with a "*", the trie's wildcard, counts as recorded.
+bool recordsFrom(Zuk::PathTrie const& trie, Kel::String8 const& path) {
+  return path.pos('*') != Kel::String8::npos || trie.leadsTo(path);
 }
 
 }  // namespace
 
-bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) const {
-  if (!isPlain(*this) || recordsFrom(*sessionStatus()->rootTrie(), path, below)) return false;
-  if (copied() && !copied()->empty() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path, below)))
-    return false;
+bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path) const {
+  if (!isPlain(*this) || recordsFrom(*sessionStatus()->rootTrie(), path)) return false;
+  if (copied() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path))) return false;
   if (!handlerTable()) return true;
   if (handlerTable()->pathSpecificHandler("")) return false;  // it handles the copy roots
-  for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
-    std::string_view const key = it.key();
-    if (key.substr(0, path.chars()) == path.view() && (!below || key.size() > path.chars())) return false;
-  }
+  for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it)
+    if (it.key().view().substr(0, path.chars()) == path.view()) return false;
   return true;
 }
 
@@ -184,12 +160,11 @@ bool EntityCopyGlobalSessionHandler::keepsTargets() const { return isPlain(*this
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
   Kel::Ptr<Kel::Entity const> highest;
-  if (!isPlain(*this) || !ec->src() || !isBelow(*target, *ec->src())) return nullptr;
-  // A path has every recorded prefix that a path above it has.
-  for (Kel::Entity const* e = target.ptr(); e != ec->src().ptr(); e = e->parent()) {
-    if (!sessionStatus()->rootTrie()->hasPrefix(pathBelow(*ec->src(), *e))) break;
+  if (!isPlain(*this)) return nullptr;
+  // A path has every recorded prefix that a path above it has. The empty path has none.
+  Kel::Entity const* e = target.ptr();
+  for (; sessionStatus()->rootTrie()->hasPrefix(pathBelow(ec->src().ptr(), *e)); e = e->parent())
     highest = Kel::Ptr<Kel::Entity const>(e);
-  }
   return highest;
 }
 

@@ -143,7 +143,7 @@ bool Walk::attribute(Frame& f, Step const& s) {
 
 bool Walk::askWalkedThrough(Frame& f, Step const& s) {
   bool const allOfIt = f.up() && walkedThrough(*f.up(), f.through());
-  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
+  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name());
   f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
   return f.walkedThrough;
@@ -156,7 +156,7 @@ bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
 
 bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
   if (!guide_ || asksForType(*src.type())) return true;
-  return !walkedThrough(f, s) && !guide_->walksThrough(f.childPath(s.attr, src), false);
+  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src));
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
@@ -192,25 +192,19 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
 
 bool Walk::value(Frame& f, Step const& s) {
   WALK_TRACE(2, "doCopyValue") << "doCopyValue: " << s.attr.name();
-  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::AttributeId const destId = destAttr(f, s).id();
-  Box boxed;
+  auto const boxed = [&] { return Box(genericIf(&f.src)->attribute(s.attr.id())); };
   bool changed = false;
-  bool equal = false;
   if (traced_ || !s.typed) {
-    boxed = genericIf(&f.src)->attribute(s.attr.id());
-    equal = valueTypeEqual(genericIf(&f.dest)->attribute(destId), boxed);
+    changed = set(f, s, nullptr, boxed());
+  } else {
+    changed = edit(f, s, AttributeEditType::set_, boxed, [&](Box const& box) {
+      if (box)
+        genericIf(&f.dest)->attributeIs(s.destAttr->id(), nullptr, box);
+      else
+        s.access.copyValue(s.attr, f.dest, f.src);
+    });
+    if (changed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   }
-  if (!equal)
-    changed = edit(
-        f, s, AttributeEditType::set_, [&] { return boxed ? boxed : genericIf(&f.src)->attribute(s.attr.id()); },
-        [&](Box const& box) {
-          if (s.typed && !box)
-            s.access.copyValue(s.attr, f.dest, f.src);
-          else
-            genericIf(&f.dest)->attributeIs(destId, nullptr, box ? box : boxed);
-        });
-  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -227,12 +221,6 @@ bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity cons
 }
 
 Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {
-  bool const queued = s.attr.isQueue();
-  if (queued)
-    WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
-  else
-    WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
-  Kel::AttributeId const destId = destAttr(f, s).id();
   auto const argumentList = [&] {
     if (!params) {
       params = ParamList(new Kel::GenericIf::List);
@@ -242,15 +230,17 @@ Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const
   };
   Kel::U64 const generation = impl_.generation;
   Created made;
-  made.differs = edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
-    // If the place has been taken meanwhile, the boxed write replaces what is there.
-    if (isFree && s.typed && !box && generation == impl_.generation && src.type() == s.attr.type())
-      made.entity = s.access.createLike(s.attr, f.dest, src);
-    else if (queued)
-      genericIf(&f.dest)->attributeSQEnq(destId, box ? box : argumentList());
-    else
-      genericIf(&f.dest)->attributeIs(destId, m ? m->index() : nullptr, box ? box : argumentList());
-  });
+  auto const index = [&] { return m ? m->index() : nullptr; };
+  if (traced_ || !s.typed || !isFree || src.type() != s.attr.type())
+    made.differs = s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, index(), argumentList());
+  else
+    made.differs = edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
+      // If the place has been taken meanwhile, the boxed write replaces what is there.
+      if (!box && generation == impl_.generation)
+        made.entity = s.access.createLike(s.attr, f.dest, src);
+      else
+        genericIf(&f.dest)->attributeIs(s.destAttr->id(), index(), box ? box : argumentList());
+    });
   made.isNew = generation == impl_.generation;
   if (compare_) return made;
   // A reactor may have deleted it.
@@ -279,16 +269,10 @@ bool Walk::singleton(Frame& f, Step const& s) {
   Kel::AttrAccess const& destAccess = destAttr(f, s).access();
   Kel::Entity* const srcChild = s.access.target(f.src);
   Kel::Entity* destChild = destAccess.target(f.dest);
-  auto const deleteChild = [&] {
-    WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
-    return edit(
-        f, s, AttributeEditType::del_, [&] { return Box(genericIf(destChild)); },
-        [&](Box const&) { genericIf(&f.dest)->attributeDel(s.destAttr->id()); });
-  };
   if (!srcChild) {
     if (!destChild) return false;
     WALK_TRACE(3, operation) << "Deleting dest child";
-    return deleteChild();
+    return del(f, s, nullptr);
   }
   WALK_TRACE(3, operation) << "Child is set";
   ParamList params;
@@ -296,7 +280,7 @@ bool Walk::singleton(Frame& f, Step const& s) {
   Kel::Ptr<Kel::Entity const> const alive(srcChild);  // a reactor may delete it
   bool differs = false;
   if (destChild) {
-    differs |= deleteChild();
+    differs |= del(f, s, nullptr);
     if (stopped()) return differs;
   }
   WALK_TRACE(3, operation) << "Re-creating entity";

@@ -66,8 +66,6 @@ class Walk final : private Kel::SameTarget {
   bool queue(Frame& frame, Step const& step);               // doCopyQueue
   bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
   bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
-  // attributeIs: sets a pointer to `target`, or the member `m` to the source's value.
-  bool set(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // resolvePtr: the destination's target; null if the pointer has to wait, which is recorded.
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
@@ -95,6 +93,13 @@ class Walk final : private Kel::SameTarget {
     }
     return true;
   }
+
+  // The hooks: an edit of the destination's attribute, with its value boxed. `current` is the present value, or null if
+  // the caller does not know it.
+  bool set(Frame& frame, Step const& step, Box const& index, Box const& value, Box current = nullptr);  // attributeIs
+  bool del(Frame& frame, Step const& step, Box const& index);                                           // attributeDel
+  bool add(Frame& frame, Step const& step, Box const& value);                                           // attributeAdd
+  bool remove(Frame& frame, Step const& step);  // attributeRemove
 
   // Guards a call of foreign code: keeps the frames' entities alive, and afterwards reads again what the walk relies
   // on.
@@ -159,6 +164,8 @@ class Walk final : private Kel::SameTarget {
   bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
   bool askWalkedThrough(Frame& frame, Step const& step);
 
+  // Sets a pointer to `target`, or the member `m` to the source's value.
+  bool assign(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // An edit that makes an entity.
   struct Created {
     bool differs = false;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstring>
+#include <initializer_list>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -50,6 +51,9 @@ class KEL_API String8 {
     std::swap(rep_, o.rep_);
     return *this;
   }
+
+  // The parts, one after the other, in one allocation. Raises RangeException if that is too long.
+  static String8 concat(std::initializer_list<std::string_view> parts);
 
   // Becomes `size` characters of `text`, beginning with position `from`. REQUIRES: `text` has as many.
   void init(char const* text, unsigned int from, unsigned int size);
@@ -127,6 +131,8 @@ class KEL_API String8 {
       if (!sameWord(x + at, y + at)) return false;
     return true;
   }
+  // Room for a text that is not empty.
+  static Rep* allocate(std::size_t size);
   // The two texts, one after the other; null if both are empty.
   static Rep* make(std::string_view a, std::string_view b);
   static void destroy(Rep* rep) noexcept;
