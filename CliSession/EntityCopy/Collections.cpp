@@ -10,14 +10,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
-                                              Kel::GenericIf::PtrConst const& key) {
-  if (key || !attr.keyIsPtr()) return owner.attributeIteratorKeyConst(attr.id(), key);
-  auto it = owner.attributeIteratorConst(attr.id());
-  while (it && it.key()) ++it;
-  return it;
-}
-
 // --- Collections ---
 
 bool Walk::collection(Frame& f, Step const& s) {
@@ -28,8 +20,7 @@ bool Walk::collection(Frame& f, Step const& s) {
                            << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
   if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
-  std::map<Kel::U64, Kel::Ptr<AttributeCopy>> waiting;
-  if (mayWait(f)) waiting = pendingOf(ec_, f.dest, s.attr);
+  std::vector<Kel::Ptr<AttributeCopy>> const waiting = waitingMembers(f, s);
 
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
@@ -37,17 +28,11 @@ bool Walk::collection(Frame& f, Step const& s) {
   bool differs = !sameHashes && deleteExtra(f, s);
   if (!stopped()) differs |= copyMembers(f, s, 0, !sameHashes);
   if (!stopped())
-    for (auto const& [number, record] : waiting) forgetPending(ec_, record);
+    for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
   return differs;
 }
 
 // --- The deletion pass ---
-
-// The source's pointer keys, by the entities that the handler translates them to. Filled on first use.
-struct Walk::KeyMap {
-  std::unordered_map<Kel::Entity const*, Kel::Entity*> sourceKeys;
-  bool made = false;
-};
 
 // Deletes the members that may not stay.
 bool Walk::deleteExtra(Frame& f, Step const& s) {
@@ -79,7 +64,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
 // another target stays, and is set later.
 bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& keys) {
   Kel::Entity* const destKey = at.keyTarget();
-  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, at, *destKey, keys) : nullptr;
+  Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
   bool const keyLeads = srcKey || !destKey;
   if (s.typed && !traced_) {
     if (!keyLeads) return false;
@@ -96,60 +81,10 @@ bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& k
   std::optional<Kel::GenericIf::AttributeIterator> found;
   Kel::GenericIf::PtrConst const srcGif = genericIf(&f.src);
   Box const key = !s.attr.keyIsPtr() ? Box(at.key()) : srcKey ? Box(genericIf(srcKey)) : nullptr;
-  if (keyLeads) found = memberAtKey(*srcGif, s.attr, key);
+  if (keyLeads) found = srcGif->attributeIteratorKeyConst(s.attr.id(), key);
   bool const isThere = found && *found;
   if (s.attr.isPtr()) return isThere && !at.obj(true) == !found->obj();
   return attrEqual(s.attr, at.obj(true), isThere ? Box(found->obj()) : nullptr) && isThere;
-}
-
-namespace {
-
-// The entity of the source at the position, or else at the path, of a key that lies below the copy's destination. Null
-// if there is none, if the key lies elsewhere, or if the run will make the key anew.
-Kel::Entity* sourceCounterpart(EntityCopy const& ec, Kel::Entity& destKey) {
-  if (pathBelow(ec.dest().ptr(), destKey).empty()) return nullptr;
-  auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
-  // Keys may contain separators, so two entities may have this path. The position decides.
-  Kel::Entity* found = counterpartByPosition(destKey, *ec.dest(), srcTop);
-  if (!found) found = entityInTree(srcTop, srcTop.fullName() + destKey.pathFrom(ec.dest().ptr())).ptr();
-  return found && keepsIdentity(ec, destKey, *found) ? found : nullptr;
-}
-
-bool isKey(Kel::Entity const& owner, Kel::KelAttr const& attr, Kel::Entity const& key) {
-  auto const gif = genericIf(&owner);
-  if (!key.type()->isA(attr.keyType())) return false;
-  return static_cast<bool>(memberAtKey(*gif, attr, genericIf(&key)));
-}
-
-}  // namespace
-
-// The source's key that the handler translates to `destKey`, or null. Usually it is the counterpart of `destKey` by
-// position. If that is not a key, or is translated to another entity, all keys of the source are translated.
-Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::AttrIterator const& at, Kel::Entity& destKey, KeyMap& keys) {
-  if (keeps_ && s.typed) {
-    Kel::Entity* const known = impl_.counterparts.sourceOf(ec_, destKey);
-    Kel::Entity* target = nullptr;
-    if (known && known->type()->isA(s.attr.keyType()) &&
-        s.access.findMember(f.src, at, known, &target) != Kel::AttrAccess::Found::absent)
-      return known;
-  }
-  bool const inside = ec_.src() && ec_.dest() && isBelow(destKey, *ec_.dest());
-  Kel::Entity* const standing = inside ? sourceCounterpart(ec_, destKey) : nullptr;
-  if (standing && isKey(f.src, s.attr, *standing)) {
-    EntityCopyHandler const& handler = *Kel::validPtr(ec_.handler());
-    if (!handler.keepsTargets() ||
-        handler.counterpartRoot(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(standing)))
-      return standing;
-  }
-  if (!keys.made) {
-    keys.made = true;
-    Kel::IteratorRoom room;
-    for (Kel::AttrIterator& src = s.access.iterate(s.attr, f.src, room); src.nonNull(); src.inc())
-      if (Kel::Entity* const key = src.keyTarget())
-        if (Kel::Entity* const counterpart = translated(f, *key)) keys.sourceKeys.emplace(counterpart, key);
-  }
-  auto const found = keys.sourceKeys.find(&destKey);
-  return found == keys.sourceKeys.end() ? nullptr : found->second;
 }
 
 // --- The copy pass ---
@@ -263,14 +198,13 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   WALK_TRACE(2, operation) << "doCopyCollectionMember: " << m.srcMember();
   if (s.attr.isValue()) {
     WALK_TRACE(3, operation) << "Member is a value";
-    bool const changed = setMember(f, s, m);
+    bool const changed = setFrom(f, s, &m, nullptr);
     if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
     return changed;
   }
   WALK_TRACE(3, operation) << "Member is not a value";
   if (!s.attr.isPtr()) {
-    Kel::Ptr<Kel::Entity const> const src =
-        m.at ? Kel::Ptr<Kel::Entity const>(m.at->target()) : entityConstOf(m.srcMember());
+    Kel::Ptr<Kel::Entity const> const src = m.entity();
     requireNonNull(src);
     return ownedMember(f, s, &m, held(f, s, &m, *src), *src);
   }
@@ -307,25 +241,6 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Ke
   }
   WALK_TRACE(3, operation) << "Traversing child";
   return child(f, s, *made.entity, src, made.isNew) || made.differs;
-}
-
-bool Walk::setMember(Frame& f, Step const& s, Member& m) {
-  bool const keyFits = !m.key || m.key->type()->isA(s.attr.keyType());
-  if (traced_ || !s.typed || !m.at || !keyFits) return set(f, s, m.index(), m.srcMember());
-  auto const differs = [&] {
-    Kel::Entity* none = nullptr;
-    return s.access.findMember(f.dest, *m.at, m.key, &none) != Kel::AttrAccess::Found::equal;
-  };
-  if (!differs()) return false;
-  return edit(
-      f, s, AttributeEditType::set_, [&] { return m.srcMember(); },
-      [&](Box const& box) {
-        if (box)
-          genericIf(&f.dest)->attributeIs(s.destAttr->id(), m.index(), box);
-        else
-          s.access.copyMember(s.attr, f.dest, *m.at, m.key, nullptr);
-        if (!s.reflexive && differs()) impl_.unsettled = true;
-      });
 }
 
 }  // namespace Cli::Session

@@ -1,31 +1,25 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Counterparts.h"
 
-#include <array>
-
 #include "CliSession/EntityCopy/HeldLike.h"
-#include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
+#include "Kel/AttrStorage.h"
 
 namespace Cli::Session {
 
 namespace {
 
-// The most owners that are remembered. Forgetting them takes time in proportion, and happens whenever an entity leaves
-// its tree.
-constexpr std::size_t maxOwners = 1000;
-
 // The run makes an entity anew that differs here. A NaN differs from itself, unlike in the service's madeAlike.
-bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) {
-  if (a.type() != b.type()) return false;
-  if (auto const paramsEqual = a.type()->paramsEqual()) return paramsEqual(a, b);
-  auto const aGif = Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity const>(&a)),
-             bGif = Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity const>(&b));
-  for (Kel::KelArg const& arg : a.type()->ctorArgs()) {
-    Kel::AttributeId const id = aGif->attributeId(arg.name);
-    if (!valueTypeEqual(aGif->attribute(id), bGif->attribute(id))) return false;
-  }
-  return true;
+bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) { return a.type() == b.type() && Kel::sameParams(a, b); }
+
+// The full name that a missing entity will have. Empty if a key on the way contains separators, or if its owners are of
+// different types: then there may be an entity of that name.
+Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& src, Nearest const& nearest) {
+  Kel::Entity const& owner = *nearest.missing->parent();
+  if (nearest.entity->type() != owner.type()) return {};
+  for (Kel::Entity const* e = &src; e && e != ec.src().ptr(); e = e->parent())
+    if (e->name().view().find_first_of("/.") != std::string_view::npos) return {};
+  return nearest.entity->fullName() + src.pathFrom(&owner);
 }
 
 }  // namespace
@@ -39,14 +33,15 @@ Nearest nearestCounterpart(Kel::Entity const& src, Kel::Entity const& srcTop, Ke
   return held ? Nearest{held, nullptr} : Nearest{owner.entity, &src};
 }
 
-Kel::Entity* counterpartByPosition(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
-  Nearest const found = nearestCounterpart(src, srcTop, destTop);
+Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src) {
+  if (!ec.src() || !ec.dest()) return nullptr;
+  Nearest const found = nearestCounterpart(src, *ec.src(), *ec.dest());
   return found.missing ? nullptr : found.entity;
 }
 
-bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src) {
+bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src, Kel::Entity const* known) {
   Kel::Entity const *d = &dest, *s = &src;
-  for (; d && s && d != ec.dest().ptr() && s != ec.src().ptr(); d = d->parent(), s = s->parent())
+  for (; d && s && s != known && d != ec.dest().ptr() && s != ec.src().ptr(); d = d->parent(), s = s->parent())
     // A copy root is never made anew, and may be of another type.
     if (!madeAlike(*d, *s)) return ec.srcCopyRootHas(Kel::Ptr<Kel::Entity const>(s));
   return true;
@@ -55,96 +50,54 @@ bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity co
 Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
                                    Kel::Entity const* srcTarget) {
   auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->fullName() == fullName; };
-  if (srcTarget && ec.src() && ec.dest()) {
-    Kel::Entity* const exact = counterpartByPosition(*srcTarget, *ec.src(), *ec.dest());
-    if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
-  }
+  Kel::Entity* const exact = srcTarget ? counterpartByPosition(ec, *srcTarget) : nullptr;
+  if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
   if (fits(srcTarget)) return Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(srcTarget));
   return entityInTree(member, fullName);
 }
 
-void Counterparts::forget() {
-  if (!owners_.empty()) owners_.clear();
-  if (!asked_.empty()) asked_.clear();
-  owner_ = nullptr;
-  destOwner_ = nullptr;
+void Counterparts::remember(Kel::Entity const& srcTarget, Kel::Entity& target) {
+  known_.try_emplace(&srcTarget, Known{&target, false});
 }
 
-void Counterparts::forgetIfLeft() {
-  Kel::U64 const departures = Kel::Entity::departures();
-  if (departures_ == departures) return;
-  forget();
-  departures_ = departures;
-}
-
-void Counterparts::remember(Kel::Entity& srcTarget, Kel::Entity& target) {
-  forgetIfLeft();
-  asked_.emplace(&srcTarget, &target);
-}
-
-Kel::Entity* Counterparts::sourceOf(EntityCopy& ec, Kel::Entity& dest) {
-  if (!ec.src() || !ec.dest()) return nullptr;
-  forgetIfLeft();
-  bool const sameOwner = owner_ && dest.parent() == destOwner_ && dest.parentAttrId() == through_;
-  auto& srcTop = const_cast<Kel::Entity&>(*ec.src());
-  Kel::Entity* const src =
-      sameOwner ? heldLike(const_cast<Kel::Entity&>(*owner_), dest) : counterpartByPosition(dest, *ec.dest(), srcTop);
-  return src && same(ec, dest, *src) ? src : nullptr;
-}
-
-Kel::String8 Counterparts::missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer) {
-  if (!answer.destOwner) return {};
-  for (Kel::Entity const* e = &srcTarget; e && e != ec.src().ptr(); e = e->parent())
-    if (e->name().view().find_first_of("/.") != std::string_view::npos) return {};
-  return answer.destOwner->fullName() + srcTarget.pathFrom(answer.owner);
-}
-
-Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity& srcTarget) {
-  forgetIfLeft();
-  if (!asked_.empty())
-    if (auto const known = asked_.find(&srcTarget); known != asked_.end()) return {known->second, true};
-  // Up from the target to a known owner. If none is within reach of the array, the handler has to be asked.
-  std::array<Kel::Entity const*, 32> chain;
-  std::size_t length = 0;
+Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTarget) {
+  if (isBesideLast(srcTarget)) {
+    Kel::Entity* const held = heldLike(*destOwner_, srcTarget);
+    if (held && paramsEqual_(*held, srcTarget)) return {held, true, {}};
+  }
+  if (departures_ != Kel::Entity::departures()) forget();
+  departures_ = Kel::Entity::departures();
+  // The nearest owner of which the counterpart is known.
+  Kel::Entity const* top = &srcTarget;
   Kel::Entity* at = nullptr;
-  for (Kel::Entity const* e = &srcTarget; e && !at; e = e->parent()) {
-    if (e == owner_) {
-      at = destOwner_;
-    } else if (auto const owner = owners_.find(e); owner != owners_.end()) {
-      at = owner->second;
-    } else {
-      if (length == chain.size()) return {nullptr, false};
-      chain[length++] = e;
-    }
+  for (; top; top = top->parent()) {
+    auto const known = known_.find(top);
+    if (known == known_.end() || !(known->second.isOwner || top == &srcTarget)) continue;
+    at = known->second.counterpart;
+    break;
   }
   if (!at) {
     auto const root = ec.handler()->counterpartRoot(EntityCopy::Ptr(&ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
-    if (!root || !ec.src() || !ec.dest()) return {nullptr, true};
-    at = counterpartByPosition(*root, *ec.src(), *ec.dest());
-    if (!at || !keepsIdentity(ec, *at, *root)) return {nullptr, false};
-    owners_.emplace(root.ptr(), at);
-    while (chain[--length] != root.ptr()) {
-    }
+    if (!root) return {nullptr, true, {}};
+    at = counterpartByPosition(ec, *root);
+    if (!at || !keepsIdentity(ec, *at, *root)) return {};
+    known_.try_emplace(root.ptr(), Known{at, true});
+    top = root.ptr();
   }
-  bool const isRoot = length == 0, ownerKnown = length == 1;
-  while (length > 0) {
-    Kel::Entity const& e = *chain[--length];
-    Kel::Entity* const next = heldLike(*at, e);
-    // If the owners are of one type, the target does not exist.
-    if (!next && at->type() == e.parent()->type()) return {nullptr, true, e.parent(), at};
-    if (!next || !madeAlike(*next, e)) return {nullptr, true};
-    at = next;
-  }
-  if (!isRoot) {
-    if (!ownerKnown && owners_.size() < maxOwners) owners_.emplace(srcTarget.parent(), at->parent());
+  Nearest const found = nearestCounterpart(srcTarget, *top, *at);
+  if (found.missing) return {nullptr, true, missingName(ec, srcTarget, found)};
+  if (!keepsIdentity(ec, *found.entity, srcTarget, top)) return {nullptr, true, {}};
+  if (&srcTarget != top) {
     owner_ = srcTarget.parent();
-    destOwner_ = at->parent();
+    destOwner_ = found.entity->parent();
     through_ = srcTarget.parentAttrId();
+    known_.try_emplace(owner_, Known{destOwner_, true});
     Kel::KelType const& type = *srcTarget.type();
-    bool const plain = !type.ctorArgs().empty() && srcTarget.parentAttr()->type() == &type && !type.hasDerived();
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): it was found through that attribute
+    bool const plain = srcTarget.parentAttr()->type() == &type && !type.hasDerived();
     paramsEqual_ = plain ? type.paramsEqual() : nullptr;
   }
-  return {at, true};
+  return {found.entity, true, {}};
 }
 
 }  // namespace Cli::Session

@@ -8,20 +8,21 @@
 namespace Cli::Session {
 
 // The entity below `destTop` at the position that `src` has below `srcTop`: from each owner, the same attribute and key
-// lead to the next. No path is made. Null if there is none, or if two owners on the way have different types.
-Kel::Entity* counterpartByPosition(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop);
-
-// The same for `src`, or for its nearest owner that has a counterpart.
+// lead to the next. No path is made. If there is none, or if two owners on the way have different types: the same for
+// the nearest owner of `src` that has a counterpart.
 struct Nearest {
   Kel::Entity* entity;
   Kel::Entity const* missing;  // the first on the way down to `src` that has no counterpart; null: all have one
 };
 Nearest nearestCounterpart(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop);
+// The entity below the copy's destination at the position that `src` has below its source, or null.
+Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src);
 
 // True if `dest` will still be the counterpart of `src` when the run ends: neither it nor any of its owners differs in
 // constructor parameters, which would make the run delete and create it anew. A pointer to an entity that is created
-// anew has to wait.
-bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src);
+// anew has to wait. `known` is an owner of `src` for which it is true; null: none is known.
+bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src,
+                   Kel::Entity const* known = nullptr);
 
 // The entity with a full name in the tree of `member`, or null. Keys may contain separators, so two entities can have
 // the same full name: the one at the position of `srcTarget` is preferred, then `srcTarget` itself.
@@ -33,35 +34,38 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
 class Counterparts {
  public:
   struct Answer {
-    Kel::Entity* target;  // null: the handler has to be asked
-    bool rootKnown;       // the target's root exists, or it has none: asking the handler creates nothing
-    // If the root exists but the target does not: its last owner that has a counterpart, and this counterpart.
-    Kel::Entity const* owner = nullptr;
-    Kel::Entity const* destOwner = nullptr;
+    Kel::Entity* target = nullptr;  // null: the handler has to be asked, unless `missing` is given
+    bool rootKnown = false;         // the target's root exists, or it has none: asking the handler creates nothing
+    Kel::String8 missing;           // if the target does not exist: the full name that it will have
   };
   // Cost: the distance to the nearest known owner of the target, usually its own.
-  Answer find(EntityCopy& ec, Kel::Entity& srcTarget);
+  Answer find(EntityCopy& ec, Kel::Entity const& srcTarget);
   // Whether find would answer `dest`. Cost: a comparison of keys in the usual case.
-  bool same(EntityCopy& ec, Kel::Entity& dest, Kel::Entity& src) {
-    if (departures_ == Kel::Entity::departures() && src.parent() == owner_ && src.parentAttrId() == through_ &&
-        paramsEqual_)
+  bool same(EntityCopy& ec, Kel::Entity const& dest, Kel::Entity const& src) {
+    if (isBesideLast(src))
       return dest.parent() == destOwner_ && dest.parentAttrId() == through_ && paramsEqual_(dest, src);
     return find(ec, src).target == &dest;
   }
-  // The source's entity for which `find` answers `dest`, if it has the position of `dest`; else null.
-  Kel::Entity* sourceOf(EntityCopy& ec, Kel::Entity& dest);
-  // The full name that the missing target of an answer will have. Empty if the handler has to be asked, because a key
-  // on the way contains separators.
-  static Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& srcTarget, Answer const& answer);
   // Remembers the handler's answer for a target that was not found by its position.
-  void remember(Kel::Entity& srcTarget, Kel::Entity& target);
-  void forget();
+  void remember(Kel::Entity const& srcTarget, Kel::Entity& target);
+  void forget() {
+    if (!known_.empty()) *this = Counterparts();
+  }
 
  private:
-  void forgetIfLeft();
+  struct Known {
+    Kel::Entity* counterpart;
+    bool isOwner;  // what is below it has the same position on both sides
+  };
 
-  std::unordered_map<Kel::Entity const*, Kel::Entity*> owners_;  // counterparts of roots, and of owners below them
-  std::unordered_map<Kel::Entity const*, Kel::Entity*> asked_;
+  // Whether an entity has the same owner as the target found last, and its place is told by its parameters.
+  bool isBesideLast(Kel::Entity const& src) const {
+    return departures_ == Kel::Entity::departures() && src.parent() == owner_ && src.parentAttrId() == through_ &&
+           paramsEqual_;
+  }
+
+  // Roots, owners of targets, and targets that the handler was asked about.
+  std::unordered_map<Kel::Entity const*, Known> known_;
   // The owner of the target found last, the owner's counterpart, the attribute that owns the targets, and the
   // comparison of two targets. Without a comparison, `same` calls `find`.
   Kel::Entity const* owner_ = nullptr;

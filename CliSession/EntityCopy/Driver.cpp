@@ -28,7 +28,7 @@ class Run {
   ~Run() {
     impl_.walked.swap(outer_);
     impl_.unsettled = true;  // an outer run does not know what this one has changed
-    if (ec_.stopAtFirstDiff()) forgetNamelessPending(ec_);
+    tidyPending(ec_);
   }
   Run(Run const&) = delete;
   Run& operator=(Run const&) = delete;
@@ -69,7 +69,6 @@ void EntityCopy::handleCopyRoots() {
   }
   Ptr const self(this);
   Run run(*this);
-  if (pendingAttrs() == 0) Impl::of(*this).pending.clear();  // the records may have been deleted from outside
   KEL_TRACE(1) << "handleCopyRoots: " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";

@@ -117,7 +117,7 @@ bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box 
   if (!attr.instantiating()) {
     bool isThere = true;
     if (attr.isCollection()) {
-      auto const it = memberAtKey(*dest, attr, index);
+      auto const it = dest->attributeIteratorKeyConst(attr.id(), index);
       isThere = static_cast<bool>(it);
       if (isThere && !current) current = it.obj();
     } else if (!current) {

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
@@ -34,21 +35,15 @@ class EntityCopy::Impl {
   };
   std::vector<CountedEntry> entries;
 
-  // The waiting pointers, by what they will set: a pointer that is met again supersedes its record. `tree` is the root
-  // of the tree that the destination was in; it is compared, never dereferenced.
-  struct PendingKey {
-    Kel::Entity const* dest;
-    Kel::KelAttr const* attr;
-    std::size_t index = 0;                                // a hash of the member's key in the source
-    auto operator<=>(PendingKey const&) const = default;  // NOLINT(modernize-use-nullptr): there is no null
-  };
+  // An index of the waiting pointers, by what they will set: the destination, its attribute and, for a member, the key
+  // in the source (the entity, or the type and text of a value). It may have records that no longer wait, until the run
+  // ends. `tree` is the root of the tree that the destination was in; it is compared, never dereferenced.
+  using PendingKey = std::tuple<Kel::Entity const*, Kel::KelAttr const*, void const*, Kel::String8>;
   struct Pending {
     Kel::Ptr<AttributeCopy> record;
     Kel::Entity const* tree;
-    Kel::U64 number;
   };
-  std::multimap<PendingKey, Pending> pending;
-  Kel::U64 deferred = 0;  // the number of the last record
+  std::map<PendingKey, Pending> pending;
 
   static Impl& of(EntityCopy& ec) {
     if (!ec.impl()) ec.impl() = std::make_shared<Impl>();
@@ -66,21 +61,9 @@ void requireNonNull(P const&... args) {
 // UnknownAttrException, with the path, if there is none.
 Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr);
 
-// Drops the record for one destination, attribute and index, if there is one.
-void supersedePending(EntityCopy& ec, Kel::Entity const& dest, Kel::KelAttr const& attr,
-                      Kel::GenericIf::PtrConst const& srcIndex);
-// The records for all members of a collection, in the order in which they were made.
-std::map<Kel::U64, Kel::Ptr<AttributeCopy>> pendingOf(EntityCopy& ec, Kel::Entity const& dest,
-                                                      Kel::KelAttr const& attr);
-// Drops the records without a target's name, which the plain handler leaves in a comparison. Allocates nothing, and
-// swallows what a reactor raises.
-void forgetNamelessPending(EntityCopy& ec) noexcept;
-// Drops one record.
-void forgetPending(EntityCopy& ec, Kel::Ptr<AttributeCopy> const& record);
-
-// An iterator on the member under a key; null if there is none. A null `key` stands for a null pointer as key.
-Kel::GenericIf::AttributeIterator memberAtKey(Kel::GenericIf const& owner, Kel::KelAttr const& attr,
-                                              Kel::GenericIf::PtrConst const& key);
+// At the end of a run. Drops what no longer waits from the index and, in a comparison, the records without a target's
+// name, which the plain handler leaves. Allocates nothing, and swallows what a reactor raises.
+void tidyPending(EntityCopy& ec) noexcept;
 
 // Records a path in a session handler's `copied` trie. A "*" is a wildcard to a trie: a path that contains one is not
 // marked.

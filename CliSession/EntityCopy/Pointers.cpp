@@ -7,16 +7,23 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
+namespace {
+
+// The entity that a key of the source leads to by the handler's answer, now or when it no longer waits. In a
+// comparison, a handler may give no name; then it is the one at the key's position. Null if the run will make it anew.
+Kel::Ptr<Kel::Entity> ledTo(EntityCopy const& ec, Kel::Entity const& dest, PtrTarget const& answer,
+                            Kel::Entity const& key) {
+  Kel::Ptr<Kel::Entity> const found = answer.target().empty() ? Kel::Ptr<Kel::Entity>(counterpartByPosition(ec, key))
+                                                              : targetInTree(ec, dest, answer.target(), &key);
+  return found && (answer.copiable() || keepsIdentity(ec, *found, key)) ? found : nullptr;
+}
+
+}  // namespace
+
 bool Walk::pointer(Frame& f, Step const& s, Member* m) {
   static constexpr char const* operation = "doCopyPtr";
   WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
-  Kel::Ptr<Kel::Entity const> srcTarget;
-  if (!m)
-    srcTarget = Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
-  else if (m->at)
-    srcTarget = Kel::Ptr<Kel::Entity const>(m->at->target());
-  else
-    srcTarget = entityConstOf(m->srcMember());
+  auto const srcTarget = m ? m->entity() : Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
   Kel::Entity* target = nullptr;
   if (srcTarget) {
     target = resolve(f, s, f.srcPtr(), *srcTarget, m, false);
@@ -25,90 +32,92 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
     WALK_TRACE(3, operation) << "Target is not set";
     supersede(f, s, m);
   }
-  return setPointer(f, s, m, target);
+  return setFrom(f, s, m, target);
 }
 
-bool Walk::setPointer(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
-  // The hook refuses a target of another type.
-  bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
-                    (!target || target->type()->isA(s.attr.type()));
-  if (traced_ || !s.typed || !fits) return set(f, s, m ? m->index() : nullptr, genericIf(target));
-  Kel::Entity* current = nullptr;
-  bool isThere = true;
-  if (m)
-    isThere = s.access.findMember(f.dest, *m->at, m->key, &current) != Kel::AttrAccess::Found::absent;
-  else
-    current = s.access.target(f.dest);
-  if (isThere && current == target) return false;
-  return edit(
-      f, s, AttributeEditType::set_, [&] { return Box(genericIf(target)); },
-      [&](Box const& box) {
-        if (box)
-          genericIf(&f.dest)->attributeIs(s.destAttr->id(), m ? m->index() : nullptr, box);
-        else if (m)
-          s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
-        else
-          s.access.setTarget(s.attr, f.dest, target);
-      });
+// Sets a pointer to `target`, or the member `m` to the source's value.
+bool Walk::setFrom(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
+  bool const isPtr = s.attr.isPtr();
+  auto const index = [&] { return m ? m->index() : nullptr; };
+  auto const box = [&] { return isPtr || !m ? Box(genericIf(target)) : m->srcMember(); };
+  // The hook refuses a key or a target of another type.
+  bool const keyFits = !m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())));
+  bool const fits = keyFits && (!target || target->type()->isA(s.attr.type()));
+  if (traced_ || !s.typed || !fits) return set(f, s, index(), box());
+  using Found = Kel::AttrAccess::Found;
+  Kel::Entity* current = m ? nullptr : s.access.target(f.dest);
+  auto const find = [&] { return m ? s.access.findMember(f.dest, *m->at, m->key, &current) : Found::equal; };
+  Found const found = find();
+  if (isPtr ? found != Found::absent && current == target : found == Found::equal) return false;
+  bool const changed = edit(f, s, AttributeEditType::set_, box, [&](Box const& boxed) {
+    if (boxed)
+      genericIf(&f.dest)->attributeIs(s.destAttr->id(), index(), boxed);
+    else if (m)
+      s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
+    else
+      s.access.setTarget(s.attr, f.dest, target);
+  });
+  if (changed && !s.reflexive && !compare_ && find() != Found::equal) impl_.unsettled = true;
+  return changed;
 }
 
-PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, bool foreign) {
+// The handler's answer for a target that is not known by its position.
+PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer const& known, Member* m) {
+  if (!known.missing.empty()) return PtrTarget(known.missing, false);
   Kel::ValidPtr<EntityCopyHandler> const handler = Kel::validPtr(ec_.handler());
   std::optional<ForeignCode> guard;
-  if (foreign) guard.emplace(*this, f);
+  if (!known.rootKnown) {
+    if (m && m->at) {
+      // The handler may delete the member from the source.
+      m->srcIndex();
+      m->srcMember();
+      m->at = nullptr;
+    }
+    guard.emplace(*this, f);
+  }
   return handler->resolveEntityPtr(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(&srcTarget));
 }
 
-Kel::Entity* Walk::translated(Frame& f, Kel::Entity& srcTarget) {
-  Counterparts::Answer known{nullptr, false};
-  if (keeps_) known = impl_.counterparts.find(ec_, srcTarget);
-  if (known.target) return known.target;
-  PtrTarget const answer = ask(f, srcTarget, !known.rootKnown);
-  if (!answer.copiable()) return nullptr;
-  return targetInTree(ec_, f.dest, answer.target(), &srcTarget).ptr();
+// The source's key that leads to `destKey`, or null.
+Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
+  if (!keys) {
+    keys.emplace();
+    Kel::IteratorRoom room;
+    for (Kel::AttrIterator& src = s.access.iterate(s.attr, f.src, room); src.nonNull(); src.inc()) {
+      Kel::Ptr<Kel::Entity> const key(src.keyTarget());
+      if (!key) continue;
+      Counterparts::Answer const known = counterpart(*key);
+      Kel::Ptr<Kel::Entity> led(known.target);
+      if (!led) led = ledTo(ec_, f.dest, ask(f, *key, known, nullptr), *key);
+      if (led) keys->set(led, key);
+    }
+  }
+  Kel::Ptr<Kel::Entity> const* const found = keys->find(Kel::Ptr<Kel::Entity>(&destKey));
+  return found ? found->ptr() : nullptr;
 }
 
 Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,
                            Kel::Entity const& srcTarget, Member* m, bool isKey) {
   static constexpr char const* operation = "resolvePtr";
   WALK_TRACE(2, operation) << "resolvePtr: " << s.attr.name();
-  auto& target = const_cast<Kel::Entity&>(srcTarget);
-  Counterparts::Answer known{nullptr, false};
-  if (keeps_) known = impl_.counterparts.find(ec_, target);
+  Counterparts::Answer const known = counterpart(srcTarget);
   if (known.target) {
     supersede(f, s, m);
     return known.target;
   }
   Kel::Ptr<Kel::Entity const> const alive(&srcTarget);
-  Kel::String8 const missing = Counterparts::missingName(ec_, srcTarget, known);
-  if (m && m->at && missing.empty() && !known.rootKnown) {
-    // The handler may delete the member from the source.
-    m->srcIndex();
-    m->srcMember();
-    m->at = nullptr;
-  }
-  PtrTarget const answer = missing.empty() ? ask(f, srcTarget, !known.rootKnown) : PtrTarget(missing, false);
-  supersede(f, s, m);
+  PtrTarget const answer = ask(f, srcTarget, known, m);
   if (answer.copiable()) {
+    supersede(f, s, m);
     WALK_TRACE(3, operation) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
     if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
-    if (found && keeps_) impl_.counterparts.remember(target, *found);
+    if (found && keeps_) impl_.counterparts.remember(srcTarget, *found);
     return found.ptr();
   }
   WALK_TRACE(3, operation) << "Target is not copiable, deferring";
-  std::optional<ForeignCode> guard;
-  if (ec_.hasReactors()) guard.emplace(*this, f);
-  defer(ec_, f, s.attr, owner, srcTarget, m, isKey, answer.target());
+  defer(f, s, owner, srcTarget, m, isKey, answer.target());
   return nullptr;
-}
-
-// Drops the old record of a pointer that is met again. If it has to wait again, `defer` makes a new one.
-void Walk::supersede(Frame& f, Step const& s, Member* m) {
-  if (!mayWait(f)) return;
-  std::optional<ForeignCode> guard;
-  if (ec_.hasReactors()) guard.emplace(*this, f);
-  supersedePending(ec_, f.dest, s.attr, m ? m->srcIndex() : nullptr);
 }
 
 }  // namespace Cli::Session

@@ -53,6 +53,9 @@ Walk::Box const& Walk::Member::srcMember() {
   if (!srcMemberBox && at) srcMemberBox = at->obj(true);
   return srcMemberBox;
 }
+Kel::Ptr<Kel::Entity const> Walk::Member::entity() {
+  return at ? Kel::Ptr<Kel::Entity const>(at->target()) : entityConstOf(srcMember());
+}
 
 // --- Entities ---
 
@@ -179,7 +182,6 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
   if (plainEqual && plan.further.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
-  if (isNew) below.newAt = impl_.generation;
   below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;

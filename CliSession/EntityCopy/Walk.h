@@ -9,10 +9,12 @@
 #pragma once
 
 #include <array>
+#include <optional>
 
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopy/Frame.h"
 #include "CliSession/EntityCopyCompare.h"
+#include "Kel/HashMap.h"
 
 // A trace of the walk, under the name of an operation. If `traced_` is false, it costs one test.
 #define WALK_TRACE(level, operation)     \
@@ -43,6 +45,8 @@ class Walk final : private Kel::SameTarget {
     Box const& srcIndex();
     Box const& index();
     Box const& srcMember();
+    // The source's member as an entity.
+    Kel::Ptr<Kel::Entity const> entity();
   };
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
@@ -160,8 +164,7 @@ class Walk final : private Kel::SameTarget {
   bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
   bool askWalkedThrough(Frame& frame, Step const& step);
 
-  bool setMember(Frame& frame, Step const& step, Member& m);
-  bool setPointer(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
+  bool setFrom(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
   // An edit that makes an entity.
   struct Created {
     bool differs = false;
@@ -176,7 +179,8 @@ class Walk final : private Kel::SameTarget {
   // `m` is null for a member that was found by its position.
   bool ownedMember(Frame& frame, Step const& step, Member* m, Kel::Entity* dest, Kel::Entity const& src);
 
-  struct KeyMap;
+  // The source's pointer keys, by the entities that they lead to in the destination. Made on first use.
+  using KeyMap = std::optional<Kel::HashMap<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>>;
   bool deleteExtra(Frame& frame, Step const& step);
   bool areLeaves(Step const& step);
   // Whether both sides have the same leaves, at the same positions.
@@ -190,13 +194,22 @@ class Walk final : private Kel::SameTarget {
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
   bool deleteMember(Frame& frame, Step const& step, Kel::AttrIterator const& at);
   bool stays(Frame& frame, Step const& step, Kel::AttrIterator const& at, KeyMap& keys);
-  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::AttrIterator const& at, Kel::Entity& destKey,
-                         KeyMap& keys);
-  Kel::Entity* translated(Frame& frame, Kel::Entity& srcTarget);
-  // Whether a pointer of a frame's destination may wait already.
-  bool mayWait(Frame const& frame) const { return ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation; }
-  void supersede(Frame& frame, Step const& step, Member* m);
-  PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, bool foreign);
+  Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
+  // What is known about a pointer's target without asking the handler.
+  Counterparts::Answer counterpart(Kel::Entity const& srcTarget) {
+    return keeps_ ? impl_.counterparts.find(ec_, srcTarget) : Counterparts::Answer();
+  }
+  PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, Counterparts::Answer const& known, Member* m);
+  // Replaces the record of a pointer that is met again. Null `record`: it waits no more.
+  void replacePending(Frame& frame, Step const& step, Member* m, Kel::Ptr<AttributeCopy> const& record);
+  void supersede(Frame& frame, Step const& step, Member* m) {
+    if (ec_.pendingAttrs() > 0) replacePending(frame, step, m, nullptr);
+  }
+  // The records for all members of a collection.
+  std::vector<Kel::Ptr<AttributeCopy>> waitingMembers(Frame const& frame, Step const& step) const;
+  // Makes a pointer wait for its target. `isKey`: it is the key of member `m`.
+  void defer(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
+             Member* m, bool isKey, Kel::String8 const& destTarget);
 
   bool sameInQueue(Step const& step, Kel::AttrIterator const& dest, Kel::AttrIterator const& src);
   bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
@@ -240,9 +253,5 @@ class Walk final : private Kel::SameTarget {
   Kel::U64 changesAt_ = 0;
   std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
 };
-
-// Records a pointer of a frame's attribute that waits for its target. `isKey`: the pointer is the key of member `m`.
-void defer(EntityCopy& ec, Frame& frame, Kel::KelAttr const& attr, Kel::Ptr<Kel::Entity const> const& owner,
-           Kel::Entity const& srcTarget, Walk::Member* m, bool isKey, Kel::String8 const& destTarget);
 
 }  // namespace Cli::Session

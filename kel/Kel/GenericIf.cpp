@@ -201,20 +201,21 @@ GenericIf::AttributeIterator GenericIf::attributeIteratorConst(AttributeId id) c
 
 namespace {
 
-GenericIf::PtrConst wantKey(KelAttr const& attr, GenericIf::PtrConst const& key) {
-  if (!key) throwKeyWanted(attr);
-  return key;
+GenericIf::AttributeIterator atKey(GenericIf::PtrConst const& owner, KelAttr const& attr,
+                                   GenericIf::PtrConst const& key, bool isConst) {
+  if (!key && !attr.keyIsPtr()) throwKeyWanted(attr);
+  GenericIf::AttributeIterator it(owner, &attr, key.ptr(), isConst);
+  while (!key && it && it.key()) ++it;
+  return it;
 }
 
 }  // namespace
 
 GenericIf::AttributeIterator GenericIf::attributeIteratorKey(AttributeId id, PtrConst const& key) const {
-  KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, wantKey(a, key).ptr(), const_);
+  return atKey(PtrConst(this), checkedCollection(id), key, const_);
 }
 GenericIf::AttributeIterator GenericIf::attributeIteratorKeyConst(AttributeId id, PtrConst const& key) const {
-  KelAttr const& a = checkedCollection(id);
-  return AttributeIterator(PtrConst(this), &a, wantKey(a, key).ptr(), true);
+  return atKey(PtrConst(this), checkedCollection(id), key, true);
 }
 
 U32 GenericIf::attributeCount(AttributeId id) const {

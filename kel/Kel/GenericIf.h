@@ -125,7 +125,8 @@ class KEL_API GenericIf final : public VFPtrInterface {
   AttributeIterator attributeIterator(AttributeId id);
   AttributeIterator attributeIterator(AttributeId id) const;
   AttributeIterator attributeIteratorConst(AttributeId id) const;
-  // The same, on the member under a key; on no member if the key is absent.
+  // The same, on the member under a key; on no member if the key is absent. Where keys are pointers, null is a key,
+  // too; finding it takes time in proportion to the members.
   AttributeIterator attributeIteratorKey(AttributeId id, PtrConst const& key) const;
   AttributeIterator attributeIteratorKeyConst(AttributeId id, PtrConst const& key) const;
   // The number of members of a collection.

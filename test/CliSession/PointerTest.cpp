@@ -127,6 +127,27 @@ TEST_P(Pointers, AKeyThatGoesWhileItsTargetIsLookedForIsHeld) {
   EXPECT_GT(refs, 0u);
 }
 
+TEST_P(Pointers, AKeyStaysIfTheHandlerLeadsAKeyOfTheSourceToIt) {
+  struct Redirecting : S::EntityCopyGlobalSessionHandler {
+    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const&, EntityPtrConst const&) override {
+      return S::PtrTarget("/dest/hall.bolt/b", true);
+    }
+  };
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) {
+    for (char const* bolt : {"a", "b"}) hall->newBolt(bolt);
+    hall->weightIs(hall->bolt("a"), 1);
+  }
+  for (int run = 0; run < 2; ++run) {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src);
+    ec->handlerIs(S::EntityCopyHandler::Ptr(new Redirecting));
+    Kel::ptrCast<Redirecting>(ec->handler())->sessionStatusIs(world.status);
+    ec->destIs(world.dest);
+    EXPECT_EQ(editsOf(*ec->attributeEditLog()).size(), run == 0 ? 2u : 0u);
+  }
+  EXPECT_EQ(dest->weights(), 1u);
+  EXPECT_EQ(dest->weight(dest->bolt("b")), 1u);
+}
+
 // A copy of the first root alone: what points into the second waits.
 struct Deferred : Pointers {
   EntityCopy::Ptr ec = world.copyFrom(world.src);

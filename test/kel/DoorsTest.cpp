@@ -172,7 +172,8 @@ class Law {
       expectTold(!has(k) || changes(read(k), v), [&] { object_->attributeIs(id_, k, v); });
       EXPECT_TRUE(same(read(k), v));
       refuses<NameInUseException>([&] { object_->attributeOp(AttributeOp::create, id_, k, v); });
-      EXPECT_TRUE(!k || same(object_->attributeIteratorKey(id_, k).key(), k));
+      auto const at = object_->attributeIteratorKey(id_, k);
+      EXPECT_TRUE(at && same(at.key(), k));
       expectWalked();
       if (!random_.once(3)) continue;
       remove(k);
