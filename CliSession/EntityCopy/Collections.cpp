@@ -65,6 +65,7 @@ bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
 bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& keys) {
   Kel::Entity* const destKey = at.keyTarget();
   Kel::Entity* const srcKey = destKey ? sourceKey(f, s, *destKey, keys) : nullptr;
+  if (!at.nonNull()) return true;  // the handler has deleted it
   bool const keyLeads = srcKey || !destKey;
   if (s.typed && !traced_) {
     if (!keyLeads) return false;

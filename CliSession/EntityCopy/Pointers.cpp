@@ -80,6 +80,7 @@ PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer
 
 // The source's key that leads to `destKey`, or null.
 Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyMap& keys) {
+  Kel::Ptr<Kel::Entity> const alive(&destKey);  // the handler may delete it
   if (!keys) {
     keys.emplace();
     Kel::IteratorRoom room;
@@ -92,7 +93,7 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
       if (led) keys->set(led, key);
     }
   }
-  Kel::Ptr<Kel::Entity> const* const found = keys->find(Kel::Ptr<Kel::Entity>(&destKey));
+  Kel::Ptr<Kel::Entity> const* const found = keys->find(alive);
   return found ? found->ptr() : nullptr;
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <utility>
 
 #include "CliSession/World.h"
 
@@ -125,6 +126,30 @@ TEST_P(Pointers, AKeyThatGoesWhileItsTargetIsLookedForIsHeld) {
   });
   ec->destIs(world.dest);
   EXPECT_GT(refs, 0u);
+}
+
+TEST_P(Pointers, AKeyThatTheHandlerDeletesMeanwhileIsGone) {
+  struct Deleting : S::EntityCopyGlobalSessionHandler {
+    Kel::Ptr<Plant::Hall> from;
+    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
+      if (Kel::Ptr<Plant::Hall> const hall = std::exchange(from, nullptr)) {
+        hall->weightDelAll();
+        hall->boltDelAll();
+      }
+      return EntityCopyGlobalSessionHandler::resolveEntityPtr(ec, target);
+    }
+  };
+  src->weightIs(src->newBolt("a"), 1);
+  for (char const* bolt : {"a", "b", "c"}) dest->weightIs(dest->newBolt(bolt), 2);
+  Kel::Ptr<Deleting> const deleting(new Deleting);
+  deleting->sessionStatusIs(world.status);
+  deleting->from = dest;
+  EntityCopy::Ptr const ec = world.copyFrom(world.src);
+  ec->handlerIs(deleting);
+  ec->destIs(world.dest);
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+  EXPECT_EQ(dest->weight(dest->bolt("a")), 1u);
+  EXPECT_EQ(dest->weights(), 1u);
 }
 
 TEST_P(Pointers, AKeyStaysIfTheHandlerLeadsAKeyOfTheSourceToIt) {
