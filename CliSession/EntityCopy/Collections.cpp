@@ -56,7 +56,9 @@ bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
   if (!s.typed || s.kind != Step::Kind::collection || !quiet_) return del(f, s, at.key());
   return edit(
       f, s, AttributeEditType::del_, [] { return Box(); },
-      [&](Box const&) { s.access.deleteMember(s.attr, f.dest, at); });
+      [&](Box const&) {
+        if (at.nonNull()) s.access.deleteMember(s.attr, f.dest, at);
+      });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,

@@ -38,7 +38,10 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
 bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   bool const isPtr = s.attr.isPtr();
   auto const index = [&] { return m ? m->index() : nullptr; };
-  auto const value = [&] { return isPtr ? Box(genericIf(target)) : m->srcMember(); };
+  auto const value = [&] {
+    index();
+    return isPtr ? Box(genericIf(target)) : m->srcMember();
+  };
   // The hook refuses a key or a target of another type.
   bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
                     (!target || target->type()->isA(s.attr.type()));
@@ -52,12 +55,12 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   bool const changed = edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
     if (box)
       genericIf(&f.dest)->attributeIs(s.destAttr->id(), index(), box);
-    else if (m)
-      s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
-    else
+    else if (!m)
       s.access.setTarget(s.attr, f.dest, target);
+    else if (m->at->nonNull())
+      s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
   });
-  if (changed && !s.reflexive && !compare_ && find() != Found::equal) impl_.unsettled = true;
+  if (changed && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal)) impl_.unsettled = true;
   return changed;
 }
 

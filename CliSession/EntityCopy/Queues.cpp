@@ -38,16 +38,15 @@ bool Walk::queue(Frame& f, Step const& s) {
 
 // Appends one member; answers whether that is a difference.
 bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
-  WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
   auto const value = [&] { return Box(src.obj(true)); };
-  bool const differs = edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
-    if (s.typed && !box)
-      s.access.appendValue(*s.destAttr, f.dest, src);
-    else
-      genericIf(&f.dest)->attributeSQEnq(s.destAttr->id(), box ? box : value());
-  });
   if (!s.reflexive && !valueTypeEqual(value(), value())) impl_.unsettled = true;
-  return differs;
+  if (traced_ || !s.typed) return add(f, s, value());
+  return edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
+    if (box)
+      genericIf(&f.dest)->attributeSQEnq(s.destAttr->id(), box);
+    else if (src.nonNull())
+      s.access.appendValue(*s.destAttr, f.dest, src);
+  });
 }
 
 bool Walk::appendEntity(Frame& f, Step const& s, Kel::Entity const& src) {

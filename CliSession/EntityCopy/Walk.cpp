@@ -230,16 +230,16 @@ Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const
   };
   Kel::U64 const generation = impl_.generation;
   Created made;
-  auto const index = [&] { return m ? m->index() : nullptr; };
+  Box const index = m ? m->index() : nullptr;
   if (traced_ || !s.typed || !isFree || src.type() != s.attr.type())
-    made.differs = s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, index(), argumentList());
+    made.differs = s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, index, argumentList());
   else
     made.differs = edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
       // If the place has been taken meanwhile, the boxed write replaces what is there.
       if (!box && generation == impl_.generation)
         made.entity = s.access.createLike(s.attr, f.dest, src);
       else
-        genericIf(&f.dest)->attributeIs(s.destAttr->id(), index(), box ? box : argumentList());
+        genericIf(&f.dest)->attributeIs(s.destAttr->id(), index, box ? box : argumentList());
     });
   made.isNew = generation == impl_.generation;
   if (compare_) return made;

@@ -72,7 +72,8 @@ class Walk final : private Kel::SameTarget {
 
   // The only way to change the destination. Takes the edit's debug action, asks the bypass checker, counts the edit,
   // and carries it out unless this is a comparison. Answers whether the destination changes or, in a comparison, would.
-  // `value()` boxes the value for a checker; `apply(box)` writes it. Without a checker, `box` is null.
+  // `value()` boxes the value for foreign code that may look at it; `apply(box)` writes it. If there is none, `box` is
+  // null. A reactor of one entry of the log may have deleted the source's member before `apply`.
   template <class Value, class Apply>
   bool edit(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Apply const& apply) {
     Box box;
@@ -81,7 +82,7 @@ class Walk final : private Kel::SameTarget {
       if (log_) count(frame, step, type);
     } else {
       bool const offered = offers(step, type);
-      if (offered) box = value();
+      if (offered || (log_ && log_->hasReactors())) box = value();  // foreign code may delete it from the source
       logged = admit(frame, step, type, offered, box);
       if (compare_) return logged;
     }
