@@ -21,7 +21,7 @@ bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType con
 
 // Whether nothing is registered or marked below this root, so that what has not changed can be skipped.
 bool Walk::mayKeepChanges(Frame& f) {
-  if (!keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
+  if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   for (Step const* step : f.plan.copied)
     if (!walkedThrough(f, *step)) return false;
   std::vector<Kel::KelType const*> seen;

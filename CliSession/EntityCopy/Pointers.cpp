@@ -104,7 +104,8 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
                            Kel::Entity const& srcTarget, Member* m, bool isKey) {
   static constexpr char const* operation = "resolvePtr";
   WALK_TRACE(2, operation) << "resolvePtr: " << s.attr.name();
-  Counterparts::Answer const known = counterpart(srcTarget);
+  // A traced run shows what the handler does.
+  Counterparts::Answer const known = traced_ ? Counterparts::Answer() : counterpart(srcTarget);
   if (known.target) {
     supersede(f, s, m);
     return known.target;

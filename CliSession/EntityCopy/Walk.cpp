@@ -28,7 +28,8 @@ void Walk::read() {
   checker_ = ec_.attributeEditBypassChecker().ptr();
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
-  keeps_ = guide_ && guide_->keepsTargets() && ec_.dest() && ec_.dest()->root() == top_.root();
+  EntityCopyHandler const* const handler = ec_.handler().ptr();
+  keeps_ = handler && handler->keepsTargets() && ec_.dest() && ec_.dest()->root() == top_.root();
   bool const watched = checker_ || traced_ || (log_ && log_->hasReactors());
   debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
   quiet_ = (log_ || impl_.unlogged) && !watched && !debugged_;
