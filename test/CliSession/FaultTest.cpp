@@ -515,56 +515,6 @@ TEST_P(Faults, AQueueMemberThatAReactorDeletesIsPassedBy) {
   EXPECT_TRUE(dest->jobIterator().value()->done());
 }
 
-// What is copied has been in the source, whoever empties its collections in the midst of an edit.
-TEST_P(Faults, NothingIsCopiedOfMembersThatAreGone) {
-  struct Checker : S::AttributeEditLogBypass {
-    std::function<void()> act;
-    bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String8,
-                                Kel::GenericIf::PtrConst const&) override {
-      return act(), false;
-    }
-  };
-  auto const empty = [&] {
-    src->textsDelAll();
-    src->byNumberDelAll();
-    src->chosenDelAll();
-    src->weightDelAll();
-    src->historyDelAll();
-  };
-  for (int who = 0; who < 4; ++who) {
-    for (unsigned n = 1; n < 12; ++n) {
-      Kel::String8 const text("a rather long text " + std::to_string(n));
-      src->textsIs(text, text);
-      src->byNumberIs(n, n);
-      src->chosenIs(text, src->boltIs("b"));
-      src->weightIs(src->boltIs(text), n);
-      src->historyEnq(text);
-    }
-    EntityCopy::Ptr const ec = world.copyFrom(world.src);
-    Kel::Ptr<Checker> const checker(new Checker);
-    std::unique_ptr<Reactor> reactor;
-    if (who == 0) ec->attributeEditBypassCheckerIs(checker);
-    if (who == 1) reactor = std::make_unique<Reactor>(EntityPtrConst(ec->attributeEditLog()), empty);
-    if (who == 2) reactor = std::make_unique<Reactor>(EntityPtrConst(dest), empty);
-    S::AttributeEdit const edit("texts", "Plant::Hall", S::AttributeEditType::set_);
-    if (who == 3)
-      reactor = std::make_unique<Reactor>(EntityPtrConst(ec->attributeEditLog()->attributeEditEntryIs(edit)), empty);
-    // The first edits are of another attribute.
-    checker->act = [&, calls = 0]() mutable {
-      if (++calls > 2) empty();
-    };
-    ec->destIs(world.dest);
-    for (auto it = dest->textsIterator(); it; ++it) EXPECT_EQ(it.key(), it.value()) << who;
-    for (auto it = dest->byNumberIterator(); it; ++it) EXPECT_EQ(it.key(), it.value()) << who;
-    EXPECT_FALSE(dest->textsHas("") || dest->byNumberHas(0) || dest->chosenHas("")) << who;
-    for (auto it = dest->weightIterator(); it; ++it) EXPECT_GT(it.value(), 0u) << who;
-    for (auto it = dest->historyIterator(); it; ++it) EXPECT_FALSE(it.value().empty()) << who;
-    reactor.reset();
-    world.copy();
-    EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
-  }
-}
-
 // The source's array closes its gaps, but not while it is walked.
 TEST_P(Faults, MembersOfASourceThatAReactorChangesAreNotPassedBy) {
   for (int i = 0; i < 32; ++i) src->newBolt(std::to_string(i));
