@@ -121,8 +121,8 @@ class KEL_API AttrAccess {
   // Attributes with pointers. Clears all of them, without notifying.
   virtual void dropPointers(Entity& e) const;
 
-  // Keyed collections of values and pointers. The next two: `at` is an iterator on a member of the same attribute of another entity. `key` replaces the
-  // iterator's key, and `target` its member, where these are pointers.
+  // Keyed collections of values and pointers. The next two: `at` is an iterator on a member of the same attribute of
+  // another entity. `key` replaces the iterator's key, and `target` its member, where these are pointers.
   enum class Found : U8 { absent, different, equal };
   // Compares the member with the one under the same key. For pointers, sets `*target`, and leaves the comparison to the
   // caller.
