@@ -40,7 +40,7 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   auto const index = [&] { return m ? m->index() : nullptr; };
   auto const value = [&] {
     index();
-    return isPtr ? Box(genericIf(target)) : m->srcMember();
+    return m && !isPtr ? m->srcMember() : Box(genericIf(target));
   };
   // The hook refuses a key or a target of another type.
   bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
@@ -60,7 +60,8 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     else if (m->at->nonNull())
       s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
   });
-  if (changed && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal)) impl_.unsettled = true;
+  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal))
+    impl_.unsettled = true;
   return changed;
 }
 
