@@ -157,11 +157,12 @@ bool PathTrie::isLeaf(Kel::String path) const {
   return node && node->empty();
 }
 
-bool PathTrie::leadsTo(Kel::String path) const {
+bool PathTrie::isContinued(Kel::String path) const {
   if (path.empty()) return !empty();
-  return nodeAt(
-             *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
-             "bool Zuk::PathTrie::leadsTo(Kel::String)") != nullptr;
+  PathTrie const* node = nodeAt(
+      *this, path, [](PathTrie const& n) -> auto& { return n.child_; }, __func__,
+      "bool Zuk::PathTrie::isContinued(Kel::String)");
+  return node && !node->empty();
 }
 
 // --- Changes ---

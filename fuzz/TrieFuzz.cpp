@@ -113,7 +113,8 @@ struct Subject {
     FUZZ_LAW(trie->prefixTypename(text) == Kel::String8(isThere ? joined(at) : ""), path);
     FUZZ_LAW((trie->prefixState(text) != nullptr) == isThere, path);
     FUZZ_LAW(trie->isLeaf(text) == (!path.empty() && model.leads(at, 0) && !model.leads(at, 1)), path);
-    FUZZ_LAW(trie->leadsTo(text) == (path.empty() ? !model.recorded.empty() : model.leads(at, 0)), path);
+    bool const isContinued = path.empty() ? !model.recorded.empty() : model.leads(at, 1);
+    FUZZ_LAW(trie->isContinued(text) == isContinued, path);
     for (bool proper : {false, true}) {
       auto const wanted = path.empty() ? std::nullopt : model.enclosing(at, proper);
       FUZZ_LAW((proper ? trie->hasProperPrefix(text) : trie->hasPrefix(text)) == wanted.has_value(), path);

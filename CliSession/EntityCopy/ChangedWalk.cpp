@@ -19,13 +19,11 @@ bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType con
   return false;
 }
 
-// Whether nothing is registered or marked below this root, so that what has not changed can be skipped.
+// Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped.
 bool Walk::mayKeepChanges(Frame& f) {
   if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
-  for (Step const* step : f.plan.copied)
-    if (!walkedThrough(f, *step)) return false;
   std::vector<Kel::KelType const*> seen;
-  return !asksForAnyType(f.plan.src, seen);
+  return guide_->walksThrough(f.path(), true) && !asksForAnyType(f.plan.src, seen);
 }
 
 bool Walk::root(Frame& f) {

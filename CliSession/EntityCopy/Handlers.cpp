@@ -18,7 +18,7 @@ PtrTarget EntityCopyHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, Ke
   return PtrTarget("", false);
 }
 
-bool EntityCopyHandler::walksThrough(Kel::String) const { return false; }
+bool EntityCopyHandler::walksThrough(Kel::String, bool) const { return false; }
 bool EntityCopyHandler::walksThroughType(Kel::String) const { return false; }
 bool EntityCopyHandler::keepsTargets() const { return false; }
 Kel::Ptr<Kel::Entity const> EntityCopyHandler::counterpartRoot(Kel::Ptr<EntityCopy> const&,

@@ -134,20 +134,24 @@ bool isPlain(EntityCopyGlobalSessionHandler const& handler) {
          handler.sessionStatus()->rootTrie();
 }
 
-// Whether a trie records the path or one that continues it. A path with a "*", the trie's wildcard, counts as recorded.
-bool recordsFrom(Zuk::PathTrie const& trie, Kel::String8 const& path) {
-  return path.pos('*') != Kel::String8::npos || trie.leadsTo(path);
+// Whether a trie records a prefix that continues `path` or, unless `below` is set, `path` itself. A path with a "*",
+// the trie's wildcard, counts as recorded.
+bool recordsFrom(Zuk::PathTrie const& trie, Kel::String8 const& path, bool below) {
+  return path.pos('*') != Kel::String8::npos || trie.isContinued(path) || (!below && trie.isPrefix(path));
 }
 
 }  // namespace
 
-bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path) const {
-  if (!isPlain(*this) || recordsFrom(*sessionStatus()->rootTrie(), path)) return false;
-  if (copied() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path))) return false;
+bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) const {
+  if (!isPlain(*this) || recordsFrom(*sessionStatus()->rootTrie(), path, below)) return false;
+  if (copied() && !copied()->empty() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path, below)))
+    return false;
   if (!handlerTable()) return true;
   if (handlerTable()->pathSpecificHandler("")) return false;  // it handles the copy roots
-  for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it)
-    if (it.key().view().substr(0, path.chars()) == path.view()) return false;
+  for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
+    std::string_view const key = it.key();
+    if (key.substr(0, path.chars()) == path.view() && (!below || key.size() > path.chars())) return false;
+  }
   return true;
 }
 

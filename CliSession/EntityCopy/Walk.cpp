@@ -143,8 +143,10 @@ bool Walk::attribute(Frame& f, Step const& s) {
 // --- Children ---
 
 bool Walk::askWalkedThrough(Frame& f, Step const& s) {
-  bool const allOfIt = f.up() && walkedThrough(*f.up(), f.through());
-  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name());
+  bool const askedBefore = f.askedAt == impl_.generation;  // then it is not so for all attributes
+  bool const allOfIt =
+      !askedBefore && ((f.up() && walkedThrough(*f.up(), f.through())) || guide_->walksThrough(f.path(), true));
+  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
   f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
   return f.walkedThrough;
@@ -157,7 +159,7 @@ bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
 
 bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
   if (!guide_ || asksForType(*src.type())) return true;
-  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src));
+  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src), false);
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {

@@ -110,7 +110,7 @@ TEST(PathTrie, TakesPathsOfAnyLength) {
   for (PrefixTrie::Ptr const& t : {trie, copy}) {
     EXPECT_TRUE(t->isPrefix(path) && t->isLeaf(path) && t->hasPrefix(path) && t->prefixState(path));
     EXPECT_FALSE(t->isPrefix(above) || t->isLeaf(above));
-    EXPECT_TRUE(t->leadsTo(above) && t->leadsTo(path) && !t->leadsTo(deep + "/b"));
+    EXPECT_TRUE(t->isContinued(above) && !t->isContinued(path));
     EXPECT_EQ(t->hasProperPrefix(path), t == copy);
     EXPECT_TRUE(t->enclosingPrefix(path) == stored);
     EXPECT_EQ(t->properEnclosingPrefix(path), t == copy ? "/a" : "");
