@@ -185,6 +185,7 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
   if (plainEqual && plan.further.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
+  if (isNew) below.newAt = impl_.generation;
   below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;

@@ -205,7 +205,7 @@ class Walk final : private Kel::SameTarget {
   // Replaces the record of a pointer that is met again. Null `record`: it waits no more.
   void replacePending(Frame& frame, Step const& step, Member* m, Kel::Ptr<AttributeCopy> const& record);
   void supersede(Frame& frame, Step const& step, Member* m) {
-    if (ec_.pendingAttrs() > 0) replacePending(frame, step, m, nullptr);
+    if (ec_.pendingAttrs() > 0 && frame.newAt != impl_.generation) replacePending(frame, step, m, nullptr);
   }
   // The records for all members of a collection.
   std::vector<Kel::Ptr<AttributeCopy>> waitingMembers(Frame const& frame, Step const& step) const;
