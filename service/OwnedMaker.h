@@ -21,7 +21,7 @@ class OwnedMaker {
                            Kel::KelType const& type, std::vector<Kel::GenericIf::PtrConst> args);
   Kel::U64 nextNumber(Kel::Entity const& owner, Kel::KelAttr const& attr) const;
 
-  // The last item that was made, and its number in the queue.
+  // The last item that was made, and its number in the queue; empty until an item of a derived type is made.
   struct Numbered {
     Kel::Entity const* item;
     Kel::U64 number;

@@ -116,8 +116,9 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
   return true;
 }
 
-// Copies owned members in steps of the storage. If nothing has been deleted yet, it starts with the deletion pass as
-// soon as a member has no counterpart. Ends early if a trace handle has been switched on.
+// Copies owned members from `position` on, in the batches that the storage hands out. Runs the deletion pass, unless it
+// has run, before the first member without a counterpart is made. Ends early, with `position` behind the last member
+// copied, if a trace handle is switched on meanwhile.
 bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionPassed) {
   Plan const& usual = s.usualPlan();
   bool const exact = !usual.src.hasDerived();

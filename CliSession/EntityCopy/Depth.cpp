@@ -1,7 +1,7 @@
 #include "CliSession/EntityCopy/Depth.h"
 
+#include <span>
 #include <string>
-#include <string_view>
 
 #include "Kel/Exception.h"
 
@@ -14,7 +14,7 @@ namespace Cli::Session {
 namespace {
 
 // The last quarter of the thread's stack; empty if the stack is not known.
-std::string_view lastQuarterOfStack() {
+std::span<char const> lastQuarterOfStack() {
   void* lowest = nullptr;
   std::size_t size = 0;
 #ifdef __linux__
@@ -32,7 +32,7 @@ void Depth::check(Kel::U32 depth) {
   if (depth >= maxEntityDepth)
     Kel::throwRangeException("entities nested deeper than " + std::to_string(maxEntityDepth) + " cannot be copied");
   // On any other stack, such as a coroutine's, nothing is known.
-  static thread_local std::string_view const last = lastQuarterOfStack();
+  static thread_local std::span<char const> const last = lastQuarterOfStack();
   auto const* const here = static_cast<char const*>(__builtin_frame_address(0));
   if (last.data() <= here && here < last.data() + last.size())
     Kel::throwRangeException("entities nested deeper than " + std::to_string(depth) +

@@ -1,4 +1,4 @@
-// The walk itself, and single attributes: values, singletons, children.
+// The walk itself, values and pointers that are set, singletons, children.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
 
@@ -210,6 +210,36 @@ bool Walk::value(Frame& f, Step const& s) {
     if (changed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   }
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
+  return changed;
+}
+
+bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
+  bool const isPtr = s.attr.isPtr();
+  auto const index = [&] { return m ? m->index() : nullptr; };
+  auto const value = [&] {
+    index();
+    return m && !isPtr ? m->srcMember() : Box(genericIf(target));
+  };
+  // The hook refuses a key or a target of another type.
+  bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
+                    (!target || target->type()->isA(s.attr.type()));
+  if (traced_ || !s.typed || !fits) return set(f, s, index(), value());
+  using Found = Kel::AttrAccess::Found;
+  Kel::Entity* current = nullptr;
+  auto const find = [&] { return m ? s.access.findMember(f.dest, *m->at, m->key, &current) : Found::equal; };
+  if (!m) current = s.access.target(f.dest);
+  Found const found = find();
+  if (isPtr ? found != Found::absent && current == target : found == Found::equal) return false;
+  bool const changed = edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
+    if (box)
+      genericIf(&f.dest)->attributeIs(s.destAttr->id(), index(), box);
+    else if (!m)
+      s.access.setTarget(s.attr, f.dest, target);
+    else if (m->at->nonNull())
+      s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
+  });
+  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal))
+    impl_.unsettled = true;
   return changed;
 }
 

@@ -143,10 +143,9 @@ class KEL_API AttrAccess {
   // Whether the keys of two entities' members have the same hashes at the same positions. Then the keys are almost
   // certainly the same. Touches no member. False if members have no positions.
   virtual bool sameKeyHashes(Entity const& a, Entity const& b) const;
-  // Owned entities that have positions, which only members of hash maps have.
-  // The position of a member. For queues of entities: the number of members before it.
+  // The position of an owned member of a hash map. For queues of entities: the number of members before it.
   virtual U32 positionOf(Entity const& e, Entity const& member) const;
-  // Makes room for so many members.
+  // The next three: owned members of hash maps. Makes room for so many.
   virtual void reserveMembers(Entity& e, U32 count) const;
   // A member, and the one under the same key in another entity, or null.
   struct Pair {

@@ -283,7 +283,7 @@ TEST(Laws, ReactorsDoNotChangeTheResult) {
     ASSERT_EQ(plain.dump(plain.dest), watched.dump(watched.dest));
     calls += early;
   }
-  EXPECT_GT(calls, 1000u) << "nobody was told anything";
+  EXPECT_GT(calls, 1000u) << "too few reactors ran";
 }
 
 // --- What operations answer ---

@@ -2,7 +2,6 @@
 #include <array>
 
 #include "Heap.h"
-
 #include "Kel/AttrAccess.h"
 #include "Support.h"
 
