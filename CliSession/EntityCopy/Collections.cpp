@@ -52,13 +52,9 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
 }
 
 bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
-  // Foreign code may delete the member before the edit is carried out, so its key is taken first.
-  if (!s.typed || s.kind != Step::Kind::collection || !quiet_) return del(f, s, at.key());
   return edit(
-      f, s, AttributeEditType::del_, [] { return Box(); },
-      [&](Box const&) {
-        if (at.nonNull()) s.access.deleteMember(s.attr, f.dest, at);
-      });
+      f, s, AttributeEditType::del_, s.typed && s.kind == Step::Kind::collection, [&] { return del(f, s, at.key()); },
+      [&] { s.access.deleteMember(s.attr, f.dest, at); });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
@@ -149,8 +145,7 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionP
         if (stopped()) return any;
         break;
       } else {
-        // A reactor or a bypass checker may delete it.
-        Kel::Ptr<Kel::Entity const> const alive(quiet_ && !f.dest.hasReactors() ? nullptr : src);
+        Kel::Ptr<Kel::Entity const> const alive(src);  // foreign code may delete it
         any |= ownedMember(f, s, nullptr, dest, *src);
       }
       if (stopped()) return any;

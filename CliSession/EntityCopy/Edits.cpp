@@ -78,33 +78,30 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
   return true;
 }
 
-bool Walk::admit(Frame& f, Step const& s, AttributeEditType type, bool offered, Box const& value) {
+bool Walk::record(Frame& f, AttributeEdit const& edit, Box const& value) {
+  ForeignCode const foreign(*this, f);
+  return recordEdit(ec_, edit, f.dest.fullName(), value);
+}
+
+bool Walk::countsFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
   if (compare_ && !log_) {
     ensureLog(ec_);
     read();
   }
   if (!log_) return true;
-  if (traced_ || offered || log_->hasReactors()) {
-    ForeignCode const foreign(*this, f);
-    return recordEdit(ec_, editOf(s, type), f.dest.fullName(), value);
-  }
-  if (debugged_) takeAction(debugAction(*log_, editOf(s, type), f.logPath(ec_, impl_.generation)), editOf(s, type));
-  count(f, s, type);
-  return true;
-}
-
-// Counts an edit, and remembers where. An entry with reactors is looked up each time.
-void Walk::countFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
+  AttributeEdit const& edit = editOf(s, type);
+  if (traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit))) return false;
   if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));
-  Kel::Ptr<AttributeEditEntry> const entry = log_->attributeEditEntryIs(editOf(s, type));
-  Kel::String8 const path = f.logPath(ec_, impl_.generation);
-  if (!entry->hasReactors()) {
-    impl_.entries[at] = {entry.ptr(), impl_.generation};
-    entry->pathCounterCounterInc(path);
-  } else {
-    ForeignCode const foreign(*this, f);
-    entry->pathCounterCounterInc(path);
+  auto& [entry, generation] = impl_.entries[at];
+  if (generation != impl_.generation) {
+    entry = log_->attributeEditEntryIs(edit).ptr();
+    if (entry->hasReactors()) return false;
+    generation = impl_.generation;
   }
+  Kel::String8 const path = f.logPath(ec_, impl_.generation);
+  if (debugged_) takeAction(debugAction(*log_, edit, path), edit);
+  entry->pathCounterCounterInc(path);
+  return true;
 }
 
 // --- The hooks ---
@@ -131,26 +128,24 @@ bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box 
                                    << " => " << equal;
     if (equal) return false;
   }
-  return edit(
-      f, s, AttributeEditType::set_, [&] { return value; },
-      [&](Box const&) { dest->attributeIs(attr.id(), index, value); });
+  return editBoxed(
+      f, s, AttributeEditType::set_, [&] { return value; }, [&] { dest->attributeIs(attr.id(), index, value); });
 }
 
 bool Walk::del(Frame& f, Step const& s, Box const& index) {
   WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
   Kel::AttributeId const id = destAttr(f, s).id();
   Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
-  return edit(
+  return editBoxed(
       f, s, AttributeEditType::del_, [&] { return Box(dest->attribute(id, index)); },
-      [&](Box const&) { dest->attributeDel(id, index); });
+      [&] { dest->attributeDel(id, index); });
 }
 
 bool Walk::add(Frame& f, Step const& s, Box const& value) {
   WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
   Kel::AttributeId const id = destAttr(f, s).id();
-  return edit(
-      f, s, AttributeEditType::set_, [&] { return value; },
-      [&](Box const&) { genericIf(&f.dest)->attributeSQEnq(id, value); });
+  return editBoxed(
+      f, s, AttributeEditType::set_, [&] { return value; }, [&] { genericIf(&f.dest)->attributeSQEnq(id, value); });
 }
 
 bool Walk::remove(Frame& f, Step const& s) {
@@ -158,9 +153,9 @@ bool Walk::remove(Frame& f, Step const& s) {
   Kel::AttributeId const id = destAttr(f, s).id();
   Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
   auto const head = dest->attributeIterator(id);
-  return edit(
+  return editBoxed(
       f, s, AttributeEditType::del_, [&] { return head ? Box(head.obj()) : nullptr; },
-      [&](Box const&) { dest->attributeSQDeq(id); });
+      [&] { dest->attributeSQDeq(id); });
 }
 
 }  // namespace Cli::Session

@@ -40,13 +40,9 @@ bool Walk::queue(Frame& f, Step const& s) {
 bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   auto const value = [&] { return Box(src.obj(true)); };
   if (!s.reflexive && !valueTypeEqual(value(), value())) impl_.unsettled = true;
-  if (traced_ || !s.typed) return add(f, s, value());
-  return edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
-    if (box)
-      genericIf(&f.dest)->attributeSQEnq(s.destAttr->id(), box);
-    else if (src.nonNull())
-      s.access.appendValue(*s.destAttr, f.dest, src);
-  });
+  return edit(
+      f, s, AttributeEditType::set_, s.typed, [&] { return add(f, s, value()); },
+      [&] { s.access.appendValue(*s.destAttr, f.dest, src); });
 }
 
 bool Walk::appendEntity(Frame& f, Step const& s, Kel::Entity const& src) {

@@ -196,47 +196,36 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
 
 bool Walk::value(Frame& f, Step const& s) {
   WALK_TRACE(2, "doCopyValue") << "doCopyValue: " << s.attr.name();
-  auto const boxed = [&] { return Box(genericIf(&f.src)->attribute(s.attr.id())); };
-  bool changed = false;
-  if (traced_ || !s.typed) {
-    changed = set(f, s, nullptr, boxed());
-  } else {
-    changed = edit(f, s, AttributeEditType::set_, boxed, [&](Box const& box) {
-      if (box)
-        genericIf(&f.dest)->attributeIs(s.destAttr->id(), nullptr, box);
-      else
-        s.access.copyValue(s.attr, f.dest, f.src);
-    });
-    if (changed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
-  }
+  bool const changed = edit(
+      f, s, AttributeEditType::set_, s.typed,
+      [&] { return set(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
+      [&] { s.access.copyValue(s.attr, f.dest, f.src); });
+  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
 
 bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   bool const isPtr = s.attr.isPtr();
-  auto const index = [&] { return m ? m->index() : nullptr; };
-  auto const value = [&] {
-    index();
-    return m && !isPtr ? m->srcMember() : Box(genericIf(target));
+  auto const hook = [&] {
+    Box const index = m ? m->index() : nullptr;
+    return set(f, s, index, m && !isPtr ? m->srcMember() : Box(genericIf(target)));
   };
   // The hook refuses a key or a target of another type.
   bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
                     (!target || target->type()->isA(s.attr.type()));
-  if (traced_ || !s.typed || !fits) return set(f, s, index(), value());
+  if (traced_ || !s.typed || !fits) return hook();
   using Found = Kel::AttrAccess::Found;
   Kel::Entity* current = nullptr;
   auto const find = [&] { return m ? s.access.findMember(f.dest, *m->at, m->key, &current) : Found::equal; };
   if (!m) current = s.access.target(f.dest);
   Found const found = find();
   if (isPtr ? found != Found::absent && current == target : found == Found::equal) return false;
-  bool const changed = edit(f, s, AttributeEditType::set_, value, [&](Box const& box) {
-    if (box)
-      genericIf(&f.dest)->attributeIs(s.destAttr->id(), index(), box);
-    else if (!m)
-      s.access.setTarget(s.attr, f.dest, target);
-    else if (m->at->nonNull())
+  bool const changed = edit(f, s, AttributeEditType::set_, true, hook, [&] {
+    if (m)
       s.access.copyMember(s.attr, f.dest, *m->at, m->key, target);
+    else
+      s.access.setTarget(s.attr, f.dest, target);
   });
   if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal))
     impl_.unsettled = true;
@@ -260,21 +249,16 @@ Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const
       params = ParamList(new Kel::GenericIf::List);
       constructorParams(Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
     }
-    return Box(Kel::GenericIf::List::genericIf(params));
+    return Kel::GenericIf::List::genericIf(params);
   };
   Kel::U64 const generation = impl_.generation;
   Created made;
-  Box const index = m ? m->index() : nullptr;
-  if (traced_ || !s.typed || !isFree || src.type() != s.attr.type())
-    made.differs = s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, index, argumentList());
-  else
-    made.differs = edit(f, s, AttributeEditType::set_, argumentList, [&](Box const& box) {
-      // If the place has been taken meanwhile, the boxed write replaces what is there.
-      if (!box && generation == impl_.generation)
-        made.entity = s.access.createLike(s.attr, f.dest, src);
-      else
-        genericIf(&f.dest)->attributeIs(s.destAttr->id(), index, box ? box : argumentList());
-    });
+  auto const hook = [&] {
+    return s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, m ? m->index() : nullptr, argumentList());
+  };
+  made.differs =
+      edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
+           [&] { made.entity = s.access.createLike(s.attr, f.dest, src); });
   made.isNew = generation == impl_.generation;
   if (compare_) return made;
   // A reactor may have deleted it.

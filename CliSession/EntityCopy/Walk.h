@@ -70,29 +70,11 @@ class Walk final : private Kel::SameTarget {
   Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
                        Kel::Entity const& srcTarget, Member* m, bool isKey);
 
-  // The only way to change the destination. Takes the edit's debug action, asks the bypass checker, counts the edit,
-  // and carries it out unless this is a comparison. Answers whether the destination changes or, in a comparison, would.
-  // `value()` boxes the value for foreign code that may look at it; `apply(box)` writes it. If there is none, `box` is
-  // null. A reactor of one entry of the log may have deleted the source's member before `apply`.
-  template <class Value, class Apply>
-  bool edit(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Apply const& apply) {
-    Box box;
-    bool logged = true;
-    if (quiet_ && !compare_) {
-      if (log_) count(frame, step, type);
-    } else {
-      bool const offered = offers(step, type);
-      if (offered || (log_ && log_->hasReactors())) box = value();  // foreign code may delete it from the source
-      logged = admit(frame, step, type, offered, box);
-      if (compare_) return logged;
-    }
-    if (frame.dest.hasReactors() || step.destAttr->afterChange()) {
-      ForeignCode const foreign(*this, frame);
-      apply(box);
-    } else {
-      apply(box);
-    }
-    return true;
+  // An edit; answers whether the destination changes or, in a comparison, would. If the storage can make it, and no
+  // foreign code has to see it, it is counted and `write` makes it. Otherwise `hook` does all of it with a boxed value.
+  template <class Hook, class Write>
+  bool edit(Frame& frame, Step const& step, AttributeEditType type, bool typed, Hook const& hook, Write const& write) {
+    return typed && !traced_ && counts(frame, step, type) ? carryOut(frame, step, write) : hook();
   }
 
   // The hooks: an edit of the destination's attribute, with its value boxed. `current` is the present value, or null if
@@ -217,20 +199,32 @@ class Walk final : private Kel::SameTarget {
   bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
   bool appendEntity(Frame& frame, Step const& step, Kel::Entity const& src);
 
-  // Whether the bypass checker has to be asked.
-  bool offers(Step const& step, AttributeEditType type) {
-    return checker_ && (traced_ || checker_->concerns(editOf(step, type)));
-  }
-  bool admit(Frame& frame, Step const& step, AttributeEditType type, bool offered, Box const& value);
-  // Counts an edit without calling foreign code.
-  void count(Frame& frame, Step const& step, AttributeEditType type) {
+  // Takes an edit's debug action, and counts it. Answers false, and does nothing, if foreign code has to see the edit.
+  bool counts(Frame& frame, Step const& step, AttributeEditType type) {
     std::size_t const at = 2 * std::size_t(step.number) + (type == AttributeEditType::del_ ? 1 : 0);
-    if (at < impl_.entries.size() && impl_.entries[at].generation == impl_.generation)
-      impl_.entries[at].entry->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
-    else
-      countFirst(frame, step, type, at);
+    if (quiet_ && !log_) return true;
+    if (!quiet_ || at >= impl_.entries.size() || impl_.entries[at].generation != impl_.generation)
+      return countsFirst(frame, step, type, at);
+    impl_.entries[at].entry->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
+    return true;
   }
-  void countFirst(Frame& frame, Step const& step, AttributeEditType type, std::size_t at);
+  bool countsFirst(Frame& frame, Step const& step, AttributeEditType type, std::size_t at);
+  // An edit by its hook. `value()` boxes the value for foreign code that has to see it.
+  template <class Value, class Write>
+  bool editBoxed(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Write const& write) {
+    bool const differs = counts(frame, step, type) || record(frame, editOf(step, type), value());
+    return compare_ ? differs : carryOut(frame, step, write);
+  }
+  bool record(Frame& frame, AttributeEdit const& edit, Box const& value);
+  // Calls `write`, which changes the destination, unless this is a comparison.
+  template <class Write>
+  bool carryOut(Frame& frame, Step const& step, Write const& write) {
+    std::optional<ForeignCode> guard;
+    if (compare_) return true;
+    if (frame.dest.hasReactors() || step.destAttr->afterChange()) guard.emplace(*this, frame);
+    write();
+    return true;
+  }
   // The destination's attribute. Raises UnknownAttrException where there is none.
   static Kel::KelAttr const& destAttr(Frame const& frame, Step const& step) {
     return step.destAttr ? *step.destAttr : destAttribute(frame.dest, step.attr);
