@@ -256,9 +256,8 @@ Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const
   auto const hook = [&] {
     return s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, m ? m->index() : nullptr, argumentList());
   };
-  made.differs =
-      edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
-           [&] { made.entity = s.access.createLike(s.attr, f.dest, src); });
+  made.differs = edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
+                      [&] { made.entity = s.access.createLike(s.attr, f.dest, src); });
   made.isNew = generation == impl_.generation;
   if (compare_) return made;
   // A reactor may have deleted it.
