@@ -31,16 +31,27 @@ bool Walk::root(Frame& f) {
   Kel::Ptr<Kel::Entity const> ground;
   if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
   if (!ground) return attributes(f);
-  WalkedRoot walked{f.destPtr(), f.srcPtr(), ground, {}};
-  if (ec_.pendingAttrs() == 0) changes_ = changesSinceEqual(ec_, walked);
-  walked.start = checkpointIfJournaled(ec_, walked);
+  RootPair const roots{f.dest, f.src, *ground};
+  if (ec_.pendingAttrs() == 0) changes_ = changesSinceEqual(ec_, roots);
+  std::optional<Checkpoint> equal = checkpointIfJournaled(ec_, roots);
+  Kel::U64 const begun = impl_.generation;
+  bool const compared = compare_;
   if (changes_) {
-    changesAt_ = impl_.generation;
+    changesAt_ = begun;
     Changed const* const here = changes_->find(f.src);
     if (!here->has(Kel::Change::whole)) f.changed = here;
   }
   bool const any = attributes(f);
-  impl_.walked.push_back(std::move(walked));
+  if (stopped()) return any;
+  // Foreign code may have changed what was walked already. That has an entry after the first checkpoint. In a
+  // comparison, it may have let a difference pass.
+  if (impl_.generation == begun)
+    equal = takeCheckpoint(ec_, roots);
+  else if (compared || compare_ || !mayKeepChanges(f))
+    return any;
+  if (!equal) return any;
+  rememberEqual(roots, *equal);
+  for (Kel::Ptr<Kel::Entity> const& e : unsettled_) e->mark(Kel::Change::members);
   return any;
 }
 

@@ -64,10 +64,10 @@ Ground groundOf(EntityCopy const& ec, ChangeJournal& ground) {
 
 }  // namespace
 
-std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot const& root) {
-  ChangeJournal* const src = ChangeJournal::of(*root.src);
-  ChangeJournal* const dest = ChangeJournal::of(*root.dest);
-  ChangeJournal* const ground = ChangeJournal::of(*root.ground);
+std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, RootPair const& root) {
+  ChangeJournal* const src = ChangeJournal::of(root.src);
+  ChangeJournal* const dest = ChangeJournal::of(root.dest);
+  ChangeJournal* const ground = ChangeJournal::of(root.ground);
   if (!src || !dest || !ground) return nullptr;
   Checkpoint was;
   {
@@ -78,28 +78,28 @@ std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot cons
     was = found->second;
   }
   if (was.ground != groundOf(ec, *ground) || !src->holds(was.src) || !dest->holds(was.dest)) return nullptr;
-  return std::make_unique<Changes>(*root.dest, *root.src, dest->since(was.dest), src->since(was.src));
+  return std::make_unique<Changes>(root.dest, root.src, dest->since(was.dest), src->since(was.src));
 }
 
-Checkpoint takeCheckpoint(EntityCopy const& ec, WalkedRoot const& root) {
-  ChangeJournal& src = ChangeJournal::attach(*root.src);
-  ChangeJournal& dest = ChangeJournal::attach(*root.dest);
-  ChangeJournal& ground = ChangeJournal::attach(*root.ground);
+Checkpoint takeCheckpoint(EntityCopy const& ec, RootPair const& root) {
+  ChangeJournal& src = ChangeJournal::attach(root.src);
+  ChangeJournal& dest = ChangeJournal::attach(root.dest);
+  ChangeJournal& ground = ChangeJournal::attach(root.ground);
   ChangeJournal::newEpoch();  // it is one for all journals
   return {src.end(), dest.end(), groundOf(ec, ground)};
 }
 
-std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot const& root) {
-  if (!ChangeJournal::of(*root.src) || !ChangeJournal::of(*root.dest)) return std::nullopt;
+std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, RootPair const& root) {
+  if (!ChangeJournal::of(root.src) || !ChangeJournal::of(root.dest)) return std::nullopt;
   return takeCheckpoint(ec, root);
 }
 
-void rememberEqual(WalkedRoot const& root, Checkpoint const& at) {
+void rememberEqual(RootPair const& root, Checkpoint const& at) {
   Memory& all = memory();
   std::lock_guard const lock(all.mutex);
   if (all.equal.size() >= Memory::most) all.equal.clear();
   // A root with a checkpoint has a journal.
-  all.equal.insert_or_assign({ChangeJournal::of(*root.src)->id(), ChangeJournal::of(*root.dest)->id()}, at);
+  all.equal.insert_or_assign({ChangeJournal::of(root.src)->id(), ChangeJournal::of(root.dest)->id()}, at);
 }
 
 }  // namespace Cli::Session

@@ -56,22 +56,20 @@ struct Checkpoint {
   Ground ground;
 };
 
-// A root that a run has walked, until the run ends.
-struct WalkedRoot {
-  Kel::Ptr<Kel::Entity> dest;
-  Kel::Ptr<Kel::Entity const> src, ground;
-  std::optional<Checkpoint> start;  // taken when the walk began, if there were journals then
+// A copy root, its counterpart, and what the handler says that its answers depend on.
+struct RootPair {
+  Kel::Entity const &dest, &src, &ground;
 };
 
 // The functions below use a process-wide memory of which roots were equal. A thread may call them for its own trees.
 //
 // The changes since two roots were last equal; null if that is not known.
-std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot const& root);
+std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, RootPair const& root);
 // Takes a checkpoint now. Attaches journals where there are none.
-Checkpoint takeCheckpoint(EntityCopy const& ec, WalkedRoot const& root);
+Checkpoint takeCheckpoint(EntityCopy const& ec, RootPair const& root);
 // Takes a checkpoint now, if the root and its counterpart have journals already.
-std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot const& root);
+std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, RootPair const& root);
 // Remembers that the two roots were equal at a checkpoint.
-void rememberEqual(WalkedRoot const& root, Checkpoint const& at);
+void rememberEqual(RootPair const& root, Checkpoint const& at);
 
 }  // namespace Cli::Session

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
-#include "CliSession/EntityCopy/Changes.h"
 #include "CliSession/EntityCopy/Counterparts.h"
 #include "CliSession/EntityCopy/Depth.h"
 #include "Kel/Assert.h"
@@ -21,11 +20,6 @@ class EntityCopy::Impl {
   // (handlers, reactors, bypass checkers) has run.
   Kel::U64 generation = 1;
   Counterparts counterparts;
-  // The roots that the current run has walked in full, and the reasons why they may not be equal at its end.
-  std::vector<WalkedRoot> walked;
-  Kel::U64 foreignCalls = 0;  // how often foreign code has run
-  bool unsettled = false;     // a value was written that does not compare equal, such as a NaN
-
   bool unlogged = false;  // see leaveUnlogged
 
   // The log's entries for each step: two a step, set and delete. An entry is valid for its generation.

@@ -94,6 +94,7 @@ void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& own
     record->destValueFullNameIs(destTarget);
   }
   replacePending(f, s, m, record);
+  unsettle(f);
 }
 
 void EntityCopy::doCopyPendingAttrs(bool force) {
@@ -111,8 +112,6 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     KEL_TRACE(3) << "Looking for deferred " << what << name;
     Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(isKey ? record->srcIndex() : record->srcMember());
     if (Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *record->dest(), name, srcTarget.ptr())) {
-      // A target that is still to be made anew is not equal.
-      if (!srcTarget || !keepsIdentity(*this, *target, *srcTarget)) Impl::of(*this).unsettled = true;
       KEL_TRACE(3) << "Setting deferred " << what << name;
       setDeferred(*this, *record, target, isKey);
       if (stop()) return;

@@ -200,7 +200,7 @@ bool Walk::value(Frame& f, Step const& s) {
       f, s, AttributeEditType::set_, s.typed,
       [&] { return set(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
       [&] { s.access.copyValue(s.attr, f.dest, f.src); });
-  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
+  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) unsettle(f);
   if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -227,8 +227,7 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     else
       s.access.setTarget(s.attr, f.dest, target);
   });
-  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal))
-    impl_.unsettled = true;
+  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal)) unsettle(f);
   return changed;
 }
 
@@ -262,7 +261,7 @@ Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const
   if (compare_) return made;
   // A reactor may have deleted it.
   if (!made.entity || !made.isNew) made.entity = held(f, s, m, src);
-  if (made.entity && s.typed && !s.alike(*made.entity, src)) impl_.unsettled = true;  // a NaN among the parameters
+  if (made.entity && s.typed && !s.alike(*made.entity, src)) unsettle(f);  // a NaN among the parameters
   return made;
 }
 

@@ -89,10 +89,7 @@ class Walk final : private Kel::SameTarget {
   class ForeignCode {
    public:
     ForeignCode(Walk& walk, Frame& frame) : walk_(walk) { frame.hold(); }
-    ~ForeignCode() {
-      ++walk_.impl_.foreignCalls;
-      walk_.revalidate();
-    }
+    ~ForeignCode() { walk_.revalidate(); }
     ForeignCode(ForeignCode const&) = delete;
     ForeignCode& operator=(ForeignCode const&) = delete;
 
@@ -129,6 +126,9 @@ class Walk final : private Kel::SameTarget {
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
   // Whether the recorded changes are complete, which they are until foreign code runs.
   bool changesHold() const { return changesAt_ == impl_.generation; }
+  // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
+  // of its pointers has to wait. It counts as changed.
+  void unsettle(Frame& frame) { unsettled_.push_back(frame.destPtr()); }
   bool changedOnly(Frame& frame);
   bool changedMembers(Frame& frame, Step const& step);
   // Whether the handler has to be asked about a child.
@@ -247,7 +247,8 @@ class Walk final : private Kel::SameTarget {
   bool keeps_ = false;                // the handler keeps targets
   std::unique_ptr<Changes> changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;
-  std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
+  std::vector<Kel::Ptr<Kel::Entity>> unsettled_;  // see unsettle
+  std::array<TypeAnswer, 16> types_{};            // by a hash of the types' addresses
 };
 
 }  // namespace Cli::Session
