@@ -1,7 +1,6 @@
 // The walk over what has changed.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
-#include <utility>
 
 #include "CliSession/EntityCopy/Walk.h"
 
@@ -55,56 +54,16 @@ bool Walk::root(Frame& f) {
   return any;
 }
 
-bool Walk::changedOnly(Frame& f) {
-  bool any = false;
-  if (stopped()) return false;
-  for (Step const* step : f.plan.copied) {
-    // Foreign code may have changed anything.
-    bool const known = changesHold();
-    if (known && step->attr.instantiating())
-      any |= changedMembers(f, *step);
-    else if (!known || f.changed->has(Kel::Change::content))
-      any |= differs(f, *step);
-    if (stopped()) break;
+// Collects the next members that have changed, with their counterparts, as AttrAccess::gatherPairs does.
+Kel::U32 Walk::gatherChanged(Frame& f, Step const& s, Kel::U32& position, Kel::AttrAccess::Pair* pairs, Kel::U32 most) {
+  Kel::U32 count = 0;
+  auto next = f.changed->owned.lower_bound({s.attr.id(), position, nullptr});
+  for (; count < most && next != f.changed->owned.end() && next->attr == s.attr.id(); ++next) {
+    Kel::Entity* const dest = s.access.findCounterpart(f.dest, *next->entity, next->position);
+    pairs[count++] = {dest, const_cast<Kel::Entity*>(next->entity), next->position};
+    position = next->position + 1;
   }
-  return any;
-}
-
-// Copies the members of one attribute that have changed, in the order of the walk.
-bool Walk::changedMembers(Frame& f, Step const& s) {
-  std::vector<std::pair<Kel::U32, Kel::Entity const*>> changed;
-  for (Kel::Entity const* e : f.changed->owned)
-    if (e->parentAttrId() == s.attr.id()) changed.emplace_back(s.dense ? s.access.positionOf(f.src, *e) : 0, e);
-  bool const membership = f.changed->has(Kel::Change::members);
-  if (!membership && changed.empty()) return false;
-  if (membership && s.attr.isQueue()) {
-    // The members may pair up differently now, so the whole queue is walked.
-    Changed const* const here = std::exchange(f.changed, nullptr);
-    bool const any = attribute(f, s);
-    f.changed = here;
-    return any;
-  }
-  // Otherwise every member is visited, and `descend` skips those that have not changed.
-  bool const sameMembers = s.dense && (!membership || s.access.sameKeyHashes(f.dest, f.src)) && s.usualPlan().keyOnly;
-  if (!sameMembers) return attribute(f, s);
-  std::sort(changed.begin(), changed.end());
-  Kel::IteratorRoom room;
-  s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
-  bool any = false;
-  for (auto const& [position, src] : changed) {
-    Kel::Entity* const dest = s.access.findCounterpart(f.dest, *src, position);
-    if (!dest || dest->type() != src->type()) {
-      any |= attribute(f, s);  // different keys have equal hashes
-      break;
-    }
-    any |= child(f, s, *dest, *src);
-    if (stopped()) break;
-    if (!changesHold()) {
-      any |= copyMembers(f, s, position + 1, true);
-      break;
-    }
-  }
-  return any;
+  return count;
 }
 
 }  // namespace Cli::Session

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "CliSession/EntityCopy/Counterparts.h"
+#include "Kel/AttrAccess.h"
 
 namespace Cli::Session {
 
@@ -33,7 +34,13 @@ Changed& Changes::at(Kel::Entity const& src) {
   auto const [found, isNew] = changed_.try_emplace(&src);
   Changed& changed = found->second;
   // References into the map stay valid while it grows.
-  if (isNew && &src != &src_) at(*src.parent()).owned.push_back(&src);
+  if (isNew && &src != &src_) {
+    Kel::KelAttr const& in = *src.parentAttr();
+    bool const placed = in.collectionKind() == Kel::KelAttr::Collection::hashMap;
+    Kel::U32 const position = placed ? in.access().positionOf(*src.parent(), src) : 0;
+    std::set<Changed::Owned>& owned = at(*src.parent()).owned;
+    owned.insert(owned.end(), {in.id(), position, &src});  // usually the last
+  }
   return changed;
 }
 

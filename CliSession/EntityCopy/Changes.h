@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
@@ -12,13 +13,26 @@
 
 namespace Cli::Session {
 
-// The changes at an entity of the source or at its counterpart. `owned` lists the entities it owns that have changed or
-// have changes below them.
+// The changes at an entity of the source or at its counterpart.
 struct Changed {
+  // An entity that it owns, which has changed or has changes below it.
+  struct Owned {
+    Kel::AttributeId attr;
+    Kel::U32 position;  // in a hash map; else 0
+    Kel::Entity const* entity;
+    auto operator<=>(Owned const&) const = default;
+  };
+
   Kel::U8 change = 0;  // 0: nothing of its own; else a Kel::Change
-  std::vector<Kel::Entity const*> owned;
+  std::set<Owned> owned;
 
   bool has(Kel::Change least) const { return change >= static_cast<Kel::U8>(least); }
+  // Whether an attribute, or what it owns, may have changed.
+  bool concerns(Kel::KelAttr const& attr) const {
+    auto const first = owned.lower_bound({attr.id(), 0, nullptr});
+    return has(attr.instantiating() ? Kel::Change::members : Kel::Change::content) ||
+           (first != owned.end() && first->attr == attr.id());
+  }
 };
 
 // The changes below one pair of roots, keyed by the source's entities.

@@ -72,7 +72,6 @@ bool Walk::attributes(Frame& f) {
 
 // Copies all attributes; if the plain ones are known to be equal, only the others.
 bool Walk::further(Frame& f, bool plainEqual) {
-  if (f.changed && changesHold()) return changedOnly(f);
   bool any = false;
   // The walk checks whether to stop after each attribute. If it has to stop already, it takes the first attribute only.
   if (stopped())
@@ -100,8 +99,11 @@ void traceSkipped(Kel::KelAttr const& attr) {
 }  // namespace
 
 bool Walk::equalInPlace(Frame& f, Step const& s) {
-  if (s.kind == Step::Kind::members && guide_ && !(f.changed && changesHold()) && walkedThrough(f, s) && areLeaves(s))
+  if (Changed const* const here = changed(f)) {
+    if (!here->concerns(s.attr)) return true;
+  } else if (s.kind == Step::Kind::members && guide_ && walkedThrough(f, s) && areLeaves(s)) {
     return leavesEqual(s, f.dest, f.src);
+  }
   return equalAlone(s, f.dest, f.src);
 }
 
@@ -175,18 +177,19 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
 
 // Copies a child about which the handler need not be asked.
 bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
-  Changed const* changed = nullptr;
-  if (f.changed && !isNew && changesHold()) {
-    changed = changes_->find(src);
-    if (!changed) return false;
-    if (changed->has(Kel::Change::whole)) changed = nullptr;
+  Changed const* changedBelow = nullptr;
+  // The members of a queue may pair up differently now.
+  if (!isNew && !s.attr.isQueue() && changed(f)) {
+    changedBelow = changes_->find(src);
+    if (!changedBelow) return false;
+    if (changedBelow->has(Kel::Change::whole)) changedBelow = nullptr;
   }
   bool const plainEqual = plan.plainEqual && plan.plainEqual(dest, src);
   if (plainEqual && plan.further.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
   if (isNew) below.newAt = impl_.generation;
-  below.changed = changed;
+  below.changed = changedBelow;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
   return further(below, plainEqual);

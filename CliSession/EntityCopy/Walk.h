@@ -124,13 +124,16 @@ class Walk final : private Kel::SameTarget {
   bool further(Frame& frame, bool plainEqual);
   bool mayKeepChanges(Frame& frame);
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
-  // Whether the recorded changes are complete, which they are until foreign code runs.
-  bool changesHold() const { return changesAt_ == impl_.generation; }
+  // What has changed at an entity since both sides were last equal; null if that is not known, or is everything. The
+  // changes are complete until foreign code runs.
+  Changed const* changed(Frame const& f) const {
+    return f.changed && changesAt_ == impl_.generation ? f.changed : nullptr;
+  }
   // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
   // of its pointers has to wait. It counts as changed.
   void unsettle(Frame& frame) { unsettled_.push_back(frame.destPtr()); }
-  bool changedOnly(Frame& frame);
-  bool changedMembers(Frame& frame, Step const& step);
+  Kel::U32 gatherChanged(Frame& frame, Step const& step, Kel::U32& position, Kel::AttrAccess::Pair* pairs,
+                         Kel::U32 most);
   // Whether the handler has to be asked about a child.
   bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
   bool asksForType(Kel::KelType const& type) {
