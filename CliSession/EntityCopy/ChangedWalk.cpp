@@ -2,6 +2,7 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
 
+#include "CliSession/EntityCopy/Changes.h"
 #include "CliSession/EntityCopy/Walk.h"
 
 namespace Cli::Session {
@@ -31,15 +32,15 @@ bool Walk::root(Frame& f) {
   if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
   if (!ground) return attributes(f);
   RootPair const roots{f.dest, f.src, *ground};
-  if (ec_.pendingAttrs() == 0) changes_ = changesSinceEqual(ec_, roots);
-  std::optional<Checkpoint> equal = checkpointIfJournaled(ec_, roots);
   Kel::U64 const begun = impl_.generation;
   bool const compared = compare_;
-  if (changes_) {
+  if (ec_.pendingAttrs() == 0 && addChanges(ec_, roots, changes_)) {
     changesAt_ = begun;
-    Changed const* const here = changes_->find(f.src);
+    Kel::ChangedEntity const* const here = changes_.find(f.src);
     if (!here->has(Kel::Change::whole)) f.changed = here;
   }
+  std::optional<Checkpoint> equal;
+  if (Kel::ChangeJournal::of(f.src) && Kel::ChangeJournal::of(f.dest)) equal = takeCheckpoint(ec_, roots);
   bool const any = attributes(f);
   if (stopped()) return any;
   // Foreign code may have changed what was walked already. That has an entry after the first checkpoint. In a

@@ -7,14 +7,6 @@
 
 namespace Cli::Session {
 
-// The entity below `destTop` at the position that `src` has below `srcTop`: from each owner, the same attribute and key
-// lead to the next. No path is made. If there is none, or if two owners on the way have different types: the same for
-// the nearest owner of `src` that has a counterpart.
-struct Nearest {
-  Kel::Entity* entity;
-  Kel::Entity const* missing;  // the first on the way down to `src` that has no counterpart; null: all have one
-};
-Nearest nearestCounterpart(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop);
 // The entity below the copy's destination at the position that `src` has below its source, or null.
 Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src);
 

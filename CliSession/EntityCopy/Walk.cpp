@@ -99,7 +99,7 @@ void traceSkipped(Kel::KelAttr const& attr) {
 }  // namespace
 
 bool Walk::equalInPlace(Frame& f, Step const& s) {
-  if (Changed const* const here = changed(f)) {
+  if (Kel::ChangedEntity const* const here = changed(f)) {
     if (!here->concerns(s.attr)) return true;
   } else if (s.kind == Step::Kind::members && guide_ && walkedThrough(f, s) && areLeaves(s)) {
     return leavesEqual(s, f.dest, f.src);
@@ -177,10 +177,10 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
 
 // Copies a child about which the handler need not be asked.
 bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
-  Changed const* changedBelow = nullptr;
+  Kel::ChangedEntity const* changedBelow = nullptr;
   // The members of a queue may pair up differently now.
   if (!isNew && !s.attr.isQueue() && changed(f)) {
-    changedBelow = changes_->find(src);
+    changedBelow = changes_.find(src);
     if (!changedBelow) return false;
     if (changedBelow->has(Kel::Change::whole)) changedBelow = nullptr;
   }

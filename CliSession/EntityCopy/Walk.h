@@ -126,7 +126,7 @@ class Walk final : private Kel::SameTarget {
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
   // What has changed at an entity since both sides were last equal; null if that is not known, or is everything. The
   // changes are complete until foreign code runs.
-  Changed const* changed(Frame const& f) const {
+  Kel::ChangedEntity const* changed(Frame const& f) const {
     return f.changed && changesAt_ == impl_.generation ? f.changed : nullptr;
   }
   // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
@@ -245,10 +245,10 @@ class Walk final : private Kel::SameTarget {
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
-  bool debugged_ = false;             // the log has debug actions
-  bool quiet_ = false;                // edits are only counted, or the run is left unlogged
-  bool keeps_ = false;                // the handler keeps targets
-  std::unique_ptr<Changes> changes_;  // below the root of the walk
+  bool debugged_ = false;         // the log has debug actions
+  bool quiet_ = false;            // edits are only counted, or the run is left unlogged
+  bool keeps_ = false;            // the handler keeps targets
+  Kel::ChangedEntities changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;
   std::vector<Kel::Ptr<Kel::Entity>> unsettled_;  // see unsettle
   std::array<TypeAnswer, 16> types_{};            // by a hash of the types' addresses
