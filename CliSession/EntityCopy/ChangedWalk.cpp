@@ -7,23 +7,23 @@
 
 namespace Cli::Session {
 
-// Whether the handler has to be asked about a type, a type derived from it, or a type that these refer to.
-bool Walk::asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen) {
-  if (std::find(seen.begin(), seen.end(), &type) != seen.end()) return false;
-  seen.push_back(&type);
-  if (asksForType(type)) return true;
-  for (Kel::KelType const* derived = type.firstDerived(); derived; derived = derived->nextDerived())
-    if (asksForAnyType(*derived, seen)) return true;
-  for (Kel::KelAttr const* attr : type.ownAttrs())
-    if (attr->copiable() && asksForAnyType(*attr->type(), seen)) return true;
-  return false;
-}
-
-// Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped.
+// Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped. The
+// handler is asked about all types that the root's type refers to, and about those that are derived from these.
 bool Walk::mayKeepChanges(Frame& f) {
   if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
-  std::vector<Kel::KelType const*> seen;
-  return guide_->walksThrough(f.path(), true) && !asksForAnyType(f.plan.src, seen);
+  if (!guide_->walksThrough(f.path(), true)) return false;
+  std::vector<Kel::KelType const*> reached{&f.plan.src};
+  auto const reach = [&](Kel::KelType const* type) {
+    if (std::find(reached.begin(), reached.end(), type) == reached.end()) reached.push_back(type);
+  };
+  for (std::size_t i = 0; i < reached.size(); ++i) {
+    Kel::KelType const& type = *reached[i];
+    if (asksForType(type)) return false;
+    for (Kel::KelType const* derived = type.firstDerived(); derived; derived = derived->nextDerived()) reach(derived);
+    for (Kel::KelAttr const* attr : type.ownAttrs())
+      if (attr->copiable()) reach(attr->type());
+  }
+  return true;
 }
 
 bool Walk::root(Frame& f) {
@@ -31,26 +31,25 @@ bool Walk::root(Frame& f) {
   Kel::Ptr<Kel::Entity const> ground;
   if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
   if (!ground) return attributes(f);
-  RootPair const roots{f.dest, f.src, *ground};
+  RootPair const roots = rootPair(ec_, f.dest, f.src, *ground);
   Kel::U64 const begun = impl_.generation;
   bool const compared = compare_;
-  if (ec_.pendingAttrs() == 0 && addChanges(ec_, roots, changes_)) {
+  if (ec_.pendingAttrs() == 0 && lastEqual(roots).addChanges(f.src, f.dest, changes_)) {
     changesAt_ = begun;
     Kel::ChangedEntity const* const here = changes_.find(f.src);
     if (!here->has(Kel::Change::whole)) f.changed = here;
   }
-  std::optional<Checkpoint> equal;
-  if (Kel::ChangeJournal::of(f.src) && Kel::ChangeJournal::of(f.dest)) equal = takeCheckpoint(ec_, roots);
+  Kel::EqualTrees equal;
+  if (Kel::ChangeJournal::of(f.src) && Kel::ChangeJournal::of(f.dest)) equal = Kel::EqualTrees(f.src, f.dest);
   bool const any = attributes(f);
   if (stopped()) return any;
-  // Foreign code may have changed what was walked already. That has an entry after the first checkpoint. In a
+  // Foreign code may have changed what was walked already. That counts as changed since the walk began. In a
   // comparison, it may have let a difference pass.
   if (impl_.generation == begun)
-    equal = takeCheckpoint(ec_, roots);
+    equal = Kel::EqualTrees(f.src, f.dest);
   else if (compared || compare_ || !mayKeepChanges(f))
     return any;
-  if (!equal) return any;
-  rememberEqual(roots, *equal);
+  rememberEqual(roots, equal);
   for (Kel::Ptr<Kel::Entity> const& e : unsettled_) e->mark(Kel::Change::members);
   return any;
 }

@@ -7,11 +7,10 @@ namespace Cli::Session {
 
 namespace {
 
-// Keyed by the source and the destination. That these are still the same entities is for Kel::EqualTrees to see.
 struct Memory {
   static constexpr std::size_t most = 4096;  // pairs; then all are forgotten
   std::mutex mutex;
-  std::map<std::pair<Kel::Entity const*, Kel::Entity const*>, Checkpoint> equal;
+  std::map<RootPair, Kel::EqualTrees> equal;
 };
 
 Memory& memory() {
@@ -19,35 +18,25 @@ Memory& memory() {
   return the;
 }
 
-Ground groundOf(EntityCopy const& ec, Kel::Entity const& ground) {
-  Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(ground);
-  return {ec.src().ptr(), ec.dest().ptr(), journal.id(), journal.end()};
-}
-
 }  // namespace
 
-Checkpoint takeCheckpoint(EntityCopy const& ec, RootPair const& roots) {
-  Ground const ground = groundOf(ec, roots.ground);
-  return {ground, Kel::EqualTrees(roots.src, roots.dest)};  // begins an epoch of all journals
+RootPair rootPair(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src, Kel::Entity const& ground) {
+  Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(ground);
+  return {&dest, &src, ec.dest().ptr(), ec.src().ptr(), journal.id(), journal.end()};
 }
 
-void rememberEqual(RootPair const& roots, Checkpoint const& at) {
+void rememberEqual(RootPair const& roots, Kel::EqualTrees const& at) {
   Memory& all = memory();
   std::lock_guard const lock(all.mutex);
   if (all.equal.size() >= Memory::most) all.equal.clear();
-  all.equal.insert_or_assign({&roots.src, &roots.dest}, at);
+  all.equal.insert_or_assign(roots, at);
 }
 
-bool addChanges(EntityCopy const& ec, RootPair const& roots, Kel::ChangedEntities& to) {
-  Checkpoint was;
-  {
-    Memory& all = memory();
-    std::lock_guard const lock(all.mutex);
-    auto const found = all.equal.find({&roots.src, &roots.dest});
-    if (found == all.equal.end()) return false;
-    was = found->second;
-  }
-  return was.ground == groundOf(ec, roots.ground) && was.equal.addChanges(roots.src, roots.dest, to);
+Kel::EqualTrees lastEqual(RootPair const& roots) {
+  Memory& all = memory();
+  std::lock_guard const lock(all.mutex);
+  auto const found = all.equal.find(roots);
+  return found == all.equal.end() ? Kel::EqualTrees() : found->second;
 }
 
 }  // namespace Cli::Session

@@ -2,36 +2,22 @@
 // See docs/copy-engine.md for what counts as a change, and for the proof.
 #pragma once
 
+#include <tuple>
+
 #include "CliSession/EntityCopy.h"
 #include "Kel/TreePair.h"
 
 namespace Cli::Session {
 
-// A copy root, its counterpart, and what the handler says that its answers depend on.
-struct RootPair {
-  Kel::Entity const &dest, &src, &ground;
-};
+// A copy root and its counterpart, and what the handler's answers and the targets of pointers depend on besides: the
+// ends of the copy, and the journal of EntityCopyHandler::ground with its position. Nothing is dereferenced.
+using RootPair =
+    std::tuple<Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::U64, Kel::U64>;
+RootPair rootPair(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src, Kel::Entity const& ground);
 
-// What the handler's answers and the targets of pointers depend on, apart from what is below the two roots.
-struct Ground {
-  void const *srcTop, *destTop;  // the ends of the copy; compared, never dereferenced
-  Kel::U64 journal, position;    // of EntityCopyHandler::ground
-  bool operator==(Ground const&) const = default;
-};
-
-// A time when two roots were equal. It can be used while the ground is the same.
-struct Checkpoint {
-  Ground ground{};
-  Kel::EqualTrees equal;
-};
-
-// The functions below use a process-wide memory of which roots were equal. A thread may call them for its own trees.
-//
-// Takes a checkpoint now. Attaches journals where there are none.
-Checkpoint takeCheckpoint(EntityCopy const& ec, RootPair const& roots);
-// Remembers that the two roots were equal at a checkpoint.
-void rememberEqual(RootPair const& roots, Checkpoint const& at);
-// Adds what has changed since two roots were last equal, as entities of the source; false if that is not known.
-bool addChanges(EntityCopy const& ec, RootPair const& roots, Kel::ChangedEntities& to);
+// The memory is one for the process. A thread may use it for its own trees.
+void rememberEqual(RootPair const& roots, Kel::EqualTrees const& at);
+// When source and destination were last equal.
+Kel::EqualTrees lastEqual(RootPair const& roots);
 
 }  // namespace Cli::Session

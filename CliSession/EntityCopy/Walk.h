@@ -123,7 +123,6 @@ class Walk final : private Kel::SameTarget {
                bool isNew = false);
   bool further(Frame& frame, bool plainEqual);
   bool mayKeepChanges(Frame& frame);
-  bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
   // What has changed at an entity since both sides were last equal; null if that is not known, or is everything. The
   // changes are complete until foreign code runs.
   Kel::ChangedEntity const* changed(Frame const& f) const {
