@@ -47,10 +47,6 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
   return entityInTree(member, fullName);
 }
 
-void Counterparts::remember(Kel::Entity const& srcTarget, Kel::Entity& target) {
-  known_.try_emplace(&srcTarget, Known{&target, false});
-}
-
 Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTarget) {
   if (isBesideLast(srcTarget)) {
     Kel::Entity* const held = Kel::heldLike(*destOwner_, srcTarget);
@@ -58,31 +54,27 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTa
   }
   if (departures_ != Kel::Entity::departures()) forget();
   departures_ = Kel::Entity::departures();
+  if (auto const asked = asked_.find(&srcTarget); asked != asked_.end()) return {asked->second, true, {}};
   // The nearest owner of which the counterpart is known.
   Kel::Entity const* top = &srcTarget;
-  Kel::Entity* at = nullptr;
-  for (; top; top = top->parent()) {
-    auto const known = known_.find(top);
-    if (known == known_.end() || !(known->second.isOwner || top == &srcTarget)) continue;
-    at = known->second.counterpart;
-    break;
-  }
-  if (!at) {
+  auto owner = owners_.find(top);
+  while (owner == owners_.end() && (top = top->parent())) owner = owners_.find(top);
+  if (!top) {
     auto const root = ec.handler()->counterpartRoot(EntityCopy::Ptr(&ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
     if (!root) return {nullptr, true, {}};
-    at = counterpartByPosition(ec, *root);
+    Kel::Entity* const at = counterpartByPosition(ec, *root);
     if (!at || !keepsIdentity(ec, *at, *root)) return {};
-    known_.try_emplace(root.ptr(), Known{at, true});
     top = root.ptr();
+    owner = owners_.try_emplace(top, at).first;
   }
-  Kel::Nearest const found = Kel::nearestCounterpart(srcTarget, *top, *at);
+  Kel::Nearest const found = Kel::nearestCounterpart(srcTarget, *top, *owner->second);
   if (found.missing) return {nullptr, true, missingName(ec, srcTarget, found)};
   if (!keepsIdentity(ec, *found.entity, srcTarget, top)) return {nullptr, true, {}};
   if (&srcTarget != top) {
     owner_ = srcTarget.parent();
     destOwner_ = found.entity->parent();
     through_ = srcTarget.parentAttrId();
-    known_.try_emplace(owner_, Known{destOwner_, true});
+    owners_.try_emplace(owner_, destOwner_);
     Kel::KelType const& type = *srcTarget.type();
     // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): it was found through that attribute
     bool const plain = srcTarget.parentAttr()->type() == &type && !type.hasDerived();
