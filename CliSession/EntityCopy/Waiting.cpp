@@ -16,9 +16,7 @@ using Index = Kel::GenericIf::PtrConst;
 using Impl = EntityCopy::Impl;
 
 Impl::PendingKey keyOf(Kel::Entity const* dest, Kel::KelAttr const* attr, Index const& index) {
-  if (!index) return {dest, attr, nullptr, {}};
-  if (index->isEntity()) return {dest, attr, index->entityConst().ptr(), {}};
-  return {dest, attr, index->type(), index->text()};
+  return {dest, attr, entityConstOf(index).ptr(), index && !index->isEntity() ? index->text() : Kel::String8()};
 }
 
 // Whether the record's destination has left the tree that it was in when the pointer was deferred.
@@ -65,18 +63,6 @@ std::vector<Kel::Ptr<AttributeCopy>> Walk::waitingMembers(Frame const& f, Step c
   auto it = impl_.pending.lower_bound(keyOf(&f.dest, &s.attr, nullptr));
   for (; it != impl_.pending.end() && isOfMember(it->first); ++it) records.push_back(it->second.record);
   return records;
-}
-
-void tidyPending(EntityCopy& ec) noexcept {
-  for (auto it = ec.pendingAttrIterator(); it && ec.stopAtFirstDiff(); ++it) {
-    AttributeCopy const& record = *it.key();
-    try {
-      if (record.destValueFullName().empty() && record.destIndexFullName().empty()) ec.pendingAttrDel(it.key());
-    } catch (...) {
-      // A run may be ending with an exception already.
-    }
-  }
-  std::erase_if(Impl::of(ec).pending, [&](auto const& known) { return !ec.pendingAttrHas(known.second.record); });
 }
 
 void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
