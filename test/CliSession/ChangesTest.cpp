@@ -263,6 +263,23 @@ TEST_F(Changed, RootsAreNotEqualWhileAPointerWaits) {
   EXPECT_EQ(dest->favourite(), dest->bolt("b"));
 }
 
+TEST_F(Changed, APointerThatWaitsIsMetAgainAndTheRestIsSkipped) {
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
+  src->newBolt("c")->peerIs(src->bolt("b"));
+  auto const copied = [&] {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src);
+    ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+    ec->destIs(world.dest);
+    EXPECT_EQ(ec->pendingAttrs(), 1u);
+    return textOf(editsOf(*ec->attributeEditLog()));
+  };
+  EXPECT_NE(copied(), "");
+  // A change that nothing is told of is not found, but by a full walk.
+  Plant::Bolt::_fwkType()->getAttr("peer")->access().dropPointers(*dest->bolt("c"));
+  for (int run = 0; run < 2; ++run) EXPECT_EQ(copied(), "");
+  EXPECT_FALSE(dest->bolt("c")->peer());
+}
+
 TEST_F(Changed, APointerIsLookedAtAgainWhenItsTargetIsMadeAnew) {
   auto const annex = World::hall(world.src, "sys/annex");
   src->favouriteIs(annex->newAxle("new"));
