@@ -3,6 +3,7 @@
 #pragma once
 
 #include <set>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -31,7 +32,9 @@ struct ChangedEntity {
     AttributeId attr;
     U32 position;  // in a hash map; else 0
     Entity const* entity;
-    auto operator<=>(Owned const&) const = default;
+    bool operator<(Owned const& o) const {
+      return std::tie(attr, position, entity) < std::tie(o.attr, o.position, o.entity);
+    }
   };
 
   U8 change = 0;  // 0: nothing of its own; else a Change
@@ -48,7 +51,7 @@ struct ChangedEntity {
 
 // The entities of the first tree at which two trees may differ, with all their owners. Of what is in a queue, only the
 // queue's owner is sure to be there, because it is not known which items are counterparts.
-class KEL_API ChangedEntities {
+class ChangedEntities {
  public:
   ChangedEntity const* find(Entity const& e) const {
     auto const found = changed_.find(&e);
