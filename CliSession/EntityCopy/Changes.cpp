@@ -1,16 +1,27 @@
-#include "CliSession/EntityCopy/Changes.h"
-
+// What a walk may skip: two roots that were equal differ only in what has changed since. See docs/copy-engine.md for
+// what counts as a change, and for the proof.
+#define KEL_SOURCE_NAME "EntityCopy"
+#include <algorithm>
 #include <map>
 #include <mutex>
+#include <tuple>
+
+#include "CliSession/EntityCopy/Walk.h"
 
 namespace Cli::Session {
 
 namespace {
 
+// A copy root and its counterpart, and what the handler's answers and the targets of pointers depend on besides: the
+// ends of the copy, and the journal of EntityCopyHandler::ground with its position. Nothing is dereferenced.
+using Roots =
+    std::tuple<Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::U64, Kel::U64>;
+
+// When roots were equal. One for the process; a thread may use it for its own trees.
 struct Memory {
   static constexpr std::size_t most = 4096;  // pairs; then all are forgotten
   std::mutex mutex;
-  std::map<RootPair, Kel::EqualTrees> equal;
+  std::map<Roots, Kel::EqualTrees> equal;
 };
 
 Memory& memory() {
@@ -18,25 +29,80 @@ Memory& memory() {
   return the;
 }
 
-}  // namespace
-
-RootPair rootPair(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src, Kel::Entity const& ground) {
-  Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(ground);
-  return {&dest, &src, ec.dest().ptr(), ec.src().ptr(), journal.id(), journal.end()};
-}
-
-void rememberEqual(RootPair const& roots, Kel::EqualTrees const& at) {
+void rememberEqual(Roots const& roots, Kel::EqualTrees const& at) {
   Memory& all = memory();
   std::lock_guard const lock(all.mutex);
   if (all.equal.size() >= Memory::most) all.equal.clear();
   all.equal.insert_or_assign(roots, at);
 }
 
-Kel::EqualTrees lastEqual(RootPair const& roots) {
+Kel::EqualTrees lastEqual(Roots const& roots) {
   Memory& all = memory();
   std::lock_guard const lock(all.mutex);
   auto const found = all.equal.find(roots);
   return found == all.equal.end() ? Kel::EqualTrees() : found->second;
+}
+
+}  // namespace
+
+// Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped. The
+// handler is asked about all types that the root's type refers to, and about those that are derived from these.
+bool Walk::mayKeepChanges(Frame& f) {
+  if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
+  if (!guide_->walksThrough(f.path(), true)) return false;
+  std::vector<Kel::KelType const*> reached{&f.plan.src};
+  auto const reach = [&](Kel::KelType const* type) {
+    if (std::find(reached.begin(), reached.end(), type) == reached.end()) reached.push_back(type);
+  };
+  for (std::size_t i = 0; i < reached.size(); ++i) {
+    Kel::KelType const& type = *reached[i];
+    if (asksForType(type)) return false;
+    for (Kel::KelType const* derived = type.firstDerived(); derived; derived = derived->nextDerived()) reach(derived);
+    for (Kel::KelAttr const* attr : type.ownAttrs())
+      if (attr->copiable()) reach(attr->type());
+  }
+  return true;
+}
+
+bool Walk::root(Frame& f) {
+  bool const isRoot = ec_.srcCopyRootHas(f.srcPtr()) || (ec_.srcCopyRoots() == 0 && ec_.src() == f.srcPtr());
+  Kel::Ptr<Kel::Entity const> ground;
+  if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
+  if (!ground) return attributes(f);
+  Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(*ground);
+  Roots const roots{&f.dest, &f.src, ec_.dest().ptr(), ec_.src().ptr(), journal.id(), journal.end()};
+  Kel::U64 const begun = impl_.generation;
+  bool const compared = compare_;
+  if (ec_.pendingAttrs() == 0 && lastEqual(roots).addChanges(f.src, f.dest, changes_)) {
+    changesAt_ = begun;
+    Kel::ChangedEntity const* const here = changes_.find(f.src);
+    if (!here->has(Kel::Change::whole)) f.changed = here;
+  }
+  Kel::EqualTrees equal;
+  if (Kel::ChangeJournal::of(f.src) && Kel::ChangeJournal::of(f.dest)) equal = Kel::EqualTrees(f.src, f.dest);
+  bool const any = attributes(f);
+  if (stopped()) return any;
+  // Foreign code may have changed what was walked already. That counts as changed since the walk began. In a
+  // comparison, it may have let a difference pass.
+  if (impl_.generation == begun)
+    equal = Kel::EqualTrees(f.src, f.dest);
+  else if (compared || compare_ || !mayKeepChanges(f))
+    return any;
+  rememberEqual(roots, equal);
+  for (Kel::Ptr<Kel::Entity> const& e : unsettled_) e->mark(Kel::Change::members);
+  return any;
+}
+
+// Collects the next members that have changed, with their counterparts, as AttrAccess::gatherPairs does.
+Kel::U32 Walk::gatherChanged(Frame& f, Step const& s, Kel::U32& position, Kel::AttrAccess::Pair* pairs, Kel::U32 most) {
+  Kel::U32 count = 0;
+  auto next = f.changed->owned.lower_bound({s.attr.id(), position, nullptr});
+  for (; count < most && next != f.changed->owned.end() && next->attr == s.attr.id(); ++next) {
+    Kel::Entity* const dest = s.access.findCounterpart(f.dest, *next->entity, next->position);
+    pairs[count++] = {dest, const_cast<Kel::Entity*>(next->entity), next->position};
+    position = next->position + 1;
+  }
+  return count;
 }
 
 }  // namespace Cli::Session
