@@ -18,15 +18,7 @@ PtrTarget EntityCopyHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, Ke
   return PtrTarget("", false);
 }
 
-bool EntityCopyHandler::walksThrough(Kel::String, bool) const { return false; }
-bool EntityCopyHandler::walksThroughType(Kel::String) const { return false; }
-bool EntityCopyHandler::keepsTargets() const { return false; }
-Kel::Ptr<Kel::Entity const> EntityCopyHandler::counterpartRoot(Kel::Ptr<EntityCopy> const&,
-                                                               Kel::Ptr<Kel::Entity const> const&) const {
-  return nullptr;
-}
-
-Kel::Ptr<Kel::Entity const> EntityCopyHandler::ground() const { return nullptr; }
+Kel::Ptr<EntityCopyGlobalSessionHandler const> EntityCopyHandler::decidesAs() const { return nullptr; }
 
 void EntityCopyCustomHandlerTable::registerCustomCopyHandler(EntityPath const& path, Kel::String typeName,
                                                              Kel::Ptr<EntityCopyGlobalSessionHandler> const& handler) {
@@ -43,10 +35,8 @@ Kel::Ptr<EntityCopyGlobalSessionHandler> EntityCopyCustomHandlerTable::findCusto
   Kel::Ptr<EntityCopyHandlerMap const> const map = typeSpecificHandlers(typeName);
   if (!map) return nullptr;
   // Keys come in text order, so the first match is the shortest. They match by characters, not by components.
-  for (auto it = map->pathSpecificIterator(); it; ++it) {
-    Kel::String const& key = it.key().value();
-    if (path.view().substr(0, key.chars()) == key.view()) return it.value();
-  }
+  for (auto it = map->pathSpecificIterator(); it; ++it)
+    if (path.view().starts_with(it.key().value())) return it.value();
   return nullptr;
 }
 

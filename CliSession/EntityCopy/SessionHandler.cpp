@@ -127,44 +127,32 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
 
 // --- Answers in advance ---
 
-namespace {
-
-bool isPlain(EntityCopyGlobalSessionHandler const& handler) {
-  return typeid(handler) == typeid(EntityCopyGlobalSessionHandler) && handler.sessionStatus() &&
-         handler.sessionStatus()->rootTrie();
+Kel::Ptr<EntityCopyGlobalSessionHandler const> EntityCopyGlobalSessionHandler::decidesAs() const {
+  bool const isPlain = typeid(*this) == typeid(EntityCopyGlobalSessionHandler);
+  return PtrConst(isPlain && sessionStatus() && sessionStatus()->rootTrie() ? this : nullptr);
 }
-
-// Whether a trie records a prefix that continues `path` or, unless `below` is set, `path` itself. A path with a "*",
-// the trie's wildcard, counts as recorded.
-bool recordsFrom(Zuk::PathTrie const& trie, Kel::String8 const& path, bool below) {
-  return path.pos('*') != Kel::String8::npos || trie.isContinued(path) || (!below && trie.isPrefix(path));
-}
-
-}  // namespace
 
 bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) const {
-  if (!isPlain(*this) || recordsFrom(*sessionStatus()->rootTrie(), path, below)) return false;
-  if (copied() && !copied()->empty() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path, below)))
-    return false;
+  if (path.pos('*') != Kel::String::npos) return false;  // the tries' wildcard
+  Zuk::PathTrie const& roots = *sessionStatus()->rootTrie();
+  if (roots.isContinued(path) || (!below && roots.isPrefix(path))) return false;
+  if (copied() && (copied()->hasPrefix(path) || copied()->isContinued(path))) return false;
   if (!handlerTable()) return true;
-  if (handlerTable()->pathSpecificHandler("")) return false;  // it handles the copy roots
   for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
     std::string_view const key = it.key();
-    if (key.substr(0, path.chars()) == path.view() && (!below || key.size() > path.chars())) return false;
+    if (key.empty()) return false;  // it handles the copy roots
+    if (key.starts_with(path) && (!below || key.size() > path.chars())) return false;
   }
   return true;
 }
 
 bool EntityCopyGlobalSessionHandler::walksThroughType(Kel::String typeName) const {
-  return isPlain(*this) && !(handlerTable() && handlerTable()->typeSpecificHandlers(typeName));
+  return !handlerTable() || !handlerTable()->typeSpecificHandlers(typeName);
 }
-
-bool EntityCopyGlobalSessionHandler::keepsTargets() const { return isPlain(*this); }
 
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
   Kel::Ptr<Kel::Entity const> highest;
-  if (!isPlain(*this)) return nullptr;
   // A path has every recorded prefix that a path above it has. The empty path has none.
   Kel::Entity const* e = target.ptr();
   for (; sessionStatus()->rootTrie()->hasPrefix(pathBelow(ec->src().ptr(), *e)); e = e->parent())
@@ -173,7 +161,7 @@ Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
 }
 
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::ground() const {
-  if (!isPlain(*this) || externalDest()) return nullptr;
+  if (externalDest()) return nullptr;
   return sessionStatus()->rootTrie();
 }
 

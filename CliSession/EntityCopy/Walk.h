@@ -239,14 +239,14 @@ class Walk final : private Kel::SameTarget {
   EntityCopy::Impl& impl_;
   Kel::Entity const& top_;
   // Read again after foreign code.
-  EntityCopyHandler* guide_ = nullptr;  // the handler, for its answers in advance; null while tracing
+  EntityCopyGlobalSessionHandler const* guide_ = nullptr;  // EntityCopyHandler::decidesAs; null while tracing
   AttributeEditLogBypass* checker_ = nullptr;
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
   bool debugged_ = false;         // the log has debug actions
   bool quiet_ = false;            // edits are only counted, or the run is left unlogged
-  bool keeps_ = false;            // the handler keeps targets
+  bool keeps_ = false;            // targets are found by position
   Kel::ChangedEntities changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;
   std::vector<Kel::Ptr<Kel::Entity>> unsettled_;  // see unsettle

@@ -98,6 +98,26 @@ TEST_F(Handlers, ADerivedOneKeepsItsOverridesWhenItIsTheEngines) {
   EXPECT_EQ(dest->bolt("b")->peer(), dest->shelf("s"));
 }
 
+TEST_F(Handlers, ADerivedOneIsAskedOnlyWhereItsStandInWouldNotWalkOn) {
+  struct Delegating : Recorder {
+    Kel::Ptr<SessionHandler> standIn;
+    Kel::Ptr<SessionHandler const> decidesAs() const override { return standIn; }
+  };
+  src->newBolt("b")->peerIs(src->newShelf("s"));
+  src->newAnnex("x")->newBolt("c");
+  Kel::Ptr<Delegating> const handler(new Delegating);
+  handler->sessionStatusIs(world.status);
+  handler->standIn = world.handler();
+  handler->standIn->handlerTableIs(table);
+  table->registerCustomCopyHandler(S::EntityPath("hall.annex"), "Plant::Hall", recorder);
+  EntityCopy::Ptr const ec = copyWithTable();
+  ec->handlerIs(handler);
+  ec->destIs(world.dest);
+  EXPECT_EQ(handler->visits, (std::vector<std::string>{"", "hall.annex/x", ""}));
+  EXPECT_TRUE(handler->targets.empty());
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
+
 TEST_F(Handlers, DoNotCopyWhatIsMarked) {
   src->newAnnex("x")->newBolt("a")->torqueIs(1);
   dest->newAnnex("x")->newBolt("a");
