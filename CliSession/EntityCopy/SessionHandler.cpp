@@ -38,26 +38,27 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler" << handleEntitySignature << path;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
+  if (!src) return ec->doCopyEntityAttrs(dest, src, path, nullptr);  // an assertion
+  if (!copied()) newCopied("entity");
+  if (wasCopied(*copied(), path)) {
+    KEL_TRACE(8) << "handleEntity() skipping " << path;
+    return false;
+  }
   // Looked up again after a custom handler has run, because it may register roots.
   auto const isRoot = [&] { return Kel::validPtr(Kel::validPtr(sessionStatus())->rootTrie())->isPrefix(path); };
+  Kel::String8 const& typeName = src->type()->fullTypeName();
+  auto const custom = handlerTable() ? handlerTable()->findCustomCopyHandler(path, typeName) : nullptr;
   bool result = false;
-  if (src) {
-    if (!copied()) newCopied("entity");
-    if (wasCopied(*copied(), path)) {
-      KEL_TRACE(8) << "handleEntity() skipping " << path;
-      return false;
-    }
-    Kel::String8 const& typeName = src->type()->fullTypeName();
-    auto const custom = handlerTable() ? handlerTable()->findCustomCopyHandler(path, typeName) : nullptr;
-    if (custom && custom.ptr() != this) {
-      KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
-      if (EntityCopy::Impl::of(*ec).unlogged) ensureLog(*ec);  // the handler may look at it
-      result = custom->handleEntity(ec, dest, src, path);
-      if (isRoot()) markCopied(*this, path);
-      return result;
-    }
+  if (custom && custom.ptr() != this) {
+    KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
+    if (EntityCopy::Impl::of(*ec).unlogged) ensureLog(*ec);  // the handler may look at it
+    result = custom->handleEntity(ec, dest, src, path);
+    if (isRoot()) markCopied(*this, path);
+    return result;
   }
-  if (src && isRoot()) {
+  if (!isRoot()) {
+    result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
+  } else {
     for (Kel::KelAttr const* attr : src->type()->attributeQ()) {
       if (!attr->copiable()) continue;
       result |= ec->doCopyAttrByName(dest, src, path, attr->name());
@@ -66,8 +67,6 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
     }
     KEL_TRACE(9) << " mark " << path << " as copied.";
     markCopied(*this, path);
-  } else {
-    result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
   }
   KEL_TRACE(9) << "handleEntity of " << path << " completed (" << result << ")";
   return result;
@@ -100,21 +99,20 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   KEL_ASSERT(sessionStatus()->rootTrie());
   Kel::String8 const srcFullName = src->fullName();
   Kel::String8 const relative = pathBelow(ec->src().ptr(), *src);
-  Kel::String8 destTargetFullName = srcFullName;
   bool const internal = !relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative);
+  // The top of the tree in which the target has a counterpart, if it has one.
+  Kel::Ptr<Kel::Entity> const top = internal ? Kel::validPtr(ec->dest()).handle() : externalDest();
+  bool const translated = top && !relative.empty();
+  Kel::String8 const destTargetFullName = translated ? top->fullName() + src->pathFrom(ec->src().ptr()) : srcFullName;
   if (internal) {
     KEL_TRACE(3) << "Target is internal";
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
-    destTargetFullName = Kel::validPtr(ec->dest())->fullName() + src->pathFrom(ec->src().ptr());
     bool const rootIsThere = ensureRoot(*sessionStatus(), *ec, targetRootFullName);
     KEL_ASSERT_TEXT(rootIsThere, "ec->dest()->entity( destTargetFullName )");
   } else {
     KEL_TRACE(3) << "Target is external or already pointing to dest";
-    if (externalDest()) {
-      KEL_TRACE(3) << "Destination for external pointers is set to " << externalDest()->fullName();
-      if (!relative.empty()) destTargetFullName = externalDest()->fullName() + src->pathFrom(ec->src().ptr());
-    }
+    if (top) KEL_TRACE(3) << "Destination for external pointers is set to " << top->fullName();
   }
   if (destTargetFullName == srcFullName)
     KEL_TRACE(3) << "destTargetFullName needs no translation (" << destTargetFullName << ")";
