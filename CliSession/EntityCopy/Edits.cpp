@@ -18,27 +18,22 @@ constexpr char const* signature =
     "void Cli::Session::EntityCopy::addAttributeEditBypassEntry(Kel::String8, Kel::String8, "
     "Cli::Session::AttributeEditType, Kel::String8, const Kel::Ptr<const Kel::GenericIf>&)";
 
-// The action for this edit at this path, or else for this edit at any path.
-AttributeDebugAction debugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
+// Takes the action for this edit at this path, or else the one for this edit at any path.
+void takeDebugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
   AttributeDebugAction action = AttributeDebugAction::actionNone;
-  if (auto const dir = log.attributeEditDebugConfig(path)) {
-    if (auto const config = dir->debugConfig(edit)) {
-      action = config->action();
-      KEL_TRACE_AS(9, operation) << "Found matching action (" << action << "), for " << edit.attributeName() << " on "
-                                 << path;
-    }
+  auto const dir = log.attributeEditDebugConfig(path);
+  if (auto const config = dir ? dir->debugConfig(edit) : nullptr) {
+    action = config->action();
+    KEL_TRACE_AS(9, operation) << "Found matching action (" << action << "), for " << edit.attributeName() << " on "
+                               << path;
   }
-  if (action != AttributeDebugAction::actionNone) return action;
-  if (auto const config = log.attributeEditDebugTypeConfig(edit)) {
+  auto const typeConfig = log.attributeEditDebugTypeConfig(edit);
+  if (action == AttributeDebugAction::actionNone && typeConfig) {
     KEL_TRACE_AS(5, operation) << "Found matching action (" << edit << "), for type " << edit.attributeType()
                                << ", attr " << edit.attributeName() << " for " << path;
-    action = config->action(path);
-    if (action == AttributeDebugAction::actionNone) action = config->action("");
+    action = typeConfig->action(path);
+    if (action == AttributeDebugAction::actionNone) action = typeConfig->action("");
   }
-  return action;
-}
-
-void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
   if (action == AttributeDebugAction::actionNone) return;
   KEL_TRACE_AS(5, operation) << "Taking action " << action;
   if (action == AttributeDebugAction::actionTrace)
@@ -64,12 +59,11 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
   KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
                              << ", " << edit.editType() << ", " << path;
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
-  if (log) takeAction(debugAction(*log, edit, relative), edit);
-  if (auto const checker = ec.attributeEditBypassChecker()) {
-    if (checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
-      KEL_TRACE_AS(5, operation) << "Skipped";
-      return false;
-    }
+  if (log) takeDebugAction(*log, edit, relative);
+  auto const checker = ec.attributeEditBypassChecker();
+  if (checker && checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
+    KEL_TRACE_AS(5, operation) << "Skipped";
+    return false;
   }
   if (log) {
     log->attributeEditEntryIs(edit)->pathCounterCounterInc(relative);
@@ -84,10 +78,6 @@ bool Walk::record(Frame& f, AttributeEdit const& edit, Box const& value) {
 }
 
 bool Walk::countsFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
-  if (compare_ && !log_) {
-    ensureLog(ec_);
-    read();
-  }
   if (!log_) return true;
   AttributeEdit const& edit = editOf(s, type);
   if (traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit))) return false;
@@ -99,7 +89,7 @@ bool Walk::countsFirst(Frame& f, Step const& s, AttributeEditType type, std::siz
     generation = impl_.generation;
   }
   Kel::String8 const path = f.logPath(ec_, impl_.generation);
-  if (debugged_) takeAction(debugAction(*log_, edit, path), edit);
+  if (debugged_) takeDebugAction(*log_, edit, path);
   entry->pathCounterCounterInc(path);
   return true;
 }
@@ -112,14 +102,8 @@ bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box 
   Kel::KelAttr const& attr = destAttr(f, s);
   Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
   if (!attr.instantiating()) {
-    bool isThere = true;
-    if (attr.isCollection()) {
-      auto const it = dest->attributeIteratorKeyConst(attr.id(), index);
-      isThere = static_cast<bool>(it);
-      if (isThere && !current) current = it.obj();
-    } else if (!current) {
-      current = dest->attribute(attr.id());
-    }
+    bool const isThere = !attr.isCollection() || dest->attributeIteratorKeyConst(attr.id(), index);
+    if (isThere && !current) current = dest->attribute(attr.id(), index);
     bool const equal = isThere && valueTypeEqual(current, value);
     if (attr.isPtr())
       WALK_TRACE(4, "attributeIs") << "Compare Ptrs for " << attr.name()

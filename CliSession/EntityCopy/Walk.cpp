@@ -23,6 +23,7 @@ Walk::Walk(EntityCopy& ec, Kel::Entity const& dest) : ec_(ec), impl_(EntityCopy:
 }
 
 void Walk::read() {
+  if (ec_.stopAtFirstDiff()) ensureLog(ec_);
   traced_ = anyTrace();
   EntityCopyHandler const* const handler = ec_.handler().ptr();
   EntityCopyGlobalSessionHandler const* const known = handler ? handler->decidesAs().ptr() : nullptr;
