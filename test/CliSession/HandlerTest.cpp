@@ -444,6 +444,15 @@ TEST_F(Directories, ABypassedEntryIsNoDifferenceToAComparison) {
   }
 }
 
+TEST_F(Directories, AComparisonMakesItsLog) {
+  EntityCopy::Ptr const ec = S::entityCopyFactory();
+  ec->stopAtFirstDiffIs(true);
+  for (char const* name : {"a", "b"}) destDir->newEntryState(name, "Plant::Bolt");
+  EXPECT_TRUE(handlerOf()->handleEntity(ec, destDir, srcDir, "d"));
+  EXPECT_EQ(textOf(editsOf(*ec->attributeEditLog())), "Kel::Dir::EntryState::entryState del  x1\n");
+  EXPECT_EQ(destDir->entryStates(), 2u);
+}
+
 TEST_F(Directories, AHandlerFallsBackOnOtherEntities) {
   auto const handler = handlerOf();
   src->u8Is(3);
