@@ -9,12 +9,8 @@ KEL_TRACE_MODULE("EntityCopy")
 namespace Cli::Session {
 
 Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr) {
-  if (dest.type()->attr(attr.id()) == &attr) return attr;
-  Kel::KelAttr const* found = dest.type()->findAttr(attr.name());
-  if (!found)
-    throw Kel::UnknownAttrException(dest.fullName() + ": " + dest.type()->fullTypeName() + " has no attribute '" +
-                                    attr.name() + "'");
-  return *found;
+  if (Kel::KelAttr const* found = dest.type()->findAttr(attr.name())) return *found;
+  Kel::throwUnknownAttrException(dest.fullName() + ": " + dest.type()->fullTypeName(), attr.name());
 }
 
 namespace {
@@ -76,21 +72,17 @@ bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst c
   Frame frame(*destEntity, *srcEntity, path);
   if (!filter) return walk.root(frame);
   bool differs = false;
-  Kel::U32 filtered = 0;
   for (Step const& step : frame.plan.steps) {
     if (filter->attributeName(step.attr.name())) {
       KEL_TRACE(2) << path << ": attribute " << step.attr.name() << " filtered (not copied).";
-      ++filtered;
       continue;
     }
     differs |= walk.differs(frame, step);
     if (stop()) break;
   }
-  // Names with the value false neither filter nor count.
-  Kel::U32 attributeNames = 0;
-  for (auto it = filter->attributeNameIterator(); it; ++it) attributeNames += it.value() ? 1 : 0;
-  KEL_ASSERT_TEXT(attributeNames == filtered || stopAtFirstDiff(),
-                  "!filter || filter->attributeNames() == filtered || stopAtFirstDiff()");
+  for (auto it = filter->attributeNameIterator(); it; ++it)
+    KEL_ASSERT_TEXT(!it.value() || srcEntity->type()->findAttr(it.key()) || stopAtFirstDiff(),
+                    "!filter || filter->attributeNames() == filtered || stopAtFirstDiff()");
   return differs;
 }
 
