@@ -77,21 +77,23 @@ bool Walk::record(Frame& f, AttributeEdit const& edit, Box const& value) {
   return recordEdit(ec_, edit, f.dest.fullName(), value);
 }
 
-bool Walk::countsFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
-  if (!log_) return true;
-  AttributeEdit const& edit = editOf(s, type);
-  if (traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit))) return false;
+namespace {
+
+// Whether an action is configured for edits of one kind, wherever they are made.
+bool isDebugged(AttributeEditLog const& log, AttributeEdit const& edit) {
+  for (auto it = log.attributeEditDebugConfigIteratorConst(); it; ++it)
+    if (it->debugConfig(edit)) return true;
+  return log.attributeEditDebugTypeConfig(edit) != nullptr;
+}
+
+}  // namespace
+
+AttributeEditEntry* Walk::findEntry(AttributeEdit const& edit, std::size_t at) {
+  bool const seen = traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit)) || isDebugged(*log_, edit);
+  AttributeEditEntry* const entry = seen ? nullptr : log_->attributeEditEntryIs(edit).ptr();
   if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));
-  auto& [entry, generation] = impl_.entries[at];
-  if (generation != impl_.generation) {
-    entry = log_->attributeEditEntryIs(edit).ptr();
-    if (entry->hasReactors()) return false;
-    generation = impl_.generation;
-  }
-  Kel::String8 const path = f.logPath(ec_, impl_.generation);
-  if (debugged_) takeDebugAction(*log_, edit, path);
-  entry->pathCounterCounterInc(path);
-  return true;
+  impl_.entries[at] = {entry && entry->hasReactors() ? nullptr : entry, impl_.generation};
+  return impl_.entries[at].entry;
 }
 
 // --- The hooks ---

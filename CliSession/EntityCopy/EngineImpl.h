@@ -24,7 +24,7 @@ class EntityCopy::Impl {
 
   // The log's entries for each step: two a step, set and delete. An entry is valid for its generation.
   struct CountedEntry {
-    AttributeEditEntry* entry = nullptr;
+    AttributeEditEntry* entry = nullptr;  // null: foreign code or a debug action has to see these edits
     Kel::U64 generation = 0;
   };
   std::vector<CountedEntry> entries;

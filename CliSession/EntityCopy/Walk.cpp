@@ -32,9 +32,6 @@ void Walk::read() {
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
   keeps_ = known && ec_.dest() && ec_.dest()->root() == top_.root();
-  bool const watched = checker_ || traced_ || (log_ && log_->hasReactors());
-  debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
-  quiet_ = (log_ || impl_.unlogged) && !watched && !debugged_;
 }
 
 void Walk::revalidate() {
