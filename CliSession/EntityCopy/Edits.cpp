@@ -18,6 +18,13 @@ constexpr char const* signature =
     "void Cli::Session::EntityCopy::addAttributeEditBypassEntry(Kel::String8, Kel::String8, "
     "Cli::Session::AttributeEditType, Kel::String8, const Kel::Ptr<const Kel::GenericIf>&)";
 
+// Whether an action is configured for edits of one kind, wherever they are made.
+bool isDebugged(AttributeEditLog const& log, AttributeEdit const& edit) {
+  for (auto it = log.attributeEditDebugConfigIteratorConst(); it; ++it)
+    if (it->debugConfig(edit)) return true;
+  return log.attributeEditDebugTypeConfig(edit) != nullptr;
+}
+
 // Takes the action for this edit at this path, or else the one for this edit at any path.
 void takeDebugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
   AttributeDebugAction action = AttributeDebugAction::actionNone;
@@ -48,11 +55,6 @@ void ensureLog(EntityCopy& ec) {
   if (!ec.attributeEditLog()) ec.attributeEditLogIs(attributeEditLogFactory());
 }
 
-void leaveUnlogged(EntityCopy& ec) {
-  ec.attributeEditLogIs(nullptr);
-  EntityCopy::Impl::of(ec).unlogged = true;
-}
-
 bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
                 Kel::GenericIf::PtrConst const& value) {
   Kel::String8 const relative = pathBelow(ec.dest().ptr(), path);
@@ -76,17 +78,6 @@ bool Walk::record(Frame& f, AttributeEdit const& edit, Box const& value) {
   ForeignCode const foreign(*this, f);
   return recordEdit(ec_, edit, f.dest.fullName(), value);
 }
-
-namespace {
-
-// Whether an action is configured for edits of one kind, wherever they are made.
-bool isDebugged(AttributeEditLog const& log, AttributeEdit const& edit) {
-  for (auto it = log.attributeEditDebugConfigIteratorConst(); it; ++it)
-    if (it->debugConfig(edit)) return true;
-  return log.attributeEditDebugTypeConfig(edit) != nullptr;
-}
-
-}  // namespace
 
 AttributeEditEntry* Walk::findEntry(AttributeEdit const& edit, std::size_t at) {
   bool const seen = traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit)) || isDebugged(*log_, edit);

@@ -20,7 +20,9 @@ class EntityCopy::Impl {
   // (handlers, reactors, bypass checkers) has run.
   Kel::U64 generation = 1;
   Counterparts counterparts;
-  bool unlogged = false;  // see leaveUnlogged
+  // Runs make no log and count no edits, unless the copy is given a log or a trace handle is on. For copies whose log
+  // is discarded without being read.
+  bool unlogged = false;
 
   // The log's entries for each step: two a step, set and delete. An entry is valid for its generation.
   struct CountedEntry {
@@ -71,9 +73,6 @@ inline constexpr char const* handleEntitySignature =
 
 // Makes a log if the copy has none.
 void ensureLog(EntityCopy& ec);
-// The copy's runs make no log and count no edits, unless the copy is given a log or a trace handle is on. For copies
-// whose log is discarded without being read. Drops the log of earlier runs.
-void leaveUnlogged(EntityCopy& ec);
 
 inline Kel::GenericIf::Ptr genericIf(Kel::Entity* e) { return Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity>(e)); }
 inline Kel::GenericIf::PtrConst genericIf(Kel::Entity const* e) {
