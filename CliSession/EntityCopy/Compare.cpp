@@ -45,10 +45,8 @@ bool constructorParams(Kel::Ptr<Kel::Entity const> const& dest, Kel::Ptr<Kel::En
     constructorParams(src, attr, params);
     return true;
   }
-  Kel::KelType const* srcT = src->type();
-  Kel::KelType const* destT = dest->type();
-  KEL_ASSERT(srcT);
-  KEL_ASSERT(destT);
+  KEL_ASSERT_TEXT(src->type(), "srcT");
+  KEL_ASSERT_TEXT(dest->type(), "destT");
   return collectParams(dest.ptr(), *src, attr, params, __PRETTY_FUNCTION__);
 }
 

@@ -1,7 +1,10 @@
-// The plain handler and the handler tables.
+// The plain handler, the handler tables, and filters.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
@@ -49,6 +52,30 @@ void EntityCopyCustomHandlerTable::registerEntityCopyFilter(Kel::Ptr<EntityCopyF
     for (auto it = attrs->attributeNameIterator(); it; ++it) filtered->attributeNameIs(it.key(), true);
   }
   registerCustomCopyHandler(path, typeName, filter);
+}
+
+bool EntityCopyFilter::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
+                                    Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  requireNonNull(ec, src);
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyFilter" << handleEntitySignature << path;
+  Kel::Ptr<EntityCopyGlobalSessionHandler> const marking = Kel::ptrCast<EntityCopyGlobalSessionHandler>(ec->handler());
+  bool result = false;
+  if (preAttribute()) {
+    for (auto it = preAttribute()->attributeNameIterator(); it; ++it) {
+      result |= ec->doCopyAttrByName(dest, src, path, it.value());
+      if (ec->stop()) return result;
+      if (!marking) continue;
+      if (!marking->copied()) marking->newCopied("entity");
+      markCopied(*marking, (ec->src() ? pathBelow(ec->src().ptr(), *src) : path) + "." + it.value());
+    }
+  }
+  result |= ec->doCopyEntityAttrs(dest, src, path, filteredAttribute());
+  if (ec->stop() || !postAttribute()) return result;
+  for (auto it = postAttribute()->attributeNameIterator(); it; ++it) {
+    result |= ec->doCopyAttrByName(dest, src, path, it.value());
+    if (ec->stop()) break;
+  }
+  return result;
 }
 
 }  // namespace Cli::Session

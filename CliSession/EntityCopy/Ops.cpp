@@ -63,10 +63,8 @@ bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst c
   KEL_ASSERT(destEntity);
   KEL_ASSERT(srcEntity);
   if (path.empty()) path = pathBelow(src().ptr(), *srcEntity);
-  Kel::KelType const* srcT = srcEntity->type();
-  Kel::KelType const* destT = destEntity->type();
-  KEL_ASSERT(srcT);
-  KEL_ASSERT(destT);
+  KEL_ASSERT_TEXT(srcEntity->type(), "srcT");
+  KEL_ASSERT_TEXT(destEntity->type(), "destT");
   KEL_TRACE(1) << "doCopyEntityAttrs: " << path;
   Walk walk(*this, *destEntity);
   Frame frame(*destEntity, *srcEntity, path);

@@ -138,8 +138,8 @@ bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) 
   if (!handlerTable()) return true;
   for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
     std::string_view const key = it.key();
-    if (key.empty()) return false;  // it handles the copy roots
-    if (key.starts_with(path) && (!below || key.size() > path.chars())) return false;
+    // A handler for the empty path handles the copy roots.
+    if (key.empty() || (key.starts_with(path) && (!below || key.size() > path.chars()))) return false;
   }
   return true;
 }
