@@ -49,12 +49,8 @@ void takeDebugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel
   if (action == AttributeDebugAction::actionAssert) KEL_ASSERT_AS(false, "false", signature);
 }
 
-}  // namespace
-
-void ensureLog(EntityCopy& ec) {
-  if (!ec.attributeEditLog()) ec.attributeEditLogIs(attributeEditLogFactory());
-}
-
+// Takes the debug action of an edit, asks the bypass checker, and counts the edit. Answers whether it counts as a
+// difference: a bypassed edit does not. `path` is the edited entity's full name.
 bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
                 Kel::GenericIf::PtrConst const& value) {
   Kel::String8 const relative = pathBelow(ec.dest().ptr(), path);
@@ -72,6 +68,18 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
     KEL_TRACE_AS(5, operation) << "Logged";
   }
   return true;
+}
+
+}  // namespace
+
+void ensureLog(EntityCopy& ec) {
+  if (!ec.attributeEditLog()) ec.attributeEditLogIs(attributeEditLogFactory());
+}
+
+void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
+                                             AttributeEditType editType, Kel::String path,
+                                             Kel::GenericIf::PtrConst const& value) {
+  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, value);
 }
 
 bool Walk::record(Frame& f, AttributeEdit const& edit, Box const& value) {

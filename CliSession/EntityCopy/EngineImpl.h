@@ -61,11 +61,6 @@ Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& a
 // marked.
 void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
 
-// Takes the debug action that is configured for an edit, asks the bypass checker, and counts the edit. Answers whether
-// it counts as a difference: a bypassed edit does not. `path` is the edited entity's full name.
-bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
-                Kel::GenericIf::PtrConst const& value);
-
 // What handlers trace after the name of their class.
 inline constexpr char const* handleEntitySignature =
     "::handleEntity(const Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "

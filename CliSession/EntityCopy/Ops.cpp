@@ -161,9 +161,4 @@ bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
   return walkOne<&Walk::remove>(*this, dest, dest, {}, attr);
 }
 
-void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
-                                             AttributeEditType editType, Kel::String path, GifConst const& value) {
-  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, value);
-}
-
 }  // namespace Cli::Session
