@@ -31,7 +31,9 @@ std::string nameByPosition(Kel::Entity const& e) {
 std::string relative(Kel::Entity const& e, Scope const& scope) {
   for (Kel::Entity const* root : scope.roots)
     if (isWithin(e, *root)) return nameByPosition(e).substr(scope.top.fullName().chars());
-  return "outside:" + e.fullName().str();
+  // The name of an entity that has left its tree depends on whether its former owner is still there.
+  std::string const name = e.fullName().str();
+  return name.starts_with('/') ? "outside:" + name : "gone";
 }
 
 std::string textOf(GifConst const& value, Scope const& scope) {
