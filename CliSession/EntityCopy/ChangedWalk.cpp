@@ -44,21 +44,6 @@ bool Walk::root(Frame& f) {
   return any;
 }
 
-bool Walk::changedOnly(Frame& f) {
-  bool any = false;
-  if (stopped()) return false;
-  for (Step const* step : f.plan.copied) {
-    // Foreign code may have changed anything.
-    bool const known = changesHold();
-    if (known && step->attr.instantiating())
-      any |= changedMembers(f, *step);
-    else if (!known || f.changed->has(Kel::Change::content))
-      any |= differs(f, *step);
-    if (stopped()) break;
-  }
-  return any;
-}
-
 // Copies the members of one attribute that have changed, in the order of the walk.
 bool Walk::changedMembers(Frame& f, Step const& s) {
   std::vector<std::pair<Kel::U32, Kel::Entity const*>> changed;

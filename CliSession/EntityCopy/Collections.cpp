@@ -88,27 +88,17 @@ bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& k
 
 // --- The copy pass ---
 
-// Whether the members have plain attributes only, and the handler need not be asked about their type.
-bool Walk::areLeaves(Step const& s) {
-  if (!s.dense) return false;
-  Plan const& usual = s.usualPlan();
-  return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
-}
-
 // Whether equalThroughout compares everything in entities of a plan. If not, equal entities would be compared twice.
 bool Walk::areShallow(Plan const& plan) {
-  for (Step const* step : plan.further) {
-    bool const deep = step->kind == Step::Kind::members ? !areLeaves(*step) : step->attr.instantiating();
-    if (deep || !step->typed) return false;
-  }
-  return true;
+  return std::all_of(plan.further.begin(), plan.further.end(), [&](Step const* step) {
+    return step->typed && (step->dense ? areLeaves(*step) : !step->attr.instantiating());
+  });
 }
 
 bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src) {
   if (plan.plainEqual && !plan.plainEqual(dest, src)) return false;
   for (Step const* step : plan.further)
-    if (step->kind == Step::Kind::members ? !leavesEqual(*step, dest, src) : !equalAlone(*step, dest, src))
-      return false;
+    if (!isEqual(*step, dest, src, step->dense)) return false;
   return true;
 }
 

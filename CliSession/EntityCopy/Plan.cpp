@@ -83,6 +83,7 @@ Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
     : dest(d), src(s), plainEqual(&d == &s ? s.plainEqual() : nullptr), keyOnly(s.ctorArgs().size() == 1) {
   for (Kel::KelAttr const* attr : s.attributeQ()) {
     Step const& step = steps.emplace_back(d, *attr);
+    all.push_back(&step);
     if (step.kind == Step::Kind::skipped) continue;
     copied.push_back(&step);
     // An unsupported attribute must be visited, because it is an assertion.

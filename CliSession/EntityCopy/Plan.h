@@ -62,9 +62,9 @@ struct Plan {
 
   Kel::KelType const& dest;
   Kel::KelType const& src;
-  std::deque<Step> steps;            // all attributes in the order of the attribute queue
-  std::vector<Step const*> copied;   // the steps of attributes that are copied
-  std::vector<Step const*> further;  // of these, those that `plainEqual` does not compare
+  std::deque<Step> steps;                // all attributes in the order of the attribute queue
+  std::vector<Step const*> all, copied;  // the steps of all attributes, and of those that are copied
+  std::vector<Step const*> further;      // of these, those that `plainEqual` does not compare
   bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
   bool keyOnly;                                                         // the key is the only constructor parameter
   bool leaf;                                                            // keyOnly, and `plainEqual` compares everything

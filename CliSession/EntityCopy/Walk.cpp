@@ -60,25 +60,17 @@ Kel::Ptr<Kel::Entity const> Walk::Member::entity() {
 
 // --- Entities ---
 
-bool Walk::attributes(Frame& f) {
-  if (!traced_) return further(f, f.plan.plainEqual && f.plan.plainEqual(f.dest, f.src));
-  bool differs = false;
-  for (Step const& step : f.plan.steps) {
-    differs |= attribute(f, step);
-    if (stopped()) break;
-  }
-  return differs;
+bool Walk::attributes(Frame& f) { return copy(f, stepsFor(f.plan, f.dest, f.src)); }
+
+// The steps that a walk takes. If it has to stop already, it takes the first attribute, and then looks whether to stop.
+Walk::Steps Walk::stepsFor(Plan const& plan, Kel::Entity const& dest, Kel::Entity const& src) const {
+  if (traced_ || stopped()) return plan.all;
+  return plan.plainEqual && plan.plainEqual(dest, src) ? plan.further : plan.copied;
 }
 
-// Copies all attributes; if the plain ones are known to be equal, only the others.
-bool Walk::further(Frame& f, bool plainEqual) {
-  if (f.changed && changesHold()) return changedOnly(f);
+bool Walk::copy(Frame& f, Steps steps) {
   bool any = false;
-  // The walk checks whether to stop after each attribute. If it has to stop already, it takes the first attribute only.
-  if (stopped())
-    return !f.plan.steps.empty() && f.plan.steps.front().kind != Step::Kind::skipped &&
-           differs(f, f.plan.steps.front());
-  for (Step const* step : plainEqual ? f.plan.further : f.plan.copied) {
+  for (Step const* step : steps) {
     if (step->kind == Step::Kind::value && step->typed && !traced_)
       any |= !step->access.equal(f.dest, f.src) && value(f, *step);
     else
@@ -98,18 +90,6 @@ void traceSkipped(Kel::KelAttr const& attr) {
 }
 
 }  // namespace
-
-bool Walk::equalInPlace(Frame& f, Step const& s) {
-  if (s.kind == Step::Kind::members && guide_ && !(f.changed && changesHold()) && walkedThrough(f, s) && areLeaves(s))
-    return leavesEqual(s, f.dest, f.src);
-  return equalAlone(s, f.dest, f.src);
-}
-
-// The same without a frame: owned entities are known to be equal only if there are none.
-bool Walk::equalAlone(Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
-  if (!s.typed || (s.withPointers && ec_.pendingAttrs() > 0)) return false;
-  return s.access.equalThrough(dest, src, *this);
-}
 
 bool Walk::operator()(Kel::Entity& dest, Kel::Entity& src) { return keeps_ && impl_.counterparts.same(ec_, dest, src); }
 
@@ -181,15 +161,15 @@ bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest,
     if (!changed) return false;
     if (changed->has(Kel::Change::whole)) changed = nullptr;
   }
-  bool const plainEqual = plan.plainEqual && plan.plainEqual(dest, src);
-  if (plainEqual && plan.further.empty()) return false;
+  Steps const steps = stepsFor(plan, dest, src);
+  if (steps.empty()) return false;
   Depth const depth(impl_.depth);
   Frame below(f, s, dest, src, plan);
   if (isNew) below.newAt = impl_.generation;
   below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
-  return further(below, plainEqual);
+  return copy(below, steps);
 }
 
 // --- Values ---

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <optional>
+#include <span>
 
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopy/Frame.h"
@@ -54,6 +55,10 @@ class Walk final : private Kel::SameTarget {
   // The same for a copy root. Skips what has not changed since both sides were last equal, if that is known.
   bool root(Frame& frame);
   bool differs(Frame& frame, Step const& step) {  // doCopyAttr
+    if (frame.changed && changesHold()) {
+      if (step.attr.instantiating()) return changedMembers(frame, step);
+      if (!frame.changed->has(Kel::Change::content)) return false;
+    }
     return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
   }
   // The following do not apply the filter, except valueIfDifferent.
@@ -115,8 +120,17 @@ class Walk final : private Kel::SameTarget {
   // doCopyAttr without the filter.
   bool attribute(Frame& frame, Step const& step);
   // The filter: true if an attribute is known to be equal. It traces nothing.
-  bool equalInPlace(Frame& frame, Step const& step);
-  bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
+  bool equalInPlace(Frame& frame, Step const& step) {
+    return isEqual(
+        step, frame.dest, frame.src,
+        step.dense && guide_ && !(frame.changed && changesHold()) && walkedThrough(frame, step) && areLeaves(step));
+  }
+  // Owned entities are known to be equal if there are none, or if they are `leaves`, at the same positions.
+  bool isEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool leaves) {
+    if (leaves) return step.access.membersEqual(dest, src, step.usualPlan().plainEqual);
+    if (!step.typed || (step.withPointers && ec_.pendingAttrs() > 0)) return false;
+    return step.access.equalThrough(dest, src, *this);
+  }
   // Whether a pointer of the source's to `src` leads to `dest` already.
   bool operator()(Kel::Entity& dest, Kel::Entity& src) override;
   // `isNew`: the destination's child has just been made, so that all of it is walked, and no foreign code has run
@@ -124,12 +138,13 @@ class Walk final : private Kel::SameTarget {
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
                bool isNew = false);
-  bool further(Frame& frame, bool plainEqual);
+  using Steps = std::span<Step const* const>;
+  Steps stepsFor(Plan const& plan, Kel::Entity const& dest, Kel::Entity const& src) const;
+  bool copy(Frame& frame, Steps steps);
   bool mayKeepChanges(Frame& frame);
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
   // Whether the recorded changes are complete, which they are until foreign code runs.
   bool changesHold() const { return changesAt_ == impl_.generation; }
-  bool changedOnly(Frame& frame);
   bool changedMembers(Frame& frame, Step const& step);
   // Whether the handler has to be asked about a child.
   bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
@@ -166,13 +181,14 @@ class Walk final : private Kel::SameTarget {
   // The source's pointer keys, by the entities that they lead to in the destination. Made on first use.
   using KeyMap = std::optional<Kel::HashMap<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>>;
   bool deleteExtra(Frame& frame, Step const& step);
-  bool areLeaves(Step const& step);
-  // Whether both sides have the same leaves, at the same positions.
-  static bool leavesEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src) {
-    return step.access.membersEqual(dest, src, step.usualPlan().plainEqual);
-  }
   bool areShallow(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
+  // Whether the members have plain attributes only, and the handler need not be asked about their type.
+  bool areLeaves(Step const& step) {
+    if (!step.dense) return false;
+    Plan const& usual = step.usualPlan();
+    return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
+  }
   bool copyPairs(Frame& frame, Step const& step, Kel::U32& position, bool deletionPassed);
   // Copies the members from a position on. `deletionPassed`: the members that may not stay are deleted already.
   bool copyMembers(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
