@@ -126,17 +126,14 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionP
       if (isUsual && looksFirst && equalThroughout(usual, *dest, *src)) continue;
       if (isUsual && passes) {
         any |= descend(f, s, usual, *dest, *src);
-      } else if (dest && s.alike(*dest, *src)) {
-        any |= child(f, s, *dest, *src);
-      } else if (!deletionPassed) {
+      } else if (deletionPassed || (dest && s.alike(*dest, *src))) {
+        any |= ownedMember(f, s, nullptr, dest, *src);
+      } else {
         deletionPassed = true;
         any |= deleteExtra(f, s);
         next = at;  // what was gathered may be gone
         if (stopped()) return any;
         break;
-      } else {
-        Kel::Ptr<Kel::Entity const> const alive(src);  // foreign code may delete it
-        any |= ownedMember(f, s, nullptr, dest, *src);
       }
       if (stopped()) return any;
       if (generation == impl_.generation) continue;
@@ -216,20 +213,10 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Ke
   if (dest)
     WALK_TRACE(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
   WALK_TRACE(3, operation) << "Collection is instantiating, processing member";
-  Created made{false, dest, false};
-  if (differ) {
-    WALK_TRACE(3, operation) << "Re-creating item";
-    made = create(f, s, m, src, params, !dest);
-    if (compare_) return made.differs;
-  } else {
-    WALK_TRACE(3, operation) << "Getting pre-existing item";
-  }
-  if (!made.entity) {
-    WALK_TRACE(3, operation) << "No child, we're done";
-    return made.differs;
-  }
+  WALK_TRACE(3, operation) << (differ ? "Re-creating item" : "Getting pre-existing item");
+  if (differ) return make(f, s, m, src, params, !dest);
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *made.entity, src, made.isNew) || made.differs;
+  return child(f, s, *dest, src);
 }
 
 }  // namespace Cli::Session

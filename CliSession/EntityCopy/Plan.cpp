@@ -57,7 +57,10 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       withPointers(!a.instantiating() && (a.keyIsPtr() || a.isPtr())),
       number(steps.fetch_add(1, std::memory_order_relaxed)),
       set(a.name(), destType.fullTypeName(), AttributeEditType::set_),
-      del(a.name(), destType.fullTypeName(), AttributeEditType::del_) {}
+      del(a.name(), destType.fullTypeName(), AttributeEditType::del_),
+      paramsEqual_(a.isQueue() ? a.type()->furtherParamsEqual()
+                   : a.type()  ? a.type()->paramsEqual()
+                               : nullptr) {}
 
 Plan const& Step::makeUsualPlan() const {
   Plan const& plan = Plan::of(*attr.type(), *attr.type());
@@ -71,12 +74,6 @@ Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) c
   Plan const& plan = Plan::of(dest, src);
   if (!known) child_.store(&plan, std::memory_order_release);
   return plan;
-}
-
-bool Step::alike(Kel::Entity const& dest, Kel::Entity const& src) const {
-  if (dest.type() != src.type()) return false;
-  auto const paramsEqual = attr.isQueue() ? src.type()->furtherParamsEqual() : src.type()->paramsEqual();
-  return paramsEqual && paramsEqual(dest, src);
 }
 
 Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)

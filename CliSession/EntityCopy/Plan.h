@@ -34,7 +34,9 @@ struct Step {
 
   // Owned members and singletons: whether no constructor parameter differs, apart from the index of a queue's member.
   // REQUIRES: `typed`.
-  bool alike(Kel::Entity const& dest, Kel::Entity const& src) const;
+  bool alike(Kel::Entity const& dest, Kel::Entity const& src) const {
+    return dest.type() == src.type() && paramsEqual_(dest, src);
+  }
 
   Kel::KelAttr const& attr;
   Kel::KelAttr const* destAttr;   // the destination's attribute of that name; null: there is none
@@ -51,6 +53,7 @@ struct Step {
  private:
   Plan const& makeUsualPlan() const;
 
+  bool (*const paramsEqual_)(Kel::Entity const& dest, Kel::Entity const& src);
   mutable std::atomic<Plan const*> usual_{nullptr}, child_{nullptr};
 };
 

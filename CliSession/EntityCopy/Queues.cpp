@@ -30,7 +30,7 @@ bool Walk::queue(Frame& f, Step const& s) {
     if (stopped()) return differs;
   }
   for (; src.nonNull(); src.inc()) {
-    differs |= entities ? appendEntity(f, s, *src.target()) : appendValue(f, s, src);
+    differs |= entities ? make(f, s, nullptr, *src.target(), nullptr, false) : appendValue(f, s, src);
     if (stopped()) return differs;
   }
   return differs;
@@ -43,14 +43,6 @@ bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   return edit(
       f, s, AttributeEditType::set_, s.typed, [&] { return add(f, s, value()); },
       [&] { s.access.appendValue(*s.destAttr, f.dest, src); });
-}
-
-bool Walk::appendEntity(Frame& f, Step const& s, Kel::Entity const& src) {
-  Kel::Ptr<Kel::Entity const> const alive(&src);  // a reactor may delete it
-  ParamList params;
-  paramsDiffer(s, nullptr, src, params);
-  Created const made = create(f, s, nullptr, src, params, false);
-  return (made.entity && child(f, s, *made.entity, src, made.isNew)) || made.differs;
 }
 
 }  // namespace Cli::Session

@@ -215,35 +215,29 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
 // --- Singletons ---
 
 bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params) {
-  if (s.typed && !traced_) {
-    if (!dest || dest->type() != src.type()) return true;
-    if (auto const paramsEqual = src.type()->paramsEqual()) return !paramsEqual(*dest, src);
-  }
+  if (s.typed && !traced_) return !dest || !s.alike(*dest, src);
   params = ParamList(new Kel::GenericIf::List);
   return constructorParams(Kel::Ptr<Kel::Entity const>(dest), Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
 }
 
-Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {
-  auto const argumentList = [&] {
-    if (!params) {
-      params = ParamList(new Kel::GenericIf::List);
-      constructorParams(Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
-    }
-    return Kel::GenericIf::List::genericIf(params);
+bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {
+  Kel::Ptr<Kel::Entity const> const alive(&src);  // foreign code may delete it
+  auto const hook = [&] {
+    if (!params) constructorParams(alive, s.attr, params = ParamList(new Kel::GenericIf::List));
+    Box const arguments = Kel::GenericIf::List::genericIf(params);
+    return s.attr.isQueue() ? add(f, s, arguments) : set(f, s, m ? m->index() : nullptr, arguments);
   };
   Kel::U64 const generation = impl_.generation;
-  Created made;
-  auto const hook = [&] {
-    return s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, m ? m->index() : nullptr, argumentList());
-  };
-  made.differs = edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
-                      [&] { made.entity = s.access.createLike(s.attr, f.dest, src); });
-  made.isNew = generation == impl_.generation;
-  if (compare_) return made;
-  // A reactor may have deleted it.
-  if (!made.entity || !made.isNew) made.entity = held(f, s, m, src);
-  if (made.entity && s.typed && !s.alike(*made.entity, src)) impl_.unsettled = true;  // a NaN among the parameters
-  return made;
+  Kel::Entity* made = nullptr;
+  bool const differs = edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
+                            [&] { made = s.access.createLike(s.attr, f.dest, src); });
+  if (compare_) return differs;
+  bool const isNew = generation == impl_.generation;
+  if (!made || !isNew) made = held(f, s, m, src);  // foreign code may have deleted it
+  if (m) WALK_TRACE(3, "doCopyCollectionMember") << (made ? "Traversing child" : "No child, we're done");
+  if (!made) return differs;
+  if (s.typed && !s.alike(*made, src)) impl_.unsettled = true;  // a NaN among the parameters
+  return child(f, s, *made, src, isNew) || differs;
 }
 
 // The entity of the destination under the key of `src`; in a queue, the last one.
@@ -264,8 +258,8 @@ bool Walk::singleton(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopySingleton";
   WALK_TRACE(2, operation) << "doCopySingleton: " << s.attr.name();
   Kel::AttrAccess const& destAccess = destAttr(f, s).access();
-  Kel::Entity* const srcChild = s.access.target(f.src);
-  Kel::Entity* destChild = destAccess.target(f.dest);
+  Kel::Ptr<Kel::Entity const> const srcChild(s.access.target(f.src));  // held, because a reactor may delete it
+  Kel::Entity* const destChild = destAccess.target(f.dest);
   if (!srcChild) {
     if (!destChild) return false;
     WALK_TRACE(3, operation) << "Deleting dest child";
@@ -274,15 +268,13 @@ bool Walk::singleton(Frame& f, Step const& s) {
   WALK_TRACE(3, operation) << "Child is set";
   ParamList params;
   if (!paramsDiffer(s, destChild, *srcChild, params)) return child(f, s, *destChild, *srcChild);
-  Kel::Ptr<Kel::Entity const> const alive(srcChild);  // a reactor may delete it
   bool differs = false;
   if (destChild) {
     differs |= del(f, s, nullptr);
     if (stopped()) return differs;
   }
   WALK_TRACE(3, operation) << "Re-creating entity";
-  Created const made = create(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest));
-  return (made.entity && child(f, s, *made.entity, *srcChild, made.isNew)) || made.differs || differs;
+  return make(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest)) || differs;
 }
 
 }  // namespace Cli::Session

@@ -164,15 +164,9 @@ class Walk final : private Kel::SameTarget {
 
   // Sets a pointer to `target`, or the member `m` to the source's value.
   bool assign(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
-  // An edit that makes an entity.
-  struct Created {
-    bool differs = false;
-    Kel::Entity* entity = nullptr;  // null in a comparison, and if foreign code has deleted it
-    bool isNew = false;             // no foreign code has run since
-  };
-  // Makes a member or singleton with the source's constructor parameters. `params` is the list of these, or null if
-  // there is none yet. `isFree`: the destination has nothing in its place.
-  Created create(Frame& frame, Step const& step, Member* m, Kel::Entity const& src, ParamList params, bool isFree);
+  // Makes a member or singleton with the source's constructor parameters, and copies what it has. `params` is the list
+  // of these, or null if there is none yet. `isFree`: the destination has nothing in its place.
+  bool make(Frame& frame, Step const& step, Member* m, Kel::Entity const& src, ParamList params, bool isFree);
   Kel::Entity* held(Frame& frame, Step const& step, Member* m, Kel::Entity const& src);
   bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
   // `m` is null for a member that was found by its position.
@@ -213,7 +207,6 @@ class Walk final : private Kel::SameTarget {
 
   bool sameInQueue(Step const& step, Kel::AttrIterator const& dest, Kel::AttrIterator const& src);
   bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
-  bool appendEntity(Frame& frame, Step const& step, Kel::Entity const& src);
 
   // Takes an edit's debug action, and counts it. Answers false, and does nothing, if foreign code has to see the edit.
   bool counts(Frame& frame, Step const& step, AttributeEditType type) {
