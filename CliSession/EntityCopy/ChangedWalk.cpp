@@ -59,7 +59,7 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
     return any;
   }
   // Otherwise every member is visited, and `descend` skips those that have not changed.
-  bool const sameMembers = s.dense && (!membership || s.access.sameKeyHashes(f.dest, f.src)) && s.usualPlan().keyOnly;
+  bool const sameMembers = s.dense && (!membership || s.access.sameKeyHashes(f.dest, f.src)) && s.usualPlan->keyOnly;
   if (!sameMembers) return attribute(f, s);
   std::sort(changed.begin(), changed.end());
   Kel::IteratorRoom room;

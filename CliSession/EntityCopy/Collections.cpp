@@ -18,13 +18,13 @@ bool Walk::collection(Frame& f, Step const& s) {
   WALK_TRACE(2, operation) << "doCopyCollection: " << s.attr.name();
   WALK_TRACE(3, operation) << "Key is of type " << s.attr.keyType()->name()
                            << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
-  if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
+  if ((traced_ || !s.typed) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
   std::vector<Kel::Ptr<AttributeCopy>> const waiting = waitingMembers(f, s);
 
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
-  bool const sameHashes = s.dense && !traced_ && s.usualPlan().keyOnly && s.access.sameKeyHashes(f.dest, f.src);
+  bool const sameHashes = s.dense && !traced_ && s.usualPlan->keyOnly && s.access.sameKeyHashes(f.dest, f.src);
   bool differs = !sameHashes && deleteExtra(f, s);
   if (!stopped()) differs |= copyMembers(f, s, 0, !sameHashes);
   if (!stopped())
@@ -106,7 +106,7 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
 // has run, before the first member without a counterpart is made. Ends early, with `position` behind the last member
 // copied, if a trace handle is switched on meanwhile.
 bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionPassed) {
-  Plan const& usual = s.usualPlan();
+  Plan const& usual = *s.usualPlan;
   bool const exact = !usual.src.hasDerived();
   bool passes = false, looksFirst = false, any = false;
   Kel::U64 generation = 0;  // of these answers
@@ -125,7 +125,7 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionP
       bool const isUsual = dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
       if (isUsual && looksFirst && equalThroughout(usual, *dest, *src)) continue;
       if (isUsual && passes) {
-        any |= descend(f, s, usual, *dest, *src);
+        any |= descend(f, s, *dest, *src);
       } else if (deletionPassed || (dest && s.alike(*dest, *src))) {
         any |= ownedMember(f, s, nullptr, dest, *src);
       } else {

@@ -28,8 +28,8 @@ class Frame {
   // A walk begins here.
   Frame(Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path);
   // A child of `up`, reached through one of its attributes.
-  Frame(Frame& up, Step const& through, Kel::Entity& d, Kel::Entity const& s, Plan const& p)
-      : dest(d), src(s), plan(p), up_(&up), through_(&through) {}
+  Frame(Frame& up, Step const& through, Kel::Entity& d, Kel::Entity const& s)
+      : dest(d), src(s), plan(through.childPlan(*d.type(), *s.type())), up_(&up), through_(&through) {}
 
   Kel::Entity& dest;
   Kel::Entity const& src;

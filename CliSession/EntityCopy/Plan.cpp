@@ -1,7 +1,7 @@
 #include "CliSession/EntityCopy/Plan.h"
 
+#include <atomic>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <shared_mutex>
 
@@ -50,8 +50,8 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       destAttr(destType.attr(a.id()) == &a ? &a : destType.findAttr(a.name())),
       access(a.access()),
       kind(kindOf(a)),
-      supported(onlyValues(a.type()) && (a.keyIsPtr() || onlyValues(a.keyType()))),
-      typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && supported && comparable(a)),
+      typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && onlyValues(a.type()) &&
+            (a.keyIsPtr() || onlyValues(a.keyType())) && comparable(a)),
       dense(kind == Kind::members && typed && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
       reflexive(isReflexive(a.type())),
       withPointers(!a.instantiating() && (a.keyIsPtr() || a.isPtr())),
@@ -61,20 +61,6 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       paramsEqual_(a.isQueue() ? a.type()->furtherParamsEqual()
                    : a.type()  ? a.type()->paramsEqual()
                                : nullptr) {}
-
-Plan const& Step::makeUsualPlan() const {
-  Plan const& plan = Plan::of(*attr.type(), *attr.type());
-  usual_.store(&plan, std::memory_order_release);
-  return plan;
-}
-
-Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) const {
-  Plan const* known = child_.load(std::memory_order_acquire);
-  if (known && &known->dest == &dest && &known->src == &src) return *known;
-  Plan const& plan = Plan::of(dest, src);
-  if (!known) child_.store(&plan, std::memory_order_release);
-  return plan;
-}
 
 Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
     : dest(d), src(s), plainEqual(&d == &s ? s.plainEqual() : nullptr), keyOnly(s.ctorArgs().size() == 1) {
@@ -89,18 +75,30 @@ Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
   leaf = keyOnly && plainEqual && further.empty();
 }
 
+namespace {
+
+using Plans = std::map<std::pair<Kel::KelType const*, Kel::KelType const*>, Plan>;
+
+Plan const& planIn(Plans& plans, Kel::KelType const& dest, Kel::KelType const& src) {
+  auto const [found, isNew] = plans.try_emplace({&dest, &src}, dest, src);
+  Plan& plan = found->second;
+  if (isNew)
+    for (Step& step : plan.steps)
+      if (step.attr.instantiating()) step.usualPlan = &planIn(plans, *step.attr.type(), *step.attr.type());
+  return plan;
+}
+
+}  // namespace
+
 Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
-  using Plans = std::map<std::pair<Kel::KelType const*, Kel::KelType const*>, std::unique_ptr<Plan const>>;
   static std::shared_mutex& mutex = *new std::shared_mutex;
   static Plans& plans = *new Plans;
-  std::pair const types{&dest, &src};
   {
     std::shared_lock const lock(mutex);
-    if (auto const found = plans.find(types); found != plans.end()) return *found->second;
+    if (auto const found = plans.find({&dest, &src}); found != plans.end()) return found->second;
   }
-  auto made = std::make_unique<Plan const>(dest, src);
   std::unique_lock const lock(mutex);
-  return *plans.try_emplace(types, std::move(made)).first->second;
+  return planIn(plans, dest, src);
 }
 
 Step const* Plan::find(Kel::KelAttr const& attr) const {

@@ -15,7 +15,7 @@ bool Walk::sameInQueue(Step const& s, Kel::AttrIterator const& dest, Kel::AttrIt
 bool Walk::queue(Frame& f, Step const& s) {
   WALK_TRACE(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
   bool const entities = s.attr.type()->isEntity();
-  if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
+  if ((traced_ || !s.typed) && !entities) checkValue(s.attr, *s.attr.type());
   Kel::KelAttr const& destOwn = destAttr(f, s);
   Kel::IteratorRoom srcRoom, destRoom;
   Kel::AttrIterator& src = s.access.iterate(s.attr, f.src, srcRoom);

@@ -42,35 +42,14 @@ void Walk::revalidate() {
   read();
 }
 
-Walk::Box const& Walk::Member::srcIndex() {
-  if (!srcIndexBox && at) srcIndexBox = at->key();
-  return srcIndexBox;
-}
-Walk::Box const& Walk::Member::index() {
-  if (!indexBox) indexBox = key ? Box(genericIf(key)) : srcIndex();
-  return indexBox;
-}
-Walk::Box const& Walk::Member::srcMember() {
-  if (!srcMemberBox && at) srcMemberBox = at->obj(true);
-  return srcMemberBox;
-}
-Kel::Ptr<Kel::Entity const> Walk::Member::entity() {
-  return at ? Kel::Ptr<Kel::Entity const>(at->target()) : entityConstOf(srcMember());
-}
-
 // --- Entities ---
 
-bool Walk::attributes(Frame& f) { return copy(f, stepsFor(f.plan, f.dest, f.src)); }
-
-// The steps that a walk takes. If it has to stop already, it takes the first attribute, and then looks whether to stop.
-Walk::Steps Walk::stepsFor(Plan const& plan, Kel::Entity const& dest, Kel::Entity const& src) const {
-  if (traced_ || stopped()) return plan.all;
-  return plan.plainEqual && plan.plainEqual(dest, src) ? plan.further : plan.copied;
-}
-
-bool Walk::copy(Frame& f, Steps steps) {
+bool Walk::attributes(Frame& f) {
+  Plan const& plan = f.plan;
+  bool const plainEqual = !traced_ && plan.plainEqual && plan.plainEqual(f.dest, f.src);
   bool any = false;
-  for (Step const* step : steps) {
+  // A walk that has to stop already takes the first attribute, and then looks whether to stop.
+  for (Step const* step : traced_ || stopped() ? plan.all : plainEqual ? plan.further : plan.copied) {
     if (step->kind == Step::Kind::value && step->typed && !traced_)
       any |= !step->access.equal(f.dest, f.src) && value(f, *step);
     else
@@ -143,9 +122,8 @@ bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
-  Plan const& plan = s.childPlan(*dest.type(), *src.type());
-  if (!asks(f, s, src)) return descend(f, s, plan, dest, src, isNew);
-  Frame below(f, s, dest, src, plan);
+  if (!asks(f, s, src)) return descend(f, s, dest, src, isNew);
+  Frame below(f, s, dest, src);
   WALK_TRACE(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);
   ForeignCode const foreign(*this, below);
@@ -154,22 +132,20 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
 }
 
 // Copies a child about which the handler need not be asked.
-bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
+bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
   Changed const* changed = nullptr;
   if (f.changed && !isNew && changesHold()) {
     changed = changes_->find(src);
     if (!changed) return false;
     if (changed->has(Kel::Change::whole)) changed = nullptr;
   }
-  Steps const steps = stepsFor(plan, dest, src);
-  if (steps.empty()) return false;
   Depth const depth(impl_.depth);
-  Frame below(f, s, dest, src, plan);
+  Frame below(f, s, dest, src);
   if (isNew) below.newAt = impl_.generation;
   below.changed = changed;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
-  return copy(below, steps);
+  return attributes(below);
 }
 
 // --- Values ---
@@ -181,7 +157,7 @@ bool Walk::value(Frame& f, Step const& s) {
       [&] { return set(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
       [&] { s.access.copyValue(s.attr, f.dest, f.src); });
   if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
-  if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
+  if ((traced_ || !s.typed) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
 

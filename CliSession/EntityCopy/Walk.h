@@ -10,7 +10,6 @@
 
 #include <array>
 #include <optional>
-#include <span>
 
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopy/Frame.h"
@@ -37,17 +36,21 @@ class Walk final : private Kel::SameTarget {
   Walk(Walk const&) = delete;
   Walk& operator=(Walk const&) = delete;
 
-  // A member of a collection that is being copied. A box that is not given is made when it is first asked for.
+  // A member of a collection that is being copied.
   struct Member {
-    Kel::AttrIterator const* at = nullptr;  // on the source's member; null: all boxes are given
+    Kel::AttrIterator const* at = nullptr;  // on the source's member; null: it is given by boxes
     Kel::Entity* key = nullptr;             // the destination's key, where keys are pointers
     Box srcIndexBox, indexBox, srcMemberBox;
 
-    Box const& srcIndex();
-    Box const& index();
-    Box const& srcMember();
+    Box srcIndex() const { return at ? Box(at->key()) : srcIndexBox; }
+    Box index() const { return key ? Box(genericIf(key)) : indexBox ? indexBox : srcIndex(); }
+    Box srcMember() const { return at ? Box(at->obj(true)) : srcMemberBox; }
     // The source's member as an entity.
-    Kel::Ptr<Kel::Entity const> entity();
+    Kel::Ptr<Kel::Entity const> entity() const {
+      return at ? Kel::Ptr<Kel::Entity const>(at->target()) : entityConstOf(srcMemberBox);
+    }
+    // Before foreign code may delete the source's member.
+    void leaveSource() { *this = {nullptr, key, srcIndex(), indexBox, srcMember()}; }
   };
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
@@ -127,7 +130,7 @@ class Walk final : private Kel::SameTarget {
   }
   // Owned entities are known to be equal if there are none, or if they are `leaves`, at the same positions.
   bool isEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool leaves) {
-    if (leaves) return step.access.membersEqual(dest, src, step.usualPlan().plainEqual);
+    if (leaves) return step.access.membersEqual(dest, src, step.usualPlan->plainEqual);
     if (!step.typed || (step.withPointers && ec_.pendingAttrs() > 0)) return false;
     return step.access.equalThrough(dest, src, *this);
   }
@@ -136,11 +139,7 @@ class Walk final : private Kel::SameTarget {
   // `isNew`: the destination's child has just been made, so that all of it is walked, and no foreign code has run
   // since.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
-  bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
-               bool isNew = false);
-  using Steps = std::span<Step const* const>;
-  Steps stepsFor(Plan const& plan, Kel::Entity const& dest, Kel::Entity const& src) const;
-  bool copy(Frame& frame, Steps steps);
+  bool descend(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool mayKeepChanges(Frame& frame);
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
   // Whether the recorded changes are complete, which they are until foreign code runs.
@@ -180,7 +179,7 @@ class Walk final : private Kel::SameTarget {
   // Whether the members have plain attributes only, and the handler need not be asked about their type.
   bool areLeaves(Step const& step) {
     if (!step.dense) return false;
-    Plan const& usual = step.usualPlan();
+    Plan const& usual = *step.usualPlan;
     return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
   }
   bool copyPairs(Frame& frame, Step const& step, Kel::U32& position, bool deletionPassed);
