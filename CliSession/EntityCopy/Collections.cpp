@@ -108,41 +108,34 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
 bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionPassed) {
   Plan const& usual = *s.usualPlan;
   bool const exact = !usual.src.hasDerived();
-  bool passes = false, looksFirst = false, any = false;
-  Kel::U64 generation = 0;  // of these answers
   static constexpr Kel::U32 maxPairs = 16;
   std::array<Kel::AttrAccess::Pair, maxPairs> pairs;
-  Kel::U32 most = maxPairs, next = position;
-  while (Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, next, pairs.data(), most)) {
+  Kel::U32 most = maxPairs;
+  bool any = false;
+  while (Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
     most = std::min(2 * most, maxPairs);
-    if (generation != impl_.generation) {
-      generation = impl_.generation;
-      passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
-      looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
-    }
+    Kel::U64 const generation = impl_.generation;
+    bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
+    bool const looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];
       bool const isUsual = dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
       if (isUsual && looksFirst && equalThroughout(usual, *dest, *src)) continue;
-      if (isUsual && passes) {
-        any |= descend(f, s, *dest, *src);
-      } else if (deletionPassed || (dest && s.alike(*dest, *src))) {
-        any |= ownedMember(f, s, nullptr, dest, *src);
-      } else {
-        deletionPassed = true;
+      bool const mayBeDeleted = !deletionPassed && !(isUsual && passes) && !(dest && s.alike(*dest, *src));
+      if (mayBeDeleted)
         any |= deleteExtra(f, s);
-        next = at;  // what was gathered may be gone
-        if (stopped()) return any;
-        break;
-      }
+      else if (isUsual && passes)
+        any |= descend(f, s, *dest, *src);
+      else
+        any |= ownedMember(f, s, nullptr, dest, *src);
       if (stopped()) return any;
-      if (generation == impl_.generation) continue;
-      // Foreign code may have changed the rest. If it runs for each member, little is gathered in vain.
-      next = at + 1;
+      if (!mayBeDeleted && generation == impl_.generation) continue;
+      // What was gathered may be gone. If foreign code runs for each member, little is gathered in vain.
+      deletionPassed |= mayBeDeleted;
+      position = mayBeDeleted ? at : at + 1;
       most = 1;
       break;
     }
-    position = next;
     if (traced_) return any;
   }
   return any;

@@ -7,11 +7,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-bool Walk::sameInQueue(Step const& s, Kel::AttrIterator const& dest, Kel::AttrIterator const& src) {
-  if (s.typed && !traced_ && s.attr.instantiating()) return s.alike(*dest.target(), *src.target());
-  return attrEqual(s.attr, dest.obj(true), src.obj(true));
-}
-
 bool Walk::queue(Frame& f, Step const& s) {
   WALK_TRACE(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
   bool const entities = s.attr.type()->isEntity();
@@ -21,7 +16,10 @@ bool Walk::queue(Frame& f, Step const& s) {
   Kel::AttrIterator& src = s.access.iterate(s.attr, f.src, srcRoom);
   bool differs = false;
   for (Kel::AttrIterator& dest = destOwn.access().iterate(destOwn, f.dest, destRoom); dest.nonNull(); dest.inc()) {
-    if (!src.nonNull() || !sameInQueue(s, dest, src)) {
+    bool const same =
+        src.nonNull() && (s.typed && !traced_ && entities ? s.alike(*dest.target(), *src.target())
+                                                          : attrEqual(s.attr, dest.obj(true), src.obj(true)));
+    if (!same) {
       differs |= deleteMember(f, s, dest);
     } else {
       if (entities) differs |= child(f, s, *dest.target(), *src.target());

@@ -59,17 +59,6 @@ bool Walk::attributes(Frame& f) {
   return any;
 }
 
-namespace {
-
-void traceSkipped(Kel::KelAttr const& attr) {
-  char const* const reason = !attr.logging()    ? "Skipping non-logging attribute "
-                             : attr.ctorParam() ? "Skipping constructor parameter "
-                                                : "Skipping non-writable attribute ";
-  KEL_TRACE_AS(9, "attrCopiable") << reason << attr.name();
-}
-
-}  // namespace
-
 bool Walk::operator()(Kel::Entity& dest, Kel::Entity& src) { return keeps_ && impl_.counterparts.same(ec_, dest, src); }
 
 bool Walk::attribute(Frame& f, Step const& s) {
@@ -78,7 +67,10 @@ bool Walk::attribute(Frame& f, Step const& s) {
       "bool Cli::Session::EntityCopy::doCopyAttr(const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const Kel::Entity>&, "
       "Kel::String, const Kel::Ptr<const Kel::KelAttr>&)";
   if (s.kind == Step::Kind::skipped) {
-    traceSkipped(s.attr);
+    WALK_TRACE(9, "attrCopiable") << (!s.attr.logging()    ? "Skipping non-logging attribute "
+                                      : s.attr.ctorParam() ? "Skipping constructor parameter "
+                                                           : "Skipping non-writable attribute ")
+                                  << s.attr.name();
     return false;
   }
   WALK_TRACE(2, operation) << "doCopyAttr: " << s.attr.name();
@@ -101,12 +93,8 @@ bool Walk::attribute(Frame& f, Step const& s) {
 
 // --- Children ---
 
-bool Walk::askWalkedThrough(Frame& f, Step const& s) {
-  bool const askedBefore = f.askedAt == impl_.generation;  // then it is not so for all attributes
-  bool const allOfIt =
-      !askedBefore && ((f.up() && walkedThrough(*f.up(), f.through())) || guide_->walksThrough(f.path(), true));
-  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
-  f.askedAbout = allOfIt ? nullptr : &s;
+bool Walk::askWalkedThrough(Frame& f) {
+  f.walkedThrough = (f.up() && walkedThrough(*f.up(), f.through())) || guide_->walksThrough(f.path(), true);
   f.askedAt = impl_.generation;
   return f.walkedThrough;
 }
@@ -225,9 +213,9 @@ Kel::Entity* Walk::held(Frame& f, Step const& s, Member* m, Kel::Entity const& s
         destOwn.access().iterateAt(f.dest, destOwn.access().count(destOwn, f.dest) - 1, room);
     return last.nonNull() ? last.target() : nullptr;
   }
-  if (!s.attr.isCollection()) return destOwn.access().target(f.dest);
-  if (s.typed && (!m || m->at)) return s.access.findCounterpart(f.dest, src, m ? m->at->position() : 0);
-  return entityOf(genericIf(&f.dest)->attribute(destOwn.id(), m->index())).ptr();
+  if (s.typed && s.attr.isCollection() && (!m || m->at))
+    return s.access.findCounterpart(f.dest, src, m ? m->at->position() : 0);
+  return entityOf(genericIf(&f.dest)->attribute(destOwn.id(), m ? m->index() : nullptr)).ptr();
 }
 
 bool Walk::singleton(Frame& f, Step const& s) {

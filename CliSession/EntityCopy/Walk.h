@@ -154,12 +154,14 @@ class Walk final : private Kel::SameTarget {
   // Whether the handler need not be asked about what an attribute leads to, but for types that it has to be asked
   // about.
   bool walkedThrough(Frame& frame, Step const& step) {
-    bool const known = frame.askedAt == impl_.generation && (!frame.askedAbout || frame.askedAbout == &step);
-    return known ? frame.walkedThrough : askWalkedThrough(frame, step);
+    return walkedThrough(frame) || guide_->walksThrough(frame.path() + "." + step.attr.name(), false);
+  }
+  bool walkedThrough(Frame& frame) {
+    return frame.askedAt == impl_.generation ? frame.walkedThrough : askWalkedThrough(frame);
   }
 
   bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
-  bool askWalkedThrough(Frame& frame, Step const& step);
+  bool askWalkedThrough(Frame& frame);
 
   // Sets a pointer to `target`, or the member `m` to the source's value.
   bool assign(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
@@ -204,7 +206,6 @@ class Walk final : private Kel::SameTarget {
   void defer(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
              Member* m, bool isKey, Kel::String8 const& destTarget);
 
-  bool sameInQueue(Step const& step, Kel::AttrIterator const& dest, Kel::AttrIterator const& src);
   bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
 
   // Takes an edit's debug action, and counts it. Answers false, and does nothing, if foreign code has to see the edit.
