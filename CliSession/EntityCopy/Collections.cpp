@@ -119,20 +119,17 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionP
     bool const looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];
-      bool const isUsual = dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
-      if (isUsual && looksFirst && equalThroughout(usual, *dest, *src)) continue;
-      bool const mayBeDeleted = !deletionPassed && !(isUsual && passes) && !(dest && s.alike(*dest, *src));
-      if (mayBeDeleted)
-        any |= deleteExtra(f, s);
-      else if (isUsual && passes)
-        any |= descend(f, s, *dest, *src);
-      else
-        any |= ownedMember(f, s, nullptr, dest, *src);
+      bool const direct = passes && dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
+      if (direct && looksFirst && equalThroughout(usual, *dest, *src)) continue;
+      bool const unpaired = !direct && !deletionPassed && !(dest && s.alike(*dest, *src));
+      any |= unpaired ? deleteExtra(f, s)
+             : direct ? descend(f, s, *dest, *src)
+                      : ownedMember(f, s, nullptr, dest, *src);
       if (stopped()) return any;
-      if (!mayBeDeleted && generation == impl_.generation) continue;
+      if (!unpaired && generation == impl_.generation) continue;
       // What was gathered may be gone. If foreign code runs for each member, little is gathered in vain.
-      deletionPassed |= mayBeDeleted;
-      position = mayBeDeleted ? at : at + 1;
+      deletionPassed |= unpaired;
+      position = unpaired ? at : at + 1;
       most = 1;
       break;
     }
