@@ -74,7 +74,7 @@ bool Walk::changedMembers(Frame& f, Step const& s) {
     any |= child(f, s, *dest, *src);
     if (stopped()) break;
     if (!changesHold()) {
-      any |= copyMembers(f, s, position + 1, true);
+      any |= copyPairs(f, s, position + 1, true);
       break;
     }
   }

@@ -26,7 +26,7 @@ bool Walk::collection(Frame& f, Step const& s) {
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
   bool const sameHashes = s.dense && !traced_ && s.usualPlan->keyOnly && s.access.sameKeyHashes(f.dest, f.src);
   bool differs = !sameHashes && deleteExtra(f, s);
-  if (!stopped()) differs |= copyMembers(f, s, 0, !sameHashes);
+  if (!stopped()) differs |= copyMembers(f, s, !sameHashes);
   if (!stopped())
     for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
   return differs;
@@ -103,9 +103,8 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
 }
 
 // Copies owned members from `position` on, in the batches that the storage hands out. Runs the deletion pass, unless it
-// has run, before the first member without a counterpart is made. Ends early, with `position` behind the last member
-// copied, if a trace handle is switched on meanwhile.
-bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionPassed) {
+// has run, before the first member without a counterpart is made.
+bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
   Plan const& usual = *s.usualPlan;
   bool const exact = !usual.src.hasDerived();
   static constexpr Kel::U32 maxPairs = 16;
@@ -133,12 +132,11 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionP
       most = 1;
       break;
     }
-    if (traced_) return any;
   }
   return any;
 }
 
-bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
+bool Walk::copyMembers(Frame& f, Step const& s, bool deletionPassed) {
   static constexpr char const* operation = "doCopyCollection";
   if (s.dense && !compare_ && s.access.count(s.attr, f.dest) == 0)
     s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
@@ -146,11 +144,7 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 position, bool deletion
   Kel::U32 copied = 0;
   Kel::IteratorRoom room;
   Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
-  if (s.dense && !traced_) {
-    differs = copyPairs(f, s, position, deletionPassed);
-    if (!traced_ || stopped()) return differs;
-  }
-  while (at.nonNull() && at.position() < position) at.inc();
+  if (s.dense && !traced_) return copyPairs(f, s, 0, deletionPassed);
   for (; at.nonNull(); at.inc()) {
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (s.attr.keyIsPtr()) {
