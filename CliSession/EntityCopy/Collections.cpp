@@ -166,24 +166,19 @@ bool Walk::copyMembers(Frame& f, Step const& s, bool deletionPassed) {
 bool Walk::member(Frame& f, Step const& s, Member& m) {
   static constexpr char const* operation = "doCopyCollectionMember";
   WALK_TRACE(2, operation) << "doCopyCollectionMember: " << m.srcMember();
-  if (s.attr.isValue()) {
-    WALK_TRACE(3, operation) << "Member is a value";
-    bool const changed = assign(f, s, &m, nullptr);
-    if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
-    return changed;
-  }
-  WALK_TRACE(3, operation) << "Member is not a value";
-  if (!s.attr.isPtr()) {
+  bool const isValue = s.attr.isValue(), isPtr = s.attr.isPtr();
+  WALK_TRACE(3, operation) << (isValue ? "Member is a value" : "Member is not a value");
+  if (!isValue && !isPtr) {
     Kel::Ptr<Kel::Entity const> const src = m.entity();
     requireNonNull(src);
     return ownedMember(f, s, &m, held(f, s, &m, *src), *src);
   }
-  if (traced_) {
+  if (traced_ && !isValue) {
     bool const isThere = static_cast<bool>(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index()));
     WALK_TRACE(3, operation) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
     WALK_TRACE(3, operation) << m.srcMember() << " is a pointer, copying target";
   }
-  bool const changed = pointer(f, s, &m);
+  bool const changed = isValue ? assign(f, s, &m, nullptr) : pointer(f, s, &m);
   if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
   return changed;
 }

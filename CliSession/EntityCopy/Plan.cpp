@@ -64,8 +64,9 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
 
 Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
     : dest(d), src(s), plainEqual(&d == &s ? s.plainEqual() : nullptr), keyOnly(s.ctorArgs().size() == 1) {
+  for (Kel::AttributeId id = 0; Kel::KelAttr const* attr = s.attr(id); ++id) steps.emplace_back(d, *attr);
   for (Kel::KelAttr const* attr : s.attributeQ()) {
-    Step const& step = steps.emplace_back(d, *attr);
+    Step const& step = steps[attr->id()];
     all.push_back(&step);
     if (step.kind == Step::Kind::skipped) continue;
     copied.push_back(&step);
@@ -99,12 +100,6 @@ Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
   }
   std::unique_lock const lock(mutex);
   return planIn(plans, dest, src);
-}
-
-Step const* Plan::find(Kel::KelAttr const& attr) const {
-  for (Step const& step : steps)
-    if (&step.attr == &attr) return &step;
-  return nullptr;
 }
 
 }  // namespace Cli::Session

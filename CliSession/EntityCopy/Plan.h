@@ -50,13 +50,11 @@ struct Step {
 struct Plan {
   static Plan const& of(Kel::KelType const& dest, Kel::KelType const& src);
   Plan(Kel::KelType const& dest, Kel::KelType const& src);
-  // The step for an attribute of the source's type; null for an attribute of another type.
-  Step const* find(Kel::KelAttr const& attr) const;
 
   Kel::KelType const& dest;
   Kel::KelType const& src;
-  std::deque<Step> steps;                // all attributes in the order of the attribute queue
-  std::vector<Step const*> all, copied;  // the steps of all attributes, and of those that are copied
+  std::deque<Step> steps;                // by the id of the source's attribute
+  std::vector<Step const*> all, copied;  // all attributes in the order of the attribute queue; those that are copied
   std::vector<Step const*> further;      // of these, those that `plainEqual` does not compare
   bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
   bool keyOnly;                                                         // the key is the only constructor parameter

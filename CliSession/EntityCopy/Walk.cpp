@@ -99,18 +99,10 @@ bool Walk::askWalkedThrough(Frame& f) {
   return f.walkedThrough;
 }
 
-bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
-  known = {&type, !guide_->walksThroughType(type.fullTypeName())};
-  return known.asks;
-}
-
-bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
-  if (!guide_ || asksForType(*src.type())) return true;
-  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src), false);
-}
-
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
-  if (!asks(f, s, src)) return descend(f, s, dest, src, isNew);
+  if (guide_ && !asksForType(*src.type()) &&
+      (walkedThrough(f, s) || guide_->walksThrough(childPath(f.path(), s.attr, &src), false)))
+    return descend(f, s, dest, src, isNew);
   Frame below(f, s, dest, src);
   WALK_TRACE(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);

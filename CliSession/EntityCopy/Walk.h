@@ -145,11 +145,11 @@ class Walk final : private Kel::SameTarget {
   // Whether the recorded changes are complete, which they are until foreign code runs.
   bool changesHold() const { return changesAt_ == impl_.generation; }
   bool changedMembers(Frame& frame, Step const& step);
-  // Whether the handler has to be asked about a child.
-  bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
+  // Whether the handler has to be asked about entities of a type.
   bool asksForType(Kel::KelType const& type) {
     TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
-    return known.type == &type ? known.asks : askAboutType(type, known);
+    if (known.type != &type) known = {&type, !guide_->walksThroughType(type.fullTypeName())};
+    return known.asks;
   }
   // Whether the handler need not be asked about what an attribute leads to, but for types that it has to be asked
   // about.
@@ -160,7 +160,6 @@ class Walk final : private Kel::SameTarget {
     return frame.askedAt == impl_.generation ? frame.walkedThrough : askWalkedThrough(frame);
   }
 
-  bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
   bool askWalkedThrough(Frame& frame);
 
   // Sets a pointer to `target`, or the member `m` to the source's value.
