@@ -12,15 +12,6 @@ namespace Cli::Session {
 // The walk's path of a child: that of its owner, the attribute's name, and the name of a collection's member.
 Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* srcChild);
 
-// What a frame needs for an edit, or while foreign code runs.
-struct FrameExtras {
-  std::optional<Kel::String8> path;
-  Kel::String8 logPath;
-  Kel::U64 logPathAt = 0;  // 0: not made
-  Kel::Ptr<Kel::Entity> dest;
-  Kel::Ptr<Kel::Entity const> src;
-};
-
 // Lives on the stack and points at the frame above. The texts of its paths, and handles to both entities, are made only
 // when an edit or foreign code needs them.
 class Frame {
@@ -43,7 +34,7 @@ class Frame {
   // The path under which edits are counted: the destination entity's, relative to the copy's destination. Empty for the
   // copy's destination itself and for an entity that is not below it. It is kept for one generation.
   Kel::String8 const& logPath(EntityCopy const& ec, Kel::U64 generation) {
-    return extras_ && extras_->logPathAt == generation ? extras_->logPath : makeLogPath(ec, generation);
+    return logPathAt_ == generation ? logPath_ : makeLogPath(ec, generation);
   }
 
   // Keeps the entities of this frame and of those above alive.
@@ -64,11 +55,14 @@ class Frame {
 
  private:
   Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);
-  FrameExtras& extras() { return extras_ ? *extras_ : extras_.emplace(); }
 
   Frame* const up_ = nullptr;
   Step const* const through_ = nullptr;
-  std::optional<FrameExtras> extras_;
+  std::optional<Kel::String8> path_;
+  Kel::String8 logPath_;
+  Kel::U64 logPathAt_ = 0;  // 0: not made
+  Kel::Ptr<Kel::Entity> heldDest_;
+  Kel::Ptr<Kel::Entity const> heldSrc_;
 };
 
 }  // namespace Cli::Session
