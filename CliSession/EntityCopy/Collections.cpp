@@ -53,8 +53,8 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
 
 bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
   return edit(
-      f, s, AttributeEditType::del_, s.typed && s.kind == Step::Kind::collection, [&] { return del(f, s, at.key()); },
-      [&] { s.access.deleteMember(s.attr, f.dest, at); });
+      f, s, AttributeEditType::del_, s.typed && !s.attr.instantiating() && !s.attr.isQueue(),
+      [&] { return del(f, s, at.key()); }, [&] { s.access.deleteMember(s.attr, f.dest, at); });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,

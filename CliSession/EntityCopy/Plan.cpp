@@ -15,7 +15,7 @@ Step::Kind kindOf(Kel::KelAttr const& attr) {
   using Kind = Step::Kind;
   if (!attr.copiable()) return Kind::skipped;
   if (attr.isQueue()) return Kind::queue;
-  if (attr.isCollection()) return attr.instantiating() ? Kind::members : Kind::collection;
+  if (attr.isCollection()) return Kind::collection;
   if (attr.type()->isEntity())
     return attr.instantiating() ? Kind::singleton : attr.isPtr() ? Kind::pointer : Kind::unsupported;
   return attr.isValue() ? Kind::value : Kind::unsupported;
@@ -52,7 +52,7 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       kind(kindOf(a)),
       typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && onlyValues(a.type()) &&
             (a.keyIsPtr() || onlyValues(a.keyType())) && comparable(a)),
-      dense(kind == Kind::members && typed && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
+      dense(typed && a.instantiating() && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
       reflexive(isReflexive(a.type())),
       withPointers(!a.instantiating() && (a.keyIsPtr() || a.isPtr())),
       number(steps.fetch_add(1, std::memory_order_relaxed)),

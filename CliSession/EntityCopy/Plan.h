@@ -16,7 +16,7 @@ struct Plan;
 
 // One attribute of the source's type.
 struct Step {
-  enum class Kind : Kel::U8 { skipped, value, collection, pointer, singleton, members, queue, unsupported };
+  enum class Kind : Kel::U8 { skipped, value, collection, pointer, singleton, queue, unsupported };
 
   Step(Kel::KelType const& destType, Kel::KelAttr const& attr);
   Step(Step const&) = delete;

@@ -78,15 +78,13 @@ bool Walk::attribute(Frame& f, Step const& s) {
     case Step::Kind::value: return value(f, s);
     case Step::Kind::pointer: return pointer(f, s, nullptr);
     case Step::Kind::singleton: return singleton(f, s);
-    case Step::Kind::collection:
-    case Step::Kind::members: return collection(f, s);
+    case Step::Kind::collection: return collection(f, s);
     case Step::Kind::queue: return queue(f, s);
     default: break;
   }
-  if (s.attr.type()->isEntity())
-    WALK_TRACE(3, operation) << "Skipping non-copiable non-instantiating entity " << s.attr.name();
-  else
-    WALK_TRACE(3, operation) << "Unsupported attribute " << s.attr.name();
+  WALK_TRACE(3, operation) << (s.attr.type()->isEntity() ? "Skipping non-copiable non-instantiating entity "
+                                                         : "Unsupported attribute ")
+                           << s.attr.name();
   KEL_ASSERT_AS(false, "false", signature);
   return false;
 }
@@ -224,13 +222,10 @@ bool Walk::singleton(Frame& f, Step const& s) {
   WALK_TRACE(3, operation) << "Child is set";
   ParamList params;
   if (!paramsDiffer(s, destChild, *srcChild, params)) return child(f, s, *destChild, *srcChild);
-  bool differs = false;
-  if (destChild) {
-    differs |= del(f, s, nullptr);
-    if (stopped()) return differs;
-  }
+  bool const deleted = destChild && del(f, s, nullptr);
+  if (destChild && stopped()) return deleted;
   WALK_TRACE(3, operation) << "Re-creating entity";
-  return make(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest)) || differs;
+  return make(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest)) || deleted;
 }
 
 }  // namespace Cli::Session
