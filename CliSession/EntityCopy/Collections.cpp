@@ -26,7 +26,7 @@ bool Walk::collection(Frame& f, Step const& s) {
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
   bool const sameHashes = s.dense && !traced_ && s.usualPlan->keyOnly && s.access.sameKeyHashes(f.dest, f.src);
   bool differs = !sameHashes && deleteExtra(f, s);
-  if (!stopped()) differs |= copyMembers(f, s, !sameHashes);
+  if (!stopped()) differs |= s.dense && !traced_ ? copyPairs(f, s, 0, !sameHashes) : copyMembers(f, s);
   if (!stopped())
     for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
   return differs;
@@ -105,6 +105,9 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
 // Copies owned members from `position` on, in the batches that the storage hands out. Runs the deletion pass, unless it
 // has run, before the first member without a counterpart is made.
 bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
+  if (!compare_ && s.access.count(s.attr, f.dest) == 0) s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
+  Kel::IteratorRoom room;
+  s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
   Plan const& usual = *s.usualPlan;
   bool const exact = !usual.src.hasDerived();
   static constexpr Kel::U32 maxPairs = 16;
@@ -136,16 +139,13 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPa
   return any;
 }
 
-bool Walk::copyMembers(Frame& f, Step const& s, bool deletionPassed) {
+// Copies members of any kind, one by one.
+bool Walk::copyMembers(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopyCollection";
-  if (s.dense && !compare_ && s.access.count(s.attr, f.dest) == 0)
-    s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
   bool differs = false;
   Kel::U32 copied = 0;
   Kel::IteratorRoom room;
-  Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
-  if (s.dense && !traced_) return copyPairs(f, s, 0, deletionPassed);
-  for (; at.nonNull(); at.inc()) {
+  for (Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room); at.nonNull(); at.inc()) {
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (s.attr.keyIsPtr()) {
       if (!m.key) {

@@ -183,9 +183,9 @@ class Walk final : private Kel::SameTarget {
     Plan const& usual = *step.usualPlan;
     return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
   }
-  // The next two: `deletionPassed`: the members that may not stay are deleted already.
+  // `deletionPassed`: the members that may not stay are deleted already.
   bool copyPairs(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
-  bool copyMembers(Frame& frame, Step const& step, bool deletionPassed);
+  bool copyMembers(Frame& frame, Step const& step);
   bool deleteMember(Frame& frame, Step const& step, Kel::AttrIterator const& at);
   bool stays(Frame& frame, Step const& step, Kel::AttrIterator const& at, KeyMap& keys);
   Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
