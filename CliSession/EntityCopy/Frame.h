@@ -45,7 +45,9 @@ class Frame {
   Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null if that is not known, or is everything.
   Changed const* changed = nullptr;
-  // The handler's answer for all paths through the entity, and the generation of the answer.
+  // The handler's answer for all paths through one attribute, or, if that is null, through any attribute; and the
+  // generation of the answer.
+  Step const* askedAbout = nullptr;
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;
 

@@ -91,8 +91,12 @@ bool Walk::attribute(Frame& f, Step const& s) {
 
 // --- Children ---
 
-bool Walk::askWalkedThrough(Frame& f) {
-  f.walkedThrough = (f.up() && walkedThrough(*f.up(), f.through())) || guide_->walksThrough(f.path(), true);
+bool Walk::askWalkedThrough(Frame& f, Step const& s) {
+  bool const askedBefore = f.askedAt == impl_.generation;  // then it is not so for all attributes
+  bool const allOfIt =
+      !askedBefore && ((f.up() && walkedThrough(*f.up(), f.through())) || guide_->walksThrough(f.path(), true));
+  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
+  f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
   return f.walkedThrough;
 }

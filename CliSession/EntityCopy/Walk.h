@@ -154,13 +154,11 @@ class Walk final : private Kel::SameTarget {
   // Whether the handler need not be asked about what an attribute leads to, but for types that it has to be asked
   // about.
   bool walkedThrough(Frame& frame, Step const& step) {
-    return walkedThrough(frame) || guide_->walksThrough(frame.path() + "." + step.attr.name(), false);
-  }
-  bool walkedThrough(Frame& frame) {
-    return frame.askedAt == impl_.generation ? frame.walkedThrough : askWalkedThrough(frame);
+    bool const known = frame.askedAt == impl_.generation && (!frame.askedAbout || frame.askedAbout == &step);
+    return known ? frame.walkedThrough : askWalkedThrough(frame, step);
   }
 
-  bool askWalkedThrough(Frame& frame);
+  bool askWalkedThrough(Frame& frame, Step const& step);
 
   // Sets a pointer to `target`, or the member `m` to the source's value.
   bool assign(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
