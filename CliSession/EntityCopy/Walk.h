@@ -124,9 +124,7 @@ class Walk final : private Kel::SameTarget {
   bool attribute(Frame& frame, Step const& step);
   // The filter: true if an attribute is known to be equal. It traces nothing.
   bool equalInPlace(Frame& frame, Step const& step) {
-    return isEqual(
-        step, frame.dest, frame.src,
-        step.dense && guide_ && !(frame.changed && changesHold()) && walkedThrough(frame, step) && areLeaves(step));
+    return isEqual(step, frame.dest, frame.src, step.dense && guide_ && walkedThrough(frame, step) && areLeaves(step));
   }
   // Owned entities are known to be equal if there are none, or if they are `leaves`, at the same positions.
   bool isEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool leaves) {
