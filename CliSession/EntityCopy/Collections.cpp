@@ -118,7 +118,7 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPa
     most = std::min(2 * most, maxPairs);
     Kel::U64 const generation = impl_.generation;
     bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
-    bool const looksFirst = passes && !(f.changed && changesHold()) && areShallow(usual);
+    bool const looksFirst = passes && !onlyChanged(f) && areShallow(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];
       bool const direct = passes && dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));

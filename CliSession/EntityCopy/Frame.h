@@ -43,7 +43,7 @@ class Frame {
   // The generation in which the walk made the destination's entity; 0: it was there already. In that generation, none
   // of its pointers waits.
   Kel::U64 newAt = 0;
-  // What has changed here since both sides were last equal; null if that is not known, or is everything.
+  // What has changed here since both sides were last equal; null if that is not known.
   Changed const* changed = nullptr;
   // The handler's answer for all paths through one attribute, or, if that is null, through any attribute; and the
   // generation of the answer.

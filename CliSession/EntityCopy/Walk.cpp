@@ -115,16 +115,12 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
 
 // Copies a child about which the handler need not be asked.
 bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
-  Changed const* changed = nullptr;
-  if (f.changed && !isNew && changesHold()) {
-    changed = changes_->find(src);
-    if (!changed) return false;
-    if (changed->has(Kel::Change::whole)) changed = nullptr;
-  }
-  Depth const depth(impl_.depth);
   Frame below(f, s, dest, src);
-  if (isNew) below.newAt = impl_.generation;
-  below.changed = changed;
+  if (isNew)
+    below.newAt = impl_.generation;
+  else if (onlyChanged(f) && !(below.changed = changes_->find(src)))
+    return false;
+  Depth const depth(impl_.depth);
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
   return attributes(below);

@@ -58,7 +58,7 @@ class Walk final : private Kel::SameTarget {
   // The same for a copy root. Skips what has not changed since both sides were last equal, if that is known.
   bool root(Frame& frame);
   bool differs(Frame& frame, Step const& step) {  // doCopyAttr
-    if (frame.changed && changesHold()) {
+    if (onlyChanged(frame)) {
       if (step.attr.instantiating()) return changedMembers(frame, step);
       if (!frame.changed->has(Kel::Change::content)) return false;
     }
@@ -142,6 +142,10 @@ class Walk final : private Kel::SameTarget {
   bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
   // Whether the recorded changes are complete, which they are until foreign code runs.
   bool changesHold() const { return changesAt_ == impl_.generation; }
+  // Whether what has not changed is skipped.
+  bool onlyChanged(Frame const& frame) const {
+    return frame.changed && changesHold() && !frame.changed->has(Kel::Change::whole);
+  }
   bool changedMembers(Frame& frame, Step const& step);
   // Whether the handler has to be asked about entities of a type.
   bool asksForType(Kel::KelType const& type) {
@@ -173,9 +177,8 @@ class Walk final : private Kel::SameTarget {
   bool deleteExtra(Frame& frame, Step const& step);
   bool areShallow(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
-  // Whether the members have plain attributes only, and the handler need not be asked about their type.
+  // Whether dense members have plain attributes only, and the handler need not be asked about their type.
   bool areLeaves(Step const& step) {
-    if (!step.dense) return false;
     Plan const& usual = *step.usualPlan;
     return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
   }
