@@ -3,7 +3,6 @@
 #include <atomic>
 #include <map>
 #include <mutex>
-#include <shared_mutex>
 
 namespace Cli::Session {
 
@@ -92,13 +91,9 @@ Plan const& planIn(Plans& plans, Kel::KelType const& dest, Kel::KelType const& s
 }  // namespace
 
 Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
-  static std::shared_mutex& mutex = *new std::shared_mutex;
+  static std::mutex mutex;
   static Plans& plans = *new Plans;
-  {
-    std::shared_lock const lock(mutex);
-    if (auto const found = plans.find({&dest, &src}); found != plans.end()) return found->second;
-  }
-  std::unique_lock const lock(mutex);
+  std::lock_guard const lock(mutex);
   return planIn(plans, dest, src);
 }
 
