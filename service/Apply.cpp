@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "service/ChangedEntities.h"
+#include "service/Checkpoint.h"
 #include "service/Error.h"
 #include "service/Importer.h"
 #include "service/Pointers.h"

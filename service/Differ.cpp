@@ -4,16 +4,16 @@
 #include <array>
 #include <set>
 
-#include "CliSession/EntityCopy/HeldLike.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "service/JsonTree.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
 
-using Cli::Session::heldLike;
 using Kel::Change;
+using Kel::ChangedEntity;
 using Kel::Entity;
+using Kel::heldLike;
 using Kel::KelAttr;
 using Kel::KelType;
 
@@ -151,33 +151,27 @@ void Differ::changedOnly(Frame const& at, Entity const& from, Entity const& to, 
     if (!attr->instantiating()) {
       if (content) attribute(at, from, to, *attr);
     } else if (attr->isQueue()) {
-      bool const items = std::find(changed.queues.begin(), changed.queues.end(), attr) != changed.queues.end();
-      if (changed.has(Change::members) || items) {
-        whole_ = true;
-        queue(at, from, to, *attr);
-        whole_ = false;
-      }
+      // The items are aligned later, so it is not known which of them have changed.
+      if (!changed.concerns(*attr)) continue;
+      whole_ = true;
+      queue(at, from, to, *attr);
+      whole_ = false;
     } else if (changed.has(Change::members)) {
       attribute(at, from, to, *attr);
     } else {
-      changedMembers(at, from, to, *attr, changed);
+      changedMembers(at, to, *attr, changed);
     }
   }
 }
 
-void Differ::changedMembers(Frame const& at, Entity const& from, Entity const& to, KelAttr const& attr,
-                            ChangedEntity const& changed) {
-  std::vector<std::pair<Kel::U32, Entity const*>> candidates;
-  bool const positions = attr.collectionKind() == KelAttr::Collection::hashMap;
-  for (Entity const* e : changed.owned)
-    if (e->parentAttrId() == attr.id()) candidates.emplace_back(positions ? attr.access().positionOf(from, *e) : 0, e);
-  auto const before = [&](auto const& a, auto const& b) {
-    if (positions || !attr.isCollection()) return a.first < b.first;
-    return memberStep(attr, valueOfAttr(*a.second, *keyParam(*a.second->type()))) <
-           memberStep(attr, valueOfAttr(*b.second, *keyParam(*b.second->type())));
-  };
-  std::sort(candidates.begin(), candidates.end(), before);
-  for (auto const& [position, e] : candidates) owned({&at, nullptr, &attr, e}, e, heldLike(to, *e));
+void Differ::changedMembers(Frame const& at, Entity const& to, KelAttr const& attr, ChangedEntity const& changed) {
+  std::vector<Entity const*> candidates;
+  for (auto const& [in, position, e] : changed.owned)
+    if (in == attr.id()) candidates.push_back(e);
+  auto const step = [&](Entity const* e) { return memberStep(attr, valueOfAttr(*e, *keyParam(*e->type()))); };
+  if (attr.collectionKind() == KelAttr::Collection::orderedMap)
+    std::sort(candidates.begin(), candidates.end(), [&](auto* a, auto* b) { return step(a) < step(b); });
+  for (Entity const* e : candidates) owned({&at, nullptr, &attr, e}, e, heldLike(to, *e));
 }
 
 void Differ::directory(Frame const& at, Kel::Dir const& from, Kel::Dir const& to) {

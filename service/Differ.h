@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "service/Align.h"
-#include "service/ChangedEntities.h"
+#include "service/Checkpoint.h"
 #include "service/Difference.h"
 
 namespace Cli::Service {
@@ -14,7 +14,8 @@ namespace Cli::Service {
 class Differ {
  public:
   // Only what is in `changed` is compared; null: everything is compared.
-  Differ(Tree const& from, Tree const& to, ChangedEntities const* changed) : from_(from), to_(to), changed_(changed) {}
+  Differ(Tree const& from, Tree const& to, Kel::ChangedEntities const* changed)
+      : from_(from), to_(to), changed_(changed) {}
   std::vector<Difference> run();
 
   // Whether the targets of two pointers, one in each tree, have the same path there.
@@ -36,7 +37,7 @@ class Differ {
   Plan const& planOf(Kel::KelType const& type);
   void entity(Frame const& at, Kel::Entity const& from, Kel::Entity const& to);
   void directory(Frame const& at, Kel::Dir const& from, Kel::Dir const& to);
-  void changedOnly(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, ChangedEntity const& changed);
+  void changedOnly(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::ChangedEntity const& changed);
   void attribute(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void value(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void pointer(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
@@ -44,8 +45,8 @@ class Differ {
   void pointerKeys(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void singleton(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void members(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
-  void changedMembers(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr,
-                      ChangedEntity const& changed);
+  void changedMembers(Frame const& at, Kel::Entity const& to, Kel::KelAttr const& attr,
+                      Kel::ChangedEntity const& changed);
   void queue(Frame const& at, Kel::Entity const& from, Kel::Entity const& to, Kel::KelAttr const& attr);
   void owned(Frame const& at, Kel::Entity const* from, Kel::Entity const* to);
 
@@ -60,7 +61,7 @@ class Differ {
   Json text(Kel::Entity const* target, Tree const& tree) const;
 
   Tree from_, to_;
-  ChangedEntities const* changed_;
+  Kel::ChangedEntities const* changed_;
   bool whole_ = false;          // below here everything is compared, changed or not
   bool strayPointers_ = false;  // something points at items that are not aligned
   std::vector<Difference> found_;

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "service/Apply.h"
-#include "service/ChangedEntities.h"
+#include "service/Checkpoint.h"
 #include "service/Merge.h"
 #include "service/Service.h"
 

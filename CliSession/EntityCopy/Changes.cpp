@@ -1,56 +1,27 @@
-#include "CliSession/EntityCopy/Changes.h"
-
+// What a walk may skip: two roots that were equal differ only in what has changed since. See docs/copy-engine.md for
+// what counts as a change, and for the proof.
+#define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <tuple>
 
-#include "CliSession/EntityCopy/Counterparts.h"
+#include "CliSession/EntityCopy/Walk.h"
 
 namespace Cli::Session {
 
-using Kel::ChangeJournal;
-
-// --- The changes of one pair ---
-
-Changes::Changes(Kel::Entity const& dest, Kel::Entity const& src, std::vector<ChangeJournal::Entry> const& destEntries,
-                 std::vector<ChangeJournal::Entry> const& srcEntries)
-    : src_(src) {
-  at(src);
-  for (auto const& entry : srcEntries) note(*entry.entity, entry.change);
-  for (auto const& entry : destEntries) {
-    auto& top = const_cast<Kel::Entity&>(src);
-    Nearest const counterpart = nearestCounterpart(*entry.entity, dest, top);
-    Kel::Change change = entry.change;
-    // An entity without a counterpart is an extra member of its nearest owner that has one. A queue's member may have
-    // a counterpart that was not found, so all of the queue's owner is walked.
-    if (counterpart.missing)
-      change = counterpart.missing->parentAttr()->isQueue() ? Kel::Change::whole : Kel::Change::members;
-    note(*counterpart.entity, change);
-  }
-}
-
-Changed& Changes::at(Kel::Entity const& src) {
-  auto const [found, isNew] = changed_.try_emplace(&src);
-  Changed& changed = found->second;
-  // References into the map stay valid while it grows.
-  if (isNew && &src != &src_) at(*src.parent()).owned.push_back(&src);
-  return changed;
-}
-
-void Changes::note(Kel::Entity const& src, Kel::Change change) {
-  Changed& changed = at(src);
-  changed.change = std::max(changed.change, static_cast<Kel::U8>(change));
-}
-
-// --- The memory ---
-
 namespace {
 
-// Keyed by the ids of the two journals. Ids are never used again, so entries of destroyed roots do no harm.
+// A copy root and its counterpart, and what the handler's answers and the targets of pointers depend on besides: the
+// ends of the copy, and the journal of EntityCopyHandler::ground with its position. Nothing is dereferenced.
+using Roots =
+    std::tuple<Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::U64, Kel::U64>;
+
+// When roots were equal. One for the process; a thread may use it for its own trees.
 struct Memory {
   static constexpr std::size_t most = 4096;  // pairs; then all are forgotten
   std::mutex mutex;
-  std::map<std::pair<Kel::U64, Kel::U64>, Checkpoint> equal;
+  std::map<Roots, Kel::EqualTrees> equal;
 };
 
 Memory& memory() {
@@ -58,48 +29,79 @@ Memory& memory() {
   return the;
 }
 
-Ground groundOf(EntityCopy const& ec, ChangeJournal& ground) {
-  return {ec.src().ptr(), ec.dest().ptr(), ground.id(), ground.end(), ChangeJournal::heldDepartures()};
+void rememberEqual(Roots const& roots, Kel::EqualTrees const& at) {
+  Memory& all = memory();
+  std::lock_guard const lock(all.mutex);
+  if (all.equal.size() >= Memory::most) all.equal.clear();
+  all.equal.insert_or_assign(roots, at);
+}
+
+Kel::EqualTrees lastEqual(Roots const& roots) {
+  Memory& all = memory();
+  std::lock_guard const lock(all.mutex);
+  auto const found = all.equal.find(roots);
+  return found == all.equal.end() ? Kel::EqualTrees() : found->second;
 }
 
 }  // namespace
 
-std::unique_ptr<Changes> changesSinceEqual(EntityCopy const& ec, WalkedRoot const& root) {
-  ChangeJournal* const src = ChangeJournal::of(*root.src);
-  ChangeJournal* const dest = ChangeJournal::of(*root.dest);
-  ChangeJournal* const ground = ChangeJournal::of(*root.ground);
-  if (!src || !dest || !ground) return nullptr;
-  Checkpoint was;
-  {
-    Memory& all = memory();
-    std::lock_guard const lock(all.mutex);
-    auto const found = all.equal.find({src->id(), dest->id()});
-    if (found == all.equal.end()) return nullptr;
-    was = found->second;
+// Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped. The
+// handler is asked about all types that the root's type refers to, and about those that are derived from these.
+bool Walk::mayKeepChanges(Frame& f) {
+  if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
+  if (!guide_->walksThrough(f.path(), true)) return false;
+  std::vector<Kel::KelType const*> reached{&f.plan.src};
+  auto const reach = [&](Kel::KelType const* type) {
+    if (std::find(reached.begin(), reached.end(), type) == reached.end()) reached.push_back(type);
+  };
+  for (std::size_t i = 0; i < reached.size(); ++i) {
+    Kel::KelType const& type = *reached[i];
+    if (asksForType(type)) return false;
+    for (Kel::KelType const* derived = type.firstDerived(); derived; derived = derived->nextDerived()) reach(derived);
+    for (Kel::KelAttr const* attr : type.ownAttrs())
+      if (attr->copiable()) reach(attr->type());
   }
-  if (was.ground != groundOf(ec, *ground) || !src->holds(was.src) || !dest->holds(was.dest)) return nullptr;
-  return std::make_unique<Changes>(*root.dest, *root.src, dest->since(was.dest), src->since(was.src));
+  return true;
 }
 
-Checkpoint takeCheckpoint(EntityCopy const& ec, WalkedRoot const& root) {
-  ChangeJournal& src = ChangeJournal::attach(*root.src);
-  ChangeJournal& dest = ChangeJournal::attach(*root.dest);
-  ChangeJournal& ground = ChangeJournal::attach(*root.ground);
-  ChangeJournal::newEpoch();  // it is one for all journals
-  return {src.end(), dest.end(), groundOf(ec, ground)};
+bool Walk::root(Frame& f) {
+  bool const isRoot = ec_.srcCopyRootHas(f.srcPtr()) || (ec_.srcCopyRoots() == 0 && ec_.src() == f.srcPtr());
+  Kel::Ptr<Kel::Entity const> ground;
+  if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
+  if (!ground) return attributes(f);
+  Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(*ground);
+  Roots const roots{&f.dest, &f.src, ec_.dest().ptr(), ec_.src().ptr(), journal.id(), journal.end()};
+  Kel::U64 const begun = impl_.generation;
+  bool const compared = compare_;
+  if (ec_.pendingAttrs() == 0 && lastEqual(roots).addChanges(f.src, f.dest, changes_)) {
+    changesAt_ = begun;
+    f.changed = changes_.find(f.src);
+  }
+  Kel::EqualTrees equal;
+  if (Kel::ChangeJournal::of(f.src) && Kel::ChangeJournal::of(f.dest)) equal = Kel::EqualTrees(f.src, f.dest);
+  bool const any = attributes(f);
+  if (stopped()) return any;
+  // Foreign code may have changed what was walked already. That counts as changed since the walk began. In a
+  // comparison, it may have let a difference pass.
+  if (impl_.generation == begun)
+    equal = Kel::EqualTrees(f.src, f.dest);
+  else if (compared || compare_ || !mayKeepChanges(f))
+    return any;
+  rememberEqual(roots, equal);
+  for (Kel::Ptr<Kel::Entity> const& e : unsettled_) e->mark(Kel::Change::members);
+  return any;
 }
 
-std::optional<Checkpoint> checkpointIfJournaled(EntityCopy const& ec, WalkedRoot const& root) {
-  if (!ChangeJournal::of(*root.src) || !ChangeJournal::of(*root.dest)) return std::nullopt;
-  return takeCheckpoint(ec, root);
-}
-
-void rememberEqual(WalkedRoot const& root, Checkpoint const& at) {
-  Memory& all = memory();
-  std::lock_guard const lock(all.mutex);
-  if (all.equal.size() >= Memory::most) all.equal.clear();
-  // A root with a checkpoint has a journal.
-  all.equal.insert_or_assign({ChangeJournal::of(*root.src)->id(), ChangeJournal::of(*root.dest)->id()}, at);
+// Collects the next members that have changed, with their counterparts, as AttrAccess::gatherPairs does.
+Kel::U32 Walk::gatherChanged(Frame& f, Step const& s, Kel::U32& position, Kel::AttrAccess::Pair* pairs, Kel::U32 most) {
+  Kel::U32 count = 0;
+  auto next = f.changed->owned.lower_bound({s.attr.id(), position, nullptr});
+  for (; count < most && next != f.changed->owned.end() && next->attr == s.attr.id(); ++next) {
+    Kel::Entity* const dest = s.access.findCounterpart(f.dest, *next->entity, next->position);
+    pairs[count++] = {dest, const_cast<Kel::Entity*>(next->entity), next->position};
+    position = next->position + 1;
+  }
+  return count;
 }
 
 }  // namespace Cli::Session

@@ -24,7 +24,9 @@ bool Walk::collection(Frame& f, Step const& s) {
 
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
-  bool const sameHashes = s.dense && !traced_ && s.usualPlan->keyOnly && s.access.sameKeyHashes(f.dest, f.src);
+  bool const sameHashes =
+      s.dense && !traced_ && s.usualPlan->keyOnly &&
+      ((changed(f) && !f.changed->has(Kel::Change::members)) || s.access.sameKeyHashes(f.dest, f.src));
   bool differs = !sameHashes && deleteExtra(f, s);
   if (!stopped()) differs |= s.dense && !traced_ ? copyPairs(f, s, 0, !sameHashes) : copyMembers(f, s);
   if (!stopped())
@@ -114,11 +116,14 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPa
   std::array<Kel::AttrAccess::Pair, maxPairs> pairs;
   Kel::U32 most = maxPairs;
   bool any = false;
-  while (Kel::U32 const count = s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
+  // With the same keys on both sides, only what has changed is visited.
+  while (Kel::U32 const count = !deletionPassed && changed(f)
+                                    ? gatherChanged(f, s, position, pairs.data(), most)
+                                    : s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
     most = std::min(2 * most, maxPairs);
     Kel::U64 const generation = impl_.generation;
     bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
-    bool const looksFirst = passes && !onlyChanged(f) && areShallow(usual);
+    bool const looksFirst = passes && !changed(f) && areShallow(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];
       bool const direct = passes && dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));

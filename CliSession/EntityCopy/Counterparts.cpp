@@ -1,9 +1,9 @@
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Counterparts.h"
 
-#include "CliSession/EntityCopy/HeldLike.h"
 #include "CliSession/EntityCopyUtils.h"
 #include "Kel/AttrStorage.h"
+#include "Kel/TreePair.h"
 
 namespace Cli::Session {
 
@@ -14,7 +14,7 @@ bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) { return a.type() == 
 
 // The full name that a missing entity will have. Empty if a key on the way contains separators, or if its owners are of
 // different types: then there may be an entity of that name.
-Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& src, Nearest const& nearest) {
+Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& src, Kel::Nearest const& nearest) {
   Kel::Entity const& owner = *nearest.missing->parent();
   if (nearest.entity->type() != owner.type()) return {};
   for (Kel::Entity const* e = &src; e && e != ec.src().ptr(); e = e->parent())
@@ -24,18 +24,9 @@ Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& src, Nearest c
 
 }  // namespace
 
-Nearest nearestCounterpart(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop) {
-  if (&src == &srcTop) return {&destTop, nullptr};
-  if (!src.parent()) return {&destTop, &src};
-  Nearest const owner = nearestCounterpart(*src.parent(), srcTop, destTop);
-  if (owner.missing) return owner;
-  Kel::Entity* const held = heldLike(*owner.entity, src);
-  return held ? Nearest{held, nullptr} : Nearest{owner.entity, &src};
-}
-
 Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src) {
   if (!ec.src() || !ec.dest()) return nullptr;
-  Nearest const found = nearestCounterpart(src, *ec.src(), *ec.dest());
+  Kel::Nearest const found = Kel::nearestCounterpart(src, *ec.src(), *ec.dest());
   return found.missing ? nullptr : found.entity;
 }
 
@@ -56,42 +47,34 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
   return entityInTree(member, fullName);
 }
 
-void Counterparts::remember(Kel::Entity const& srcTarget, Kel::Entity& target) {
-  known_.try_emplace(&srcTarget, Known{&target, false});
-}
-
 Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTarget) {
   if (isBesideLast(srcTarget)) {
-    Kel::Entity* const held = heldLike(*destOwner_, srcTarget);
+    Kel::Entity* const held = Kel::heldLike(*destOwner_, srcTarget);
     if (held && paramsEqual_(*held, srcTarget)) return {held, true, {}};
   }
   if (departures_ != Kel::Entity::departures()) forget();
   departures_ = Kel::Entity::departures();
+  if (auto const asked = asked_.find(&srcTarget); asked != asked_.end()) return {asked->second, true, {}};
   // The nearest owner of which the counterpart is known.
   Kel::Entity const* top = &srcTarget;
-  Kel::Entity* at = nullptr;
-  for (; top; top = top->parent()) {
-    auto const known = known_.find(top);
-    if (known == known_.end() || !(known->second.isOwner || top == &srcTarget)) continue;
-    at = known->second.counterpart;
-    break;
-  }
-  if (!at) {
+  auto owner = owners_.find(top);
+  while (owner == owners_.end() && (top = top->parent())) owner = owners_.find(top);
+  if (!top) {
     auto const root = ec.handler()->counterpartRoot(EntityCopy::Ptr(&ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
     if (!root) return {nullptr, true, {}};
-    at = counterpartByPosition(ec, *root);
+    Kel::Entity* const at = counterpartByPosition(ec, *root);
     if (!at || !keepsIdentity(ec, *at, *root)) return {};
-    known_.try_emplace(root.ptr(), Known{at, true});
     top = root.ptr();
+    owner = owners_.try_emplace(top, at).first;
   }
-  Nearest const found = nearestCounterpart(srcTarget, *top, *at);
+  Kel::Nearest const found = Kel::nearestCounterpart(srcTarget, *top, *owner->second);
   if (found.missing) return {nullptr, true, missingName(ec, srcTarget, found)};
   if (!keepsIdentity(ec, *found.entity, srcTarget, top)) return {nullptr, true, {}};
   if (&srcTarget != top) {
     owner_ = srcTarget.parent();
     destOwner_ = found.entity->parent();
     through_ = srcTarget.parentAttrId();
-    known_.try_emplace(owner_, Known{destOwner_, true});
+    owners_.try_emplace(owner_, destOwner_);
     Kel::KelType const& type = *srcTarget.type();
     // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): it was found through that attribute
     bool const plain = srcTarget.parentAttr()->type() == &type && !type.hasDerived();

@@ -7,14 +7,6 @@
 
 namespace Cli::Session {
 
-// The entity below `destTop` at the position that `src` has below `srcTop`: from each owner, the same attribute and key
-// lead to the next. No path is made. If there is none, or if two owners on the way have different types: the same for
-// the nearest owner of `src` that has a counterpart.
-struct Nearest {
-  Kel::Entity* entity;
-  Kel::Entity const* missing;  // the first on the way down to `src` that has no counterpart; null: all have one
-};
-Nearest nearestCounterpart(Kel::Entity const& src, Kel::Entity const& srcTop, Kel::Entity& destTop);
 // The entity below the copy's destination at the position that `src` has below its source, or null.
 Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src);
 
@@ -47,25 +39,22 @@ class Counterparts {
     return find(ec, src).target == &dest;
   }
   // Remembers the handler's answer for a target that was not found by its position.
-  void remember(Kel::Entity const& srcTarget, Kel::Entity& target);
+  void remember(Kel::Entity const& srcTarget, Kel::Entity& target) { asked_.try_emplace(&srcTarget, &target); }
   void forget() {
-    if (!known_.empty()) *this = Counterparts();
+    if (!owners_.empty() || !asked_.empty()) *this = Counterparts();
   }
 
  private:
-  struct Known {
-    Kel::Entity* counterpart;
-    bool isOwner;  // what is below it has the same position on both sides
-  };
-
   // Whether an entity has the same owner as the target found last, and its place is told by its parameters.
   bool isBesideLast(Kel::Entity const& src) const {
     return departures_ == Kel::Entity::departures() && src.parent() == owner_ && src.parentAttrId() == through_ &&
            paramsEqual_;
   }
 
-  // Roots, owners of targets, and targets that the handler was asked about.
-  std::unordered_map<Kel::Entity const*, Known> known_;
+  // The counterparts of roots and of owners of targets; what is below one has the same position on both sides.
+  std::unordered_map<Kel::Entity const*, Kel::Entity*> owners_;
+  // The handler's answers.
+  std::unordered_map<Kel::Entity const*, Kel::Entity*> asked_;
   // The owner of the target found last, the owner's counterpart, the attribute that owns the targets, and the
   // comparison of two targets. Without a comparison, `same` calls `find`.
   Kel::Entity const* owner_ = nullptr;

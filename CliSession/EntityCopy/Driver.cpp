@@ -18,46 +18,22 @@ Kel::ValidPtr<EntityCopyHandler> handlerForRun(EntityCopy& ec) {
   return Kel::validPtr(ec.handler());
 }
 
-// One run. It has its own list of walked roots, because foreign code may start another run meanwhile.
-class Run {
- public:
-  explicit Run(EntityCopy& ec) : ec_(ec), impl_(EntityCopy::Impl::of(ec)), foreignCalls_(impl_.foreignCalls) {
-    impl_.walked.swap(outer_);
-    impl_.unsettled = false;
-  }
-  ~Run() {
-    impl_.walked.swap(outer_);
-    impl_.unsettled = true;  // an outer run does not know what this one has changed
-    tidyPending(ec_);
-  }
-  Run(Run const&) = delete;
-  Run& operator=(Run const&) = delete;
-
-  // Hands a root to the handler.
-  void walk(Kel::Ptr<Kel::Entity> const& dest, Kel::Ptr<Kel::Entity const> const& src) {
-    std::size_t const before = impl_.walked.size();
-    handlerForRun(ec_)->handleEntity(EntityCopy::Ptr(&ec_), dest, src, "");
-    // A handler that did more than start one walk is foreign code.
-    if (impl_.walked.size() != before + 1) ++impl_.foreignCalls;
-  }
-
-  // The run has ended: the roots that it walked are equal now.
-  void completed() {
-    if (impl_.unsettled || ec_.pendingAttrs() > 0) return;
-    for (WalkedRoot const& root : impl_.walked) {
-      // Foreign code may have changed what was walked already.
-      if (impl_.foreignCalls == foreignCalls_)
-        rememberEqual(root, takeCheckpoint(ec_, root));
-      else if (root.start)
-        rememberEqual(root, *root.start);
+// When a run ends, drops what no longer waits from the index and, in a comparison, the records without a target's name,
+// which the plain handler leaves. Allocates nothing.
+struct RunEnd {
+  EntityCopy& ec;
+  EntityCopy::Impl& impl;
+  ~RunEnd() {
+    for (auto it = ec.pendingAttrIterator(); it && ec.stopAtFirstDiff(); ++it) {
+      AttributeCopy const& record = *it.key();
+      try {
+        if (record.destValueFullName().empty() && record.destIndexFullName().empty()) ec.pendingAttrDel(it.key());
+      } catch (...) {
+        // The run may be ending with an exception already.
+      }
     }
+    std::erase_if(impl.pending, [&](auto const& known) { return !ec.pendingAttrHas(known.second.record); });
   }
-
- private:
-  EntityCopy& ec_;
-  EntityCopy::Impl& impl_;
-  Kel::U64 const foreignCalls_;
-  std::vector<WalkedRoot> outer_;
 };
 
 }  // namespace
@@ -68,7 +44,7 @@ void EntityCopy::handleCopyRoots() {
     return;
   }
   Ptr const self(this);
-  Run run(*this);
+  RunEnd const end{*this, Impl::of(*this)};
   KEL_TRACE(1) << "handleCopyRoots: " << dest()->fullName() << " (dest), " << src()->fullName() << " (src)";
   if (srcCopyRoots() > 0) {
     KEL_TRACE(1) << srcCopyRoots() << " srcCopyRoots";
@@ -81,17 +57,16 @@ void EntityCopy::handleCopyRoots() {
       KEL_TRACE(1) << "Root in dest: " << destFullName;
       Kel::Ptr<Kel::Entity> const destRoot = targetInTree(*this, *dest(), destFullName, srcRoot.ptr());
       KEL_ASSERT(destRoot);
-      run.walk(destRoot, srcRoot);
+      handlerForRun(*this)->handleEntity(self, destRoot, srcRoot, "");
       if (stop()) return;
     }
   } else if (stopAtFirstDiff()) {
     Kel::Ptr<Kel::Entity> const destTop = dest();
     Kel::Ptr<Kel::Entity const> const srcTop = src();
-    run.walk(destTop, srcTop);
+    handlerForRun(*this)->handleEntity(self, destTop, srcTop, "");
     if (stop()) return;
   }
   doCopyPendingAttrs(false);
-  run.completed();
   KEL_TRACE(1) << "handleCopyRoots: completed";
 }
 

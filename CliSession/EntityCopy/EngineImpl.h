@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
-#include "CliSession/EntityCopy/Changes.h"
 #include "CliSession/EntityCopy/Counterparts.h"
 #include "CliSession/EntityCopy/Depth.h"
 #include "Kel/Assert.h"
@@ -21,11 +20,6 @@ class EntityCopy::Impl {
   // (handlers, reactors, bypass checkers) has run.
   Kel::U64 generation = 1;
   Counterparts counterparts;
-  // The roots that the current run has walked in full, and the reasons why they may not be equal at its end.
-  std::vector<WalkedRoot> walked;
-  Kel::U64 foreignCalls = 0;  // how often foreign code has run
-  bool unsettled = false;     // a value was written that does not compare equal, such as a NaN
-
   bool unlogged = false;  // see leaveUnlogged
 
   // The log's entries for each step: two a step, set and delete. An entry is valid for its generation.
@@ -36,9 +30,9 @@ class EntityCopy::Impl {
   std::vector<CountedEntry> entries;
 
   // An index of the waiting pointers, by what they will set: the destination, its attribute and, for a member, the key
-  // in the source (the entity, or the type and text of a value). It may have records that no longer wait, until the run
+  // in the source (the entity, or the text of a value). It may have records that no longer wait, until the run
   // ends. `tree` is the root of the tree that the destination was in; it is compared, never dereferenced.
-  using PendingKey = std::tuple<Kel::Entity const*, Kel::KelAttr const*, void const*, Kel::String8>;
+  using PendingKey = std::tuple<Kel::Entity const*, Kel::KelAttr const*, Kel::Entity const*, Kel::String8>;
   struct Pending {
     Kel::Ptr<AttributeCopy> record;
     Kel::Entity const* tree;
@@ -60,10 +54,6 @@ void requireNonNull(P const&... args) {
 // The destination's attribute for one of the source: the same if it has that, else the one of the same name. Raises
 // UnknownAttrException, with the path, if there is none.
 Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr);
-
-// At the end of a run. Drops what no longer waits from the index and, in a comparison, the records without a target's
-// name, which the plain handler leaves. Allocates nothing, and swallows what a reactor raises.
-void tidyPending(EntityCopy& ec) noexcept;
 
 // Records a path in a session handler's `copied` trie. A "*" is a wildcard to a trie: a path that contains one is not
 // marked.

@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
-#include "CliSession/EntityCopy/Changes.h"
 #include "CliSession/EntityCopy/Plan.h"
+#include "Kel/TreePair.h"
 
 namespace Cli::Session {
 
@@ -44,7 +44,7 @@ class Frame {
   // of its pointers waits.
   Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null if that is not known.
-  Changed const* changed = nullptr;
+  Kel::ChangedEntity const* changed = nullptr;
   // The handler's answer for all paths through one attribute, or, if that is null, through any attribute; and the
   // generation of the answer.
   Step const* askedAbout = nullptr;

@@ -16,9 +16,7 @@ using Index = Kel::GenericIf::PtrConst;
 using Impl = EntityCopy::Impl;
 
 Impl::PendingKey keyOf(Kel::Entity const* dest, Kel::KelAttr const* attr, Index const& index) {
-  if (!index) return {dest, attr, nullptr, {}};
-  if (index->isEntity()) return {dest, attr, index->entityConst().ptr(), {}};
-  return {dest, attr, index->type(), index->text()};
+  return {dest, attr, entityConstOf(index).ptr(), index && !index->isEntity() ? index->text() : Kel::String8()};
 }
 
 // Whether the record's destination has left the tree that it was in when the pointer was deferred.
@@ -67,18 +65,6 @@ std::vector<Kel::Ptr<AttributeCopy>> Walk::waitingMembers(Frame const& f, Step c
   return records;
 }
 
-void tidyPending(EntityCopy& ec) noexcept {
-  for (auto it = ec.pendingAttrIterator(); it && ec.stopAtFirstDiff(); ++it) {
-    AttributeCopy const& record = *it.key();
-    try {
-      if (record.destValueFullName().empty() && record.destIndexFullName().empty()) ec.pendingAttrDel(it.key());
-    } catch (...) {
-      // A run may be ending with an exception already.
-    }
-  }
-  std::erase_if(Impl::of(ec).pending, [&](auto const& known) { return !ec.pendingAttrHas(known.second.record); });
-}
-
 void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
                  Member* m, bool isKey, Kel::String8 const& destTarget) {
   Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&s.attr), f.destPtr(), f.path());
@@ -94,6 +80,7 @@ void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& own
     record->destValueFullNameIs(destTarget);
   }
   replacePending(f, s, m, record);
+  unsettle(f);
 }
 
 void EntityCopy::doCopyPendingAttrs(bool force) {
@@ -111,8 +98,6 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     KEL_TRACE(3) << "Looking for deferred " << what << name;
     Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(isKey ? record->srcIndex() : record->srcMember());
     if (Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *record->dest(), name, srcTarget.ptr())) {
-      // A target that is still to be made anew is not equal.
-      if (!srcTarget || !keepsIdentity(*this, *target, *srcTarget)) Impl::of(*this).unsettled = true;
       KEL_TRACE(3) << "Setting deferred " << what << name;
       setDeferred(*this, *record, target, isKey);
       if (stop()) return;

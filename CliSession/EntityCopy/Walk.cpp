@@ -113,12 +113,13 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
       ->handleEntity(EntityCopy::Ptr(&ec_), below.destPtr(), below.srcPtr(), below.path());
 }
 
-// Copies a child about which the handler need not be asked.
+// Copies a child about which the handler need not be asked. The members of a queue may pair up differently since both
+// sides were equal, so they are walked in full.
 bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
   Frame below(f, s, dest, src);
   if (isNew)
     below.newAt = impl_.generation;
-  else if (onlyChanged(f) && !(below.changed = changes_->find(src)))
+  else if (!s.attr.isQueue() && changed(f) && !(below.changed = changes_.find(src)))
     return false;
   Depth const depth(impl_.depth);
   below.walkedThrough = true;
@@ -134,7 +135,7 @@ bool Walk::value(Frame& f, Step const& s) {
       f, s, AttributeEditType::set_, s.typed,
       [&] { return set(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
       [&] { s.access.copyValue(s.attr, f.dest, f.src); });
-  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) impl_.unsettled = true;
+  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) unsettle(f);
   if ((traced_ || !s.typed) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -161,8 +162,7 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     else
       s.access.setTarget(s.attr, f.dest, target);
   });
-  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal))
-    impl_.unsettled = true;
+  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal)) unsettle(f);
   return changed;
 }
 
@@ -190,7 +190,7 @@ bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, Para
   if (!made || !isNew) made = held(f, s, m, src);  // foreign code may have deleted it
   if (m) WALK_TRACE(3, "doCopyCollectionMember") << (made ? "Traversing child" : "No child, we're done");
   if (!made) return differs;
-  if (s.typed && !s.alike(*made, src)) impl_.unsettled = true;  // a NaN among the parameters
+  if (s.typed && !s.alike(*made, src)) unsettle(f);  // a NaN among the parameters
   return child(f, s, *made, src, isNew) || differs;
 }
 

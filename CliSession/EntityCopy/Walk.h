@@ -58,10 +58,6 @@ class Walk final : private Kel::SameTarget {
   // The same for a copy root. Skips what has not changed since both sides were last equal, if that is known.
   bool root(Frame& frame);
   bool differs(Frame& frame, Step const& step) {  // doCopyAttr
-    if (onlyChanged(frame)) {
-      if (step.attr.instantiating()) return changedMembers(frame, step);
-      if (!frame.changed->has(Kel::Change::content)) return false;
-    }
     return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
   }
   // The following do not apply the filter, except valueIfDifferent.
@@ -97,10 +93,7 @@ class Walk final : private Kel::SameTarget {
   class ForeignCode {
    public:
     ForeignCode(Walk& walk, Frame& frame) : walk_(walk) { frame.hold(); }
-    ~ForeignCode() {
-      ++walk_.impl_.foreignCalls;
-      walk_.revalidate();
-    }
+    ~ForeignCode() { walk_.revalidate(); }
     ForeignCode(ForeignCode const&) = delete;
     ForeignCode& operator=(ForeignCode const&) = delete;
 
@@ -124,7 +117,10 @@ class Walk final : private Kel::SameTarget {
   bool attribute(Frame& frame, Step const& step);
   // The filter: true if an attribute is known to be equal. It traces nothing.
   bool equalInPlace(Frame& frame, Step const& step) {
-    return isEqual(step, frame.dest, frame.src, step.dense && guide_ && walkedThrough(frame, step) && areLeaves(step));
+    Kel::ChangedEntity const* const here = changed(frame);
+    if (here && !here->concerns(step.attr)) return true;
+    bool const leaves = !here && step.dense && guide_ && walkedThrough(frame, step) && areLeaves(step);
+    return isEqual(step, frame.dest, frame.src, leaves);
   }
   // Owned entities are known to be equal if there are none, or if they are `leaves`, at the same positions.
   bool isEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool leaves) {
@@ -139,14 +135,17 @@ class Walk final : private Kel::SameTarget {
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool descend(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool mayKeepChanges(Frame& frame);
-  bool asksForAnyType(Kel::KelType const& type, std::vector<Kel::KelType const*>& seen);
-  // Whether the recorded changes are complete, which they are until foreign code runs.
-  bool changesHold() const { return changesAt_ == impl_.generation; }
-  // Whether what has not changed is skipped.
-  bool onlyChanged(Frame const& frame) const {
-    return frame.changed && changesHold() && !frame.changed->has(Kel::Change::whole);
+  // What has changed at an entity since both sides were last equal; null if that is not known, or is everything. The
+  // changes are complete until foreign code runs.
+  Kel::ChangedEntity const* changed(Frame const& f) const {
+    bool const known = f.changed && changesAt_ == impl_.generation && !f.changed->has(Kel::Change::whole);
+    return known ? f.changed : nullptr;
   }
-  bool changedMembers(Frame& frame, Step const& step);
+  // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
+  // of its pointers has to wait. It counts as changed.
+  void unsettle(Frame& frame) { unsettled_.push_back(frame.destPtr()); }
+  Kel::U32 gatherChanged(Frame& frame, Step const& step, Kel::U32& position, Kel::AttrAccess::Pair* pairs,
+                         Kel::U32 most);
   // Whether the handler has to be asked about entities of a type.
   bool asksForType(Kel::KelType const& type) {
     TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
@@ -249,12 +248,13 @@ class Walk final : private Kel::SameTarget {
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
-  bool debugged_ = false;             // the log has debug actions
-  bool quiet_ = false;                // edits are only counted, or the run is left unlogged
-  bool keeps_ = false;                // the handler keeps targets
-  std::unique_ptr<Changes> changes_;  // below the root of the walk
+  bool debugged_ = false;         // the log has debug actions
+  bool quiet_ = false;            // edits are only counted, or the run is left unlogged
+  bool keeps_ = false;            // the handler keeps targets
+  Kel::ChangedEntities changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;
-  std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
+  std::vector<Kel::Ptr<Kel::Entity>> unsettled_;  // see unsettle
+  std::array<TypeAnswer, 16> types_{};            // by a hash of the types' addresses
 };
 
 }  // namespace Cli::Session

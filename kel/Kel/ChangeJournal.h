@@ -2,8 +2,8 @@
 //
 // A journal is attached to an entity, its anchor. It notes every change of the anchor and of what is below it. Code
 // that has made two trees equal takes a checkpoint in the journal of each. Later `since` tells what has changed in each
-// tree, and only that needs to be compared again. Any entity can be an anchor. A journal does not depend on those of
-// other anchors in the same tree.
+// tree, and only that needs to be compared again; TreePair.h does both. Any entity can be an anchor. A journal does not
+// depend on those of other anchors in the same tree.
 //
 // A journal notes all writes that notify (Entity::notify), whether or not the entity has reactors; pointers that are
 // dropped because their entity left its tree; and owned entities that come and go. Reading an attribute log is silent:

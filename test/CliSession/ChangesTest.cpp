@@ -156,18 +156,18 @@ TEST(Changes, OnlyWhatHasChangedIsLookedAt) {
   World world;
   auto const src = World::hall(world.src), dest = World::hall(world.dest);
   for (char const* name : {"a", "b", "c"}) src->newBolt(name);
-  src->bolt("a")->peerIs(src->bolt("b"));
+  src->bolt("c")->peerIs(src->bolt("a"));
   world.copy();
   src->bolt("b")->lockedIs(true);
-  dest->bolt("c")->lockedIs(true);
+  dest->bolt("a")->lockedIs(true);
   // A change that nothing is told of is not found, but by a walk.
-  Plant::Bolt::_fwkType()->getAttr("peer")->access().dropPointers(*dest->bolt("a"));
+  Plant::Bolt::_fwkType()->getAttr("peer")->access().dropPointers(*dest->bolt("c"));
   EXPECT_EQ(textOf(world.copy().edits),
-            "Plant::Bolt::locked set hall.bolt/b x1\nPlant::Bolt::locked set hall.bolt/c x1\n");
+            "Plant::Bolt::locked set hall.bolt/a x1\nPlant::Bolt::locked set hall.bolt/b x1\n");
   EXPECT_FALSE(world.differs(world.dest, world.src));
   // A new session root changes where pointers may lead: everything is looked at again.
   world.rootIs("new", "Plant::Hall");
-  EXPECT_EQ(textOf(world.copy().edits), "Plant::Bolt::peer set hall.bolt/a x1\n");
+  EXPECT_EQ(textOf(world.copy().edits), "Plant::Bolt::peer set hall.bolt/c x1\n");
   // A NaN never compares equal: it is set each time.
   src->f64Is(std::numeric_limits<double>::quiet_NaN());
   for (int i = 0; i < 3; ++i) EXPECT_EQ(textOf(world.copy().edits), "Plant::Hall::f64 set hall x1\n");
@@ -263,6 +263,23 @@ TEST_F(Changed, RootsAreNotEqualWhileAPointerWaits) {
   EXPECT_EQ(dest->favourite(), dest->bolt("b"));
 }
 
+TEST_F(Changed, APointerThatWaitsIsMetAgainAndTheRestIsSkipped) {
+  src->favouriteIs(World::hall(world.src, "sys/annex")->newBolt("late"));
+  src->newBolt("c")->peerIs(src->bolt("b"));
+  auto const copied = [&] {
+    EntityCopy::Ptr const ec = world.copyFrom(world.src);
+    ec->srcCopyRootDel(World::hall(world.src, "sys/annex"));
+    ec->destIs(world.dest);
+    EXPECT_EQ(ec->pendingAttrs(), 1u);
+    return textOf(editsOf(*ec->attributeEditLog()));
+  };
+  EXPECT_NE(copied(), "");
+  // A change that nothing is told of is not found, but by a full walk.
+  Plant::Bolt::_fwkType()->getAttr("peer")->access().dropPointers(*dest->bolt("c"));
+  for (int run = 0; run < 2; ++run) EXPECT_EQ(copied(), "");
+  EXPECT_FALSE(dest->bolt("c")->peer());
+}
+
 TEST_F(Changed, APointerIsLookedAtAgainWhenItsTargetIsMadeAnew) {
   auto const annex = World::hall(world.src, "sys/annex");
   src->favouriteIs(annex->newAxle("new"));
@@ -290,6 +307,21 @@ TEST_F(Changed, OtherEndsOfACopyChangeWherePointersLead) {
   EXPECT_EQ(waiting(world.src, world.dest->entity("sys")), 1u) << "/dest/sys/sys/annex.bolt/x";
   waiting(world.src->entity("sys"), world.dest);
   EXPECT_EQ(made->favourite(), annex->bolt("x")) << "it lies below no session root";
+}
+
+TEST_F(Changed, WhatAComparisonBypassesIsStillCopied) {
+  struct Bypassing : S::AttributeEditLogBypass {
+    bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
+                                Kel::Ptr<Kel::GenericIf const> const&) override {
+      return true;
+    }
+  };
+  src->u8Is(7);
+  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
+  ec->attributeEditBypassCheckerIs(S::AttributeEditLogBypass::Ptr(new Bypassing));
+  ec->destIs(world.dest);
+  ASSERT_FALSE(ec->stop());
+  becomesEqual();
 }
 
 // A handler lets the walk do its work in the name of another one, and has another run undo it.

@@ -1,0 +1,86 @@
+#include "Kel/TreePair.h"
+
+#include <algorithm>
+
+#include "Kel/AttrAccess.h"
+#include "Kel/Dir.h"
+
+namespace Kel {
+
+Entity* heldLike(Entity const& owner, Entity const& e) {
+  KelAttr const* const held = e.parentAttr();
+  if (!held || owner.type() != e.parent()->type()) return nullptr;
+  if (owner.type() == Dir::_fwkType()) {
+    if (e.type() == Dir::EntryState::_fwkType()) return nullptr;
+    return const_cast<Entity*>(static_cast<Dir const&>(owner).child(e.name()));
+  }
+  return held->isCollection() ? held->access().findCounterpart(owner, e, 0) : held->access().target(owner);
+}
+
+Nearest nearestCounterpart(Entity const& e, Entity const& top, Entity& otherTop) {
+  if (&e == &top) return {&otherTop, nullptr};
+  if (!e.parent()) return {&otherTop, &e};
+  Nearest const owner = nearestCounterpart(*e.parent(), top, otherTop);
+  if (owner.missing) return owner;
+  Entity* const held = heldLike(*owner.entity, e);
+  return held ? Nearest{held, nullptr} : Nearest{owner.entity, &e};
+}
+
+// --- Changes ---
+
+namespace {
+
+ChangedEntity::Owned ownedBy(Entity const& owner, Entity const& e) {
+  KelAttr const& in = *e.parentAttr();
+  bool const placed = in.collectionKind() == KelAttr::Collection::hashMap;
+  return {in.id(), placed ? in.access().positionOf(owner, e) : 0, &e};
+}
+
+}  // namespace
+
+ChangedEntity& ChangedEntities::at(Entity const& e, Entity const& root) {
+  auto const [found, isNew] = changed_.try_emplace(&e);
+  ChangedEntity& changed = found->second;  // stays valid while the map grows
+  if (isNew && &e != &root) {
+    auto& owned = at(*e.parent(), root).owned;
+    owned.insert(owned.end(), ownedBy(*e.parent(), e));  // usually the last
+  }
+  return changed;
+}
+
+void ChangedEntities::note(Entity const& e, Entity const& root, Change change) {
+  ChangedEntity& changed = at(e, root);
+  changed.change = std::max(changed.change, static_cast<U8>(change));
+}
+
+EqualTrees::EqualTrees(Entity const& root, Entity const& other) {
+  ChangeJournal &a = ChangeJournal::attach(root), &b = ChangeJournal::attach(other);
+  rootJournal_ = a.id();
+  otherJournal_ = b.id();
+  root_ = a.checkpoint();  // the epoch is one for all journals
+  other_ = b.end();
+  heldDepartures_ = ChangeJournal::heldDepartures();
+}
+
+bool EqualTrees::addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const {
+  ChangeJournal *const a = ChangeJournal::of(root), *const b = ChangeJournal::of(other);
+  if (!a || !b || a->id() != rootJournal_ || b->id() != otherJournal_ || !a->holds(root_) || !b->holds(other_) ||
+      heldDepartures_ != ChangeJournal::heldDepartures())
+    return false;
+  to.at(root, root);
+  for (auto const& entry : a->since(root_)) to.note(*entry.entity, root, entry.change);
+  for (auto const& entry : b->since(other_)) {
+    Nearest const mine = nearestCounterpart(*entry.entity, other, const_cast<Entity&>(root));
+    // An entity without a counterpart is one too many in its nearest owner that has one. An item of a queue may have a
+    // counterpart that was not found.
+    if (!mine.missing)
+      to.note(*mine.entity, root, entry.change);
+    else if (mine.missing->parentAttr()->isQueue())
+      to.at(*mine.entity, root).owned.insert(ownedBy(*mine.missing->parent(), *mine.missing));
+    else
+      to.note(*mine.entity, root, Change::members);
+  }
+  return true;
+}
+
+}  // namespace Kel

@@ -1,0 +1,87 @@
+// Pairs of trees of the same shape, such as a tree and its copy: where the counterpart of an entity is, and what has
+// changed in either tree since both were equal.
+#pragma once
+
+#include <set>
+#include <tuple>
+#include <unordered_map>
+#include <vector>
+
+#include "Kel/ChangeJournal.h"
+#include "Kel/KelType.h"
+
+namespace Kel {
+
+// The entity that `owner` has under the attribute and key of `e`; null if there is none, if the owners have different
+// types, or if `e` is in a queue, where an index says nothing about another queue's item.
+KEL_API Entity* heldLike(Entity const& owner, Entity const& e);
+
+// The entity below `otherTop` at the position that `e` has below `top`: from each owner, the same attribute and key
+// lead to the next. If there is none: the same for the nearest owner of `e` that has a counterpart. Cost: a look-up for
+// each owner on the way; no path is made.
+struct Nearest {
+  Entity* entity;
+  Entity const* missing;  // the first on the way down to `e` that has no counterpart; null: all have one
+};
+KEL_API Nearest nearestCounterpart(Entity const& e, Entity const& top, Entity& otherTop);
+
+// How an entity or its counterpart has changed, and what is below it.
+struct ChangedEntity {
+  // An entity that it owns, which has changed or has changes below it. A queue's may be one of either tree.
+  struct Owned {
+    AttributeId attr;
+    U32 position;  // in a hash map; else 0
+    Entity const* entity;
+    bool operator<(Owned const& o) const {
+      return std::tie(attr, position, entity) < std::tie(o.attr, o.position, o.entity);
+    }
+  };
+
+  U8 change = 0;  // 0: nothing of its own; else a Change
+  std::set<Owned> owned;
+
+  bool has(Change least) const { return change >= static_cast<U8>(least); }
+  // Whether an attribute, or what it owns, may have changed.
+  bool concerns(KelAttr const& attr) const {
+    auto const first = owned.lower_bound({attr.id(), 0, nullptr});
+    return has(attr.instantiating() ? Change::members : Change::content) ||
+           (first != owned.end() && first->attr == attr.id());
+  }
+};
+
+// The entities of the first tree at which two trees may differ, with all their owners. Of what is in a queue, only the
+// queue's owner is sure to be there, because it is not known which items are counterparts.
+class ChangedEntities {
+ public:
+  ChangedEntity const* find(Entity const& e) const {
+    auto const found = changed_.find(&e);
+    return found == changed_.end() ? nullptr : &found->second;
+  }
+
+ private:
+  friend class EqualTrees;
+  ChangedEntity& at(Entity const& e, Entity const& root);
+  void note(Entity const& e, Entity const& root, Change change);
+
+  std::unordered_map<Entity const*, ChangedEntity> changed_;
+};
+
+// A time when two trees were equal. It may also be the time before one was made equal to the other: what that changed
+// counts as changed since.
+class KEL_API EqualTrees {
+ public:
+  // They were never equal.
+  EqualTrees() = default;
+  // Now. Attaches change journals where there are none.
+  EqualTrees(Entity const& root, Entity const& other);
+
+  // Adds the root, and what has changed at or below both since. Answers false, and adds nothing, if that is not known:
+  // if a journal has forgotten it, if this was made for other trees, or if an entity of any tree has left it while a
+  // pointer may have held it. Cost: sorts the changes; a look-up for each entity and owner.
+  bool addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const;
+
+ private:
+  U64 rootJournal_ = 0, otherJournal_ = 0, root_ = 0, other_ = 0, heldDepartures_ = 0;
+};
+
+}  // namespace Kel
