@@ -357,7 +357,7 @@ bool Status::doReplaceConfig(Kel::Ptr<Kel::Dir> const& src, Kel::String sessionN
   ec->handlerIs(handler);
   bool const keepsLog = session->config() && session->config()->logAttributeEdits();
   bool const readsLog = logHasReaders(*this);
-  if (!readsLog) leaveUnlogged(*ec);
+  EntityCopy::Impl::of(*ec).unlogged = !readsLog;
   if (keepsLog) ec->attributeEditLogIs(session->attributeEditLogIs());
   ec->srcIs(src);
   ec->ancestorIs(src);
@@ -399,7 +399,7 @@ void Status::doCreateCleanConfig(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Di
   Kel::Ptr<EntityCopyGlobalSessionHandler> const handler = sessionHandler(*this, "clean-config");
   handler->externalDestIs(dest);
   ec->handlerIs(handler);
-  if (!logHasReaders(*this)) leaveUnlogged(*ec);
+  EntityCopy::Impl::of(*ec).unlogged = !logHasReaders(*this);
   ec->srcIs(src);
   ec->ancestorIs(src);
   ec->destIs(dest);

@@ -26,7 +26,8 @@ template <class Which>
 bool anyEntry(AttributeEditBypassTable const& table, AttributeEdit const& edit, Which const& which) {
   Kel::String const &name = edit.attributeName(), &type = edit.attributeType();
   auto const has = [&](Kel::String const& n, Kel::String const& t) {
-    return which(table.attributeEditBypassEntry(AttributeEdit(n, t, edit.editType())));
+    auto const entry = table.attributeEditBypassEntry(AttributeEdit(n, t, edit.editType()));
+    return entry && which(*entry);
   };
   return has(name, type) || (!name.empty() && has("", type)) || (!type.empty() && has(name, "")) ||
          (!name.empty() && !type.empty() && has("", ""));
@@ -36,15 +37,14 @@ bool anyEntry(AttributeEditBypassTable const& table, AttributeEdit const& edit, 
 
 bool AttributeEditBypassTable::concerns(AttributeEdit const& edit) const {
   if (typeid(*this) != typeid(AttributeEditBypassTable)) return true;  // a derived checker may look at anything
-  if (attributeEditBypassEntrys() == 0) return false;
-  return anyEntry(*this, edit, [](auto const& entry) { return static_cast<bool>(entry); });
+  return anyEntry(*this, edit, [](auto const&) { return true; });
 }
 
 namespace {
 
 bool covers(AttributeEditBypassEntry const& entry, Kel::String8 const& path) {
   for (auto it = entry.parentPathIterator(); it; ++it)
-    if (path.view().substr(0, it.key().chars()) == it.key()) return true;
+    if (path.view().starts_with(it.key())) return true;
   return false;
 }
 
@@ -82,25 +82,24 @@ bool isOwned(Kel::Ptr<Kel::Entity const> const& entity, AttributeEdit const& edi
 }
 
 // The check of one entry against an edit that is about to be made.
-bool bypasses(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec, AttributeEdit const& edit,
+bool bypasses(AttributeEditBypassEntry const& entry, EntityCopy::Ptr const& ec, AttributeEdit const& edit,
               Kel::String const& path, Kel::GenericIf::PtrConst const& value) {
-  if (!aeBypass) return false;
-  KEL_TRACE_AS(3, operation) << aeBypass->attributeEdit().attributeName() << " in attributeEditBypassTable";
-  if (!covers(*aeBypass, path)) return false;
-  if (!isOwned(entityConstOf(value), edit) || !aeBypass->defaultEnt()) return true;
-  KEL_ASSERT_AS(aeBypass->attributeEdit().editType() == AttributeEditType::del_,
+  KEL_TRACE_AS(3, operation) << entry.attributeEdit().attributeName() << " in attributeEditBypassTable";
+  if (!covers(entry, path)) return false;
+  if (!isOwned(entityConstOf(value), edit) || !entry.defaultEnt()) return true;
+  KEL_ASSERT_AS(entry.attributeEdit().editType() == AttributeEditType::del_,
                 "aeBypass->attributeEdit().editType() == AttributeEditType::del_", signature);
-  KEL_TRACE_AS(3, operation) << "check " << aeBypass->attributeEdit().attributeName() << " with defaultEnt";
+  KEL_TRACE_AS(3, operation) << "check " << entry.attributeEdit().attributeName() << " with defaultEnt";
   Kel::Ptr<Kel::Entity> const dying = entityOf(value);
   // A read-only entity is not about to be deleted.
-  return !dying || holdsDefaultsOnly(*aeBypass, *Kel::validPtr(ec), dying);
+  return !dying || holdsDefaultsOnly(entry, *Kel::validPtr(ec), dying);
 }
 
 }  // namespace
 
 bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec,
                                  Kel::String path, Kel::GenericIf::PtrConst const& value) {
-  return aeBypass && bypasses(aeBypass, ec, aeBypass->attributeEdit(), path, value);
+  return aeBypass && bypasses(*aeBypass, ec, aeBypass->attributeEdit(), path, value);
 }
 
 bool AttributeEditBypassTable::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const& ec, AttributeEdit const& edit,

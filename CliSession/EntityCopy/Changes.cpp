@@ -13,7 +13,8 @@ namespace Cli::Session {
 namespace {
 
 // A copy root and its counterpart, and what the handler's answers and the targets of pointers depend on besides: the
-// ends of the copy, and the journal of EntityCopyHandler::ground with its position. Nothing is dereferenced.
+// ends of the copy, and the journal of EntityCopyGlobalSessionHandler::ground with its position. Nothing is
+// dereferenced.
 using Roots =
     std::tuple<Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::U64, Kel::U64>;
 

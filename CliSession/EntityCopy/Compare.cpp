@@ -11,11 +11,6 @@ namespace Cli::Session {
 
 namespace {
 
-char const* const pointerParam = "Pointers in constructor parameters are not supported by EntityCopy";
-
-// A queue supplies the first parameter of its members, their index.
-unsigned int firstParam(Kel::KelAttr const& attr) { return attr.isQueue() ? 1 : 0; }
-
 // Fills `params`. Compares them with those of `dest`, if there is one.
 bool collectParams(Kel::Entity const* dest, Kel::Entity const& src, Kel::KelAttr const& attr, ParamList const& params,
                    char const* signature) {
@@ -24,11 +19,13 @@ bool collectParams(Kel::Entity const* dest, Kel::Entity const& src, Kel::KelAttr
   bool differs = dest && dest->type() != src.type();
   Kel::GenericIf::PtrConst const srcGif = genericIf(&src), destGif = genericIf(dest);
   Kel::KelConstraint const args = attr.constraint();
-  for (unsigned int n = firstParam(attr); Kel::KelArg const* arg = args.argPtr(n); ++n) {
+  // A queue supplies the first parameter of its members, their index.
+  for (unsigned int n = attr.isQueue() ? 1 : 0; Kel::KelArg const* arg = args.argPtr(n); ++n) {
     KEL_TRACE_AS(3, operation) << "Adding " << arg->name;
     Kel::GenericIf::PtrConst const value = srcGif->attribute(src.type()->getAttr(arg->name)->id());
     Kel::KelAttr const* const param = (dest ? *dest : src).type()->getAttr(arg->name);
-    KEL_ASSERT_AS(!param->isPtr() || !value, pointerParam, signature);
+    KEL_ASSERT_AS(!param->isPtr() || !value, "Pointers in constructor parameters are not supported by EntityCopy",
+                  signature);
     params->objectEnq(value);
     if (!dest) continue;
     bool const equal = valueTypeEqual(destGif->attribute(param->id()), value);
@@ -48,10 +45,8 @@ bool constructorParams(Kel::Ptr<Kel::Entity const> const& dest, Kel::Ptr<Kel::En
     constructorParams(src, attr, params);
     return true;
   }
-  Kel::KelType const* srcT = src->type();
-  Kel::KelType const* destT = dest->type();
-  KEL_ASSERT(srcT);
-  KEL_ASSERT(destT);
+  KEL_ASSERT_TEXT(src->type(), "srcT");
+  KEL_ASSERT_TEXT(dest->type(), "destT");
   return collectParams(dest.ptr(), *src, attr, params, __PRETTY_FUNCTION__);
 }
 
@@ -63,19 +58,10 @@ bool valueTypeEqual(Kel::GenericIf::PtrConst const& a, Kel::GenericIf::PtrConst 
   if (!a || !b) return !a && !b;
   Kel::KelType const* type = a->type();
   if (type != b->type()) return false;
-  if (type->isEntity() || type->kind() == Kel::KelType::Kind::object)
-    return a->entityConst() == b->entityConst() && a->object() == b->object();
-  if (type->isBuiltin()) {
-    KEL_TRACE(4) << "Comparing builtin " << type->name();
-    if (!type->valueOps().equal) throw Kel::Exception("Unknown builtin type");
-    return a->valueEqual(*b);
-  }
-  if (type->isEnum()) {
-    KEL_TRACE(4) << "Comparing enum " << type->name();
-    return a->enumValue() == b->enumValue();
-  }
-  KEL_TRACE(4) << "Comparing " << type->name();
+  if (!type->isValue()) return a->object() == b->object();
+  KEL_TRACE(4) << "Comparing " << (type->isBuiltin() ? "builtin " : type->isEnum() ? "enum " : "") << type->name();
   if (type->valueOps().equal) return a->valueEqual(*b);
+  if (type->isBuiltin()) throw Kel::Exception("Unknown builtin type");
   Kel::KelAttr const* rep = type->valAttr();
   KEL_ASSERT_TEXT(!type->autoconvertToRepType() && rep, "No comparison operator found");
   KEL_TRACE(4) << "Convert " << type->name() << " to " << rep->type()->name();

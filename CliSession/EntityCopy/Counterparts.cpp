@@ -60,7 +60,8 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTa
   auto owner = owners_.find(top);
   while (owner == owners_.end() && (top = top->parent())) owner = owners_.find(top);
   if (!top) {
-    auto const root = ec.handler()->counterpartRoot(EntityCopy::Ptr(&ec), Kel::Ptr<Kel::Entity const>(&srcTarget));
+    Kel::Ptr<Kel::Entity const> const target(&srcTarget);
+    auto const root = ec.handler()->decidesAs()->counterpartRoot(EntityCopy::Ptr(&ec), target);
     if (!root) return {nullptr, true, {}};
     Kel::Entity* const at = counterpartByPosition(ec, *root);
     if (!at || !keepsIdentity(ec, *at, *root)) return {};

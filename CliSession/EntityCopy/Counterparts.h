@@ -21,8 +21,8 @@ bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity co
 Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
                                    Kel::Entity const* srcTarget);
 
-// Finds the targets of pointers by position, for handlers that keep them (EntityCopyHandler::keepsTargets). The handler
-// is asked for the root only. Everything found is forgotten when any entity leaves its tree.
+// Finds the targets of pointers by position, for handlers that decide as a session handler does. That is asked for the
+// root only. Everything found is forgotten when any entity leaves its tree.
 class Counterparts {
  public:
   struct Answer {

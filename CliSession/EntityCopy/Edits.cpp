@@ -18,27 +18,29 @@ constexpr char const* signature =
     "void Cli::Session::EntityCopy::addAttributeEditBypassEntry(Kel::String8, Kel::String8, "
     "Cli::Session::AttributeEditType, Kel::String8, const Kel::Ptr<const Kel::GenericIf>&)";
 
-// The action for this edit at this path, or else for this edit at any path.
-AttributeDebugAction debugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
-  AttributeDebugAction action = AttributeDebugAction::actionNone;
-  if (auto const dir = log.attributeEditDebugConfig(path)) {
-    if (auto const config = dir->debugConfig(edit)) {
-      action = config->action();
-      KEL_TRACE_AS(9, operation) << "Found matching action (" << action << "), for " << edit.attributeName() << " on "
-                                 << path;
-    }
-  }
-  if (action != AttributeDebugAction::actionNone) return action;
-  if (auto const config = log.attributeEditDebugTypeConfig(edit)) {
-    KEL_TRACE_AS(5, operation) << "Found matching action (" << edit << "), for type " << edit.attributeType()
-                               << ", attr " << edit.attributeName() << " for " << path;
-    action = config->action(path);
-    if (action == AttributeDebugAction::actionNone) action = config->action("");
-  }
-  return action;
+// Whether an action is configured for edits of one kind, wherever they are made.
+bool isDebugged(AttributeEditLog const& log, AttributeEdit const& edit) {
+  for (auto it = log.attributeEditDebugConfigIteratorConst(); it; ++it)
+    if (it->debugConfig(edit)) return true;
+  return log.attributeEditDebugTypeConfig(edit) != nullptr;
 }
 
-void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
+// Takes the action for this edit at this path, or else the one for this edit at any path.
+void takeDebugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel::String8 const& path) {
+  AttributeDebugAction action = AttributeDebugAction::actionNone;
+  auto const dir = log.attributeEditDebugConfig(path);
+  if (auto const config = dir ? dir->debugConfig(edit) : nullptr) {
+    action = config->action();
+    KEL_TRACE_AS(9, operation) << "Found matching action (" << action << "), for " << edit.attributeName() << " on "
+                               << path;
+  }
+  auto const typeConfig = log.attributeEditDebugTypeConfig(edit);
+  if (action == AttributeDebugAction::actionNone && typeConfig) {
+    KEL_TRACE_AS(5, operation) << "Found matching action (" << edit << "), for type " << edit.attributeType()
+                               << ", attr " << edit.attributeName() << " for " << path;
+    action = typeConfig->action(path);
+    if (action == AttributeDebugAction::actionNone) action = typeConfig->action("");
+  }
   if (action == AttributeDebugAction::actionNone) return;
   KEL_TRACE_AS(5, operation) << "Taking action " << action;
   if (action == AttributeDebugAction::actionTrace)
@@ -47,29 +49,19 @@ void takeAction(AttributeDebugAction action, AttributeEdit const& edit) {
   if (action == AttributeDebugAction::actionAssert) KEL_ASSERT_AS(false, "false", signature);
 }
 
-}  // namespace
-
-void ensureLog(EntityCopy& ec) {
-  if (!ec.attributeEditLog()) ec.attributeEditLogIs(attributeEditLogFactory());
-}
-
-void leaveUnlogged(EntityCopy& ec) {
-  ec.attributeEditLogIs(nullptr);
-  EntityCopy::Impl::of(ec).unlogged = true;
-}
-
+// Takes the debug action of an edit, asks the bypass checker, and counts the edit. Answers whether it counts as a
+// difference: a bypassed edit does not. `path` is the edited entity's full name.
 bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
                 Kel::GenericIf::PtrConst const& value) {
   Kel::String8 const relative = pathBelow(ec.dest().ptr(), path);
   KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
                              << ", " << edit.editType() << ", " << path;
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
-  if (log) takeAction(debugAction(*log, edit, relative), edit);
-  if (auto const checker = ec.attributeEditBypassChecker()) {
-    if (checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
-      KEL_TRACE_AS(5, operation) << "Skipped";
-      return false;
-    }
+  if (log) takeDebugAction(*log, edit, relative);
+  auto const checker = ec.attributeEditBypassChecker();
+  if (checker && checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
+    KEL_TRACE_AS(5, operation) << "Skipped";
+    return false;
   }
   if (log) {
     log->attributeEditEntryIs(edit)->pathCounterCounterInc(relative);
@@ -78,30 +70,29 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
   return true;
 }
 
+}  // namespace
+
+void ensureLog(EntityCopy& ec) {
+  if (!ec.attributeEditLog()) ec.attributeEditLogIs(attributeEditLogFactory());
+}
+
+void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
+                                             AttributeEditType editType, Kel::String path,
+                                             Kel::GenericIf::PtrConst const& value) {
+  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, value);
+}
+
 bool Walk::record(Frame& f, AttributeEdit const& edit, Box const& value) {
   ForeignCode const foreign(*this, f);
   return recordEdit(ec_, edit, f.dest.fullName(), value);
 }
 
-bool Walk::countsFirst(Frame& f, Step const& s, AttributeEditType type, std::size_t at) {
-  if (compare_ && !log_) {
-    ensureLog(ec_);
-    read();
-  }
-  if (!log_) return true;
-  AttributeEdit const& edit = editOf(s, type);
-  if (traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit))) return false;
+AttributeEditEntry* Walk::findEntry(AttributeEdit const& edit, std::size_t at) {
+  bool const seen = traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit)) || isDebugged(*log_, edit);
+  AttributeEditEntry* const entry = seen ? nullptr : log_->attributeEditEntryIs(edit).ptr();
   if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));
-  auto& [entry, generation] = impl_.entries[at];
-  if (generation != impl_.generation) {
-    entry = log_->attributeEditEntryIs(edit).ptr();
-    if (entry->hasReactors()) return false;
-    generation = impl_.generation;
-  }
-  Kel::String8 const path = f.logPath(ec_, impl_.generation);
-  if (debugged_) takeAction(debugAction(*log_, edit, path), edit);
-  entry->pathCounterCounterInc(path);
-  return true;
+  impl_.entries[at] = {entry && entry->hasReactors() ? nullptr : entry, impl_.generation};
+  return impl_.entries[at].entry;
 }
 
 // --- The hooks ---
@@ -112,14 +103,8 @@ bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box 
   Kel::KelAttr const& attr = destAttr(f, s);
   Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
   if (!attr.instantiating()) {
-    bool isThere = true;
-    if (attr.isCollection()) {
-      auto const it = dest->attributeIteratorKeyConst(attr.id(), index);
-      isThere = static_cast<bool>(it);
-      if (isThere && !current) current = it.obj();
-    } else if (!current) {
-      current = dest->attribute(attr.id());
-    }
+    bool const isThere = !attr.isCollection() || dest->attributeIteratorKeyConst(attr.id(), index);
+    if (isThere && !current) current = dest->attribute(attr.id(), index);
     bool const equal = isThere && valueTypeEqual(current, value);
     if (attr.isPtr())
       WALK_TRACE(4, "attributeIs") << "Compare Ptrs for " << attr.name()

@@ -20,11 +20,13 @@ class EntityCopy::Impl {
   // (handlers, reactors, bypass checkers) has run.
   Kel::U64 generation = 1;
   Counterparts counterparts;
-  bool unlogged = false;  // see leaveUnlogged
+  // Runs make no log and count no edits, unless the copy is given a log or a trace handle is on. For copies whose log
+  // is discarded without being read.
+  bool unlogged = false;
 
   // The log's entries for each step: two a step, set and delete. An entry is valid for its generation.
   struct CountedEntry {
-    AttributeEditEntry* entry = nullptr;
+    AttributeEditEntry* entry = nullptr;  // null: foreign code or a debug action has to see these edits
     Kel::U64 generation = 0;
   };
   std::vector<CountedEntry> entries;
@@ -59,11 +61,6 @@ Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& a
 // marked.
 void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
 
-// Takes the debug action that is configured for an edit, asks the bypass checker, and counts the edit. Answers whether
-// it counts as a difference: a bypassed edit does not. `path` is the edited entity's full name.
-bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
-                Kel::GenericIf::PtrConst const& value);
-
 // What handlers trace after the name of their class.
 inline constexpr char const* handleEntitySignature =
     "::handleEntity(const Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
@@ -71,9 +68,6 @@ inline constexpr char const* handleEntitySignature =
 
 // Makes a log if the copy has none.
 void ensureLog(EntityCopy& ec);
-// The copy's runs make no log and count no edits, unless the copy is given a log or a trace handle is on. For copies
-// whose log is discarded without being read. Drops the log of earlier runs.
-void leaveUnlogged(EntityCopy& ec);
 
 inline Kel::GenericIf::Ptr genericIf(Kel::Entity* e) { return Kel::GenericIf::ofEntity(Kel::Ptr<Kel::Entity>(e)); }
 inline Kel::GenericIf::PtrConst genericIf(Kel::Entity const* e) {

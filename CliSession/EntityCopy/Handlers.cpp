@@ -1,7 +1,10 @@
-// The plain handler and the handler tables.
+// The plain handler, the handler tables, and filters.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/EngineImpl.h"
 #include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
@@ -18,15 +21,7 @@ PtrTarget EntityCopyHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, Ke
   return PtrTarget("", false);
 }
 
-bool EntityCopyHandler::walksThrough(Kel::String, bool) const { return false; }
-bool EntityCopyHandler::walksThroughType(Kel::String) const { return false; }
-bool EntityCopyHandler::keepsTargets() const { return false; }
-Kel::Ptr<Kel::Entity const> EntityCopyHandler::counterpartRoot(Kel::Ptr<EntityCopy> const&,
-                                                               Kel::Ptr<Kel::Entity const> const&) const {
-  return nullptr;
-}
-
-Kel::Ptr<Kel::Entity const> EntityCopyHandler::ground() const { return nullptr; }
+Kel::Ptr<EntityCopyGlobalSessionHandler const> EntityCopyHandler::decidesAs() const { return nullptr; }
 
 void EntityCopyCustomHandlerTable::registerCustomCopyHandler(EntityPath const& path, Kel::String typeName,
                                                              Kel::Ptr<EntityCopyGlobalSessionHandler> const& handler) {
@@ -43,10 +38,8 @@ Kel::Ptr<EntityCopyGlobalSessionHandler> EntityCopyCustomHandlerTable::findCusto
   Kel::Ptr<EntityCopyHandlerMap const> const map = typeSpecificHandlers(typeName);
   if (!map) return nullptr;
   // Keys come in text order, so the first match is the shortest. They match by characters, not by components.
-  for (auto it = map->pathSpecificIterator(); it; ++it) {
-    Kel::String const& key = it.key().value();
-    if (path.view().substr(0, key.chars()) == key.view()) return it.value();
-  }
+  for (auto it = map->pathSpecificIterator(); it; ++it)
+    if (path.view().starts_with(it.key().value())) return it.value();
   return nullptr;
 }
 
@@ -59,6 +52,30 @@ void EntityCopyCustomHandlerTable::registerEntityCopyFilter(Kel::Ptr<EntityCopyF
     for (auto it = attrs->attributeNameIterator(); it; ++it) filtered->attributeNameIs(it.key(), true);
   }
   registerCustomCopyHandler(path, typeName, filter);
+}
+
+bool EntityCopyFilter::handleEntity(Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity> const& dest,
+                                    Kel::Ptr<Kel::Entity const> const& src, Kel::String path) {
+  requireNonNull(ec, src);
+  KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyFilter" << handleEntitySignature << path;
+  Kel::Ptr<EntityCopyGlobalSessionHandler> const marking = Kel::ptrCast<EntityCopyGlobalSessionHandler>(ec->handler());
+  bool result = false;
+  if (preAttribute()) {
+    for (auto it = preAttribute()->attributeNameIterator(); it; ++it) {
+      result |= ec->doCopyAttrByName(dest, src, path, it.value());
+      if (ec->stop()) return result;
+      if (!marking) continue;
+      if (!marking->copied()) marking->newCopied("entity");
+      markCopied(*marking, (ec->src() ? pathBelow(ec->src().ptr(), *src) : path) + "." + it.value());
+    }
+  }
+  result |= ec->doCopyEntityAttrs(dest, src, path, filteredAttribute());
+  if (ec->stop() || !postAttribute()) return result;
+  for (auto it = postAttribute()->attributeNameIterator(); it; ++it) {
+    result |= ec->doCopyAttrByName(dest, src, path, it.value());
+    if (ec->stop()) break;
+  }
+  return result;
 }
 
 }  // namespace Cli::Session

@@ -38,26 +38,27 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
   KEL_TRACE(8) << "virtual bool Cli::Session::EntityCopyGlobalSessionHandler" << handleEntitySignature << path;
   KEL_ASSERT(sessionStatus());
   KEL_ASSERT(sessionStatus()->rootTrie());
+  if (!src) return ec->doCopyEntityAttrs(dest, src, path, nullptr);  // an assertion
+  if (!copied()) newCopied("entity");
+  if (wasCopied(*copied(), path)) {
+    KEL_TRACE(8) << "handleEntity() skipping " << path;
+    return false;
+  }
   // Looked up again after a custom handler has run, because it may register roots.
   auto const isRoot = [&] { return Kel::validPtr(Kel::validPtr(sessionStatus())->rootTrie())->isPrefix(path); };
+  Kel::String8 const& typeName = src->type()->fullTypeName();
+  auto const custom = handlerTable() ? handlerTable()->findCustomCopyHandler(path, typeName) : nullptr;
   bool result = false;
-  if (src) {
-    if (!copied()) newCopied("entity");
-    if (wasCopied(*copied(), path)) {
-      KEL_TRACE(8) << "handleEntity() skipping " << path;
-      return false;
-    }
-    Kel::String8 const& typeName = src->type()->fullTypeName();
-    auto const custom = handlerTable() ? handlerTable()->findCustomCopyHandler(path, typeName) : nullptr;
-    if (custom && custom.ptr() != this) {
-      KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
-      if (EntityCopy::Impl::of(*ec).unlogged) ensureLog(*ec);  // the handler may look at it
-      result = custom->handleEntity(ec, dest, src, path);
-      if (isRoot()) markCopied(*this, path);
-      return result;
-    }
+  if (custom && custom.ptr() != this) {
+    KEL_TRACE(9) << "Custom handling for " << path << ", " << typeName;
+    if (EntityCopy::Impl::of(*ec).unlogged) ensureLog(*ec);  // the handler may look at it
+    result = custom->handleEntity(ec, dest, src, path);
+    if (isRoot()) markCopied(*this, path);
+    return result;
   }
-  if (src && isRoot()) {
+  if (!isRoot()) {
+    result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
+  } else {
     for (Kel::KelAttr const* attr : src->type()->attributeQ()) {
       if (!attr->copiable()) continue;
       result |= ec->doCopyAttrByName(dest, src, path, attr->name());
@@ -66,8 +67,6 @@ bool EntityCopyGlobalSessionHandler::handleEntity(Kel::Ptr<EntityCopy> const& ec
     }
     KEL_TRACE(9) << " mark " << path << " as copied.";
     markCopied(*this, path);
-  } else {
-    result = ec->doCopyEntityAttrs(dest, src, path, nullptr);
   }
   KEL_TRACE(9) << "handleEntity of " << path << " completed (" << result << ")";
   return result;
@@ -100,21 +99,20 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
   KEL_ASSERT(sessionStatus()->rootTrie());
   Kel::String8 const srcFullName = src->fullName();
   Kel::String8 const relative = pathBelow(ec->src().ptr(), *src);
-  Kel::String8 destTargetFullName = srcFullName;
   bool const internal = !relative.empty() && sessionStatus()->rootTrie()->hasPrefix(relative);
+  // The top of the tree in which the target has a counterpart, if it has one.
+  Kel::Ptr<Kel::Entity> const top = internal ? Kel::validPtr(ec->dest()).handle() : externalDest();
+  bool const translated = top && !relative.empty();
+  Kel::String8 const destTargetFullName = translated ? top->fullName() + src->pathFrom(ec->src().ptr()) : srcFullName;
   if (internal) {
     KEL_TRACE(3) << "Target is internal";
     Kel::String8 const targetRootFullName = sessionStatus()->rootTrie()->enclosingPrefix(relative);
     KEL_ASSERT_TEXT(!targetRootFullName.empty(), "targetRootFullName");
-    destTargetFullName = Kel::validPtr(ec->dest())->fullName() + src->pathFrom(ec->src().ptr());
     bool const rootIsThere = ensureRoot(*sessionStatus(), *ec, targetRootFullName);
     KEL_ASSERT_TEXT(rootIsThere, "ec->dest()->entity( destTargetFullName )");
   } else {
     KEL_TRACE(3) << "Target is external or already pointing to dest";
-    if (externalDest()) {
-      KEL_TRACE(3) << "Destination for external pointers is set to " << externalDest()->fullName();
-      if (!relative.empty()) destTargetFullName = externalDest()->fullName() + src->pathFrom(ec->src().ptr());
-    }
+    if (top) KEL_TRACE(3) << "Destination for external pointers is set to " << top->fullName();
   }
   if (destTargetFullName == srcFullName)
     KEL_TRACE(3) << "destTargetFullName needs no translation (" << destTargetFullName << ")";
@@ -127,44 +125,32 @@ PtrTarget EntityCopyGlobalSessionHandler::resolveEntityPtr(Kel::Ptr<EntityCopy> 
 
 // --- Answers in advance ---
 
-namespace {
-
-bool isPlain(EntityCopyGlobalSessionHandler const& handler) {
-  return typeid(handler) == typeid(EntityCopyGlobalSessionHandler) && handler.sessionStatus() &&
-         handler.sessionStatus()->rootTrie();
+Kel::Ptr<EntityCopyGlobalSessionHandler const> EntityCopyGlobalSessionHandler::decidesAs() const {
+  bool const isPlain = typeid(*this) == typeid(EntityCopyGlobalSessionHandler);
+  return PtrConst(isPlain && sessionStatus() && sessionStatus()->rootTrie() ? this : nullptr);
 }
-
-// Whether a trie records a prefix that continues `path` or, unless `below` is set, `path` itself. A path with a "*",
-// the trie's wildcard, counts as recorded.
-bool recordsFrom(Zuk::PathTrie const& trie, Kel::String8 const& path, bool below) {
-  return path.pos('*') != Kel::String8::npos || trie.isContinued(path) || (!below && trie.isPrefix(path));
-}
-
-}  // namespace
 
 bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) const {
-  if (!isPlain(*this) || recordsFrom(*sessionStatus()->rootTrie(), path, below)) return false;
-  if (copied() && !copied()->empty() && (wasCopied(*copied(), path) || recordsFrom(*copied(), path, below)))
-    return false;
+  if (path.pos('*') != Kel::String::npos) return false;  // the tries' wildcard
+  Zuk::PathTrie const& roots = *sessionStatus()->rootTrie();
+  if (roots.isContinued(path) || (!below && roots.isPrefix(path))) return false;
+  if (copied() && (copied()->hasPrefix(path) || copied()->isContinued(path))) return false;
   if (!handlerTable()) return true;
-  if (handlerTable()->pathSpecificHandler("")) return false;  // it handles the copy roots
   for (auto it = handlerTable()->pathSpecificHandlerIterator(); it; ++it) {
     std::string_view const key = it.key();
-    if (key.substr(0, path.chars()) == path.view() && (!below || key.size() > path.chars())) return false;
+    // A handler for the empty path handles the copy roots.
+    if (key.empty() || (key.starts_with(path) && (!below || key.size() > path.chars()))) return false;
   }
   return true;
 }
 
 bool EntityCopyGlobalSessionHandler::walksThroughType(Kel::String typeName) const {
-  return isPlain(*this) && !(handlerTable() && handlerTable()->typeSpecificHandlers(typeName));
+  return !handlerTable() || !handlerTable()->typeSpecificHandlers(typeName);
 }
-
-bool EntityCopyGlobalSessionHandler::keepsTargets() const { return isPlain(*this); }
 
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
   Kel::Ptr<Kel::Entity const> highest;
-  if (!isPlain(*this)) return nullptr;
   // A path has every recorded prefix that a path above it has. The empty path has none.
   Kel::Entity const* e = target.ptr();
   for (; sessionStatus()->rootTrie()->hasPrefix(pathBelow(ec->src().ptr(), *e)); e = e->parent())
@@ -173,7 +159,7 @@ Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
 }
 
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::ground() const {
-  if (!isPlain(*this) || externalDest()) return nullptr;
+  if (externalDest()) return nullptr;
   return sessionStatus()->rootTrie();
 }
 

@@ -23,16 +23,15 @@ Walk::Walk(EntityCopy& ec, Kel::Entity const& dest) : ec_(ec), impl_(EntityCopy:
 }
 
 void Walk::read() {
+  if (ec_.stopAtFirstDiff()) ensureLog(ec_);
   traced_ = anyTrace();
-  guide_ = traced_ ? nullptr : ec_.handler().ptr();
+  EntityCopyHandler const* const handler = ec_.handler().ptr();
+  EntityCopyGlobalSessionHandler const* const known = handler ? handler->decidesAs().ptr() : nullptr;
+  guide_ = traced_ ? nullptr : known;
   checker_ = ec_.attributeEditBypassChecker().ptr();
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
-  EntityCopyHandler const* const handler = ec_.handler().ptr();
-  keeps_ = handler && handler->keepsTargets() && ec_.dest() && ec_.dest()->root() == top_.root();
-  bool const watched = checker_ || traced_ || (log_ && log_->hasReactors());
-  debugged_ = log_ && (log_->attributeEditDebugConfigs() > 0 || log_->attributeEditDebugTypeConfigs() > 0);
-  quiet_ = (log_ || impl_.unlogged) && !watched && !debugged_;
+  keeps_ = known && ec_.dest() && ec_.dest()->root() == top_.root();
 }
 
 void Walk::revalidate() {

@@ -205,16 +205,16 @@ class Walk final : private Kel::SameTarget {
 
   bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
 
-  // Takes an edit's debug action, and counts it. Answers false, and does nothing, if foreign code has to see the edit.
+  // Counts an edit. Answers false, and does nothing, if foreign code or a debug action has to see it.
   bool counts(Frame& frame, Step const& step, AttributeEditType type) {
+    if (!log_) return true;
     std::size_t const at = 2 * std::size_t(step.number) + (type == AttributeEditType::del_ ? 1 : 0);
-    if (quiet_ && !log_) return true;
-    if (!quiet_ || at >= impl_.entries.size() || impl_.entries[at].generation != impl_.generation)
-      return countsFirst(frame, step, type, at);
-    impl_.entries[at].entry->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
-    return true;
+    bool const known = at < impl_.entries.size() && impl_.entries[at].generation == impl_.generation;
+    AttributeEditEntry* const entry = known ? impl_.entries[at].entry : findEntry(editOf(step, type), at);
+    if (entry) entry->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
+    return entry;
   }
-  bool countsFirst(Frame& frame, Step const& step, AttributeEditType type, std::size_t at);
+  AttributeEditEntry* findEntry(AttributeEdit const& edit, std::size_t at);
   // An edit by its hook. `value()` boxes the value for foreign code that has to see it.
   template <class Value, class Write>
   bool editBoxed(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Write const& write) {
@@ -243,14 +243,12 @@ class Walk final : private Kel::SameTarget {
   EntityCopy::Impl& impl_;
   Kel::Entity const& top_;
   // Read again after foreign code.
-  EntityCopyHandler* guide_ = nullptr;  // the handler, for its answers in advance; null while tracing
+  EntityCopyGlobalSessionHandler const* guide_ = nullptr;  // EntityCopyHandler::decidesAs; null while tracing
   AttributeEditLogBypass* checker_ = nullptr;
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
-  bool debugged_ = false;         // the log has debug actions
-  bool quiet_ = false;            // edits are only counted, or the run is left unlogged
-  bool keeps_ = false;            // the handler keeps targets
+  bool keeps_ = false;            // targets are found by position
   Kel::ChangedEntities changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;
   std::vector<Kel::Ptr<Kel::Entity>> unsettled_;  // see unsettle

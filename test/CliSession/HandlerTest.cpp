@@ -98,6 +98,26 @@ TEST_F(Handlers, ADerivedOneKeepsItsOverridesWhenItIsTheEngines) {
   EXPECT_EQ(dest->bolt("b")->peer(), dest->shelf("s"));
 }
 
+TEST_F(Handlers, ADerivedOneIsAskedOnlyWhereItsStandInWouldNotWalkOn) {
+  struct Delegating : Recorder {
+    Kel::Ptr<SessionHandler> standIn;
+    Kel::Ptr<SessionHandler const> decidesAs() const override { return standIn; }
+  };
+  src->newBolt("b")->peerIs(src->newShelf("s"));
+  src->newAnnex("x")->newBolt("c");
+  Kel::Ptr<Delegating> const handler(new Delegating);
+  handler->sessionStatusIs(world.status);
+  handler->standIn = world.handler();
+  handler->standIn->handlerTableIs(table);
+  table->registerCustomCopyHandler(S::EntityPath("hall.annex"), "Plant::Hall", recorder);
+  EntityCopy::Ptr const ec = copyWithTable();
+  ec->handlerIs(handler);
+  ec->destIs(world.dest);
+  EXPECT_EQ(handler->visits, (std::vector<std::string>{"", "hall.annex/x", ""}));
+  EXPECT_TRUE(handler->targets.empty());
+  EXPECT_EQ(world.dump(world.dest), world.dump(world.src));
+}
+
 TEST_F(Handlers, DoNotCopyWhatIsMarked) {
   src->newAnnex("x")->newBolt("a")->torqueIs(1);
   dest->newAnnex("x")->newBolt("a");
@@ -422,6 +442,15 @@ TEST_F(Directories, ABypassedEntryIsNoDifferenceToAComparison) {
     EXPECT_EQ(handlerOf()->handleEntity(ec, destDir, srcDir, "d"), !compare);
     EXPECT_EQ(ec->attributeEditLog()->attributeEditEntrys(), 0u);
   }
+}
+
+TEST_F(Directories, AComparisonMakesItsLog) {
+  EntityCopy::Ptr const ec = S::entityCopyFactory();
+  ec->stopAtFirstDiffIs(true);
+  for (char const* name : {"a", "b"}) destDir->newEntryState(name, "Plant::Bolt");
+  EXPECT_TRUE(handlerOf()->handleEntity(ec, destDir, srcDir, "d"));
+  EXPECT_EQ(textOf(editsOf(*ec->attributeEditLog())), "Kel::Dir::EntryState::entryState del  x1\n");
+  EXPECT_EQ(destDir->entryStates(), 2u);
 }
 
 TEST_F(Directories, AHandlerFallsBackOnOtherEntities) {
