@@ -76,8 +76,7 @@ bool Walk::root(Frame& f) {
   bool const compared = compare_;
   if (ec_.pendingAttrs() == 0 && lastEqual(roots).addChanges(f.src, f.dest, changes_)) {
     changesAt_ = begun;
-    Kel::ChangedEntity const* const here = changes_.find(f.src);
-    if (!here->has(Kel::Change::whole)) f.changed = here;
+    f.changed = changes_.find(f.src);
   }
   Kel::EqualTrees equal;
   if (Kel::ChangeJournal::of(f.src) && Kel::ChangeJournal::of(f.dest)) equal = Kel::EqualTrees(f.src, f.dest);

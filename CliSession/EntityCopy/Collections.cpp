@@ -18,17 +18,17 @@ bool Walk::collection(Frame& f, Step const& s) {
   WALK_TRACE(2, operation) << "doCopyCollection: " << s.attr.name();
   WALK_TRACE(3, operation) << "Key is of type " << s.attr.keyType()->name()
                            << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
-  if ((traced_ || !s.supported) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
+  if ((traced_ || !s.typed) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
   std::vector<Kel::Ptr<AttributeCopy>> const waiting = waitingMembers(f, s);
 
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
   bool const sameHashes =
-      s.dense && !traced_ && s.usualPlan().keyOnly &&
+      s.dense && !traced_ && s.usualPlan->keyOnly &&
       ((changed(f) && !f.changed->has(Kel::Change::members)) || s.access.sameKeyHashes(f.dest, f.src));
   bool differs = !sameHashes && deleteExtra(f, s);
-  if (!stopped()) differs |= copyMembers(f, s, 0, !sameHashes);
+  if (!stopped()) differs |= s.dense && !traced_ ? copyPairs(f, s, 0, !sameHashes) : copyMembers(f, s);
   if (!stopped())
     for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
   return differs;
@@ -55,8 +55,8 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
 
 bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
   return edit(
-      f, s, AttributeEditType::del_, s.typed && s.kind == Step::Kind::collection, [&] { return del(f, s, at.key()); },
-      [&] { s.access.deleteMember(s.attr, f.dest, at); });
+      f, s, AttributeEditType::del_, s.typed && !s.attr.instantiating() && !s.attr.isQueue(),
+      [&] { return del(f, s, at.key()); }, [&] { s.access.deleteMember(s.attr, f.dest, at); });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
@@ -90,96 +90,67 @@ bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& k
 
 // --- The copy pass ---
 
-// Whether the members have plain attributes only, and the handler need not be asked about their type.
-bool Walk::areLeaves(Step const& s) {
-  if (!s.dense) return false;
-  Plan const& usual = s.usualPlan();
-  return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
-}
-
 // Whether equalThroughout compares everything in entities of a plan. If not, equal entities would be compared twice.
 bool Walk::areShallow(Plan const& plan) {
-  for (Step const* step : plan.further) {
-    bool const deep = step->kind == Step::Kind::members ? !areLeaves(*step) : step->attr.instantiating();
-    if (deep || !step->typed) return false;
-  }
-  return true;
+  return std::all_of(plan.further.begin(), plan.further.end(), [&](Step const* step) {
+    return step->typed && (step->dense ? areLeaves(*step) : !step->attr.instantiating());
+  });
 }
 
 bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src) {
   if (plan.plainEqual && !plan.plainEqual(dest, src)) return false;
   for (Step const* step : plan.further)
-    if (step->kind == Step::Kind::members ? !leavesEqual(*step, dest, src) : !equalAlone(*step, dest, src))
-      return false;
+    if (!isEqual(*step, dest, src, step->dense)) return false;
   return true;
 }
 
 // Copies owned members from `position` on, in the batches that the storage hands out. Runs the deletion pass, unless it
-// has run, before the first member without a counterpart is made. Ends early, with `position` behind the last member
-// copied, if a trace handle is switched on meanwhile.
-bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32& position, bool deletionPassed) {
-  Plan const& usual = s.usualPlan();
+// has run, before the first member without a counterpart is made.
+bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
+  if (!compare_ && s.access.count(s.attr, f.dest) == 0) s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
+  Kel::IteratorRoom room;
+  s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
+  Plan const& usual = *s.usualPlan;
   bool const exact = !usual.src.hasDerived();
-  bool passes = false, looksFirst = false, any = false;
-  Kel::U64 generation = 0;  // of these answers
   static constexpr Kel::U32 maxPairs = 16;
   std::array<Kel::AttrAccess::Pair, maxPairs> pairs;
-  Kel::U32 most = maxPairs, next = position;
+  Kel::U32 most = maxPairs;
+  bool any = false;
   // With the same keys on both sides, only what has changed is visited.
   while (Kel::U32 const count = !deletionPassed && changed(f)
-                                    ? gatherChanged(f, s, next, pairs.data(), most)
-                                    : s.access.gatherPairs(f.dest, f.src, next, pairs.data(), most)) {
+                                    ? gatherChanged(f, s, position, pairs.data(), most)
+                                    : s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
     most = std::min(2 * most, maxPairs);
-    if (generation != impl_.generation) {
-      generation = impl_.generation;
-      passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
-      looksFirst = passes && !changed(f) && areShallow(usual);
-    }
+    Kel::U64 const generation = impl_.generation;
+    bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
+    bool const looksFirst = passes && !changed(f) && areShallow(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];
-      bool const isUsual = dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
-      if (isUsual && looksFirst && equalThroughout(usual, *dest, *src)) continue;
-      if (isUsual && passes) {
-        any |= descend(f, s, usual, *dest, *src);
-      } else if (dest && s.alike(*dest, *src)) {
-        any |= child(f, s, *dest, *src);
-      } else if (!deletionPassed) {
-        deletionPassed = true;
-        any |= deleteExtra(f, s);
-        next = at;  // what was gathered may be gone
-        if (stopped()) return any;
-        break;
-      } else {
-        Kel::Ptr<Kel::Entity const> const alive(src);  // foreign code may delete it
-        any |= ownedMember(f, s, nullptr, dest, *src);
-      }
+      bool const direct = passes && dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
+      if (direct && looksFirst && equalThroughout(usual, *dest, *src)) continue;
+      bool const unpaired = !direct && !deletionPassed && !(dest && s.alike(*dest, *src));
+      any |= unpaired ? deleteExtra(f, s)
+             : direct ? descend(f, s, *dest, *src)
+                      : ownedMember(f, s, nullptr, dest, *src);
       if (stopped()) return any;
-      if (generation == impl_.generation) continue;
-      // Foreign code may have changed the rest. If it runs for each member, little is gathered in vain.
-      next = at + 1;
+      if (!unpaired && generation == impl_.generation) continue;
+      // What was gathered may be gone. If foreign code runs for each member, little is gathered in vain.
+      deletionPassed |= unpaired;
+      position = unpaired ? at : at + 1;
       most = 1;
       break;
     }
-    position = next;
-    if (traced_) return any;
   }
   return any;
 }
 
-bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
+// Copies members of any kind, one by one.
+bool Walk::copyMembers(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopyCollection";
-  if (s.dense && !compare_ && s.access.count(s.attr, f.dest) == 0)
-    s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
   bool differs = false;
   Kel::U32 copied = 0;
   Kel::IteratorRoom room;
-  Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
-  if (s.dense && !traced_) {
-    differs = copyPairs(f, s, position, deletionPassed);
-    if (!traced_ || stopped()) return differs;
-  }
-  while (at.nonNull() && at.position() < position) at.inc();
-  for (; at.nonNull(); at.inc()) {
+  for (Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room); at.nonNull(); at.inc()) {
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (s.attr.keyIsPtr()) {
       if (!m.key) {
@@ -200,24 +171,19 @@ bool Walk::copyMembers(Frame& f, Step const& s, Kel::U32 position, bool deletion
 bool Walk::member(Frame& f, Step const& s, Member& m) {
   static constexpr char const* operation = "doCopyCollectionMember";
   WALK_TRACE(2, operation) << "doCopyCollectionMember: " << m.srcMember();
-  if (s.attr.isValue()) {
-    WALK_TRACE(3, operation) << "Member is a value";
-    bool const changed = assign(f, s, &m, nullptr);
-    if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
-    return changed;
-  }
-  WALK_TRACE(3, operation) << "Member is not a value";
-  if (!s.attr.isPtr()) {
+  bool const isValue = s.attr.isValue(), isPtr = s.attr.isPtr();
+  WALK_TRACE(3, operation) << (isValue ? "Member is a value" : "Member is not a value");
+  if (!isValue && !isPtr) {
     Kel::Ptr<Kel::Entity const> const src = m.entity();
     requireNonNull(src);
     return ownedMember(f, s, &m, held(f, s, &m, *src), *src);
   }
-  if (traced_) {
+  if (traced_ && !isValue) {
     bool const isThere = static_cast<bool>(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index()));
     WALK_TRACE(3, operation) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
     WALK_TRACE(3, operation) << m.srcMember() << " is a pointer, copying target";
   }
-  bool const changed = pointer(f, s, &m);
+  bool const changed = isValue ? assign(f, s, &m, nullptr) : pointer(f, s, &m);
   if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
   return changed;
 }
@@ -231,20 +197,10 @@ bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Ke
   if (dest)
     WALK_TRACE(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
   WALK_TRACE(3, operation) << "Collection is instantiating, processing member";
-  Created made{false, dest, false};
-  if (differ) {
-    WALK_TRACE(3, operation) << "Re-creating item";
-    made = create(f, s, m, src, params, !dest);
-    if (compare_) return made.differs;
-  } else {
-    WALK_TRACE(3, operation) << "Getting pre-existing item";
-  }
-  if (!made.entity) {
-    WALK_TRACE(3, operation) << "No child, we're done";
-    return made.differs;
-  }
+  WALK_TRACE(3, operation) << (differ ? "Re-creating item" : "Getting pre-existing item");
+  if (differ) return make(f, s, m, src, params, !dest);
   WALK_TRACE(3, operation) << "Traversing child";
-  return child(f, s, *made.entity, src, made.isNew) || made.differs;
+  return child(f, s, *dest, src);
 }
 
 }  // namespace Cli::Session

@@ -1,13 +1,11 @@
 #include "CliSession/EntityCopy/Depth.h"
 
+#include <pthread.h>
+
 #include <span>
 #include <string>
 
 #include "Kel/Exception.h"
-
-#ifdef __linux__
-#include <pthread.h>
-#endif
 
 namespace Cli::Session {
 
@@ -17,12 +15,10 @@ namespace {
 std::span<char const> lastQuarterOfStack() {
   void* lowest = nullptr;
   std::size_t size = 0;
-#ifdef __linux__
   pthread_attr_t attributes;
   if (pthread_getattr_np(pthread_self(), &attributes) != 0) return {};
   pthread_attr_getstack(&attributes, &lowest, &size);
   pthread_attr_destroy(&attributes);
-#endif
   return {static_cast<char const*>(lowest), size / 4};
 }
 

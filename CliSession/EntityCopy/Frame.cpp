@@ -6,9 +6,7 @@
 namespace Cli::Session {
 
 Frame::Frame(Kel::Entity& d, Kel::Entity const& s, Kel::String8 const& path)
-    : dest(d), src(s), plan(Plan::of(*d.type(), *s.type())) {
-  extras().path = path;
-}
+    : dest(d), src(s), plan(Plan::of(*d.type(), *s.type())), path_(path) {}
 
 Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* srcChild) {
   bool const named = srcChild && attr.isCollection() && !srcChild->name().empty();
@@ -17,29 +15,24 @@ Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::
 }
 
 Kel::String8 const& Frame::path() {
-  FrameExtras& e = extras();
   // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): a frame without one above has a path
-  if (!e.path) e.path = childPath(up_->path(), through_->attr, &src);
-  return *e.path;
+  if (!path_) path_ = childPath(up_->path(), through_->attr, &src);
+  return *path_;
 }
 
 Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation) {
-  FrameExtras& e = extras();
   // A member without a name, such as a queue's, has its place in its path.
   bool const named = up_ && dest.parent() == &up_->dest && !(through_->attr.isCollection() && dest.name().empty());
   Kel::String8 const above = named ? up_->logPath(ec, generation) : Kel::String8();
-  e.logPath =
-      above.empty() ? pathBelow(ec.dest().ptr(), dest.fullName()) : childPath(above, *through_->destAttr, &dest);
-  e.logPathAt = generation;
-  return e.logPath;
+  logPath_ = above.empty() ? pathBelow(ec.dest().ptr(), dest.fullName()) : childPath(above, *through_->destAttr, &dest);
+  logPathAt_ = generation;
+  return logPath_;
 }
 
 void Frame::hold() {
-  for (Frame* f = this; f; f = f->up_) {
-    FrameExtras& e = f->extras();
-    if (e.dest) continue;
-    e.dest = f->destPtr();
-    e.src = f->srcPtr();
+  for (Frame* f = this; f && !f->heldDest_; f = f->up_) {
+    f->heldDest_ = f->destPtr();
+    f->heldSrc_ = f->srcPtr();
   }
 }
 

@@ -12,15 +12,6 @@ namespace Cli::Session {
 // The walk's path of a child: that of its owner, the attribute's name, and the name of a collection's member.
 Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* srcChild);
 
-// What a frame needs for an edit, or while foreign code runs.
-struct FrameExtras {
-  std::optional<Kel::String8> path;
-  Kel::String8 logPath;
-  Kel::U64 logPathAt = 0;  // 0: not made
-  Kel::Ptr<Kel::Entity> dest;
-  Kel::Ptr<Kel::Entity const> src;
-};
-
 // Lives on the stack and points at the frame above. The texts of its paths, and handles to both entities, are made only
 // when an edit or foreign code needs them.
 class Frame {
@@ -28,8 +19,8 @@ class Frame {
   // A walk begins here.
   Frame(Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path);
   // A child of `up`, reached through one of its attributes.
-  Frame(Frame& up, Step const& through, Kel::Entity& d, Kel::Entity const& s, Plan const& p)
-      : dest(d), src(s), plan(p), up_(&up), through_(&through) {}
+  Frame(Frame& up, Step const& through, Kel::Entity& d, Kel::Entity const& s)
+      : dest(d), src(s), plan(through.childPlan(*d.type(), *s.type())), up_(&up), through_(&through) {}
 
   Kel::Entity& dest;
   Kel::Entity const& src;
@@ -43,7 +34,7 @@ class Frame {
   // The path under which edits are counted: the destination entity's, relative to the copy's destination. Empty for the
   // copy's destination itself and for an entity that is not below it. It is kept for one generation.
   Kel::String8 const& logPath(EntityCopy const& ec, Kel::U64 generation) {
-    return extras_ && extras_->logPathAt == generation ? extras_->logPath : makeLogPath(ec, generation);
+    return logPathAt_ == generation ? logPath_ : makeLogPath(ec, generation);
   }
 
   // Keeps the entities of this frame and of those above alive.
@@ -52,7 +43,7 @@ class Frame {
   // The generation in which the walk made the destination's entity; 0: it was there already. In that generation, none
   // of its pointers waits.
   Kel::U64 newAt = 0;
-  // What has changed here since both sides were last equal; null if that is not known, or is everything.
+  // What has changed here since both sides were last equal; null if that is not known.
   Kel::ChangedEntity const* changed = nullptr;
   // The handler's answer for all paths through one attribute, or, if that is null, through any attribute; and the
   // generation of the answer.
@@ -66,11 +57,14 @@ class Frame {
 
  private:
   Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);
-  FrameExtras& extras() { return extras_ ? *extras_ : extras_.emplace(); }
 
   Frame* const up_ = nullptr;
   Step const* const through_ = nullptr;
-  std::optional<FrameExtras> extras_;
+  std::optional<Kel::String8> path_;
+  Kel::String8 logPath_;
+  Kel::U64 logPathAt_ = 0;  // 0: not made
+  Kel::Ptr<Kel::Entity> heldDest_;
+  Kel::Ptr<Kel::Entity const> heldSrc_;
 };
 
 }  // namespace Cli::Session

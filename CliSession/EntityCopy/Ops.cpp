@@ -30,7 +30,7 @@ auto walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, K
   Walk walk(ec, *dest);
   Frame frame(*dest, *src, path);
   frame.hold();
-  return (walk.*step)(frame, *frame.plan.find(destAttribute(*src, *attr)), args...);
+  return (walk.*step)(frame, frame.plan.steps[destAttribute(*src, *attr).id()], args...);
 }
 
 }  // namespace
@@ -70,12 +70,12 @@ bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst c
   Frame frame(*destEntity, *srcEntity, path);
   if (!filter) return walk.root(frame);
   bool differs = false;
-  for (Step const& step : frame.plan.steps) {
-    if (filter->attributeName(step.attr.name())) {
-      KEL_TRACE(2) << path << ": attribute " << step.attr.name() << " filtered (not copied).";
+  for (Step const* step : frame.plan.all) {
+    if (filter->attributeName(step->attr.name())) {
+      KEL_TRACE(2) << path << ": attribute " << step->attr.name() << " filtered (not copied).";
       continue;
     }
-    differs |= walk.differs(frame, step);
+    differs |= walk.differs(frame, *step);
     if (stop()) break;
   }
   for (auto it = filter->attributeNameIterator(); it; ++it)

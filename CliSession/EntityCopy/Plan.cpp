@@ -1,9 +1,8 @@
 #include "CliSession/EntityCopy/Plan.h"
 
+#include <atomic>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <shared_mutex>
 
 namespace Cli::Session {
 
@@ -15,7 +14,7 @@ Step::Kind kindOf(Kel::KelAttr const& attr) {
   using Kind = Step::Kind;
   if (!attr.copiable()) return Kind::skipped;
   if (attr.isQueue()) return Kind::queue;
-  if (attr.isCollection()) return attr.instantiating() ? Kind::members : Kind::collection;
+  if (attr.isCollection()) return Kind::collection;
   if (attr.type()->isEntity())
     return attr.instantiating() ? Kind::singleton : attr.isPtr() ? Kind::pointer : Kind::unsupported;
   return attr.isValue() ? Kind::value : Kind::unsupported;
@@ -50,39 +49,24 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       destAttr(destType.attr(a.id()) == &a ? &a : destType.findAttr(a.name())),
       access(a.access()),
       kind(kindOf(a)),
-      supported(onlyValues(a.type()) && (a.keyIsPtr() || onlyValues(a.keyType()))),
-      typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && supported && comparable(a)),
-      dense(kind == Kind::members && typed && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
+      typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && onlyValues(a.type()) &&
+            (a.keyIsPtr() || onlyValues(a.keyType())) && comparable(a)),
+      dense(typed && a.instantiating() && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
       reflexive(isReflexive(a.type())),
       withPointers(!a.instantiating() && (a.keyIsPtr() || a.isPtr())),
       number(steps.fetch_add(1, std::memory_order_relaxed)),
       set(a.name(), destType.fullTypeName(), AttributeEditType::set_),
-      del(a.name(), destType.fullTypeName(), AttributeEditType::del_) {}
-
-Plan const& Step::makeUsualPlan() const {
-  Plan const& plan = Plan::of(*attr.type(), *attr.type());
-  usual_.store(&plan, std::memory_order_release);
-  return plan;
-}
-
-Plan const& Step::childPlan(Kel::KelType const& dest, Kel::KelType const& src) const {
-  Plan const* known = child_.load(std::memory_order_acquire);
-  if (known && &known->dest == &dest && &known->src == &src) return *known;
-  Plan const& plan = Plan::of(dest, src);
-  if (!known) child_.store(&plan, std::memory_order_release);
-  return plan;
-}
-
-bool Step::alike(Kel::Entity const& dest, Kel::Entity const& src) const {
-  if (dest.type() != src.type()) return false;
-  auto const paramsEqual = attr.isQueue() ? src.type()->furtherParamsEqual() : src.type()->paramsEqual();
-  return paramsEqual && paramsEqual(dest, src);
-}
+      del(a.name(), destType.fullTypeName(), AttributeEditType::del_),
+      paramsEqual_(a.isQueue() ? a.type()->furtherParamsEqual()
+                   : a.type()  ? a.type()->paramsEqual()
+                               : nullptr) {}
 
 Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
     : dest(d), src(s), plainEqual(&d == &s ? s.plainEqual() : nullptr), keyOnly(s.ctorArgs().size() == 1) {
+  for (Kel::AttributeId id = 0; Kel::KelAttr const* attr = s.attr(id); ++id) steps.emplace_back(d, *attr);
   for (Kel::KelAttr const* attr : s.attributeQ()) {
-    Step const& step = steps.emplace_back(d, *attr);
+    Step const& step = steps[attr->id()];
+    all.push_back(&step);
     if (step.kind == Step::Kind::skipped) continue;
     copied.push_back(&step);
     // An unsupported attribute must be visited, because it is an assertion.
@@ -91,24 +75,26 @@ Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
   leaf = keyOnly && plainEqual && further.empty();
 }
 
-Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
-  using Plans = std::map<std::pair<Kel::KelType const*, Kel::KelType const*>, std::unique_ptr<Plan const>>;
-  static std::shared_mutex& mutex = *new std::shared_mutex;
-  static Plans& plans = *new Plans;
-  std::pair const types{&dest, &src};
-  {
-    std::shared_lock const lock(mutex);
-    if (auto const found = plans.find(types); found != plans.end()) return *found->second;
-  }
-  auto made = std::make_unique<Plan const>(dest, src);
-  std::unique_lock const lock(mutex);
-  return *plans.try_emplace(types, std::move(made)).first->second;
+namespace {
+
+using Plans = std::map<std::pair<Kel::KelType const*, Kel::KelType const*>, Plan>;
+
+Plan const& planIn(Plans& plans, Kel::KelType const& dest, Kel::KelType const& src) {
+  auto const [found, isNew] = plans.try_emplace({&dest, &src}, dest, src);
+  Plan& plan = found->second;
+  if (isNew)
+    for (Step& step : plan.steps)
+      if (step.attr.instantiating()) step.usualPlan = &planIn(plans, *step.attr.type(), *step.attr.type());
+  return plan;
 }
 
-Step const* Plan::find(Kel::KelAttr const& attr) const {
-  for (Step const& step : steps)
-    if (&step.attr == &attr) return &step;
-  return nullptr;
+}  // namespace
+
+Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
+  static std::mutex mutex;
+  static Plans& plans = *new Plans;
+  std::lock_guard const lock(mutex);
+  return planIn(plans, dest, src);
 }
 
 }  // namespace Cli::Session

@@ -41,12 +41,7 @@ PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer
   Kel::ValidPtr<EntityCopyHandler> const handler = Kel::validPtr(ec_.handler());
   std::optional<ForeignCode> guard;
   if (!known.rootKnown) {
-    if (m && m->at) {
-      // The handler may delete the member from the source.
-      m->srcIndex();
-      m->srcMember();
-      m->at = nullptr;
-    }
+    if (m) m->leaveSource();
     guard.emplace(*this, f);
   }
   return handler->resolveEntityPtr(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(&srcTarget));

@@ -7,21 +7,19 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-bool Walk::sameInQueue(Step const& s, Kel::AttrIterator const& dest, Kel::AttrIterator const& src) {
-  if (s.typed && !traced_ && s.attr.instantiating()) return s.alike(*dest.target(), *src.target());
-  return attrEqual(s.attr, dest.obj(true), src.obj(true));
-}
-
 bool Walk::queue(Frame& f, Step const& s) {
   WALK_TRACE(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
   bool const entities = s.attr.type()->isEntity();
-  if ((traced_ || !s.supported) && !entities) checkValue(s.attr, *s.attr.type());
+  if ((traced_ || !s.typed) && !entities) checkValue(s.attr, *s.attr.type());
   Kel::KelAttr const& destOwn = destAttr(f, s);
   Kel::IteratorRoom srcRoom, destRoom;
   Kel::AttrIterator& src = s.access.iterate(s.attr, f.src, srcRoom);
   bool differs = false;
   for (Kel::AttrIterator& dest = destOwn.access().iterate(destOwn, f.dest, destRoom); dest.nonNull(); dest.inc()) {
-    if (!src.nonNull() || !sameInQueue(s, dest, src)) {
+    bool const same =
+        src.nonNull() && (s.typed && !traced_ && entities ? s.alike(*dest.target(), *src.target())
+                                                          : attrEqual(s.attr, dest.obj(true), src.obj(true)));
+    if (!same) {
       differs |= deleteMember(f, s, dest);
     } else {
       if (entities) differs |= child(f, s, *dest.target(), *src.target());
@@ -30,7 +28,7 @@ bool Walk::queue(Frame& f, Step const& s) {
     if (stopped()) return differs;
   }
   for (; src.nonNull(); src.inc()) {
-    differs |= entities ? appendEntity(f, s, *src.target()) : appendValue(f, s, src);
+    differs |= entities ? make(f, s, nullptr, *src.target(), nullptr, false) : appendValue(f, s, src);
     if (stopped()) return differs;
   }
   return differs;
@@ -43,14 +41,6 @@ bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   return edit(
       f, s, AttributeEditType::set_, s.typed, [&] { return add(f, s, value()); },
       [&] { s.access.appendValue(*s.destAttr, f.dest, src); });
-}
-
-bool Walk::appendEntity(Frame& f, Step const& s, Kel::Entity const& src) {
-  Kel::Ptr<Kel::Entity const> const alive(&src);  // a reactor may delete it
-  ParamList params;
-  paramsDiffer(s, nullptr, src, params);
-  Created const made = create(f, s, nullptr, src, params, false);
-  return (made.entity && child(f, s, *made.entity, src, made.isNew)) || made.differs;
 }
 
 }  // namespace Cli::Session

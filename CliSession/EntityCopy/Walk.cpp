@@ -41,42 +41,14 @@ void Walk::revalidate() {
   read();
 }
 
-Walk::Box const& Walk::Member::srcIndex() {
-  if (!srcIndexBox && at) srcIndexBox = at->key();
-  return srcIndexBox;
-}
-Walk::Box const& Walk::Member::index() {
-  if (!indexBox) indexBox = key ? Box(genericIf(key)) : srcIndex();
-  return indexBox;
-}
-Walk::Box const& Walk::Member::srcMember() {
-  if (!srcMemberBox && at) srcMemberBox = at->obj(true);
-  return srcMemberBox;
-}
-Kel::Ptr<Kel::Entity const> Walk::Member::entity() {
-  return at ? Kel::Ptr<Kel::Entity const>(at->target()) : entityConstOf(srcMember());
-}
-
 // --- Entities ---
 
 bool Walk::attributes(Frame& f) {
-  if (!traced_) return further(f, f.plan.plainEqual && f.plan.plainEqual(f.dest, f.src));
-  bool differs = false;
-  for (Step const& step : f.plan.steps) {
-    differs |= attribute(f, step);
-    if (stopped()) break;
-  }
-  return differs;
-}
-
-// Copies all attributes; if the plain ones are known to be equal, only the others.
-bool Walk::further(Frame& f, bool plainEqual) {
+  Plan const& plan = f.plan;
+  bool const plainEqual = !traced_ && plan.plainEqual && plan.plainEqual(f.dest, f.src);
   bool any = false;
-  // The walk checks whether to stop after each attribute. If it has to stop already, it takes the first attribute only.
-  if (stopped())
-    return !f.plan.steps.empty() && f.plan.steps.front().kind != Step::Kind::skipped &&
-           differs(f, f.plan.steps.front());
-  for (Step const* step : plainEqual ? f.plan.further : f.plan.copied) {
+  // A walk that has to stop already takes the first attribute, and then looks whether to stop.
+  for (Step const* step : traced_ || stopped() ? plan.all : plainEqual ? plan.further : plan.copied) {
     if (step->kind == Step::Kind::value && step->typed && !traced_)
       any |= !step->access.equal(f.dest, f.src) && value(f, *step);
     else
@@ -84,32 +56,6 @@ bool Walk::further(Frame& f, bool plainEqual) {
     if (stopped()) break;
   }
   return any;
-}
-
-namespace {
-
-void traceSkipped(Kel::KelAttr const& attr) {
-  char const* const reason = !attr.logging()    ? "Skipping non-logging attribute "
-                             : attr.ctorParam() ? "Skipping constructor parameter "
-                                                : "Skipping non-writable attribute ";
-  KEL_TRACE_AS(9, "attrCopiable") << reason << attr.name();
-}
-
-}  // namespace
-
-bool Walk::equalInPlace(Frame& f, Step const& s) {
-  if (Kel::ChangedEntity const* const here = changed(f)) {
-    if (!here->concerns(s.attr)) return true;
-  } else if (s.kind == Step::Kind::members && guide_ && walkedThrough(f, s) && areLeaves(s)) {
-    return leavesEqual(s, f.dest, f.src);
-  }
-  return equalAlone(s, f.dest, f.src);
-}
-
-// The same without a frame: owned entities are known to be equal only if there are none.
-bool Walk::equalAlone(Step const& s, Kel::Entity& dest, Kel::Entity const& src) {
-  if (!s.typed || (s.withPointers && ec_.pendingAttrs() > 0)) return false;
-  return s.access.equalThrough(dest, src, *this);
 }
 
 bool Walk::operator()(Kel::Entity& dest, Kel::Entity& src) { return keeps_ && impl_.counterparts.same(ec_, dest, src); }
@@ -120,7 +66,10 @@ bool Walk::attribute(Frame& f, Step const& s) {
       "bool Cli::Session::EntityCopy::doCopyAttr(const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const Kel::Entity>&, "
       "Kel::String, const Kel::Ptr<const Kel::KelAttr>&)";
   if (s.kind == Step::Kind::skipped) {
-    traceSkipped(s.attr);
+    WALK_TRACE(9, "attrCopiable") << (!s.attr.logging()    ? "Skipping non-logging attribute "
+                                      : s.attr.ctorParam() ? "Skipping constructor parameter "
+                                                           : "Skipping non-writable attribute ")
+                                  << s.attr.name();
     return false;
   }
   WALK_TRACE(2, operation) << "doCopyAttr: " << s.attr.name();
@@ -128,15 +77,13 @@ bool Walk::attribute(Frame& f, Step const& s) {
     case Step::Kind::value: return value(f, s);
     case Step::Kind::pointer: return pointer(f, s, nullptr);
     case Step::Kind::singleton: return singleton(f, s);
-    case Step::Kind::collection:
-    case Step::Kind::members: return collection(f, s);
+    case Step::Kind::collection: return collection(f, s);
     case Step::Kind::queue: return queue(f, s);
     default: break;
   }
-  if (s.attr.type()->isEntity())
-    WALK_TRACE(3, operation) << "Skipping non-copiable non-instantiating entity " << s.attr.name();
-  else
-    WALK_TRACE(3, operation) << "Unsupported attribute " << s.attr.name();
+  WALK_TRACE(3, operation) << (s.attr.type()->isEntity() ? "Skipping non-copiable non-instantiating entity "
+                                                         : "Unsupported attribute ")
+                           << s.attr.name();
   KEL_ASSERT_AS(false, "false", signature);
   return false;
 }
@@ -153,20 +100,11 @@ bool Walk::askWalkedThrough(Frame& f, Step const& s) {
   return f.walkedThrough;
 }
 
-bool Walk::askAboutType(Kel::KelType const& type, TypeAnswer& known) {
-  known = {&type, !guide_->walksThroughType(type.fullTypeName())};
-  return known.asks;
-}
-
-bool Walk::asks(Frame& f, Step const& s, Kel::Entity const& src) {
-  if (!guide_ || asksForType(*src.type())) return true;
-  return !walkedThrough(f, s) && !guide_->walksThrough(childPath(f.path(), s.attr, &src), false);
-}
-
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
-  Plan const& plan = s.childPlan(*dest.type(), *src.type());
-  if (!asks(f, s, src)) return descend(f, s, plan, dest, src, isNew);
-  Frame below(f, s, dest, src, plan);
+  if (guide_ && !asksForType(*src.type()) &&
+      (walkedThrough(f, s) || guide_->walksThrough(childPath(f.path(), s.attr, &src), false)))
+    return descend(f, s, dest, src, isNew);
+  Frame below(f, s, dest, src);
   WALK_TRACE(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);
   ForeignCode const foreign(*this, below);
@@ -174,24 +112,18 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
       ->handleEntity(EntityCopy::Ptr(&ec_), below.destPtr(), below.srcPtr(), below.path());
 }
 
-// Copies a child about which the handler need not be asked.
-bool Walk::descend(Frame& f, Step const& s, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
-  Kel::ChangedEntity const* changedBelow = nullptr;
-  // The members of a queue may pair up differently now.
-  if (!isNew && !s.attr.isQueue() && changed(f)) {
-    changedBelow = changes_.find(src);
-    if (!changedBelow) return false;
-    if (changedBelow->has(Kel::Change::whole)) changedBelow = nullptr;
-  }
-  bool const plainEqual = plan.plainEqual && plan.plainEqual(dest, src);
-  if (plainEqual && plan.further.empty()) return false;
+// Copies a child about which the handler need not be asked. The members of a queue may pair up differently since both
+// sides were equal, so they are walked in full.
+bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
+  Frame below(f, s, dest, src);
+  if (isNew)
+    below.newAt = impl_.generation;
+  else if (!s.attr.isQueue() && changed(f) && !(below.changed = changes_.find(src)))
+    return false;
   Depth const depth(impl_.depth);
-  Frame below(f, s, dest, src, plan);
-  if (isNew) below.newAt = impl_.generation;
-  below.changed = changedBelow;
   below.walkedThrough = true;
   below.askedAt = impl_.generation;
-  return further(below, plainEqual);
+  return attributes(below);
 }
 
 // --- Values ---
@@ -203,7 +135,7 @@ bool Walk::value(Frame& f, Step const& s) {
       [&] { return set(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
       [&] { s.access.copyValue(s.attr, f.dest, f.src); });
   if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) unsettle(f);
-  if ((traced_ || !s.supported) && !stopped()) checkValue(s.attr, *s.attr.type());
+  if ((traced_ || !s.typed) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
 
@@ -236,35 +168,29 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
 // --- Singletons ---
 
 bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params) {
-  if (s.typed && !traced_) {
-    if (!dest || dest->type() != src.type()) return true;
-    if (auto const paramsEqual = src.type()->paramsEqual()) return !paramsEqual(*dest, src);
-  }
+  if (s.typed && !traced_) return !dest || !s.alike(*dest, src);
   params = ParamList(new Kel::GenericIf::List);
   return constructorParams(Kel::Ptr<Kel::Entity const>(dest), Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
 }
 
-Walk::Created Walk::create(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {
-  auto const argumentList = [&] {
-    if (!params) {
-      params = ParamList(new Kel::GenericIf::List);
-      constructorParams(Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
-    }
-    return Kel::GenericIf::List::genericIf(params);
+bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {
+  Kel::Ptr<Kel::Entity const> const alive(&src);  // foreign code may delete it
+  auto const hook = [&] {
+    if (!params) constructorParams(alive, s.attr, params = ParamList(new Kel::GenericIf::List));
+    Box const arguments = Kel::GenericIf::List::genericIf(params);
+    return s.attr.isQueue() ? add(f, s, arguments) : set(f, s, m ? m->index() : nullptr, arguments);
   };
   Kel::U64 const generation = impl_.generation;
-  Created made;
-  auto const hook = [&] {
-    return s.attr.isQueue() ? add(f, s, argumentList()) : set(f, s, m ? m->index() : nullptr, argumentList());
-  };
-  made.differs = edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
-                      [&] { made.entity = s.access.createLike(s.attr, f.dest, src); });
-  made.isNew = generation == impl_.generation;
-  if (compare_) return made;
-  // A reactor may have deleted it.
-  if (!made.entity || !made.isNew) made.entity = held(f, s, m, src);
-  if (made.entity && s.typed && !s.alike(*made.entity, src)) unsettle(f);  // a NaN among the parameters
-  return made;
+  Kel::Entity* made = nullptr;
+  bool const differs = edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
+                            [&] { made = s.access.createLike(s.attr, f.dest, src); });
+  if (compare_) return differs;
+  bool const isNew = generation == impl_.generation;
+  if (!made || !isNew) made = held(f, s, m, src);  // foreign code may have deleted it
+  if (m) WALK_TRACE(3, "doCopyCollectionMember") << (made ? "Traversing child" : "No child, we're done");
+  if (!made) return differs;
+  if (s.typed && !s.alike(*made, src)) unsettle(f);  // a NaN among the parameters
+  return child(f, s, *made, src, isNew) || differs;
 }
 
 // The entity of the destination under the key of `src`; in a queue, the last one.
@@ -276,17 +202,17 @@ Kel::Entity* Walk::held(Frame& f, Step const& s, Member* m, Kel::Entity const& s
         destOwn.access().iterateAt(f.dest, destOwn.access().count(destOwn, f.dest) - 1, room);
     return last.nonNull() ? last.target() : nullptr;
   }
-  if (!s.attr.isCollection()) return destOwn.access().target(f.dest);
-  if (s.typed && (!m || m->at)) return s.access.findCounterpart(f.dest, src, m ? m->at->position() : 0);
-  return entityOf(genericIf(&f.dest)->attribute(destOwn.id(), m->index())).ptr();
+  if (s.typed && s.attr.isCollection() && (!m || m->at))
+    return s.access.findCounterpart(f.dest, src, m ? m->at->position() : 0);
+  return entityOf(genericIf(&f.dest)->attribute(destOwn.id(), m ? m->index() : nullptr)).ptr();
 }
 
 bool Walk::singleton(Frame& f, Step const& s) {
   static constexpr char const* operation = "doCopySingleton";
   WALK_TRACE(2, operation) << "doCopySingleton: " << s.attr.name();
   Kel::AttrAccess const& destAccess = destAttr(f, s).access();
-  Kel::Entity* const srcChild = s.access.target(f.src);
-  Kel::Entity* destChild = destAccess.target(f.dest);
+  Kel::Ptr<Kel::Entity const> const srcChild(s.access.target(f.src));  // held, because a reactor may delete it
+  Kel::Entity* const destChild = destAccess.target(f.dest);
   if (!srcChild) {
     if (!destChild) return false;
     WALK_TRACE(3, operation) << "Deleting dest child";
@@ -295,15 +221,10 @@ bool Walk::singleton(Frame& f, Step const& s) {
   WALK_TRACE(3, operation) << "Child is set";
   ParamList params;
   if (!paramsDiffer(s, destChild, *srcChild, params)) return child(f, s, *destChild, *srcChild);
-  Kel::Ptr<Kel::Entity const> const alive(srcChild);  // a reactor may delete it
-  bool differs = false;
-  if (destChild) {
-    differs |= del(f, s, nullptr);
-    if (stopped()) return differs;
-  }
+  bool const deleted = destChild && del(f, s, nullptr);
+  if (destChild && stopped()) return deleted;
   WALK_TRACE(3, operation) << "Re-creating entity";
-  Created const made = create(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest));
-  return (made.entity && child(f, s, *made.entity, *srcChild, made.isNew)) || made.differs || differs;
+  return make(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest)) || deleted;
 }
 
 }  // namespace Cli::Session

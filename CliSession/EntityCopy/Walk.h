@@ -36,17 +36,21 @@ class Walk final : private Kel::SameTarget {
   Walk(Walk const&) = delete;
   Walk& operator=(Walk const&) = delete;
 
-  // A member of a collection that is being copied. A box that is not given is made when it is first asked for.
+  // A member of a collection that is being copied.
   struct Member {
-    Kel::AttrIterator const* at = nullptr;  // on the source's member; null: all boxes are given
+    Kel::AttrIterator const* at = nullptr;  // on the source's member; null: it is given by boxes
     Kel::Entity* key = nullptr;             // the destination's key, where keys are pointers
     Box srcIndexBox, indexBox, srcMemberBox;
 
-    Box const& srcIndex();
-    Box const& index();
-    Box const& srcMember();
+    Box srcIndex() const { return at ? Box(at->key()) : srcIndexBox; }
+    Box index() const { return key ? Box(genericIf(key)) : indexBox ? indexBox : srcIndex(); }
+    Box srcMember() const { return at ? Box(at->obj(true)) : srcMemberBox; }
     // The source's member as an entity.
-    Kel::Ptr<Kel::Entity const> entity();
+    Kel::Ptr<Kel::Entity const> entity() const {
+      return at ? Kel::Ptr<Kel::Entity const>(at->target()) : entityConstOf(srcMemberBox);
+    }
+    // Before foreign code may delete the source's member.
+    void leaveSource() { *this = {nullptr, key, srcIndex(), indexBox, srcMember()}; }
   };
 
   // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
@@ -112,32 +116,41 @@ class Walk final : private Kel::SameTarget {
   // doCopyAttr without the filter.
   bool attribute(Frame& frame, Step const& step);
   // The filter: true if an attribute is known to be equal. It traces nothing.
-  bool equalInPlace(Frame& frame, Step const& step);
-  bool equalAlone(Step const& step, Kel::Entity& dest, Kel::Entity const& src);
+  bool equalInPlace(Frame& frame, Step const& step) {
+    Kel::ChangedEntity const* const here = changed(frame);
+    if (here && !here->concerns(step.attr)) return true;
+    bool const leaves = !here && step.dense && guide_ && walkedThrough(frame, step) && areLeaves(step);
+    return isEqual(step, frame.dest, frame.src, leaves);
+  }
+  // Owned entities are known to be equal if there are none, or if they are `leaves`, at the same positions.
+  bool isEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool leaves) {
+    if (leaves) return step.access.membersEqual(dest, src, step.usualPlan->plainEqual);
+    if (!step.typed || (step.withPointers && ec_.pendingAttrs() > 0)) return false;
+    return step.access.equalThrough(dest, src, *this);
+  }
   // Whether a pointer of the source's to `src` leads to `dest` already.
   bool operator()(Kel::Entity& dest, Kel::Entity& src) override;
   // `isNew`: the destination's child has just been made, so that all of it is walked, and no foreign code has run
   // since.
   bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
-  bool descend(Frame& frame, Step const& step, Plan const& plan, Kel::Entity& dest, Kel::Entity const& src,
-               bool isNew = false);
-  bool further(Frame& frame, bool plainEqual);
+  bool descend(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
   bool mayKeepChanges(Frame& frame);
   // What has changed at an entity since both sides were last equal; null if that is not known, or is everything. The
   // changes are complete until foreign code runs.
   Kel::ChangedEntity const* changed(Frame const& f) const {
-    return f.changed && changesAt_ == impl_.generation ? f.changed : nullptr;
+    bool const known = f.changed && changesAt_ == impl_.generation && !f.changed->has(Kel::Change::whole);
+    return known ? f.changed : nullptr;
   }
   // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
   // of its pointers has to wait. It counts as changed.
   void unsettle(Frame& frame) { unsettled_.push_back(frame.destPtr()); }
   Kel::U32 gatherChanged(Frame& frame, Step const& step, Kel::U32& position, Kel::AttrAccess::Pair* pairs,
                          Kel::U32 most);
-  // Whether the handler has to be asked about a child.
-  bool asks(Frame& frame, Step const& step, Kel::Entity const& src);
+  // Whether the handler has to be asked about entities of a type.
   bool asksForType(Kel::KelType const& type) {
     TypeAnswer& known = types_[(reinterpret_cast<std::uintptr_t>(&type) >> 6) % types_.size()];
-    return known.type == &type ? known.asks : askAboutType(type, known);
+    if (known.type != &type) known = {&type, !guide_->walksThroughType(type.fullTypeName())};
+    return known.asks;
   }
   // Whether the handler need not be asked about what an attribute leads to, but for types that it has to be asked
   // about.
@@ -146,20 +159,13 @@ class Walk final : private Kel::SameTarget {
     return known ? frame.walkedThrough : askWalkedThrough(frame, step);
   }
 
-  bool askAboutType(Kel::KelType const& type, TypeAnswer& known);
   bool askWalkedThrough(Frame& frame, Step const& step);
 
   // Sets a pointer to `target`, or the member `m` to the source's value.
   bool assign(Frame& frame, Step const& step, Member* m, Kel::Entity* target);
-  // An edit that makes an entity.
-  struct Created {
-    bool differs = false;
-    Kel::Entity* entity = nullptr;  // null in a comparison, and if foreign code has deleted it
-    bool isNew = false;             // no foreign code has run since
-  };
-  // Makes a member or singleton with the source's constructor parameters. `params` is the list of these, or null if
-  // there is none yet. `isFree`: the destination has nothing in its place.
-  Created create(Frame& frame, Step const& step, Member* m, Kel::Entity const& src, ParamList params, bool isFree);
+  // Makes a member or singleton with the source's constructor parameters, and copies what it has. `params` is the list
+  // of these, or null if there is none yet. `isFree`: the destination has nothing in its place.
+  bool make(Frame& frame, Step const& step, Member* m, Kel::Entity const& src, ParamList params, bool isFree);
   Kel::Entity* held(Frame& frame, Step const& step, Member* m, Kel::Entity const& src);
   bool paramsDiffer(Step const& step, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params);
   // `m` is null for a member that was found by its position.
@@ -168,16 +174,16 @@ class Walk final : private Kel::SameTarget {
   // The source's pointer keys, by the entities that they lead to in the destination. Made on first use.
   using KeyMap = std::optional<Kel::HashMap<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>>;
   bool deleteExtra(Frame& frame, Step const& step);
-  bool areLeaves(Step const& step);
-  // Whether both sides have the same leaves, at the same positions.
-  static bool leavesEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src) {
-    return step.access.membersEqual(dest, src, step.usualPlan().plainEqual);
-  }
   bool areShallow(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
-  bool copyPairs(Frame& frame, Step const& step, Kel::U32& position, bool deletionPassed);
-  // Copies the members from a position on. `deletionPassed`: the members that may not stay are deleted already.
-  bool copyMembers(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
+  // Whether dense members have plain attributes only, and the handler need not be asked about their type.
+  bool areLeaves(Step const& step) {
+    Plan const& usual = *step.usualPlan;
+    return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
+  }
+  // `deletionPassed`: the members that may not stay are deleted already.
+  bool copyPairs(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
+  bool copyMembers(Frame& frame, Step const& step);
   bool deleteMember(Frame& frame, Step const& step, Kel::AttrIterator const& at);
   bool stays(Frame& frame, Step const& step, Kel::AttrIterator const& at, KeyMap& keys);
   Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
@@ -197,9 +203,7 @@ class Walk final : private Kel::SameTarget {
   void defer(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
              Member* m, bool isKey, Kel::String8 const& destTarget);
 
-  bool sameInQueue(Step const& step, Kel::AttrIterator const& dest, Kel::AttrIterator const& src);
   bool appendValue(Frame& frame, Step const& step, Kel::AttrIterator const& src);
-  bool appendEntity(Frame& frame, Step const& step, Kel::Entity const& src);
 
   // Counts an edit. Answers false, and does nothing, if foreign code or a debug action has to see it.
   bool counts(Frame& frame, Step const& step, AttributeEditType type) {

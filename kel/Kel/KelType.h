@@ -290,8 +290,9 @@ class KEL_API KelType final : public PtrInterface {
   // "False"). Reads a value type from its strep. Raises RangeException, whose message says what was expected.
   Ptr<GenericIf> genericFromText(std::string_view text) const;
 
-  // For the framework and the copy engine. Whether the constructor parameters of two entities of exactly this type are
-  // equal; a new entity with the parameters of another one. Null if a parameter is a pointer.
+  // For the framework and the copy engine. Whether two entities of this type, or of types derived from it, have equal
+  // constructor parameters of this type; a new entity with the parameters of another one. Null if a parameter is a
+  // pointer.
   bool (*paramsEqual() const)(Entity const& a, Entity const& b) { return paramsEqual_; }
   Entity* (*createLike() const)(Entity const& like) { return createLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.

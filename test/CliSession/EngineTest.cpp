@@ -141,7 +141,7 @@ Kel::Ptr<T> bring(EntityPtr const& owner, char const* attribute, Kel::Ptr<T> con
   return member;
 }
 void bring(Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
-  bring(hall, "machine", Plant::robotFactory("r", "serial"))->armsIs(arms);
+  bring(hall, "machine", Plant::robotFactory("r", Kel::String8(std::to_string(arms))))->armsIs(arms);
 }
 
 // Wherever they are met: at the same positions or not, in a comparison that their deletion does not stop, and at the
@@ -175,7 +175,8 @@ TEST_F(Engine, MembersOfOtherTypesAreMadeAnew) {
     }
 }
 
-// Members of derived types are copied as what they are, where an attribute log has brought them; they are not made.
+// Members of derived types are copied as what they are, where an attribute log has brought them; they are not made. Of
+// their constructor parameters, those of the declared type are compared.
 TEST_F(Engine, MembersOfDerivedTypesAreNotTakenForOthers) {
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newMachine("a")->speedIs(hall == src);
   bring(src, 1);
