@@ -1,6 +1,8 @@
 #include "CliSession/EntityCopy/Plan.h"
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <mutex>
 
@@ -79,12 +81,15 @@ namespace {
 
 using Plans = std::map<std::pair<Kel::KelType const*, Kel::KelType const*>, Plan>;
 
-Plan const& planIn(Plans& plans, Kel::KelType const& dest, Kel::KelType const& src) {
-  auto const [found, isNew] = plans.try_emplace({&dest, &src}, dest, src);
+// A plan, and those of everything that it leads to. `made` takes the new ones.
+Plan const& planIn(Plans const& plans, Plans& made, Kel::KelType const& dest, Kel::KelType const& src) {
+  std::pair const types{&dest, &src};
+  if (auto const known = plans.find(types); known != plans.end()) return known->second;
+  auto const [found, isNew] = made.try_emplace(types, dest, src);
   Plan& plan = found->second;
   if (isNew)
     for (Step& step : plan.steps)
-      if (step.attr.instantiating()) step.usualPlan = &planIn(plans, *step.attr.type(), *step.attr.type());
+      if (step.attr.instantiating()) step.usualPlan = &planIn(plans, made, *step.attr.type(), *step.attr.type());
   return plan;
 }
 
@@ -93,8 +98,15 @@ Plan const& planIn(Plans& plans, Kel::KelType const& dest, Kel::KelType const& s
 Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
   static std::mutex mutex;
   static Plans& plans = *new Plans;
+  // Members of derived types are looked up one by one.
+  static thread_local std::array<Plan const*, 16> recent{};
+  Plan const*& known = recent[(reinterpret_cast<std::uintptr_t>(&dest) >> 6) % recent.size()];
+  if (known && &known->dest == &dest && &known->src == &src) return *known;
   std::lock_guard const lock(mutex);
-  return planIn(plans, dest, src);
+  Plans made;  // kept apart, so that running out of memory leaves no plan that is not linked
+  known = &planIn(plans, made, dest, src);
+  plans.merge(made);
+  return *known;
 }
 
 }  // namespace Cli::Session
