@@ -57,8 +57,6 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       reflexive(isReflexive(a.type())),
       withPointers(!a.instantiating() && (a.keyIsPtr() || a.isPtr())),
       number(steps.fetch_add(1, std::memory_order_relaxed)),
-      set(a.name(), destType.fullTypeName(), AttributeEditType::set_),
-      del(a.name(), destType.fullTypeName(), AttributeEditType::del_),
       paramsEqual_(a.isQueue() ? a.type()->furtherParamsEqual()
                    : a.type()  ? a.type()->paramsEqual()
                                : nullptr) {}

@@ -41,7 +41,6 @@ struct Step {
   Kel::U32 number;    // unique in the process, from 0
   // Attributes that own entities: the plan for the attribute's own type on both sides.
   Plan const* usualPlan = nullptr;
-  AttributeEdit const set, del;
 
  private:
   bool (*const paramsEqual_)(Kel::Entity const& dest, Kel::Entity const& src);

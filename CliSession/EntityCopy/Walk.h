@@ -210,7 +210,7 @@ class Walk final : private Kel::SameTarget {
     if (!log_) return true;
     std::size_t const at = 2 * std::size_t(step.number) + (type == AttributeEditType::del_ ? 1 : 0);
     bool const known = at < impl_.entries.size() && impl_.entries[at].generation == impl_.generation;
-    AttributeEditEntry* const entry = known ? impl_.entries[at].entry : findEntry(editOf(step, type), at);
+    AttributeEditEntry* const entry = known ? impl_.entries[at].entry : findEntry(editOf(frame, step, type), at);
     if (entry) entry->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
     return entry;
   }
@@ -218,7 +218,7 @@ class Walk final : private Kel::SameTarget {
   // An edit by its hook. `value()` boxes the value for foreign code that has to see it.
   template <class Value, class Write>
   bool editBoxed(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Write const& write) {
-    bool const differs = counts(frame, step, type) || record(frame, editOf(step, type), value());
+    bool const differs = counts(frame, step, type) || record(frame, editOf(frame, step, type), value());
     return compare_ ? differs : carryOut(frame, step, write);
   }
   bool record(Frame& frame, AttributeEdit const& edit, Box const& value);
@@ -235,8 +235,8 @@ class Walk final : private Kel::SameTarget {
   static Kel::KelAttr const& destAttr(Frame const& frame, Step const& step) {
     return step.destAttr ? *step.destAttr : destAttribute(frame.dest, step.attr);
   }
-  static AttributeEdit const& editOf(Step const& step, AttributeEditType type) {
-    return type == AttributeEditType::set_ ? step.set : step.del;
+  static AttributeEdit editOf(Frame const& frame, Step const& step, AttributeEditType type) {
+    return AttributeEdit(step.attr.name(), frame.plan.dest.fullTypeName(), type);
   }
 
   EntityCopy& ec_;
