@@ -82,12 +82,14 @@ void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::Str
   recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, value);
 }
 
-bool Walk::record(Frame& f, AttributeEdit const& edit, Box const& value) {
+bool Walk::record(Frame& f, Step const& s, AttributeEditType type, Box const& value) {
   ForeignCode const foreign(*this, f);
+  AttributeEdit const edit(s.attr.name(), f.dest.type()->fullTypeName(), type);
   return recordEdit(ec_, edit, f.dest.fullName(), value);
 }
 
-AttributeEditEntry* Walk::findEntry(AttributeEdit const& edit, std::size_t at) {
+AttributeEditEntry* Walk::findEntry(Frame const& f, Step const& s, AttributeEditType type, std::size_t at) {
+  AttributeEdit const edit(s.attr.name(), f.dest.type()->fullTypeName(), type);
   bool const seen = traced_ || log_->hasReactors() || (checker_ && checker_->concerns(edit)) || isDebugged(*log_, edit);
   AttributeEditEntry* const entry = seen ? nullptr : log_->attributeEditEntryIs(edit).ptr();
   if (at >= impl_.entries.size()) impl_.entries.resize(2 * std::size_t(stepCount()));

@@ -210,18 +210,18 @@ class Walk final : private Kel::SameTarget {
     if (!log_) return true;
     std::size_t const at = 2 * std::size_t(step.number) + (type == AttributeEditType::del_ ? 1 : 0);
     bool const known = at < impl_.entries.size() && impl_.entries[at].generation == impl_.generation;
-    AttributeEditEntry* const entry = known ? impl_.entries[at].entry : findEntry(editOf(frame, step, type), at);
+    AttributeEditEntry* const entry = known ? impl_.entries[at].entry : findEntry(frame, step, type, at);
     if (entry) entry->pathCounterCounterInc(frame.logPath(ec_, impl_.generation));
     return entry;
   }
-  AttributeEditEntry* findEntry(AttributeEdit const& edit, std::size_t at);
+  AttributeEditEntry* findEntry(Frame const& frame, Step const& step, AttributeEditType type, std::size_t at);
   // An edit by its hook. `value()` boxes the value for foreign code that has to see it.
   template <class Value, class Write>
   bool editBoxed(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Write const& write) {
-    bool const differs = counts(frame, step, type) || record(frame, editOf(frame, step, type), value());
+    bool const differs = counts(frame, step, type) || record(frame, step, type, value());
     return compare_ ? differs : carryOut(frame, step, write);
   }
-  bool record(Frame& frame, AttributeEdit const& edit, Box const& value);
+  bool record(Frame& frame, Step const& step, AttributeEditType type, Box const& value);
   // Calls `write`, which changes the destination, unless this is a comparison.
   template <class Write>
   bool carryOut(Frame& frame, Step const& step, Write const& write) {
@@ -234,9 +234,6 @@ class Walk final : private Kel::SameTarget {
   // The destination's attribute. Raises UnknownAttrException where there is none.
   static Kel::KelAttr const& destAttr(Frame const& frame, Step const& step) {
     return step.destAttr ? *step.destAttr : destAttribute(frame.dest, step.attr);
-  }
-  static AttributeEdit editOf(Frame const& frame, Step const& step, AttributeEditType type) {
-    return AttributeEdit(step.attr.name(), frame.plan.dest.fullTypeName(), type);
   }
 
   EntityCopy& ec_;
