@@ -148,14 +148,22 @@ bool EntityCopyGlobalSessionHandler::walksThroughType(Kel::String typeName) cons
   return !handlerTable() || !handlerTable()->typeSpecificHandlers(typeName);
 }
 
+namespace {
+
+// The highest entity below `top`, at or above `e`, whose path has a recorded prefix; null if there is none. Session
+// roots are near the top.
+Kel::Entity const* highestInternal(Zuk::PathTrie const& roots, Kel::Entity const& top, Kel::Entity const& e) {
+  if (&e == &top) return nullptr;
+  Kel::Entity const* const above = highestInternal(roots, top, *e.parent());
+  return above || !roots.hasPrefix(pathBelow(&top, e)) ? above : &e;
+}
+
+}  // namespace
+
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
-  Kel::Ptr<Kel::Entity const> highest;
-  // A path has every recorded prefix that a path above it has. The empty path has none.
-  Kel::Entity const* e = target.ptr();
-  for (; sessionStatus()->rootTrie()->hasPrefix(pathBelow(ec->src().ptr(), *e)); e = e->parent())
-    highest = Kel::Ptr<Kel::Entity const>(e);
-  return highest;
+  if (!ec->src() || !isBelow(*target, *ec->src())) return nullptr;
+  return Kel::Ptr<Kel::Entity const>(highestInternal(*sessionStatus()->rootTrie(), *ec->src(), *target));
 }
 
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::ground() const {
