@@ -1,9 +1,7 @@
 // Counterparts in two trees, and what has changed in either since both were equal.
 #include "Kel/TreePair.h"
 
-#include <gtest/gtest.h>
-
-#include "kel_test/Gadgets.h"
+#include "Support.h"
 
 namespace Gadgets {
 namespace {
