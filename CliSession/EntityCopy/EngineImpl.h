@@ -32,8 +32,8 @@ class EntityCopy::Impl {
   std::vector<CountedEntry> entries;
 
   // An index of the waiting pointers, by what they will set: the destination, its attribute and, for a member, the key
-  // in the source (the entity, or the text of a value). It may have records that no longer wait, until the run
-  // ends. `tree` is the root of the tree that the destination was in; it is compared, never dereferenced.
+  // in the source (the entity, or the text of a value). It may have records that no longer wait, until the run ends.
+  // `tree` is the root of the tree that the destination was in; it is compared, never dereferenced.
   using PendingKey = std::tuple<Kel::Entity const*, Kel::KelAttr const*, Kel::Entity const*, Kel::String8>;
   struct Pending {
     Kel::Ptr<AttributeCopy> record;

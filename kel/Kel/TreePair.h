@@ -43,9 +43,9 @@ struct ChangedEntity {
   bool has(Change least) const { return change >= static_cast<U8>(least); }
   // Whether an attribute, or what it owns, may have changed.
   bool concerns(KelAttr const& attr) const {
+    if (has(attr.instantiating() ? Change::members : Change::content)) return true;
     auto const first = owned.lower_bound({attr.id(), 0, nullptr});
-    return has(attr.instantiating() ? Change::members : Change::content) ||
-           (first != owned.end() && first->attr == attr.id());
+    return first != owned.end() && first->attr == attr.id();
   }
 };
 

@@ -67,6 +67,8 @@ TEST_F(TreePair, ChangesOfEitherTreeAreThoseOfTheFirst) {
 TEST_F(TreePair, WhatOneTreeLacksIsAChangeOfItsOwner) {
   ChangedEntity const* const extra = noted(owner, [&] { other->newParts("extra")->newParts("inner"); });
   EXPECT_TRUE(extra && extra->has(Change::members) && extra->owned.empty());
+  ChangedEntity const* const changedExtra = noted(owner, [&] { other->parts("extra")->weightIs(5); });
+  EXPECT_TRUE(changedExtra && changedExtra->has(Change::members)) << "it was there before";
   ChangedEntity const* const lost = noted(owner, [&] { other->partDel(); });
   EXPECT_TRUE(lost && lost->has(Change::members));
   ChangedEntity const* const above = noted(owner, [&] {
