@@ -2,6 +2,7 @@
 #define KEL_SOURCE_NAME "CliSession"
 #include "CliSession/CliSession.h"
 
+#include <algorithm>
 #include <functional>
 #include <iostream>
 #include <optional>
@@ -33,8 +34,9 @@ namespace {
 
 // The components of a session root's path.
 std::vector<Kel::Name> components(Kel::String const& path) {
-  std::vector<Kel::Name> names;
   std::string_view rest = path;
+  std::vector<Kel::Name> names;
+  names.reserve(static_cast<std::size_t>(std::count(rest.begin(), rest.end(), '/')) + 1);
   for (;;) {
     std::size_t const end = rest.find('/');
     names.emplace_back(rest.substr(0, end));
@@ -81,6 +83,8 @@ class RootSkeleton {
                               Kel::String("no entity type '") + typeName_ + "' that can be made from a name");
   }
 
+  Kel::String const& path() const { return path_; }
+  // To be called once.
   void make() {
     for (std::size_t i = 0; i + 1 < names_.size(); ++i) descend(names_[i]);
     if (src_) checkSource(names_.back());
@@ -139,11 +143,15 @@ class RootSkeleton {
     KEL_TRACE_AS(5, operation) << "e type: " << made->type()->fullTypeName();
   }
 
-  Kel::String const path_, typeName_;
-  std::vector<Kel::Name> const names_;
-  Kel::Ptr<Kel::Dir> const givenSrc_;
+  Kel::String path_, typeName_;
+  std::vector<Kel::Name> names_;
+  Kel::Ptr<Kel::Dir> givenSrc_;
   Kel::Ptr<Kel::Dir> src_, dest_;  // how far the path has been walked
 };
+
+void traceCreation(Status const& status, Kel::String const& path) {
+  KEL_TRACE_AS(8, RootSkeleton::operation) << RootSkeleton::signature << status.name() << " path: " << path;
+}
 
 }  // namespace
 
@@ -155,7 +163,7 @@ void Status::doCreateSessionRoots(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::D
 }
 
 void Status::doCreateSessionRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String path) {
-  KEL_TRACE(8) << RootSkeleton::signature << name() << " path: " << path;
+  traceCreation(*this, path);
   RootSkeleton(src, dest, path, rootType(*this, path)).make();
 }
 
@@ -223,22 +231,27 @@ class VanishedRoots {
  public:
   VanishedRoots(Status& status, Kel::Dir const& src) : status_(status), src_(src) {}
 
-  // Raises an exception if any root cannot be made in `dest`; changes nothing.
-  void check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest) const {
+  // For each root, the skeletons for both destinations. Raises an exception if any cannot be made; changes nothing.
+  std::vector<RootSkeleton> check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest,
+                                  Kel::Ptr<Kel::Dir> const& otherDest) {
+    std::vector<RootSkeleton> skeletons;
     for (auto it = status_.rootIterator(); it; ++it) {
+      Kel::String const path = it.key();
       try {
-        checkRoot(src, dest, it.key());
+        Kel::String const type = typeOf(path);
+        for (auto const& into : {dest, otherDest}) skeletons.emplace_back(src, into, path, type, goesFirst());
+        checkAbove(path, type);
       } catch (...) {
-        KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(it.key());
+        KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(path);
         throw;
       }
+      if (!src_.entity(path)) vanished_.push_back(path);
     }
+    return skeletons;
   }
   // Deletes all before any is made, because one may lie in another.
   void deleteFrom(Kel::Dir& dest) {
-    for (auto it = status_.rootIterator(); it; ++it) {
-      Kel::String const path = it.key();
-      if (src_.entity(path)) continue;
+    for (Kel::String const& path : vanished_) {
       std::vector<Kel::Name> const names = components(path);
       Kel::Dir* at = &dest;
       for (std::size_t i = 0; at && i + 1 < names.size(); ++i)
@@ -250,16 +263,16 @@ class VanishedRoots {
 
  private:
   Kel::String typeOf(Kel::String const& path) const { return rootType(status_, path); }
-  void checkRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path) const {
-    Kel::String const& dirType = Kel::Dir::_fwkType()->fullTypeName();
-    auto const goesFirst = [&](Kel::String const& above) {
-      return status_.rootHas(above) && typeOf(above) == dirType && !src_.entity(above);
+  GoesFirst goesFirst() const {
+    return [this](Kel::String const& above) {
+      return status_.rootHas(above) && typeOf(above) == Kel::Dir::_fwkType()->fullTypeName() && !src_.entity(above);
     };
-    Kel::String const type = typeOf(path);
-    RootSkeleton const canBeMade(src, dest, path, type, goesFirst);
+  }
+  // The roots above a root must be directories.
+  void checkAbove(Kel::String const& path, Kel::String const& type) const {
     for (std::size_t end = path.view().find('/'); end != std::string_view::npos; end = path.view().find('/', end + 1)) {
       Kel::String const above = path.view().substr(0, end);
-      if (status_.rootHas(above) && typeOf(above) != dirType)
+      if (status_.rootHas(above) && typeOf(above) != Kel::Dir::_fwkType()->fullTypeName())
         Kel::throwTypeException(
             Kel::String("session root '") + path + "' of type " + type,
             Kel::String("session root '") + above + "' is a " + typeOf(above) + ", not a directory");
@@ -306,6 +319,7 @@ class VanishedRoots {
 
   Status& status_;
   Kel::Dir const& src_;
+  std::vector<Kel::String> vanished_;
   std::optional<std::unordered_set<std::string_view>> ways_;  // the directories above roots; made on demand
   std::vector<Kel::String> rootPaths_;                        // the texts behind `ways_`
 };
@@ -315,13 +329,21 @@ void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
   Kel::Ptr<Kel::Dir const> const readOnlySrc = src;
   VanishedRoots vanished(status, *readOnlySrc);
-  for (auto const& dest : {session, ancestor}) vanished.check(src, dest);
+  std::vector<RootSkeleton> skeletons = vanished.check(src, session, ancestor);
   for (auto const& dest : {session, ancestor}) vanished.deleteFrom(*dest);
+  auto next = skeletons.begin();
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
     KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(path);
-    status.doCreateSessionRoot(src, session, path);
-    status.doCreateSessionRoot(src, ancestor, path);
+    bool const isChecked = next != skeletons.end() && next->path() == path;  // else a reactor has changed the roots
+    for (auto const& dest : {session, ancestor}) {
+      if (!isChecked) {
+        status.doCreateSessionRoot(src, dest, path);
+        continue;
+      }
+      traceCreation(status, path);
+      next++->make();
+    }
     if (Kel::Ptr<Kel::Entity const> const srcRoot = readOnlySrc->entity(path)) ec.srcCopyRootIs(srcRoot, true);
   }
 }

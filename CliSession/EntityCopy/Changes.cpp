@@ -51,6 +51,7 @@ Kel::EqualTrees lastEqual(Roots const& roots) {
 bool Walk::mayKeepChanges(Frame& f) {
   if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   if (!guide_->walksThrough(f.path(), true)) return false;
+  if (guide_->walksThroughType("")) return true;
   std::vector<Kel::KelType const*> reached{&f.plan.src};
   auto const reach = [&](Kel::KelType const* type) {
     if (std::find(reached.begin(), reached.end(), type) == reached.end()) reached.push_back(type);

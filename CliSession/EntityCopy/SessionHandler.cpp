@@ -145,7 +145,9 @@ bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) 
 }
 
 bool EntityCopyGlobalSessionHandler::walksThroughType(Kel::String typeName) const {
-  return !handlerTable() || !handlerTable()->typeSpecificHandlers(typeName);
+  if (!handlerTable()) return true;
+  return typeName.empty() ? handlerTable()->typeSpecificHandlerss() == 0
+                          : !handlerTable()->typeSpecificHandlers(typeName);
 }
 
 namespace {
