@@ -53,9 +53,10 @@ void EntityCopy::handleCopyRoots() {
       Kel::Ptr<Kel::Entity const> const srcRoot = it.key();
       KEL_TRACE(1) << "srcCopyRoot: " << srcRoot;
       KEL_ASSERT_TEXT(srcRoot && !pathBelow(src().ptr(), *srcRoot).empty(), "destFullName");
-      Kel::String8 const destFullName = dest()->fullName() + srcRoot->pathFrom(src().ptr());
-      KEL_TRACE(1) << "Root in dest: " << destFullName;
-      Kel::Ptr<Kel::Entity> const destRoot = targetInTree(*this, *dest(), destFullName, srcRoot.ptr());
+      auto const destFullName = [&] { return dest()->fullName() + srcRoot->pathFrom(src().ptr()); };
+      KEL_TRACE(1) << "Root in dest: " << destFullName();
+      Kel::Ptr<Kel::Entity> destRoot(counterpartByPosition(*this, *srcRoot));
+      if (!destRoot) destRoot = entityInTree(*dest(), destFullName());
       KEL_ASSERT(destRoot);
       handlerForRun(*this)->handleEntity(self, destRoot, srcRoot, "");
       if (stop()) return;
