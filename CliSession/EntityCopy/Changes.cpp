@@ -2,49 +2,10 @@
 // what counts as a change, and for the proof.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
-#include <map>
-#include <mutex>
-#include <tuple>
 
 #include "CliSession/EntityCopy/Walk.h"
 
 namespace Cli::Session {
-
-namespace {
-
-// A copy root and its counterpart, and what the handler's answers and the targets of pointers depend on besides: the
-// ends of the copy, and the journal of EntityCopyGlobalSessionHandler::ground with its position. Nothing is
-// dereferenced.
-using Roots =
-    std::tuple<Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::Entity const*, Kel::U64, Kel::U64>;
-
-// When roots were equal. One for the process; a thread may use it for its own trees.
-struct Memory {
-  static constexpr std::size_t most = 4096;  // pairs; then all are forgotten
-  std::mutex mutex;
-  std::map<Roots, Kel::EqualTrees> equal;
-};
-
-Memory& memory() {
-  static Memory& the = *new Memory;
-  return the;
-}
-
-void rememberEqual(Roots const& roots, Kel::EqualTrees const& at) {
-  Memory& all = memory();
-  std::lock_guard const lock(all.mutex);
-  if (all.equal.size() >= Memory::most) all.equal.clear();
-  all.equal.insert_or_assign(roots, at);
-}
-
-Kel::EqualTrees lastEqual(Roots const& roots) {
-  Memory& all = memory();
-  std::lock_guard const lock(all.mutex);
-  auto const found = all.equal.find(roots);
-  return found == all.equal.end() ? Kel::EqualTrees() : found->second;
-}
-
-}  // namespace
 
 // Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped. The
 // handler is asked about all types that the root's type refers to, and about those that are derived from these.
@@ -72,10 +33,12 @@ bool Walk::root(Frame& f) {
   if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
   if (!ground) return attributes(f);
   Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(*ground);
-  Roots const roots{&f.dest, &f.src, ec_.dest().ptr(), ec_.src().ptr(), journal.id(), journal.end()};
+  // What the handler's answers and the targets of pointers depend on, besides the two trees.
+  Kel::EqualTrees::Context const context{ec_.dest().ptr(), ec_.src().ptr(), journal.id(), journal.end()};
   Kel::U64 const begun = impl_.generation;
   bool const compared = compare_;
-  if (ec_.pendingAttrs() == 0 && lastEqual(roots).addChanges(f.src, f.dest, changes_)) {
+  if (ec_.pendingAttrs() == 0 &&
+      Kel::EqualTrees::remembered(f.src, f.dest, context).addChanges(f.src, f.dest, changes_)) {
     changesAt_ = begun;
     f.changed = changes_.find(f.src);
   }
@@ -89,7 +52,7 @@ bool Walk::root(Frame& f) {
     equal = Kel::EqualTrees(f.src, f.dest);
   else if (compared || compare_ || !mayKeepChanges(f))
     return any;
-  rememberEqual(roots, equal);
+  equal.remember(f.src, f.dest, context);
   for (Kel::Ptr<Kel::Entity> const& e : unsettled_) e->mark(Kel::Change::members);
   return any;
 }

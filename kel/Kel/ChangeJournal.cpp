@@ -146,6 +146,7 @@ void ChangeJournal::forget() noexcept {
   base_ = position() + 1;
   next_ = roomEnd_ = nullptr;
   departures_.clear();
+  equalTrees_.reset();
   wanted_ = false;
 }
 

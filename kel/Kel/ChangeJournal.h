@@ -24,6 +24,7 @@
 // another one also sees the epochs that the other one saw.
 #pragma once
 
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -87,6 +88,7 @@ class KEL_API ChangeJournal {
  private:
   friend class Entity;
   friend class Dismantling;
+  friend class EqualTrees;
   struct Epochs;
   struct Departure {
     Entity const* entity;
@@ -121,6 +123,7 @@ class KEL_API ChangeJournal {
   U64* next_ = nullptr;                // behind the last entry; null until there is one
   U64* roomEnd_ = nullptr;             // null as long as `next_` is
   std::vector<Departure> departures_;  // not settled yet
+  std::shared_ptr<void> equalTrees_;   // what EqualTrees::remember keeps; null: nothing
 };
 
 }  // namespace Kel

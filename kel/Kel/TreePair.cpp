@@ -83,4 +83,22 @@ bool EqualTrees::addChanges(Entity const& root, Entity const& other, ChangedEnti
   return true;
 }
 
+void EqualTrees::remember(Entity const& root, Entity const& other, Context const& context) const {
+  ChangeJournal* const journal = ChangeJournal::of(other);
+  if (!journal) return;  // they were never equal
+  std::shared_ptr<void>& kept = journal->equalTrees_;
+  if (!kept) kept = std::make_shared<Remembered>();
+  auto& times = *static_cast<Remembered*>(kept.get());
+  if (times.size() >= maxRemembered) times.clear();
+  times.insert_or_assign({&root, context}, *this);
+}
+
+EqualTrees EqualTrees::remembered(Entity const& root, Entity const& other, Context const& context) {
+  ChangeJournal const* const journal = ChangeJournal::of(other);
+  if (!journal || !journal->equalTrees_) return {};
+  auto const& times = *static_cast<Remembered const*>(journal->equalTrees_.get());
+  auto const found = times.find({&root, context});
+  return found == times.end() ? EqualTrees() : found->second;
+}
+
 }  // namespace Kel

@@ -2,6 +2,7 @@
 // changed in either tree since both were equal.
 #pragma once
 
+#include <map>
 #include <set>
 #include <tuple>
 #include <unordered_map>
@@ -80,7 +81,17 @@ class KEL_API EqualTrees {
   // pointer may have held it. Cost: sorts the changes; a look-up for each entity and owner.
   bool addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const;
 
+  // Remembers this time with the journal of `other`, for a context: whatever else it depends on that the two are equal.
+  // With more than `maxRemembered` times, a journal forgets those that it has. REQUIRES: this was made for the two.
+  using Context = std::tuple<Entity const*, Entity const*, U64, U64>;  // never dereferenced
+  static constexpr std::size_t maxRemembered = 4096;
+  void remember(Entity const& root, Entity const& other, Context const& context) const;
+  // The time that was remembered last for the same two and the same context. If there is none: they were never equal.
+  static EqualTrees remembered(Entity const& root, Entity const& other, Context const& context);
+
  private:
+  using Remembered = std::map<std::pair<Entity const*, Context>, EqualTrees>;
+
   U64 rootJournal_ = 0, otherJournal_ = 0, root_ = 0, other_ = 0, heldDepartures_ = 0;
 };
 
