@@ -46,6 +46,19 @@ Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const
   return root->entity(fullName);
 }
 
+void drainPostCopies(EntityCopy& ec, EntityCopyGlobalSessionHandler& handler) {
+  if (handler.postAttributeCopys() == 0) return;
+  while (handler.postAttributeCopys() > 0) {
+    // Taken first, because the record drops its pointers when it leaves the queue.
+    Kel::Ptr<PostCopyAttribute> const front = handler.postAttributeCopyIterator().value();
+    Kel::Ptr<Kel::Entity> const dest = front->dest();
+    Kel::Ptr<Kel::Entity const> const src = front->src();
+    handler.postAttributeCopyDeq();
+    ec.doCopyAttrByName(dest, src, front->path(), front->attrName());
+  }
+  if (ec.pendingAttrs() > 0) ec.doCopyPendingAttrs(false);
+}
+
 bool operator>=(EntityPath const& a, EntityPath const& b) { return a.value().chars() <= b.value().chars(); }
 bool operator<=(EntityPath const& a, EntityPath const& b) { return a.value().chars() >= b.value().chars(); }
 bool operator>(EntityPath const& a, EntityPath const& b) { return !(a <= b); }
