@@ -25,6 +25,21 @@ TEST_F(Session, IsFilledTwice) {
   }
 }
 
+TEST_F(Session, MakesTheRootsThatAReactorHasChanged) {
+  world.src->newEntity("Plant::Hall", "lobby");
+  // Both roots are checked by then, and the first one is made.
+  Reactor const changesRoots(session, [&] {
+    status->rootDel("sys/annex");
+    world.rootIs("lobby", "Plant::Hall");
+  });
+  EXPECT_TRUE(replace(world.src));
+  for (Kel::Dir::Ptr const& dir : {session, ancestor}) {
+    EXPECT_TRUE(World::hall(dir));
+    EXPECT_TRUE(World::hall(dir, "lobby"));
+    EXPECT_FALSE(dir->entry("sys"));
+  }
+}
+
 TEST_F(Session, RefusalsSayWhy) {
   std::string const signature =
       "CliSession/8 bool Cli::Session::Status::doReplaceConfig(const Kel::Ptr<Kel::Dir>&, Kel::String) for ";
