@@ -1,6 +1,5 @@
 // What a walk may skip: two roots that were equal differ only in what has changed since. See docs/copy-engine.md for
 // what counts as a change, and for the proof.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
 
 #include "CliSession/EntityCopy/Walk.h"

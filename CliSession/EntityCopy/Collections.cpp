@@ -1,12 +1,7 @@
 // Keyed collections.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
 
 #include "CliSession/EntityCopy/Walk.h"
-#include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 

@@ -1,12 +1,8 @@
 // Edits: debug actions, the bypass, and the log.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
 
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 

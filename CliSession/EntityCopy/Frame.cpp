@@ -1,4 +1,3 @@
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Frame.h"
 
 #include "CliSession/EntityCopyUtils.h"

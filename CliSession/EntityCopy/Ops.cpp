@@ -1,10 +1,6 @@
 // The operations that are called by name: each begins a walk with its arguments.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 

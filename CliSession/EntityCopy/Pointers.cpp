@@ -1,9 +1,5 @@
 // Pointers, and where they lead.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 

@@ -1,12 +1,8 @@
 // Pointers that wait for their targets.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
 
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 

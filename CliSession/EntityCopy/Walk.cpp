@@ -1,11 +1,5 @@
 // The walk itself, values and pointers that are set, singletons, children.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
-
-#include "CliSession/EntityCopyCompare.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 

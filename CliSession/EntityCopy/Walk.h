@@ -8,6 +8,8 @@
 // on references, and keeps what it has looked up. A `ForeignCode` object guards each call.
 #pragma once
 
+// The module and the trace handle of all files that include this one. Before the framework's headers.
+#define KEL_SOURCE_NAME "EntityCopy"
 #include <array>
 #include <optional>
 
@@ -15,12 +17,12 @@
 #include "CliSession/EntityCopy/Frame.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "Kel/HashMap.h"
+#include "Kel/Trace.h"
+
+KEL_TRACE_MODULE("EntityCopy")
 
 // A trace of the walk, under the name of an operation. If `traced_` is false, it costs one test.
-#define WALK_TRACE(level, operation)     \
-  !(traced_ && KEL_TRACE_ENABLED(level)) \
-      ? static_cast<void>(0)             \
-      : ::Kel::TraceVoid() & ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, operation).stream()
+#define WALK_TRACE(level, operation) !traced_ ? static_cast<void>(0) : KEL_TRACE_AS(level, operation)
 
 namespace Cli::Session {
 
