@@ -65,7 +65,7 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
   for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
     if (!attr->copiable()) continue;
     KEL_TRACE_AS(7, operation) << "copy " << attr->name();
-    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(attr));
+    ec.doCopyAttr(dying, entry.defaultEnt(), path, attr);
     if (ec.stop()) break;
   }
   Kel::U32 const after = log.attributeEditEntrys();

@@ -152,7 +152,7 @@ bool Walk::copyMembers(Frame& f, Step const& s) {
         WALK_TRACE(3, operation) << "Key is NULL";
         continue;
       }
-      m.key = resolve(f, s, f.srcPtr(), *m.key, &m, true);
+      m.key = resolve(f, s, &f.src, *m.key, &m, true);
       if (!m.key) continue;
     }
     differs |= member(f, s, m);

@@ -34,7 +34,7 @@ bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity co
   Kel::Entity const *d = &dest, *s = &src;
   for (; d && s && s != known && d != ec.dest().ptr() && s != ec.src().ptr(); d = d->parent(), s = s->parent())
     // A copy root is never made anew, and may be of another type.
-    if (!madeAlike(*d, *s)) return ec.srcCopyRootHas(Kel::Ptr<Kel::Entity const>(s));
+    if (!madeAlike(*d, *s)) return ec.srcCopyRootHas(s);
   return true;
 }
 
@@ -42,8 +42,8 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
                                    Kel::Entity const* srcTarget) {
   auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->fullName() == fullName; };
   Kel::Entity* const exact = srcTarget ? counterpartByPosition(ec, *srcTarget) : nullptr;
-  if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
-  if (fits(srcTarget)) return Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(srcTarget));
+  if (fits(exact)) return exact;
+  if (fits(srcTarget)) return const_cast<Kel::Entity*>(srcTarget);
   return entityInTree(member, fullName);
 }
 
@@ -60,8 +60,7 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTa
   auto owner = owners_.find(top);
   while (owner == owners_.end() && (top = top->parent())) owner = owners_.find(top);
   if (!top) {
-    Kel::Ptr<Kel::Entity const> const target(&srcTarget);
-    auto const root = ec.handler()->decidesAs()->counterpartRoot(EntityCopy::Ptr(&ec), target);
+    auto const root = ec.handler()->decidesAs()->counterpartRoot(&ec, &srcTarget);
     if (!root) return {nullptr, true, {}};
     Kel::Entity* const at = counterpartByPosition(ec, *root);
     if (!at || !keepsIdentity(ec, *at, *root)) return {};

@@ -55,7 +55,7 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
   if (log) takeDebugAction(*log, edit, relative);
   auto const checker = ec.attributeEditBypassChecker();
-  if (checker && checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
+  if (checker && checker->bypassAttributeEditLog(&ec, edit, path, value)) {
     KEL_TRACE_AS(5, operation) << "Skipped";
     return false;
   }

@@ -40,7 +40,7 @@ bool EntityCopy::stop() const {
 bool EntityCopy::doCopyEntity(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path) {
   KEL_TRACE(1) << "doCopyEntity: " << path;
   Depth const depth(Impl::of(*this).depth);
-  return Kel::validPtr(handler())->handleEntity(Ptr(this), dest, src, path);
+  return Kel::validPtr(handler())->handleEntity(this, dest, src, path);
 }
 
 bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, GifConst const& src, AttrPtr const& attr,
@@ -51,7 +51,7 @@ bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, GifConst con
   Kel::String8 const below = childPath(path, *attr, srcEntity.ptr());
   KEL_TRACE_AS(1, "chPath") << "Path changed from " << path << " to " << below;
   Depth const depth(Impl::of(*this).depth);
-  return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, below);
+  return Kel::validPtr(handler())->handleEntity(this, destEntity, srcEntity, below);
 }
 
 bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst const& srcEntity, Kel::String path,
@@ -87,7 +87,7 @@ bool EntityCopy::doCopyAttrByName(EntityPtr const& dest, EntityPtrConst const& s
   KEL_TRACE(2) << "doCopyAttrByName: " << attrName;
   Kel::KelAttr const* attrIdx = Kel::validPtr(src)->type()->findAttr(attrName);
   KEL_ASSERT(attrIdx);
-  return doCopyAttr(dest, src, path, AttrPtr(attrIdx));
+  return doCopyAttr(dest, src, path, attrIdx);
 }
 
 bool EntityCopy::doCopyAttr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
@@ -134,8 +134,7 @@ EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const
   // The pointer is either the key or the member.
   bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
   Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
-  EntityPtrConst const from = src ? src : EntityPtrConst(dest);
-  return EntityPtr(walkOne<&Walk::resolve>(*this, dest, from, path, attr, src, *srcTarget, &m, isKey));
+  return walkOne<&Walk::resolve>(*this, dest, src ? src : dest, path, attr, src, *srcTarget, &m, isKey);
 }
 
 // --- The hooks ---

@@ -22,7 +22,7 @@ bool Walk::pointer(Frame& f, Step const& s, Member* m) {
   auto const srcTarget = m ? m->entity() : Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
   Kel::Entity* target = nullptr;
   if (srcTarget) {
-    target = resolve(f, s, f.srcPtr(), *srcTarget, m, false);
+    target = resolve(f, s, &f.src, *srcTarget, m, false);
     if (!target) return false;
   } else {
     WALK_TRACE(3, operation) << "Target is not set";
@@ -40,7 +40,7 @@ PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer
     if (m) m->leaveSource();
     guard.emplace(*this, f);
   }
-  return handler->resolveEntityPtr(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(&srcTarget));
+  return handler->resolveEntityPtr(&ec_, &srcTarget);
 }
 
 // The source's key that leads to `destKey`, or null.

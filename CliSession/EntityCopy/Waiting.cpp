@@ -63,7 +63,7 @@ std::vector<Kel::Ptr<AttributeCopy>> Walk::waitingMembers(Frame const& f, Step c
 
 void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
                  Member* m, bool isKey, Kel::String8 const& destTarget) {
-  Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&s.attr), f.destPtr(), f.path());
+  Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(&s.attr, &f.dest, f.path());
   record->srcIs(owner);
   record->srcMemberIs(m ? m->srcMember() : Index(genericIf(&srcTarget)));
   if (m) record->srcIndexIs(m->srcIndex());

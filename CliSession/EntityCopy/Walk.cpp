@@ -87,7 +87,7 @@ bool Walk::attribute(Frame& f, Step const& s) {
 bool Walk::askWalkedThrough(Frame& f, Step const& s) {
   bool const askedBefore = f.askedAt == impl_.generation;  // then it is not so for all attributes
   bool const allOfIt =
-      !askedBefore && ((f.up() && walkedThrough(*f.up(), f.through())) || guide_->walksThrough(f.path(), true));
+      !askedBefore && ((f.up && walkedThrough(*f.up, *f.through)) || guide_->walksThrough(f.path(), true));
   f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
   f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
@@ -102,8 +102,7 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
   WALK_TRACE(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);
   ForeignCode const foreign(*this, below);
-  return Kel::validPtr(ec_.handler())
-      ->handleEntity(EntityCopy::Ptr(&ec_), below.destPtr(), below.srcPtr(), below.path());
+  return Kel::validPtr(ec_.handler())->handleEntity(&ec_, &below.dest, &below.src, below.path());
 }
 
 // Copies a child about which the handler need not be asked. The members of a queue may pair up differently since both
@@ -164,7 +163,7 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
 bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params) {
   if (s.typed && !traced_) return !dest || !s.alike(*dest, src);
   params = ParamList(new Kel::GenericIf::List);
-  return constructorParams(Kel::Ptr<Kel::Entity const>(dest), Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
+  return constructorParams(dest, &src, s.attr, params);
 }
 
 bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {

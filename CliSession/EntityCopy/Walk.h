@@ -145,7 +145,7 @@ class Walk final : private Kel::SameTarget {
   }
   // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
   // of its pointers has to wait. It counts as changed.
-  void unsettle(Frame& frame) { unsettled_.push_back(frame.destPtr()); }
+  void unsettle(Frame& frame) { unsettled_.push_back(&frame.dest); }
   Kel::U32 gatherChanged(Frame& frame, Step const& step, Kel::U32& position, Kel::AttrAccess::Pair* pairs,
                          Kel::U32 most);
   // Whether the handler has to be asked about entities of a type.
