@@ -148,11 +148,8 @@ bool Walk::copyMembers(Frame& f, Step const& s) {
   for (Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room); at.nonNull(); at.inc()) {
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (s.attr.keyIsPtr()) {
-      if (!m.key) {
-        WALK_TRACE(3, operation) << "Key is NULL";
-        continue;
-      }
-      m.key = resolve(f, s, &f.src, *m.key, &m, true);
+      if (!m.key) WALK_TRACE(3, operation) << "Key is NULL";
+      if (m.key) m.key = resolve(f, s, &f.src, *m.key, &m, true);
       if (!m.key) continue;
     }
     differs |= member(f, s, m);

@@ -3,32 +3,17 @@
 
 namespace Cli::Session {
 
-namespace {
-
-// The entity that a key of the source leads to by the handler's answer, now or when it no longer waits. In a
-// comparison, a handler may give no name; then it is the one at the key's position. Null if the run will make it anew.
-Kel::Ptr<Kel::Entity> ledTo(EntityCopy const& ec, Kel::Entity const& dest, PtrTarget const& answer,
-                            Kel::Entity const& key) {
-  Kel::Ptr<Kel::Entity> const found = answer.target().empty() ? Kel::Ptr<Kel::Entity>(counterpartByPosition(ec, key))
-                                                              : targetInTree(ec, dest, answer.target(), &key);
-  return found && (answer.copiable() || keepsIdentity(ec, *found, key)) ? found : nullptr;
-}
-
-}  // namespace
-
 bool Walk::pointer(Frame& f, Step const& s, Member* m) {
   static constexpr char const* operation = "doCopyPtr";
   WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
   auto const srcTarget = m ? m->entity() : Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
-  Kel::Entity* target = nullptr;
-  if (srcTarget) {
-    target = resolve(f, s, &f.src, *srcTarget, m, false);
-    if (!target) return false;
-  } else {
+  if (!srcTarget) {
     WALK_TRACE(3, operation) << "Target is not set";
     supersede(f, s, m);
+    return assign(f, s, m, nullptr);
   }
-  return assign(f, s, m, target);
+  Kel::Entity* const target = resolve(f, s, &f.src, *srcTarget, m, false);
+  return target && assign(f, s, m, target);
 }
 
 // The handler's answer for a target that is not known by its position.
@@ -54,7 +39,14 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
       if (!key) continue;
       Counterparts::Answer const known = counterpart(*key);
       Kel::Ptr<Kel::Entity> led(known.target);
-      if (!led) led = ledTo(ec_, f.dest, ask(f, *key, known, nullptr), *key);
+      if (!led) {
+        // The key leads there by the handler's answer, now or when it no longer waits. In a comparison, a handler may
+        // give no name; then it is the entity at the key's position. An entity that the run will make anew is left out.
+        PtrTarget const answer = ask(f, *key, known, nullptr);
+        led = answer.target().empty() ? counterpartByPosition(ec_, *key)
+                                      : targetInTree(ec_, f.dest, answer.target(), key.ptr());
+        if (led && !answer.copiable() && !keepsIdentity(ec_, *led, *key)) led = nullptr;
+      }
       if (led) keys->set(led, key);
     }
   }

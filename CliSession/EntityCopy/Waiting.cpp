@@ -24,20 +24,6 @@ bool leftItsTree(EntityCopy& ec, AttributeCopy const& record) {
   return record.dest().ptr() != known->second.tree && !isBelow(*record.dest(), *known->second.tree);
 }
 
-// Sets one deferred pointer, a key or a value, whose target exists now.
-void setDeferred(EntityCopy& ec, AttributeCopy const& record, Kel::Ptr<Kel::Entity> const& target, bool isKey) {
-  if (isKey) {
-    ec.doCopyCollectionMember(record.dest(), record.src(), record.path(), record.srcIndex(), genericIf(target),
-                              record.srcMember(), record.attribute());
-    return;
-  }
-  KEL_TRACE_AS(3, "doCopyPendingAttrs") << " attributeIs: " << record.attribute()->name() << ", " << record.dest()
-                                        << " idx, srcIdx: " << record.indexValue() << " " << record.srcIndex()
-                                        << " target: " << target
-                                        << " gif( target ): " << Kel::GenericIf::PtrConst(genericIf(target));
-  ec.attributeIs(record.dest(), record.attribute(), record.indexValue(), genericIf(target), nullptr);
-}
-
 }  // namespace
 
 void Walk::replacePending(Frame& f, Step const& s, Member* m, Kel::Ptr<AttributeCopy> const& record) {
@@ -95,7 +81,15 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(isKey ? record->srcIndex() : record->srcMember());
     if (Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *record->dest(), name, srcTarget.ptr())) {
       KEL_TRACE(3) << "Setting deferred " << what << name;
-      setDeferred(*this, *record, target, isKey);
+      if (isKey) {
+        doCopyCollectionMember(record->dest(), record->src(), record->path(), record->srcIndex(), genericIf(target),
+                               record->srcMember(), record->attribute());
+      } else {
+        KEL_TRACE(3) << " attributeIs: " << record->attribute()->name() << ", " << record->dest()
+                     << " idx, srcIdx: " << record->indexValue() << " " << record->srcIndex() << " target: " << target
+                     << " gif( target ): " << Index(genericIf(target));
+        attributeIs(record->dest(), record->attribute(), record->indexValue(), genericIf(target), nullptr);
+      }
       if (stop()) return;
       KEL_TRACE(3) << "Deferred " << what << name << " set";
       pendingAttrDel(record);

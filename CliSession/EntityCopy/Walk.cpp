@@ -16,7 +16,10 @@ Walk::Walk(EntityCopy& ec, Kel::Entity const& dest) : ec_(ec), impl_(EntityCopy:
   revalidate();
 }
 
-void Walk::read() {
+void Walk::revalidate() {
+  ++impl_.generation;
+  impl_.counterparts.forget();
+  types_ = {};
   if (ec_.stopAtFirstDiff()) ensureLog(ec_);
   traced_ = anyTrace();
   EntityCopyHandler const* const handler = ec_.handler().ptr();
@@ -26,13 +29,6 @@ void Walk::read() {
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
   keeps_ = known && ec_.dest() && ec_.dest()->root() == top_.root();
-}
-
-void Walk::revalidate() {
-  ++impl_.generation;
-  impl_.counterparts.forget();
-  types_ = {};
-  read();
 }
 
 // --- Entities ---

@@ -110,7 +110,7 @@ class Walk final : private Kel::SameTarget {
     bool asks = false;
   };
 
-  void read();
+  // Forgets what was looked up, and reads again what the walk relies on.
   void revalidate();
   // EntityCopy::stop.
   bool stopped() const { return compare_ && log_ && log_->attributeEditEntrys() > 0; }
