@@ -100,31 +100,31 @@ bool EntityCopy::doCopyValue(EntityPtr const& dest, EntityPtrConst const& src, A
 
 bool EntityCopy::doCopySingleton(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                  AttrPtr const& attr) {
-  return walkOne<&Walk::singleton>(*this, dest, src, path, attr);
+  return walkOne<&Walk::doCopySingleton>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                   AttrPtr const& attr) {
-  return walkOne<&Walk::collection>(*this, dest, src, path, attr);
+  return walkOne<&Walk::doCopyCollection>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                         GifConst const& srcIndex, GifConst const& index, GifConst const& srcMember,
                                         AttrPtr const& attr) {
   Walk::Member m{nullptr, nullptr, srcIndex, index, srcMember};
-  return walkOne<&Walk::member>(*this, dest, src, path, attr, m);
+  return walkOne<&Walk::doCopyCollectionMember>(*this, dest, src, path, attr, m);
 }
 
 bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
-  return walkOne<&Walk::queue>(*this, dest, src, path, attr);
+  return walkOne<&Walk::doCopyQueue>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,
                            GifConst const& index) {
-  if (!index) return walkOne<&Walk::pointer>(*this, dest, src, path, attr, nullptr);
+  if (!index) return walkOne<&Walk::doCopyPtr>(*this, dest, src, path, attr, nullptr);
   requireNonNull(src, attr);
   Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(destAttribute(*src, *attr).id(), index)};
-  return walkOne<&Walk::pointer>(*this, dest, src, path, attr, &m);
+  return walkOne<&Walk::doCopyPtr>(*this, dest, src, path, attr, &m);
 }
 
 EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const& srcTarget, GifConst const& srcIndex,
@@ -134,26 +134,27 @@ EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const
   // The pointer is either the key or the member.
   bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
   Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
-  return walkOne<&Walk::resolve>(*this, dest, src ? src : dest, path, attr, src, *srcTarget, &m, isKey);
+  return walkOne<&Walk::resolvePtr>(*this, dest, src ? src : dest, path, attr, src, *srcTarget, &m, isKey);
 }
 
 // --- The hooks ---
 
 Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
                                                     GifConst const& value, GifConst const& result) {
-  return attributeIsReturnFactory(walkOne<&Walk::set>(*this, dest, dest, {}, attr, index, value, result), value);
+  return attributeIsReturnFactory(walkOne<&Walk::attributeIs>(*this, dest, dest, {}, attr, index, value, result),
+                                  value);
 }
 
 bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index) {
-  return walkOne<&Walk::del>(*this, dest, dest, {}, attr, index);
+  return walkOne<&Walk::attributeDel>(*this, dest, dest, {}, attr, index);
 }
 
 bool EntityCopy::attributeAdd(EntityPtr const& dest, AttrPtr const& attr, GifConst const& value) {
-  return walkOne<&Walk::add>(*this, dest, dest, {}, attr, value);
+  return walkOne<&Walk::attributeAdd>(*this, dest, dest, {}, attr, value);
 }
 
 bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
-  return walkOne<&Walk::remove>(*this, dest, dest, {}, attr);
+  return walkOne<&Walk::attributeRemove>(*this, dest, dest, {}, attr);
 }
 
 }  // namespace Cli::Session

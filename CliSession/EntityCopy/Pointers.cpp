@@ -3,16 +3,15 @@
 
 namespace Cli::Session {
 
-bool Walk::pointer(Frame& f, Step const& s, Member* m) {
-  static constexpr char const* operation = "doCopyPtr";
-  WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
+bool Walk::doCopyPtr(Frame& f, Step const& s, Member* m) {
+  WALK_TRACE(2) << "doCopyPtr: " << s.attr.name();
   auto const srcTarget = m ? m->entity() : Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
   if (!srcTarget) {
-    WALK_TRACE(3, operation) << "Target is not set";
+    WALK_TRACE(3) << "Target is not set";
     supersede(f, s, m);
     return assign(f, s, m, nullptr);
   }
-  Kel::Entity* const target = resolve(f, s, &f.src, *srcTarget, m, false);
+  Kel::Entity* const target = resolvePtr(f, s, &f.src, *srcTarget, m, false);
   return target && assign(f, s, m, target);
 }
 
@@ -54,10 +53,9 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
   return found ? found->ptr() : nullptr;
 }
 
-Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,
-                           Kel::Entity const& srcTarget, Member* m, bool isKey) {
-  static constexpr char const* operation = "resolvePtr";
-  WALK_TRACE(2, operation) << "resolvePtr: " << s.attr.name();
+Kel::Entity* Walk::resolvePtr(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,
+                              Kel::Entity const& srcTarget, Member* m, bool isKey) {
+  WALK_TRACE(2) << "resolvePtr: " << s.attr.name();
   // A traced run shows what the handler does.
   Counterparts::Answer const known = traced_ ? Counterparts::Answer() : counterpart(srcTarget);
   if (known.target) {
@@ -68,13 +66,13 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
   PtrTarget const answer = ask(f, srcTarget, known, m);
   if (answer.copiable()) {
     supersede(f, s, m);
-    WALK_TRACE(3, operation) << "Target is copiable";
+    WALK_TRACE(3) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
-    if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
+    if (!found) WALK_TRACE(3) << "Target not found: " << answer.target();
     if (found && keeps_) impl_.counterparts.remember(srcTarget, *found);
     return found.ptr();
   }
-  WALK_TRACE(3, operation) << "Target is not copiable, deferring";
+  WALK_TRACE(3) << "Target is not copiable, deferring";
   defer(f, s, owner, srcTarget, m, isKey, answer.target());
   return nullptr;
 }

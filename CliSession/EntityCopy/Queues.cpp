@@ -3,8 +3,8 @@
 
 namespace Cli::Session {
 
-bool Walk::queue(Frame& f, Step const& s) {
-  WALK_TRACE(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
+bool Walk::doCopyQueue(Frame& f, Step const& s) {
+  WALK_TRACE(2) << "doCopyQueue: " << s.attr.name();
   bool const entities = s.attr.type()->isEntity();
   if ((traced_ || !s.typed) && !entities) checkValue(s.attr, *s.attr.type());
   Kel::KelAttr const& destOwn = destAttr(f, s);
@@ -35,7 +35,7 @@ bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   auto const value = [&] { return Box(src.obj(true)); };
   if (!s.reflexive && !valueTypeEqual(value(), value())) unsettle(f);
   return edit(
-      f, s, AttributeEditType::set_, s.typed, [&] { return add(f, s, value()); },
+      f, s, AttributeEditType::set_, s.typed, [&] { return attributeAdd(f, s, value()); },
       [&] { s.access.appendValue(*s.destAttr, f.dest, src); });
 }
 
