@@ -9,9 +9,6 @@ namespace Cli::Session {
 
 namespace {
 
-// The run makes an entity anew that differs here. A NaN differs from itself, unlike in the service's madeAlike.
-bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) { return a.type() == b.type() && Kel::sameParams(a, b); }
-
 // The full name that a missing entity will have. Empty if a key on the way contains separators, or if its owners are of
 // different types: then there may be an entity of that name.
 Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& src, Kel::Nearest const& nearest) {
@@ -33,8 +30,9 @@ Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src)
 bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src, Kel::Entity const* known) {
   Kel::Entity const *d = &dest, *s = &src;
   for (; d && s && s != known && d != ec.dest().ptr() && s != ec.src().ptr(); d = d->parent(), s = s->parent())
-    // A copy root is never made anew, and may be of another type.
-    if (!madeAlike(*d, *s)) return ec.srcCopyRootHas(s);
+    // The run makes an entity anew that differs here (a NaN differs from itself), but never a copy root, which may even
+    // be of another type.
+    if (d->type() != s->type() || !Kel::sameParams(*d, *s)) return ec.srcCopyRootHas(s);
   return true;
 }
 

@@ -8,10 +8,9 @@ namespace Cli::Session {
 
 namespace {
 
-using Index = Kel::GenericIf::PtrConst;
 using Impl = EntityCopy::Impl;
 
-Impl::PendingKey keyOf(Kel::Entity const* dest, Kel::KelAttr const* attr, Index const& index) {
+Impl::PendingKey keyOf(Kel::Entity const* dest, Kel::KelAttr const* attr, Walk::Box const& index) {
   return {dest, attr, entityConstOf(index).ptr(), index && !index->isEntity() ? index->text() : Kel::String8()};
 }
 
@@ -51,7 +50,7 @@ void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& own
                  Member* m, bool isKey, Kel::String8 const& destTarget) {
   Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(&s.attr, &f.dest, f.path());
   record->srcIs(owner);
-  record->srcMemberIs(m ? m->srcMember() : Index(genericIf(&srcTarget)));
+  record->srcMemberIs(m ? m->srcMember() : Box(genericIf(&srcTarget)));
   if (m) record->srcIndexIs(m->srcIndex());
   if (m && !isKey) record->indexValueIs(m->index());
   if (isKey) {
@@ -87,7 +86,7 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
       } else {
         KEL_TRACE(3) << " attributeIs: " << record->attribute()->name() << ", " << record->dest()
                      << " idx, srcIdx: " << record->indexValue() << " " << record->srcIndex() << " target: " << target
-                     << " gif( target ): " << Index(genericIf(target));
+                     << " gif( target ): " << Walk::Box(genericIf(target));
         attributeIs(record->dest(), record->attribute(), record->indexValue(), genericIf(target), nullptr);
       }
       if (stop()) return;

@@ -130,8 +130,7 @@ bool Walk::doCopyValue(Frame& f, Step const& s) {
 bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   bool const isPtr = s.attr.isPtr();
   auto const hook = [&] {
-    Box const index = m ? m->index() : nullptr;
-    return attributeIs(f, s, index, m && !isPtr ? m->srcMember() : Box(genericIf(target)));
+    return attributeIs(f, s, m ? m->index() : nullptr, m && !isPtr ? m->srcMember() : Box(genericIf(target)));
   };
   // The hook refuses a key or a target of another type.
   bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
