@@ -11,13 +11,6 @@ KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-bool AttributeEditLogBypass::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, AttributeEdit const&, Kel::String,
-                                                    Kel::Ptr<Kel::GenericIf const> const&) {
-  Kel::throwNoImplementationException("bypassAttributeEditLog");
-}
-
-bool AttributeEditLogBypass::concerns(AttributeEdit const&) const { return true; }
-
 namespace {
 
 // Whether any entry for an edit satisfies `which`. An entry may leave the attribute's name or the type's empty; the
@@ -32,15 +25,6 @@ bool anyEntry(AttributeEditBypassTable const& table, AttributeEdit const& edit, 
   return has(name, type) || (!name.empty() && has("", type)) || (!type.empty() && has(name, "")) ||
          (!name.empty() && !type.empty() && has("", ""));
 }
-
-}  // namespace
-
-bool AttributeEditBypassTable::concerns(AttributeEdit const& edit) const {
-  if (typeid(*this) != typeid(AttributeEditBypassTable)) return true;  // a derived checker may look at anything
-  return anyEntry(*this, edit, [](auto const&) { return true; });
-}
-
-namespace {
 
 bool covers(AttributeEditBypassEntry const& entry, Kel::String8 const& path) {
   for (auto it = entry.parentPathIterator(); it; ++it)
@@ -65,7 +49,7 @@ bool holdsDefaultsOnly(AttributeEditBypassEntry const& entry, EntityCopy& ec, Ke
   for (Kel::KelAttr const* attr : dying->type()->attributeQ()) {
     if (!attr->copiable()) continue;
     KEL_TRACE_AS(7, operation) << "copy " << attr->name();
-    ec.doCopyAttr(dying, entry.defaultEnt(), path, Kel::KelAttr::PtrConst(attr));
+    ec.doCopyAttr(dying, entry.defaultEnt(), path, attr);
     if (ec.stop()) break;
   }
   Kel::U32 const after = log.attributeEditEntrys();
@@ -96,6 +80,18 @@ bool bypasses(AttributeEditBypassEntry const& entry, EntityCopy::Ptr const& ec, 
 }
 
 }  // namespace
+
+bool AttributeEditLogBypass::bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, AttributeEdit const&, Kel::String,
+                                                    Kel::Ptr<Kel::GenericIf const> const&) {
+  Kel::throwNoImplementationException("bypassAttributeEditLog");
+}
+
+bool AttributeEditLogBypass::concerns(AttributeEdit const&) const { return true; }
+
+bool AttributeEditBypassTable::concerns(AttributeEdit const& edit) const {
+  if (typeid(*this) != typeid(AttributeEditBypassTable)) return true;  // a derived checker may look at anything
+  return anyEntry(*this, edit, [](auto const&) { return true; });
+}
 
 bool checkBypassAttributeEditLog(AttributeEditBypassEntry::PtrConst const& aeBypass, EntityCopy::Ptr const& ec,
                                  Kel::String path, Kel::GenericIf::PtrConst const& value) {

@@ -1,6 +1,5 @@
 // What a walk may skip: two roots that were equal differ only in what has changed since. See docs/copy-engine.md for
 // what counts as a change, and for the proof.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
 
 #include "CliSession/EntityCopy/Walk.h"
@@ -28,9 +27,8 @@ bool Walk::mayKeepChanges(Frame& f) {
 }
 
 bool Walk::root(Frame& f) {
-  bool const isRoot = ec_.srcCopyRootHas(f.srcPtr()) || (ec_.srcCopyRoots() == 0 && ec_.src() == f.srcPtr());
-  Kel::Ptr<Kel::Entity const> ground;
-  if (isRoot && mayKeepChanges(f)) ground = guide_->ground();
+  bool const isRoot = ec_.srcCopyRootHas(&f.src) || (ec_.srcCopyRoots() == 0 && ec_.src().ptr() == &f.src);
+  Kel::Ptr<Kel::Entity const> const ground = isRoot && mayKeepChanges(f) ? guide_->ground() : nullptr;
   if (!ground) return attributes(f);
   Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(*ground);
   // What the handler's answers and the targets of pointers depend on, besides the two trees.

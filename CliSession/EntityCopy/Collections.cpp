@@ -1,23 +1,17 @@
 // Keyed collections.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <algorithm>
 
 #include "CliSession/EntityCopy/Walk.h"
-#include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
 // --- Collections ---
 
-bool Walk::collection(Frame& f, Step const& s) {
-  static constexpr char const* operation = "doCopyCollection";
+bool Walk::doCopyCollection(Frame& f, Step const& s) {
   destAttr(f, s);
-  WALK_TRACE(2, operation) << "doCopyCollection: " << s.attr.name();
-  WALK_TRACE(3, operation) << "Key is of type " << s.attr.keyType()->name()
-                           << " (internal=" << s.attr.keyType()->isEntity() << ", pointer=" << s.attr.keyIsPtr() << ")";
+  WALK_TRACE(2) << "doCopyCollection: " << s.attr.name();
+  WALK_TRACE(3) << "Key is of type " << s.attr.keyType()->name() << " (internal=" << s.attr.keyType()->isEntity()
+                << ", pointer=" << s.attr.keyIsPtr() << ")";
   if ((traced_ || !s.typed) && !s.attr.keyIsPtr()) checkValue(s.attr, *s.attr.keyType());
   // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
   std::vector<Kel::Ptr<AttributeCopy>> const waiting = waitingMembers(f, s);
@@ -49,14 +43,14 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
     differs |= deleteMember(f, s, at);
     if (stopped()) return differs;
   }
-  WALK_TRACE(3, "doCopyCollection") << "Deleted " << deleted << " members out of " << examined;
+  WALK_TRACE_AS(3, "doCopyCollection") << "Deleted " << deleted << " members out of " << examined;
   return differs;
 }
 
 bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
   return edit(
       f, s, AttributeEditType::del_, s.typed && !s.attr.instantiating() && !s.attr.isQueue(),
-      [&] { return del(f, s, at.key()); }, [&] { s.access.deleteMember(s.attr, f.dest, at); });
+      [&] { return attributeDel(f, s, at.key()); }, [&] { s.access.deleteMember(s.attr, f.dest, at); });
 }
 
 // Whether a member of the destination may stay: the source has a member under the same key, and it is an equal value,
@@ -153,26 +147,22 @@ bool Walk::copyMembers(Frame& f, Step const& s) {
   for (Kel::AttrIterator& at = s.access.iterate(s.attr, f.src, room); at.nonNull(); at.inc()) {
     Member m{&at, at.keyTarget(), {}, {}, {}};
     if (s.attr.keyIsPtr()) {
-      if (!m.key) {
-        WALK_TRACE(3, operation) << "Key is NULL";
-        continue;
-      }
-      m.key = resolve(f, s, f.srcPtr(), *m.key, &m, true);
+      if (!m.key) WALK_TRACE_AS(3, operation) << "Key is NULL";
+      if (m.key) m.key = resolvePtr(f, s, &f.src, *m.key, &m, true);
       if (!m.key) continue;
     }
-    differs |= member(f, s, m);
+    differs |= doCopyCollectionMember(f, s, m);
     ++copied;
     if (stopped()) return differs;
   }
-  WALK_TRACE(3, operation) << "copied " << copied << " members";
+  WALK_TRACE_AS(3, operation) << "copied " << copied << " members";
   return differs;
 }
 
-bool Walk::member(Frame& f, Step const& s, Member& m) {
-  static constexpr char const* operation = "doCopyCollectionMember";
-  WALK_TRACE(2, operation) << "doCopyCollectionMember: " << m.srcMember();
+bool Walk::doCopyCollectionMember(Frame& f, Step const& s, Member& m) {
+  WALK_TRACE(2) << "doCopyCollectionMember: " << m.srcMember();
   bool const isValue = s.attr.isValue(), isPtr = s.attr.isPtr();
-  WALK_TRACE(3, operation) << (isValue ? "Member is a value" : "Member is not a value");
+  WALK_TRACE(3) << (isValue ? "Member is a value" : "Member is not a value");
   if (!isValue && !isPtr) {
     Kel::Ptr<Kel::Entity const> const src = m.entity();
     requireNonNull(src);
@@ -180,26 +170,27 @@ bool Walk::member(Frame& f, Step const& s, Member& m) {
   }
   if (traced_ && !isValue) {
     bool const isThere = static_cast<bool>(genericIf(&f.dest)->attribute(destAttr(f, s).id(), m.index()));
-    WALK_TRACE(3, operation) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
-    WALK_TRACE(3, operation) << m.srcMember() << " is a pointer, copying target";
+    WALK_TRACE(3) << (isThere ? "Member exists in dest" : "Member does not exist in dest");
+    WALK_TRACE(3) << m.srcMember() << " is a pointer, copying target";
   }
-  bool const changed = isValue ? assign(f, s, &m, nullptr) : pointer(f, s, &m);
-  if (!stopped()) WALK_TRACE(3, operation) << "Collection is not instantiating";
+  bool const changed = isValue ? assign(f, s, &m, nullptr) : doCopyPtr(f, s, &m);
+  if (!stopped()) WALK_TRACE(3) << "Collection is not instantiating";
   return changed;
 }
 
 bool Walk::ownedMember(Frame& f, Step const& s, Member* m, Kel::Entity* dest, Kel::Entity const& src) {
   static constexpr char const* operation = "doCopyCollectionMember";
-  WALK_TRACE(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
-  if (dest) WALK_TRACE(3, operation) << "Collection is instantiating";
+  WALK_TRACE_AS(3, operation) << (dest ? "Member exists in dest" : "Member does not exist in dest");
+  if (dest) WALK_TRACE_AS(3, operation) << "Collection is instantiating";
   ParamList params;
   bool const differ = paramsDiffer(s, dest, src, params);
   if (dest)
-    WALK_TRACE(3, operation) << (differ ? "Constructor parameters changed" : "Constructor parameters did not change");
-  WALK_TRACE(3, operation) << "Collection is instantiating, processing member";
-  WALK_TRACE(3, operation) << (differ ? "Re-creating item" : "Getting pre-existing item");
+    WALK_TRACE_AS(3, operation) << (differ ? "Constructor parameters changed"
+                                           : "Constructor parameters did not change");
+  WALK_TRACE_AS(3, operation) << "Collection is instantiating, processing member";
+  WALK_TRACE_AS(3, operation) << (differ ? "Re-creating item" : "Getting pre-existing item");
   if (differ) return make(f, s, m, src, params, !dest);
-  WALK_TRACE(3, operation) << "Traversing child";
+  WALK_TRACE_AS(3, operation) << "Traversing child";
   return child(f, s, *dest, src);
 }
 

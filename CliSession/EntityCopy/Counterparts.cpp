@@ -9,9 +9,6 @@ namespace Cli::Session {
 
 namespace {
 
-// The run makes an entity anew that differs here. A NaN differs from itself, unlike in the service's madeAlike.
-bool madeAlike(Kel::Entity const& a, Kel::Entity const& b) { return a.type() == b.type() && Kel::sameParams(a, b); }
-
 // The full name that a missing entity will have. Empty if a key on the way contains separators, or if its owners are of
 // different types: then there may be an entity of that name.
 Kel::String8 missingName(EntityCopy const& ec, Kel::Entity const& src, Kel::Nearest const& nearest) {
@@ -33,8 +30,9 @@ Kel::Entity* counterpartByPosition(EntityCopy const& ec, Kel::Entity const& src)
 bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity const& src, Kel::Entity const* known) {
   Kel::Entity const *d = &dest, *s = &src;
   for (; d && s && s != known && d != ec.dest().ptr() && s != ec.src().ptr(); d = d->parent(), s = s->parent())
-    // A copy root is never made anew, and may be of another type.
-    if (!madeAlike(*d, *s)) return ec.srcCopyRootHas(Kel::Ptr<Kel::Entity const>(s));
+    // The run makes an entity anew that differs here (a NaN differs from itself), but never a copy root, which may even
+    // be of another type.
+    if (d->type() != s->type() || !Kel::sameParams(*d, *s)) return ec.srcCopyRootHas(s);
   return true;
 }
 
@@ -42,8 +40,8 @@ Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& memb
                                    Kel::Entity const* srcTarget) {
   auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->fullName() == fullName; };
   Kel::Entity* const exact = srcTarget ? counterpartByPosition(ec, *srcTarget) : nullptr;
-  if (fits(exact)) return Kel::Ptr<Kel::Entity>(exact);
-  if (fits(srcTarget)) return Kel::Ptr<Kel::Entity>(const_cast<Kel::Entity*>(srcTarget));
+  if (fits(exact)) return exact;
+  if (fits(srcTarget)) return const_cast<Kel::Entity*>(srcTarget);
   return entityInTree(member, fullName);
 }
 
@@ -60,8 +58,7 @@ Counterparts::Answer Counterparts::find(EntityCopy& ec, Kel::Entity const& srcTa
   auto owner = owners_.find(top);
   while (owner == owners_.end() && (top = top->parent())) owner = owners_.find(top);
   if (!top) {
-    Kel::Ptr<Kel::Entity const> const target(&srcTarget);
-    auto const root = ec.handler()->decidesAs()->counterpartRoot(EntityCopy::Ptr(&ec), target);
+    auto const root = ec.handler()->decidesAs()->counterpartRoot(&ec, &srcTarget);
     if (!root) return {nullptr, true, {}};
     Kel::Entity* const at = counterpartByPosition(ec, *root);
     if (!at || !keepsIdentity(ec, *at, *root)) return {};

@@ -1,10 +1,6 @@
 // A run: the copy roots one after the other, then the waiting pointers.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 

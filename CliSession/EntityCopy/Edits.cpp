@@ -1,12 +1,8 @@
 // Edits: debug actions, the bypass, and the log.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
 
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
@@ -59,7 +55,7 @@ bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& p
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
   if (log) takeDebugAction(*log, edit, relative);
   auto const checker = ec.attributeEditBypassChecker();
-  if (checker && checker->bypassAttributeEditLog(EntityCopy::Ptr(&ec), edit, path, value)) {
+  if (checker && checker->bypassAttributeEditLog(&ec, edit, path, value)) {
     KEL_TRACE_AS(5, operation) << "Skipped";
     return false;
   }
@@ -100,8 +96,8 @@ AttributeEditEntry* Walk::findEntry(Frame const& f, Step const& s, AttributeEdit
 // --- The hooks ---
 
 // Setting what is set already is no edit. A member whose key is absent, and an entity to be made, always are.
-bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box current) {
-  WALK_TRACE(2, "attributeIs") << "attributeIs: setting " << s.attr.name();
+bool Walk::attributeIs(Frame& f, Step const& s, Box const& index, Box const& value, Box current) {
+  WALK_TRACE(2) << "attributeIs: setting " << s.attr.name();
   Kel::KelAttr const& attr = destAttr(f, s);
   Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
   if (!attr.instantiating()) {
@@ -109,18 +105,17 @@ bool Walk::set(Frame& f, Step const& s, Box const& index, Box const& value, Box 
     if (isThere && !current) current = dest->attribute(attr.id(), index);
     bool const equal = isThere && valueTypeEqual(current, value);
     if (attr.isPtr())
-      WALK_TRACE(4, "attributeIs") << "Compare Ptrs for " << attr.name()
-                                   << "? attr voidPtr: " << static_cast<void const*>(entityConstOf(value).ptr())
-                                   << ", dest voidPtr: " << static_cast<void const*>(entityConstOf(current).ptr())
-                                   << " => " << equal;
+      WALK_TRACE(4) << "Compare Ptrs for " << attr.name()
+                    << "? attr voidPtr: " << static_cast<void const*>(entityConstOf(value).ptr())
+                    << ", dest voidPtr: " << static_cast<void const*>(entityConstOf(current).ptr()) << " => " << equal;
     if (equal) return false;
   }
   return editBoxed(
       f, s, AttributeEditType::set_, [&] { return value; }, [&] { dest->attributeIs(attr.id(), index, value); });
 }
 
-bool Walk::del(Frame& f, Step const& s, Box const& index) {
-  WALK_TRACE(2, "attributeDel") << "attributeDel: deleting " << s.attr.name();
+bool Walk::attributeDel(Frame& f, Step const& s, Box const& index) {
+  WALK_TRACE(2) << "attributeDel: deleting " << s.attr.name();
   Kel::AttributeId const id = destAttr(f, s).id();
   Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
   return editBoxed(
@@ -128,15 +123,15 @@ bool Walk::del(Frame& f, Step const& s, Box const& index) {
       [&] { dest->attributeDel(id, index); });
 }
 
-bool Walk::add(Frame& f, Step const& s, Box const& value) {
-  WALK_TRACE(2, "attributeAdd") << "attributeAdd: adding " << s.attr.name();
+bool Walk::attributeAdd(Frame& f, Step const& s, Box const& value) {
+  WALK_TRACE(2) << "attributeAdd: adding " << s.attr.name();
   Kel::AttributeId const id = destAttr(f, s).id();
   return editBoxed(
       f, s, AttributeEditType::set_, [&] { return value; }, [&] { genericIf(&f.dest)->attributeSQEnq(id, value); });
 }
 
-bool Walk::remove(Frame& f, Step const& s) {
-  WALK_TRACE(2, "attributeRemove") << "attributeRemove: removing " << s.attr.name();
+bool Walk::attributeRemove(Frame& f, Step const& s) {
+  WALK_TRACE(2) << "attributeRemove: removing " << s.attr.name();
   Kel::AttributeId const id = destAttr(f, s).id();
   Kel::GenericIf::Ptr const dest = genericIf(&f.dest);
   auto const head = dest->attributeIterator(id);

@@ -1,4 +1,3 @@
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Frame.h"
 
 #include "CliSession/EntityCopyUtils.h"
@@ -16,23 +15,23 @@ Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::
 
 Kel::String8 const& Frame::path() {
   // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): a frame without one above has a path
-  if (!path_) path_ = childPath(up_->path(), through_->attr, &src);
+  if (!path_) path_ = childPath(up->path(), through->attr, &src);
   return *path_;
 }
 
 Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation) {
   // A member without a name, such as a queue's, has its place in its path.
-  bool const named = up_ && dest.parent() == &up_->dest && !(through_->attr.isCollection() && dest.name().empty());
-  Kel::String8 const above = named ? up_->logPath(ec, generation) : Kel::String8();
-  logPath_ = above.empty() ? pathBelow(ec.dest().ptr(), dest.fullName()) : childPath(above, *through_->destAttr, &dest);
+  bool const named = up && dest.parent() == &up->dest && !(through->attr.isCollection() && dest.name().empty());
+  Kel::String8 const above = named ? up->logPath(ec, generation) : Kel::String8();
+  logPath_ = above.empty() ? pathBelow(ec.dest().ptr(), dest.fullName()) : childPath(above, *through->destAttr, &dest);
   logPathAt_ = generation;
   return logPath_;
 }
 
 void Frame::hold() {
-  for (Frame* f = this; f && !f->heldDest_; f = f->up_) {
-    f->heldDest_ = f->destPtr();
-    f->heldSrc_ = f->srcPtr();
+  for (Frame* f = this; f && !f->heldDest_; f = f->up) {
+    f->heldDest_ = &f->dest;
+    f->heldSrc_ = &f->src;
   }
 }
 

@@ -1,7 +1,6 @@
 // An entity of a walk, its counterpart, and how they were reached.
 #pragma once
 
-#include <memory>
 #include <optional>
 
 #include "CliSession/EntityCopy/Plan.h"
@@ -18,16 +17,15 @@ class Frame {
  public:
   // A walk begins here.
   Frame(Kel::Entity& dest, Kel::Entity const& src, Kel::String8 const& path);
-  // A child of `up`, reached through one of its attributes.
-  Frame(Frame& up, Step const& through, Kel::Entity& d, Kel::Entity const& s)
-      : dest(d), src(s), plan(through.childPlan(*d.type(), *s.type())), up_(&up), through_(&through) {}
+  // A child of `above`, reached through one of its attributes.
+  Frame(Frame& above, Step const& step, Kel::Entity& d, Kel::Entity const& s)
+      : dest(d), src(s), plan(step.childPlan(*d.type(), *s.type())), up(&above), through(&step) {}
 
   Kel::Entity& dest;
   Kel::Entity const& src;
   Plan const& plan;
-
-  Kel::Ptr<Kel::Entity> destPtr() const { return Kel::Ptr<Kel::Entity>(&dest); }
-  Kel::Ptr<Kel::Entity const> srcPtr() const { return Kel::Ptr<Kel::Entity const>(&src); }
+  Frame* const up = nullptr;            // the frame above; null: the walk begins here
+  Step const* const through = nullptr;  // the step of the frame above that led here
 
   // The walk's path: the root's path, and from there the names of attributes and of the source's members.
   Kel::String8 const& path();
@@ -51,15 +49,9 @@ class Frame {
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;
 
-  Frame* up() const { return up_; }
-  // The step of the frame above that led here. REQUIRES: there is a frame above.
-  Step const& through() const { return *through_; }
-
  private:
   Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);
 
-  Frame* const up_ = nullptr;
-  Step const* const through_ = nullptr;
   std::optional<Kel::String8> path_;
   Kel::String8 logPath_;
   Kel::U64 logPathAt_ = 0;  // 0: not made

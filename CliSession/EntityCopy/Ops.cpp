@@ -1,10 +1,6 @@
 // The operations that are called by name: each begins a walk with its arguments.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
@@ -44,7 +40,7 @@ bool EntityCopy::stop() const {
 bool EntityCopy::doCopyEntity(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path) {
   KEL_TRACE(1) << "doCopyEntity: " << path;
   Depth const depth(Impl::of(*this).depth);
-  return Kel::validPtr(handler())->handleEntity(Ptr(this), dest, src, path);
+  return Kel::validPtr(handler())->handleEntity(this, dest, src, path);
 }
 
 bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, GifConst const& src, AttrPtr const& attr,
@@ -55,7 +51,7 @@ bool EntityCopy::handleEntity(Kel::Ptr<Kel::GenericIf> const& dest, GifConst con
   Kel::String8 const below = childPath(path, *attr, srcEntity.ptr());
   KEL_TRACE_AS(1, "chPath") << "Path changed from " << path << " to " << below;
   Depth const depth(Impl::of(*this).depth);
-  return Kel::validPtr(handler())->handleEntity(Ptr(this), destEntity, srcEntity, below);
+  return Kel::validPtr(handler())->handleEntity(this, destEntity, srcEntity, below);
 }
 
 bool EntityCopy::doCopyEntityAttrs(EntityPtr const& destEntity, EntityPtrConst const& srcEntity, Kel::String path,
@@ -91,7 +87,7 @@ bool EntityCopy::doCopyAttrByName(EntityPtr const& dest, EntityPtrConst const& s
   KEL_TRACE(2) << "doCopyAttrByName: " << attrName;
   Kel::KelAttr const* attrIdx = Kel::validPtr(src)->type()->findAttr(attrName);
   KEL_ASSERT(attrIdx);
-  return doCopyAttr(dest, src, path, AttrPtr(attrIdx));
+  return doCopyAttr(dest, src, path, attrIdx);
 }
 
 bool EntityCopy::doCopyAttr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
@@ -104,31 +100,31 @@ bool EntityCopy::doCopyValue(EntityPtr const& dest, EntityPtrConst const& src, A
 
 bool EntityCopy::doCopySingleton(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                  AttrPtr const& attr) {
-  return walkOne<&Walk::singleton>(*this, dest, src, path, attr);
+  return walkOne<&Walk::doCopySingleton>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                   AttrPtr const& attr) {
-  return walkOne<&Walk::collection>(*this, dest, src, path, attr);
+  return walkOne<&Walk::doCopyCollection>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                         GifConst const& srcIndex, GifConst const& index, GifConst const& srcMember,
                                         AttrPtr const& attr) {
   Walk::Member m{nullptr, nullptr, srcIndex, index, srcMember};
-  return walkOne<&Walk::member>(*this, dest, src, path, attr, m);
+  return walkOne<&Walk::doCopyCollectionMember>(*this, dest, src, path, attr, m);
 }
 
 bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
-  return walkOne<&Walk::queue>(*this, dest, src, path, attr);
+  return walkOne<&Walk::doCopyQueue>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,
                            GifConst const& index) {
-  if (!index) return walkOne<&Walk::pointer>(*this, dest, src, path, attr, nullptr);
+  if (!index) return walkOne<&Walk::doCopyPtr>(*this, dest, src, path, attr, nullptr);
   requireNonNull(src, attr);
   Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(destAttribute(*src, *attr).id(), index)};
-  return walkOne<&Walk::pointer>(*this, dest, src, path, attr, &m);
+  return walkOne<&Walk::doCopyPtr>(*this, dest, src, path, attr, &m);
 }
 
 EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const& srcTarget, GifConst const& srcIndex,
@@ -138,27 +134,27 @@ EntityPtr EntityCopy::resolvePtr(EntityPtrConst const& src, EntityPtrConst const
   // The pointer is either the key or the member.
   bool const isKey = attr->keyIsPtr() && entityConstOf(srcIndex) == srcTarget && !indexValue;
   Walk::Member m{nullptr, nullptr, srcIndex, indexValue, srcMember};
-  EntityPtrConst const from = src ? src : EntityPtrConst(dest);
-  return EntityPtr(walkOne<&Walk::resolve>(*this, dest, from, path, attr, src, *srcTarget, &m, isKey));
+  return walkOne<&Walk::resolvePtr>(*this, dest, src ? src : dest, path, attr, src, *srcTarget, &m, isKey);
 }
 
 // --- The hooks ---
 
 Kel::Ptr<AttributeIsReturn> EntityCopy::attributeIs(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index,
                                                     GifConst const& value, GifConst const& result) {
-  return attributeIsReturnFactory(walkOne<&Walk::set>(*this, dest, dest, {}, attr, index, value, result), value);
+  return attributeIsReturnFactory(walkOne<&Walk::attributeIs>(*this, dest, dest, {}, attr, index, value, result),
+                                  value);
 }
 
 bool EntityCopy::attributeDel(EntityPtr const& dest, AttrPtr const& attr, GifConst const& index) {
-  return walkOne<&Walk::del>(*this, dest, dest, {}, attr, index);
+  return walkOne<&Walk::attributeDel>(*this, dest, dest, {}, attr, index);
 }
 
 bool EntityCopy::attributeAdd(EntityPtr const& dest, AttrPtr const& attr, GifConst const& value) {
-  return walkOne<&Walk::add>(*this, dest, dest, {}, attr, value);
+  return walkOne<&Walk::attributeAdd>(*this, dest, dest, {}, attr, value);
 }
 
 bool EntityCopy::attributeRemove(EntityPtr const& dest, AttrPtr const& attr) {
-  return walkOne<&Walk::remove>(*this, dest, dest, {}, attr);
+  return walkOne<&Walk::attributeRemove>(*this, dest, dest, {}, attr);
 }
 
 }  // namespace Cli::Session

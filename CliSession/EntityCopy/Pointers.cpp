@@ -1,38 +1,18 @@
 // Pointers, and where they lead.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-namespace {
-
-// The entity that a key of the source leads to by the handler's answer, now or when it no longer waits. In a
-// comparison, a handler may give no name; then it is the one at the key's position. Null if the run will make it anew.
-Kel::Ptr<Kel::Entity> ledTo(EntityCopy const& ec, Kel::Entity const& dest, PtrTarget const& answer,
-                            Kel::Entity const& key) {
-  Kel::Ptr<Kel::Entity> const found = answer.target().empty() ? Kel::Ptr<Kel::Entity>(counterpartByPosition(ec, key))
-                                                              : targetInTree(ec, dest, answer.target(), &key);
-  return found && (answer.copiable() || keepsIdentity(ec, *found, key)) ? found : nullptr;
-}
-
-}  // namespace
-
-bool Walk::pointer(Frame& f, Step const& s, Member* m) {
-  static constexpr char const* operation = "doCopyPtr";
-  WALK_TRACE(2, operation) << "doCopyPtr: " << s.attr.name();
+bool Walk::doCopyPtr(Frame& f, Step const& s, Member* m) {
+  WALK_TRACE(2) << "doCopyPtr: " << s.attr.name();
   auto const srcTarget = m ? m->entity() : Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
-  Kel::Entity* target = nullptr;
-  if (srcTarget) {
-    target = resolve(f, s, f.srcPtr(), *srcTarget, m, false);
-    if (!target) return false;
-  } else {
-    WALK_TRACE(3, operation) << "Target is not set";
+  if (!srcTarget) {
+    WALK_TRACE(3) << "Target is not set";
     supersede(f, s, m);
+    return assign(f, s, m, nullptr);
   }
-  return assign(f, s, m, target);
+  Kel::Entity* const target = resolvePtr(f, s, &f.src, *srcTarget, m, false);
+  return target && assign(f, s, m, target);
 }
 
 // The handler's answer for a target that is not known by its position.
@@ -44,7 +24,7 @@ PtrTarget Walk::ask(Frame& f, Kel::Entity const& srcTarget, Counterparts::Answer
     if (m) m->leaveSource();
     guard.emplace(*this, f);
   }
-  return handler->resolveEntityPtr(EntityCopy::Ptr(&ec_), Kel::Ptr<Kel::Entity const>(&srcTarget));
+  return handler->resolveEntityPtr(&ec_, &srcTarget);
 }
 
 // The source's key that leads to `destKey`, or null.
@@ -58,7 +38,14 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
       if (!key) continue;
       Counterparts::Answer const known = counterpart(*key);
       Kel::Ptr<Kel::Entity> led(known.target);
-      if (!led) led = ledTo(ec_, f.dest, ask(f, *key, known, nullptr), *key);
+      if (!led) {
+        // The key leads there by the handler's answer, now or when it no longer waits. In a comparison, a handler may
+        // give no name; then it is the entity at the key's position. An entity that the run will make anew is left out.
+        PtrTarget const answer = ask(f, *key, known, nullptr);
+        led = answer.target().empty() ? counterpartByPosition(ec_, *key)
+                                      : targetInTree(ec_, f.dest, answer.target(), key.ptr());
+        if (led && !answer.copiable() && !keepsIdentity(ec_, *led, *key)) led = nullptr;
+      }
       if (led) keys->set(led, key);
     }
   }
@@ -66,10 +53,9 @@ Kel::Entity* Walk::sourceKey(Frame& f, Step const& s, Kel::Entity& destKey, KeyM
   return found ? found->ptr() : nullptr;
 }
 
-Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,
-                           Kel::Entity const& srcTarget, Member* m, bool isKey) {
-  static constexpr char const* operation = "resolvePtr";
-  WALK_TRACE(2, operation) << "resolvePtr: " << s.attr.name();
+Kel::Entity* Walk::resolvePtr(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner,
+                              Kel::Entity const& srcTarget, Member* m, bool isKey) {
+  WALK_TRACE(2) << "resolvePtr: " << s.attr.name();
   // A traced run shows what the handler does.
   Counterparts::Answer const known = traced_ ? Counterparts::Answer() : counterpart(srcTarget);
   if (known.target) {
@@ -80,13 +66,13 @@ Kel::Entity* Walk::resolve(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> 
   PtrTarget const answer = ask(f, srcTarget, known, m);
   if (answer.copiable()) {
     supersede(f, s, m);
-    WALK_TRACE(3, operation) << "Target is copiable";
+    WALK_TRACE(3) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
-    if (!found) WALK_TRACE(3, operation) << "Target not found: " << answer.target();
+    if (!found) WALK_TRACE(3) << "Target not found: " << answer.target();
     if (found && keeps_) impl_.counterparts.remember(srcTarget, *found);
     return found.ptr();
   }
-  WALK_TRACE(3, operation) << "Target is not copiable, deferring";
+  WALK_TRACE(3) << "Target is not copiable, deferring";
   defer(f, s, owner, srcTarget, m, isKey, answer.target());
   return nullptr;
 }

@@ -1,14 +1,10 @@
 // Queues.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
-bool Walk::queue(Frame& f, Step const& s) {
-  WALK_TRACE(2, "doCopyQueue") << "doCopyQueue: " << s.attr.name();
+bool Walk::doCopyQueue(Frame& f, Step const& s) {
+  WALK_TRACE(2) << "doCopyQueue: " << s.attr.name();
   bool const entities = s.attr.type()->isEntity();
   if ((traced_ || !s.typed) && !entities) checkValue(s.attr, *s.attr.type());
   Kel::KelAttr const& destOwn = destAttr(f, s);
@@ -39,7 +35,7 @@ bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   auto const value = [&] { return Box(src.obj(true)); };
   if (!s.reflexive && !valueTypeEqual(value(), value())) unsettle(f);
   return edit(
-      f, s, AttributeEditType::set_, s.typed, [&] { return add(f, s, value()); },
+      f, s, AttributeEditType::set_, s.typed, [&] { return attributeAdd(f, s, value()); },
       [&] { s.access.appendValue(*s.destAttr, f.dest, src); });
 }
 

@@ -165,7 +165,7 @@ Kel::Entity const* highestInternal(Zuk::PathTrie const& roots, Kel::Entity const
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
     Kel::Ptr<EntityCopy> const& ec, Kel::Ptr<Kel::Entity const> const& target) const {
   if (!ec->src() || !isBelow(*target, *ec->src())) return nullptr;
-  return Kel::Ptr<Kel::Entity const>(highestInternal(*sessionStatus()->rootTrie(), *ec->src(), *target));
+  return highestInternal(*sessionStatus()->rootTrie(), *ec->src(), *target);
 }
 
 Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::ground() const {

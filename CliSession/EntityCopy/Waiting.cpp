@@ -1,21 +1,16 @@
 // Pointers that wait for their targets.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include <iostream>
 
 #include "CliSession/EntityCopy/Walk.h"
 #include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
 namespace {
 
-using Index = Kel::GenericIf::PtrConst;
 using Impl = EntityCopy::Impl;
 
-Impl::PendingKey keyOf(Kel::Entity const* dest, Kel::KelAttr const* attr, Index const& index) {
+Impl::PendingKey keyOf(Kel::Entity const* dest, Kel::KelAttr const* attr, Walk::Box const& index) {
   return {dest, attr, entityConstOf(index).ptr(), index && !index->isEntity() ? index->text() : Kel::String8()};
 }
 
@@ -26,20 +21,6 @@ bool leftItsTree(EntityCopy& ec, AttributeCopy const& record) {
   auto const known = all.find(keyOf(record.dest().ptr(), record.attribute().ptr(), record.srcIndex()));
   if (known == all.end() || known->second.record.ptr() != &record) return false;  // added from outside
   return record.dest().ptr() != known->second.tree && !isBelow(*record.dest(), *known->second.tree);
-}
-
-// Sets one deferred pointer, a key or a value, whose target exists now.
-void setDeferred(EntityCopy& ec, AttributeCopy const& record, Kel::Ptr<Kel::Entity> const& target, bool isKey) {
-  if (isKey) {
-    ec.doCopyCollectionMember(record.dest(), record.src(), record.path(), record.srcIndex(), genericIf(target),
-                              record.srcMember(), record.attribute());
-    return;
-  }
-  KEL_TRACE_AS(3, "doCopyPendingAttrs") << " attributeIs: " << record.attribute()->name() << ", " << record.dest()
-                                        << " idx, srcIdx: " << record.indexValue() << " " << record.srcIndex()
-                                        << " target: " << target
-                                        << " gif( target ): " << Kel::GenericIf::PtrConst(genericIf(target));
-  ec.attributeIs(record.dest(), record.attribute(), record.indexValue(), genericIf(target), nullptr);
 }
 
 }  // namespace
@@ -67,9 +48,9 @@ std::vector<Kel::Ptr<AttributeCopy>> Walk::waitingMembers(Frame const& f, Step c
 
 void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& owner, Kel::Entity const& srcTarget,
                  Member* m, bool isKey, Kel::String8 const& destTarget) {
-  Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(Kel::KelAttr::PtrConst(&s.attr), f.destPtr(), f.path());
+  Kel::Ptr<AttributeCopy> const record = attributeCopyFactory(&s.attr, &f.dest, f.path());
   record->srcIs(owner);
-  record->srcMemberIs(m ? m->srcMember() : Index(genericIf(&srcTarget)));
+  record->srcMemberIs(m ? m->srcMember() : Box(genericIf(&srcTarget)));
   if (m) record->srcIndexIs(m->srcIndex());
   if (m && !isKey) record->indexValueIs(m->index());
   if (isKey) {
@@ -99,7 +80,15 @@ void EntityCopy::doCopyPendingAttrs(bool force) {
     Kel::Ptr<Kel::Entity const> const srcTarget = entityConstOf(isKey ? record->srcIndex() : record->srcMember());
     if (Kel::Ptr<Kel::Entity> const target = targetInTree(*this, *record->dest(), name, srcTarget.ptr())) {
       KEL_TRACE(3) << "Setting deferred " << what << name;
-      setDeferred(*this, *record, target, isKey);
+      if (isKey) {
+        doCopyCollectionMember(record->dest(), record->src(), record->path(), record->srcIndex(), genericIf(target),
+                               record->srcMember(), record->attribute());
+      } else {
+        KEL_TRACE(3) << " attributeIs: " << record->attribute()->name() << ", " << record->dest()
+                     << " idx, srcIdx: " << record->indexValue() << " " << record->srcIndex() << " target: " << target
+                     << " gif( target ): " << Walk::Box(genericIf(target));
+        attributeIs(record->dest(), record->attribute(), record->indexValue(), genericIf(target), nullptr);
+      }
       if (stop()) return;
       KEL_TRACE(3) << "Deferred " << what << name << " set";
       pendingAttrDel(record);

@@ -1,11 +1,5 @@
 // The walk itself, values and pointers that are set, singletons, children.
-#define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/EntityCopy/Walk.h"
-
-#include "CliSession/EntityCopyCompare.h"
-#include "Kel/Trace.h"
-
-KEL_TRACE_MODULE("EntityCopy")
 
 namespace Cli::Session {
 
@@ -22,7 +16,10 @@ Walk::Walk(EntityCopy& ec, Kel::Entity const& dest) : ec_(ec), impl_(EntityCopy:
   revalidate();
 }
 
-void Walk::read() {
+void Walk::revalidate() {
+  ++impl_.generation;
+  impl_.counterparts.forget();
+  types_ = {};
   if (ec_.stopAtFirstDiff()) ensureLog(ec_);
   traced_ = anyTrace();
   EntityCopyHandler const* const handler = ec_.handler().ptr();
@@ -34,13 +31,6 @@ void Walk::read() {
   keeps_ = known && ec_.dest() && ec_.dest()->root() == top_.root();
 }
 
-void Walk::revalidate() {
-  ++impl_.generation;
-  impl_.counterparts.forget();
-  types_ = {};
-  read();
-}
-
 // --- Entities ---
 
 bool Walk::attributes(Frame& f) {
@@ -50,7 +40,7 @@ bool Walk::attributes(Frame& f) {
   // A walk that has to stop already takes the first attribute, and then looks whether to stop.
   for (Step const* step : traced_ || stopped() ? plan.all : plainEqual ? plan.further : plan.copied) {
     if (step->kind == Step::Kind::value && step->typed && !traced_)
-      any |= !step->access.equal(f.dest, f.src) && value(f, *step);
+      any |= !step->access.equal(f.dest, f.src) && doCopyValue(f, *step);
     else
       any |= differs(f, *step);
     if (stopped()) break;
@@ -60,30 +50,29 @@ bool Walk::attributes(Frame& f) {
 
 bool Walk::operator()(Kel::Entity& dest, Kel::Entity& src) { return keeps_ && impl_.counterparts.same(ec_, dest, src); }
 
-bool Walk::attribute(Frame& f, Step const& s) {
-  static constexpr char const* operation = "doCopyAttr";
+bool Walk::doCopyAttr(Frame& f, Step const& s) {
   static constexpr char const* signature =
       "bool Cli::Session::EntityCopy::doCopyAttr(const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const Kel::Entity>&, "
       "Kel::String, const Kel::Ptr<const Kel::KelAttr>&)";
   if (s.kind == Step::Kind::skipped) {
-    WALK_TRACE(9, "attrCopiable") << (!s.attr.logging()    ? "Skipping non-logging attribute "
-                                      : s.attr.ctorParam() ? "Skipping constructor parameter "
-                                                           : "Skipping non-writable attribute ")
-                                  << s.attr.name();
+    WALK_TRACE_AS(9, "attrCopiable") << (!s.attr.logging()    ? "Skipping non-logging attribute "
+                                         : s.attr.ctorParam() ? "Skipping constructor parameter "
+                                                              : "Skipping non-writable attribute ")
+                                     << s.attr.name();
     return false;
   }
-  WALK_TRACE(2, operation) << "doCopyAttr: " << s.attr.name();
+  WALK_TRACE(2) << "doCopyAttr: " << s.attr.name();
   switch (s.kind) {
-    case Step::Kind::value: return value(f, s);
-    case Step::Kind::pointer: return pointer(f, s, nullptr);
-    case Step::Kind::singleton: return singleton(f, s);
-    case Step::Kind::collection: return collection(f, s);
-    case Step::Kind::queue: return queue(f, s);
+    case Step::Kind::value: return doCopyValue(f, s);
+    case Step::Kind::pointer: return doCopyPtr(f, s, nullptr);
+    case Step::Kind::singleton: return doCopySingleton(f, s);
+    case Step::Kind::collection: return doCopyCollection(f, s);
+    case Step::Kind::queue: return doCopyQueue(f, s);
     default: break;
   }
-  WALK_TRACE(3, operation) << (s.attr.type()->isEntity() ? "Skipping non-copiable non-instantiating entity "
-                                                         : "Unsupported attribute ")
-                           << s.attr.name();
+  WALK_TRACE(3) << (s.attr.type()->isEntity() ? "Skipping non-copiable non-instantiating entity "
+                                              : "Unsupported attribute ")
+                << s.attr.name();
   KEL_ASSERT_AS(false, "false", signature);
   return false;
 }
@@ -93,7 +82,7 @@ bool Walk::attribute(Frame& f, Step const& s) {
 bool Walk::askWalkedThrough(Frame& f, Step const& s) {
   bool const askedBefore = f.askedAt == impl_.generation;  // then it is not so for all attributes
   bool const allOfIt =
-      !askedBefore && ((f.up() && walkedThrough(*f.up(), f.through())) || guide_->walksThrough(f.path(), true));
+      !askedBefore && ((f.up && walkedThrough(*f.up, *f.through)) || guide_->walksThrough(f.path(), true));
   f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
   f.askedAbout = allOfIt ? nullptr : &s;
   f.askedAt = impl_.generation;
@@ -105,11 +94,10 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
       (walkedThrough(f, s) || guide_->walksThrough(childPath(f.path(), s.attr, &src), false)))
     return descend(f, s, dest, src, isNew);
   Frame below(f, s, dest, src);
-  WALK_TRACE(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
+  WALK_TRACE_AS(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
   Depth const depth(impl_.depth);
   ForeignCode const foreign(*this, below);
-  return Kel::validPtr(ec_.handler())
-      ->handleEntity(EntityCopy::Ptr(&ec_), below.destPtr(), below.srcPtr(), below.path());
+  return Kel::validPtr(ec_.handler())->handleEntity(&ec_, &below.dest, &below.src, below.path());
 }
 
 // Copies a child about which the handler need not be asked. The members of a queue may pair up differently since both
@@ -128,11 +116,11 @@ bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const
 
 // --- Values ---
 
-bool Walk::value(Frame& f, Step const& s) {
-  WALK_TRACE(2, "doCopyValue") << "doCopyValue: " << s.attr.name();
+bool Walk::doCopyValue(Frame& f, Step const& s) {
+  WALK_TRACE(2) << "doCopyValue: " << s.attr.name();
   bool const changed = edit(
       f, s, AttributeEditType::set_, s.typed,
-      [&] { return set(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
+      [&] { return attributeIs(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
       [&] { s.access.copyValue(s.attr, f.dest, f.src); });
   if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) unsettle(f);
   if ((traced_ || !s.typed) && !stopped()) checkValue(s.attr, *s.attr.type());
@@ -142,8 +130,7 @@ bool Walk::value(Frame& f, Step const& s) {
 bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   bool const isPtr = s.attr.isPtr();
   auto const hook = [&] {
-    Box const index = m ? m->index() : nullptr;
-    return set(f, s, index, m && !isPtr ? m->srcMember() : Box(genericIf(target)));
+    return attributeIs(f, s, m ? m->index() : nullptr, m && !isPtr ? m->srcMember() : Box(genericIf(target)));
   };
   // The hook refuses a key or a target of another type.
   bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
@@ -170,7 +157,7 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
 bool Walk::paramsDiffer(Step const& s, Kel::Entity const* dest, Kel::Entity const& src, ParamList& params) {
   if (s.typed && !traced_) return !dest || !s.alike(*dest, src);
   params = ParamList(new Kel::GenericIf::List);
-  return constructorParams(Kel::Ptr<Kel::Entity const>(dest), Kel::Ptr<Kel::Entity const>(&src), s.attr, params);
+  return constructorParams(dest, &src, s.attr, params);
 }
 
 bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, ParamList params, bool isFree) {
@@ -178,7 +165,7 @@ bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, Para
   auto const hook = [&] {
     if (!params) constructorParams(alive, s.attr, params = ParamList(new Kel::GenericIf::List));
     Box const arguments = Kel::GenericIf::List::genericIf(params);
-    return s.attr.isQueue() ? add(f, s, arguments) : set(f, s, m ? m->index() : nullptr, arguments);
+    return s.attr.isQueue() ? attributeAdd(f, s, arguments) : attributeIs(f, s, m ? m->index() : nullptr, arguments);
   };
   Kel::U64 const generation = impl_.generation;
   Kel::Entity* made = nullptr;
@@ -187,7 +174,7 @@ bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, Para
   if (compare_) return differs;
   bool const isNew = generation == impl_.generation;
   if (!made || !isNew) made = held(f, s, m, src);  // foreign code may have deleted it
-  if (m) WALK_TRACE(3, "doCopyCollectionMember") << (made ? "Traversing child" : "No child, we're done");
+  if (m) WALK_TRACE_AS(3, "doCopyCollectionMember") << (made ? "Traversing child" : "No child, we're done");
   if (!made) return differs;
   if (s.typed && !s.alike(*made, src)) unsettle(f);  // a NaN among the parameters
   return child(f, s, *made, src, isNew) || differs;
@@ -207,23 +194,22 @@ Kel::Entity* Walk::held(Frame& f, Step const& s, Member* m, Kel::Entity const& s
   return entityOf(genericIf(&f.dest)->attribute(destOwn.id(), m ? m->index() : nullptr)).ptr();
 }
 
-bool Walk::singleton(Frame& f, Step const& s) {
-  static constexpr char const* operation = "doCopySingleton";
-  WALK_TRACE(2, operation) << "doCopySingleton: " << s.attr.name();
+bool Walk::doCopySingleton(Frame& f, Step const& s) {
+  WALK_TRACE(2) << "doCopySingleton: " << s.attr.name();
   Kel::AttrAccess const& destAccess = destAttr(f, s).access();
   Kel::Ptr<Kel::Entity const> const srcChild(s.access.target(f.src));  // held, because a reactor may delete it
   Kel::Entity* const destChild = destAccess.target(f.dest);
   if (!srcChild) {
     if (!destChild) return false;
-    WALK_TRACE(3, operation) << "Deleting dest child";
-    return del(f, s, nullptr);
+    WALK_TRACE(3) << "Deleting dest child";
+    return attributeDel(f, s, nullptr);
   }
-  WALK_TRACE(3, operation) << "Child is set";
+  WALK_TRACE(3) << "Child is set";
   ParamList params;
   if (!paramsDiffer(s, destChild, *srcChild, params)) return child(f, s, *destChild, *srcChild);
-  bool const deleted = destChild && del(f, s, nullptr);
+  bool const deleted = destChild && attributeDel(f, s, nullptr);
   if (destChild && stopped()) return deleted;
-  WALK_TRACE(3, operation) << "Re-creating entity";
+  WALK_TRACE(3) << "Re-creating entity";
   return make(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest)) || deleted;
 }
 

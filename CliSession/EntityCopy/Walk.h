@@ -8,6 +8,8 @@
 // on references, and keeps what it has looked up. A `ForeignCode` object guards each call.
 #pragma once
 
+// The module and the trace handle of all files that include this one. Before the framework's headers.
+#define KEL_SOURCE_NAME "EntityCopy"
 #include <array>
 #include <optional>
 
@@ -15,12 +17,13 @@
 #include "CliSession/EntityCopy/Frame.h"
 #include "CliSession/EntityCopyCompare.h"
 #include "Kel/HashMap.h"
+#include "Kel/Trace.h"
 
-// A trace of the walk, under the name of an operation. If `traced_` is false, it costs one test.
-#define WALK_TRACE(level, operation)     \
-  !(traced_ && KEL_TRACE_ENABLED(level)) \
-      ? static_cast<void>(0)             \
-      : ::Kel::TraceVoid() & ::Kel::TraceLine(kelTraceHandle(), level, KEL_SOURCE_NAME, __LINE__, operation).stream()
+KEL_TRACE_MODULE("EntityCopy")
+
+// A trace of the walk. If `traced_` is false, it costs one test.
+#define WALK_TRACE(level) WALK_TRACE_AS(level, __func__)
+#define WALK_TRACE_AS(level, operation) !traced_ ? static_cast<void>(0) : KEL_TRACE_AS(level, operation)
 
 namespace Cli::Session {
 
@@ -53,26 +56,28 @@ class Walk final : private Kel::SameTarget {
     void leaveSource() { *this = {nullptr, key, srcIndex(), indexBox, srcMember()}; }
   };
 
-  // The steps of the operations of EntityCopy. Each answers whether source and destination differ in what it covers.
+  // The steps of the walk. A step that is also an operation of EntityCopy has its name, and traces under it. Each
+  // answers whether source and destination differ in what it covers.
   bool attributes(Frame& frame);  // doCopyEntityAttrs
   // The same for a copy root. Skips what has not changed since both sides were last equal, if that is known.
   bool root(Frame& frame);
-  bool differs(Frame& frame, Step const& step) {  // doCopyAttr
-    return (traced_ || !equalInPlace(frame, step)) && attribute(frame, step);
+  // doCopyAttr behind the filter.
+  bool differs(Frame& frame, Step const& step) {
+    return (traced_ || !equalInPlace(frame, step)) && doCopyAttr(frame, step);
   }
   // The following do not apply the filter, except valueIfDifferent.
-  bool value(Frame& frame, Step const& step);  // doCopyValue
+  bool doCopyValue(Frame& frame, Step const& step);
   bool valueIfDifferent(Frame& frame, Step const& step) {
-    return (traced_ || !equalInPlace(frame, step)) && value(frame, step);
+    return (traced_ || !equalInPlace(frame, step)) && doCopyValue(frame, step);
   }
-  bool singleton(Frame& frame, Step const& step);           // doCopySingleton
-  bool collection(Frame& frame, Step const& step);          // doCopyCollection
-  bool queue(Frame& frame, Step const& step);               // doCopyQueue
-  bool member(Frame& frame, Step const& step, Member& m);   // doCopyCollectionMember
-  bool pointer(Frame& frame, Step const& step, Member* m);  // doCopyPtr; `m` is null for a single pointer
-  // resolvePtr: the destination's target; null if the pointer has to wait, which is recorded.
-  Kel::Entity* resolve(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
-                       Kel::Entity const& srcTarget, Member* m, bool isKey);
+  bool doCopySingleton(Frame& frame, Step const& step);
+  bool doCopyCollection(Frame& frame, Step const& step);
+  bool doCopyQueue(Frame& frame, Step const& step);
+  bool doCopyCollectionMember(Frame& frame, Step const& step, Member& m);
+  bool doCopyPtr(Frame& frame, Step const& step, Member* m);  // `m` is null for a single pointer
+  // The destination's target; null if the pointer has to wait, which is recorded.
+  Kel::Entity* resolvePtr(Frame& frame, Step const& step, Kel::Ptr<Kel::Entity const> const& owner,
+                          Kel::Entity const& srcTarget, Member* m, bool isKey);
 
   // An edit; answers whether the destination changes or, in a comparison, would. If the storage can make it, and no
   // foreign code has to see it, it is counted and `write` makes it. Otherwise `hook` does all of it with a boxed value.
@@ -83,10 +88,10 @@ class Walk final : private Kel::SameTarget {
 
   // The hooks: an edit of the destination's attribute, with its value boxed. `current` is the present value, or null if
   // the caller does not know it.
-  bool set(Frame& frame, Step const& step, Box const& index, Box const& value, Box current = nullptr);  // attributeIs
-  bool del(Frame& frame, Step const& step, Box const& index);                                           // attributeDel
-  bool add(Frame& frame, Step const& step, Box const& value);                                           // attributeAdd
-  bool remove(Frame& frame, Step const& step);  // attributeRemove
+  bool attributeIs(Frame& frame, Step const& step, Box const& index, Box const& value, Box current = nullptr);
+  bool attributeDel(Frame& frame, Step const& step, Box const& index);
+  bool attributeAdd(Frame& frame, Step const& step, Box const& value);
+  bool attributeRemove(Frame& frame, Step const& step);
 
   // Guards a call of foreign code: keeps the frames' entities alive, and afterwards reads again what the walk relies
   // on.
@@ -108,13 +113,12 @@ class Walk final : private Kel::SameTarget {
     bool asks = false;
   };
 
-  void read();
+  // Forgets what was looked up, and reads again what the walk relies on.
   void revalidate();
   // EntityCopy::stop.
   bool stopped() const { return compare_ && log_ && log_->attributeEditEntrys() > 0; }
 
-  // doCopyAttr without the filter.
-  bool attribute(Frame& frame, Step const& step);
+  bool doCopyAttr(Frame& frame, Step const& step);
   // The filter: true if an attribute is known to be equal. It traces nothing.
   bool equalInPlace(Frame& frame, Step const& step) {
     Kel::ChangedEntity const* const here = changed(frame);
@@ -143,7 +147,7 @@ class Walk final : private Kel::SameTarget {
   }
   // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
   // of its pointers has to wait. It counts as changed.
-  void unsettle(Frame& frame) { unsettled_.push_back(frame.destPtr()); }
+  void unsettle(Frame& frame) { unsettled_.push_back(&frame.dest); }
   Kel::U32 gatherChanged(Frame& frame, Step const& step, Kel::U32& position, Kel::AttrAccess::Pair* pairs,
                          Kel::U32 most);
   // Whether the handler has to be asked about entities of a type.
