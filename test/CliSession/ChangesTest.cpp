@@ -205,17 +205,6 @@ struct Changed : testing::Test {
   }
 };
 
-TEST_F(Changed, WhatTheDestinationLostComesBackWhole) {
-  dest->boltDel("b");
-  becomesEqual();
-  dest->partDel();
-  becomesEqual();
-  dest->gearDel("g");
-  becomesEqual();
-  dest->jobDel(dest->jobIterator().key());
-  becomesEqual();
-}
-
 TEST_F(Changed, WhatCameAnewIsLookedAtThroughout) {
   src->annexDel("x");
   src->newAnnex("x")->newBolt("inner")->lockedIs(true);
@@ -233,19 +222,6 @@ TEST_F(Changed, ManyChangesCountAsTheGreatest) {
   dest->u8Is(9);
   becomesEqual();
   for (int i = 0; i < 20000; ++i) dest->newBolt(std::to_string(i));
-  becomesEqual();
-}
-
-TEST_F(Changed, WhatAReactorChangesMeanwhileIsLookedAt) {
-  src->newBolt("c");
-  for (int i = 0; i < 2; ++i) world.copy();
-  src->u8Is(7);
-  {
-    Reactor const reactor(EntityPtrConst(dest), [&] { dest->part()->noteIs("changed"); });
-    becomesEqual();
-  }
-  src->bolt("b")->lockedIs(true);
-  Reactor const reactor(EntityPtrConst(dest->bolt("b")), [&] { dest->bolt("c")->lockedIs(true); });
   becomesEqual();
 }
 

@@ -27,6 +27,12 @@ struct Engine : testing::Test {
 };
 using EngineDeathTest = Engine;
 
+// What has to go alike with traces on and off.
+struct EngineAlike : Engine, testing::WithParamInterface<bool> {
+  std::unique_ptr<TracedRun> tracing = GetParam() ? std::make_unique<TracedRun>() : nullptr;
+};
+INSTANTIATE_TEST_SUITE_P(Traced, EngineAlike, testing::Bool());
+
 TEST_F(Engine, WaitsForSourceAndDestination) {
   EntityCopy::Ptr const ec = S::entityCopyFactory();
   Traces const traces("EntityCopy");
@@ -45,27 +51,23 @@ TEST_F(Engine, WaitsForSourceAndDestination) {
   EXPECT_EQ(traces.count("EntityCopy/1 handleCopyRoots: completed"), 2u);
 }
 
-TEST_F(Engine, AComparisonWithAFilledLogStopsAtOnce) {
+TEST_P(EngineAlike, AComparisonWithAFilledLogStopsAtOnce) {
   src->newPart()->noteIs("same");
   src->newBolt("b");
   world.copy();
   src->part()->countIs(1);
   src->bolt("b")->peerIs(src->bolt("b"));
   src->u8Is(1);
-  for (bool traced : {false, true}) {
-    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
-    EntityCopy::Ptr const ec = world.idleCopy(true);
-    ec->attributeEditLog()->newAttributeEditEntry(S::AttributeEdit("old", "Old", S::AttributeEditType::set_));
-    EXPECT_TRUE(ec->stop());
-    EXPECT_FALSE(ec->doCopyEntityAttrs(dest, src, "hall", nullptr)) << "it walked on to u8";
-    EXPECT_FALSE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "it walked on to count";
-    EXPECT_FALSE(ec->doCopyEntityAttrs(dest->bolt("b"), src->bolt("b"), "hall.bolt/b", nullptr))
-        << "it walked on from equal values to peer";
-    EXPECT_TRUE(log(ec).empty());
-    dest->part()->noteIs("other");
-    EXPECT_TRUE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "the first is compared";
-    dest->part()->noteIs("same");
-  }
+  EntityCopy::Ptr const ec = world.idleCopy(true);
+  ec->attributeEditLog()->newAttributeEditEntry(S::AttributeEdit("old", "Old", S::AttributeEditType::set_));
+  EXPECT_TRUE(ec->stop());
+  EXPECT_FALSE(ec->doCopyEntityAttrs(dest, src, "hall", nullptr)) << "it walked on to u8";
+  EXPECT_FALSE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "it walked on to count";
+  EXPECT_FALSE(ec->doCopyEntityAttrs(dest->bolt("b"), src->bolt("b"), "hall.bolt/b", nullptr))
+      << "it walked on from equal values to peer";
+  EXPECT_TRUE(log(ec).empty());
+  dest->part()->noteIs("other");
+  EXPECT_TRUE(ec->doCopyEntityAttrs(dest->part(), src->part(), "hall.part", nullptr)) << "the first is compared";
 }
 
 TEST_F(Engine, ComparesWholeTreesWithoutAHandler) {
@@ -146,74 +148,63 @@ void bring(Kel::Ptr<Plant::Hall> const& hall, Kel::U8 arms) {
 
 // Wherever they are met: at the same positions or not, in a comparison that their deletion does not stop, and at the
 // ends of pointers.
-TEST_F(Engine, MembersOfOtherTypesAreMadeAnew) {
-  for (bool traced : {false, true})
-    for (bool further : {false, true}) {
-      std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
-      World in;
-      Kel::Ptr<Plant::Hall> const from = World::hall(in.src, "sys/annex"), to = World::hall(in.dest, "sys/annex");
-      for (char const* name : {"a", "r"}) from->newMachine(name);
-      for (int i = 0; i < 2; ++i) in.copy();
-      to->machineDel("r");
-      bring(to, 1);
-      if (further) to->newMachine("x");
-      for (Kel::Dir::Ptr const& dir : {in.src, in.dest})
-        for (Kel::U32 i = further ? 1 : 3; i <= 2; ++i)
-          World::hall(dir)->watchedIs(i, World::hall(dir, "sys/annex")->machine(i == 1 ? "a" : "r"));
-      auto const bypass = S::attributeEditBypassTableFactory("bypass");
-      S::AttributeEdit const deletion("machine", "Plant::Hall", S::AttributeEditType::del_);
-      bypass->attributeEditBypassEntryIs(deletion)->parentPathIs("/dest", true);
-      EntityCopy::Ptr const ec = in.copyFrom(in.src, true);
-      ec->attributeEditBypassCheckerIs(bypass);
-      ec->destIs(in.dest);
-      EXPECT_EQ(textOf(log(ec)), "Plant::Hall::machine set sys/annex x1\n");
-      Edits expected{{"Plant::Hall::machine del sys/annex", 1 + further}, {"Plant::Hall::machine set sys/annex", 1}};
-      if (further) expected["Plant::Hall::watched set hall"] = 1;
-      EXPECT_EQ(in.copy().edits, expected);
-      EXPECT_EQ(to->machine("r")->type(), Plant::Machine::_fwkType());
-      EXPECT_TRUE(!further || World::hall(in.dest)->watched(2).ptr() == to->machine("r").ptr());
-    }
+TEST_P(EngineAlike, MembersOfOtherTypesAreMadeAnew) {
+  for (bool further : {false, true}) {
+    World in;
+    Kel::Ptr<Plant::Hall> const from = World::hall(in.src, "sys/annex"), to = World::hall(in.dest, "sys/annex");
+    for (char const* name : {"a", "r"}) from->newMachine(name);
+    for (int i = 0; i < 2; ++i) in.copy();
+    to->machineDel("r");
+    bring(to, 1);
+    if (further) to->newMachine("x");
+    for (Kel::Dir::Ptr const& dir : {in.src, in.dest})
+      for (Kel::U32 i = further ? 1 : 3; i <= 2; ++i)
+        World::hall(dir)->watchedIs(i, World::hall(dir, "sys/annex")->machine(i == 1 ? "a" : "r"));
+    auto const bypass = S::attributeEditBypassTableFactory("bypass");
+    S::AttributeEdit const deletion("machine", "Plant::Hall", S::AttributeEditType::del_);
+    bypass->attributeEditBypassEntryIs(deletion)->parentPathIs("/dest", true);
+    EntityCopy::Ptr const ec = in.copyFrom(in.src, true);
+    ec->attributeEditBypassCheckerIs(bypass);
+    ec->destIs(in.dest);
+    EXPECT_EQ(textOf(log(ec)), "Plant::Hall::machine set sys/annex x1\n");
+    Edits expected{{"Plant::Hall::machine del sys/annex", 1 + further}, {"Plant::Hall::machine set sys/annex", 1}};
+    if (further) expected["Plant::Hall::watched set hall"] = 1;
+    EXPECT_EQ(in.copy().edits, expected);
+    EXPECT_EQ(to->machine("r")->type(), Plant::Machine::_fwkType());
+    EXPECT_TRUE(!further || World::hall(in.dest)->watched(2).ptr() == to->machine("r").ptr());
+  }
 }
 
 // Members of derived types are copied as what they are, where an attribute log has brought them; they are not made. Of
 // their constructor parameters, those of the declared type are compared.
-TEST_F(Engine, MembersOfDerivedTypesAreNotTakenForOthers) {
+TEST_P(EngineAlike, MembersOfDerivedTypesAreNotTakenForOthers) {
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) hall->newMachine("a")->speedIs(hall == src);
   bring(src, 1);
-  for (bool traced : {false, true}) {
-    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
-    EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { world.copy(); }),
-              "/dest/hall.machine/r: Plant::Machine has no attribute 'arms'");
-    EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
-    ec->destIs(world.dest);
-    EXPECT_EQ(textOf(log(ec)), "Plant::Hall::machine del hall x1\n");
-    dest->machineDel("r");
-    bring(dest, 2);
-    EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Robot::arms set hall.machine/r", 1}}));
-    EXPECT_EQ(textOf(world.copy().edits), "");
-    dest->machineDel("r");
-  }
+  EXPECT_EQ(messageOf<Kel::UnknownAttrException>([&] { world.copy(); }),
+            "/dest/hall.machine/r: Plant::Machine has no attribute 'arms'");
+  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
+  ec->destIs(world.dest);
+  EXPECT_EQ(textOf(log(ec)), "Plant::Hall::machine del hall x1\n");
+  dest->machineDel("r");
+  bring(dest, 2);
+  EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Robot::arms set hall.machine/r", 1}}));
+  EXPECT_EQ(textOf(world.copy().edits), "");
 }
 
 // Where the declared type has nothing but plain values, and in a queue.
-TEST_F(Engine, PlainMembersOfDerivedTypesAreNotTakenForOthers) {
-  for (bool traced : {false, true}) {
-    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
-    World in;
-    Kel::Ptr<Plant::Hall> const from = World::hall(in.src), to = World::hall(in.dest);
-    for (Kel::Ptr<Plant::Hall> const& hall : {from, to})
-      bring(hall, "door", Plant::gateFactory(Plant::Grade::fine))->widthIs(hall == from);
-    bring(to, "tick", Plant::alarmFactory());
-    from->tickEnq();
-    EXPECT_EQ(in.copy().edits, (Edits{{"Plant::Gate::width set hall.door/fine", 1},
-                                      {"Plant::Hall::tick del hall", 1},
-                                      {"Plant::Hall::tick set hall", 1}}));
-    // A handler of the derived type is asked, although nothing has changed.
-    int asked = 0;
-    in.handlerAt("", "Plant::Gate", [&](auto&&...) { return ++asked == 0; });
-    in.copy();
-    EXPECT_EQ(asked, 1);
-  }
+TEST_P(EngineAlike, PlainMembersOfDerivedTypesAreNotTakenForOthers) {
+  for (Kel::Ptr<Plant::Hall> const& hall : {src, dest})
+    bring(hall, "door", Plant::gateFactory(Plant::Grade::fine))->widthIs(hall == src);
+  bring(dest, "tick", Plant::alarmFactory());
+  src->tickEnq();
+  EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Gate::width set hall.door/fine", 1},
+                                       {"Plant::Hall::tick del hall", 1},
+                                       {"Plant::Hall::tick set hall", 1}}));
+  // A handler of the derived type is asked, although nothing has changed.
+  int asked = 0;
+  world.handlerAt("", "Plant::Gate", [&](auto&&...) { return ++asked == 0; });
+  world.copy();
+  EXPECT_EQ(asked, 1);
 }
 
 // An operation that runs after a change is foreign code, as a reactor is.
@@ -328,22 +319,19 @@ void runOnAStackOf(std::size_t bytes, std::function<void()> body) {
   pthread_attr_destroy(&attributes);
 }
 
-TEST_F(Engine, RefusesATreeThatIsTooDeep) {
+TEST_P(EngineAlike, RefusesATreeThatIsTooDeep) {
   Kel::Ptr<Plant::Hall> at = src;
   for (int i = 0; i < 1100; ++i) at = at->newAnnex("a");
-  for (bool traced : {false, true}) {
-    std::unique_ptr<TracedRun> const tracing = traced ? std::make_unique<TracedRun>() : nullptr;
-    // Whatever the build, it ends with an exception, not with the stack; given room, at the limit.
-    for (std::size_t stack : {std::size_t{512} << 10, std::size_t{8} << 20, std::size_t{128} << 20}) {
-      runOnAStackOf(stack, [&] {
-        std::string const message = messageOf<Kel::RangeException>([&] { world.copy(); });
-        if (stack >= std::size_t{128} << 20) {
-          EXPECT_EQ(message, "entities nested deeper than 1000 cannot be copied");
-        }
-        EXPECT_TRUE(message != "no exception" && message.find("of another") == std::string::npos) << message;
-      });
-      dest->annexDelAll();
-    }
+  // Whatever the build, it ends with an exception, not with the stack; given room, at the limit.
+  for (std::size_t stack : {std::size_t{512} << 10, std::size_t{8} << 20, std::size_t{128} << 20}) {
+    runOnAStackOf(stack, [&] {
+      std::string const message = messageOf<Kel::RangeException>([&] { world.copy(); });
+      if (stack >= std::size_t{128} << 20) {
+        EXPECT_EQ(message, "entities nested deeper than 1000 cannot be copied");
+      }
+      EXPECT_TRUE(message != "no exception" && message.find("of another") == std::string::npos) << message;
+    });
+    dest->annexDelAll();
   }
 }
 

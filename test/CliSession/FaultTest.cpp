@@ -259,21 +259,15 @@ TEST_P(Faults, APointerLeadsIntoTheTreeThatItIsWrittenIn) {
 }
 
 TEST_P(Faults, AHandlersExceptionLeavesTheWaitingPointer) {
-  struct Refusing : S::EntityCopyGlobalSessionHandler {
-    bool refuses = false;
-    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
-      if (refuses) Kel::throwRangeException("refused");
-      return EntityCopyGlobalSessionHandler::resolveEntityPtr(ec, target);
-    }
-  };
   Kel::Ptr<Plant::Bolt> const late = World::hall(world.src, "sys/annex")->newBolt("late");
   src->favouriteIs(late);
   src->weightIs(late, 5);
   src->chosenIs("c", late);
   EntityCopy::Ptr const ec = world.idleCopy();
-  Kel::Ptr<Refusing> const handler(new Refusing);
-  handler->sessionStatusIs(world.status);
-  ec->handlerIs(handler);
+  bool refuses = false;
+  ec->handlerIs(world.resolving([&] {
+    if (refuses) Kel::throwRangeException("refused");
+  }));
   for (int round = 0; round < 2; ++round) {
     for (char const* attr : {"favourite", "weight", "chosen"}) {
       if (round == 0)
@@ -282,7 +276,7 @@ TEST_P(Faults, AHandlersExceptionLeavesTheWaitingPointer) {
         EXPECT_THROW(ec->doCopyAttrByName(dest, src, "hall", attr), Kel::RangeException);
     }
     EXPECT_EQ(ec->pendingAttrs(), 3u) << "round " << round;
-    handler->refuses = true;
+    refuses = true;
   }
   World::hall(world.dest, "sys/annex")->newBolt("late");
   ec->doCopyPendingAttrs(false);
@@ -442,21 +436,11 @@ TEST_P(Faults, AHandlerOfAnEqualMemberIsAsked) {
 
 // A derived handler is foreign code where it is asked for a target.
 TEST_P(Faults, AHandlerMayChangeTheLogWhenItIsAskedForATarget) {
-  struct Changing : S::EntityCopyGlobalSessionHandler {
-    std::function<void()> change;
-    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
-      change();
-      return EntityCopyGlobalSessionHandler::resolveEntityPtr(ec, target);
-    }
-  };
   src->favouriteIs(src->newBolt("b"));
   src->visitsInc();
   EntityCopy::Ptr const ec = world.copyFrom(world.src);
   auto const before = ec->attributeEditLog(), after = S::attributeEditLogFactory();
-  Kel::Ptr<Changing> const changing(new Changing);
-  changing->sessionStatusIs(world.status);
-  changing->change = [&] { ec->attributeEditLogIs(after); };
-  ec->handlerIs(changing);
+  ec->handlerIs(world.resolving([&] { ec->attributeEditLogIs(after); }));
   ec->destIs(world.dest);
   EXPECT_EQ(editsOf(*after).count("Plant::Hall::visits set hall"), 1u) << textOf(editsOf(*before));
 }

@@ -245,20 +245,7 @@ TEST_F(Handlers, MayTakeTheDestinationAway) {
   }
 }
 
-// Deletes what it is asked about from the source's collections, each kind in turn.
-struct Deleter : SessionHandler {
-  std::function<void()> act;
-  S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
-    act();
-    return SessionHandler::resolveEntityPtr(ec, target);
-  }
-  bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& to, EntityPtrConst const& from,
-                    Kel::String path) override {
-    if (from->type() != Plant::Hall::_fwkType() && from->type() != Plant::Bolt::_fwkType()) act();
-    return SessionHandler::handleEntity(ec, to, from, path);
-  }
-};
-
+// Whenever it is asked, be it about a target or about a member, it empties a collection of the source, each in turn.
 TEST_F(Handlers, MayDeleteTheMemberUnderTheWalk) {
   using Kel::U32;
   struct Kind {
@@ -284,9 +271,11 @@ TEST_F(Handlers, MayDeleteTheMemberUnderTheWalk) {
     dest->matedDelAll();
     dest->watchedDelAll();
     EntityCopy::Ptr const ec = copyWithTable();
-    Kel::Ptr<Deleter> const deleter(new Deleter);
-    deleter->sessionStatusIs(world.status);
-    deleter->act = kind.deleteAll;
+    auto const deleter = world.resolving(kind.deleteAll);
+    deleter->visit = [&](auto const& copy, auto const& to, auto const& from, auto const& path) {
+      if (from->type() != Plant::Hall::_fwkType() && from->type() != Plant::Bolt::_fwkType()) kind.deleteAll();
+      return deleter->SessionHandler::handleEntity(copy, to, from, path);
+    };
     ec->handlerIs(deleter);
     ec->destIs(world.dest);
     EXPECT_FALSE(dest->chosenHas("")) << "it was never in the source";

@@ -250,42 +250,6 @@ TEST(Laws, TracesMakeNoDifference) {
   }
 }
 
-TEST(Laws, CopyingBackRestores) {
-  for (unsigned seed : seeds(100)) {
-    SCOPED_TRACE(seed);
-    RandomWorld world(seed);
-    if (!world.alike()) continue;
-    Kel::Dir::Ptr const kept = world.dir("kept");
-    world.run(kept, world.dest);
-    std::string const before = world.dump(world.dest);
-    ASSERT_EQ(world.dump(kept), before);
-    world.copy();
-    world.run(world.dest, kept);
-    ASSERT_EQ(world.dump(world.dest), before);
-    ASSERT_FALSE(world.differs(kept, world.dest));
-  }
-}
-
-TEST(Laws, ReactorsDoNotChangeTheResult) {
-  Kel::U32 calls = 0;
-  for (unsigned seed : seeds(100)) {
-    SCOPED_TRACE(seed);
-    RandomWorld plain(seed), watched(seed);
-    Kel::U32 early = 0;
-    std::vector<std::unique_ptr<Reactor>> reactors;
-    for (Kel::Entity* e : entitiesOf(*watched.dest))
-      if (watched.generator.below(4) == 0)
-        reactors.push_back(std::make_unique<Reactor>(EntityPtrConst(e), [&] { ++early; }));
-    EXPECT_EQ(plain.differs(plain.dest, plain.src), watched.differs(watched.dest, watched.src));
-    ASSERT_EQ(early, 0u) << "a comparison writes";
-    Outcome const silent = plain.copy(), heard = watched.copy();
-    ASSERT_EQ(textOf(silent.edits), textOf(heard.edits));
-    ASSERT_EQ(plain.dump(plain.dest), watched.dump(watched.dest));
-    calls += early;
-  }
-  EXPECT_GT(calls, 1000u) << "too few reactors ran";
-}
-
 // --- What operations answer ---
 
 // One operation on a pair of entities, against what is to be edited there.

@@ -106,20 +106,13 @@ TEST_P(Pointers, WaitForARootThatIsMadeAnew) {
 }
 
 TEST_P(Pointers, AKeyThatGoesWhileItsTargetIsLookedForIsHeld) {
-  struct Deleting : S::EntityCopyGlobalSessionHandler {
-    Kel::Ptr<Plant::Hall> from;
-    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const&, EntityPtrConst const&) override {
-      from->weightDelAll();
-      from->boltDelAll();
-      return S::PtrTarget("/dest/later", false);
-    }
-  };
   src->weightIs(src->newBolt("late"), 5);
-  Kel::Ptr<Deleting> const deleting(new Deleting);
-  deleting->sessionStatusIs(world.status);
-  deleting->from = src;
   EntityCopy::Ptr const ec = world.copyFrom(world.src);
-  ec->handlerIs(deleting);
+  ec->handlerIs(world.resolving([&] {
+    src->weightDelAll();
+    src->boltDelAll();
+    return S::PtrTarget("/dest/later", false);
+  }));
   Kel::U32 refs = 0;
   Reactor const reactor(EntityPtrConst(ec), [&, bolt = src->bolt("late").ptr()] {
     if (ec->pendingAttrs() > 0) refs = bolt->refs();
@@ -129,23 +122,14 @@ TEST_P(Pointers, AKeyThatGoesWhileItsTargetIsLookedForIsHeld) {
 }
 
 TEST_P(Pointers, AKeyThatTheHandlerDeletesMeanwhileIsGone) {
-  struct Deleting : S::EntityCopyGlobalSessionHandler {
-    Kel::Ptr<Plant::Hall> from;
-    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
-      if (Kel::Ptr<Plant::Hall> const hall = std::exchange(from, nullptr)) {
-        hall->weightDelAll();
-        hall->boltDelAll();
-      }
-      return EntityCopyGlobalSessionHandler::resolveEntityPtr(ec, target);
-    }
-  };
   src->weightIs(src->newBolt("a"), 1);
   for (char const* bolt : {"a", "b", "c"}) dest->weightIs(dest->newBolt(bolt), 2);
-  Kel::Ptr<Deleting> const deleting(new Deleting);
-  deleting->sessionStatusIs(world.status);
-  deleting->from = dest;
   EntityCopy::Ptr const ec = world.copyFrom(world.src);
-  ec->handlerIs(deleting);
+  ec->handlerIs(world.resolving([&, done = false]() mutable {
+    if (std::exchange(done, true)) return;
+    dest->weightDelAll();
+    dest->boltDelAll();
+  }));
   ec->destIs(world.dest);
   EXPECT_EQ(ec->pendingAttrs(), 0u);
   EXPECT_EQ(dest->weight(dest->bolt("a")), 1u);
@@ -153,19 +137,13 @@ TEST_P(Pointers, AKeyThatTheHandlerDeletesMeanwhileIsGone) {
 }
 
 TEST_P(Pointers, AKeyStaysIfTheHandlerLeadsAKeyOfTheSourceToIt) {
-  struct Redirecting : S::EntityCopyGlobalSessionHandler {
-    S::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const&, EntityPtrConst const&) override {
-      return S::PtrTarget("/dest/hall.bolt/b", true);
-    }
-  };
   for (Kel::Ptr<Plant::Hall> const& hall : {src, dest}) {
     for (char const* bolt : {"a", "b"}) hall->newBolt(bolt);
     hall->weightIs(hall->bolt("a"), 1);
   }
   for (int run = 0; run < 2; ++run) {
     EntityCopy::Ptr const ec = world.copyFrom(world.src);
-    ec->handlerIs(S::EntityCopyHandler::Ptr(new Redirecting));
-    Kel::ptrCast<Redirecting>(ec->handler())->sessionStatusIs(world.status);
+    ec->handlerIs(world.resolving([] { return S::PtrTarget("/dest/hall.bolt/b", true); }));
     ec->destIs(world.dest);
     EXPECT_EQ(editsOf(*ec->attributeEditLog()).size(), run == 0 ? 2u : 0u);
   }

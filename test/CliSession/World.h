@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -42,16 +43,23 @@ struct Outcome {
   Kel::U32 pending;  // pointers that still wait
 };
 
-// A handler that does what the test says.
+// A handler that does what the test says, and what its base does where the test says nothing.
 struct Scripted : Cli::Session::EntityCopyGlobalSessionHandler {
   using Visit = std::function<bool(Kel::Ptr<EntityCopy> const&, EntityPtr const&, EntityPtrConst const&, Kel::String)>;
+  using Resolve = std::function<std::optional<Cli::Session::PtrTarget>()>;
   Visit visit;
-  Scripted(Kel::Ptr<Cli::Session::Status> const& status, Visit what) : visit(std::move(what)) {
+  Resolve resolve;
+  Scripted(Kel::Ptr<Cli::Session::Status> const& status, Visit what, Resolve where = {})
+      : visit(std::move(what)), resolve(std::move(where)) {
     sessionStatusIs(status);
   }
   bool handleEntity(Kel::Ptr<EntityCopy> const& ec, EntityPtr const& dest, EntityPtrConst const& src,
                     Kel::String path) override {
-    return visit(ec, dest, src, path);
+    return visit ? visit(ec, dest, src, path) : EntityCopyGlobalSessionHandler::handleEntity(ec, dest, src, path);
+  }
+  Cli::Session::PtrTarget resolveEntityPtr(Kel::Ptr<EntityCopy> const& ec, EntityPtrConst const& target) override {
+    auto const known = resolve ? resolve() : std::nullopt;
+    return known ? *known : EntityCopyGlobalSessionHandler::resolveEntityPtr(ec, target);
   }
 };
 
@@ -132,6 +140,16 @@ struct World {
 
   Kel::Ptr<Scripted> scripted(Scripted::Visit const& visit) const {
     return Kel::Ptr<Scripted>(new Scripted(status, visit));
+  }
+  // Does something whenever it is asked where a pointer leads; a void function leaves the answer to the base.
+  template <class Act>
+  Kel::Ptr<Scripted> resolving(Act act) const {
+    return Kel::Ptr<Scripted>(new Scripted(status, {}, [act]() mutable -> std::optional<Cli::Session::PtrTarget> {
+      if constexpr (std::is_void_v<decltype(act())>)
+        return act(), std::nullopt;
+      else
+        return act();
+    }));
   }
   // Has copies give the entities of a path, or of a type, to a handler of their own.
   void handlerAt(char const* path, char const* typeName, Scripted::Visit const& visit) {

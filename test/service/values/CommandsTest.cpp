@@ -145,9 +145,11 @@ TEST(Commands, MoveKeepsDerivedTypes) {
   EXPECT_EQ(exportAttribute(*hall, *queue.steps.back().attr, *world.src), expected);
 }
 
+// What the shell's transcripts do not show.
 TEST(Commands, AnswerWhatTheyDid) {
   World world;
   auto const hall = World::hall(world.src);
+  hall->newBolt("b1");
   PendingReferences pending;
   Editor editor(world.src, pending);
   auto const said = [&](char const* line) {
@@ -155,10 +157,6 @@ TEST(Commands, AnswerWhatTheyDid) {
     std::string const error = messageOf<InputError>([&] { text = editor.apply(line).text; });
     return text.empty() ? error : text;
   };
-  EXPECT_EQ(said("set hall u16 9000"), "hall.u16 set to 9000, was 0");
-  EXPECT_EQ(said("set hall u16 9000"), "hall.u16 is 9000 already");
-  EXPECT_EQ(said("set hall.u16 0x10"), "hall.u16 set to 16, was 9000");
-  EXPECT_EQ(said("set hall bolt b1 torque 2.5"), "hall.bolt/b1 created, torque set to 2.5");
   EXPECT_EQ(said("set hall bolt b1 peer b2"), "peer: there is no Bolt 'b2'; did you mean b1?");
   EXPECT_EQ(said("set hall annex a bolt b2"), "hall.annex/a.bolt/b2 created");
   EXPECT_EQ(said("set hall bolt b1 peer b2"), "hall.bolt/b1.peer set to hall.annex/a.bolt/b2, was null");
@@ -173,24 +171,13 @@ TEST(Commands, AnswerWhatTheyDid) {
   EXPECT_EQ(said("set hall weight b1 7"), "hall.weight/hall.bolt/b1 set to 7");
   EXPECT_EQ(said("delete hall annex a"), "hall.annex/a deleted; no longer lead anywhere: hall.bolt/b1.peer");
   EXPECT_EQ(said("set hall annex a bolt b2"), "hall.annex/a.bolt/b2 created; pointing at it again: hall.bolt/b1.peer");
-  EXPECT_EQ(said("delete hall u16"), "hall.u16 back to 0");
   // What is refused has changed nothing.
   std::string const before = world.dump(world.src);
-  EXPECT_EQ(said("set hall u166 1"), "'u166': a Hall has no such attribute; did you mean u16?");
   EXPECT_EQ(said("set hall bolt new torqe 1"), "'torqe': a Bolt has no such attribute; did you mean torque?");
   EXPECT_EQ(said("set hall bolt new torque fast"), "torque: 'fast' is not a number");
-  EXPECT_EQ(said("set hall bolt new"
-                 " torque"),
-            "'hall.bolt/new.torque' takes one value, a number");
-  EXPECT_EQ(said("set hall gear new teeth 99999"), "teeth: '99999' is not a number from 0 to 65535");
   EXPECT_EQ(said("set hall slot new text x"), "'new' is not a number from -2147483648 to 2147483647");
   EXPECT_EQ(said("set hall text a b"), "'hall.text' takes one value, text; text with blanks stands in quotes");
-  EXPECT_EQ(said("set hall te x"), "'te' may be text, texts");
-  EXPECT_EQ(said("set hall grade gold"), "grade: 'gold' is not one of raw, fine, pure");
-  EXPECT_EQ(said("set hall limit 3"), "'limit': a Hall has no such attribute");
   EXPECT_EQ(said("set hall closed 3"), "'hall.closed' cannot be set");
-  EXPECT_EQ(said("delete hall bolt b3"), "'b3': there is no such bolt; did you mean b1?");
-  EXPECT_EQ(said("delete hall"), "'hall' itself cannot be deleted, but what is in it");
   EXPECT_EQ(world.dump(world.src), before);
 }
 
