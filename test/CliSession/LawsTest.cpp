@@ -250,6 +250,26 @@ TEST(Laws, TracesMakeNoDifference) {
   }
 }
 
+TEST(Laws, ReactorsDoNotChangeTheResult) {
+  Kel::U32 calls = 0;
+  for (unsigned seed : seeds(100)) {
+    SCOPED_TRACE(seed);
+    RandomWorld plain(seed), watched(seed);
+    Kel::U32 early = 0;
+    std::vector<std::unique_ptr<Reactor>> reactors;
+    for (Kel::Entity* e : entitiesOf(*watched.dest))
+      if (watched.generator.below(4) == 0)
+        reactors.push_back(std::make_unique<Reactor>(EntityPtrConst(e), [&] { ++early; }));
+    EXPECT_EQ(plain.differs(plain.dest, plain.src), watched.differs(watched.dest, watched.src));
+    ASSERT_EQ(early, 0u) << "a comparison writes";
+    Outcome const silent = plain.copy(), heard = watched.copy();
+    ASSERT_EQ(textOf(silent.edits), textOf(heard.edits));
+    ASSERT_EQ(plain.dump(plain.dest), watched.dump(watched.dest));
+    calls += early;
+  }
+  EXPECT_GT(calls, 1000u) << "too few reactors ran";
+}
+
 // --- What operations answer ---
 
 // One operation on a pair of entities, against what is to be edited there.
