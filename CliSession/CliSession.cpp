@@ -225,11 +225,11 @@ Kel::Ptr<Kel::Dir> sessionEntry(Kel::Ptr<Kel::Dir> const& dir, PendingChangeStat
 
 Kel::String orUnknown(Kel::String const& path) { return path.empty() ? Kel::String("<unknown>") : path; }
 
-// Session roots that the source lacks must be empty in the destination. One that an earlier copy has filled is deleted,
-// so that it is made again; one that equals a new one is kept.
-class VanishedRoots {
+// The session roots of a replacement. Those that the source lacks must be empty in the destination: one that an earlier
+// copy has filled is deleted, so that it is made again; one that equals a new one is kept.
+class ReplacedRoots {
  public:
-  VanishedRoots(Status& status, Kel::Dir const& src) : status_(status), src_(src) {}
+  ReplacedRoots(Status& status, Kel::Dir const& src) : status_(status), src_(src) {}
 
   // For each root, the skeletons for both destinations. Raises an exception if any cannot be made; changes nothing.
   std::vector<RootSkeleton> check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest,
@@ -249,8 +249,9 @@ class VanishedRoots {
     }
     return skeletons;
   }
-  // Deletes all before any is made, because one may lie in another.
-  void deleteFrom(Kel::Dir& dest) {
+  // Deletes those that the source lacks, all before any is made, because one may lie in another. REQUIRES: they are
+  // checked.
+  void deleteVanished(Kel::Dir& dest) {
     for (Kel::String const& path : vanished_) {
       std::vector<Kel::Name> const names = components(path);
       Kel::Dir* at = &dest;
@@ -319,7 +320,7 @@ class VanishedRoots {
 
   Status& status_;
   Kel::Dir const& src_;
-  std::vector<Kel::String> vanished_;
+  std::vector<Kel::String> vanished_;                         // the source lacks them
   std::optional<std::unordered_set<std::string_view>> ways_;  // the directories above roots; made on demand
   std::vector<Kel::String> rootPaths_;                        // the texts behind `ways_`
 };
@@ -328,21 +329,21 @@ class VanishedRoots {
 void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& session,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
   Kel::Ptr<Kel::Dir const> const readOnlySrc = src;
-  VanishedRoots vanished(status, *readOnlySrc);
-  std::vector<RootSkeleton> skeletons = vanished.check(src, session, ancestor);
-  for (auto const& dest : {session, ancestor}) vanished.deleteFrom(*dest);
+  ReplacedRoots roots(status, *readOnlySrc);
+  std::vector<RootSkeleton> skeletons = roots.check(src, session, ancestor);
+  for (auto const& dest : {session, ancestor}) roots.deleteVanished(*dest);
   auto next = skeletons.begin();
   for (auto it = status.rootIterator(); it; ++it) {
     Kel::String const path = it.key();
     KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(path);
     bool const isChecked = next != skeletons.end() && next->path() == path;  // else a reactor has changed the roots
     for (auto const& dest : {session, ancestor}) {
-      if (!isChecked) {
+      if (isChecked) {
+        traceCreation(status, path);
+        next++->make();
+      } else {
         status.doCreateSessionRoot(src, dest, path);
-        continue;
       }
-      traceCreation(status, path);
-      next++->make();
     }
     if (Kel::Ptr<Kel::Entity const> const srcRoot = readOnlySrc->entity(path)) ec.srcCopyRootIs(srcRoot, true);
   }

@@ -51,6 +51,7 @@ void EntityCopy::handleCopyRoots() {
       KEL_ASSERT_TEXT(srcRoot && !pathBelow(src().ptr(), *srcRoot).empty(), "destFullName");
       auto const destFullName = [&] { return dest()->fullName() + srcRoot->pathFrom(src().ptr()); };
       KEL_TRACE(1) << "Root in dest: " << destFullName();
+      // By position first, because names are costly to make.
       Kel::Ptr<Kel::Entity> destRoot(counterpartByPosition(*this, *srcRoot));
       if (!destRoot) destRoot = entityInTree(*dest(), destFullName());
       KEL_ASSERT(destRoot);

@@ -82,7 +82,8 @@ class KEL_API EqualTrees {
   bool addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const;
 
   // Remembers this time with the journal of `other`, for a context: whatever else it depends on that the two are equal.
-  // With more than `maxRemembered` times, a journal forgets those that it has. REQUIRES: this was made for the two.
+  // With more than `maxRemembered` times, a journal forgets those that it has. REQUIRES: this was made for the two,
+  // or says that they were never equal.
   using Context = std::tuple<Entity const*, Entity const*, U64, U64>;  // never dereferenced
   static constexpr std::size_t maxRemembered = 4096;
   void remember(Entity const& root, Entity const& other, Context const& context) const;
