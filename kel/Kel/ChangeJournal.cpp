@@ -22,7 +22,7 @@ constexpr U32 lastEpoch = (1u << (32 - changeBits)) - 1;
 
 constexpr std::size_t maxDepartures = 4096;
 
-constexpr U32 stampOf(U32 floor, Change change) { return floor | static_cast<U32>(change); }
+U64 entryOf(Entity const& e, U32 stamp) { return reinterpret_cast<std::uintptr_t>(&e) | (stamp & changeMask); }
 
 Entity const* entityOf(U64 entry) {
   return reinterpret_cast<Entity const*>(static_cast<std::uintptr_t>(entry & ~U64(changeMask)));
@@ -157,18 +157,26 @@ void ChangeJournal::forgetAfterUpheaval() noexcept {
   forget();
 }
 
-inline void ChangeJournal::append(Entity const& entity, Change change, U32 floor) noexcept {
-  if (next_ == roomEnd_ && !makeRoom(floor)) return;
-  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): if it is null, so is the end of the room
-  *next_++ = reinterpret_cast<std::uintptr_t>(&entity) | static_cast<U32>(change);
+// Adds an entry to the journal of an entity and to those above. The first write to an entity in an epoch costs this
+// loop. Another function calls makeRoom, so that the loop needs no stack.
+inline void ChangeJournal::noteAbove(Entity const* e, U64 entry, U32 stamp) noexcept {
+  for (; e; e = e->parent_)
+    if (ChangeJournal* const journal = of(*e)) {
+      if (journal->next_ == journal->roomEnd_) return noteWithRoom(e, entry, stamp);
+      *journal->next_++ = entry;
+    }
+}
+
+[[gnu::noinline]] void ChangeJournal::noteWithRoom(Entity const* e, U64 entry, U32 stamp) noexcept {
+  noteAbove(of(*e)->makeRoom(stamp) ? e : e->parent_, entry, stamp);
 }
 
 // Answers false if no entry is wanted, or if there can be no more: then the journal forgets.
-bool ChangeJournal::makeRoom(U32 floor) noexcept {
+bool ChangeJournal::makeRoom(U32 stamp) noexcept {
   if (!wanted_) return false;
   constexpr std::size_t least = 256;
   std::size_t const size = entries().size();
-  if (size == 0) oldest_ = floor;  // later epochs are not smaller
+  if (size == 0) oldest_ = stamp & ~changeMask;  // later epochs are not smaller
   try {
     if (size == room_.size()) room_.resize(std::min(std::max(least, 2 * size), maxEntries));
   } catch (std::bad_alloc const&) {
@@ -257,21 +265,9 @@ std::vector<ChangeJournal::Entry> ChangeJournal::since(U64 from) {
 
 // --- Entities ---
 
-// Visits the journal of an entity and those above. It stops at an entity that is new in this epoch: the journals above
-// that one have it as a whole.
-template <class Visit>
-void ChangeJournal::eachAbove(Entity const* e, U32 floor, Visit const& visit) noexcept {
-  for (; e; e = e->parent_) {
-    if (ChangeJournal* const journal = of(*e)) visit(*journal);
-    if (e->stamp_ == stampOf(floor, Change::whole)) return;
-  }
-}
-
-void Entity::note(Change change) const noexcept {
-  U32 const floor = stampFloor_.load(Order::relaxed);
-  if (floor == 0) return;
-  stamp_ = stampOf(floor, change);
-  ChangeJournal::eachAbove(this, floor, [&](ChangeJournal& journal) { journal.append(*this, change, floor); });
+void Entity::note(U32 stamp) const noexcept {
+  stamp_ = stamp;
+  ChangeJournal::noteAbove(this, entryOf(*this, stamp), stamp);
 }
 
 void Entity::noteArrival(Entity& child) const noexcept {
@@ -279,15 +275,17 @@ void Entity::noteArrival(Entity& child) const noexcept {
   if (floor == 0) return;
   mark(Change::members);
   // An anchor is not stamped: the journals above have noted it as a whole, but its own journal has not.
-  if (!ChangeJournal::of(child)) child.stamp_ = std::max(child.stamp_, stampOf(floor, Change::whole));
-  if (stamp_ == stampOf(floor, Change::whole)) return;
-  ChangeJournal::eachAbove(this, floor, [&](ChangeJournal& journal) { journal.append(child, Change::whole, floor); });
+  U32 const stamp = floor | static_cast<U32>(Change::whole);
+  if (!ChangeJournal::of(child)) child.stamp_ = std::max(child.stamp_, stamp);
+  if (stamp_ == stamp) return;
+  ChangeJournal::noteAbove(this, entryOf(child, stamp), stamp);
 }
 
 void Entity::noteLeaving() const noexcept {
   U32 const floor = stampFloor_.load(Order::relaxed);
   if (floor == 0 || !parent_) return;
-  ChangeJournal::eachAbove(parent_, floor, [&](ChangeJournal& journal) { journal.depart(*this); });
+  for (Entity const* e = parent_; e; e = e->parent_)
+    if (ChangeJournal* const journal = ChangeJournal::of(*e)) journal->depart(*this);
   parent_->mark(Change::members);
 }
 

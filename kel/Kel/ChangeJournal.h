@@ -102,15 +102,14 @@ class KEL_API ChangeJournal {
   // Addresses, with the change in the two lowest bits; 0: void.
   std::span<U64> entries() { return {room_.data(), next_ ? static_cast<std::size_t>(next_ - room_.data()) : 0}; }
   U64 position() { return base_ + entries().size(); }
-  void append(Entity const& entity, Change change, U32 floor) noexcept;
-  bool makeRoom(U32 floor) noexcept;
+  static void noteAbove(Entity const* e, U64 entry, U32 stamp) noexcept;
+  static void noteWithRoom(Entity const* e, U64 entry, U32 stamp) noexcept;
+  bool makeRoom(U32 stamp) noexcept;
   void depart(Entity const& top) noexcept;
   void departBelow(Entity const& top);
   void settle() noexcept;
   void forget() noexcept;
   void forgetAfterUpheaval() noexcept;
-  template <class Visit>
-  static void eachAbove(Entity const* e, U32 floor, Visit const& visit) noexcept;
 
   static Atomic<U64> heldDepartures_;
 

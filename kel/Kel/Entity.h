@@ -124,13 +124,14 @@ class KEL_API Entity : public VFPtrInterface {
   // Tells the change journals and the reactors that an attribute changed. For a collection, `key` points at the key of
   // the changed member. REQUIRES: `key` is null or of the collection's key type.
   void notify(AttributeId id, void const* key = nullptr) const {
+    if (hasReactors()) return notifyReactors(id, key);
     mark(Change::content);
-    if (hasReactors()) notifyReactors(id, key);
   }
   bool hasReactors() const { return extras_ && !extras_->reactors.empty(); }
   // Tells the change journals of the entities above, and of this one; see ChangeJournal.h.
   void mark(Change change) const noexcept {
-    if (stamp_ < (stampFloor_.load(Order::relaxed) | static_cast<U32>(change))) note(change);
+    U32 const stamp = stampFloor_.load(Order::relaxed) | static_cast<U32>(change);
+    if (stamp_ < stamp) note(stamp);
   }
   // How often, in this process, entities have left a tree or a tree has ended. While the number stays the same, an
   // entity that was found by a path is still there.
@@ -156,7 +157,7 @@ class KEL_API Entity : public VFPtrInterface {
   void makeName() const;
   EntityExtras& extras() const;
   void dropEmptyExtras() const noexcept;
-  void note(Change change) const noexcept;
+  void note(U32 stamp) const noexcept;
   void noteArrival(Entity& child) const noexcept;
   void noteLeaving() const noexcept;
 

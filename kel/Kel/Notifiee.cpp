@@ -50,6 +50,7 @@ void EntityNotifiee::deliver(AttributeId id, void const* key) {
 }
 
 void Entity::notifyReactors(AttributeId id, void const* key) const {
+  mark(Change::content);
   PtrConst alive(refs() ? this : nullptr);
   // Reactors that are bound during the delivery are appended, and are not called for this change.
   struct Delivery {
