@@ -13,7 +13,7 @@ struct KEL_API DebugLayout {
   };
   // The offsets of data members that the printers read. The last one has no name.
   static Member const members[];
-  // The registered types, a std::map<std::string_view, KelType const*>; null as long as there are none.
+  // The registered types, a std::unordered_map<std::string_view, KelType const*>; null as long as there are none.
   static void const* types;
 };
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <map>
 #include <mutex>
 #include <ostream>
 #include <unordered_map>
@@ -23,7 +22,7 @@ namespace {
 
 struct TypeRegistry {
   std::mutex lock;
-  std::map<std::string_view, KelType const*> byName;
+  std::unordered_map<std::string_view, KelType const*> byName;
   std::vector<TypeFunction> announced;
   std::recursive_mutex making;  // held while records are made: another thread that looks one up waits
   std::size_t made = 0;         // number of announced types with records; under `making`

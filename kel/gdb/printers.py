@@ -100,6 +100,14 @@ def tree_members(tree):
                 node = pointer(node + 8)
 
 
+def table_members(table):
+    """The addresses of the members of a std::unordered_map."""
+    node = pointer(table + 16)
+    while node:
+        yield node + 8
+        node = pointer(node)
+
+
 def hash_members(rep, size):
     """The addresses of the slots with a member, in the order of the slots."""
     if not rep:
@@ -319,7 +327,7 @@ def find_type(info):
     registry = pointer(symbol("Kel::DebugLayout::types"))
     while info and registry:
         name = class_name(info)
-        for member in tree_members(registry):
+        for member in table_members(registry):
             length, text, record = struct.unpack("<QQQ", read(member, 24))
             if name and length == len(name) and read(text, length).decode() == name:
                 return Type(record)
