@@ -57,15 +57,6 @@ void requireNonNull(P const&... args) {
 // UnknownAttrException, with the path, if there is none.
 Kel::KelAttr const& destAttribute(Kel::Entity const& dest, Kel::KelAttr const& attr);
 
-// Records a path in a session handler's `copied` trie. A "*" is a wildcard to a trie: a path that contains one is not
-// marked.
-void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
-
-// What handlers trace after the name of their class.
-inline constexpr char const* handleEntitySignature =
-    "::handleEntity(const Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
-    "Kel::Entity>&, Kel::String8): ";
-
 // Makes a log if the copy has none.
 void ensureLog(EntityCopy& ec);
 

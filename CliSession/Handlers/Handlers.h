@@ -1,0 +1,17 @@
+// What the handlers share.
+#pragma once
+
+#include "CliSession/EntityCopy.h"
+
+namespace Cli::Session {
+
+// Records a path in a session handler's `copied` trie. A "*" is a wildcard to a trie: a path that contains one is not
+// marked.
+void markCopied(EntityCopyGlobalSessionHandler& handler, Kel::String8 const& path);
+
+// What handlers trace after the name of their class.
+inline constexpr char const* handleEntitySignature =
+    "::handleEntity(const Kel::Ptr<Cli::Session::EntityCopy>&, const Kel::Ptr<Kel::Entity>&, const Kel::Ptr<const "
+    "Kel::Entity>&, Kel::String8): ";
+
+}  // namespace Cli::Session
