@@ -167,6 +167,7 @@ inline void ChangeJournal::noteAbove(Entity const* e, U64 entry, U32 stamp) noex
     }
 }
 
+// Goes on where the journal of `e` has no room. Leaves that journal out if it wants no entry or can have no more.
 [[gnu::noinline]] void ChangeJournal::noteWithRoom(Entity const* e, U64 entry, U32 stamp) noexcept {
   noteAbove(of(*e)->makeRoom(stamp) ? e : e->parent_, entry, stamp);
 }
