@@ -163,6 +163,7 @@ inline void ChangeJournal::noteAbove(Entity const* e, U64 entry, U32 stamp) noex
   for (; e; e = e->parent_)
     if (ChangeJournal* const journal = of(*e)) {
       if (journal->next_ == journal->roomEnd_) return noteWithRoom(e, entry, stamp);
+      // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): if it is null, so is the end of the room
       *journal->next_++ = entry;
     }
 }
