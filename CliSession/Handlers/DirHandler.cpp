@@ -1,9 +1,6 @@
 // Directories, entry by entry.
 #define KEL_SOURCE_NAME "EntityCopy"
-#include "CliSession/EntityCopy/EngineImpl.h"
-#include "CliSession/EntityCopyUtils.h"
 #include "CliSession/Handlers/Handlers.h"
-#include "Kel/Trace.h"
 
 KEL_TRACE_MODULE("EntityCopy")
 

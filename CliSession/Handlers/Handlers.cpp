@@ -1,9 +1,6 @@
 // The plain handler, the handler tables, and filters.
 #define KEL_SOURCE_NAME "EntityCopy"
 #include "CliSession/Handlers/Handlers.h"
-#include "CliSession/EntityCopy/EngineImpl.h"
-#include "CliSession/EntityCopyUtils.h"
-#include "Kel/Trace.h"
 
 KEL_TRACE_MODULE("EntityCopy")
 

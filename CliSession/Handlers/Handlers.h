@@ -1,7 +1,9 @@
-// What the handlers share.
+// What the handlers share. A source names itself for traces before it includes this, and its module afterwards.
 #pragma once
 
-#include "CliSession/EntityCopy.h"
+#include "CliSession/EntityCopy/EngineImpl.h"
+#include "CliSession/EntityCopyUtils.h"
+#include "Kel/Trace.h"
 
 namespace Cli::Session {
 

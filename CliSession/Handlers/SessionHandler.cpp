@@ -3,10 +3,7 @@
 #include <typeinfo>
 
 #include "CliSession/CliSession.h"
-#include "CliSession/EntityCopy/EngineImpl.h"
-#include "CliSession/EntityCopyUtils.h"
 #include "CliSession/Handlers/Handlers.h"
-#include "Kel/Trace.h"
 
 KEL_TRACE_MODULE("CliSession")
 

@@ -267,6 +267,7 @@ std::vector<ChangeJournal::Entry> ChangeJournal::since(U64 from) {
 
 // --- Entities ---
 
+// Not called while journals are off: the floor is 0 then, and no stamp is below that of `whole`.
 void Entity::note(U32 stamp) const noexcept {
   stamp_ = stamp;
   ChangeJournal::noteAbove(this, entryOf(*this, stamp), stamp);

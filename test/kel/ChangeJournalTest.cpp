@@ -381,7 +381,7 @@ TEST(ChangeJournal, NotesNothingWhereNothingChanges) {
 
 // Of what is new the topmost is noted, and of what went its owner.
 TEST(ChangeJournal, NotesOnlyTheTopOfWhatIsNew) {
-  Dir::Ptr const root = dirFactory("root");
+  Dir::Ptr const root = dirFactory("root"), arriving = dirFactory("d");
   auto const owner = ptrCast<Owner>(Owner::_fwkType()->newEntity("o", root.ptr()));
   Part const* part = nullptr;
   Entries const made = notedBy(*root, [&] {
@@ -393,6 +393,9 @@ TEST(ChangeJournal, NotesOnlyTheTopOfWhatIsNew) {
   EXPECT_EQ(made, (Entries{{owner.ptr(), Change::members}, {part, Change::whole}}));
   EXPECT_EQ(notedBy(*root, [&] { owner->parts("x")->weightIs(5), owner->partsDel("x"); }),
             (Entries{{owner.ptr(), Change::members}}));
+  // The directory, its entry and its owner; and the write, because the part itself is older than the epoch.
+  auto const older = ptrCast<Part>(arriving->newEntity("Gadgets::Part", "p"));
+  EXPECT_EQ(notedBy(*root, [&] { root->entryIs(arriving), older->weightIs(1); }).size(), 4u);
 }
 
 // An anchor below another one misses nothing of its own when it comes into the tree as a part of something new.
