@@ -60,8 +60,11 @@ struct Subject {
     Kel::Entity::Ptr const found = at->entity(Kel::String8(path));
     if (found) FUZZ_LAW(found->fullName() == Kel::String8(full), full);
     auto const all = Tests::entitiesOf(path.empty() || path.front() == '/' ? *root : *at);
-    bool const isThere = std::any_of(all.begin() + 1, all.end(),
-                                     [&](Kel::Entity const* e) { return e->fullName() == Kel::String8(full); });
+    bool const isThere = std::any_of(all.begin() + 1, all.end(), [&](Kel::Entity const* e) {
+      bool const named = e->isNamed(full);
+      FUZZ_LAW(named == (e->fullName() == Kel::String8(full)), full);
+      return named;
+    });
     FUZZ_LAW((found != nullptr) == (possible && below && isThere), full);
     FUZZ_LAW(at->entity(Kel::EntityUriPath(Kel::String8(path))) == found, full);
   }

@@ -11,6 +11,7 @@ namespace Cli::Session {
 bool Walk::mayKeepChanges(Frame& f) {
   if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   if (!guide_->walksThrough(f.path(), true)) return false;
+  f.walkedThroughIs(true, nullptr, impl_.generation);
   if (guide_->walksThroughType("")) return true;
   std::vector<Kel::KelType const*> reached{&f.plan.src};
   auto const reach = [&](Kel::KelType const* type) {

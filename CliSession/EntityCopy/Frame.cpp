@@ -23,7 +23,9 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
   // A member without a name, such as a queue's, has its place in its path.
   bool const named = up && dest.parent() == &up->dest && !(through->attr.isCollection() && dest.name().empty());
   Kel::String8 const above = named ? up->logPath(ec, generation) : Kel::String8();
-  logPath_ = above.empty() ? pathBelow(ec.dest().ptr(), dest.fullName()) : childPath(above, *through->destAttr, &dest);
+  logPath_ = above.empty() ? pathBelow(ec.dest().ptr(), dest) : childPath(above, *through->destAttr, &dest);
+  // An entity that is not below counts under what its name says, as in recordEdit.
+  if (logPath_.empty()) logPath_ = pathBelow(ec.dest().ptr(), dest.fullName());
   logPathAt_ = generation;
   return logPath_;
 }

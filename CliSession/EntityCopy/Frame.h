@@ -48,6 +48,11 @@ class Frame {
   Step const* askedAbout = nullptr;
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;
+  void walkedThroughIs(bool answer, Step const* about, Kel::U64 generation) {
+    walkedThrough = answer;
+    askedAbout = about;
+    askedAt = generation;
+  }
 
  private:
   Kel::String8 const& makeLogPath(EntityCopy const& ec, Kel::U64 generation);

@@ -83,10 +83,9 @@ bool Walk::askWalkedThrough(Frame& f, Step const& s) {
   bool const askedBefore = f.askedAt == impl_.generation;  // then it is not so for all attributes
   bool const allOfIt =
       !askedBefore && ((f.up && walkedThrough(*f.up, *f.through)) || guide_->walksThrough(f.path(), true));
-  f.walkedThrough = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
-  f.askedAbout = allOfIt ? nullptr : &s;
-  f.askedAt = impl_.generation;
-  return f.walkedThrough;
+  bool const answer = allOfIt || guide_->walksThrough(f.path() + "." + s.attr.name(), false);
+  f.walkedThroughIs(answer, allOfIt ? nullptr : &s, impl_.generation);
+  return answer;
 }
 
 bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
@@ -109,8 +108,7 @@ bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const
   else if (!s.attr.isQueue() && changed(f) && !(below.changed = changes_.find(src)))
     return false;
   Depth const depth(impl_.depth);
-  below.walkedThrough = true;
-  below.askedAt = impl_.generation;
+  below.walkedThroughIs(true, nullptr, impl_.generation);
   return attributes(below);
 }
 

@@ -68,6 +68,22 @@ class PathText {
   std::size_t at_ = room_.size();
 };
 
+// Calls `take` with each part of a path, the last one first, until it answers false.
+template <class Take>
+bool takeParts(Entity const& from, Entity const* top, Take const& take) {
+  for (Entity const* e = &from; e != top && e->parent(); e = e->parent()) {
+    KelType const& owner = *e->parent()->type();
+    if (owner.entries() && owner.entries()->isEntry(*e)) {
+      if (!take(e->name()) || !take("/")) return false;
+    } else if (KelAttr const* attr = owner.attr(e->parentAttrId())) {
+      bool const named = !attr->isQueue() || !e->type()->ctorArgs().empty();
+      if (attr->isCollection() && (!take(named ? e->name() : placeInQueue(*e, *attr)) || !take("/"))) return false;
+      if (!take(attr->name()) || !take(".")) return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 void Entity::makeName() const {
@@ -80,22 +96,21 @@ String8 Entity::fullName() const { return pathFrom(nullptr); }
 
 String8 Entity::pathFrom(Entity const* top) const {
   PathText path;
-  for (Entity const* e = this; e != top && e->parent_; e = e->parent_) {
-    KelType const& owner = *e->parent_->type();
-    if (owner.entries() && owner.entries()->isEntry(*e)) {
-      path.prepend(e->name());
-      path.prepend("/");
-    } else if (KelAttr const* attr = owner.attr(e->parentAttrId_)) {
-      bool const named = !attr->isQueue() || !e->type()->ctorArgs().empty();
-      if (attr->isCollection()) {
-        path.prepend(named ? e->name() : placeInQueue(*e, *attr));
-        path.prepend("/");
-      }
-      path.prepend(attr->name());
-      path.prepend(".");
-    }
-  }
+  takeParts(*this, top, [&](std::string_view part) {
+    path.prepend(part);
+    return true;
+  });
   return path.text8();
+}
+
+bool Entity::isNamed(std::string_view text) const {
+  std::string_view rest = text;
+  bool const ends = takeParts(*this, nullptr, [&](std::string_view part) {
+    bool const fits = rest.ends_with(part);
+    if (fits) rest.remove_suffix(part.size());
+    return fits;
+  });
+  return ends && rest.empty();
 }
 
 std::ostream& operator<<(std::ostream& out, Entity const* entity) {
