@@ -61,7 +61,7 @@ struct Subject {
     if (found) FUZZ_LAW(found->fullName() == Kel::String8(full), full);
     auto const all = Tests::entitiesOf(path.empty() || path.front() == '/' ? *root : *at);
     bool const isThere = std::any_of(all.begin() + 1, all.end(), [&](Kel::Entity const* e) {
-      bool const named = e->isNamed(full);
+      bool const named = e->hasFullName(full);
       FUZZ_LAW(named == (e->fullName() == Kel::String8(full)), full);
       return named;
     });

@@ -38,7 +38,7 @@ bool keepsIdentity(EntityCopy const& ec, Kel::Entity const& dest, Kel::Entity co
 
 Kel::Ptr<Kel::Entity> targetInTree(EntityCopy const& ec, Kel::Entity const& member, Kel::String8 const& fullName,
                                    Kel::Entity const* srcTarget) {
-  auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->isNamed(fullName); };
+  auto const fits = [&](Kel::Entity const* e) { return e && e->root() == member.root() && e->hasFullName(fullName); };
   Kel::Entity* const exact = srcTarget ? counterpartByPosition(ec, *srcTarget) : nullptr;
   if (fits(exact)) return exact;
   if (fits(srcTarget)) return const_cast<Kel::Entity*>(srcTarget);

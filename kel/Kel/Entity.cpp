@@ -103,7 +103,7 @@ String8 Entity::pathFrom(Entity const* top) const {
   return path.text8();
 }
 
-bool Entity::isNamed(std::string_view text) const {
+bool Entity::hasFullName(std::string_view text) const {
   std::string_view rest = text;
   bool const ends = takeParts(*this, nullptr, [&](std::string_view part) {
     bool const fits = rest.ends_with(part);

@@ -82,7 +82,7 @@ class KEL_API Entity : public VFPtrInterface {
   // The same text.
   String8 uriPath() const { return fullName(); }
   // Whether a text is the full name, which need not be made for it. Cost: the length of the path.
-  bool isNamed(std::string_view text) const;
+  bool hasFullName(std::string_view text) const;
 
   // The entity at a path, or null. An absolute path starts at the root of this entity's tree, any other at this entity;
   // "" is null. Keys appear in a path as they print, and may contain '/' and '.': each step takes the shortest

@@ -10,9 +10,9 @@ TEST(Paths, RelativePathsBeginAtTheEntity) {
   Entity::Ptr const owner = sys->newEntity("Gadgets::Owner", "o.1");
   Part::Ptr const part = ptrCast<Owner>(owner)->newParts("Ethernet1/1");
   EXPECT_EQ(part->fullName(), "/sys/o.1.parts/Ethernet1/1");
-  EXPECT_TRUE(part->isNamed("/sys/o.1.parts/Ethernet1/1"));
+  EXPECT_TRUE(part->hasFullName("/sys/o.1.parts/Ethernet1/1"));
   for (char const* other : {"", "1", "/o.1.parts/Ethernet1/1", "//sys/o.1.parts/Ethernet1/1", "/sys/o.1.parts/1"})
-    EXPECT_FALSE(part->isNamed(other)) << other;
+    EXPECT_FALSE(part->hasFullName(other)) << other;
   EXPECT_EQ(root->entity("sys/o.1.parts/Ethernet1/1"), part);
   EXPECT_EQ(sys->entity("o.1.parts/Ethernet1/1"), part);
   EXPECT_EQ(owner->entity(".parts/Ethernet1/1"), part);
