@@ -539,7 +539,7 @@ class Editor::Impl {
     KelType const* const type = KelType::find(Kel::String8(words[0]));
     if (!type || !type->isEntity() || type->isAbstract()) throw InputError("'" + words[0] + "' is no type to make");
     std::size_t used = 2;
-    Json content;
+    Json content = Json::object();
     content["$type"] = words[0];
     while (used + 1 < words.size() && isParameter(*type, words[used])) {
       Kel::KelArg const& arg = *std::find_if(type->ctorArgs().begin(), type->ctorArgs().end(),

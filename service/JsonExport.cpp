@@ -111,7 +111,7 @@ class Exporter {
       if (child) {
         json[name] = below(entryStep(it->name()), [&] { return inner ? directory(*inner, true) : entity(*child); });
       } else {
-        Json& absent = json[name];
+        Json& absent = json[name] = Json::object();
         absent["$type"] = it->entityTypeName().str();
         absent["$absent"] = true;
       }
@@ -160,7 +160,7 @@ class Exporter {
       if (plain) {
         json.get_ref<Json::object_t&>().emplace_back(keyName(entry.key), std::move(entry.value));
       } else {
-        Json member;
+        Json member = Json::object();
         member["$key"] = std::move(entry.key);
         member["$value"] = std::move(entry.value);
         json.push_back(std::move(member));

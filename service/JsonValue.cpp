@@ -49,7 +49,7 @@ Json textJson(std::string_view text) {
     hex += digits[static_cast<unsigned char>(c) / 16];
     hex += digits[static_cast<unsigned char>(c) % 16];
   }
-  Json bytes;
+  Json bytes = Json::object();
   bytes["$bytes"] = hex;
   return bytes;
 }

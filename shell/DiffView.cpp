@@ -131,7 +131,7 @@ class Lines {
 };
 
 Json asJson(Difference const& difference) {
-  Json out;
+  Json out = Json::object();
   out["kind"] = Service::text(difference.kind);
   out["path"] = difference.path.text();
   if (!difference.before.is_null()) out["before"] = difference.before;
