@@ -8,7 +8,8 @@
 namespace Kel {
 
 // Writes "MODULE:LINE: SIGNATURE: Assertion 'EXPR' failed." to standard error and aborts.
-[[noreturn]] KEL_API void assertionFailed(char const* file, int line, char const* signature, char const* expr);
+[[noreturn, gnu::cold]] KEL_API void assertionFailed(char const* file, int line, char const* signature,
+                                                     char const* expr);
 
 }  // namespace Kel
 

@@ -7,7 +7,7 @@ namespace Kel {
 
 namespace {
 
-[[noreturn]] void lacks(char const* function) {
+[[noreturn, gnu::cold]] void lacks(char const* function) {
   assertionFailed(KEL_SOURCE_NAME, __LINE__, function, "the attribute's shape has it");
 }
 

@@ -54,7 +54,7 @@ class KEL_API AttrLogOut {
   // The entities without an owner that are part of the log.
   std::vector<Entity const*> const& unowned() const { return unowned_; }
   // Raises EntityIdUnavailableException: an object of that type cannot be referred to.
-  [[noreturn]] static void noEntity(KelType const* type);
+  [[noreturn, gnu::cold]] static void noEntity(KelType const* type);
 
   std::size_t size() const { return bytes_.size(); }
   std::string_view bytes() const { return bytes_; }
@@ -105,8 +105,8 @@ class KEL_API AttrLogIn {
   std::size_t offset() const { return at_; }
   bool atEnd() const { return at_ == end_; }
   // Raises AttrLogRecordException, or AttrLogEntityException, at the offset of what was read last.
-  [[noreturn]] void throwRecord(String8 const& what) const;
-  [[noreturn]] void throwEntity(String8 const& what) const;
+  [[noreturn, gnu::cold]] void throwRecord(String8 const& what) const;
+  [[noreturn, gnu::cold]] void throwEntity(String8 const& what) const;
 
  private:
   // The next bytes. Raises if there are fewer.
@@ -120,8 +120,8 @@ class KEL_API AttrLogIn {
   Entities* entities_;
 };
 
-[[noreturn]] KEL_API void throwAttrLogRecord(std::size_t offset, String8 const& what);
-[[noreturn]] KEL_API void throwAttrLogEntity(std::size_t offset, String8 const& what);
+[[noreturn, gnu::cold]] KEL_API void throwAttrLogRecord(std::size_t offset, String8 const& what);
+[[noreturn, gnu::cold]] KEL_API void throwAttrLogEntity(std::size_t offset, String8 const& what);
 
 // Write and read one value of a type.
 KEL_API void writeAttrLogValue(AttrLogOut& out, KelType const& type, void const* value);

@@ -20,17 +20,18 @@ inline void afterChange(KelAttr const& attr, Entity& e) {
   if (auto* after = attr.afterChange()) after(e);
 }
 
-[[noreturn]] KEL_API void throwKeyWanted(KelAttr const& attr);
-[[noreturn]] KEL_API void throwKeyType(KelAttr const& attr, KelType const* expected);
-[[noreturn]] KEL_API void throwNoKeyWanted(KelAttr const& attr);
-[[noreturn]] KEL_API void throwNullMember(KelAttr const& attr);
-[[noreturn]] KEL_API void throwForeignKey(KelAttr const& attr);
+[[noreturn, gnu::cold]] KEL_API void throwKeyWanted(KelAttr const& attr);
+[[noreturn, gnu::cold]] KEL_API void throwKeyType(KelAttr const& attr, KelType const* expected);
+[[noreturn, gnu::cold]] KEL_API void throwNoKeyWanted(KelAttr const& attr);
+[[noreturn, gnu::cold]] KEL_API void throwNullMember(KelAttr const& attr);
+[[noreturn, gnu::cold]] KEL_API void throwForeignKey(KelAttr const& attr);
 // The same, for a member that is read from a log.
-[[noreturn]] KEL_API void throwTakenInLog(AttrLogIn const& in, KelAttr const& attr, GenericIf::PtrConst const& key);
-[[noreturn]] KEL_API void throwForeignKeyInLog(AttrLogIn const& in, KelAttr const& attr);
-[[noreturn]] KEL_API void throwNullMemberInLog(AttrLogIn const& in, KelAttr const& attr);
-[[noreturn]] KEL_API void throwTaken(KelAttr const& attr, String8 const& key);
-[[noreturn]] KEL_API void throwWrongEntity(KelAttr const& attr, Entity const& given);
+[[noreturn, gnu::cold]] KEL_API void throwTakenInLog(AttrLogIn const& in, KelAttr const& attr,
+                                                     GenericIf::PtrConst const& key);
+[[noreturn, gnu::cold]] KEL_API void throwForeignKeyInLog(AttrLogIn const& in, KelAttr const& attr);
+[[noreturn, gnu::cold]] KEL_API void throwNullMemberInLog(AttrLogIn const& in, KelAttr const& attr);
+[[noreturn, gnu::cold]] KEL_API void throwTaken(KelAttr const& attr, String8 const& key);
+[[noreturn, gnu::cold]] KEL_API void throwWrongEntity(KelAttr const& attr, Entity const& given);
 // Raises TypeException if an entity that was read is not of the type that the attribute owns.
 KEL_API void wantOwnable(KelAttr const& attr, Entity const& given);
 inline void wantNoKey(KelAttr const& attr, GenericIf const* key) {

@@ -72,7 +72,7 @@ class Place {
   KelArg const* arg_ = nullptr;
 };
 
-[[noreturn]] KEL_API void throwWrongType(Place const& where, KelType const* expected, GenericIf const* got);
+[[noreturn, gnu::cold]] KEL_API void throwWrongType(Place const& where, KelType const* expected, GenericIf const* got);
 // Raises TypeException if a value is null or of another type.
 KEL_API void wantType(GenericIf const* value, KelType const* type, Place const& where);
 // The entity behind a reflective object, or null for null. Raises TypeException if it is not of `type`, and

@@ -91,19 +91,19 @@ KEL_EXCEPTION(OpNotSupportedException, opNotSupportedId);            // an opera
 #undef KEL_EXCEPTION
 
 // Each raises the exception of its name.
-[[noreturn]] KEL_API void throwInternalException(String8 const& message);
-[[noreturn]] KEL_API void throwRangeException(char const* message);
-[[noreturn]] KEL_API void throwRangeException(String8 const& message);
-[[noreturn]] KEL_API void throwNameInUseException(String8 const& message);
-[[noreturn]] KEL_API void throwNoImplementationException(char const* function);
+[[noreturn, gnu::cold]] KEL_API void throwInternalException(String8 const& message);
+[[noreturn, gnu::cold]] KEL_API void throwRangeException(char const* message);
+[[noreturn, gnu::cold]] KEL_API void throwRangeException(String8 const& message);
+[[noreturn, gnu::cold]] KEL_API void throwNameInUseException(String8 const& message);
+[[noreturn, gnu::cold]] KEL_API void throwNoImplementationException(char const* function);
 
 // The exceptions of the reflective interface. `where` names the type and the attribute ("Cli::Session::Status::root");
 // `what` says what was wrong.
-[[noreturn]] KEL_API void throwConstException(String8 const& where);
-[[noreturn]] KEL_API void throwTypeException(String8 const& where, String8 const& what);
-[[noreturn]] KEL_API void throwUnknownAttrException(String8 const& typeName, String8 const& attrName);
-[[noreturn]] KEL_API void throwUnknownArgException(String8 const& where, String8 const& what);
-[[noreturn]] KEL_API void throwBadIndexAttrException(String8 const& where, String8 const& what);
-[[noreturn]] KEL_API void throwOpNotSupportedException(String8 const& where, char const* operation);
+[[noreturn, gnu::cold]] KEL_API void throwConstException(String8 const& where);
+[[noreturn, gnu::cold]] KEL_API void throwTypeException(String8 const& where, String8 const& what);
+[[noreturn, gnu::cold]] KEL_API void throwUnknownAttrException(String8 const& typeName, String8 const& attrName);
+[[noreturn, gnu::cold]] KEL_API void throwUnknownArgException(String8 const& where, String8 const& what);
+[[noreturn, gnu::cold]] KEL_API void throwBadIndexAttrException(String8 const& where, String8 const& what);
+[[noreturn, gnu::cold]] KEL_API void throwOpNotSupportedException(String8 const& where, char const* operation);
 
 }  // namespace Kel

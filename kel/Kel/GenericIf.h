@@ -145,7 +145,7 @@ class KEL_API GenericIf final : public VFPtrInterface {
   friend struct DebugLayout;
   friend class List;
   struct Attr;  // an attribute of this object, checked
-  [[noreturn]] void throwNotOfType(KelType const* expected) const;
+  [[noreturn, gnu::cold]] void throwNotOfType(KelType const* expected) const;
   KelAttr const& checked(AttributeId id) const;
   KelAttr const& checkedCollection(AttributeId id) const;
   Entity& writableEntity(KelAttr const& attr) const;

@@ -127,7 +127,7 @@ Ptr<To> ptrCast(Ptr<From> const& from) {
 }
 
 // Raises RangeException "null ValidPtr".
-[[noreturn]] KEL_API void throwNullValidPtr();
+[[noreturn, gnu::cold]] KEL_API void throwNullValidPtr();
 
 // A handle that is never null. Making one from null raises RangeException "null ValidPtr".
 template <class T>

@@ -13,7 +13,7 @@ void skipBlanks(char const*& begin, char const* end) {
   while (begin != end && (*begin == ' ' || *begin == '\t' || *begin == '\n' || *begin == '\r')) ++begin;
 }
 
-[[noreturn]] void throwPremature(char const* typeName) {
+[[noreturn, gnu::cold]] void throwPremature(char const* typeName) {
   throwRangeException(String8("premature end of value type ") + typeName);
 }
 
@@ -30,7 +30,9 @@ class WrongToken : public RangeException {
   S64 column_;
 };
 
-[[noreturn]] void throwExpected(std::string_view what, S64 column) { throw WrongToken(String8(what), column); }
+[[noreturn, gnu::cold]] void throwExpected(std::string_view what, S64 column) {
+  throw WrongToken(String8(what), column);
+}
 
 // The longest run of characters of which numbers and words consist.
 std::string_view word(char const* begin, char const* end) {

@@ -53,7 +53,7 @@ KEL_API void sequenceToValue(char const*& begin, char const* end, F64* v);
 KEL_API void sequenceToValue(char const*& begin, char const* end, String8* v);
 
 // Raises RangeException "junk at column N deserializing T".
-[[noreturn]] KEL_API void throwJunk(S64 column, char const* typeName);
+[[noreturn, gnu::cold]] KEL_API void throwJunk(S64 column, char const* typeName);
 // Parses a whole text. Anything after the value, even a blank, raises the exception of throwJunk.
 template <class T>
 T strepToValue(String8 const& text);
@@ -72,7 +72,7 @@ class KEL_API ValueParser {
   // Whether the field that was found last has that name.
   bool is(char const* name) const { return field_ == name; }
   // Raises: the type has no such field.
-  [[noreturn]] void unknown() const;
+  [[noreturn, gnu::cold]] void unknown() const;
   // Reads the field's value.
   template <class T>
   void read(T* v) {
@@ -85,7 +85,7 @@ class KEL_API ValueParser {
 
  private:
   void expect(std::string_view token);
-  [[noreturn]] void failed(RangeException const& e) const;
+  [[noreturn, gnu::cold]] void failed(RangeException const& e) const;
 
   char const* typeName_;
   char const*& begin_;

@@ -146,6 +146,9 @@ void traceHelper(TraceHandle const& handle, int level, char const* file, int lin
     std::cerr << text.str();
 }
 
+TraceLine::TraceLine(TraceHandle const& handle, int level, char const* file, int line, char const* function)
+    : handle_(handle), level_(level), file_(file), line_(line), function_(function) {}
+
 TraceLine::~TraceLine() {
   try {
     if (!text_.bad()) {

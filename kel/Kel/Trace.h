@@ -80,8 +80,8 @@ KEL_API void traceHelper(TraceHandle const& handle, int level, char const* file,
 // traced code goes on.
 class KEL_API TraceLine {
  public:
-  TraceLine(TraceHandle const& handle, int level, char const* file, int line, char const* function)
-      : handle_(handle), level_(level), file_(file), line_(line), function_(function) {}
+  // Cold, so that the compiler moves the whole statement out of the way of the code that it traces.
+  [[gnu::cold]] TraceLine(TraceHandle const& handle, int level, char const* file, int line, char const* function);
   ~TraceLine();
   TraceLine(TraceLine const&) = delete;
   TraceLine& operator=(TraceLine const&) = delete;

@@ -62,7 +62,7 @@ bool eraseValues(Entity& owner, Map& map, AttributeId id) {
 
 // --- Owned entities ---
 
-[[noreturn]] KEL_API void throwTaken(KelType const* owner, AttributeId id, String8 const& key);
+[[noreturn, gnu::cold]] KEL_API void throwTaken(KelType const* owner, AttributeId id, String8 const& key);
 
 // Puts a new entity into a singleton attribute; the old one leaves the tree.
 KEL_API void putSingleton(Entity& owner, EntityHandleAt slot, AttributeId id, Ptr<Entity> const& made);
