@@ -31,7 +31,7 @@ bool isBelow(Kel::Entity const& entity, Kel::Entity const& root) {
 Kel::String8 pathBelow(Kel::Entity const* root, Kel::Entity const& entity) {
   if (!root || !isBelow(entity, *root)) return {};
   if (KEL_TRACE_ENABLED(9)) return relativePath(Kel::Ptr<Kel::Entity const>(root), entity.fullName());
-  return entity.pathFrom(root).substr(1);
+  return entity.localPath(root);
 }
 
 Kel::String8 pathBelow(Kel::Entity const* root, Kel::String8 const& fullName) {

@@ -96,9 +96,9 @@ Plan const& planIn(Plans const& plans, Plans& made, Kel::KelType const& dest, Ke
 Plan const& Plan::of(Kel::KelType const& dest, Kel::KelType const& src) {
   static std::mutex mutex;
   static Plans& plans = *new Plans;
-  // Members of derived types are looked up one by one.
-  static thread_local std::array<Plan const*, 16> recent{};
-  Plan const*& known = recent[(reinterpret_cast<std::uintptr_t>(&dest) >> 6) % recent.size()];
+  // Copy roots and members of derived types are looked up one by one.
+  static thread_local std::array<Plan const*, 61> recent{};  // a prime: types are laid out regularly
+  Plan const*& known = recent[reinterpret_cast<std::uintptr_t>(&dest) / alignof(Kel::KelType) % recent.size()];
   if (known && &known->dest == &dest && &known->src == &src) return *known;
   std::lock_guard const lock(mutex);
   Plans made;  // kept apart, so that running out of memory leaves no plan that is not linked

@@ -33,7 +33,7 @@
 namespace Kel {
 
 // The journal of one anchor.
-class KEL_API ChangeJournal {
+class KEL_API ChangeJournal : public KelMemPool {
  public:
   // An entity that has changed, and how.
   struct Entry {

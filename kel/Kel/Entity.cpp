@@ -51,7 +51,7 @@ class PathText {
     at_ -= part.size();
     std::copy(part.begin(), part.end(), text() + at_);
   }
-  String8 text8() { return String8(std::string_view(text() + at_, size() - at_)); }
+  std::string_view view() { return {text() + at_, size() - at_}; }
 
  private:
   char* text() { return large_.empty() ? room_.data() : large_.data(); }
@@ -84,6 +84,15 @@ bool takeParts(Entity const& from, Entity const* top, Take const& take) {
   return true;
 }
 
+PathText pathText(Entity const& from, Entity const* top) {
+  PathText path;
+  takeParts(from, top, [&](std::string_view part) {
+    path.prepend(part);
+    return true;
+  });
+  return path;
+}
+
 }  // namespace
 
 void Entity::makeName() const {
@@ -94,13 +103,12 @@ void Entity::makeName() const {
 
 String8 Entity::fullName() const { return pathFrom(nullptr); }
 
-String8 Entity::pathFrom(Entity const* top) const {
-  PathText path;
-  takeParts(*this, top, [&](std::string_view part) {
-    path.prepend(part);
-    return true;
-  });
-  return path.text8();
+String8 Entity::pathFrom(Entity const* top) const { return pathText(*this, top).view(); }
+
+String8 Entity::localPath(Entity const* top) const {
+  PathText path = pathText(*this, top);
+  std::string_view const text = path.view();
+  return text.substr(text.empty() ? 0 : 1);
 }
 
 bool Entity::hasFullName(std::string_view text) const {
@@ -123,8 +131,8 @@ namespace {
 
 // The places where a component that begins at `from` may end: each later separator, and the end of the path.
 std::size_t nextEnd(std::string_view path, std::size_t from) {
-  std::size_t const at = path.find_first_of("/.", from);
-  return at == std::string_view::npos ? path.size() : at;
+  while (from < path.size() && path[from] != '/' && path[from] != '.') ++from;
+  return std::min(from, path.size());
 }
 
 // A collection whose member the path names, and the end of the key that was tried last.
@@ -153,7 +161,7 @@ std::size_t longestKey(Entity const& owner, KelAttr const& attr) {
 // Walks a path. Choices are kept in a list, not on the stack: a path may be as long as a tree is deep.
 class Resolver {
  public:
-  explicit Resolver(std::string_view path) : path_(path) { choices_.reserve(16); }
+  explicit Resolver(std::string_view path) : path_(path) { choices_.reserve(8); }
 
   Entity const* from(Entity const& e) { return run(&e); }
   // The path begins with the name of an entry.
@@ -218,7 +226,7 @@ class Resolver {
   static constexpr unsigned triesBeforeMeasuring = 16;  // so many look-ups are cheaper than a walk over the members
   std::string_view path_;
   std::size_t at_ = 0;
-  std::vector<Choice> choices_;
+  std::vector<Choice, PoolAllocator<Choice>> choices_;
 };
 
 }  // namespace

@@ -76,11 +76,13 @@ class KEL_API Entity : public VFPtrInterface {
   // The path from the tree's root, whose own full name is empty. An entry of a directory adds "/name", a singleton
   // ".attribute", a member of a collection or queue ".attribute/key". Cost: the length of the path.
   String8 fullName() const;
+  // The same text.
+  String8 uriPath() const { return fullName(); }
   // The part of the full name after that of `top`, with the separator: ".port/Et1". The whole full name if `top` is not
   // above this entity.
   String8 pathFrom(Entity const* top) const;
-  // The same text.
-  String8 uriPath() const { return fullName(); }
+  // The same without the separator that it begins with: "port/Et1".
+  String8 localPath(Entity const* top) const;
   // Whether a text is the full name, which need not be made for it. Cost: the length of the path.
   bool hasFullName(std::string_view text) const;
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "Kel/MemPool.h"
 #include "Kel/Ptr.h"
 #include "Kel/Types.h"
 
@@ -45,7 +46,7 @@ class KEL_API EntityNotifiee : public PtrInterface {
 };
 
 // For the framework: the state that only few entities need.
-struct EntityExtras {
+struct EntityExtras : KelMemPool {
   EntityExtras() noexcept;
   ~EntityExtras();
   EntityExtras(EntityExtras const&) = delete;

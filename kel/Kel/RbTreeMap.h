@@ -10,13 +10,14 @@
 
 #include "Kel/HashMap.h"
 #include "Kel/KeyLess.h"
+#include "Kel/MemPool.h"
 
 namespace Kel {
 
 // Values by key, in the order of the keys.
 template <class K, class V>
 class RbTreeMap {
-  using Members = std::map<K, V, KeyLess>;
+  using Members = std::map<K, V, KeyLess, PoolAllocator<std::pair<K const, V>>>;
 
  public:
   RbTreeMap() = default;

@@ -87,7 +87,7 @@ void EqualTrees::remember(Entity const& root, Entity const& other, Context const
   ChangeJournal* const journal = ChangeJournal::of(other);
   if (!journal) return;  // they were never equal
   std::shared_ptr<void>& kept = journal->equalTrees_;
-  if (!kept) kept = std::make_shared<Remembered>();
+  if (!kept) kept = std::allocate_shared<Remembered>(PoolAllocator<Remembered>());
   auto& times = *static_cast<Remembered*>(kept.get());
   if (times.size() >= maxRemembered) times.clear();
   times.insert_or_assign({&root, context}, *this);

@@ -10,6 +10,7 @@
 
 #include "Kel/ChangeJournal.h"
 #include "Kel/KelType.h"
+#include "Kel/MemPool.h"
 
 namespace Kel {
 
@@ -91,7 +92,8 @@ class KEL_API EqualTrees {
   static EqualTrees remembered(Entity const& root, Entity const& other, Context const& context);
 
  private:
-  using Remembered = std::map<std::pair<Entity const*, Context>, EqualTrees>;
+  using Key = std::pair<Entity const*, Context>;
+  using Remembered = std::map<Key, EqualTrees, std::less<Key>, PoolAllocator<std::pair<Key const, EqualTrees>>>;
 
   U64 rootJournal_ = 0, otherJournal_ = 0, root_ = 0, other_ = 0, heldDepartures_ = 0;
 };
