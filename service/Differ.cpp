@@ -101,6 +101,15 @@ void Differ::walk() {
   }
 }
 
+namespace {
+
+bool plainEqual(Entity const& from, Entity const& to) {
+  auto const differences = from.type()->plainDifferences();
+  return differences && differences(from, to) == 0;
+}
+
+}  // namespace
+
 Differ::Plan const& Differ::planOf(KelType const& type) {
   auto const [found, isNew] = plans_.try_emplace(&type);
   Plan& plan = found->second;
@@ -108,7 +117,7 @@ Differ::Plan const& Differ::planOf(KelType const& type) {
   for (KelAttr const* attr : type.attributeQ()) {
     if (!attr->copiable()) continue;
     plan.all.push_back(attr);
-    if (!type.plainEqual() || !attr->inPlainEqual()) plan.further.push_back(attr);
+    if (!type.plainDifferences() || !attr->plainBit()) plan.further.push_back(attr);
     if (attr->instantiating()) plan.owned.push_back(attr);
   }
   return plan;
@@ -137,17 +146,14 @@ void Differ::entity(Frame const& at, Entity const& from, Entity const& to) {
   }
   if (Kel::Dir const* const dir = asDir(&from)) return directory(at, *dir, static_cast<Kel::Dir const&>(to));
   Plan const& plan = planOf(*from.type());
-  auto const plainEqual = from.type()->plainEqual();
-  for (KelAttr const* attr : plainEqual&& plainEqual(from, to) ? plan.further : plan.all)
-    attribute(at, from, to, *attr);
+  for (KelAttr const* attr : plainEqual(from, to) ? plan.further : plan.all) attribute(at, from, to, *attr);
 }
 
 void Differ::changedOnly(Frame const& at, Entity const& from, Entity const& to, ChangedEntity const& changed) {
   if (Kel::Dir const* const dir = asDir(&from)) return directory(at, *dir, static_cast<Kel::Dir const&>(to));
   bool const content = changed.has(Change::content);
-  auto const plainEqual = from.type()->plainEqual();
   Plan const& plan = planOf(*from.type());
-  for (KelAttr const* attr : content&& plainEqual&& plainEqual(from, to) ? plan.further : plan.all) {
+  for (KelAttr const* attr : content&& plainEqual(from, to) ? plan.further : plan.all) {
     if (!attr->instantiating()) {
       if (content) attribute(at, from, to, *attr);
     } else if (attr->isQueue()) {

@@ -31,7 +31,7 @@ class Differ {
     std::size_t position = 0;  // in a queue, of `from`
   };
   struct Plan {
-    std::vector<Kel::KelAttr const*> all, further, owned;  // copiable; those that plainEqual leaves out; owning
+    std::vector<Kel::KelAttr const*> all, further, owned;  // copiable; those beside the plain ones; owning
   };
   void walk();
   Plan const& planOf(Kel::KelType const& type);

@@ -34,7 +34,7 @@ Kel::Entity const* prototypeOf(KelType const& type) {
 
 bool sameContent(Kel::Entity const& a, Kel::Entity const& b, KelAttr const& attr) {
   if (attr.access().equal(a, b)) return true;
-  if (attr.isCollection() || attr.isPtr() || attr.inPlainEqual()) return false;
+  if (attr.isCollection() || attr.isPtr() || attr.plainBit()) return false;
   // The type has no comparison, or a value is NaN.
   GenericIf::PtrConst const x = valueOfAttr(a, attr), y = valueOfAttr(b, attr);
   return x && y && x->strep() == y->strep();

@@ -92,7 +92,7 @@ bool Walk::areShallow(Plan const& plan) {
 }
 
 bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src) {
-  if (plan.plainEqual && !plan.plainEqual(dest, src)) return false;
+  if (plan.plainDifferences && plan.plainDifferences(dest, src) != 0) return false;
   for (Step const* step : plan.further)
     if (!isEqual(*step, dest, src, step->dense)) return false;
   return true;

@@ -62,17 +62,18 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
                                : nullptr) {}
 
 Plan::Plan(Kel::KelType const& d, Kel::KelType const& s)
-    : dest(d), src(s), plainEqual(&d == &s ? s.plainEqual() : nullptr), keyOnly(s.ctorArgs().size() == 1) {
+    : dest(d), src(s), plainDifferences(&d == &s ? s.plainDifferences() : nullptr), keyOnly(s.ctorArgs().size() == 1) {
+  steps.reserve(s.attributeQ().size());
   for (Kel::AttributeId id = 0; Kel::KelAttr const* attr = s.attr(id); ++id) steps.emplace_back(d, *attr);
   for (Kel::KelAttr const* attr : s.attributeQ()) {
     Step const& step = steps[attr->id()];
     all.push_back(&step);
-    if (step.kind == Step::Kind::skipped) continue;
-    copied.push_back(&step);
     // An unsupported attribute must be visited, because it is an assertion.
-    if (!plainEqual || !step.typed || !attr->inPlainEqual()) further.push_back(&step);
+    if (step.kind == Step::Kind::skipped || (plainDifferences && step.typed && attr->plainBit())) continue;
+    further.push_back(&step);
+    furtherBits |= Kel::plainBit(attr->id());
   }
-  leaf = keyOnly && plainEqual && further.empty();
+  leaf = keyOnly && plainDifferences && further.empty();
 }
 
 namespace {

@@ -4,7 +4,6 @@
 // destroyed. Any thread may read it.
 #pragma once
 
-#include <deque>
 #include <vector>
 
 #include "CliSession/EntityCopy.h"
@@ -19,7 +18,7 @@ struct Step {
   enum class Kind : Kel::U8 { skipped, value, collection, pointer, singleton, queue, unsupported };
 
   Step(Kel::KelType const& destType, Kel::KelAttr const& attr);
-  Step(Step const&) = delete;
+  Step(Step&&) = default;  // for the plan's vector, which has its full size at once
   Step& operator=(Step const&) = delete;
 
   // The plan for entities of these types that the attribute owns. Cost: usually a comparison.
@@ -52,12 +51,13 @@ struct Plan {
 
   Kel::KelType const& dest;
   Kel::KelType const& src;
-  std::deque<Step> steps;                // by the id of the source's attribute
-  std::vector<Step const*> all, copied;  // all attributes in the order of the attribute queue; those that are copied
-  std::vector<Step const*> further;      // of these, those that `plainEqual` does not compare
-  bool (*plainEqual)(Kel::Entity const& dest, Kel::Entity const& src);  // null: no such comparison
-  bool keyOnly;                                                         // the key is the only constructor parameter
-  bool leaf;                                                            // keyOnly, and `plainEqual` compares everything
+  std::vector<Step> steps;                 // by the id of the source's attribute; copied ones are queued in that order
+  std::vector<Step const*> all;            // in the order of the attribute queue
+  Kel::PlainDifferences plainDifferences;  // null: no such comparison
+  std::vector<Step const*> further;        // those that are copied, and that it does not compare
+  Kel::U64 furtherBits = 0;                // their bits, as in plainBit
+  bool keyOnly;                            // the key is the only constructor parameter
+  bool leaf;                               // keyOnly, and `plainDifferences` compares everything
 };
 
 inline Plan const& Step::childPlan(Kel::KelType const& d, Kel::KelType const& s) const {

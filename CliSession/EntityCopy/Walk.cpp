@@ -1,6 +1,8 @@
 // The walk itself, values and pointers that are set, singletons, children.
 #include "CliSession/EntityCopy/Walk.h"
 
+#include <bit>
+
 namespace Cli::Session {
 
 bool anyTrace() {
@@ -35,14 +37,39 @@ void Walk::revalidate() {
 
 bool Walk::attributes(Frame& f) {
   Plan const& plan = f.plan;
-  bool const plainEqual = !traced_ && plan.plainEqual && plan.plainEqual(f.dest, f.src);
   bool any = false;
   // A walk that has to stop already takes the first attribute, and then looks whether to stop.
-  for (Step const* step : traced_ || stopped() ? plan.all : plainEqual ? plan.further : plan.copied) {
-    if (step->kind == Step::Kind::value && step->typed && !traced_)
-      any |= !step->access.equal(f.dest, f.src) && doCopyValue(f, *step);
-    else
+  if (traced_ || stopped()) {
+    for (Step const* step : plan.all) {
       any |= differs(f, *step);
+      if (stopped()) break;
+    }
+    return any;
+  }
+  if (!plan.plainDifferences) return attributesFrom(f, 0);
+  Kel::U64 const differing = plan.plainDifferences(f.dest, f.src);
+  Kel::U64 const visited = differing | plan.furtherBits;
+  Kel::U64 const generation = impl_.generation;
+  for (Kel::U64 left = visited & ~Kel::lastPlainBit; left; left &= left - 1) {
+    auto const id = static_cast<std::size_t>(std::countr_zero(left));
+    Step const& step = plan.steps[id];
+    if (!(differing >> id & 1))
+      any |= differs(f, step);
+    else
+      any |= step.kind == Step::Kind::value ? doCopyValue(f, step) : doCopyAttr(f, step);
+    if (stopped()) return any;
+    // Foreign code may have changed plain content that was equal.
+    if (generation != impl_.generation) return attributesFrom(f, id + 1) || any;
+  }
+  return (visited & Kel::lastPlainBit && attributesFrom(f, 63)) || any;
+}
+
+// Looks at each copied attribute from an id on by itself.
+bool Walk::attributesFrom(Frame& f, std::size_t id) {
+  bool any = false;
+  for (auto const& steps = f.plan.steps; id < steps.size(); ++id) {
+    if (steps[id].kind == Step::Kind::skipped) continue;
+    any |= differs(f, steps[id]);
     if (stopped()) break;
   }
   return any;

@@ -118,6 +118,7 @@ class Walk final : private Kel::SameTarget {
   // EntityCopy::stop.
   bool stopped() const { return compare_ && log_ && log_->attributeEditEntrys() > 0; }
 
+  bool attributesFrom(Frame& frame, std::size_t id);
   bool doCopyAttr(Frame& frame, Step const& step);
   // The filter: true if an attribute is known to be equal. It traces nothing.
   bool equalInPlace(Frame& frame, Step const& step) {
@@ -128,7 +129,7 @@ class Walk final : private Kel::SameTarget {
   }
   // Owned entities are known to be equal if there are none, or if they are `leaves`, at the same positions.
   bool isEqual(Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool leaves) {
-    if (leaves) return step.access.membersEqual(dest, src, step.usualPlan->plainEqual);
+    if (leaves) return step.access.membersEqual(dest, src, step.usualPlan->plainDifferences);
     if (!step.typed || (step.withPointers && ec_.pendingAttrs() > 0)) return false;
     return step.access.equalThrough(dest, src, *this);
   }

@@ -59,9 +59,7 @@ Entity* AttrAccess::target(Entity const&) const { lacks("target"); }
 void AttrAccess::setTarget(KelAttr const&, Entity&, Entity*) const { lacks("setTarget"); }
 void AttrAccess::dropPointers(Entity&) const { lacks("dropPointers"); }
 U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*, U32) const { lacks("gatherPairs"); }
-bool AttrAccess::membersEqual(Entity const&, Entity const&, bool (*)(Entity const&, Entity const&)) const {
-  lacks("membersEqual");
-}
+bool AttrAccess::membersEqual(Entity const&, Entity const&, PlainDifferences) const { lacks("membersEqual"); }
 Entity* AttrAccess::findCounterpart(Entity const&, Entity const&, U32) const { lacks("findCounterpart"); }
 U32 AttrAccess::positionOf(Entity const&, Entity const&) const { lacks("positionOf"); }
 Entity* AttrAccess::createLike(KelAttr const&, Entity&, Entity const&) const { lacks("createLike"); }

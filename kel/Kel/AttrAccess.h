@@ -156,8 +156,8 @@ class KEL_API AttrAccess {
   // Collects at most `most` members of `src` from `position` on, and moves `position` behind them; answers how many it
   // has collected, 0 at the end. Prefetches the next ones.
   virtual U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, Pair* pairs, U32 most) const;
-  // Whether two entities have the same members at the same positions, by their keys and by `alike`.
-  virtual bool membersEqual(Entity const& a, Entity const& b, bool (*alike)(Entity const&, Entity const&)) const;
+  // Whether two entities have the same members at the same positions, by their keys and by what `differences` compares.
+  virtual bool membersEqual(Entity const& a, Entity const& b, PlainDifferences differences) const;
 
   // Singletons, and owned entities by key. Makes one with the constructor parameters of `like`, and notifies. REQUIRES:
   // the key is free.

@@ -94,7 +94,7 @@ class OwnedAccess final : public AttrAccess {
     else
       return AttrAccess::positionOf(e, member);
   }
-  bool membersEqual(Entity const& dest, Entity const& src, bool (*alike)(Entity const&, Entity const&)) const override {
+  bool membersEqual(Entity const& dest, Entity const& src, PlainDifferences differences) const override {
     if constexpr (dense) {
       M const& a = of(dest);
       M const& b = of(src);
@@ -109,11 +109,11 @@ class OwnedAccess final : public AttrAccess {
         if (a.slotHash(i) != b.slotHash(i)) return false;
         if (!a.slotLive(i)) continue;
         Entity const &x = *a.at(i), &y = *b.at(i);
-        if (!sameKey(KeyOf::key(x), KeyOf::key(y)) || !alike(x, y)) return false;
+        if (!sameKey(KeyOf::key(x), KeyOf::key(y)) || differences(x, y) != 0) return false;
       }
       return true;
     } else {
-      return AttrAccess::membersEqual(dest, src, alike);
+      return AttrAccess::membersEqual(dest, src, differences);
     }
   }
   U32 gatherPairs(Entity const& dest, Entity const& src, U32& position, AttrAccess::Pair* pairs,

@@ -36,6 +36,9 @@ struct ValueOps {
   Ptr<GenericIf> (*read)(AttrLogIn& in);        // from an attribute log
 };
 
+// In what plain content two entities of one type differ: a bit for each attribute, see plainBit.
+using PlainDifferences = U64 (*)(Entity const& a, Entity const& b);
+
 // Operations on the entries of a type. Entries are children that a path names without an attribute, "/name"; they may
 // be of any type. Directories have entries.
 struct EntryOps {
@@ -147,8 +150,8 @@ class KEL_API KelAttr final : public PtrInterface {
   bool ctorParam() const { return flags_.has(KelAttrIntrospectionFlags::ctorParam); }
   // Logging, writable and no constructor parameter.
   bool copiable() const { return logging() && writable() && !ctorParam(); }
-  // Whether the attribute takes part in `KelType::plainEqual` of its owner.
-  bool inPlainEqual() const { return plain_; }
+  // Its bit in `KelType::plainDifferences` of its owner; 0 if it does not take part.
+  U64 plainBit() const { return plain_ ? Kel::plainBit(id_) : 0; }
   KelAttrIntrospectionFlags flags() const { return flags_; }
 
   // The constructor arguments of what the attribute creates. REQUIRES: instantiating().
@@ -297,10 +300,10 @@ class KEL_API KelType final : public PtrInterface {
   Entity* (*createLike() const)(Entity const& like) { return createLike_; }
   // As paramsEqual, but without the first parameter, which a queue gives its members.
   bool (*furtherParamsEqual() const)(Entity const& a, Entity const& b) { return furtherParamsEqual_; }
-  // Whether the plain content of two entities of this type is equal: all copiable attributes that hold values, single
+  // In what plain content two entities of this type differ: a bit for each copiable attribute that holds values, single
   // or in collections, inherited ones included. Left out are attributes without a comparison, attributes that are keyed
-  // by pointers, and `counter` collections; KelAttr::inPlainEqual tells. Null if the type has no plain content.
-  bool (*plainEqual() const)(Entity const& a, Entity const& b) { return plainEqual_; }
+  // by pointers, and `counter` collections; KelAttr::plainBit tells. Null if the type has no plain content.
+  PlainDifferences plainDifferences() const { return plainDifferences_; }
   // The attributes that own entities; those that hold pointers; whether anything below may hold pointers.
   std::vector<KelAttr const*> const& ownAttrs() const { return ownAttrs_; }
   std::vector<KelAttr const*> const& ptrAttrs() const { return ptrAttrs_; }
@@ -344,7 +347,7 @@ class KEL_API KelType final : public PtrInterface {
   bool (*paramsEqual_)(Entity const&, Entity const&) = nullptr;
   bool (*furtherParamsEqual_)(Entity const&, Entity const&) = nullptr;
   Entity* (*createLike_)(Entity const&) = nullptr;
-  bool (*plainEqual_)(Entity const&, Entity const&) = nullptr;
+  PlainDifferences plainDifferences_ = nullptr;
 };
 
 // Prints the type's full name.

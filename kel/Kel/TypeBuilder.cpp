@@ -24,7 +24,7 @@ TypeBuilderBase::TypeBuilderBase(char const* fullName, KelType::Kind kind, KelTy
   }
   type_->attrs_ = base->attrs_;
   type_->ctorArgs_ = base->ctorArgs_;
-  type_->plainEqual_ = base->plainEqual_;
+  type_->plainDifferences_ = base->plainDifferences_;
 }
 
 KelAttr& TypeBuilderBase::add(AttributeId id, char const* name, AttrAccess const* access, TypeFunction type,
@@ -66,9 +66,8 @@ void TypeBuilderBase::constructWith(Ptr<Entity> (*construct)(std::vector<Generic
   type_->createLike_ = createLike;
 }
 
-void TypeBuilderBase::plainEqualWith(bool (*equal)(Entity const&, Entity const&),
-                                     std::initializer_list<AttributeId> attributes) {
-  type_->plainEqual_ = equal;
+void TypeBuilderBase::plainContentWith(PlainDifferences differences, std::initializer_list<AttributeId> attributes) {
+  type_->plainDifferences_ = differences;
   // All of these records belong to this type; none is shared with another type yet.
   for (AttributeId id : attributes) {
     KEL_ASSERT(type_->attrs_[id]->owner_ == type_);

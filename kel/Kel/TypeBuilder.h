@@ -64,7 +64,7 @@ class KEL_API TypeBuilderBase {
   void constructWith(Ptr<Entity> (*construct)(std::vector<GenericIf::PtrConst> const&, KelType const&),
                      bool (*paramsEqual)(Entity const&, Entity const&),
                      bool (*furtherParamsEqual)(Entity const&, Entity const&), Entity* (*createLike)(Entity const&));
-  void plainEqualWith(bool (*equal)(Entity const&, Entity const&), std::initializer_list<AttributeId> attributes);
+  void plainContentWith(PlainDifferences differences, std::initializer_list<AttributeId> attributes);
   void representation(KelAttr& attr, bool autoconvert);
   void enumerators(EnumName const* names, std::size_t count);
   AttributeId nextId() const { return static_cast<AttributeId>(type_->attrs_.size()); }
@@ -163,11 +163,11 @@ class EntityTypeBuilder : public TypeBuilderBase {
       constructWith(&Make::construct, nullptr, nullptr, nullptr);
   }
   // The comparison of plain content, the base's included, and the type's own attributes that take part in it.
-  template <bool (T::*Equal)(T const&) const>
-  void plainEqual(std::initializer_list<AttributeId> attributes) {
-    plainEqualWith(
-        [](Entity const& a, Entity const& b) { return (static_cast<T const&>(a).*Equal)(static_cast<T const&>(b)); },
-        attributes);
+  template <U64 (T::*Differences)(T const&) const>
+  void plainContent(std::initializer_list<AttributeId> attributes) {
+    plainContentWith([](Entity const& a,
+                        Entity const& b) { return (static_cast<T const&>(a).*Differences)(static_cast<T const&>(b)); },
+                     attributes);
   }
 
   template <class C, class V>

@@ -28,4 +28,8 @@ using AttributeId = U16;
 // The id of no attribute.
 inline constexpr AttributeId noAttribute = 0xffff;
 
+// The bit for an attribute in `KelType::plainDifferences`. The last bit is for all attributes from the 64th on.
+inline constexpr U64 lastPlainBit = U64(1) << 63;
+constexpr U64 plainBit(AttributeId id) { return id < 63 ? U64(1) << id : lastPlainBit; }
+
 }  // namespace Kel

@@ -33,7 +33,7 @@ class EntityEmitter {
       if (member.attribute) addAccessors(class_, *member.attribute, types_);
     }
     addOperations();
-    addPlainEqual();
+    addPlainDifferences();
     if (entity_.hasImpl) addImpl();
     heading(out.header, "entity " + name_);
     class_.declare(out.header, out.exported);
@@ -135,12 +135,15 @@ class EntityEmitter {
   }
 
   // Derived classes call it, so no attribute may hide its name.
-  void addPlainEqual() {
+  void addPlainDifferences() {
     std::vector<Attribute const*> const plain = plainAttributes(entity_);
     if (plain.empty()) return;
     CppGroup& group = class_.protectedGroups.emplace_back();
-    group.comment = "Whether all plain content is equal, inherited attributes included.";
-    group.add("bool", "_plainEqual").takes(name_ + " const&", "o").asConst().does(plainEquality(entity_, plain));
+    group.comment = "In what plain content two entities differ, inherited attributes included.";
+    group.add("Kel::U64", "_plainDifferences")
+        .takes(name_ + " const&", "o")
+        .asConst()
+        .does(plainDifferences(entity_, plain));
   }
 
   void addImpl() {

@@ -21,7 +21,7 @@ class TypeRecord {
         operation(*member.operation);
       }
     }
-    plainEqual();
+    plainContent();
     if (!entity_.abstract) line("b.constructs<" + getters(entity_.allParams()) + ">();");
     line("return b.done();");
     Lines all = {"static Kel::KelType const* const type = [] {"};
@@ -85,10 +85,10 @@ class TypeRecord {
     modifiers(a);
   }
 
-  void plainEqual() {
+  void plainContent() {
     Lines ids;
     for (Attribute const* a : plainAttributes(entity_)) ids.push_back(a->name.text + "Attr");
-    if (!ids.empty()) wrapped("b.plainEqual<" + member("_plainEqual") + ">({", ids, "});");
+    if (!ids.empty()) wrapped("b.plainContent<" + member("_plainDifferences") + ">({", ids, "});");
   }
 
   // The default is passed only if it is not that of the C++ type.

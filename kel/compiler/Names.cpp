@@ -62,7 +62,7 @@ constexpr BuiltinWord builtins[] = {
 
 constexpr std::string_view entityMembers[] = {
     "Attribute",   "Base",  "Impl",  "Notifiee",    "NotifieeConst", "Ptr",       "PtrConst", "_fwkType",
-    "_plainEqual", "adopt", "bits_", "destroySelf", "endAttr",       "leaveTree", "notify",   "type",
+    "_plainDifferences", "adopt", "bits_", "destroySelf", "endAttr",       "leaveTree", "notify",   "type",
 };
 
 // Other names that an entity inherits from the framework: attributes may hide these.

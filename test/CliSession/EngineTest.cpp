@@ -207,6 +207,34 @@ TEST_P(EngineAlike, PlainMembersOfDerivedTypesAreNotTakenForOthers) {
   EXPECT_EQ(asked, 1);
 }
 
+// What the walk has yet to come to at the same entity was equal when it began there.
+TEST_P(EngineAlike, WhatAReactorChangesMeanwhileIsCopiedAsWell) {
+  for (bool copiedBefore : {false, true}) {
+    World in;
+    Kel::Ptr<Plant::Hall> const from = World::hall(in.src), to = World::hall(in.dest);
+    if (copiedBefore) in.copy();
+    from->newBolt("b");
+    bool reacted = false;
+    Reactor const reactor(EntityPtrConst(to), [&] {
+      if (!std::exchange(reacted, true)) to->visitsIs(7);
+    });
+    EXPECT_EQ(in.copy().edits, (Edits{{"Plant::Hall::bolt set hall", 1}, {"Plant::Hall::visits set hall", 1}}));
+    EXPECT_EQ(to->visits(), 0);
+  }
+}
+
+TEST_P(EngineAlike, CopiesEachOfManyAttributes) {
+  world.rootIs("wide", "Pairs::Wide");
+  auto const from = Kel::ptrCast<Pairs::Wide>(world.src->newEntity("Pairs::Wide", "wide"));
+  world.status->doCreateSessionRoots(world.src, world.dest);
+  for (char const* name : {"a1", "a61", "a62", "a63", "a64", "a66"}) {
+    Kel::GenericIf::ofEntity(EntityPtr(from))
+        ->attributeIs(from->type()->getAttr(name)->id(), nullptr, Kel::GenericIf::of(Kel::U8(1)));
+    EXPECT_EQ(textOf(world.copy().edits), "Pairs::Wide::" + std::string(name) + " set wide x1\n");
+    EXPECT_EQ(textOf(world.copy().edits), "");
+  }
+}
+
 // An operation that runs after a change is foreign code, as a reactor is.
 TEST_F(Engine, WhatAnOperationDeletesAfterAChangeIsNotCopiedInto) {
   world.rootIs("vine", "Pairs::Vine");

@@ -38,11 +38,16 @@ std::vector<Attribute const*> plainAttributes(EntityDecl const& entity) {
   return plain;
 }
 
-Lines plainEquality(EntityDecl const& entity, std::vector<Attribute const*> const& plain) {
-  Lines terms;
-  if (anyPlain(entity.base)) terms.push_back("Base::_plainEqual(o)");
-  for (Attribute const* a : plain) terms.push_back(a->name.text + "_ == o." + a->name.text + "_");
-  return returnAll(terms);
+// An attribute that differs is the exception, so that equal entities take no branch.
+Lines plainDifferences(EntityDecl const& entity, std::vector<Attribute const*> const& plain) {
+  Lines body{std::string("Kel::U64 differences = ") + (anyPlain(entity.base) ? "Base::_plainDifferences(o);" : "0;")};
+  for (Attribute const* a : plain) {
+    std::string const& x = a->name.text;
+    body.push_back("if (" + x + "_ != o." + x + "_) [[unlikely]]");
+    body.push_back("  differences |= Kel::plainBit(" + x + "Attr);");
+  }
+  body.push_back("return differences;");
+  return body;
 }
 
 }  // namespace kelc

@@ -14,15 +14,15 @@ bool belongs(KelAttr const& attr) {
          attr.name().pos("counter") != 0;
 }
 
-TEST(PlainEqual, TakesInWhatACopyCarriesAndHoldsValues) {
+TEST(PlainDifferences, TakesInWhatACopyCarriesAndHoldsValues) {
   for (KelType const* type : allTypes()) {
     if (!type->isEntity()) continue;
     bool any = false;
     for (KelAttr const* attr : type->attributeQ()) {
-      EXPECT_EQ(attr->inPlainEqual(), belongs(*attr)) << attr->fullName() << " of " << *type;
-      any = any || attr->inPlainEqual();
+      EXPECT_EQ(attr->plainBit() != 0, belongs(*attr)) << attr->fullName() << " of " << *type;
+      any = any || attr->plainBit();
     }
-    EXPECT_EQ(type->plainEqual() != nullptr, any) << *type;
+    EXPECT_EQ(type->plainDifferences() != nullptr, any) << *type;
   }
 }
 
@@ -49,10 +49,14 @@ class Pair {
  private:
   bool checked(KelAttr const& written) {
     std::vector<KelAttr const*> different;
-    for (KelAttr const* attr : type_.attributeQ())
-      if (attr->inPlainEqual() && !attr->access().equal(*a_, *b_)) different.push_back(attr);
-    EXPECT_EQ(type_.plainEqual()(*a_, *b_), different.empty()) << "after a write of " << written.fullName();
-    EXPECT_EQ(type_.plainEqual()(*b_, *a_), different.empty()) << "after a write of " << written.fullName();
+    U64 bits = 0;
+    for (KelAttr const* attr : type_.attributeQ()) {
+      if (!attr->plainBit() || attr->access().equal(*a_, *b_)) continue;
+      different.push_back(attr);
+      bits |= attr->plainBit();
+    }
+    EXPECT_EQ(type_.plainDifferences()(*a_, *b_), bits) << "after a write of " << written.fullName();
+    EXPECT_EQ(type_.plainDifferences()(*b_, *a_), bits) << "after a write of " << written.fullName();
     if (different.empty()) return true;
     if (different.size() == 1) alone.insert(different.front());
     a_ = type_.newDefault(), b_ = type_.newDefault();  // the next difference must tell by itself
@@ -63,9 +67,9 @@ class Pair {
   Entity::Ptr a_, b_;
 };
 
-TEST(PlainEqual, IsThatEveryAttributeInItIsEqual) {
+TEST(PlainDifferences, IsThatEveryAttributeInItIsEqual) {
   for (KelType const* type : allTypes()) {
-    if (type->isAbstract() || !type->plainEqual()) continue;
+    if (type->isAbstract() || !type->plainDifferences()) continue;
     SCOPED_TRACE(type->fullTypeName());
     Edits choice(3);
     Pair pair(*type);
@@ -73,16 +77,16 @@ TEST(PlainEqual, IsThatEveryAttributeInItIsEqual) {
     for (int i = 0; i < 3000; ++i) equal += pair.edit(choice) ? 1 : 0;
     EXPECT_GT(equal, 1000u);
     for (KelAttr const* attr : type->attributeQ())
-      EXPECT_EQ(pair.alone.count(attr), attr->inPlainEqual() ? 1u : 0u) << attr->fullName();
+      EXPECT_EQ(pair.alone.count(attr), attr->plainBit() ? 1u : 0u) << attr->fullName();
   }
 }
 
-TEST(PlainEqual, NotANumberEqualsNothing) {
+TEST(PlainDifferences, NotANumberEqualsNothing) {
   Values::Ptr const values = valuesFactory("v", 1);
-  auto const equal = Values::_fwkType()->plainEqual();
-  EXPECT_TRUE(equal(*values, *values));
+  auto const differences = Values::_fwkType()->plainDifferences();
+  EXPECT_EQ(differences(*values, *values), 0u);
   values->f64Is(std::numeric_limits<F64>::quiet_NaN());
-  EXPECT_FALSE(equal(*values, *values));
+  EXPECT_EQ(differences(*values, *values), Values::_fwkType()->getAttr("f64")->plainBit());
 }
 
 }  // namespace
