@@ -6,8 +6,8 @@
 namespace Cli::Service {
 
 // Integers have the framework's widest types. So this is a type of its own, and its `destroy` can be specialised below.
-// Begin an object with Json::object(), and set its members one by one. If memory runs out, the constructor for a list of
-// members leaks, and a null that is becoming an object is left in a state that ends the process.
+// Begin an object with Json::object(), and set its members one by one. If memory runs out, the constructor for a list
+// of members leaks, and a null that is becoming an object is left in a state that ends the process.
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool, long long, unsigned long long>;
 
 }  // namespace Cli::Service

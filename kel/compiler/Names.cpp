@@ -61,7 +61,7 @@ constexpr BuiltinWord builtins[] = {
 };
 
 constexpr std::string_view entityMembers[] = {
-    "Attribute",   "Base",  "Impl",  "Notifiee",    "NotifieeConst", "Ptr",       "PtrConst", "_fwkType",
+    "Attribute",         "Base",  "Impl",  "Notifiee",    "NotifieeConst", "Ptr",       "PtrConst", "_fwkType",
     "_plainDifferences", "adopt", "bits_", "destroySelf", "endAttr",       "leaveTree", "notify",   "type",
 };
 
