@@ -21,7 +21,8 @@ bool Walk::doCopyCollection(Frame& f, Step const& s) {
   bool const sameHashes =
       s.dense && !traced_ && s.usualPlan->keyOnly &&
       ((changed(f) && !f.changed->has(Kel::Change::members)) || s.access.sameKeyHashes(f.dest, f.src));
-  bool differs = !sameHashes && deleteExtra(f, s);
+  bool const isEmpty = s.typed && !traced_ && s.access.count(s.attr, f.dest) == 0;
+  bool differs = !sameHashes && !isEmpty && deleteExtra(f, s);
   if (!stopped()) differs |= s.dense && !traced_ ? copyPairs(f, s, 0, !sameHashes) : copyMembers(f, s);
   if (!stopped())
     for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
@@ -101,7 +102,8 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
 // Copies owned members from `position` on, in the batches that the storage hands out. Runs the deletion pass, unless it
 // has run, before the first member without a counterpart is made.
 bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
-  if (!compare_ && s.access.count(s.attr, f.dest) == 0) s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
+  bool const isEmpty = s.access.count(s.attr, f.dest) == 0;
+  if (isEmpty && !compare_) s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
   Kel::IteratorRoom room;
   s.access.iterate(s.attr, f.src, room);  // keeps the positions as they are
   Plan const& usual = *s.usualPlan;
@@ -117,7 +119,7 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPa
     most = std::min(2 * most, maxPairs);
     Kel::U64 const generation = impl_.generation;
     bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
-    bool const looksFirst = passes && !changed(f) && areShallow(usual);
+    bool const looksFirst = passes && !isEmpty && !changed(f) && areShallow(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];
       bool const direct = passes && dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));

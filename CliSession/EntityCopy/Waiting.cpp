@@ -37,7 +37,7 @@ void Walk::replacePending(Frame& f, Step const& s, Member* m, Kel::Ptr<Attribute
 
 std::vector<Kel::Ptr<AttributeCopy>> Walk::waitingMembers(Frame const& f, Step const& s) const {
   std::vector<Kel::Ptr<AttributeCopy>> records;
-  if (ec_.pendingAttrs() == 0) return records;
+  if (ec_.pendingAttrs() == 0 || f.newAt == impl_.generation) return records;
   auto const isOfMember = [&](Impl::PendingKey const& key) {
     return std::get<0>(key) == &f.dest && std::get<1>(key) == &s.attr;
   };
