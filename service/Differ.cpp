@@ -153,7 +153,8 @@ void Differ::changedOnly(Frame const& at, Entity const& from, Entity const& to, 
   if (Kel::Dir const* const dir = asDir(&from)) return directory(at, *dir, static_cast<Kel::Dir const&>(to));
   bool const content = changed.has(Change::content);
   Plan const& plan = planOf(*from.type());
-  for (KelAttr const* attr : content&& plainEqual(from, to) ? plan.further : plan.all) {
+  bool const furtherOnly = content && plainEqual(from, to);
+  for (KelAttr const* attr : furtherOnly ? plan.further : plan.all) {
     if (!attr->instantiating()) {
       if (content) attribute(at, from, to, *attr);
     } else if (attr->isQueue()) {
