@@ -61,7 +61,8 @@ bool Walk::attributes(Frame& f) {
     // Foreign code may have changed plain content that was equal.
     if (generation != impl_.generation) return attributesFrom(f, id + 1) || any;
   }
-  return (visited & Kel::lastPlainBit && attributesFrom(f, 63)) || any;
+  constexpr auto firstSharing = static_cast<std::size_t>(std::countr_zero(Kel::lastPlainBit));
+  return (visited & Kel::lastPlainBit && attributesFrom(f, firstSharing)) || any;
 }
 
 // Looks at each copied attribute from an id on by itself.

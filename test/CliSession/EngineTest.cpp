@@ -207,7 +207,7 @@ TEST_P(EngineAlike, PlainMembersOfDerivedTypesAreNotTakenForOthers) {
   EXPECT_EQ(asked, 1);
 }
 
-// What the walk has yet to come to at the same entity was equal when it began there.
+// The reactor writes an attribute that was equal when the walk came to the entity, and that the walk has yet to visit.
 TEST_P(EngineAlike, WhatAReactorChangesMeanwhileIsCopiedAsWell) {
   for (bool copiedBefore : {false, true}) {
     World in;
