@@ -9,8 +9,8 @@ Frame::Frame(Kel::Entity& d, Kel::Entity const& s, Kel::String8 const& path)
 
 Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* srcChild) {
   bool const named = srcChild && attr.isCollection() && !srcChild->name().empty();
-  return named ? Kel::String8::concat({path, ".", attr.name(), "/", srcChild->name()})
-               : Kel::String8::concat({path, ".", attr.name()});
+  return named ? Kel::String8::concatForLog({path, ".", attr.name(), "/", srcChild->name()})
+               : Kel::String8::concatForLog({path, ".", attr.name()});
 }
 
 Kel::String8 const& Frame::path() {

@@ -18,6 +18,7 @@ namespace Kel {
 #ifdef KEL_POOL_OFF
 
 void* KelMemPool::allocate(std::size_t size) { return ::operator new(size); }
+void* KelMemPool::allocateForLog(std::size_t size) { return ::operator new(size); }
 void KelMemPool::release(void* block, std::size_t) noexcept { ::operator delete(block); }
 
 #else
@@ -37,6 +38,7 @@ struct FreeBlock {
 static_assert(sizeof(FreeBlock) <= KelMemPool::granule);
 
 struct Heap;
+struct Area;
 
 // Blocks of all sizes, in the order in which they were first allocated. Each chunk has free lists of its own, as in
 // "Mimalloc: Free List Sharding in Action" (Leijen, Zorn, de Moura, 2019), so that blocks which are reused together lie
@@ -45,12 +47,13 @@ struct Chunk {
   explicit Chunk(Heap& owner) : heap(owner) {}
 
   Heap& heap;
+  Area* area = nullptr;  // while it is in use
   Chunk* nextEmpty = nullptr;
-  std::uint32_t used = 0;    // blocks that are on no free list of the chunk, and one for the heap's current chunk
+  std::uint32_t used = 0;    // blocks that are on no free list of the chunk, and one for the area's current chunk
   std::uint32_t listed = 0;  // a bit for each class in whose list of chunks it is
   std::array<FreeBlock*, classes> free{};
   std::array<std::uint16_t, classes> frees{};  // the lengths of the free lists
-  std::array<Chunk*, classes> next{};          // in the heap's lists
+  std::array<Chunk*, classes> next{};          // in the area's lists
 };
 static_assert(classes <= 32);
 
@@ -58,28 +61,61 @@ Chunk& chunkOf(void* block) {
   return *reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(block) & ~(chunkSize - 1));
 }
 
-// The memory of one thread. It is never destroyed: when its thread ends, another one takes it over.
-struct Heap {
+// The chunks for one use: for logs, or for everything else.
+struct Area {
   std::array<FreeBlock*, classes> ready{};  // taken from one chunk for each class, to be handed out next
   Chunk* current = nullptr;                 // from which new blocks are cut
   char *bump = nullptr, *end = nullptr;     // the part of it that is left
   std::array<Chunk*, classes> partial{};    // chunks that have, or had, free blocks of a class
+
+  void list(Chunk& chunk, std::size_t c) noexcept;
+  void* recycled(std::size_t c) noexcept;
+};
+
+// The memory of one thread. It is never destroyed: when its thread ends, another one takes it over.
+struct Heap {
+  Area general, log;
   Chunk* empty = nullptr;
   char *spare = nullptr, *spareEnd = nullptr;  // chunks that have never been used
   std::size_t segment = 1;                     // chunks to take next time
   std::atomic<FreeBlock*> foreign{nullptr};    // released by other threads
   Heap* nextUnowned = nullptr;
 
-  void* refill(std::size_t c);
+  void* refill(Area& area, std::size_t c);
   void release(Chunk& chunk, FreeBlock& block, std::size_t c) noexcept;
 
  private:
   void collectForeign() noexcept;
-  void* recycled(std::size_t c) noexcept;
-  void nextChunk();
+  void nextChunk(Area& area);
   Chunk& newChunk();
   void empties(Chunk& chunk) noexcept;
 };
+
+void Area::list(Chunk& chunk, std::size_t c) noexcept {
+  chunk.listed |= std::uint32_t(1) << c;
+  chunk.next[c] = partial[c];
+  partial[c] = &chunk;
+}
+
+// A free block of the first chunk that has one; the chunk's others of the class become ready.
+void* Area::recycled(std::size_t c) noexcept {
+  while (Chunk* const chunk = partial[c]) {
+    partial[c] = chunk->next[c];
+    chunk->listed &= ~(std::uint32_t(1) << c);
+    FreeBlock* const block = chunk->free[c];
+    if (!block) continue;       // it has begun anew
+    if (chunk->area != this) {  // it has begun anew, for another use
+      chunk->area->list(*chunk, c);
+      continue;
+    }
+    chunk->used += chunk->frees[c];
+    chunk->free[c] = nullptr;
+    chunk->frees[c] = 0;
+    ready[c] = block->next;
+    return block;
+  }
+  return nullptr;
+}
 
 void Heap::empties(Chunk& chunk) noexcept {
   chunk.free.fill(nullptr);
@@ -92,13 +128,10 @@ void Heap::release(Chunk& chunk, FreeBlock& block, std::size_t c) noexcept {
   block.next = chunk.free[c];
   chunk.free[c] = &block;
   ++chunk.frees[c];
-  if (--chunk.used == 0) {
+  if (--chunk.used == 0)
     empties(chunk);
-  } else if (!(chunk.listed >> c & 1)) {
-    chunk.listed |= std::uint32_t(1) << c;
-    chunk.next[c] = partial[c];
-    partial[c] = &chunk;
-  }
+  else if (!(chunk.listed >> c & 1))
+    chunk.area->list(chunk, c);
 }
 
 void Heap::collectForeign() noexcept {
@@ -109,22 +142,6 @@ void Heap::collectForeign() noexcept {
     block = block->next;
     release(chunkOf(&released), released, released.sizeClass);
   }
-}
-
-// A free block of the first chunk that has one; the chunk's others of the class become ready.
-void* Heap::recycled(std::size_t c) noexcept {
-  while (Chunk* const chunk = partial[c]) {
-    partial[c] = chunk->next[c];
-    chunk->listed &= ~(std::uint32_t(1) << c);
-    FreeBlock* const block = chunk->free[c];
-    if (!block) continue;  // it has begun anew
-    chunk->used += chunk->frees[c];
-    chunk->free[c] = nullptr;
-    chunk->frees[c] = 0;
-    ready[c] = block->next;
-    return block;
-  }
-  return nullptr;
 }
 
 Chunk& Heap::newChunk() {
@@ -143,24 +160,25 @@ Chunk& Heap::newChunk() {
   return *new (place) Chunk(*this);
 }
 
-void Heap::nextChunk() {
+void Heap::nextChunk(Area& area) {
   Chunk& chunk = newChunk();
-  if (current && --current->used == 0) empties(*current);
-  current = &chunk;
+  if (area.current && --area.current->used == 0) empties(*area.current);
+  area.current = &chunk;
+  chunk.area = &area;
   ++chunk.used;
-  bump = reinterpret_cast<char*>(&chunk) +
-         (sizeof(Chunk) + KelMemPool::granule - 1) / KelMemPool::granule * KelMemPool::granule;
-  end = reinterpret_cast<char*>(&chunk) + chunkSize;
+  area.bump = reinterpret_cast<char*>(&chunk) +
+              (sizeof(Chunk) + KelMemPool::granule - 1) / KelMemPool::granule * KelMemPool::granule;
+  area.end = reinterpret_cast<char*>(&chunk) + chunkSize;
 }
 
-void* Heap::refill(std::size_t c) {
+void* Heap::refill(Area& area, std::size_t c) {
   collectForeign();
-  if (void* const block = recycled(c)) return block;
+  if (void* const block = area.recycled(c)) return block;
   std::size_t const size = (c + 1) * KelMemPool::granule;
-  if (static_cast<std::size_t>(end - bump) < size) nextChunk();
-  void* const block = bump;
-  bump += size;
-  ++current->used;
+  if (static_cast<std::size_t>(area.end - area.bump) < size) nextChunk(area);
+  void* const block = area.bump;
+  area.bump += size;
+  ++area.current->used;
   return block;
 }
 
@@ -196,9 +214,21 @@ void takeHeap() {
   handOver.armed = true;
 }
 
-void* allocateSlowly(std::size_t c) {
+void* allocateSlowly(Area Heap::*area, std::size_t c) {
   if (heap == &noHeap) takeHeap();
-  return heap->refill(c);
+  return heap->refill(heap->*area, c);
+}
+
+template <Area Heap::*area>
+void* allocateIn(std::size_t size) {
+  if (size > KelMemPool::maxBlock) return ::operator new(size);
+  std::size_t const c = classOf(size);
+  FreeBlock*& ready = (heap->*area).ready[c];
+  if (FreeBlock* const block = ready) {
+    ready = block->next;
+    return block;
+  }
+  return allocateSlowly(area, c);
 }
 
 void releaseElsewhere(Heap& owner, FreeBlock& block, std::size_t c) noexcept {
@@ -211,16 +241,8 @@ void releaseElsewhere(Heap& owner, FreeBlock& block, std::size_t c) noexcept {
 
 }  // namespace
 
-void* KelMemPool::allocate(std::size_t size) {
-  if (size > maxBlock) return ::operator new(size);
-  std::size_t const c = classOf(size);
-  Heap& mine = *heap;
-  if (FreeBlock* const block = mine.ready[c]) {
-    mine.ready[c] = block->next;
-    return block;
-  }
-  return allocateSlowly(c);
-}
+void* KelMemPool::allocate(std::size_t size) { return allocateIn<&Heap::general>(size); }
+void* KelMemPool::allocateForLog(std::size_t size) { return allocateIn<&Heap::log>(size); }
 
 void KelMemPool::release(void* block, std::size_t size) noexcept {
   if (size > maxBlock) {

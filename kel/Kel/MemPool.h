@@ -2,8 +2,9 @@
 //
 // Blocks of up to `KelMemPool::maxBlock` bytes are cut from chunks of 64 KB: objects that are made one after the other
 // lie one after the other. A released block goes back to its chunk, and a chunk whose blocks have all been released
-// begins anew. Larger blocks come from the C++ heap. Memory that was used for small blocks once is kept for small
-// blocks. Every thread has chunks of its own, so that allocation takes no lock. A block may be released on any thread;
+// begins anew. What a log keeps has chunks of its own: it is made while a tree grows and goes earlier, and would leave
+// gaps in the tree's chunks. Larger blocks come from the C++ heap. Memory that was used for small blocks once is kept
+// for small blocks. Every thread has chunks of its own, so that allocation takes no lock. A block may be released on any thread;
 // one that belongs to another thread waits until that thread needs memory. The chunks of a thread that ends pass to a
 // new one. Under a sanitizer, every block comes from the heap, so that each use after release is found.
 #pragma once
@@ -25,7 +26,9 @@ class KEL_API KelMemPool {
 
   // Raises std::bad_alloc if memory runs out.
   static void* allocate(std::size_t size);
-  // REQUIRES: the block is from `allocate`, and `size` is what it was given.
+  // The same, in the chunks for logs.
+  static void* allocateForLog(std::size_t size);
+  // REQUIRES: the block is from one of these two, and `size` is what it was given.
   static void release(void* block, std::size_t size) noexcept;
 
   static void* operator new(std::size_t size) { return allocate(size); }

@@ -86,29 +86,29 @@ std::size_t String8::storageSize(std::size_t size) noexcept {
   return (sizeof(Rep) + size + sizeof(U64) - 1) / sizeof(U64) * sizeof(U64);
 }
 
-String8::Rep* String8::allocate(std::size_t size) {
+String8::Rep* String8::allocate(std::size_t size, void* (*from)(std::size_t)) {
   if (size > maxChars) throwRangeException("string too long");
   static_assert(offsetof(Rep, size) == sizeAt && sizeof(Rep) == sizeAt + sizeof(U32));
   std::size_t const storage = storageSize(size);
-  auto* room = static_cast<char*>(KelMemPool::allocate(storage));
+  auto* room = static_cast<char*>(from(storage));
   std::memset(room + storage - sizeof(U64), 0, sizeof(U64));
   return new (room) Rep{{1}, {0}, static_cast<U32>(size)};
 }
 
 String8::Rep* String8::make(std::string_view a, std::string_view b) {
   if (a.empty() && b.empty()) return nullptr;
-  Rep* const rep = allocate(a.size() + b.size());
+  Rep* const rep = allocate(a.size() + b.size(), KelMemPool::allocate);
   std::memcpy(rep->text(), a.data(), a.size());
   if (!b.empty()) std::memcpy(rep->text() + a.size(), b.data(), b.size());
   return rep;
 }
 
-String8 String8::concat(std::initializer_list<std::string_view> parts) {
+String8 String8::concatForLog(std::initializer_list<std::string_view> parts) {
   std::size_t size = 0;
   for (std::string_view part : parts) size += part.size();
   String8 joined;
   if (size == 0) return joined;
-  joined.rep_ = allocate(size);
+  joined.rep_ = allocate(size, KelMemPool::allocateForLog);
   char* end = joined.rep_->text();
   for (std::string_view part : parts) end = std::copy(part.begin(), part.end(), end);
   return joined;

@@ -52,8 +52,8 @@ class KEL_API String8 {
     return *this;
   }
 
-  // The parts, one after the other, in one allocation. Raises RangeException if that is too long.
-  static String8 concat(std::initializer_list<std::string_view> parts);
+  // The parts, one after the other, in memory for logs (see MemPool.h). Raises RangeException if that is too long.
+  static String8 concatForLog(std::initializer_list<std::string_view> parts);
 
   // Becomes `size` characters of `text`, beginning with position `from`. REQUIRES: `text` has as many.
   void init(char const* text, unsigned int from, unsigned int size);
@@ -131,8 +131,8 @@ class KEL_API String8 {
       if (!sameWord(x + at, y + at)) return false;
     return true;
   }
-  // Room for a text that is not empty.
-  static Rep* allocate(std::size_t size);
+  // Room for a text that is not empty, from one of the allocator's functions.
+  static Rep* allocate(std::size_t size, void* (*from)(std::size_t));
   // The two texts, one after the other; null if both are empty.
   static Rep* make(std::string_view a, std::string_view b);
   static void destroy(Rep* rep) noexcept;

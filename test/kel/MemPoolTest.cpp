@@ -27,7 +27,7 @@ struct Marked {
   unsigned char mark;
 
   static Marked make(std::size_t size, unsigned char mark) {
-    void* const block = KelMemPool::allocate(size);
+    void* const block = mark % 2 ? KelMemPool::allocateForLog(size) : KelMemPool::allocate(size);
     std::memset(block, mark, size);
     return {block, size, mark};
   }
@@ -133,12 +133,15 @@ TEST(MemPool, BlocksReturnToTheThreadThatAllocates) {
   EXPECT_LT(blocks.everSeen(), 2500U);
 }
 
-TEST(MemPool, BlocksOfAnEmptiedChunkFollowOneAnother) {
+TEST(MemPool, BlocksOfAnEmptiedChunkFollowOneAnotherWithoutThoseOfLogs) {
   std::mt19937 random(1);
   std::size_t apart = 0;
   for (int round = 0; round < 5; ++round) {
-    std::vector<void*> blocks;
-    for (int i = 0; i < 20000; ++i) blocks.push_back(KelMemPool::allocate(48));
+    std::vector<void*> blocks, log;
+    for (int i = 0; i < 20000; ++i) {
+      blocks.push_back(KelMemPool::allocate(48));
+      log.push_back(KelMemPool::allocateForLog(48));
+    }
     apart = 0;
     for (std::size_t i = 1; i < blocks.size(); ++i)
       if (static_cast<char*>(blocks[i]) - static_cast<char*>(blocks[i - 1]) != 48) ++apart;
@@ -146,6 +149,7 @@ TEST(MemPool, BlocksOfAnEmptiedChunkFollowOneAnother) {
     for (std::size_t i = 0; i < blocks.size(); i += 2) blocks[i] = KelMemPool::allocate(48);
     std::shuffle(blocks.begin(), blocks.end(), random);
     for (void* block : blocks) KelMemPool::release(block, 48);
+    for (void* block : log) KelMemPool::release(block, 48);
   }
   // Chunks that other tests left partly filled are used up first.
   EXPECT_LT(apart, 20000U / 4);
