@@ -1,5 +1,7 @@
 #include "compiler/CppModel.h"
 
+#include <algorithm>
+
 namespace kelc {
 
 std::string joined(Lines const& items) {
@@ -206,7 +208,10 @@ void CppClass::declare(CppText& out, std::string const& exported) const {
   if (!fields.empty()) {
     out.gap();
     out.line(" private:");
-    out.lines(fields, "  ");
+    std::vector<CppField> sorted = fields;
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](CppField const& a, CppField const& b) { return a.scalarSize > b.scalarSize; });
+    for (CppField const& field : sorted) out.line("  " + field.text);
   }
   out.line("};");
 }

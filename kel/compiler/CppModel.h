@@ -85,6 +85,12 @@ class CppMethod {
   bool const_ = false, nested_ = false, defined_ = false, defaulted_ = false;
 };
 
+// A data member.
+struct CppField {
+  std::string text;
+  unsigned scalarSize = 0;  // 0: not a scalar, or to be initialized in order
+};
+
 // Members that belong together. An empty line follows them.
 struct CppGroup {
   std::string comment;
@@ -103,7 +109,9 @@ class CppClass {
   std::string base;  // with its access; may be empty
   Lines aliases;     // private, before everything else
   Lines types;       // public
-  Lines fields;      // private
+  // Private. Scalars come first, the largest first: so there are no gaps between them, and in an entity they lie beside
+  // the stamp of its last change, which a write changes as well.
+  std::vector<CppField> fields;
   std::vector<CppGroup> publicGroups, protectedGroups;
 
   CppGroup& group(std::string comment = {});

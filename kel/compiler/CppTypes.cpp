@@ -68,8 +68,28 @@ std::string cppInteger(std::int64_t value) {
   return signedInteger(literal);
 }
 
-bool isScalar(TypeRef const& type) {
-  return !type.isRef && (enumDecl(type) || (type.builtin != Builtin::none && type.builtin != Builtin::string));
+bool isScalar(TypeRef const& type) { return scalarSize(type) != 0; }
+
+unsigned scalarSize(TypeRef const& type) {
+  if (type.isRef) return 0;
+  switch (type.builtin) {
+    case Builtin::none: return enumDecl(type) ? 4 : 0;
+    case Builtin::string: return 0;
+    case Builtin::boolean:
+    case Builtin::character:
+    case Builtin::u8:
+    case Builtin::s8: return 1;
+    case Builtin::u16:
+    case Builtin::s16: return 2;
+    case Builtin::u32:
+    case Builtin::s32:
+    case Builtin::f32: return 4;
+    case Builtin::u64:
+    case Builtin::s64:
+    case Builtin::f64:
+    case Builtin::seconds: return 8;
+  }
+  return 0;
 }
 
 bool isComparable(TypeRef const& type) {

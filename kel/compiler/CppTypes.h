@@ -16,6 +16,8 @@ std::string cppInteger(std::int64_t value);
 
 // Whether the C++ type is passed by value: true for enumerations and for builtins except strings.
 bool isScalar(TypeRef const& type);
+// The bytes of such a type; 0 for any other.
+unsigned scalarSize(TypeRef const& type);
 // Whether values of the type can be compared.
 bool isComparable(TypeRef const& type);
 

@@ -52,8 +52,8 @@ class Accessors {
   std::string notified(std::string const& key = {}) const {
     return "notify(" + id_ + (key.empty() ? "" : ", &" + key) + ");";
   }
-  void field(std::string const& type, std::string const& initial = {}) {
-    class_.fields.push_back(type + " " + slot_ + (initial.empty() ? ";" : " = " + initial + ";"));
+  void field(std::string const& type, std::string const& initial = {}, unsigned scalarSize = 0) {
+    class_.fields.push_back({type + " " + slot_ + (initial.empty() ? ";" : " = " + initial + ";"), scalarSize});
   }
   CppMethod& read(std::string const& result, std::string const& name) { return readers_.add(result, name); }
   CppMethod& write(std::string const& result, std::string const& name) { return writers_.add(result, name); }
@@ -121,7 +121,7 @@ class Accessors {
     if (a_.has(Modifier::Kind::inc)) write("void", x_ + "Inc").inlined(x_ + "Is(" + incremented() + ");");
     write("void", x_ + "Del").inlined(x_ + "Is(" + initial + ");");
     addNotify();
-    field(types_.type(target()), types_.initial(target(), a_.init));
+    field(types_.type(target()), types_.initial(target(), a_.init), scalarSize(target()));
   }
 
   // Wraps around, for signed types too.

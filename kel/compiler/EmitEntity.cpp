@@ -80,7 +80,7 @@ class EntityEmitter {
       group.add(types_.param(p.shape.target), x).asConst().inlined("return " + x + "_;");
       // The framework clears a pointer parameter that leads to an owner, because the two would keep each other alive.
       std::string const fixed = p.shape.target.isRef ? " " : " const ";
-      class_.fields.push_back(types_.type(p.shape.target) + fixed + x + "_;");
+      class_.fields.push_back({types_.type(p.shape.target) + fixed + x + "_;"});
     }
   }
 
@@ -150,7 +150,7 @@ class EntityEmitter {
     CppGroup& group = class_.group("What the bodies of the operations keep for themselves.");
     group.add("std::shared_ptr<Impl>&", "impl").inlined("return impl_;");
     group.add("std::shared_ptr<Impl> const&", "impl").asConst().inlined("return impl_;");
-    class_.fields.push_back("std::shared_ptr<Impl> impl_;");
+    class_.fields.push_back({"std::shared_ptr<Impl> impl_;"});
   }
 
   void emitFactory(Texts& out) const {

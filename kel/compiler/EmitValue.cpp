@@ -114,7 +114,8 @@ class ValueEmitter {
       group.add(type, x).asConst().inlined("return " + slot(f) + ";");
       group.add("void", x + "Is").takes(type, cppParam(x)).inlined(slot(f) + " = " + cppParam(x) + ";");
       std::string const initial = types_.initial(typeOf(f), f.init);
-      class_.fields.push_back(types_.type(typeOf(f)) + " " + slot(f) + (initial.empty() ? ";" : " = " + initial + ";"));
+      class_.fields.push_back(
+          {types_.type(typeOf(f)) + " " + slot(f) + (initial.empty() ? ";" : " = " + initial + ";")});
     }
     if (decl_.fields.empty()) return;
     if (decl_.has(Trait::Kind::autoconvert)) {
