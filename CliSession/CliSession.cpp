@@ -58,8 +58,7 @@ Kel::String rootType(Status const& status, Kel::String const& path) {
   return status.rootTrie()->prefixTypename(path);
 }
 
-// Makes one session root: two cursors walk down to it side by side, in the source and in the destination. Traces and
-// asserts under the name of the operation.
+// A session root that is to be made in one or more destinations. Traces and asserts under the name of the operation.
 class RootSkeleton {
  public:
   static constexpr char const* operation = "doCreateSessionRoot";
@@ -67,12 +66,15 @@ class RootSkeleton {
       "void Cli::Session::Status::doCreateSessionRoot(const Kel::Ptr<Kel::Dir>&, const Kel::Ptr<Kel::Dir>&, "
       "Kel::String)";
 
-  // Raises an exception if the root is wrong; changes nothing.
-  RootSkeleton(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String const& path,
-               Kel::String const& typeName, GoesFirst const& goesFirst = {})
-      : path_(path), typeName_(typeName), names_(components(path)), givenSrc_(src), src_(src), dest_(dest) {
+  RootSkeleton(Kel::String const& path, Kel::String const& typeName)
+      : path_(path), typeName_(typeName), names_(components(path)) {}
+
+  Kel::String const& path() const { return path_; }
+
+  // Raises an exception if the root cannot be made there; changes nothing.
+  void check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, GoesFirst const& goesFirst = {}) const {
     for (Kel::Name const& name : names_)
-      if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path + "': empty path component");
+      if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path_ + "': empty path component");
     Kel::validPtr(src);
     checkDestination(*Kel::validPtr(dest), goesFirst);
     if (typeName_.empty())
@@ -83,12 +85,16 @@ class RootSkeleton {
                               Kel::String("no entity type '") + typeName_ + "' that can be made from a name");
   }
 
-  Kel::String const& path() const { return path_; }
-  // To be called once.
-  void make() {
-    for (std::size_t i = 0; i + 1 < names_.size(); ++i) descend(names_[i]);
-    if (src_) checkSource(names_.back());
-    makeFinal(names_.back());
+  // REQUIRES: it is checked. Two cursors walk down to the root side by side, in the source and in the destination.
+  void make(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest) const {
+    Kel::Ptr<Kel::Dir> srcDir = src, destDir = dest;
+    for (std::size_t i = 0; i + 1 < names_.size(); ++i) {
+      if (srcDir) srcDir = sourceBelow(*srcDir, names_[i]);
+      if (!destDir->entry(names_[i])) destDir->newEntity("Kel::Dir", names_[i]);
+      destDir = Kel::ptrCast<Kel::Dir>(destDir->entityRef(names_[i]));
+    }
+    if (srcDir) checkSource(*srcDir, src);
+    makeFinal(destDir);
   }
 
  private:
@@ -108,45 +114,40 @@ class RootSkeleton {
     }
   }
 
-  void descend(Kel::Name const& name) {
-    if (src_) {
-      auto const state = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
-      KEL_ASSERT_AS(!state || isDir(*state), "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"",
-                    signature);
-      // A directory that is announced but does not exist yet is not walked, and not made: the source is never written.
-      src_ = state ? Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())))
-                   : Kel::Ptr<Kel::Dir>();
-    }
-    if (!dest_->entry(name)) dest_->newEntity("Kel::Dir", name);
-    dest_ = Kel::ptrCast<Kel::Dir>(dest_->entityRef(name));
+  // A directory that is announced but does not exist yet is not walked, and not made: the source is never written.
+  static Kel::Ptr<Kel::Dir> sourceBelow(Kel::Dir const& dir, Kel::Name const& name) {
+    auto const state = dir.entry(name);
+    KEL_ASSERT_AS(!state || isDir(*state), "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"",
+                  signature);
+    return state ? Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())))
+                 : Kel::Ptr<Kel::Dir>();
   }
 
-  void checkSource(Kel::Name const& name) const {
-    auto const e = Kel::Ptr<Kel::Dir const>(src_)->entry(name);
+  void checkSource(Kel::Dir const& dir, Kel::Ptr<Kel::Dir> const& src) const {
+    auto const e = dir.entry(names_.back());
     if (!e) {
-      std::cerr << "path " << path_ << " is not a mount point in src (" << givenSrc_ << ")" << std::endl;
+      std::cerr << "path " << path_ << " is not a mount point in src (" << src << ")" << std::endl;
       return;
     }
     KEL_ASSERT_AS(e->entityTypeName() == typeName_, "e->type() == typeName", signature);
   }
 
-  void makeFinal(Kel::Name const& name) {
-    if (auto const exists = dest_->entry(name)) {
+  void makeFinal(Kel::Ptr<Kel::Dir> const& dest) const {
+    Kel::Name const& name = names_.back();
+    if (auto const exists = dest->entry(name)) {
       KEL_TRACE_AS(5, operation) << "doCreateSessionRoot final " << name << " of type " << typeName_
-                                 << " already created in " << dest_;
+                                 << " already created in " << dest;
       KEL_ASSERT_AS(exists->entityTypeName() == typeName_, "exists->typeName() == typeName", signature);
-      dest_->entityRef(name);
+      dest->entityRef(name);
       return;
     }
     KEL_TRACE_AS(5, operation) << "doCreateSessionRoot creating final " << name << " " << typeName_;
-    Kel::Ptr<Kel::Entity> const made = dest_->newEntity(typeName_, name);
+    Kel::Ptr<Kel::Entity> const made = dest->newEntity(typeName_, name);
     KEL_TRACE_AS(5, operation) << "e type: " << made->type()->fullTypeName();
   }
 
   Kel::String path_, typeName_;
   std::vector<Kel::Name> names_;
-  Kel::Ptr<Kel::Dir> givenSrc_;
-  Kel::Ptr<Kel::Dir> src_, dest_;  // how far the path has been walked
 };
 
 void traceCreation(Status const& status, Kel::String const& path) {
@@ -164,7 +165,9 @@ void Status::doCreateSessionRoots(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::D
 
 void Status::doCreateSessionRoot(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, Kel::String path) {
   traceCreation(*this, path);
-  RootSkeleton(src, dest, path, rootType(*this, path)).make();
+  RootSkeleton const root(path, rootType(*this, path));
+  root.check(src, dest);
+  root.make(src, dest);
 }
 
 // --- Copies ---
@@ -231,15 +234,20 @@ class ReplacedRoots {
  public:
   ReplacedRoots(Status& status, Kel::Dir const& src) : status_(status), src_(src) {}
 
-  // For each root, the skeletons for both destinations. Raises an exception if any cannot be made; changes nothing.
+  // The roots' skeletons. Raises an exception if any cannot be made in one of the destinations; changes nothing.
   std::vector<RootSkeleton> check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest,
                                   Kel::Ptr<Kel::Dir> const& otherDest) {
+    GoesFirst const goesFirst = [this](Kel::String const& above) {
+      return status_.rootHas(above) && typeOf(above) == Kel::Dir::_fwkType()->fullTypeName() && !src_.entity(above);
+    };
     std::vector<RootSkeleton> skeletons;
     for (auto it = status_.rootIterator(); it; ++it) {
       Kel::String const path = it.key();
       try {
         Kel::String const type = typeOf(path);
-        for (auto const& into : {dest, otherDest}) skeletons.emplace_back(src, into, path, type, goesFirst());
+        RootSkeleton const& root = skeletons.emplace_back(path, type);
+        root.check(src, dest, goesFirst);
+        root.check(src, otherDest, goesFirst);
         checkAbove(path, type);
       } catch (...) {
         KEL_TRACE_AS(9, replaceOperation) << "Adding CliSession root" << orUnknown(path);
@@ -264,11 +272,6 @@ class ReplacedRoots {
 
  private:
   Kel::String typeOf(Kel::String const& path) const { return rootType(status_, path); }
-  GoesFirst goesFirst() const {
-    return [this](Kel::String const& above) {
-      return status_.rootHas(above) && typeOf(above) == Kel::Dir::_fwkType()->fullTypeName() && !src_.entity(above);
-    };
-  }
   // The roots above a root must be directories.
   void checkAbove(Kel::String const& path, Kel::String const& type) const {
     for (std::size_t end = path.view().find('/'); end != std::string_view::npos; end = path.view().find('/', end + 1)) {
@@ -330,7 +333,7 @@ void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src,
                   Kel::Ptr<Kel::Dir> const& ancestor) {
   Kel::Ptr<Kel::Dir const> const readOnlySrc = src;
   ReplacedRoots roots(status, *readOnlySrc);
-  std::vector<RootSkeleton> skeletons = roots.check(src, session, ancestor);
+  std::vector<RootSkeleton> const skeletons = roots.check(src, session, ancestor);
   for (auto const& dest : {session, ancestor}) roots.deleteVanished(*dest);
   auto next = skeletons.begin();
   for (auto it = status.rootIterator(); it; ++it) {
@@ -340,11 +343,12 @@ void prepareRoots(Status& status, EntityCopy& ec, Kel::Ptr<Kel::Dir> const& src,
     for (auto const& dest : {session, ancestor}) {
       if (isChecked) {
         traceCreation(status, path);
-        next++->make();
+        next->make(src, dest);
       } else {
         status.doCreateSessionRoot(src, dest, path);
       }
     }
+    if (isChecked) ++next;
     if (Kel::Ptr<Kel::Entity const> const srcRoot = readOnlySrc->entity(path)) ec.srcCopyRootIs(srcRoot, true);
   }
 }
