@@ -39,6 +39,7 @@ struct RuledWorld : RandomWorld {
   std::vector<AttributeEdit> debugged;
   std::vector<std::string> filtered;  // how edits that filters leave out begin
   bool eager, watched, logWatched;
+  bool meddling = false;  // reactors write to the destination
 
   explicit RuledWorld(unsigned seed, bool pair = false, unsigned nans = 0)
       : RandomWorld(seed, pair, nans), dice(seed + 1000000) {
@@ -87,7 +88,16 @@ struct RuledWorld : RandomWorld {
     std::vector<std::unique_ptr<Reactor>> reactors;
     auto const watch = [&](EntityPtrConst const& e) {
       std::string const line = "reactor " + std::to_string(reactors.size()) + "\n";
-      reactors.push_back(std::make_unique<Reactor>(e, [this, line] { told += line; }));
+      reactors.push_back(std::make_unique<Reactor>(e, [this, line] {
+        told += line;
+        if (!std::exchange(meddling, false)) return;
+        try {
+          mutate(dest, dice, static_cast<int>(dice.below(3)));
+        } catch (Kel::Exception const&) {
+          told += "a reactor is active already\n";
+        }
+        meddling = true;
+      }));
     };
     if (watched)
       for (auto it = status->rootIterator(); it; ++it)
@@ -237,6 +247,7 @@ TEST(Laws, TracesMakeNoDifference) {
   for (unsigned seed : seeds(100)) {
     SCOPED_TRACE(seed);
     RuledWorld silent(seed, seed % 7 == 6, 4), traced(seed, seed % 7 == 6, 4);
+    silent.meddling = traced.meddling = seed % 2;
     for (bool compare : {true, false, true, false}) {
       Outcome const expected = silent.run(compare);
       Tracing const tracing;
