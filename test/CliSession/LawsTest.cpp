@@ -106,9 +106,12 @@ struct RuledWorld : RandomWorld {
     if (logWatched) watch(log);
     if (logWatched && !compare)
       watch(log->newAttributeEditEntry(AttributeEdit("u8", "Plant::Hall", AttributeEditType::set_)));
-    {
+    try {
       Said const said(told);
       ec->destIs(dest);
+    } catch (Kel::Exception const& e) {
+      if (!meddling) throw;
+      told += e.message().str() + "\n";
     }
     for (auto it = ec->pendingAttrIterator(); it; ++it)
       told += it.key()->dest()->fullName().str() + "." + it.key()->attribute()->name().str() + " waits for " +
