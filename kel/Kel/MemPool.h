@@ -4,9 +4,9 @@
 // lie one after the other. A released block goes back to its chunk, and a chunk whose blocks have all been released
 // begins anew. What a log keeps has chunks of its own: it is made while a tree grows and goes earlier, and would leave
 // gaps in the tree's chunks. Larger blocks come from the C++ heap. Memory that was used for small blocks once is kept
-// for small blocks. Every thread has chunks of its own, so that allocation takes no lock. A block may be released on any thread;
-// one that belongs to another thread waits until that thread needs memory. The chunks of a thread that ends pass to a
-// new one. Under a sanitizer, every block comes from the heap, so that each use after release is found.
+// for small blocks. Every thread has chunks of its own, so that allocation takes no lock. A block may be released on
+// any thread; one that belongs to another thread waits until that thread needs memory. The chunks of a thread that ends
+// pass to a new one. Under a sanitizer, every block comes from the heap, so that each use after release is found.
 #pragma once
 
 #include <cstddef>

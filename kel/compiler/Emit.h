@@ -60,8 +60,9 @@ void emitReactors(EntityDecl const& entity, CppTypes const& types, Texts& out);
 // The definition of an entity's `_fwkType`.
 Lines typeRecord(EntityDecl const& entity, CppTypes const& types);
 
-// The attributes that an entity type itself adds to plain content: copiable values, values by key, and queues of values.
-// Left out are types without a comparison, collections keyed by pointers, and counters. Single values come first.
+// The attributes that an entity type itself adds to plain content: copiable values, values by key, and queues of
+// values. Left out are types without a comparison, collections keyed by pointers, and counters. Single values come
+// first.
 std::vector<Attribute const*> plainAttributes(EntityDecl const& entity);
 // The definition of an entity's `_plainDifferences`; `plain` are the attributes that the type adds.
 Lines plainDifferences(EntityDecl const& entity, std::vector<Attribute const*> const& plain);
