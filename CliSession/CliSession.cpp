@@ -71,7 +71,7 @@ class RootSkeleton {
 
   Kel::String const& path() const { return path_; }
 
-  // Raises an exception if the root cannot be made there; changes nothing.
+  // Raises an exception if the root cannot be made in `dest`; changes nothing.
   void check(Kel::Ptr<Kel::Dir> const& src, Kel::Ptr<Kel::Dir> const& dest, GoesFirst const& goesFirst = {}) const {
     for (Kel::Name const& name : names_)
       if (name.empty()) Kel::throwRangeException(Kel::String("session root '") + path_ + "': empty path component");
@@ -119,8 +119,8 @@ class RootSkeleton {
     auto const state = dir.entry(name);
     KEL_ASSERT_AS(!state || isDir(*state), "systemSoFar && \"All sessionRoot's ancestors must be Kel::Dirs\"",
                   signature);
-    return state ? Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())))
-                 : Kel::Ptr<Kel::Dir>();
+    if (!state) return nullptr;
+    return Kel::Ptr<Kel::Dir>(const_cast<Kel::Dir*>(dynamic_cast<Kel::Dir const*>(state->entityPtr().ptr())));
   }
 
   void checkSource(Kel::Dir const& dir, Kel::Ptr<Kel::Dir> const& src) const {

@@ -47,7 +47,7 @@ struct Chunk {
   explicit Chunk(Heap& owner) : heap(owner) {}
 
   Heap& heap;
-  Area* area = nullptr;  // while it is in use
+  Area* area = nullptr;  // set when blocks are first cut from it, and each time that it begins anew
   Chunk* nextEmpty = nullptr;
   std::uint32_t used = 0;    // blocks that are on no free list of the chunk, and one for the area's current chunk
   std::uint32_t listed = 0;  // a bit for each class in whose list of chunks it is

@@ -93,8 +93,8 @@ struct RuledWorld : RandomWorld {
         if (!std::exchange(meddling, false)) return;
         try {
           mutate(dest, dice, static_cast<int>(dice.below(3)));
-        } catch (Kel::Exception const&) {
-          told += "a reactor is active already\n";
+        } catch (Kel::Exception const& raised) {
+          told += raised.message().str() + "\n";
         }
         meddling = true;
       }));
