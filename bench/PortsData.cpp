@@ -217,4 +217,13 @@ std::string editPort(Kel::Dir& dir, Layout layout, std::size_t port, std::size_t
   });
 }
 
+void togglePort(Kel::Dir& dir, Layout layout, std::size_t port) {
+  withOwners(dir, layout, [&](auto& vlanOwner, auto& portOwner) {
+    if (portOwner.port(portName(port)))
+      portOwner.portDel(portName(port));
+    else
+      PortFiller{vlanOwner, portOwner, nullptr}.fill(port);
+  });
+}
+
 }  // namespace Bench

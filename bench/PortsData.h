@@ -73,4 +73,7 @@ void writePorts(Kel::Dir& dir, Layout layout);
 // change makes, as `editsOf` writes it. `serial` differs from call to call.
 std::string editPort(Kel::Dir& dir, Layout layout, std::size_t port, std::size_t serial);
 
+// Deletes a port if it is there; else makes it as fillPorts does.
+void togglePort(Kel::Dir& dir, Layout layout, std::size_t port);
+
 }  // namespace Bench

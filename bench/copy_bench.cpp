@@ -39,6 +39,7 @@ class Trees {
   bool same(Kel::Dir& a, Kel::Dir& b) { return samePorts(a, b, layout_); }
 
   void write(Kel::Dir& dir) { writePorts(dir, layout_); }
+  void toggle(Kel::Dir& dir, std::size_t port) { togglePort(dir, layout_, port); }
   std::string edit(Kel::Dir& dir, std::size_t port, std::size_t serial) { return editPort(dir, layout_, port, serial); }
 
   AttributeEditLog::Ptr copy(Kel::Dir& src, Kel::Dir& dest, bool compare = false) {
@@ -158,6 +159,12 @@ class EditedTrees {
     expected_.clear();
     edit(ports_ - 1 - serial_ * 7919 % late);
   }
+  // Deletes such a port, or makes the one that was deleted last again.
+  void toggleOne() {
+    std::size_t const late = std::max<std::size_t>(ports_ / 10, 1);
+    trees_.toggle(src(), ports_ - 1 - serial_ / 2 * 7919 % late);
+    ++serial_;
+  }
   // That many ports, spread evenly.
   void editMany(std::size_t count) {
     expected_.clear();
@@ -191,6 +198,14 @@ void addEditOperations(Harness& harness, Trees& trees) {
                  edited->editOne();
                },
                copy, dropLog, copied});
+  harness.add({"copy_member",
+               [edited] {
+                 walkChanges();
+                 edited->dest();
+                 edited->toggleOne();
+               },
+               copy, dropLog,
+               [&trees, edited, log] { return edits(**log) > 0 && trees.same(edited->src(), edited->dest()); }});
   harness.add({"copy_thousand",
                [edited, count = std::min<std::size_t>(harness.n(), 1000)] {
                  walkChanges();

@@ -52,7 +52,7 @@ bool Walk::root(Frame& f) {
   else if (compared || compare_ || !mayKeepChanges(f))
     return any;
   equal.remember(f.src, f.dest, context);
-  for (Kel::Ptr<Kel::Entity> const& e : unsettled_) e->mark(Kel::Change::members);
+  for (auto const& [e, as] : unsettled_) e->mark(as);
   return any;
 }
 

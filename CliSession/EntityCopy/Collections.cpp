@@ -19,10 +19,9 @@ bool Walk::doCopyCollection(Frame& f, Step const& s) {
   // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
   // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
   bool const sameHashes =
-      s.dense && !traced_ && s.usualPlan->keyOnly &&
-      ((changed(f) && !f.changed->has(Kel::Change::members)) || s.access.sameKeyHashes(f.dest, f.src));
+      s.dense && !traced_ && !changed(f) && s.usualPlan->keyOnly && s.access.sameKeyHashes(f.dest, f.src);
   bool const isEmpty = s.typed && !traced_ && s.access.count(s.attr, f.dest) == 0;
-  bool differs = !sameHashes && !isEmpty && deleteExtra(f, s);
+  bool differs = !sameHashes && !isEmpty && (s.dense && changed(f) ? deleteUnpaired(f, s) : deleteExtra(f, s));
   if (!stopped()) differs |= s.dense && !traced_ ? copyPairs(f, s, 0, !sameHashes) : copyMembers(f, s);
   if (!stopped())
     for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
@@ -46,6 +45,23 @@ bool Walk::deleteExtra(Frame& f, Step const& s) {
   }
   WALK_TRACE_AS(3, "doCopyCollection") << "Deleted " << deleted << " members out of " << examined;
   return differs;
+}
+
+// The same, if it is known which members may have no counterpart.
+bool Walk::deleteUnpaired(Frame& f, Step const& s) {
+  bool differs = false;
+  KeyMap keys;
+  for (Kel::U32 from = 0;;) {
+    if (!changed(f)) return deleteExtra(f, s) || differs;
+    auto const next = f.changed->unpaired.lower_bound({s.attr.id(), from});
+    if (next == f.changed->unpaired.end() || next->attr != s.attr.id()) return differs;
+    from = next->position + 1;
+    Kel::IteratorRoom room;
+    Kel::AttrIterator const& at = s.access.iterateAt(f.dest, next->position, room);
+    if (!at.nonNull() || stays(f, s, at, keys)) continue;
+    differs |= deleteMember(f, s, at);
+    if (stopped()) return differs;
+  }
 }
 
 bool Walk::deleteMember(Frame& f, Step const& s, Kel::AttrIterator const& at) {
@@ -112,10 +128,8 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPa
   std::array<Kel::AttrAccess::Pair, maxPairs> pairs;
   Kel::U32 most = maxPairs;
   bool any = false;
-  // With the same keys on both sides, only what has changed is visited.
-  while (Kel::U32 const count = !deletionPassed && changed(f)
-                                    ? gatherChanged(f, s, position, pairs.data(), most)
-                                    : s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
+  while (Kel::U32 const count = changed(f) ? gatherChanged(f, s, position, pairs.data(), most)
+                                           : s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
     most = std::min(2 * most, maxPairs);
     Kel::U64 const generation = impl_.generation;
     bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);

@@ -202,7 +202,7 @@ bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, Para
   if (!made || !isNew) made = held(f, s, m, src);  // foreign code may have deleted it
   if (m) WALK_TRACE_AS(3, "doCopyCollectionMember") << (made ? "Traversing child" : "No child, we're done");
   if (!made) return differs;
-  if (s.typed && !s.alike(*made, src)) unsettle(f);  // a NaN among the parameters
+  if (s.typed && !s.alike(*made, src)) unsettle(f, Kel::Change::whole);  // a NaN among the parameters
   return child(f, s, *made, src, isNew) || differs;
 }
 

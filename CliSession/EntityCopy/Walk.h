@@ -148,7 +148,7 @@ class Walk final : private Kel::SameTarget {
   }
   // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
   // of its pointers has to wait. It counts as changed.
-  void unsettle(Frame& frame) { unsettled_.push_back(&frame.dest); }
+  void unsettle(Frame& frame, Kel::Change as = Kel::Change::members) { unsettled_.emplace_back(&frame.dest, as); }
   Kel::U32 gatherChanged(Frame& frame, Step const& step, Kel::U32& position, Kel::AttrAccess::Pair* pairs,
                          Kel::U32 most);
   // Whether the handler has to be asked about entities of a type.
@@ -179,6 +179,7 @@ class Walk final : private Kel::SameTarget {
   // The source's pointer keys, by the entities that they lead to in the destination. Made on first use.
   using KeyMap = std::optional<Kel::HashMap<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>>;
   bool deleteExtra(Frame& frame, Step const& step);
+  bool deleteUnpaired(Frame& frame, Step const& step);
   bool areShallow(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
   // Whether dense members have plain attributes only, and the handler need not be asked about their type.
@@ -253,8 +254,8 @@ class Walk final : private Kel::SameTarget {
   bool keeps_ = false;            // targets are found by position
   Kel::ChangedEntities changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;
-  std::vector<Kel::Ptr<Kel::Entity>> unsettled_;  // see unsettle
-  std::array<TypeAnswer, 16> types_{};            // by a hash of the types' addresses
+  std::vector<std::pair<Kel::Ptr<Kel::Entity>, Kel::Change>> unsettled_;  // see unsettle
+  std::array<TypeAnswer, 16> types_{};                                    // by a hash of the types' addresses
 };
 
 }  // namespace Cli::Session

@@ -62,6 +62,8 @@ U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*, U32) cons
 bool AttrAccess::membersEqual(Entity const&, Entity const&, PlainDifferences) const { lacks("membersEqual"); }
 Entity* AttrAccess::findCounterpart(Entity const&, Entity const&, U32) const { lacks("findCounterpart"); }
 U32 AttrAccess::positionOf(Entity const&, Entity const&) const { lacks("positionOf"); }
+U32 AttrAccess::hashOfKey(Entity const&) const { lacks("hashOfKey"); }
+Entity* AttrAccess::nextOfHash(Entity const&, U32, U32&) const { lacks("nextOfHash"); }
 Entity* AttrAccess::createLike(KelAttr const&, Entity&, Entity const&) const { lacks("createLike"); }
 void AttrAccess::reserveMembers(Entity&, U32) const { lacks("reserveMembers"); }
 bool AttrAccess::sameKeyHashes(Entity const&, Entity const&) const { lacks("sameKeyHashes"); }

@@ -132,7 +132,8 @@ class KEL_API AttrAccess {
   // Deletes the member that `at`, an iterator over this attribute of `e` itself, is on; notifies.
   virtual void deleteMember(KelAttr const& attr, Entity& e, AttrIterator const& at) const;
 
-  // Queues. An iterator in `room` on the member with so many members before it; null if there are not so many.
+  // An iterator in `room`; null if there is no such member. Queues: on the member with so many members before it. Owned
+  // members of hash maps: on the one at that position.
   virtual AttrIterator& iterateAt(Entity const& e, U32 position, IteratorRoom& room) const;
   // Queues of values. Appends the value that `at`, an iterator over the same queue of another entity, is on; notifies.
   virtual void appendValue(KelAttr const& attr, Entity& dest, AttrIterator const& at) const;
@@ -145,7 +146,11 @@ class KEL_API AttrAccess {
   virtual bool sameKeyHashes(Entity const& a, Entity const& b) const;
   // The position of an owned member of a hash map. For queues of entities: the number of members before it.
   virtual U32 positionOf(Entity const& e, Entity const& member) const;
-  // The next three: owned members of hash maps. Makes room for so many.
+  // The next five: owned members of hash maps. The hash of a member's key; it needs no owner.
+  virtual U32 hashOfKey(Entity const& member) const;
+  // The next member whose key has that hash, or null. `cursor` is 0 at first.
+  virtual Entity* nextOfHash(Entity const& e, U32 hash, U32& cursor) const;
+  // Makes room for so many.
   virtual void reserveMembers(Entity& e, U32 count) const;
   // A member, and the one under the same key in another entity, or null.
   struct Pair {

@@ -72,6 +72,12 @@ class OwnedAccess final : public AttrAccess {
     M const& map = of(e);
     return iteratorIn<MemberPtr>(room, key ? map.entities(unboxKey<K>(attr, key)) : map.entities());
   }
+  AttrIterator& iterateAt(Entity const& e, U32 position, IteratorRoom& room) const override {
+    if constexpr (dense)
+      return iteratorIn<MemberPtr>(room, of(e).entitiesAt(position));
+    else
+      return AttrAccess::iterateAt(e, position, room);
+  }
   U32 count(KelAttr const&, Entity const& e) const override { return of(e).members(); }
   bool equalThrough(Entity const& dest, Entity const& src, SameTarget&) const override {
     return of(dest).members() == 0 && of(src).members() == 0;
@@ -86,6 +92,20 @@ class OwnedAccess final : public AttrAccess {
       return slot == HashMapGeneric::none ? nullptr : map.at(slot).ptr();
     } else {
       return map.find(key);
+    }
+  }
+  U32 hashOfKey(Entity const& member) const override {
+    if constexpr (dense)
+      return keyHash(static_cast<K const&>(KeyOf::key(member)));
+    else
+      return AttrAccess::hashOfKey(member);
+  }
+  Entity* nextOfHash(Entity const& e, U32 hash, U32& cursor) const override {
+    if constexpr (dense) {
+      U32 const slot = of(e).nextSlotOf(hash, cursor);
+      return slot == HashMapGeneric::none ? nullptr : of(e).at(slot).ptr();
+    } else {
+      return AttrAccess::nextOfHash(e, hash, cursor);
     }
   }
   U32 positionOf(Entity const& e, Entity const& member) const override {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "Kel/AttrAccess.h"
 #include "Kel/Exception.h"
@@ -146,6 +147,7 @@ void ChangeJournal::forget() noexcept {
   base_ = position() + 1;
   next_ = roomEnd_ = nullptr;
   departures_.clear();
+  left_.clear();
   equalTrees_.reset();
   wanted_ = false;
 }
@@ -219,21 +221,57 @@ void ChangeJournal::departBelow(Entity const& top) {
   }
 }
 
-// Makes the entries before a departure of the same entity void.
+// Makes the entries before a departure of the same entity void, and forgets which members had left it.
 void ChangeJournal::settle() noexcept {
   if (departures_.empty()) return;
   auto const byEntity = [](Departure const& a, Departure const& b) {
     return a.entity != b.entity ? std::less<>()(a.entity, b.entity) : a.at < b.at;
   };
   std::sort(departures_.begin(), departures_.end(), byEntity);
+  auto const departedAfter = [&](Entity const* e, U64 at) {
+    auto const found = std::lower_bound(departures_.begin(), departures_.end(), Departure{e, at}, byEntity);
+    return found != departures_.end() && found->entity == e;
+  };
   U64 at = base_;
-  for (U64& entry : entries()) {
-    // The first departure after the entry.
-    Departure const sought{entityOf(entry), ++at};
-    auto const found = std::lower_bound(departures_.begin(), departures_.end(), sought, byEntity);
-    if (found != departures_.end() && found->entity == sought.entity) entry = 0;
-  }
+  for (U64& entry : entries())
+    if (departedAfter(entityOf(entry), ++at)) entry = 0;
+  for (LeftAt& gone : left_)
+    if (departedAfter(gone.left.owner, gone.at)) gone.left.owner = nullptr;
   departures_.clear();
+}
+
+// The owner is noted already, so that its own departure will be known. Without entries, no checkpoint is held.
+void ChangeJournal::noteLeft(Left const& left) noexcept {
+  if (entries().empty()) return;
+  if (left_.size() == maxEntries) noteOwnersOfLeft();
+  try {
+    left_.push_back({left, position()});
+  } catch (std::bad_alloc const&) {
+    forget();
+  }
+}
+
+// Notes as a whole each owner that members have left, and forgets which members these were.
+void ChangeJournal::noteOwnersOfLeft() noexcept {
+  settle();
+  auto const left = std::exchange(left_, {});
+  U32 const whole = Entity::stampFloor_.load(Order::relaxed) | static_cast<U32>(Change::whole);
+  Entity const* last = nullptr;
+  for (LeftAt const& gone : left) {
+    if (!gone.left.owner || gone.left.owner == last) continue;
+    if (next_ == roomEnd_ && !makeRoom(whole)) return;
+    *next_++ = entryOf(*(last = gone.left.owner), whole);
+  }
+}
+
+std::vector<ChangeJournal::Left> ChangeJournal::leftSince(U64 from) {
+  if (from < base_ || from > position()) throwRangeException("change journal: the position is not held");
+  settle();
+  auto gone = std::upper_bound(left_.begin(), left_.end(), from, [](U64 at, LeftAt const& l) { return at < l.at; });
+  std::vector<Left> answer;
+  for (; gone != left_.end(); ++gone)
+    if (gone->left.owner) answer.push_back(gone->left);
+  return answer;
 }
 
 std::vector<ChangeJournal::Entry> ChangeJournal::since(U64 from) {
@@ -290,6 +328,11 @@ void Entity::noteLeaving() const noexcept {
   for (Entity const* e = parent_; e; e = e->parent_)
     if (ChangeJournal* const journal = ChangeJournal::of(*e)) journal->depart(*this);
   parent_->mark(Change::members);
+  KelAttr const& in = *parentAttr();
+  if (in.collectionKind() != KelAttr::Collection::hashMap) return;
+  ChangeJournal::Left const left{parent_, in.id(), in.access().hashOfKey(*this)};
+  for (Entity const* e = parent_; e; e = e->parent_)
+    if (ChangeJournal* const journal = ChangeJournal::of(*e)) journal->noteLeft(left);
 }
 
 }  // namespace Kel

@@ -41,7 +41,14 @@ class KEL_API ChangeJournal : public KelMemPool {
     Change change;
   };
 
-  // A journal that would have more entries forgets them all.
+  // A member of a hash map that has left: its owner, the attribute, and the hash of its key.
+  struct Left {
+    Entity const* owner;
+    AttributeId attr;
+    U32 hash;
+  };
+
+  // A journal that would have more entries, or more members that have left, forgets them all.
   static constexpr std::size_t maxEntries = 16384;
 
   // The journal of an entity. If there is none, makes one and begins a new epoch. The entity owns it.
@@ -66,6 +73,9 @@ class KEL_API ChangeJournal : public KelMemPool {
   // The entries after a position: each entity once, with its strongest change, in the order of first entries, without
   // those that have left the anchor's tree. Raises RangeException if the position is not held. Cost: sorts the entries.
   std::vector<Entry> since(U64 from);
+  // The members that have left after a position, in the order in which they left, without those of owners that have
+  // left themselves. Their owners have entries. Raises RangeException if the position is not held.
+  std::vector<Left> leftSince(U64 from);
 
   // Begins an epoch, in which every entity is noted again when it changes. After 2^30 epochs, journals are switched off
   // for the rest of the process.
@@ -94,6 +104,10 @@ class KEL_API ChangeJournal : public KelMemPool {
     Entity const* entity;
     U64 at;  // older entries of the entity are void
   };
+  struct LeftAt {
+    Left left;
+    U64 at;  // a position after that of the owner's entry
+  };
 
   ChangeJournal();
   static Epochs& epochs();
@@ -107,6 +121,8 @@ class KEL_API ChangeJournal : public KelMemPool {
   bool makeRoom(U32 stamp) noexcept;
   void depart(Entity const& top) noexcept;
   void departBelow(Entity const& top);
+  void noteLeft(Left const& left) noexcept;
+  void noteOwnersOfLeft() noexcept;
   void settle() noexcept;
   void forget() noexcept;
   void forgetAfterUpheaval() noexcept;
@@ -122,6 +138,7 @@ class KEL_API ChangeJournal : public KelMemPool {
   U64* next_ = nullptr;                // behind the last entry; null until there is one
   U64* roomEnd_ = nullptr;             // null as long as `next_` is
   std::vector<Departure> departures_;  // not settled yet
+  std::vector<LeftAt> left_;           // a null owner: void
   std::shared_ptr<void> equalTrees_;   // what EqualTrees::remember keeps; null: nothing
 };
 

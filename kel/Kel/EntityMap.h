@@ -56,6 +56,11 @@ class EntityMapOf : public DenseHash<typename KeyOf::type, Ptr<Entity>, EntitySl
   };
   Iterator entities() const { return Iterator(this); }
   Iterator entities(K const& key) const { return Iterator(this, key); }
+  Iterator entitiesAt(U32 slot) const {
+    Iterator it(this);
+    it.moveTo(slot);
+    return it;
+  }
 };
 
 // The map of entities that are keyed by name is compiled once, in the framework.

@@ -191,6 +191,13 @@ class DenseHash : public HashMapGeneric {
   U32 findSlot(Key const& key) const {
     return rep_ ? findSlot(key, keyHash(key)) : none;
   }
+  // The next slot whose key has a hash, or `none`. `cursor` is 0 at first.
+  U32 nextSlotOf(U32 hash, U32& cursor) const {
+    Probe probe{cursor};
+    U32 const slot = findNext(hash, probe);
+    cursor = probe.at;
+    return slot;
+  }
   // As findSlot, but looks at the slot `hint` first. A map and its copy have the same keys in the same slots.
   template <class Key>
   U32 findSlotNear(Key const& key, U32 hash, U32 hint) const {
@@ -204,6 +211,7 @@ class DenseHash : public HashMapGeneric {
    public:
     explicit operator bool() const { return slot_ < map().slotEnd() && map().slotLive(slot_); }
     U32 position() const { return slot_; }
+    void moveTo(U32 slot) { slot_ = slot; }
 
    protected:
     SlotIterator(DenseHash const* map, U32 slot) : pin_(map), slot_(slot) {}

@@ -30,10 +30,12 @@ Nearest nearestCounterpart(Entity const& e, Entity const& top, Entity& otherTop)
 
 namespace {
 
+// Whether an entity has a position in its owner.
+bool isPlaced(Entity const& e) { return e.parentAttr()->collectionKind() == KelAttr::Collection::hashMap; }
+
 ChangedEntity::Owned ownedBy(Entity const& owner, Entity const& e) {
   KelAttr const& in = *e.parentAttr();
-  bool const placed = in.collectionKind() == KelAttr::Collection::hashMap;
-  return {in.id(), placed ? in.access().positionOf(owner, e) : 0, &e};
+  return {in.id(), isPlaced(e) ? in.access().positionOf(owner, e) : 0, &e};
 }
 
 }  // namespace
@@ -62,6 +64,20 @@ EqualTrees::EqualTrees(Entity const& root, Entity const& other) {
   heldDepartures_ = ChangeJournal::heldDepartures();
 }
 
+namespace {
+
+// Calls back with each member under a hash in the counterpart of an owner that has lost one.
+template <class Visit>
+void eachLikeLeft(ChangeJournal::Left const& left, Entity const& root, Entity const& other, Visit const& visit) {
+  Nearest const owner = nearestCounterpart(*left.owner, root, const_cast<Entity&>(other));
+  if (owner.missing || owner.entity->type() != left.owner->type()) return;
+  AttrAccess const& members = owner.entity->type()->attr(left.attr)->access();
+  U32 cursor = 0;
+  while (Entity const* const e = members.nextOfHash(*owner.entity, left.hash, cursor)) visit(*e);
+}
+
+}  // namespace
+
 bool EqualTrees::addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const {
   ChangeJournal *const a = ChangeJournal::of(root), *const b = ChangeJournal::of(other);
   if (!a || !b || a->id() != rootJournal_ || b->id() != otherJournal_ || !a->holds(root_) || !b->holds(other_) ||
@@ -69,16 +85,29 @@ bool EqualTrees::addChanges(Entity const& root, Entity const& other, ChangedEnti
     return false;
   to.at(root, root);
   for (auto const& entry : a->since(root_)) to.note(*entry.entity, root, entry.change);
+  auto const unpaired = [&](Entity const& owner, Entity const& theirs) {
+    if (!isPlaced(theirs)) return;
+    ChangedEntity::Owned const place = ownedBy(*theirs.parent(), theirs);
+    to.at(owner, root).unpaired.insert({place.attr, place.position});
+  };
+  for (auto const& left : a->leftSince(root_))
+    eachLikeLeft(left, root, other, [&](Entity const& theirs) { unpaired(*left.owner, theirs); });
+  for (auto const& left : b->leftSince(other_))
+    eachLikeLeft(left, other, root, [&](Entity const& mine) { to.at(mine, root); });
   for (auto const& entry : b->since(other_)) {
     Nearest const mine = nearestCounterpart(*entry.entity, other, const_cast<Entity&>(root));
     // An entity without a counterpart is one too many in its nearest owner that has one. An item of a queue may have a
     // counterpart that was not found.
-    if (!mine.missing)
+    if (!mine.missing) {
       to.note(*mine.entity, root, entry.change);
-    else if (mine.missing->parentAttr()->isQueue())
+      // It may have other constructor parameters.
+      if (entry.change == Change::whole && entry.entity != &other) unpaired(*mine.entity->parent(), *entry.entity);
+    } else if (mine.missing->parentAttr()->isQueue()) {
       to.at(*mine.entity, root).owned.insert(ownedBy(*mine.missing->parent(), *mine.missing));
-    else
+    } else {
       to.note(*mine.entity, root, Change::members);
+      unpaired(*mine.entity, *mine.missing);
+    }
   }
   return true;
 }

@@ -2,6 +2,7 @@
 // changed in either tree since both were equal.
 #pragma once
 
+#include <compare>
 #include <map>
 #include <set>
 #include <tuple>
@@ -29,7 +30,8 @@ KEL_API Nearest nearestCounterpart(Entity const& e, Entity const& top, Entity& o
 
 // How an entity or its counterpart has changed, and what is below it.
 struct ChangedEntity {
-  // An entity that it owns, which has changed or has changes below it. A queue's may be one of either tree.
+  // An entity that it owns and that has changed, has changes below it, or may have lost its counterpart. A queue's may
+  // be one of either tree.
   struct Owned {
     AttributeId attr;
     U32 position;  // in a hash map; else 0
@@ -39,15 +41,25 @@ struct ChangedEntity {
     }
   };
 
+  // A place in a hash map.
+  struct Place {
+    AttributeId attr;
+    U32 position;
+    auto operator<=>(Place const&) const = default;
+  };
+
   U8 change = 0;  // 0: nothing of its own; else a Change
   std::set<Owned> owned;
+  // The members of the counterpart's hash maps that may have no counterpart here. The counterparts of all others were
+  // there and have not left.
+  std::set<Place> unpaired;
 
   bool has(Change least) const { return change >= static_cast<U8>(least); }
   // Whether an attribute, or what it owns, may have changed.
   bool concerns(KelAttr const& attr) const {
     if (has(attr.instantiating() ? Change::members : Change::content)) return true;
     auto const first = owned.lower_bound({attr.id(), 0, nullptr});
-    return first != owned.end() && first->attr == attr.id();
+    return first != owned.end() && first->attr == attr.id();  // an unpaired member is one of `members`
   }
 };
 

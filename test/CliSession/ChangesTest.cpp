@@ -184,6 +184,25 @@ TEST(Changes, OnlyWhatHasChangedIsLookedAt) {
   }
 }
 
+// One member that comes or goes does not make the walk look at the keys of all.
+TEST(Changes, OnlyMembersThatCameOrWentAreLookedFor) {
+  Journals const on(true);
+  World world;
+  auto const src = World::hall(world.src), dest = World::hall(world.dest);
+  for (char const* name : {"a", "b", "c"}) src->newBolt(name);
+  world.copy();
+  std::vector<EntityPtr> taken;
+  auto const take = [](EntityPtr e, void* to) { static_cast<std::vector<EntityPtr>*>(to)->push_back(std::move(e)); };
+  Plant::Hall::_fwkType()->getAttr("bolt")->access().takeChildren(*dest, take, &taken);  // without a notice
+  src->newBolt("d");
+  src->boltDel("b");
+  dest->newBolt("e");
+  EXPECT_EQ(textOf(world.copy().edits), "Plant::Hall::bolt del hall x1\nPlant::Hall::bolt set hall x1\n");
+  EXPECT_EQ(dest->bolts(), 1u);
+  for (EntityPtr const& bolt : taken) bolt->parentIs(nullptr);  // the next copy walks everything
+  EXPECT_EQ(textOf(world.copy().edits), "Plant::Hall::bolt set hall x2\n");
+}
+
 // Two trees that an earlier copy made equal, and what a change on one side has to bring.
 struct Changed : testing::Test {
   Journals const on{true};

@@ -66,7 +66,7 @@ TEST_F(TreePair, ChangesOfEitherTreeAreThoseOfTheFirst) {
 
 TEST_F(TreePair, WhatOneTreeLacksIsAChangeOfItsOwner) {
   ChangedEntity const* const extra = noted(owner, [&] { other->newParts("extra")->newParts("inner"); });
-  EXPECT_TRUE(extra && extra->has(Change::members) && extra->owned.empty());
+  EXPECT_TRUE(extra && extra->has(Change::members) && extra->owned.empty() && extra->unpaired.size() == 1);
   ChangedEntity const* const changedExtra = noted(owner, [&] { other->parts("extra")->weightIs(5); });
   EXPECT_TRUE(changedExtra && changedExtra->has(Change::members)) << "it was there before";
   ChangedEntity const* const lost = noted(owner, [&] { other->partDel(); });
@@ -76,7 +76,13 @@ TEST_F(TreePair, WhatOneTreeLacksIsAChangeOfItsOwner) {
     owner->newParts("x")->newParts("inner");
   });
   ASSERT_TRUE(above && above->has(Change::members) && above->owned.size() == 1);
+  EXPECT_EQ(above->unpaired.size(), 1u) << "the other one has the parameters of the first";
   EXPECT_TRUE(changed.find(*owner->parts("x"))->has(Change::whole));
+  ChangedEntity const* const left = noted(owner, [&] { other->partsDel("y"); });
+  ASSERT_TRUE(left && left->owned.size() == 1 && left->unpaired.empty());
+  EXPECT_EQ(left->owned.begin()->entity, owner->parts("y").ptr());
+  ChangedEntity const* const gone = noted(owner, [&] { owner->partsDel("z"); });
+  EXPECT_TRUE(gone && gone->owned.empty() && gone->unpaired.size() == 1);
 }
 
 TEST_F(TreePair, AChangeInAQueueConcernsTheQueue) {
