@@ -41,6 +41,11 @@ Kel::String8 pathBelow(Kel::Entity const* root, Kel::String8 const& fullName) {
   return separator == '/' || separator == '.' ? relative : Kel::String8();
 }
 
+bool onlySeemsBelow(EntityCopy const& ec, Kel::Entity const& edited) {
+  Kel::Entity const* const dest = ec.dest().ptr();
+  return dest && dest->fullName().empty() && &edited != dest && !isBelow(edited, *dest);
+}
+
 Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName) {
   auto* root = const_cast<Kel::Entity*>(member.root());
   return root->entity(fullName);

@@ -20,6 +20,9 @@ KEL_API Kel::String8 pathBelow(Kel::Entity const* root, Kel::Entity const& entit
 // The same for the full name of an entity, by its text: an entity of another tree may have a name that lies below the
 // root's.
 KEL_API Kel::String8 pathBelow(Kel::Entity const* root, Kel::String8 const& fullName);
+// Whether an edited entity is not below the copy's destination, and its full name says so wrongly, because the
+// destination is a root without a name.
+KEL_API bool onlySeemsBelow(EntityCopy const& ec, Kel::Entity const& edited);
 
 // The entity of that full name in the tree of `member`, or null.
 KEL_API Kel::Ptr<Kel::Entity> entityInTree(Kel::Entity const& member, Kel::String8 const& fullName);

@@ -9,7 +9,7 @@ namespace Cli::Session {
 // Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped. The
 // handler is asked about all types that the root's type refers to, and about those that are derived from these.
 bool Walk::mayKeepChanges(Frame& f) {
-  if (!guide_ || !keeps_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
+  if (!guide_ || !byPosition_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
   if (!guide_->walksThrough(f.path(), true)) return false;
   f.walkedThroughIs(true, nullptr, impl_.generation);
   if (guide_->walksThroughType("")) return true;
@@ -35,23 +35,16 @@ bool Walk::root(Frame& f) {
   // What the handler's answers and the targets of pointers depend on, besides the two trees.
   Kel::EqualTrees::Context const context{ec_.dest().ptr(), ec_.src().ptr(), journal.id(), journal.end()};
   Kel::U64 const begun = impl_.generation;
-  bool const compared = compare_;
   if (ec_.pendingAttrs() == 0 &&
       Kel::EqualTrees::remembered(f.src, f.dest, context).addChanges(f.src, f.dest, changes_)) {
     changesAt_ = begun;
     f.changed = changes_.find(f.src);
   }
-  Kel::EqualTrees equal;
-  if (Kel::ChangeJournal::of(f.src) && Kel::ChangeJournal::of(f.dest)) equal = Kel::EqualTrees(f.src, f.dest);
   bool const any = attributes(f);
-  if (stopped()) return any;
-  // Foreign code may have changed what was walked already. That counts as changed since the walk began. In a
-  // comparison, it may have let a difference pass.
-  if (impl_.generation == begun)
-    equal = Kel::EqualTrees(f.src, f.dest);
-  else if (compared || compare_ || !mayKeepChanges(f))
-    return any;
-  equal.remember(f.src, f.dest, context);
+  // Foreign code may have changed what was walked already, or how the rest was walked. What was remembered before still
+  // holds.
+  if (stopped() || impl_.generation != begun) return any;
+  Kel::EqualTrees(f.src, f.dest).remember(f.src, f.dest, context);
   for (auto const& [e, as] : unsettled_) e->mark(as);
   return any;
 }

@@ -16,29 +16,31 @@ bool Walk::doCopyCollection(Frame& f, Step const& s) {
   // Pointers that already wait in this collection. If one still has to wait, the copy below makes a new record for it.
   std::vector<Kel::Ptr<AttributeCopy>> const waiting = waitingMembers(f, s);
 
-  // If both sides have the same hashes of keys at the same positions, there is nothing to delete. Different keys may
-  // have equal hashes; if so, the copy pass notices and runs the deletion pass then.
-  bool const sameHashes =
-      s.dense && !traced_ && !changed(f) && s.usualPlan->keyOnly && s.access.sameKeyHashes(f.dest, f.src);
+  // If both sides have the same hashes of keys at the same positions, the keys are almost certainly the same, and there
+  // is nothing to delete. If a key proves to differ, the copy pass runs the deletion pass.
+  bool const sameHashes = s.dense && !traced_ && !changed(f) && s.reflexive && s.usualPlan->keyOnly &&
+                          s.access.sameKeyHashes(f.dest, f.src);
   bool const isEmpty = s.typed && !traced_ && s.access.count(s.attr, f.dest) == 0;
   bool differs = !sameHashes && !isEmpty && (s.dense && changed(f) ? deleteUnpaired(f, s) : deleteExtra(f, s));
-  if (!stopped()) differs |= s.dense && !traced_ ? copyPairs(f, s, 0, !sameHashes) : copyMembers(f, s);
-  if (!stopped())
-    for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
+  if (!stopped()) differs |= s.dense && !traced_ ? copyPairs(f, s, !sameHashes) : copyMembers(f, s);
+  if (stopped() || waiting.empty()) return differs;
+  std::optional<ForeignCode> guard;
+  if (ec_.hasReactors()) guard.emplace(*this, f);
+  for (Kel::Ptr<AttributeCopy> const& record : waiting) ec_.pendingAttrDel(record);
   return differs;
 }
 
 // --- The deletion pass ---
 
-// Deletes the members that may not stay.
-bool Walk::deleteExtra(Frame& f, Step const& s) {
+// Deletes the members that may not stay. Leaves out those of a hash map before the position `from`.
+bool Walk::deleteExtra(Frame& f, Step const& s, Kel::U32 from) {
   bool differs = false;
   Kel::U32 deleted = 0, examined = 0;
   KeyMap keys;
   Kel::IteratorRoom room;
   for (Kel::AttrIterator& at = s.destAttr->access().iterate(*s.destAttr, f.dest, room); at.nonNull(); at.inc()) {
     ++examined;
-    if (stays(f, s, at, keys)) continue;
+    if (at.position() < from || stays(f, s, at, keys)) continue;
     ++deleted;
     differs |= deleteMember(f, s, at);
     if (stopped()) return differs;
@@ -52,7 +54,7 @@ bool Walk::deleteUnpaired(Frame& f, Step const& s) {
   bool differs = false;
   KeyMap keys;
   for (Kel::U32 from = 0;;) {
-    if (!changed(f)) return deleteExtra(f, s) || differs;
+    if (!changed(f)) return deleteExtra(f, s, from) || differs;
     auto const next = f.changed->unpaired.lower_bound({s.attr.id(), from});
     if (next == f.changed->unpaired.end() || next->attr != s.attr.id()) return differs;
     from = next->position + 1;
@@ -102,7 +104,7 @@ bool Walk::stays(Frame& f, Step const& s, Kel::AttrIterator const& at, KeyMap& k
 // --- The copy pass ---
 
 // Whether equalThroughout compares everything in entities of a plan. If not, equal entities would be compared twice.
-bool Walk::areShallow(Plan const& plan) {
+bool Walk::comparesWhole(Plan const& plan) {
   return std::all_of(plan.further.begin(), plan.further.end(), [&](Step const* step) {
     return step->typed && (step->dense ? areLeaves(*step) : !step->attr.instantiating());
   });
@@ -115,9 +117,9 @@ bool Walk::equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity cons
   return true;
 }
 
-// Copies owned members from `position` on, in the batches that the storage hands out. Runs the deletion pass, unless it
-// has run, before the first member without a counterpart is made.
-bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPassed) {
+// Copies owned members in the batches that the storage hands out. Runs the deletion pass, unless it has run, before the
+// first member without a counterpart is made.
+bool Walk::copyPairs(Frame& f, Step const& s, bool deletionPassed) {
   bool const isEmpty = s.access.count(s.attr, f.dest) == 0;
   if (isEmpty && !compare_) s.access.reserveMembers(f.dest, s.access.count(s.attr, f.src));
   Kel::IteratorRoom room;
@@ -126,27 +128,29 @@ bool Walk::copyPairs(Frame& f, Step const& s, Kel::U32 position, bool deletionPa
   bool const exact = !usual.src.hasDerived();
   static constexpr Kel::U32 maxPairs = 16;
   std::array<Kel::AttrAccess::Pair, maxPairs> pairs;
-  Kel::U32 most = maxPairs;
+  Kel::U32 position = 0, most = maxPairs;
   bool any = false;
   while (Kel::U32 const count = changed(f) ? gatherChanged(f, s, position, pairs.data(), most)
                                            : s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
     most = std::min(2 * most, maxPairs);
     Kel::U64 const generation = impl_.generation;
     bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
-    bool const looksFirst = passes && !isEmpty && !changed(f) && areShallow(usual);
+    bool const looksFirst = passes && !isEmpty && !changed(f) && comparesWhole(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];
       bool const direct = passes && dest && (exact || (src->type() == &usual.src && dest->type() == &usual.dest));
       if (direct && looksFirst && equalThroughout(usual, *dest, *src)) continue;
-      bool const unpaired = !direct && !deletionPassed && !(dest && s.alike(*dest, *src));
-      any |= unpaired ? deleteExtra(f, s)
-             : direct ? descend(f, s, *dest, *src)
-                      : ownedMember(f, s, nullptr, dest, *src);
+      bool const keysDiffer = !direct && !deletionPassed && !(dest && s.alike(*dest, *src));
+      if (keysDiffer) {
+        any |= deleteExtra(f, s);
+        deletionPassed = true;
+      } else {
+        any |= direct ? descend(f, s, *dest, *src) : ownedMember(f, s, nullptr, dest, *src);
+      }
       if (stopped()) return any;
-      if (!unpaired && generation == impl_.generation) continue;
+      if (!keysDiffer && generation == impl_.generation) continue;
       // What was gathered may be gone. If foreign code runs for each member, little is gathered in vain.
-      deletionPassed |= unpaired;
-      position = unpaired ? at : at + 1;
+      position = keysDiffer ? at : at + 1;
       most = 1;
       break;
     }
@@ -171,6 +175,9 @@ bool Walk::copyMembers(Frame& f, Step const& s) {
     ++copied;
     if (stopped()) return differs;
   }
+  // If two keys of the source lead to one key, the next copy sets its member twice again.
+  Kel::KelAttr const& destOwn = destAttr(f, s);
+  if (s.attr.keyIsPtr() && s.access.count(s.attr, f.src) != destOwn.access().count(destOwn, f.dest)) unsettle(f);
   WALK_TRACE_AS(3, operation) << "copied " << copied << " members";
   return differs;
 }

@@ -46,12 +46,13 @@ void takeDebugAction(AttributeEditLog const& log, AttributeEdit const& edit, Kel
 }
 
 // Takes the debug action of an edit, asks the bypass checker, and counts the edit. Answers whether it counts as a
-// difference: a bypassed edit does not. `path` is the edited entity's full name.
-bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path,
+// difference: a bypassed edit does not. `path` is the edited entity's full name; `edited` is null if it is not known.
+bool recordEdit(EntityCopy& ec, AttributeEdit const& edit, Kel::String8 const& path, Kel::Entity const* edited,
                 Kel::GenericIf::PtrConst const& value) {
-  Kel::String8 const relative = pathBelow(ec.dest().ptr(), path);
   KEL_TRACE_AS(5, operation) << "addAttributeEditBypassEntry: " << edit.attributeName() << ", " << edit.attributeType()
                              << ", " << edit.editType() << ", " << path;
+  Kel::String8 relative = pathBelow(ec.dest().ptr(), path);
+  if (edited && onlySeemsBelow(ec, *edited)) relative = {};
   Kel::Ptr<AttributeEditLog> const log = ec.attributeEditLog();
   if (log) takeDebugAction(*log, edit, relative);
   auto const checker = ec.attributeEditBypassChecker();
@@ -75,13 +76,13 @@ void ensureLog(EntityCopy& ec) {
 void EntityCopy::addAttributeEditBypassEntry(Kel::String attributeName, Kel::String typeName,
                                              AttributeEditType editType, Kel::String path,
                                              Kel::GenericIf::PtrConst const& value) {
-  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, value);
+  recordEdit(*this, AttributeEdit(attributeName, typeName, editType), path, nullptr, value);
 }
 
 bool Walk::record(Frame& f, Step const& s, AttributeEditType type, Box const& value) {
   ForeignCode const foreign(*this, f);
   AttributeEdit const edit(s.attr.name(), f.dest.type()->fullTypeName(), type);
-  return recordEdit(ec_, edit, f.dest.fullName(), value);
+  return recordEdit(ec_, edit, f.dest.fullName(), &f.dest, value);
 }
 
 AttributeEditEntry* Walk::findEntry(Frame const& f, Step const& s, AttributeEditType type, std::size_t at) {

@@ -7,9 +7,9 @@ namespace Cli::Session {
 Frame::Frame(Kel::Entity& d, Kel::Entity const& s, Kel::String8 const& path)
     : dest(d), src(s), plan(Plan::of(*d.type(), *s.type())), path_(path) {}
 
-Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* srcChild) {
-  bool const named = srcChild && attr.isCollection() && !srcChild->name().empty();
-  return named ? Kel::String8::concatForLog({path, ".", attr.name(), "/", srcChild->name()})
+Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* child) {
+  bool const named = child && attr.isCollection() && !(attr.isQueue() && child->name().empty());
+  return named ? Kel::String8::concatForLog({path, ".", attr.name(), "/", child->name()})
                : Kel::String8::concatForLog({path, ".", attr.name()});
 }
 
@@ -25,7 +25,7 @@ Kel::String8 const& Frame::makeLogPath(EntityCopy const& ec, Kel::U64 generation
   Kel::String8 const above = named ? up->logPath(ec, generation) : Kel::String8();
   logPath_ = above.empty() ? pathBelow(ec.dest().ptr(), dest) : childPath(above, *through->destAttr, &dest);
   // An entity that is not below counts under what its name says, as in recordEdit.
-  if (logPath_.empty()) logPath_ = pathBelow(ec.dest().ptr(), dest.fullName());
+  if (logPath_.empty() && !onlySeemsBelow(ec, dest)) logPath_ = pathBelow(ec.dest().ptr(), dest.fullName());
   logPathAt_ = generation;
   return logPath_;
 }

@@ -9,7 +9,7 @@
 namespace Cli::Session {
 
 // The walk's path of a child: that of its owner, the attribute's name, and the name of a collection's member.
-Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* srcChild);
+Kel::String8 childPath(Kel::String8 const& path, Kel::KelAttr const& attr, Kel::Entity const* child);
 
 // Lives on the stack and points at the frame above. The texts of its paths, and handles to both entities, are made only
 // when an edit or foreign code needs them.
@@ -43,8 +43,8 @@ class Frame {
   Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null if that is not known.
   Kel::ChangedEntity const* changed = nullptr;
-  // The handler's answer for all paths through one attribute, or, if that is null, through any attribute; and the
-  // generation of the answer.
+  // Whether the handler need not be asked about what this entity owns through `askedAbout` or, if that is null, through
+  // any attribute. Known in the generation `askedAt` only.
   Step const* askedAbout = nullptr;
   bool walkedThrough = false;
   Kel::U64 askedAt = 0;

@@ -16,9 +16,8 @@ using EntityPtrConst = Kel::Ptr<Kel::Entity const>;
 using AttrPtr = Kel::Ptr<Kel::KelAttr const>;
 using GifConst = Kel::GenericIf::PtrConst;
 
-// One step of a walk, as an operation: the walk begins with one attribute of two entities; for an attribute of another
-// type, with the source's attribute of that name. Raises "null ValidPtr" if an entity or the attribute is null; keeps
-// the entities alive.
+// Makes one step of a walk that begins with these entities. The attribute is looked up by its name in the source's
+// type. Raises "null ValidPtr" if an entity or the attribute is null. Keeps the entities alive.
 template <auto step, class... Args>
 auto walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, Kel::String8 const& path,
              AttrPtr const& attr, Args&&... args) {
@@ -28,6 +27,17 @@ auto walkOne(EntityCopy& ec, EntityPtr const& dest, EntityPtrConst const& src, K
   frame.hold();
   return (walk.*step)(frame, frame.plan.steps[destAttribute(*src, *attr).id()], args...);
 }
+
+// Raises "null ValidPtr", or OpNotSupportedException if an operation is not for attributes of this shape.
+void requireShape(AttrPtr const& attr, bool (*isRight)(Kel::KelAttr const&), char const* operation) {
+  requireNonNull(attr);
+  if (!isRight(*attr)) Kel::throwOpNotSupportedException(attr->fullName(), operation);
+}
+bool isSingleValue(Kel::KelAttr const& a) { return a.isValue() && !a.isCollection(); }
+bool isSingleton(Kel::KelAttr const& a) { return a.instantiating() && !a.isCollection(); }
+bool isKeyed(Kel::KelAttr const& a) { return a.isCollection() && !a.isQueue(); }
+bool isQueue(Kel::KelAttr const& a) { return a.isQueue(); }
+bool isPointer(Kel::KelAttr const& a) { return a.isPtr() && !a.isQueue(); }
 
 }  // namespace
 
@@ -95,32 +105,38 @@ bool EntityCopy::doCopyAttr(EntityPtr const& dest, EntityPtrConst const& src, Ke
 }
 
 bool EntityCopy::doCopyValue(EntityPtr const& dest, EntityPtrConst const& src, AttrPtr const& attr) {
+  requireShape(attr, isSingleValue, "doCopyValue");
   return walkOne<&Walk::valueIfDifferent>(*this, dest, src, {}, attr);
 }
 
 bool EntityCopy::doCopySingleton(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                  AttrPtr const& attr) {
+  requireShape(attr, isSingleton, "doCopySingleton");
   return walkOne<&Walk::doCopySingleton>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollection(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                   AttrPtr const& attr) {
+  requireShape(attr, isKeyed, "doCopyCollection");
   return walkOne<&Walk::doCopyCollection>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyCollectionMember(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path,
                                         GifConst const& srcIndex, GifConst const& index, GifConst const& srcMember,
                                         AttrPtr const& attr) {
+  requireShape(attr, isKeyed, "doCopyCollectionMember");
   Walk::Member m{nullptr, nullptr, srcIndex, index, srcMember};
   return walkOne<&Walk::doCopyCollectionMember>(*this, dest, src, path, attr, m);
 }
 
 bool EntityCopy::doCopyQueue(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr) {
+  requireShape(attr, isQueue, "doCopyQueue");
   return walkOne<&Walk::doCopyQueue>(*this, dest, src, path, attr);
 }
 
 bool EntityCopy::doCopyPtr(EntityPtr const& dest, EntityPtrConst const& src, Kel::String path, AttrPtr const& attr,
                            GifConst const& index) {
+  requireShape(attr, isPointer, "doCopyPtr");
   if (!index) return walkOne<&Walk::doCopyPtr>(*this, dest, src, path, attr, nullptr);
   requireNonNull(src, attr);
   Walk::Member m{nullptr, nullptr, index, index, genericIf(src)->attribute(destAttribute(*src, *attr).id(), index)};

@@ -54,7 +54,7 @@ Step::Step(Kel::KelType const& destType, Kel::KelAttr const& a)
       typed(kind != Kind::skipped && kind != Kind::unsupported && destAttr == &a && onlyValues(a.type()) &&
             (a.keyIsPtr() || onlyValues(a.keyType())) && comparable(a)),
       dense(typed && a.instantiating() && a.collectionKind() == Kel::KelAttr::Collection::hashMap),
-      reflexive(isReflexive(a.type())),
+      reflexive(isReflexive(a.type()) && isReflexive(a.keyType())),
       withPointers(!a.instantiating() && (a.keyIsPtr() || a.isPtr())),
       number(steps.fetch_add(1, std::memory_order_relaxed)),
       paramsEqual_(a.isQueue() ? a.type()->furtherParamsEqual()

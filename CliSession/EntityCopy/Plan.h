@@ -35,7 +35,7 @@ struct Step {
   Kind kind;
   bool typed;         // both sides have the same storage, values compare by ==, and checkValue accepts their types
   bool dense;         // owned members that have positions
-  bool reflexive;     // a copied value always equals its source, unlike a NaN
+  bool reflexive;     // a copied value or key always equals its source, unlike a NaN
   bool withPointers;  // a pointer, keyed by pointers, or with pointers as members
   Kel::U32 number;    // unique in the process, from 0
   // Attributes that own entities: the plan for the attribute's own type on both sides.

@@ -1,10 +1,12 @@
 // Pointers, and where they lead.
 #include "CliSession/EntityCopy/Walk.h"
+#include "CliSession/EntityCopyUtils.h"
 
 namespace Cli::Session {
 
 bool Walk::doCopyPtr(Frame& f, Step const& s, Member* m) {
   WALK_TRACE(2) << "doCopyPtr: " << s.attr.name();
+  destAttr(f, s);
   auto const srcTarget = m ? m->entity() : Kel::Ptr<Kel::Entity const>(s.access.target(f.src));
   if (!srcTarget) {
     WALK_TRACE(3) << "Target is not set";
@@ -69,7 +71,12 @@ Kel::Entity* Walk::resolvePtr(Frame& f, Step const& s, Kel::Ptr<Kel::Entity cons
     WALK_TRACE(3) << "Target is copiable";
     Kel::Ptr<Kel::Entity> const found = targetInTree(ec_, f.dest, answer.target(), &srcTarget);
     if (!found) WALK_TRACE(3) << "Target not found: " << answer.target();
-    if (found && keeps_) impl_.counterparts.remember(srcTarget, *found);
+    // Only a pointer that stays the same, and leads out of the destination, leads there as long as its target is there.
+    bool const lasts = found.ptr() == &srcTarget && !(ec_.dest() && isBelow(*found, *ec_.dest()));
+    if (!lasts)
+      unsettle(f);
+    else if (byPosition_)
+      impl_.counterparts.remember(srcTarget, *found);
     return found.ptr();
   }
   WALK_TRACE(3) << "Target is not copiable, deferring";

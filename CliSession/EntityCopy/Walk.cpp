@@ -30,7 +30,7 @@ void Walk::revalidate() {
   checker_ = ec_.attributeEditBypassChecker().ptr();
   log_ = ec_.attributeEditLog().ptr();
   compare_ = ec_.stopAtFirstDiff();
-  keeps_ = known && ec_.dest() && ec_.dest()->root() == top_.root();
+  byPosition_ = known && ec_.dest() && ec_.dest()->root() == top_.root();
 }
 
 // --- Entities ---
@@ -38,7 +38,7 @@ void Walk::revalidate() {
 bool Walk::attributes(Frame& f) {
   Plan const& plan = f.plan;
   bool any = false;
-  // A walk that has to stop already takes the first attribute, and then looks whether to stop.
+  // A walk that already has to stop still takes the first attribute; then it looks whether to stop.
   if (traced_ || stopped()) {
     for (Step const* step : plan.all) {
       any |= differs(f, *step);
@@ -76,7 +76,9 @@ bool Walk::attributesFrom(Frame& f, std::size_t id) {
   return any;
 }
 
-bool Walk::operator()(Kel::Entity& dest, Kel::Entity& src) { return keeps_ && impl_.counterparts.same(ec_, dest, src); }
+bool Walk::operator()(Kel::Entity& dest, Kel::Entity& src) {
+  return byPosition_ && impl_.counterparts.same(ec_, dest, src);
+}
 
 bool Walk::doCopyAttr(Frame& f, Step const& s) {
   static constexpr char const* signature =
@@ -148,7 +150,7 @@ bool Walk::doCopyValue(Frame& f, Step const& s) {
       f, s, AttributeEditType::set_, s.typed,
       [&] { return attributeIs(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
       [&] { s.access.copyValue(s.attr, f.dest, f.src); });
-  if (changed && s.typed && !s.reflexive && !compare_ && !s.access.equal(f.dest, f.src)) unsettle(f);
+  if (changed && !s.reflexive && !compare_ && !(s.typed && s.access.equal(f.dest, f.src))) unsettle(f);
   if ((traced_ || !s.typed) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -161,7 +163,11 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
   // The hook refuses a key or a target of another type.
   bool const fits = (!m || (m->at && (!m->key || m->key->type()->isA(s.attr.keyType())))) &&
                     (!target || target->type()->isA(s.attr.type()));
-  if (traced_ || !s.typed || !fits) return hook();
+  if (traced_ || !s.typed || !fits) {
+    bool const changed = hook();
+    if (changed && !s.reflexive) unsettle(f);
+    return changed;
+  }
   using Found = Kel::AttrAccess::Found;
   Kel::Entity* current = nullptr;
   auto const find = [&] { return m ? s.access.findMember(f.dest, *m->at, m->key, &current) : Found::equal; };
@@ -222,9 +228,11 @@ Kel::Entity* Walk::held(Frame& f, Step const& s, Member* m, Kel::Entity const& s
 
 bool Walk::doCopySingleton(Frame& f, Step const& s) {
   WALK_TRACE(2) << "doCopySingleton: " << s.attr.name();
-  Kel::AttrAccess const& destAccess = destAttr(f, s).access();
+  Kel::KelAttr const& destOwn = destAttr(f, s);
+  bool const isSingle = destOwn.type()->isEntity() && !destOwn.isCollection();
+  auto const destHeld = [&] { return isSingle ? destOwn.access().target(f.dest) : nullptr; };
   Kel::Ptr<Kel::Entity const> const srcChild(s.access.target(f.src));  // held, because a reactor may delete it
-  Kel::Entity* const destChild = destAccess.target(f.dest);
+  Kel::Entity* const destChild = destHeld();
   if (!srcChild) {
     if (!destChild) return false;
     WALK_TRACE(3) << "Deleting dest child";
@@ -236,7 +244,7 @@ bool Walk::doCopySingleton(Frame& f, Step const& s) {
   bool const deleted = destChild && attributeDel(f, s, nullptr);
   if (destChild && stopped()) return deleted;
   WALK_TRACE(3) << "Re-creating entity";
-  return make(f, s, nullptr, *srcChild, params, !destAccess.target(f.dest)) || deleted;
+  return make(f, s, nullptr, *srcChild, params, !destHeld()) || deleted;
 }
 
 }  // namespace Cli::Session

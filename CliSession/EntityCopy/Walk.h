@@ -178,9 +178,9 @@ class Walk final : private Kel::SameTarget {
 
   // The source's pointer keys, by the entities that they lead to in the destination. Made on first use.
   using KeyMap = std::optional<Kel::HashMap<Kel::Ptr<Kel::Entity>, Kel::Ptr<Kel::Entity>>>;
-  bool deleteExtra(Frame& frame, Step const& step);
+  bool deleteExtra(Frame& frame, Step const& step, Kel::U32 from = 0);
   bool deleteUnpaired(Frame& frame, Step const& step);
-  bool areShallow(Plan const& plan);
+  bool comparesWhole(Plan const& plan);
   bool equalThroughout(Plan const& plan, Kel::Entity& dest, Kel::Entity const& src);
   // Whether dense members have plain attributes only, and the handler need not be asked about their type.
   bool areLeaves(Step const& step) {
@@ -188,14 +188,14 @@ class Walk final : private Kel::SameTarget {
     return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
   }
   // `deletionPassed`: the members that may not stay are deleted already.
-  bool copyPairs(Frame& frame, Step const& step, Kel::U32 position, bool deletionPassed);
+  bool copyPairs(Frame& frame, Step const& step, bool deletionPassed);
   bool copyMembers(Frame& frame, Step const& step);
   bool deleteMember(Frame& frame, Step const& step, Kel::AttrIterator const& at);
   bool stays(Frame& frame, Step const& step, Kel::AttrIterator const& at, KeyMap& keys);
   Kel::Entity* sourceKey(Frame& frame, Step const& step, Kel::Entity& destKey, KeyMap& keys);
   // What is known about a pointer's target without asking the handler.
   Counterparts::Answer counterpart(Kel::Entity const& srcTarget) {
-    return keeps_ ? impl_.counterparts.find(ec_, srcTarget) : Counterparts::Answer();
+    return byPosition_ ? impl_.counterparts.find(ec_, srcTarget) : Counterparts::Answer();
   }
   PtrTarget ask(Frame& frame, Kel::Entity const& srcTarget, Counterparts::Answer const& known, Member* m);
   // Replaces the record of a pointer that is met again. Null `record`: it waits no more.
@@ -251,7 +251,7 @@ class Walk final : private Kel::SameTarget {
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
-  bool keeps_ = false;            // targets are found by position
+  bool byPosition_ = false;       // targets can be found by position
   Kel::ChangedEntities changes_;  // below the root of the walk
   Kel::U64 changesAt_ = 0;
   std::vector<std::pair<Kel::Ptr<Kel::Entity>, Kel::Change>> unsettled_;  // see unsettle

@@ -57,7 +57,7 @@ void AttrAccess::appendValue(KelAttr const&, Entity&, AttrIterator const&) const
 void AttrAccess::copyValue(KelAttr const&, Entity&, Entity const&) const { lacks("copyValue"); }
 Entity* AttrAccess::target(Entity const&) const { lacks("target"); }
 void AttrAccess::setTarget(KelAttr const&, Entity&, Entity*) const { lacks("setTarget"); }
-void AttrAccess::dropPointers(Entity&) const { lacks("dropPointers"); }
+bool AttrAccess::dropPointers(Entity&) const { lacks("dropPointers"); }
 U32 AttrAccess::gatherPairs(Entity const&, Entity const&, U32&, Pair*, U32) const { lacks("gatherPairs"); }
 bool AttrAccess::membersEqual(Entity const&, Entity const&, PlainDifferences) const { lacks("membersEqual"); }
 Entity* AttrAccess::findCounterpart(Entity const&, Entity const&, U32) const { lacks("findCounterpart"); }

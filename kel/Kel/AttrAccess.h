@@ -118,8 +118,8 @@ class KEL_API AttrAccess {
   virtual Entity* target(Entity const& e) const;
   // Pointers to entities. Sets the pointer, and notifies. REQUIRES: the target is of the right type.
   virtual void setTarget(KelAttr const& attr, Entity& e, Entity* target) const;
-  // Attributes with pointers. Clears all of them, without notifying.
-  virtual void dropPointers(Entity& e) const;
+  // Attributes with pointers. Clears all of them, without notifying; answers whether there were any.
+  virtual bool dropPointers(Entity& e) const;
 
   // Keyed collections of values and pointers. The next two: `at` is an iterator on a member of the same attribute of
   // another entity. `key` replaces the iterator's key, and `target` its member, where these are pointers.

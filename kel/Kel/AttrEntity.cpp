@@ -26,7 +26,7 @@ Entity* EntityPtrAccess::target(Entity const& e) const { return at_.get(e); }
 void EntityPtrAccess::setTarget(KelAttr const& attr, Entity& e, Entity* target) const {
   if (writeValue(e, at_.in(e), attr.id(), target)) afterChange(attr, e);
 }
-void EntityPtrAccess::dropPointers(Entity& e) const { at_.take(e); }
+bool EntityPtrAccess::dropPointers(Entity& e) const { return at_.take(e) != nullptr; }
 void EntityPtrAccess::write(KelAttr const&, void const* object, AttrLogOut& out) const {
   out.reference(at_.get(*static_cast<Entity const*>(object)));
 }

@@ -18,7 +18,7 @@ class KEL_API EntityPtrAccess final : public AttrAccess {
   bool equalThrough(Entity const& dest, Entity const& src, SameTarget& same) const override;
   Entity* target(Entity const& e) const override;
   void setTarget(KelAttr const& attr, Entity& e, Entity* target) const override;
-  void dropPointers(Entity& e) const override;
+  bool dropPointers(Entity& e) const override;
   void write(KelAttr const& attr, void const* object, AttrLogOut& out) const override;
   void read(KelAttr const& attr, void* object, AttrLogIn& in) const override;
 
@@ -46,7 +46,7 @@ class ObjectPtrAccess final : public AttrAccess {
   }
   bool equal(Entity const& a, Entity const& b) const override { return of(a) == of(b); }
   Entity* target(Entity const&) const override { return nullptr; }
-  void dropPointers(Entity& e) const override { at_.in<Ptr<T>>(e) = nullptr; }
+  bool dropPointers(Entity& e) const override { return std::exchange(at_.in<Ptr<T>>(e), nullptr) != nullptr; }
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override {
     streamOut(out, of(*static_cast<Entity const*>(object)));
   }

@@ -112,8 +112,14 @@ class MapAccess final : public AttrAccess {
     K const k = position(at).key();
     if (eraseValue(e, of(e), attr.id(), k)) afterChange(attr, e);
   }
-  void dropPointers(Entity& e) const override {
-    if constexpr (isPtrType<K> || isPtrType<V>) of(e).clear();
+  bool dropPointers(Entity& e) const override {
+    if constexpr (isPtrType<K> || isPtrType<V>) {
+      bool const any = !of(e).empty();
+      of(e).clear();
+      return any;
+    } else {
+      return false;
+    }
   }
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override {
     M const& map = of(*static_cast<Entity const*>(object));

@@ -157,11 +157,11 @@ Entity* ParamAccess::target(Entity const& e) const { return kept_->target(e); }
 void ParamAccess::write(KelAttr const& attr, void const* object, AttrLogOut& out) const {
   kept_->write(attr, object, out);
 }
-void ParamAccess::dropPointers(Entity& e) const {
+bool ParamAccess::dropPointers(Entity& e) const {
   Entity const* const target = kept_->target(e);
   Entity const* owner = e.parent();
   while (owner && owner != target) owner = owner->parent();
-  if (owner) kept_->dropPointers(e);
+  return owner && kept_->dropPointers(e);
 }
 
 GenericIf::Ptr FieldAccess::get(KelAttr const& attr, void const* object, GenericIf const* key, bool) const {

@@ -249,7 +249,7 @@ class KEL_API ParamAccess final : public AttrAccess {
   Entity* target(Entity const& e) const override;
   void write(KelAttr const&, void const* object, AttrLogOut& out) const override;
   // Clears only a pointer to an owner of its own entity, because the two would keep each other alive.
-  void dropPointers(Entity& e) const override;
+  bool dropPointers(Entity& e) const override;
 
  private:
   AttrAccess const* kept_;

@@ -290,8 +290,9 @@ class PointerDrop {
       if (attr->type()->pointersBelow())
         attr->access().eachChild(
             e, [](Entity* child, void* drop) { static_cast<PointerDrop*>(drop)->visit(*child); }, this);
-    for (KelAttr const* attr : e.type()->ptrAttrs()) attr->access().dropPointers(e);
-    if (!e.type()->ptrAttrs().empty()) e.mark(Change::content);
+    bool any = false;
+    for (KelAttr const* attr : e.type()->ptrAttrs()) any |= attr->access().dropPointers(e);
+    if (any) e.mark(Change::content);
     --levels_;
   }
 

@@ -156,7 +156,6 @@ class KEL_API HashMapGeneric {
   void reserveSlots(U32 count, SlotType const& type);
   // Frees the array. REQUIRES: all slots are destroyed.
   void releaseStorage(SlotType const& type) noexcept;
-  void swapRep(HashMapGeneric& o) noexcept { std::swap(rep_, o.rep_); }
   bool pinned() const { return pins_ != 0; }
 
   Rep* rep_ = nullptr;

@@ -18,12 +18,19 @@ Entity* heldLike(Entity const& owner, Entity const& e) {
 }
 
 Nearest nearestCounterpart(Entity const& e, Entity const& top, Entity& otherTop) {
-  if (&e == &top) return {&otherTop, nullptr};
-  if (!e.parent()) return {&otherTop, &e};
-  Nearest const owner = nearestCounterpart(*e.parent(), top, otherTop);
-  if (owner.missing) return owner;
-  Entity* const held = heldLike(*owner.entity, e);
-  return held ? Nearest{held, nullptr} : Nearest{owner.entity, &e};
+  // Down from the top; a tree may be deeper than the stack.
+  std::vector<Entity const*, PoolAllocator<Entity const*>> way;
+  for (Entity const* at = &e; at != &top; at = at->parent()) {
+    if (!at->parent()) return {&otherTop, at};
+    way.push_back(at);
+  }
+  Entity* other = &otherTop;
+  for (; !way.empty(); way.pop_back()) {
+    Entity* const held = heldLike(*other, *way.back());
+    if (!held) return {other, way.back()};
+    other = held;
+  }
+  return {other, nullptr};
 }
 
 // --- Changes ---
@@ -43,9 +50,12 @@ ChangedEntity::Owned ownedBy(Entity const& owner, Entity const& e) {
 ChangedEntity& ChangedEntities::at(Entity const& e, Entity const& root) {
   auto const [found, isNew] = changed_.try_emplace(&e);
   ChangedEntity& changed = found->second;  // stays valid while the map grows
-  if (isNew && &e != &root) {
-    auto& owned = at(*e.parent(), root).owned;
-    owned.insert(owned.end(), ownedBy(*e.parent(), e));  // usually the last
+  bool goesOn = isNew;
+  for (Entity const* below = &e; goesOn && below != &root; below = below->parent()) {
+    auto const [owner, ownerIsNew] = changed_.try_emplace(below->parent());
+    auto& owned = owner->second.owned;
+    owned.insert(owned.end(), ownedBy(*below->parent(), *below));  // usually the last
+    goesOn = ownerIsNew;
   }
   return changed;
 }

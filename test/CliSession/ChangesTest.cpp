@@ -23,6 +23,18 @@ class Journals {
   bool const before_;
 };
 
+// Keeps edits out of the log, and writes down which it was asked about.
+struct Bypassing : S::AttributeEditLogBypass {
+  Bypassing(std::string& t, bool d) : text(t), deletions(d) {}
+  bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const& edit, Kel::String path,
+                              Kel::Ptr<Kel::GenericIf const> const&) override {
+    text += "asked about " + edit.attributeName().str() + " of " + path.str() + "\n";
+    return !deletions || edit.editType() == S::AttributeEditType::del_;
+  }
+  std::string& text;
+  bool const deletions;  // deletions only
+};
+
 // Some rounds of edits on both sides, comparisons and copies of all roots or some, with handlers of types, and reactors
 // that write or throw on the way; everything that came of it, as text.
 class History {
@@ -74,6 +86,11 @@ class History {
       hall->plateDel(name);
       hall->newPlate(name, static_cast<Kel::F32>(dice_.below(3)));
     }
+    for (auto const& in : {World::hall(world_.src), World::hall(world_.dest)})
+      if (auto const key = static_cast<Kel::S32>(dice_.below(6)); in->slot(key))
+        in->slotDel(key);
+      else if (dice_.below(2))
+        in->newSlot(key);
     if (dice_.below(4) == 0 && hall->part()) {
       hall->partDel();
       hall->partIs();
@@ -99,7 +116,12 @@ class History {
       text_ += it.key()->attribute()->name().str() + " waits for " + it.key()->destValueFullName().str() + "\n";
     text_ += world_.dump(world_.src) + world_.dump(world_.dest);
   }
-  void run(bool compare) { run(world_.copyFrom(world_.src, compare), world_.dest); }
+  void run(bool compare) {
+    EntityCopy::Ptr const ec = world_.copyFrom(world_.src, compare);
+    if (dice_.below(4) == 0)
+      ec->attributeEditBypassCheckerIs(S::AttributeEditLogBypass::Ptr(new Bypassing(text_, dice_.below(2))));
+    run(ec, world_.dest);
+  }
   // One root alone, perhaps as that of a smaller tree. Pointers may wait then.
   void partial() {
     EntityCopy::Ptr const ec = world_.copyFrom(world_.src);
@@ -181,6 +203,103 @@ TEST(Changes, OnlyWhatHasChangedIsLookedAt) {
     moveOn();
     world.copy();
     for (int i = 0; i < 2; ++i) EXPECT_NE(textOf(world.copy().edits), "") << &moveOn - places;
+  }
+}
+
+// What a copy or comparison of a world came to.
+std::string outcome(World const& w, bool compare = false, EntityCopy::Ptr ec = nullptr) {
+  if (!ec) ec = w.copyFrom(w.src, compare);
+  ec->destIs(w.dest);
+  std::string text = textOf(editsOf(*ec->attributeEditLog())) + (ec->stop() ? "differs\n" : "\n");
+  for (auto it = ec->pendingAttrIterator(); it; ++it)
+    text += it.key()->attribute()->name().str() + " waits for '" + it.key()->destValueFullName().str() + "'\n";
+  return text;
+}
+
+// What a walk does not leave equal, the next one meets again.
+TEST(Changes, WhatIsNotEqualAfterACopyIsNotPassedBy) {
+  struct Halls {
+    World w;
+    Kel::Ptr<Plant::Hall> src = World::hall(w.src), dest = World::hall(w.dest);
+    Kel::Ptr<Pairs::Meter> meter() {
+      w.rootIs("meter", "Pairs::Meter");
+      w.dest->newEntity("Pairs::Meter", "meter");
+      return Kel::ptrCast<Pairs::Meter>(w.src->newEntity("Pairs::Meter", "meter"));
+    }
+  };
+  Pairs::Level const nan(std::numeric_limits<double>::quiet_NaN());
+  std::pair<char const*, std::function<void(Halls&)>> const cases[] = {
+      {"another key of the same hash",
+       [](Halls& h) {
+         h.src->newSlot(-1485607586);
+         outcome(h.w) + outcome(h.w);
+         h.dest->slotDel(-1485607586);
+         h.dest->newSlot(1485607487);
+       }},
+      {"a target that the same copy deletes", [](Halls& h) { h.src->newBolt("b")->peerIs(h.dest->newShelf("extra")); }},
+      {"two keys that lead to one",
+       [](Halls& h) {
+         h.src->newBolt("b");
+         outcome(h.w);
+         h.src->weightIs(h.src->bolt("b"), 1);
+         h.src->weightIs(h.dest->bolt("b"), 2);
+       }},
+      {"a value without a comparison", [&](Halls& h) { h.meter()->levelIs(nan); }},
+      {"a member without a comparison", [&](Halls& h) { h.meter()->levelsIs("a", nan); }},
+      {"a member of a derived type", [](Halls& h) {
+         auto const meter = h.meter();
+         Kel::KelAttr const& nail = *meter->type()->getAttr("nail");
+         nail.access().restore(nail, *meter, Pairs::studFactory("s"), 0);  // as an attribute log may
+       }}};
+  for (auto const& [name, prepare] : cases) {
+    std::string texts[2];
+    for (bool on : {false, true}) {
+      Journals const journals(on);
+      Halls halls;
+      prepare(halls);
+      texts[on] = outcome(halls.w, true);
+      for (int i = 0; i < 3; ++i) texts[on] += outcome(halls.w);
+      texts[on] += outcome(halls.w, true) + halls.w.dump(halls.w.dest);
+    }
+    EXPECT_EQ(texts[true], texts[false]) << name;
+  }
+}
+
+// A handler that takes part for a while, or a walk deeper than the stack, leaves nothing behind.
+TEST(Changes, WhatAHandlerKeptOutOfACopyIsNotPassedBy) {
+  Journals const on(true);
+  World w;
+  auto const src = World::hall(w.src), dest = World::hall(w.dest);
+  src->newPart(), src->newBolt("b"), src->newSlot(1);
+  outcome(w) + outcome(w);
+  src->part()->countIs(1), src->bolt("b")->lockedIs(true), src->slot(1)->textIs("x");
+  EntityCopy::Ptr const ec = w.copyFrom(w.src);
+  auto const handler = Kel::ptrCast<S::EntityCopyGlobalSessionHandler>(ec->handler());
+  auto const table = S::entityCopyCustomHandlerTableFactory("t", w.root);
+  table->registerCustomCopyHandler(S::EntityPath("hall.bolt/b"), "", w.scripted([](auto&&...) { return false; }));
+  {
+    Reactor const first(EntityPtrConst(dest->part()), [&] { handler->handlerTableIs(table); });
+    Reactor const last(EntityPtrConst(dest->slot(1)), [&] { handler->handlerTableIs(nullptr); });
+    outcome(w, false, ec);
+  }
+  EXPECT_EQ(outcome(w), "Plant::Bolt::locked set hall.bolt/b x1\n\n");
+}
+
+TEST(Changes, AChangeMayBeDeeperThanTheStack) {
+  Journals const on(true);
+  World w;
+  auto const src = World::hall(w.src), dest = World::hall(w.dest);
+  for (auto const& hall : {dest, src}) {
+    outcome(w) + outcome(w);
+    Kel::Ptr<Plant::Hall> deep = hall;
+    for (int i = 0; i < 200000; ++i) deep = deep->newAnnex("a");
+    outcome(w, true);  // begins an epoch
+    deep->u8Is(1);
+    deep = nullptr;
+    if (hall == dest)
+      EXPECT_EQ(outcome(w), "Plant::Hall::annex del hall x1\n\n");
+    else
+      EXPECT_THROW(outcome(w), Kel::RangeException);
   }
 }
 
@@ -305,15 +424,10 @@ TEST_F(Changed, OtherEndsOfACopyChangeWherePointersLead) {
 }
 
 TEST_F(Changed, WhatAComparisonBypassesIsStillCopied) {
-  struct Bypassing : S::AttributeEditLogBypass {
-    bool bypassAttributeEditLog(Kel::Ptr<EntityCopy> const&, S::AttributeEdit const&, Kel::String,
-                                Kel::Ptr<Kel::GenericIf const> const&) override {
-      return true;
-    }
-  };
+  std::string asked;
   src->u8Is(7);
   EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
-  ec->attributeEditBypassCheckerIs(S::AttributeEditLogBypass::Ptr(new Bypassing));
+  ec->attributeEditBypassCheckerIs(S::AttributeEditLogBypass::Ptr(new Bypassing(asked, false)));
   ec->destIs(world.dest);
   ASSERT_FALSE(ec->stop());
   becomesEqual();
