@@ -265,7 +265,7 @@ TEST(Changes, WhatIsNotEqualAfterACopyIsNotPassedBy) {
   }
 }
 
-// A handler that takes part for a while, or a walk deeper than the stack, leaves nothing behind.
+// A handler that takes part for a while leaves nothing behind.
 TEST(Changes, WhatAHandlerKeptOutOfACopyIsNotPassedBy) {
   Journals const on(true);
   World w;
@@ -283,24 +283,6 @@ TEST(Changes, WhatAHandlerKeptOutOfACopyIsNotPassedBy) {
     outcome(w, false, ec);
   }
   EXPECT_EQ(outcome(w), "Plant::Bolt::locked set hall.bolt/b x1\n\n");
-}
-
-TEST(Changes, AChangeMayBeDeeperThanTheStack) {
-  Journals const on(true);
-  World w;
-  auto const src = World::hall(w.src), dest = World::hall(w.dest);
-  for (auto const& hall : {dest, src}) {
-    outcome(w) + outcome(w);
-    Kel::Ptr<Plant::Hall> deep = hall;
-    for (int i = 0; i < 200000; ++i) deep = deep->newAnnex("a");
-    outcome(w, true);  // begins an epoch
-    deep->u8Is(1);
-    deep = nullptr;
-    if (hall == dest)
-      EXPECT_EQ(outcome(w), "Plant::Hall::annex del hall x1\n\n");
-    else
-      EXPECT_THROW(outcome(w), Kel::RangeException);
-  }
 }
 
 // One member that comes or goes does not make the walk look at the keys of all.

@@ -95,6 +95,17 @@ TEST_F(TreePair, AChangeInAQueueConcernsTheQueue) {
   }
 }
 
+TEST_F(TreePair, AChangeMayBeDeeperThanTheStack) {
+  for (Owner::Ptr const& side : {owner, other}) {
+    Part::Ptr deep = side->newParts("deep");
+    for (int i = 0; i < 600000; ++i) deep = deep->newParts("p");
+    ChangedEntity const* const above = noted(owner, [&] { deep->weightIs(1); });
+    ASSERT_TRUE(above);
+    EXPECT_EQ(above->owned.size(), side == owner ? 1u : 0u);
+    side->partsDel("deep");
+  }
+}
+
 TEST_F(TreePair, WhatIsNotKnownIsSaid) {
   EqualTrees const equal(*a, *b);
   owner->writesIs(1);
