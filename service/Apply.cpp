@@ -357,7 +357,7 @@ void Applying::repoint() {
         auto const value = attr.isPtr() ? successor(it.target()) : nullptr;
         auto const key = attr.keyIsPtr() ? successor(it.keyTarget()) : nullptr;
         if (key)
-          keys.emplace_back(it.key(), key, value ? GenericIf::ofEntity(value) : it.obj(true));
+          keys.emplace_back(it.key(), key, value ? GenericIf::ofEntity(value) : it.obj(false));
         else if (value)
           values.emplace_back(it.key(), value);
         return true;

@@ -3,6 +3,7 @@
 
 #include "Kel/ChangeJournal.h"
 #include "Panel.h"
+#include "service/Commands.h"
 #include "service/core/Device.h"
 
 namespace {
@@ -195,6 +196,20 @@ TEST_F(Differences, PointersUnderPointersFollow) {
   EXPECT_EQ(lines(), "changed hall.gear/g\n");
   Sv::carryOut(session.differences(), session.ancestor());
   EXPECT_EQ(imageOf(session.ancestor()), imageOf(session.tree()));
+}
+
+// The same if only the key is made again.
+TEST_F(Differences, APointerStaysUnderItsNewKey) {
+  hall->newBolt("b");
+  hall->newGear("g", 3, Plant::Size(), Plant::Grade::raw)->newPin("p");
+  hall->matedIs(hall->gear("g")->pin(), hall->bolt("b"));
+  session.commit();
+  Sv::Editor(session.tree().dir, session.pending()).apply("set hall gear g teeth 4");
+  session.commit();
+  EXPECT_EQ(device.hall()->mated(device.hall()->gear("g")->pin()).ptr(), device.hall()->bolt("b").ptr());
+  session.rollback(1);
+  session.discard();
+  EXPECT_EQ(hall->mated(hall->gear("g")->pin()).ptr(), hall->bolt("b").ptr());
 }
 
 // What bytes hold is a law on random trees.
