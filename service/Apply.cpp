@@ -93,14 +93,9 @@ void Applying::notePointers() {
     eachPointer(*root, rootPath(path), [&](Pointer const& p) {
       if (!leaving_.count(p.target)) return;
       Json target = targetText(*p.target, *tree_.dir);
-      Path place = p.place;
-      if (p.attr->keyIsPtr()) {
-        std::string const key = p.key ? targetText(*p.key, *tree_.dir) : std::string();
-        place.steps.back() = memberStep(*p.attr, GenericIf::of(Kel::String8(key)));
-        target = p.content ? exportValue(p.content.ptr(), *tree_.dir) : Json();
-      }
+      if (p.attr->keyIsPtr()) target = p.content ? exportValue(p.content.ptr(), *tree_.dir) : Json();
       pointers_.push_back(
-          {DifferenceKind::changed, std::move(place), p.attr->ownerType(), p.attr, {}, std::move(target), {}});
+          {DifferenceKind::changed, placeOf(p, *tree_.dir), p.attr->ownerType(), p.attr, {}, std::move(target), {}});
     });
   }
 }

@@ -31,13 +31,10 @@ class Clashes {
       if (d.isEntity()) {
         if (Entity::Ptr const made = entityAt(tree.dir, d.path))
           eachPointer(*made, d.path,
-                      [&](Pointer const& p) { add(p.place, *p.owner, *p.attr, *p.target, byEdit, deleted); });
+                      [&](Pointer const& p) { add(placeOf(p, *tree.dir), *p.attr, *p.target, byEdit, deleted); });
       } else if (d.attr->isPtr() || d.attr->keyIsPtr()) {
-        Entity::Ptr const owner = entityAt(tree.dir, d.path.parent());
-        if (!owner) continue;
         for (std::string const& text : targetsOf(d))
-          if (Entity::Ptr const target = targetAt(tree.dir, text))
-            add(d.path, *owner, *d.attr, *target, byEdit, deleted);
+          if (Entity::Ptr const target = targetAt(tree.dir, text)) add(d.path, *d.attr, *target, byEdit, deleted);
       }
     }
   }
@@ -51,14 +48,13 @@ class Clashes {
     return texts;
   }
 
-  void add(Path const& place, Entity const&, KelAttr const& attr, Entity const& target, bool byEdit,
-           PathSet const& deleted) {
+  void add(Path const& place, KelAttr const& attr, Entity const& target, bool byEdit, PathSet const& deleted) {
     Tree const& tree = byEdit ? in_.session : in_.running;
     auto const path = pathOf(target, *tree.dir);
     if (!path) return;
     Path around;
     if (!deleted.anyAround(*path, [&](Path const& top) { return (around = top, true); })) return;
-    // A member under a pointer may be one, too; of what was created, a collection is one place.
+    // A member under a pointer may be one, too.
     auto const [known, isNew] = seen_.try_emplace(place.text(), clashes_.size());
     if (!isNew) {
       PointerClash& same = clashes_[known->second];

@@ -7,6 +7,12 @@ namespace Cli::Service {
 using Kel::Entity;
 using Kel::KelAttr;
 
+Path placeOf(Pointer const& pointer, Entity const& base) {
+  if (!pointer.attr->keyIsPtr()) return pointer.place;
+  std::string const key = pointer.key ? targetText(*pointer.key, base) : std::string();
+  return pointer.place.parent() / memberStep(*pointer.attr, Kel::GenericIf::of(Kel::String8(key)));
+}
+
 void eachPointer(Entity const& top, Path const& at, std::function<void(Pointer const&)> const& visit) {
   for (KelAttr const* attr : top.type()->ptrAttrs()) {
     if (!attr->copiable()) continue;

@@ -9,7 +9,7 @@ namespace Cli::Service {
 
 // A pointer of a tree, and where it leads.
 struct Pointer {
-  Path place;  // of the pointer; if a key is the pointer, of the attribute
+  Path place;  // of the pointer; if a key is a pointer, of the attribute
   Kel::Entity const* owner;
   Kel::KelAttr const* attr;
   Kel::Entity const* target;
@@ -17,6 +17,9 @@ struct Pointer {
   Kel::Entity const* key;
   Kel::GenericIf::PtrConst content;
 };
+
+// The place of a pointer; of one that is a key, or is under such a key, the member's. `base` is the tree's directory.
+Path placeOf(Pointer const& pointer, Kel::Entity const& base);
 
 // Visits the pointers at and below an entity. `at` is the entity's path.
 void eachPointer(Kel::Entity const& top, Path const& at, std::function<void(Pointer const&)> const& visit);

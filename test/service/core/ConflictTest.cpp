@@ -192,6 +192,24 @@ TEST_F(Conflicts, APointerInWhatWasCreated) {
          });
 }
 
+// The member goes, not its whole collection.
+TEST_F(Conflicts, APointerKeyInWhatWasCreated) {
+  expect([](auto& h) { h.newBolt("t"), h.newBolt("other"); },
+         [](auto& h) {
+           h.newAnnex("new")->weightIs(h.bolt("t"), 3);
+           h.annex("new")->weightIs(h.bolt("other"), 4);
+         },
+         [](auto& h) { h.boltDel("t"); }, "hall.annex/new.weight/hall.bolt/t existence -> hall.bolt/t\n",
+         [](auto& h) {
+           ASSERT_TRUE(h.bolt("t"));
+           EXPECT_EQ(h.annex("new")->weight(h.bolt("t")), 3u);
+         },
+         [](auto& h) {
+           EXPECT_EQ(h.annex("new")->weights(), 1u);
+           EXPECT_EQ(h.annex("new")->weight(h.bolt("other")), 4u);
+         });
+}
+
 TEST_F(Conflicts, APointerInWhatTheOtherReplaced) {
   Edit const before = [](auto& h) {
     h.newBolt("t");
