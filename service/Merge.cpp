@@ -22,8 +22,7 @@ bool isThere(Difference const& d, bool after) {
   return d.kind != (after ? DifferenceKind::deleted : DifferenceKind::created);
 }
 bool onlyDeletions(std::vector<Difference const*> const& list) {
-  return std::all_of(list.begin(), list.end(),
-                     [](Difference const* d) { return d->kind == DifferenceKind::deleted && !d->run; });
+  return std::all_of(list.begin(), list.end(), [](Difference const* d) { return d->kind == DifferenceKind::deleted; });
 }
 
 class Merger {

@@ -108,8 +108,15 @@ TEST_F(Conflicts, ADeletionAboveAChange) {
 }
 
 TEST_F(Conflicts, ADeletionBelowADeletionIsNone) {
-  Edit const before = [](auto& h) { h.newAnnex("x")->newBolt("b"); };
-  Edit const outer = [](auto&h) { h.annexDel("x"); }, inner = [](auto&h) { h.annex("x")->boltDel("b"); };
+  Edit const before = [](auto& h) {
+    h.newAnnex("x")->newBolt("b");
+    h.annex("x")->historyEnq("item");
+  };
+  Edit const outer = [](auto& h) { h.annexDel("x"); };
+  Edit const inner = [](auto& h) {
+    h.annex("x")->boltDel("b");
+    h.annex("x")->historyDelAll();
+  };
   Edit const gone = [](auto& h) { EXPECT_FALSE(h.annex("x")); };
   expectNone(before, outer, inner, gone);
   expectNone(before, inner, outer, gone);
