@@ -109,7 +109,17 @@ std::size_t Session::discard(std::optional<Path> const& path) {
     if (key.compare(0, place.size(), place) != 0) return false;
     return key.size() == place.size() || std::string_view("./\0", 3).find(key[place.size()]) != std::string_view::npos;
   };
-  s.edit(back);
+  Applying applying(back, s.tree);
+  std::vector<Path> missing;
+  try {
+    applying.write();
+    if (!place.empty()) missing = applying.dangling();
+    if (!missing.empty())
+      throw Error("'" + missing.front().text() + "' leads to what the session has deleted: discard that, too");
+  } catch (...) {
+    applying.takeBack();
+    throw;
+  }
   if (!place.empty()) {
     std::erase_if(s.settled, isWithin);
     std::erase_if(s.reported, isWithin);

@@ -109,6 +109,20 @@ TEST_F(Updates, DiscardAllOrBelowAPath) {
   EXPECT_TRUE(a.differences().empty());
 }
 
+// What would lead nowhere is not brought back.
+TEST_F(Updates, DiscardKeepsTargetsAndPointersTogether) {
+  in(a).favouriteIs(in(a).newBolt("x"));
+  a.commit();
+  in(a).boltDel("x");
+  in(a).favouriteIs(nullptr);
+  std::string const before = imageOf(a.tree());
+  EXPECT_THROW(a.discard(pathIn(a.tree(), "hall.favourite")), Sv::Error);
+  EXPECT_EQ(imageOf(a.tree()), before);
+  a.discard(pathIn(a.ancestor(), "hall.bolt/x"));
+  a.discard(pathIn(a.tree(), "hall.favourite"));
+  EXPECT_EQ(linesOf(a.differences()), "");
+}
+
 TEST_F(Updates, DiscardForgetsReferencesThatWait) {
   Sv::Path const place = pathIn(a.tree(), "hall.favourite");
   for (bool const differs : {false, true}) {
