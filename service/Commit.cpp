@@ -4,6 +4,7 @@
 #include "CliSession/EntityCopyUtils.h"
 #include "service/Differ.h"
 #include "service/JsonTree.h"
+#include "service/PathSet.h"
 #include "service/ServiceImpl.h"
 #include "service/Walk.h"
 
@@ -99,12 +100,12 @@ std::vector<Difference> Service::Impl::partOf(Registration const& who, std::vect
       if ((d.type && d.type->isA(who.type)) || mayHold(d)) part.push_back(d);
       continue;
     }
+    bool const isWithin = PathSet::eachTop(d.path, [&](Path const& top) { return top.text() == who.path; });
+    // What was registered is a text: nothing but this tells whether it is below.
     std::string const at = d.path.text();
-    auto const isPrefix = [](std::string const& a, std::string const& b) {
-      return b.compare(0, a.size(), a) == 0 && (b.size() == a.size() || b[a.size()] == '/' || b[a.size()] == '.');
-    };
-    bool const isAbove = isPrefix(at, who.path) && (!d.attr || d.attr->instantiating());
-    if (isPrefix(who.path, at) || isAbove) part.push_back(d);
+    bool const mayBeAbove = (!d.attr || d.attr->instantiating()) && who.path.starts_with(at) &&
+                            who.path.find_first_of("./", at.size()) == at.size();
+    if (isWithin || mayBeAbove) part.push_back(d);
   }
   return part;
 }

@@ -91,6 +91,12 @@ TEST_F(Commits, ParticipantsGetWhatIsTheirs) {
   in(a).newAnnex("n");
   a.commit();
   EXPECT_EQ(below.log, "verify\ncreated hall.annex/n\napply\ncreated hall.annex/n\ndone\ncreated hall.annex/n\n");
+  // Names that begin alike are others.
+  Agent alike;
+  service.registerForPath(alike, "hall.bolt/y");
+  in(a).newBolt("y.1");
+  a.commit();
+  EXPECT_EQ(alike.log, "");
 }
 
 TEST_F(Commits, AFailingUndoKeepsNobodyFromTheirs) {
