@@ -6,6 +6,7 @@
 #include "Kel/Exception.h"
 #include "service/JsonText.h"
 #include "service/JsonTree.h"
+#include "service/Positions.h"
 
 namespace Cli::Service {
 
@@ -39,35 +40,8 @@ std::string text(Difference const& d) {
 
 // --- Inverse ---
 
-namespace {
-
-// The positions, on the other side, of the items of a queue that stay.
-class Shift {
- public:
-  void add(Difference const& d) {
-    removed_.emplace_back(d.run->from, d.before.size());
-    added_.emplace_back(d.run->to, d.after.size());
-  }
-  Kel::U32 operator()(Kel::U32 position) const {
-    std::size_t rank = position;
-    for (auto const& [at, count] : removed_) rank -= at < position ? std::min<std::size_t>(count, position - at) : 0;
-    auto added = added_;
-    std::sort(added.begin(), added.end());
-    for (auto const& [at, count] : added)
-      if (at <= rank) rank += count;
-    return static_cast<Kel::U32>(rank);
-  }
-
- private:
-  std::vector<std::pair<std::size_t, std::size_t>> removed_, added_;
-};
-
-}  // namespace
-
 std::vector<Difference> inverse(std::vector<Difference> const& differences) {
-  std::map<std::string, Shift> shifts;
-  for (Difference const& d : differences)
-    if (d.run) shifts[d.path.text()].add(d);
+  Positions const positions(differences);
   std::vector<Difference> other = differences;
   for (Difference& d : other) {
     std::swap(d.before, d.after);
@@ -76,15 +50,7 @@ std::vector<Difference> inverse(std::vector<Difference> const& differences) {
     else if (d.kind == DifferenceKind::deleted)
       d.kind = DifferenceKind::created;
     if (d.run) std::swap(d.run->from, d.run->to);
-    if (shifts.empty()) continue;
-    Path before;  // as it was on this side
-    for (PathStep& step : d.path.steps) {
-      before.steps.push_back(step);
-      if (!step.attr || !step.attr->isQueue() || !step.key) continue;
-      Path queue = before.parent() / attributeStep(*step.attr);
-      auto const shift = shifts.find(queue.text());
-      if (shift != shifts.end()) step = queueStep(*step.attr, shift->second(step.key->attrVal<Kel::U32>()));
-    }
+    if (auto path = positions(d.path)) d.path = std::move(*path);
   }
   return other;
 }

@@ -143,7 +143,9 @@ Conflict QueueMerger::conflictOf(QueueClash const& clash) {
   conflict.kind = ConflictKind::order;
   conflict.type = typeOf(runs_);
   conflict.attr = &attr_;
-  conflict.run = Difference::Run{static_cast<Kel::U32>(clash.begin), 0};
+  std::size_t inSession = isPart(mine_, clash, clash.begin) ? 0 : session_.added[clash.begin].size();
+  for (std::size_t n = 0; n < clash.begin; ++n) inSession += session_.added[n].size() + !session_.removed[n];
+  conflict.run = Difference::Run{static_cast<Kel::U32>(clash.begin), static_cast<Kel::U32>(inSession)};
   for (Json* content : {&conflict.ancestor, &conflict.session, &conflict.running}) *content = Json::array();
   auto const addAdded = [&](Json& content, QueueSide const& side, std::size_t gap) {
     if (!isPart(side, clash, gap)) return;

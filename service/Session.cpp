@@ -71,34 +71,51 @@ std::vector<Difference> Session::Impl::changes() const {
 
 Merged Session::Impl::mergeWith(std::vector<Difference> const& mine, std::vector<Difference> const& theirs,
                                 Side otherwise) const {
+  Positions const here(mine), there(theirs);
   return merge({ancestor, tree, service.treeAt(service.running), mine, theirs,
-                [this](Conflict const& c) { return settledSide(c); },
+                [&](Conflict const& c) { return settledSide(c, here, there); },
                 [this](Difference const& d) { return keepsOwn(d); }, otherwise});
+}
+
+std::vector<Conflict> Session::Impl::allConflicts(std::vector<Difference> const& mine,
+                                                  std::vector<Difference> const& theirs) const {
+  return merge({ancestor, tree, service.treeAt(service.running), mine, theirs, {}, {}, Side::session}).conflicts;
 }
 
 // --- Settled conflicts ---
 
-std::optional<Side> Session::Impl::settledSide(Conflict const& conflict) const {
+namespace {
+
+// The content at a place of the ancestor, in a tree whose items stand elsewhere.
+Json contentAt(Tree const& tree, Positions const& positions, Path const& path) {
+  auto const place = positions(path);
+  return place ? contentAt(tree, *place) : Json();
+}
+
+}  // namespace
+
+std::optional<Side> Session::Impl::settledSide(Conflict const& conflict, Positions const& here,
+                                               Positions const& there) const {
   std::string const key = keyOf(conflict);
   if (auto const found = settled.find(key); found != settled.end() && found->second.running == conflict.running)
     return found->second.side;
   // A side that was chosen for an owner holds for the conflicts below it.
   for (Path at = conflict.path.parent(); !at.empty(); at = at.parent())
     if (auto const found = settled.find(at.text());
-        found != settled.end() && found->second.running == contentAt(service.treeAt(service.running), at))
+        found != settled.end() && found->second.running == contentAt(service.treeAt(service.running), there, at))
       return found->second.side;
   auto const known = reported.find(key);
   if (known == reported.end() || known->second.running != conflict.running) return std::nullopt;
-  return editedSince(conflict, known->second) ? std::optional(Side::session) : std::nullopt;
+  return editedSince(conflict, known->second, here) ? std::optional(Side::session) : std::nullopt;
 }
 
-bool Session::Impl::editedSince(Conflict const& conflict, Reported const& known) const {
+bool Session::Impl::editedSince(Conflict const& conflict, Reported const& known, Positions const& here) const {
   if (known.edited.count(conflict.path.text())) return true;
   if (conflict.nodes.empty() || known.nodes.empty()) return conflict.session != known.session;
   // Nodes that were listed before and are not any more have been set back.
   return std::all_of(conflict.nodes.begin(), conflict.nodes.end(), [&](Path const& path) {
     auto const node = known.nodes.find(path.text());
-    return node == known.nodes.end() || known.edited.count(node->first) || contentAt(tree, path) != node->second;
+    return node == known.nodes.end() || known.edited.count(node->first) || contentAt(tree, here, path) != node->second;
   });
 }
 
@@ -109,9 +126,11 @@ bool Session::Impl::keepsOwn(Difference const& change) const {
 
 // A conflict that was reported before stays as it was first reported, unless running has changed since.
 void Session::Impl::report(std::vector<Conflict> const& conflicts) {
+  if (conflicts.empty()) return;
+  Positions const here(edits());
   for (Conflict const& c : conflicts) {
-    Reported known{c.running, c.session, {}, {}};
-    for (Path const& node : c.nodes) known.nodes.emplace(node.text(), contentAt(tree, node));
+    Reported known{c.path, c.running, c.session, {}, {}};
+    for (Path const& node : c.nodes) known.nodes.emplace(node.text(), contentAt(tree, here, node));
     auto const [found, isNew] = reported.try_emplace(keyOf(c), known);
     if (!isNew && found->second.running != c.running) found->second = std::move(known);
   }
@@ -154,27 +173,42 @@ std::vector<Conflict> Session::conflicts() const {
 std::vector<std::string> Session::takeNotices() { return std::exchange(impl_->notices, {}); }
 
 void Session::edited(Path const& path) {
-  std::string const place = path.text();
-  for (auto& [key, known] : impl_->reported)
-    if (key.compare(0, key.find('\0'), place) == 0 || known.nodes.count(place)) known.edited.insert(place);
+  Impl& s = *impl_;
+  if (s.reported.empty()) return;
+  auto const note = [&](Path const& at) {
+    std::string const place = at.text();
+    for (auto& [key, known] : s.reported)
+      if (known.path == at || known.nodes.count(place)) known.edited.insert(place);
+  };
+  if (!isInQueue(path)) return note(path);
+  std::vector<Difference> const mine = s.edits();
+  if (auto const at = Positions(inverse(mine))(path)) note(*at);
+  // An item of the run that is in conflict may be the session's alone.
+  Positions const here(mine);
+  for (Conflict const& c : s.allConflicts(mine, s.changes())) {
+    auto const queue = c.run ? here(c.path) : std::nullopt;
+    auto const found = queue ? s.reported.find(keyOf(c)) : s.reported.end();
+    if (found == s.reported.end()) continue;
+    for (std::size_t n = 0; n < c.session.size(); ++n)
+      if (path.isWithin(queue->parent() / queueStep(*c.attr, c.run->to + n)))
+        found->second.edited.insert(c.path.text());
+  }
 }
 
 void Session::resolve(Path const& path, Side side) {
   Impl& s = *impl_;
   std::vector<Difference> const mine = s.edits(), theirs = s.changes();
-  // All conflicts, settled or not.
-  Merged const all =
-      merge({s.ancestor, s.tree, s.service.treeAt(s.service.running), mine, theirs, {}, {}, Side::session});
+  std::vector<Conflict> const all = s.allConflicts(mine, theirs);
   auto const lists = [&](Conflict const& c) {
     return !c.path.isWithin(path) && std::find(c.nodes.begin(), c.nodes.end(), path) != c.nodes.end();
   };
-  for (Conflict const& c : all.conflicts)
+  for (Conflict const& c : all)
     if (side == Side::running && lists(c))
       throw Error("'" + path.text() + "' goes with '" + c.path.text() + "': name that to take what running has");
   bool any = false;
-  for (Conflict const& c : all.conflicts) {
+  for (Conflict const& c : all) {
     if (c.path.isWithin(path)) {
-      s.settled.insert_or_assign(keyOf(c), Impl::Settled{c.running, side});
+      s.settled.insert_or_assign(keyOf(c), Impl::Settled{c.path, c.running, side});
       any = true;
     } else if (lists(c)) {
       s.report({c});
@@ -185,7 +219,7 @@ void Session::resolve(Path const& path, Side side) {
   // The session may also refuse a change that only running has made.
   for (Difference const& d : theirs) {
     if (side != Side::session || any || !(d.path == path)) continue;
-    s.settled.insert_or_assign(path.text(), Impl::Settled{d.after, side});
+    s.settled.insert_or_assign(path.text(), Impl::Settled{d.path, d.after, side});
     any = true;
   }
   if (!any) throw Error("there is no conflict at '" + path.text() + "'");

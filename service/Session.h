@@ -85,7 +85,8 @@ class CLI_SERVICE_API Session {
   // --- Editing ---
 
   // Edits are made in `tree()` by any means. Once a conflict has been reported, editing its nodes again settles it. An
-  // edit that sets a node to the content that it has leaves no trace in the tree: report it here.
+  // edit that sets a node to the content that it has leaves no trace in the tree: report it here. Paths below queues
+  // count items as the session has them, and so do those of `discard`; a conflict's count them as the ancestor does.
   void edited(Path const& path);
   // Settles the conflicts at or below a path, or one that lists the path among its nodes, for one side, against what
   // running has now. Raises Error if there is no conflict.

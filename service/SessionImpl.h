@@ -7,6 +7,7 @@
 #include "service/Apply.h"
 #include "service/Checkpoint.h"
 #include "service/Merge.h"
+#include "service/Positions.h"
 #include "service/Service.h"
 
 // A class within an exported one is exported unless it says that it is not.
@@ -22,11 +23,13 @@ struct CLI_SERVICE_HIDDEN Session::Impl {
 
   // A conflict as it was when it was reported to its user.
   struct Reported {
+    Path path;
     Json running, session;
     std::map<std::string, Json> nodes;  // the session's contents at the listed paths
-    std::set<std::string> edited;       // the paths that `edited` has reported since
+    std::set<std::string> edited;       // the paths that `edited` has reported since; all as the ancestor has them
   };
   struct Settled {
+    Path path;
     Json running;  // running's content when it was settled
     Side side;
   };
@@ -35,8 +38,11 @@ struct CLI_SERVICE_HIDDEN Session::Impl {
   std::vector<Difference> edits() const;
   std::vector<Difference> changes() const;
   Merged mergeWith(std::vector<Difference> const& mine, std::vector<Difference> const& theirs, Side otherwise) const;
-  std::optional<Side> settledSide(Conflict const& conflict) const;
-  bool editedSince(Conflict const& conflict, Reported const& known) const;
+  // Settled or not.
+  std::vector<Conflict> allConflicts(std::vector<Difference> const& mine, std::vector<Difference> const& theirs) const;
+  // `here`, `there`: where the ancestor's items stand in the session, and in running.
+  std::optional<Side> settledSide(Conflict const& conflict, Positions const& here, Positions const& there) const;
+  bool editedSince(Conflict const& conflict, Reported const& known, Positions const& here) const;
   bool keepsOwn(Difference const& change) const;
   void report(std::vector<Conflict> const& conflicts);
   void forgetSettled();

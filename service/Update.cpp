@@ -1,6 +1,5 @@
 // Updates, and operations that replace the content of a session.
 #include <algorithm>
-#include <string_view>
 
 #include "service/Differ.h"
 #include "service/ServiceImpl.h"
@@ -87,13 +86,16 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   UnderWay const underWay(s.service);
   std::vector<Difference> mine = s.edits();
   std::vector<Difference> back;
+  std::optional<Path> place;  // the path, as the ancestor has it
   if (path && !path->empty()) {
+    place = Positions(inverse(mine))(*path);
+    if (!place) throw Error("'" + path->text() + "' is in an item that the session has added: name the queue");
     // A part of an entity that was created or deleted as a whole cannot be discarded.
-    std::vector<Difference> const chosen = within(mine, *path);
+    std::vector<Difference> const chosen = within(mine, *place);
     back = within(Differ(s.tree, s.ancestor, nullptr).run(), *path);
     if (chosen.empty()) {
       for (Difference const& d : mine)
-        if (path->isWithin(d.path) && !d.run)
+        if (place->isWithin(d.path) && !d.run)
           throw Error("'" + d.path.text() + "' is " + text(d.kind) + " as a whole: name that");
       s.pending.erase(*path);
       return 0;
@@ -102,25 +104,19 @@ std::size_t Session::discard(std::optional<Path> const& path) {
   } else {
     back = inverse(mine);
   }
-  std::string const place = path ? path->text() : std::string();
-  // A key is a path, for some conflicts followed by a zero byte and a position.
-  auto const isWithin = [&](auto const& known) {
-    std::string const& key = known.first;
-    if (key.compare(0, place.size(), place) != 0) return false;
-    return key.size() == place.size() || std::string_view("./\0", 3).find(key[place.size()]) != std::string_view::npos;
-  };
   Applying applying(back, s.tree);
   std::vector<Path> missing;
   try {
     applying.write();
-    if (!place.empty()) missing = applying.dangling();
+    if (place) missing = applying.dangling();
     if (!missing.empty())
       throw Error("'" + missing.front().text() + "' leads to what the session has deleted: discard that, too");
   } catch (...) {
     applying.takeBack();
     throw;
   }
-  if (!place.empty()) {
+  if (place) {
+    auto const isWithin = [&](auto const& known) { return known.second.path.isWithin(*place); };
     std::erase_if(s.settled, isWithin);
     std::erase_if(s.reported, isWithin);
     s.pending.erase(*path);

@@ -414,6 +414,32 @@ TEST_F(Settling, OfSeveralNodesByTheirEntity) {
   }
 }
 
+// A path that the user edits counts items as the session has them, and a conflict as the ancestor has them.
+TEST_F(Settling, InAnItemThatHasMoved) {
+  prepare([](auto& h) { h.readingEnq(1); },
+          [](auto& h) {
+            h.readingDelAll();
+            h.readingEnq(0.5);
+            h.readingEnq(1)->noteIs("mine");
+          },
+          [](auto& h) { h.readingIterator().value()->noteIs("theirs"); });
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  mine().readingIterator().value()->noteIs("another");
+  session->edited(path("hall.reading/0.note"));
+  EXPECT_EQ(session->conflicts().size(), 1u) << "an item that running does not have";
+  session->edited(path("hall.reading/1.note"));
+  EXPECT_EQ(session->conflicts().size(), 0u);
+}
+
+TEST_F(Settling, ByAnItemOfARunAgain) {
+  prepare(history("ab"), history("xyb"), history("zb"));
+  ASSERT_EQ(session->conflicts().size(), 1u);
+  session->edited(path("hall.history/2"));
+  EXPECT_EQ(session->conflicts().size(), 1u) << "behind the run";
+  session->edited(path("hall.history/1"));
+  EXPECT_EQ(session->conflicts().size(), 0u);
+}
+
 // What was settled before a commit does not settle a later conflict with the same content.
 TEST_F(Settling, EndsWithACommit) {
   ASSERT_EQ(session->conflicts().size(), 1u);
@@ -469,6 +495,16 @@ TEST_F(Settling, EndsWithADiscard) {
   session->discard(path());
   mine().u32Is(4);
   EXPECT_EQ(conflictsOf([&] { session->commit(); }).size(), 1u);
+}
+
+// Nor does a discard concern a neighbour whose name begins alike.
+TEST_F(Settling, OutlivesADiscardBesideIt) {
+  prepare([](auto& h) { h.newBolt("b"), h.newBolt("b.1"); },
+          [](auto& h) { h.bolt("b")->torqueIs(1), h.bolt("b.1")->torqueIs(1); },
+          [](auto& h) { h.bolt("b.1")->torqueIs(2); });
+  session->resolve(path("hall.bolt/b.1.torque"), Sv::Side::session);
+  session->discard(path("hall.bolt/b"));
+  EXPECT_EQ(linesOf(session->conflicts()), "");
 }
 
 TEST_F(Settling, ByAllKnownNodesAndANewOne) {

@@ -1,4 +1,5 @@
 // What an update brings into a session, and what takes edits back.
+#include "service/Commands.h"
 #include "service/core/Commits.h"
 
 namespace {
@@ -121,6 +122,19 @@ TEST_F(Updates, DiscardKeepsTargetsAndPointersTogether) {
   a.discard(pathIn(a.ancestor(), "hall.bolt/x"));
   a.discard(pathIn(a.tree(), "hall.favourite"));
   EXPECT_EQ(linesOf(a.differences()), "");
+}
+
+// A path to discard counts items as the session has them.
+TEST_F(Updates, DiscardInAnItem) {
+  for (char const* title : {"one", "two"}) in(a).jobEnq(title);
+  a.commit();
+  Sv::Editor editor(a.tree().dir, a.pending());
+  for (char const* line : {"insert hall job 0 title zero", "set hall job 1 done true", "set hall job 2 done true"})
+    editor.apply(line);
+  EXPECT_THROW(a.discard(pathIn(a.tree(), "hall.job/0.done")), Sv::Error) << "it was added as a whole";
+  EXPECT_EQ(a.discard(pathIn(a.tree(), "hall.job/1.done")), 1u);
+  EXPECT_EQ(linesOf(a.differences()),
+            "changed hall.job/1.done: false -> true\ncreated hall.job at 0: [{\"title\":\"zero\"}]\n");
 }
 
 TEST_F(Updates, DiscardForgetsReferencesThatWait) {
