@@ -7,6 +7,7 @@
 #include "service/MergeTree.h"
 #include "service/PathSet.h"
 #include "service/PointerClash.h"
+#include "service/Positions.h"
 #include "service/QueueMerger.h"
 #include "service/Walk.h"
 
@@ -27,7 +28,7 @@ bool onlyDeletions(std::vector<Difference const*> const& list) {
 
 class Merger {
  public:
-  explicit Merger(MergeInput const& input) : in_(input) {
+  explicit Merger(MergeInput const& input) : in_(input), session_(input.edits) {
     for (Difference const& d : in_.edits) top_.add(d, true);
     for (Difference const& d : in_.changes) top_.add(d, false);
   }
@@ -82,9 +83,14 @@ class Merger {
   void restoreTargets();
 
   MergeInput const& in_;
+  Positions const session_;  // where the ancestor's items stand in the session
   QueueMerger::Whole const whole_{[this](Conflict conflict) { return side(std::move(conflict)); },
                                   [this](MergeNode& node, Places& at) { children(node, at); },
-                                  [this](Difference change) { out_.changes.push_back(std::move(change)); }};
+                                  [this](Difference change) { out_.changes.push_back(std::move(change)); },
+                                  [this](Path const& item, Side side) {
+                                    auto const& held = side == Side::session ? keptForSession_ : restoredForRunning_;
+                                    return !held.empty() && held.count(item.text()) != 0;
+                                  }};
   MergeNode top_;
   std::vector<PointerClash> pointers_;
   Merged out_;
@@ -202,11 +208,12 @@ void Merger::settlePointer(PointerClash const& clash, PathSet const& entities) {
   bool const before = clash.inSession, after = clash.inRunning;
   if (!before && !after) return;
   // The content of an entity that only running has comes with the entity.
-  if (!before && !entityAt(in_.session.dir, c.path.parent())) return;
+  auto const place = session_(c.path);
+  if (!place || (!before && !entityAt(in_.session.dir, place->parent()))) return;
   // What running made of an entity around it holds its pointers, too.
   if (entities.isAround(c.path)) return;
   if (before == after && c.session == c.running) return;
-  emit(c.path, c.type, c.attr, before, c.session, after || !c.path.steps.back().key, c.running);
+  emit(*place, c.type, c.attr, before, c.session, after || !c.path.steps.back().key, c.running);
 }
 
 // An entity that is kept may point to one that is not; then that one is kept, too.

@@ -5,6 +5,7 @@
 #include "service/JsonTree.h"
 #include "service/PathSet.h"
 #include "service/Pointers.h"
+#include "service/Positions.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
@@ -16,25 +17,33 @@ namespace {
 
 class Clashes {
  public:
-  explicit Clashes(MergeInput const& in) : in_(in) {}
+  explicit Clashes(MergeInput const& in) : in_(in), session_(in.edits), running_(in.changes) {}
 
   void find(bool byEdit) {
     std::vector<Difference> const &setters = byEdit ? in_.edits : in_.changes,
                                   &deleters = byEdit ? in_.changes : in_.edits;
     PathSet deleted;
-    for (Difference const& d : deleters)
+    for (Difference const& d : deleters) {
       if (d.isEntity() && d.kind == DifferenceKind::deleted) deleted.add(d.path);
+      // An item that was moved is still there.
+      if (!d.run || !d.attr->instantiating() || d.kind == DifferenceKind::reordered) continue;
+      for (std::size_t i = 0; i < d.before.size(); ++i)
+        deleted.add(d.path.parent() / queueStep(*d.attr, d.run->from + i));
+    }
     if (deleted.empty()) return;
     Tree const& tree = byEdit ? in_.session : in_.running;
+    Positions const& there = byEdit ? session_ : running_;
+    Positions const back(inverse(setters));
     for (Difference const& d : setters) {
       if (d.run || d.kind == DifferenceKind::deleted) continue;
       if (d.isEntity()) {
-        if (Entity::Ptr const made = entityAt(tree.dir, d.path))
+        auto const place = there(d.path);
+        if (Entity::Ptr const made = place ? entityAt(tree.dir, *place) : nullptr)
           eachPointer(*made, d.path,
-                      [&](Pointer const& p) { add(placeOf(p, *tree.dir), *p.attr, *p.target, byEdit, deleted); });
+                      [&](Pointer const& p) { add(placeOf(p, *tree.dir), *p.attr, *p.target, byEdit, deleted, back); });
       } else if (d.attr->isPtr() || d.attr->keyIsPtr()) {
         for (std::string const& text : targetsOf(d))
-          if (Entity::Ptr const target = targetAt(tree.dir, text)) add(d.path, *d.attr, *target, byEdit, deleted);
+          if (Entity::Ptr const target = targetAt(tree.dir, text)) add(d.path, *d.attr, *target, byEdit, deleted, back);
       }
     }
   }
@@ -48,9 +57,12 @@ class Clashes {
     return texts;
   }
 
-  void add(Path const& place, KelAttr const& attr, Entity const& target, bool byEdit, PathSet const& deleted) {
+  // `back`: from the setter's tree to the ancestor.
+  void add(Path const& place, KelAttr const& attr, Entity const& target, bool byEdit, PathSet const& deleted,
+           Positions const& back) {
     Tree const& tree = byEdit ? in_.session : in_.running;
-    auto const path = pathOf(target, *tree.dir);
+    auto path = pathOf(target, *tree.dir);
+    if (path) path = back(*path);
     if (!path) return;
     Path around;
     if (!deleted.anyAround(*path, [&](Path const& top) { return (around = top, true); })) return;
@@ -72,14 +84,14 @@ class Clashes {
     c.target = *path;
     bool inAncestor = false;
     c.ancestor = contentAt(in_.ancestor, place, inAncestor);
-    c.session = contentAt(in_.session, place, clash.inSession);
-    c.running = contentAt(in_.running, place, clash.inRunning);
+    c.session = contentAt(in_.session, session_(place), clash.inSession);
+    c.running = contentAt(in_.running, running_(place), clash.inRunning);
     clashes_.push_back(std::move(clash));
   }
 
-  static Json contentAt(Tree const& tree, Path const& place, bool& isThere) {
-    Place const at = locate(tree.dir, place);
-    isThere = at.there();
+  static Json contentAt(Tree const& tree, std::optional<Path> const& place, bool& isThere) {
+    Place const at = place ? locate(tree.dir, *place) : Place();
+    isThere = place && at.there();
     if (!isThere || !at.attr) return {};
     if (!at.isMember) return at.attr->isCollection() ? Json() : exportAttribute(*at.entity, *at.attr, *tree.dir);
     Kel::GenericIf::Ptr const member = at.attr->access().get(*at.attr, at.entity.ptr(), at.key.ptr(), true);
@@ -87,6 +99,7 @@ class Clashes {
   }
 
   MergeInput const& in_;
+  Positions const session_, running_;  // where the ancestor's items stand
   std::vector<PointerClash> clashes_;
   std::unordered_map<std::string, std::size_t> seen_;  // by the place: which clash it is
 };

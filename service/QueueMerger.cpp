@@ -55,6 +55,7 @@ QueueMerger::QueueMerger(MergeInput const& input, Whole const& whole, MergeNode 
 
 void QueueMerger::run() {
   for (Nested const& item : nested_) settleRemoved(item);
+  keepPointedAt();
   mergeItems();
   for (Nested const& item : nested_) mergeInside(item);
   emitRuns();
@@ -91,13 +92,30 @@ void QueueMerger::settleRemoved(Nested const& item) {
       byEdit ? itemsOf(runningItems_)[theirs_.positions[position]] : itemsOf(sessionItems_)[mine_.positions[position]];
   (byEdit ? conflict.running : conflict.session) = other;
   Side const winner = whole_.side(std::move(conflict));
-  if (byEdit && winner == Side::running) {
-    mine_.removed[position] = false;
-    restored_[position] = other;
-  } else if (!byEdit && winner == Side::session) {
-    theirs_.removed[position] = false;
-    keptOnly_.insert(position);
+  if (byEdit && winner == Side::running)
+    restore(position);
+  else if (!byEdit && winner == Side::session)
+    keep(position);
+}
+
+void QueueMerger::keepPointedAt() {
+  if (!attr_.instantiating() || !runs_) return;
+  for (std::size_t n = 0; n < count_; ++n) {
+    if (mine_.removed[n] == theirs_.removed[n]) continue;
+    Path const item = at_.ancestor / queueStep(attr_, n);
+    if (mine_.removed[n] && whole_.isPointedAt(item, Side::running)) restore(n);
+    if (theirs_.removed[n] && whole_.isPointedAt(item, Side::session)) keep(n);
   }
+}
+
+void QueueMerger::keep(std::size_t position) {
+  theirs_.removed[position] = false;
+  keptOnly_.insert(position);
+}
+
+void QueueMerger::restore(std::size_t position) {
+  mine_.removed[position] = false;
+  restored_[position] = itemsOf(runningItems_)[theirs_.positions[position]];
 }
 
 // --- The merged queue ---

@@ -21,6 +21,8 @@ class QueueMerger {
     std::function<Side(Conflict)> side;                 // decides a conflict, and lists it unless it is settled
     std::function<void(MergeNode&, Places&)> children;  // merges what lies below a node
     std::function<void(Difference)> emit;               // adds a change of the session
+    // Whether an item of the ancestor stays as this side has it, because a pointer leads to it.
+    std::function<bool(Path const& item, Side)> isPointedAt;
   };
   // Merges the queue `attr` of `owner`, which lies at `at`. REQUIRES: the arguments outlive the object.
   QueueMerger(MergeInput const& input, Whole const& whole, MergeNode const& owner, Kel::KelAttr const& attr,
@@ -48,6 +50,10 @@ class QueueMerger {
   Json const& itemsOf(Items& items);
   std::size_t countOf(Items const& items) const;
   void settleRemoved(Nested const& item);
+  void keepPointedAt();
+  // Takes a removal by running, or by the session, back.
+  void keep(std::size_t position);
+  void restore(std::size_t position);
   void mergeItems();
   void mergeGap(std::size_t gap);
   void mergeClash(QueueClash const& clash);

@@ -287,10 +287,31 @@ TEST_F(Conflicts, InsertionsAtOnePlace) {
   expectNone(history("abcd"), history("abXcd"), history("acd"), hasHistory("aXcd"));
 }
 
+Edit const threeJobs = [](auto& h) {
+  for (char const* title : {"one", "two", "three"}) h.jobEnq(title);
+};
+Plant::Job::Ptr jobAt(Plant::Hall& h, unsigned n) {
+  auto it = h.jobIterator();
+  while (n-- > 0) ++it;
+  return it.value();
+}
+
+TEST_F(Conflicts, APointerAtAnItemThatTheOtherRemoved) {
+  expectBothWays(
+      threeJobs, [](auto& h) { h.anythingIs(jobAt(h, 1)); }, [](auto& h) { h.jobDel(jobAt(h, 1)->index()); },
+      "hall.anything existence -> hall.job/1\n",
+      [](auto& h) {
+        ASSERT_EQ(h.jobs(), 3u);
+        EXPECT_EQ(h.anything().ptr(), jobAt(h, 1).ptr());
+      },
+      [](auto& h) {
+        EXPECT_EQ(h.jobs(), 2u);
+        EXPECT_FALSE(h.anything());
+      });
+}
+
 TEST_F(Conflicts, ItemsOfAQueue) {
-  Edit const before = [](auto& h) {
-    for (char const* title : {"one", "two", "three"}) h.jobEnq(title);
-  };
+  Edit const before = threeJobs;
   auto const jobs = [](Plant::Hall& h) {
     std::string text;
     for (auto it = h.jobIterator(); it; ++it) text += it.value()->title().str() + (it.value()->done() ? "! " : " ");
