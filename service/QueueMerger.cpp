@@ -54,6 +54,8 @@ QueueMerger::QueueMerger(MergeInput const& input, Whole const& whole, MergeNode 
 }
 
 void QueueMerger::run() {
+  for (Difference const* change : runsOn(runs_, false))
+    if (in_.keepsOwn && in_.keepsOwn(*change)) refuse(*change);
   for (Nested const& item : nested_) settleRemoved(item);
   keepPointedAt();
   mergeItems();
@@ -96,6 +98,16 @@ void QueueMerger::settleRemoved(Nested const& item) {
     restore(position);
   else if (!byEdit && winner == Side::session)
     keep(position);
+}
+
+// Leaves out what only running did.
+void QueueMerger::refuse(Difference const& change) {
+  for (std::size_t n = change.run->from; n < change.run->from + change.before.size(); ++n)
+    if (!mine_.removed[n]) keep(n);
+  for (auto& gap : theirs_.added)
+    std::erase_if(gap, [&](auto const& added) {
+      return added.position >= change.run->to && added.position < change.run->to + change.after.size();
+    });
 }
 
 void QueueMerger::keepPointedAt() {

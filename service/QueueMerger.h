@@ -50,6 +50,7 @@ class QueueMerger {
   Json const& itemsOf(Items& items);
   std::size_t countOf(Items const& items) const;
   void settleRemoved(Nested const& item);
+  void refuse(Difference const& change);
   void keepPointedAt();
   // Takes a removal by running, or by the session, back.
   void keep(std::size_t position);

@@ -37,11 +37,17 @@ CheckError::~CheckError() = default;
 
 // --- Contents and keys ---
 
-std::string keyOf(Conflict const& conflict) {
-  std::string key = conflict.path.text();
-  if (conflict.run) key += '\0' + std::to_string(conflict.run->from);
+namespace {
+
+std::string keyOf(Path const& path, std::optional<Difference::Run> const& run) {
+  std::string key = path.text();
+  if (run) key += '\0' + std::to_string(run->from);
   return key;
 }
+
+}  // namespace
+
+std::string keyOf(Conflict const& conflict) { return keyOf(conflict.path, conflict.run); }
 
 Json contentAt(Tree const& tree, Path const& path) {
   Place const place = locate(tree.dir, path);
@@ -120,7 +126,7 @@ bool Session::Impl::editedSince(Conflict const& conflict, Reported const& known,
 }
 
 bool Session::Impl::keepsOwn(Difference const& change) const {
-  auto const found = settled.find(change.path.text());
+  auto const found = settled.find(keyOf(change.path, change.run));
   return found != settled.end() && found->second.side == Side::session && found->second.running == change.after;
 }
 
@@ -217,9 +223,10 @@ void Session::resolve(Path const& path, Side side) {
     }
   }
   // The session may also refuse a change that only running has made.
+  bool const onlyRunning = !any;
   for (Difference const& d : theirs) {
-    if (side != Side::session || any || !(d.path == path)) continue;
-    s.settled.insert_or_assign(path.text(), Impl::Settled{d.path, d.after, side});
+    if (side != Side::session || !onlyRunning || !(d.path == path)) continue;
+    s.settled.insert_or_assign(keyOf(d.path, d.run), Impl::Settled{d.path, d.after, side});
     any = true;
   }
   if (!any) throw Error("there is no conflict at '" + path.text() + "'");

@@ -408,6 +408,10 @@ TEST_F(Settling, OfWhatOnlyRunningChanged) {
   otherCommits(6);
   session->update();
   EXPECT_EQ(mine().u32(), 6u) << "running has changed it once more";
+  prepare(history("abcd"), history("abcd"), history("XbcY"));
+  session->resolve(path("hall.history"), Sv::Side::session);
+  session->update();
+  hasHistory("abcd")(mine());
   SetUp();
   session->resolve(path(), Sv::Side::session);
   session->discard(path());
