@@ -5,7 +5,9 @@
 #include "service/Differ.h"
 #include "service/JsonTree.h"
 #include "service/PathSet.h"
+#include "service/References.h"
 #include "service/ServiceImpl.h"
+#include "service/Undo.h"
 #include "service/Walk.h"
 
 namespace Cli::Service {
@@ -223,14 +225,17 @@ CommitResult Service::Impl::commit(Commit const& commit) {
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
   CommitResult result;
+  Undo undo;
   try {
     toSession.write();
     toAncestor.write();
+    retryOwned(s.pending, s.dir, undo);
     result.differences = s.edits();
     bool const confirms = unconfirmed && commit.kind != CommitKind::confirmed;
     if (!result.differences.empty() || confirms) carryOut(commit, result.differences, result);
     result.confirms = confirms;
   } catch (...) {
+    undo.takeBack();
     toAncestor.takeBack();
     toSession.takeBack();
     throw;
@@ -316,15 +321,19 @@ void Service::Impl::check(Session::Impl& s) {
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
   std::vector<CheckError::Finding> all;
+  Undo undo;
   try {
     toSession.write();
     toAncestor.write();
+    retryOwned(s.pending, s.dir, undo);
     all = findings(s, s.edits());
   } catch (...) {
+    undo.takeBack();
     toAncestor.takeBack();
     toSession.takeBack();
     throw;
   }
+  undo.takeBack();
   toAncestor.takeBack();
   toSession.takeBack();
   if (!all.empty()) throw CheckError(std::move(all));

@@ -280,11 +280,19 @@ std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, U
   return revived;
 }
 
+std::vector<Path> retryOwned(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo) {
+  std::vector<Path> orphans;
+  for (PendingReference const& reference : pending.list())
+    if (!entityAt(base, reference.place.parent())) orphans.push_back(reference.place);
+  if (!orphans.empty()) undo.notePending(pending);
+  for (Path const& place : orphans) pending.erase(place);
+  return retry(pending, base, undo);
+}
+
 std::vector<Path> PendingReferences::retry(Kel::Dir::Ptr const& base) {
-  std::erase_if(list_, [&](PendingReference const& r) { return !entityAt(base, r.place.parent()); });
   Undo undo;
   try {
-    return Service::retry(*this, base, undo);
+    return retryOwned(*this, base, undo);
   } catch (...) {
     undo.takeBack();
     throw;

@@ -41,6 +41,8 @@ class Undo;
 void noteBefore(Undo& undo, Kel::Dir::Ptr const& base, PendingReference const& reference);
 // PendingReferences::retry as a part of a change that the caller takes back. Keeps references whose owner is gone.
 std::vector<Path> retry(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo);
+// The same, but forgets them.
+std::vector<Path> retryOwned(PendingReferences& pending, Kel::Dir::Ptr const& base, Undo& undo);
 
 // Entities that leave the tree during a change, and the paths of their successors. Keeps the entities alive.
 class Departed {

@@ -2,7 +2,9 @@
 #include <algorithm>
 
 #include "service/Differ.h"
+#include "service/References.h"
 #include "service/ServiceImpl.h"
+#include "service/Undo.h"
 
 namespace Cli::Service {
 
@@ -44,6 +46,15 @@ std::vector<Difference> Session::update(UpdateMode mode, Path const& path) {
   }
   Applying toSession(merged.changes, s.tree), toAncestor(theirs, s.ancestor);
   writeBoth(toSession, toAncestor);
+  Undo undo;
+  try {
+    if (toAncestor.dangling().empty()) retryOwned(s.pending, s.dir, undo);
+  } catch (...) {
+    undo.takeBack();
+    toAncestor.takeBack();
+    toSession.takeBack();
+    throw;
+  }
   // Nothing can fail from here on.
   if (path.empty()) {
     s.changesFrom = Checkpoint(s.ancestor, s.service.treeAt(s.service.running));

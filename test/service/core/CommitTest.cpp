@@ -143,6 +143,33 @@ TEST_F(Commits, WhatIsPendingAndALostRootAreRefused) {
   EXPECT_EQ(findings(), "");
 }
 
+// Others make what a reference waits for, or delete what holds it.
+TEST_F(Commits, WhatIsPendingFollowsRunning) {
+  auto const waits = [&](char const* place) {
+    b.pending().add({pathIn(b.tree(), place), "hall.bolt/late", "hall.bolt/late", "is not there"});
+  };
+  in(a).newBolt("holder");
+  a.commit();
+  b.update();
+  waits("hall.favourite");
+  waits("hall.bolt/holder.peer");
+  in(a).boltDel("holder");
+  in(a).newBolt("late");
+  a.commit();
+  std::string const before = imageOf(b.tree());
+  device.service->registerConstraint([](Sv::Tree const& tree, auto const&) {
+    if (hallOf(tree)->u32() == 5) throw Sv::Error("u32 must not be 5");
+  });
+  in(b).u32Is(5);
+  EXPECT_THROW(b.commit(), Sv::CheckError);
+  EXPECT_EQ(b.pending().list().size(), 2u) << "as before";
+  EXPECT_FALSE(in(b).favourite());
+  in(b).u32Is(6);
+  b.commit();
+  EXPECT_TRUE(b.pending().empty());
+  EXPECT_EQ(device.hall()->favourite().ptr(), device.hall()->bolt("late").ptr());
+}
+
 TEST(Directories, EntriesAreNodesLikeMembers) {
   auto const top = Kel::dirFactory("");
   Kel::Dir::Ptr const running(new Kel::Dir("running", top.ptr()));
