@@ -19,15 +19,19 @@ Entity* heldLike(Entity const& owner, Entity const& e) {
 
 Nearest nearestCounterpart(Entity const& e, Entity const& top, Entity& otherTop) {
   // Down from the top; a tree may be deeper than the stack.
-  std::vector<Entity const*, PoolAllocator<Entity const*>> way;
+  struct Level {
+    Entity const* entity;
+  };
+  std::vector<Level, PoolAllocator<Level>> way;
   for (Entity const* at = &e; at != &top; at = at->parent()) {
     if (!at->parent()) return {&otherTop, at};
-    way.push_back(at);
+    way.push_back({at});
   }
   Entity* other = &otherTop;
   for (; !way.empty(); way.pop_back()) {
-    Entity* const held = heldLike(*other, *way.back());
-    if (!held) return {other, way.back()};
+    Entity const& sought = *way.back().entity;
+    Entity* const held = heldLike(*other, sought);
+    if (!held) return {other, &sought};
     other = held;
   }
   return {other, nullptr};

@@ -2,7 +2,6 @@
 // changed in either tree since both were equal.
 #pragma once
 
-#include <compare>
 #include <map>
 #include <set>
 #include <tuple>
@@ -45,7 +44,7 @@ struct ChangedEntity {
   struct Place {
     AttributeId attr;
     U32 position;
-    auto operator<=>(Place const&) const = default;
+    bool operator<(Place const& o) const { return std::tie(attr, position) < std::tie(o.attr, o.position); }
   };
 
   U8 change = 0;  // 0: nothing of its own; else a Change
