@@ -347,6 +347,61 @@ void runOnAStackOf(std::size_t bytes, std::function<void()> body) {
   pthread_attr_destroy(&attributes);
 }
 
+// A reactor to the records of waiting pointers deletes what is being copied, or its owner.
+TEST_P(EngineAlike, AWaitingPointersRecordMayTakeTheWalkedEntityWithIt) {
+  for (bool owner : {false, true}) {
+    World w;
+    auto const from = World::hall(w.src), to = World::hall(w.dest);
+    auto const pin = from->newMachine("m")->newGear("g", 3, Plant::Size(), Plant::Grade::raw)->newPin("p");
+    auto const upper = from->newAnnex("y"), annex = upper->newAnnex("x");
+    annex->weightIs(pin, 2);
+    w.handlerAt("", "Plant::Machine", [](auto&&...) { return false; });
+    EntityCopy::Ptr const ec = w.copyFrom(w.src);
+    ec->destIs(w.dest);
+    ASSERT_EQ(ec->pendingAttrs(), 1u);
+    annex->weightDel(pin);
+    annex->u8Is(1);
+    annex->historyEnq("h");
+    upper->historyEnq("u");
+    ec->attributeEditLogIs(S::attributeEditLogFactory());
+    ec->handlerIs(w.handler());
+    Reactor const reactor(EntityPtrConst(ec), [&] { owner ? to->annexDel("y") : to->annex("y")->annexDel("x"); });
+    ec->handleCopyRoots();
+    Edits expected{{"Plant::Hall::u8 set hall.annex/y.annex/x", 1}, {"Plant::Hall::history set ", owner ? 2 : 1}};
+    if (!owner) expected["Plant::Hall::history set hall.annex/y"] = 1;
+    EXPECT_EQ(log(ec), expected);
+  }
+}
+
+// An operation called by name refuses an attribute that it is not for, before it does anything.
+TEST_P(EngineAlike, OperationsRefuseAttributesOfAnotherShape) {
+  auto const attr = [&](char const* name) { return Kel::KelAttr::PtrConst(src->type()->getAttr(name)); };
+  src->favouriteIs(src->newBolt("b"));
+  src->weightIs(src->bolt("b"), 1);
+  src->newPart()->countIs(2);
+  EntityCopy::Ptr const ec = world.idleCopy();
+  for (char const* name : {"favourite", "part", "weight", "history"}) {
+    EXPECT_THROW(ec->doCopyValue(dest, src, attr(name)), Kel::OpNotSupportedException) << name;
+  }
+  for (char const* name : {"u8", "favourite", "bolt"})
+    EXPECT_THROW(ec->doCopySingleton(dest, src, "hall", attr(name)), Kel::OpNotSupportedException) << name;
+  for (char const* name : {"u8", "part", "favourite", "history"})
+    EXPECT_THROW(ec->doCopyCollection(dest, src, "hall", attr(name)), Kel::OpNotSupportedException) << name;
+  for (char const* name : {"u8", "part", "bolt"}) {
+    EXPECT_THROW(ec->doCopyQueue(dest, src, "hall", attr(name)), Kel::OpNotSupportedException) << name;
+    EXPECT_THROW(ec->doCopyPtr(dest, src, "hall", attr(name), nullptr), Kel::OpNotSupportedException) << name;
+  }
+  // A pointer that the destination's type lacks does not wait.
+  EXPECT_THROW(ec->doCopyAttrByName(dest->newPart(), src, "hall", "favourite"), Kel::UnknownAttrException);
+  EXPECT_EQ(ec->pendingAttrs(), 0u);
+  EXPECT_EQ(textOf(log(ec)), "");
+  // The destination's attribute of that name holds a value.
+  auto const old = Kel::ptrCast<Pairs::Old>(world.src->newEntity("Pairs::Old", "old"));
+  old->newOnly("o");
+  auto const stub = world.dest->newEntity("Pairs::Nail", "nail");
+  EXPECT_THROW(ec->doCopyAttrByName(stub, old, "old", "only"), Kel::Exception);
+}
+
 TEST_P(EngineAlike, RefusesATreeThatIsTooDeep) {
   Kel::Ptr<Plant::Hall> at = src;
   for (int i = 0; i < 1100; ++i) at = at->newAnnex("a");
