@@ -1,6 +1,5 @@
 #include "service/Difference.h"
 
-#include <algorithm>
 #include <map>
 
 #include "Kel/Exception.h"

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
-#include <vector>
 
 #include "Kel/AttrIterators.h"
 #include "Kel/AttrStorage.h"

@@ -48,7 +48,8 @@ class KEL_API ChangeJournal : public KelMemPool {
     U32 hash;
   };
 
-  // A journal that would have more entries, or more members that have left, forgets them all.
+  // A journal that would have more entries forgets them all. If more members have left, it notes their owners as a
+  // whole instead, and forgets which members these were.
   static constexpr std::size_t maxEntries = 16384;
 
   // The journal of an entity. If there is none, makes one and begins a new epoch. The entity owns it.

@@ -4,6 +4,7 @@
 // The counts are made from the list when the map is next read. A count has 8 bits and wraps.
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "Kel/HashMap.h"

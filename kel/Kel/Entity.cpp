@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <ostream>
+#include <vector>
 
 #include "Kel/AttrAccess.h"
 #include "Kel/ChangeJournal.h"

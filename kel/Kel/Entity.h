@@ -18,7 +18,6 @@
 #pragma once
 
 #include <iosfwd>
-#include <vector>
 
 #include "Kel/Assert.h"
 #include "Kel/KelType.h"

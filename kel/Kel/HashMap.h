@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -210,6 +211,7 @@ class DenseHash : public HashMapGeneric {
    public:
     explicit operator bool() const { return slot_ < map().slotEnd() && map().slotLive(slot_); }
     U32 position() const { return slot_; }
+    // The slot may be free; then the iterator is on no member.
     void moveTo(U32 slot) { slot_ = slot; }
 
    protected:

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstddef>
-#include <iosfwd>
 #include <type_traits>
 #include <utility>
 

@@ -11,7 +11,6 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>

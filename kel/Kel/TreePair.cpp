@@ -1,6 +1,7 @@
 #include "Kel/TreePair.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "Kel/AttrAccess.h"
 #include "Kel/Dir.h"

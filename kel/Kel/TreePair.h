@@ -6,7 +6,6 @@
 #include <set>
 #include <tuple>
 #include <unordered_map>
-#include <vector>
 
 #include "Kel/ChangeJournal.h"
 #include "Kel/KelType.h"
