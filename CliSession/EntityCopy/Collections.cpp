@@ -134,7 +134,7 @@ bool Walk::copyPairs(Frame& f, Step const& s, bool deletionPassed) {
                                            : s.access.gatherPairs(f.dest, f.src, position, pairs.data(), most)) {
     most = std::min(2 * most, maxPairs);
     Kel::U64 const generation = impl_.generation;
-    bool const passes = guide_ && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
+    bool const passes = guide_ && s.reflexive && usual.keyOnly && !asksForType(usual.src) && walkedThrough(f, s);
     bool const looksFirst = passes && !isEmpty && !changed(f) && comparesWhole(usual);
     for (Kel::U32 i = 0; i < count; ++i) {
       auto const& [dest, src, at] = pairs[i];

@@ -185,7 +185,7 @@ class Walk final : private Kel::SameTarget {
   // Whether dense members have plain attributes only, and the handler need not be asked about their type.
   bool areLeaves(Step const& step) {
     Plan const& usual = *step.usualPlan;
-    return usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
+    return step.reflexive && usual.leaf && !usual.src.hasDerived() && !asksForType(usual.src);
   }
   // `deletionPassed`: the members that may not stay are deleted already.
   bool copyPairs(Frame& frame, Step const& step, bool deletionPassed);

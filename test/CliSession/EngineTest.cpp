@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 
 #include "CliSession/EntityCopyCompare.h"
 #include "CliSession/EntityCopyUtils.h"
@@ -189,6 +190,23 @@ TEST_P(EngineAlike, MembersOfDerivedTypesAreNotTakenForOthers) {
   bring(dest, 2);
   EXPECT_EQ(world.copy().edits, (Edits{{"Plant::Robot::arms set hall.machine/r", 1}}));
   EXPECT_EQ(textOf(world.copy().edits), "");
+}
+
+// A NaN does not equal itself.
+TEST_P(EngineAlike, MembersUnderANaNAreMadeAnew) {
+  world.rootIs("branch", "Pairs::Branch");
+  for (Kel::Dir::Ptr const& dir : {world.src, world.dest})
+    Kel::ptrCast<Pairs::Branch>(dir->newEntity("Pairs::Branch", "branch"))
+        ->newPoint(std::numeric_limits<double>::quiet_NaN());
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(textOf(world.copy().edits), "Pairs::Branch::point del branch x1\nPairs::Branch::point set branch x1\n");
+  auto const bypass = S::attributeEditBypassTableFactory("bypass");
+  S::AttributeEdit const deletion("point", "Pairs::Branch", S::AttributeEditType::del_);
+  bypass->attributeEditBypassEntryIs(deletion)->parentPathIs("/dest", true);
+  EntityCopy::Ptr const ec = world.copyFrom(world.src, true);
+  ec->attributeEditBypassCheckerIs(bypass);
+  ec->destIs(world.dest);
+  EXPECT_EQ(textOf(log(ec)), "Pairs::Branch::point set branch x1\n");
 }
 
 // Where the declared type has nothing but plain values, and in a queue.
