@@ -1,52 +1,65 @@
 // What a walk may skip: two roots that were equal differ only in what has changed since. See docs/copy-engine.md for
 // what counts as a change, and for the proof.
-#include <algorithm>
+#include <new>
 
 #include "CliSession/EntityCopy/Walk.h"
 
 namespace Cli::Session {
 
-// Whether nothing is registered or marked at this root or below it, so that what has not changed can be skipped. The
-// handler is asked about all types that the root's type refers to, and about those that are derived from these.
-bool Walk::mayKeepChanges(Frame& f) {
-  if (!guide_ || !byPosition_ || &f.plan.dest != &f.plan.src || !Kel::ChangeJournal::enabled()) return false;
-  if (!guide_->walksThrough(f.path(), true)) return false;
-  f.walkedThroughIs(true, nullptr, impl_.generation);
-  if (guide_->walksThroughType("")) return true;
-  std::vector<Kel::KelType const*> reached{&f.plan.src};
-  auto const reach = [&](Kel::KelType const* type) {
-    if (std::find(reached.begin(), reached.end(), type) == reached.end()) reached.push_back(type);
-  };
-  for (std::size_t i = 0; i < reached.size(); ++i) {
-    Kel::KelType const& type = *reached[i];
-    if (asksForType(type)) return false;
-    for (Kel::KelType const* derived = type.firstDerived(); derived; derived = derived->nextDerived()) reach(derived);
-    for (Kel::KelAttr const* attr : type.ownAttrs())
-      if (attr->copiable()) reach(attr->type());
-  }
-  return true;
+std::optional<Kel::EqualTrees::Context> Walk::context(Frame& root) {
+  if (!guide_ || !byPosition_ || &root.plan.dest != &root.plan.src || !Kel::ChangeJournal::enabled()) return {};
+  Kel::Ptr<Kel::Entity const> const ground = guide_->ground(root.path());
+  if (!ground) return {};
+  auto const table = guide_->handlerTable();
+  if (!table) root.walkedThroughIs(true, nullptr, impl_.generation);
+  Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(*ground);
+  Kel::ChangeJournal* const ofTable = table ? &Kel::ChangeJournal::attach(*table) : nullptr;
+  return Kel::EqualTrees::Context(ec_.dest().ptr(), ec_.src().ptr(), journal.id(), journal.end(),
+                                  ofTable ? ofTable->id() : 0, ofTable ? ofTable->end() : 0);
 }
 
 bool Walk::root(Frame& f) {
   bool const isRoot = ec_.srcCopyRootHas(&f.src) || (ec_.srcCopyRoots() == 0 && ec_.src().ptr() == &f.src);
-  Kel::Ptr<Kel::Entity const> const ground = isRoot && mayKeepChanges(f) ? guide_->ground() : nullptr;
-  if (!ground) return attributes(f);
-  Kel::ChangeJournal& journal = Kel::ChangeJournal::attach(*ground);
-  // What the handler's answers and the targets of pointers depend on, besides the two trees.
-  Kel::EqualTrees::Context const context{ec_.dest().ptr(), ec_.src().ptr(), journal.id(), journal.end()};
-  Kel::U64 const begun = impl_.generation;
-  if (ec_.pendingAttrs() == 0 &&
-      Kel::EqualTrees::remembered(f.src, f.dest, context).addChanges(f.src, f.dest, changes_)) {
-    changesAt_ = begun;
-    f.changed = changes_.find(f.src);
-  }
+  auto const known = isRoot ? context(f) : std::nullopt;
+  if (!known) return attributes(f);
+  context_ = *known;
+  compares_ = compare_;
+  root_ = &f;
+  skips_ = ec_.pendingAttrs() == 0 &&
+           Kel::EqualTrees::remembered(f.src, f.dest, context_).addChanges(f.src, f.dest, changes_);
+  if (skips_) f.changed = changes_.find(f.src);
   bool const any = attributes(f);
-  // Foreign code may have changed what was walked already, or how the rest was walked. What was remembered before still
-  // holds.
-  if (stopped() || impl_.generation != begun) return any;
-  Kel::EqualTrees(f.src, f.dest).remember(f.src, f.dest, context);
+  if (stopped() || !root_) return any;
+  // What foreign code has changed, perhaps where the walk had been already, counts as changed since it ran first.
+  (checkpoints_ > 0 ? beforeFirst_ : Kel::EqualTrees(f.src, f.dest)).remember(f.src, f.dest, context_);
   for (auto const& [e, as] : unsettled_) e->mark(as);
   return any;
+}
+
+void Walk::beforeForeignCode() {
+  if (!root_ || (checkpoints_ > 0 && (!skips_ || beforeLast_.isNow(root_->src, root_->dest)))) return;
+  beforeLast_ = Kel::EqualTrees(root_->src, root_->dest);
+  if (checkpoints_++ == 0) beforeFirst_ = beforeLast_;
+}
+
+// After foreign code: adds what it has changed in the destination. If it may have changed how the rest is walked, the
+// rest is walked in full, and nothing is remembered.
+void Walk::renewChanges() noexcept {
+  constexpr Kel::U32 maxCheckpoints = 256;  // each of them begins an epoch
+  try {
+    if (root_ && (compare_ != compares_ || context(*root_) != context_)) root_ = nullptr;
+    skips_ = skips_ && root_ && checkpoints_ < maxCheckpoints &&
+             beforeLast_.addLaterChanges(root_->src, root_->dest, changes_);
+  } catch (std::bad_alloc const&) {
+    root_ = nullptr;
+    skips_ = false;
+  }
+}
+
+void Walk::unsettle(Kel::Entity& dest, Kel::Change as) {
+  if (!root_) return;
+  unsettled_.emplace_back(&dest, as);
+  if (unsettled_.size() == Kel::ChangeJournal::maxEntries) root_ = nullptr;  // the journal would forget them
 }
 
 // Collects the next members that have changed, with their counterparts, as AttrAccess::gatherPairs does.

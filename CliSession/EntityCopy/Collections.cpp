@@ -57,9 +57,10 @@ bool Walk::deleteUnpaired(Frame& f, Step const& s) {
     if (!changed(f)) return deleteExtra(f, s, from) || differs;
     auto const next = f.changed->unpaired.lower_bound({s.attr.id(), from});
     if (next == f.changed->unpaired.end() || next->attr != s.attr.id()) return differs;
-    from = next->position + 1;
     Kel::IteratorRoom room;
     Kel::AttrIterator const& at = s.access.iterateAt(f.dest, next->position, room);
+    from = next->position + 1;
+    f.changed->unpaired.erase(next);
     if (!at.nonNull() || stays(f, s, at, keys)) continue;
     differs |= deleteMember(f, s, at);
     if (stopped()) return differs;
@@ -177,7 +178,7 @@ bool Walk::copyMembers(Frame& f, Step const& s) {
   }
   // If two keys of the source lead to one key, the next copy sets its member twice again.
   Kel::KelAttr const& destOwn = destAttr(f, s);
-  if (s.attr.keyIsPtr() && s.access.count(s.attr, f.src) != destOwn.access().count(destOwn, f.dest)) unsettle(f);
+  if (s.attr.keyIsPtr() && s.access.count(s.attr, f.src) != destOwn.access().count(destOwn, f.dest)) unsettle(f.dest);
   WALK_TRACE_AS(3, operation) << "copied " << copied << " members";
   return differs;
 }

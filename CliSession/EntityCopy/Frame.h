@@ -42,7 +42,7 @@ class Frame {
   // of its pointers waits.
   Kel::U64 newAt = 0;
   // What has changed here since both sides were last equal; null if that is not known.
-  Kel::ChangedEntity const* changed = nullptr;
+  Kel::ChangedEntity* changed = nullptr;
   // Whether the handler need not be asked about what this entity owns through `askedAbout` or, if that is null, through
   // any attribute. Known in the generation `askedAt` only.
   Step const* askedAbout = nullptr;

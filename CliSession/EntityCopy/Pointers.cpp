@@ -74,7 +74,7 @@ Kel::Entity* Walk::resolvePtr(Frame& f, Step const& s, Kel::Ptr<Kel::Entity cons
     // Only a pointer that stays the same, and leads out of the destination, leads there as long as its target is there.
     bool const lasts = found.ptr() == &srcTarget && !(ec_.dest() && isBelow(*found, *ec_.dest()));
     if (!lasts)
-      unsettle(f);
+      unsettle(f.dest);
     else if (byPosition_)
       impl_.counterparts.remember(srcTarget, *found);
     return found.ptr();

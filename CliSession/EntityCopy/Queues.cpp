@@ -33,7 +33,7 @@ bool Walk::doCopyQueue(Frame& f, Step const& s) {
 // Appends one member; answers whether that is a difference.
 bool Walk::appendValue(Frame& f, Step const& s, Kel::AttrIterator const& src) {
   auto const value = [&] { return Box(src.obj(true)); };
-  if (!s.reflexive && !valueTypeEqual(value(), value())) unsettle(f);
+  if (!s.reflexive && !valueTypeEqual(value(), value())) unsettle(f.dest);
   return edit(
       f, s, AttributeEditType::set_, s.typed, [&] { return attributeAdd(f, s, value()); },
       [&] { s.access.appendValue(*s.destAttr, f.dest, src); });

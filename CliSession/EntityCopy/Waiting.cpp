@@ -61,7 +61,7 @@ void Walk::defer(Frame& f, Step const& s, Kel::Ptr<Kel::Entity const> const& own
     record->destValueFullNameIs(destTarget);
   }
   replacePending(f, s, m, record);
-  unsettle(f);
+  unsettle(f.dest);
 }
 
 void EntityCopy::doCopyPendingAttrs(bool force) {

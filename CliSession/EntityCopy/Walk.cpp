@@ -118,12 +118,13 @@ bool Walk::askWalkedThrough(Frame& f, Step const& s) {
   return answer;
 }
 
-bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
+bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, Kel::U64 madeAt) {
   if (guide_ && !asksForType(*src.type()) &&
       (walkedThrough(f, s) || guide_->walksThrough(childPath(f.path(), s.attr, &src), false)))
-    return descend(f, s, dest, src, isNew);
+    return descend(f, s, dest, src, madeAt);
   Frame below(f, s, dest, src);
   WALK_TRACE_AS(1, "chPath") << "Path changed from " << f.path() << " to " << below.path();
+  unsettle(dest, Kel::Change::content);
   Depth const depth(impl_.depth);
   ForeignCode const foreign(*this, below);
   return Kel::validPtr(ec_.handler())->handleEntity(&ec_, &below.dest, &below.src, below.path());
@@ -131,10 +132,10 @@ bool Walk::child(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& 
 
 // Copies a child about which the handler need not be asked. The members of a queue may pair up differently since both
 // sides were equal, so they are walked in full.
-bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, bool isNew) {
+bool Walk::descend(Frame& f, Step const& s, Kel::Entity& dest, Kel::Entity const& src, Kel::U64 madeAt) {
   Frame below(f, s, dest, src);
-  if (isNew)
-    below.newAt = impl_.generation;
+  if (madeAt > 0)
+    below.newAt = madeAt;
   else if (!s.attr.isQueue() && changed(f) && !(below.changed = changes_.find(src)))
     return false;
   Depth const depth(impl_.depth);
@@ -150,7 +151,7 @@ bool Walk::doCopyValue(Frame& f, Step const& s) {
       f, s, AttributeEditType::set_, s.typed,
       [&] { return attributeIs(f, s, nullptr, genericIf(&f.src)->attribute(s.attr.id())); },
       [&] { s.access.copyValue(s.attr, f.dest, f.src); });
-  if (changed && !s.reflexive && !compare_ && !(s.typed && s.access.equal(f.dest, f.src))) unsettle(f);
+  if (changed && !s.reflexive && !compare_ && !(s.typed && s.access.equal(f.dest, f.src))) unsettle(f.dest);
   if ((traced_ || !s.typed) && !stopped()) checkValue(s.attr, *s.attr.type());
   return changed;
 }
@@ -165,7 +166,7 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
                     (!target || target->type()->isA(s.attr.type()));
   if (traced_ || !s.typed || !fits) {
     bool const changed = hook();
-    if (changed && !s.reflexive) unsettle(f);
+    if (changed && !s.reflexive) unsettle(f.dest);
     return changed;
   }
   using Found = Kel::AttrAccess::Found;
@@ -180,7 +181,7 @@ bool Walk::assign(Frame& f, Step const& s, Member* m, Kel::Entity* target) {
     else
       s.access.setTarget(s.attr, f.dest, target);
   });
-  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal)) unsettle(f);
+  if (changed && m && !s.reflexive && !compare_ && (!m->at->nonNull() || find() != Found::equal)) unsettle(f.dest);
   return changed;
 }
 
@@ -204,12 +205,11 @@ bool Walk::make(Frame& f, Step const& s, Member* m, Kel::Entity const& src, Para
   bool const differs = edit(f, s, AttributeEditType::set_, s.typed && isFree && src.type() == s.attr.type(), hook,
                             [&] { made = s.access.createLike(s.attr, f.dest, src); });
   if (compare_) return differs;
-  bool const isNew = generation == impl_.generation;
-  if (!made || !isNew) made = held(f, s, m, src);  // foreign code may have deleted it
+  if (!made || generation != impl_.generation) made = held(f, s, m, src);  // foreign code may have deleted it
   if (m) WALK_TRACE_AS(3, "doCopyCollectionMember") << (made ? "Traversing child" : "No child, we're done");
   if (!made) return differs;
-  if (s.typed && !s.alike(*made, src)) unsettle(f, Kel::Change::whole);  // a NaN among the parameters
-  return child(f, s, *made, src, isNew) || differs;
+  if (s.typed && !s.alike(*made, src)) unsettle(f.dest, Kel::Change::whole);  // a NaN among the parameters
+  return child(f, s, *made, src, generation) || differs;
 }
 
 // The entity of the destination under the key of `src`; in a queue, the last one.

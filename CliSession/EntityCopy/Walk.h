@@ -97,8 +97,14 @@ class Walk final : private Kel::SameTarget {
   // on.
   class ForeignCode {
    public:
-    ForeignCode(Walk& walk, Frame& frame) : walk_(walk) { frame.hold(); }
-    ~ForeignCode() { walk_.revalidate(); }
+    ForeignCode(Walk& walk, Frame& frame) : walk_(walk) {
+      frame.hold();
+      walk.beforeForeignCode();
+    }
+    ~ForeignCode() {
+      walk_.revalidate();
+      walk_.renewChanges();
+    }
     ForeignCode(ForeignCode const&) = delete;
     ForeignCode& operator=(ForeignCode const&) = delete;
 
@@ -135,20 +141,21 @@ class Walk final : private Kel::SameTarget {
   }
   // Whether a pointer of the source's to `src` leads to `dest` already.
   bool operator()(Kel::Entity& dest, Kel::Entity& src) override;
-  // `isNew`: the destination's child has just been made, so that all of it is walked, and no foreign code has run
-  // since.
-  bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
-  bool descend(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, bool isNew = false);
-  bool mayKeepChanges(Frame& frame);
-  // What has changed at an entity since both sides were last equal; null if that is not known, or is everything. The
-  // changes are complete until foreign code runs.
-  Kel::ChangedEntity const* changed(Frame const& f) const {
-    bool const known = f.changed && changesAt_ == impl_.generation && !f.changed->has(Kel::Change::whole);
-    return known ? f.changed : nullptr;
+  // `madeAt`: the generation in which the walk made the destination's child, so that all of it is walked; 0: it was
+  // there already.
+  bool child(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, Kel::U64 madeAt = 0);
+  bool descend(Frame& frame, Step const& step, Kel::Entity& dest, Kel::Entity const& src, Kel::U64 madeAt = 0);
+  // What the decisions at and below a root depend on, besides the two trees. Nothing if it cannot be told.
+  std::optional<Kel::EqualTrees::Context> context(Frame& root);
+  // What has changed at an entity since both sides were last equal; null if that is not known, or is everything.
+  Kel::ChangedEntity* changed(Frame const& f) const {
+    return f.changed && skips_ && !f.changed->has(Kel::Change::whole) ? f.changed : nullptr;
   }
-  // The destination's entity will not compare equal: it got a value that does not equal itself, such as a NaN, or one
-  // of its pointers has to wait. It counts as changed.
-  void unsettle(Frame& frame, Kel::Change as = Kel::Change::members) { unsettled_.emplace_back(&frame.dest, as); }
+  // The next walk has to look at the destination's entity again: it got a value that does not equal itself, such as a
+  // NaN, one of its pointers has to wait, or the handler was asked about it. It counts as changed.
+  void unsettle(Kel::Entity& dest, Kel::Change as = Kel::Change::members);
+  void beforeForeignCode();
+  void renewChanges() noexcept;
   Kel::U32 gatherChanged(Frame& frame, Step const& step, Kel::U32& position, Kel::AttrAccess::Pair* pairs,
                          Kel::U32 most);
   // Whether the handler has to be asked about entities of a type.
@@ -225,6 +232,7 @@ class Walk final : private Kel::SameTarget {
   template <class Value, class Write>
   bool editBoxed(Frame& frame, Step const& step, AttributeEditType type, Value const& value, Write const& write) {
     bool const differs = counts(frame, step, type) || record(frame, step, type, value());
+    if (compare_) unsettle(frame.dest, Kel::Change::whole);
     return compare_ ? differs : carryOut(frame, step, write);
   }
   bool record(Frame& frame, Step const& step, AttributeEditType type, Box const& value);
@@ -251,11 +259,18 @@ class Walk final : private Kel::SameTarget {
   AttributeEditLog* log_ = nullptr;
   bool compare_ = false;
   bool traced_ = false;
-  bool byPosition_ = false;       // targets can be found by position
-  Kel::ChangedEntities changes_;  // below the root of the walk
-  Kel::U64 changesAt_ = 0;
+  bool byPosition_ = false;             // targets can be found by position
+  std::array<TypeAnswer, 16> types_{};  // by a hash of the types' addresses
+
+  // For skipping what has not changed.
+  Frame* root_ = nullptr;                     // where the walk began, if it will be remembered
+  Kel::EqualTrees::Context context_;          // of the root
+  bool compares_ = false;                     // `compare_` then
+  bool skips_ = false;                        // `changes_` is complete
+  Kel::ChangedEntities changes_;              // below the root
+  Kel::EqualTrees beforeFirst_, beforeLast_;  // before foreign code ran for the first time, and for the last time
+  Kel::U32 checkpoints_ = 0;
   std::vector<std::pair<Kel::Ptr<Kel::Entity>, Kel::Change>> unsettled_;  // see unsettle
-  std::array<TypeAnswer, 16> types_{};                                    // by a hash of the types' addresses
 };
 
 }  // namespace Cli::Session

@@ -143,9 +143,7 @@ bool EntityCopyGlobalSessionHandler::walksThrough(Kel::String path, bool below) 
 }
 
 bool EntityCopyGlobalSessionHandler::walksThroughType(Kel::String typeName) const {
-  if (!handlerTable()) return true;
-  return typeName.empty() ? handlerTable()->typeSpecificHandlerss() == 0
-                          : !handlerTable()->typeSpecificHandlers(typeName);
+  return !handlerTable() || !handlerTable()->typeSpecificHandlers(typeName);
 }
 
 namespace {
@@ -166,8 +164,10 @@ Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::counterpartRoot(
   return highestInternal(*sessionStatus()->rootTrie(), *ec->src(), *target);
 }
 
-Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::ground() const {
-  if (externalDest()) return nullptr;
+Kel::Ptr<Kel::Entity const> EntityCopyGlobalSessionHandler::ground(Kel::String path) const {
+  // The walk marks nested session roots as copied.
+  if (externalDest() || sessionStatus()->rootTrie()->isContinued(path)) return nullptr;
+  if (copied() && (copied()->hasPrefix(path) || copied()->isContinued(path))) return nullptr;
   return sessionStatus()->rootTrie();
 }
 

@@ -1,7 +1,6 @@
 // Attribute storage: values and pointers by key; see AttrStorage.h.
 #pragma once
 
-
 #include "Kel/AttrIterators.h"
 #include "Kel/AttrStorage.h"
 #include "Kel/CounterMap.h"

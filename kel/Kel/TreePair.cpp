@@ -70,6 +70,13 @@ void ChangedEntities::note(Entity const& e, Entity const& root, Change change) {
   changed.change = std::max(changed.change, static_cast<U8>(change));
 }
 
+// Adds a member of the counterpart's as one that may have no counterpart here.
+void ChangedEntities::addUnpaired(Entity const& owner, Entity const& root, Entity const& theirs) {
+  if (!isPlaced(theirs)) return;
+  ChangedEntity::Owned const place = ownedBy(*theirs.parent(), theirs);
+  at(owner, root).unpaired.insert({place.attr, place.position});
+}
+
 EqualTrees::EqualTrees(Entity const& root, Entity const& other) {
   ChangeJournal &a = ChangeJournal::attach(root), &b = ChangeJournal::attach(other);
   rootJournal_ = a.id();
@@ -93,38 +100,61 @@ void eachLikeLeft(ChangeJournal::Left const& left, Entity const& root, Entity co
 
 }  // namespace
 
-bool EqualTrees::addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const {
+// Whether both journals still have all entries since, and every pointer leads where it did.
+bool EqualTrees::isKnown(Entity const& root, Entity const& other) const {
   ChangeJournal *const a = ChangeJournal::of(root), *const b = ChangeJournal::of(other);
-  if (!a || !b || a->id() != rootJournal_ || b->id() != otherJournal_ || !a->holds(root_) || !b->holds(other_) ||
-      heldDepartures_ != ChangeJournal::heldDepartures())
-    return false;
+  return a && b && a->id() == rootJournal_ && b->id() == otherJournal_ && a->holds(root_) && b->holds(other_) &&
+         heldDepartures_ == ChangeJournal::heldDepartures();
+}
+
+bool EqualTrees::isNow(Entity const& root, Entity const& other) const {
+  return isKnown(root, other) && ChangeJournal::of(root)->end() == root_ && ChangeJournal::of(other)->end() == other_;
+}
+
+bool EqualTrees::addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const {
+  if (!isKnown(root, other)) return false;
+  ChangeJournal& journal = *ChangeJournal::of(root);
   to.at(root, root);
-  for (auto const& entry : a->since(root_)) to.note(*entry.entity, root, entry.change);
-  auto const unpaired = [&](Entity const& owner, Entity const& theirs) {
-    if (!isPlaced(theirs)) return;
-    ChangedEntity::Owned const place = ownedBy(*theirs.parent(), theirs);
-    to.at(owner, root).unpaired.insert({place.attr, place.position});
-  };
-  for (auto const& left : a->leftSince(root_))
-    eachLikeLeft(left, root, other, [&](Entity const& theirs) { unpaired(*left.owner, theirs); });
-  for (auto const& left : b->leftSince(other_))
+  for (auto const& entry : journal.since(root_)) to.note(*entry.entity, root, entry.change);
+  for (auto const& left : journal.leftSince(root_))
+    eachLikeLeft(left, root, other, [&](Entity const& theirs) { to.addUnpaired(*left.owner, root, theirs); });
+  addOthersChanges(root, other, to);
+  return true;
+}
+
+bool EqualTrees::addLaterChanges(Entity const& root, Entity const& other, ChangedEntities& to) const {
+  if (!isKnown(root, other) || ChangeJournal::of(root)->end() != root_) return false;
+  // Where members came or went, places that were noted before may now be those of other members.
+  for (auto const& entry : ChangeJournal::of(other)->since(other_)) {
+    if (entry.change == Change::content) continue;
+    Nearest const mine = nearestCounterpart(*entry.entity, other, const_cast<Entity&>(root));
+    ChangedEntity* const known = mine.missing ? nullptr : to.find(*mine.entity);
+    if (known && !known->unpaired.empty()) to.note(*mine.entity, root, Change::whole);
+  }
+  addOthersChanges(root, other, to);
+  return true;
+}
+
+void EqualTrees::addOthersChanges(Entity const& root, Entity const& other, ChangedEntities& to) const {
+  ChangeJournal& journal = *ChangeJournal::of(other);
+  for (auto const& left : journal.leftSince(other_))
     eachLikeLeft(left, other, root, [&](Entity const& mine) { to.at(mine, root); });
-  for (auto const& entry : b->since(other_)) {
+  for (auto const& entry : journal.since(other_)) {
     Nearest const mine = nearestCounterpart(*entry.entity, other, const_cast<Entity&>(root));
     // An entity without a counterpart is one too many in its nearest owner that has one. An item of a queue may have a
     // counterpart that was not found.
     if (!mine.missing) {
       to.note(*mine.entity, root, entry.change);
       // It may have other constructor parameters.
-      if (entry.change == Change::whole && entry.entity != &other) unpaired(*mine.entity->parent(), *entry.entity);
+      if (entry.change == Change::whole && entry.entity != &other)
+        to.addUnpaired(*mine.entity->parent(), root, *entry.entity);
     } else if (mine.missing->parentAttr()->isQueue()) {
       to.at(*mine.entity, root).owned.insert(ownedBy(*mine.missing->parent(), *mine.missing));
     } else {
       to.note(*mine.entity, root, Change::members);
-      unpaired(*mine.entity, *mine.missing);
+      to.addUnpaired(*mine.entity, root, *mine.missing);
     }
   }
-  return true;
 }
 
 void EqualTrees::remember(Entity const& root, Entity const& other, Context const& context) const {

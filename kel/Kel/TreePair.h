@@ -6,6 +6,7 @@
 #include <set>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 
 #include "Kel/ChangeJournal.h"
 #include "Kel/KelType.h"
@@ -49,7 +50,7 @@ struct ChangedEntity {
   U8 change = 0;  // 0: nothing of its own; else a Change
   std::set<Owned> owned;
   // The members of the counterpart's hash maps that may have no counterpart here. The counterparts of all others were
-  // there and have not left.
+  // there and have not left. A walk takes out those that it has looked at.
   std::set<Place> unpaired;
 
   bool has(Change least) const { return change >= static_cast<U8>(least); }
@@ -69,11 +70,13 @@ class ChangedEntities {
     auto const found = changed_.find(&e);
     return found == changed_.end() ? nullptr : &found->second;
   }
+  ChangedEntity* find(Entity const& e) { return const_cast<ChangedEntity*>(std::as_const(*this).find(e)); }
 
  private:
   friend class EqualTrees;
   ChangedEntity& at(Entity const& e, Entity const& root);
   void note(Entity const& e, Entity const& root, Change change);
+  void addUnpaired(Entity const& owner, Entity const& root, Entity const& theirs);
 
   std::unordered_map<Entity const*, ChangedEntity> changed_;
 };
@@ -91,11 +94,17 @@ class KEL_API EqualTrees {
   // if a journal has forgotten it, if this was made for other trees, or if an entity of any tree has left it while a
   // pointer may have held it. Cost: sorts the changes; a look-up for each entity and owner.
   bool addChanges(Entity const& root, Entity const& other, ChangedEntities& to) const;
+  // Brings changes up to date that were added before this time: adds what has changed in the other tree since. Answers
+  // false if that is not known, or if the first tree has changed, of which `to` may name entities that are gone.
+  bool addLaterChanges(Entity const& root, Entity const& other, ChangedEntities& to) const;
+  // Whether nothing has changed since in either tree, and no entity of any tree has left it while a pointer may have
+  // held it.
+  bool isNow(Entity const& root, Entity const& other) const;
 
   // Remembers this time with the journal of `other`, for a context: whatever else it depends on that the two are equal.
   // With more than `maxRemembered` times, a journal forgets those that it has. REQUIRES: this was made for the two,
   // or says that they were never equal.
-  using Context = std::tuple<Entity const*, Entity const*, U64, U64>;  // never dereferenced
+  using Context = std::tuple<Entity const*, Entity const*, U64, U64, U64, U64>;  // no entity is dereferenced
   static constexpr std::size_t maxRemembered = 4096;
   void remember(Entity const& root, Entity const& other, Context const& context) const;
   // The time that was remembered last for the same two and the same context. If there is none: they were never equal.
@@ -103,6 +112,9 @@ class KEL_API EqualTrees {
 
  private:
   using Key = std::pair<Entity const*, Context>;
+  bool isKnown(Entity const& root, Entity const& other) const;
+  void addOthersChanges(Entity const& root, Entity const& other, ChangedEntities& to) const;
+
   using Remembered = std::map<Key, EqualTrees, std::less<Key>, PoolAllocator<std::pair<Key const, EqualTrees>>>;
 
   U64 rootJournal_ = 0, otherJournal_ = 0, root_ = 0, other_ = 0, heldDepartures_ = 0;

@@ -41,7 +41,7 @@ class History {
  public:
   explicit History(unsigned seed) : world_(seed, seed % 7 == 6, seed % 3 == 0 ? 100 : 0), dice_(seed + 7) {
     dice_.nans = world_.generator.nans;
-    world_.rootIs("crate", "Plant::Crate");  // in which the handlers have no say
+    world_.rootIs("crate", "Plant::Crate");
     for (Kel::Dir::Ptr const& in : {world_.src, world_.dest})
       world_.generator.fill(*in->newEntity("Plant::Crate", "crate"), 1);
     if (seed % 6 > 3) handlers();
@@ -66,10 +66,13 @@ class History {
     auto const names = S::attributeFilterFactory();
     names->attributeNameIs("torque", true);
     world_.table->registerEntityCopyFilter(world_.filters, S::EntityPath(""), "Plant::Bolt", names);
-    world_.handlerAt("", "Plant::Slot", [this](auto const& ec, auto const& dest, auto const& src, auto const& path) {
+    auto const visit = [this](auto const& ec, auto const& dest, auto const& src, auto const& path) {
       text_ += "visit " + path.str() + "\n";
-      return ec->doCopyEntityAttrs(dest, src, path, nullptr);
-    });
+      if (dice_.below(30) == 0) interfere();
+      return dice_.below(20) == 0 ? false : ec->doCopyEntityAttrs(dest, src, path, nullptr);
+    };
+    world_.handlerAt("", "Plant::Slot", visit);
+    for (char const* path : {"hall.part", "hall.annex/one.part", "crate.item/one"}) world_.handlerAt(path, "", visit);
   }
   void edit() {
     for (std::size_t n = dice_.below(3); n > 0; --n) world_.mutate(world_.src, dice_, 1);
@@ -137,6 +140,27 @@ class History {
     kept_->attributeEditLogIs(S::attributeEditLogFactory());
     run(kept_, nullptr);
   }
+  // What foreign code may do during a copy: values, members, pointers that wait, and another handler for a while.
+  void interfere() {
+    auto const hall = World::hall(dice_.below(2) ? world_.src : world_.dest);
+    auto const key = static_cast<Kel::S32>(dice_.below(6));
+    switch (dice_.below(5)) {
+      case 0: hall->u64Is(hall->u64() + 1); break;
+      case 1: hall->slot(key) ? hall->slotDel(key) : static_cast<void>(hall->newSlot(key)); break;
+      case 2:
+        if (auto it = hall->boltIterator()) it->lockedIs(!it->locked());
+        break;
+      case 3:
+        if (auto it = hall->boltIterator()) hall->boltDel(it->name());
+        break;
+      default:
+        if (!world_.table) break;
+        if (world_.table->pathSpecificHandler("hall.axle"))
+          world_.table->pathSpecificHandlerDel("hall.axle");
+        else
+          world_.handlerAt("hall.axle", "", [this](auto&&...) { return (text_ += "axle\n").empty(); });
+    }
+  }
   // A copy during which a reactor writes elsewhere, or throws.
   void disturbed() {
     std::vector<Kel::Entity*> const all = entitiesOf(*world_.dest);
@@ -144,11 +168,9 @@ class History {
     bool const throws = dice_.below(2);
     int calls = 0;
     Reactor const reactor{EntityPtrConst(watched), [&] {
-                            if (++calls > 1) return;
+                            if (++calls > 2) return;
                             if (throws) Kel::throwRangeException("no");
-                            auto const hall = World::hall(dice_.below(2) ? world_.src : world_.dest);
-                            hall->u64Is(hall->u64() + 1);
-                            if (auto it = hall->boltIterator()) it->lockedIs(!it->locked());
+                            interfere();
                           }};
     run(false);
   }
@@ -334,6 +356,29 @@ TEST_F(Changed, WhatCameAnewIsLookedAtThroughout) {
 TEST_F(Changed, QueueMembersThatMeetOthersAreCompared) {
   src->jobDel(src->jobIterator().key());
   becomesEqual();
+}
+
+TEST_F(Changed, WhatAReactorAddsDoesNotHideAMemberTooMany) {
+  for (char const* name : {"c", "d"}) src->newBolt(name);
+  world.copy();
+  src->boltDel("c");
+  world.copy();
+  dest->newBolt("extra");
+  src->part()->noteIs("changed");
+  Reactor const reactor(EntityPtrConst(dest->part()), [&] { dest->newBolt("more"); });  // closes the gap before "d"
+  becomesEqual();
+}
+
+TEST_F(Changed, AHandlerThatIsRegisteredDuringACopyIsAsked) {
+  world.table = S::entityCopyCustomHandlerTableFactory("table", world.root);
+  world.copy();
+  world.copy();
+  src->part()->noteIs("changed");
+  bool asked = false;
+  Reactor const reactor(EntityPtrConst(dest->part()),
+                        [&] { world.handlerAt("hall.bolt/b", "", [&](auto&&...) { return asked = true; }); });
+  becomesEqual();
+  EXPECT_TRUE(asked);
 }
 
 // The change of a member in the source and a lesser one in the destination; and more than a journal keeps.
