@@ -117,7 +117,8 @@ std::string quotedWord(std::string_view word) {
     return static_cast<unsigned char>(c) > ' ' && c != 0x7f && c != '\'' && c != '"' && c != '\\' && c != ';' &&
            c != '#';
   };
-  if (!word.empty() && std::all_of(word.begin(), word.end(), plain)) return std::string(word);
+  bool const bar = word == "|";  // begins a filter of the shell
+  if (!word.empty() && !bar && std::all_of(word.begin(), word.end(), plain)) return std::string(word);
   std::string out = "\"";
   for (char const c : word) {
     unsigned char const byte = static_cast<unsigned char>(c);

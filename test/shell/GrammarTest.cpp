@@ -32,6 +32,10 @@ TEST(Words, AreWrittenSoThatTheyReadBack) {
     ASSERT_EQ(3u, read.words.size()) << written;
     EXPECT_EQ(word, read.words[1].text) << written;
     EXPECT_EQ(std::string::npos, written.find_first_of(std::string("\x1b\t\n\0", 4))) << written;
+    // A rendering that is typed again is no filter, either.
+    Word const rendered = splitLine(Cli::Service::quotedWord(word)).words.at(0);
+    EXPECT_EQ(word, rendered.text);
+    EXPECT_TRUE(rendered.quoted || word != "|");
   }
 }
 
