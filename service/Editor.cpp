@@ -146,6 +146,7 @@ class Editor::Impl {
     rules.create = create;
     rules.abbreviateKeys = false;
     rules.asWritten = !person_;
+    if (!create) rules.pending = &pending_;
     return rules;
   }
   WordPath read(WordSpan words, Path const& at, bool create) const {
@@ -383,6 +384,12 @@ class Editor::Impl {
     applied.path = path;
     Place const place = locate(base_, path);
     PathStep const& last = path.steps.back();
+    if (!place.there() && last.key && pending_.find(path)) {  // a member that waits for the target of its key
+      forgetPending(path);
+      applied.changed = true;
+      applied.text = path.text() + " deleted";
+      return;
+    }
     if (!place.there()) {
       bool const absent = !last.attr && place.entity && asDir(place.entity.ptr());
       if (!absent || person_) throw InputError("there is nothing at '" + path.text() + "'");

@@ -16,6 +16,8 @@
 
 namespace Cli::Service {
 
+class PendingReferences;
+
 using Words = std::vector<std::string>;
 
 // Splits a line at blanks. Quotes ('…' and "…") hold a word together. In double quotes and outside of quotes, a
@@ -34,6 +36,8 @@ struct WordRules {
   bool abbreviateKeys = true;
   // Keys are taken as a rendering writes them, without the checks and spelling for a user's input.
   bool asWritten = false;
+  // A member that waits for the target of its key is found, too. Not owned; may be null.
+  PendingReferences const* pending = nullptr;
 };
 
 struct WordPath {

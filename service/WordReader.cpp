@@ -5,6 +5,7 @@
 #include "service/JsonKeys.h"
 #include "service/Listed.h"
 #include "service/ModelHooks.h"
+#include "service/PendingReferences.h"
 #include "service/ValueText.h"
 
 namespace Cli::Service {
@@ -241,7 +242,19 @@ void WordReader::takeOwnedKey(std::string const& word) {
   enter(child, child ? child->type() : attr_->type());
 }
 
+// Takes a word as the key of a member that waits for its target.
+bool WordReader::takePendingKey(std::string const& word) {
+  if (!rules_.pending || !attr_->keyIsPtr()) return false;
+  PathStep const member = memberStep(*attr_, GenericIf::of(Kel::String8(word)));
+  if (!rules_.pending->find(path_ / member)) return false;
+  path_.steps.push_back(member);
+  type_ = attr_->type();
+  leaf(false);
+  return true;
+}
+
 void WordReader::takeValueKey(std::string const& word) {
+  if (takePendingKey(word)) return;
   GenericIf::PtrConst key;
   GenericIf::PtrConst own;  // as in this tree
   if (attr_->keyIsPtr() && (rules_.asWritten || word.empty())) {

@@ -33,6 +33,7 @@ class WordReader {
   void takePosition(std::string const& word);
   void takeOwnedKey(std::string const& word);
   void takeValueKey(std::string const& word);
+  bool takePendingKey(std::string const& word);
   bool takeDotted(std::string const& word);
   void enter(Kel::Entity* child, Kel::KelType const* type);
   void leaf(bool there);

@@ -196,6 +196,19 @@ TEST(Commands, ARefusalTakesBackNothingElse) {
   EXPECT_EQ(hall->annex("a")->u32(), 7U);
 }
 
+TEST(Commands, DeleteAMemberThatWaitsForItsKey) {
+  World world;
+  PendingReferences pending;
+  Editor(world.src, pending, Editor::Source::rendering).apply("set hall weight hall.bolt/late 7");
+  ASSERT_EQ(pending.list().size(), 1U);
+  Editor editor(world.src, pending);
+  EXPECT_EQ(messageOf<InputError>([&] { editor.apply("delete hall weight hall.bolt/never"); }),
+            "there is no Bolt 'hall.bolt/never'");
+  EXPECT_EQ(pending.list().size(), 1U);
+  EXPECT_EQ(editor.apply("delete hall weight hall.bolt/late").text, "hall.weight/hall.bolt/late deleted");
+  EXPECT_TRUE(pending.empty());
+}
+
 TEST(Commands, ALineThatEndsTooEarlyIsRefused) {
   World world;
   PendingReferences pending;
