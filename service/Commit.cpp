@@ -102,7 +102,7 @@ std::vector<Difference> Service::Impl::partOf(Registration const& who, std::vect
       if ((d.type && d.type->isA(who.type)) || mayHold(d)) part.push_back(d);
       continue;
     }
-    bool const isWithin = PathSet::eachTop(d.path, [&](Path const& top) { return top.text() == who.path; });
+    bool const isWithin = PathSet::eachTop(d.path, [&](Path const& above) { return above.text() == who.path; });
     // What was registered is a text: nothing but this tells whether it is below.
     std::string const at = d.path.text();
     bool const mayBeAbove = (!d.attr || d.attr->instantiating()) && who.path.starts_with(at) &&
